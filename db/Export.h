@@ -1,0 +1,7 @@
+#pragma once
+
+/// Both libraries are built with hidden symbols; what a public header declares with this macro is exported.
+#define FIRAIM_EXPORT __attribute__((visibility("default")))
+
+/// For a member that its exported class keeps to itself.
+#define FIRAIM_HIDDEN __attribute__((visibility("hidden")))

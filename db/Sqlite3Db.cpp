@@ -1,0 +1,343 @@
+#include <db/Sqlite3Db.h>
+
+#include <db/LogUtil.h>
+
+#include <sqlite3.h>
+
+#include <limits>
+#include <memory>
+#include <utility>
+
+namespace
+{
+
+constexpr char kTag[] = "SQL3";
+constexpr int kStateOpen = 1;
+constexpr int kBusyTimeoutMs = 5000;
+constexpr int kMaxHandles = std::numeric_limits<short>::max() + 1;
+
+struct CloseConnection
+{
+    void operator()(sqlite3* db) const { static_cast<void>(sqlite3_close(db)); }
+};
+using Connection = std::unique_ptr<sqlite3, CloseConnection>;
+
+struct FinalizeStatement
+{
+    // The result repeats what the last step reported.
+    void operator()(sqlite3_stmt* statement) const { static_cast<void>(sqlite3_finalize(statement)); }
+};
+using Statement = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
+
+/// Compiles the first statement of `sql` and moves `sql` behind it.
+int prepare(sqlite3* db, char const*& sql, Statement& statement)
+{
+    sqlite3_stmt* compiled = nullptr;
+    int const code = sqlite3_prepare_v2(db, sql, -1, &compiled, &sql);
+    statement.reset(compiled);
+    return code;
+}
+
+/// Whether `sql` holds nothing to run: blanks, semicolons, comments. SQLite's own tokenizer decides.
+bool isBlank(sqlite3* db, char const* sql)
+{
+    while (*sql != '\0')
+    {
+        Statement statement;
+        if (prepare(db, sql, statement) != SQLITE_OK || statement)
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+int openFile(std::string const& path, Connection& connection)
+{
+    if (path.find('\0') != std::string::npos)
+    {
+        return SQLITE_CANTOPEN; // SQLite would open the file named by the part before the zero byte.
+    }
+    // "./" takes the special meaning from ":memory:", "file:..." and the empty name.
+    std::string const fileName = !path.empty() && path.front() == '/' ? path : "./" + path;
+    sqlite3* db = nullptr;
+    int const code = sqlite3_open_v2(fileName.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    connection.reset(db);
+    return code;
+}
+
+int setPragma(sqlite3* db, char const* pragma)
+{
+    return sqlite3_exec(db, pragma, nullptr, nullptr, nullptr);
+}
+
+/// Whether the file itself says that it is in write-ahead-log mode.
+int readWalMode(sqlite3* db, bool& isWal)
+{
+    char const* sql = "PRAGMA journal_mode";
+    Statement statement;
+    int code = prepare(db, sql, statement);
+    if (code == SQLITE_OK)
+    {
+        code = sqlite3_step(statement.get());
+    }
+    if (code != SQLITE_ROW)
+    {
+        return code;
+    }
+    auto const* const mode = reinterpret_cast<char const*>(sqlite3_column_text(statement.get(), 0));
+    isWal = mode != nullptr && std::string(mode) == "wal";
+    return SQLITE_OK;
+}
+
+/// The settings that make a finished statement last through a power cut.
+int makeDurable(sqlite3* db)
+{
+    // FULL: every commit waits until journal and database have reached the storage.
+    int code = setPragma(db, "PRAGMA synchronous=FULL");
+    if (code != SQLITE_OK)
+    {
+        return code;
+    }
+    bool isWal = false;
+    code = readWalMode(db, isWal);
+    if (code != SQLITE_OK || isWal)
+    {
+        return code; // Leaving write-ahead-log mode would rewrite the file; whoever chose the mode keeps it.
+    }
+    // PERSIST: a commit ends with zeroing and synchronising the journal's header. SQLite's default ends it with
+    // unlinking the journal and does not synchronise the directory: after a power cut the journal can be back and
+    // undo an acknowledged fault. Keeping the file also saves creating it anew, a large part of what a commit costs.
+    return setPragma(db, "PRAGMA journal_mode=PERSIST");
+}
+
+/// Whether `code` tells of the file's content, and not of a file that cannot be read at this time.
+bool isContentRefused(int code)
+{
+    return code == SQLITE_NOTADB || code == SQLITE_CORRUPT || code == SQLITE_ERROR;
+}
+
+/// Sets the connection up without writing to its file.
+int configure(sqlite3* db)
+{
+    // Another process may be recording: wait for it rather than lose a fault.
+    static_cast<void>(sqlite3_busy_timeout(db, kBusyTimeoutMs));
+    // Files come from the field. A schema must not call functions with side effects, and SQL must not damage the file.
+    static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr));
+    static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr));
+    // A file that was only looked at keeps its bytes: closing does not move a write-ahead log into it.
+    static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr));
+    // A damaged page is reported when it is read, before wrong cells can be taken from it.
+    int code = setPragma(db, "PRAGMA cell_size_check=ON");
+    if (code == SQLITE_OK)
+    {
+        code = makeDurable(db);
+    }
+    // A file that is no database opens all the same: the first statement says what is wrong with it.
+    return isContentRefused(code) ? SQLITE_OK : code;
+}
+
+int failed(char const* message, int code)
+{
+    LogUtil::write(LogUtil::SEVERITY_ERROR, kTag, "execute", "Sql Execute failed: ", message, " Err=", code);
+    return RESULT_FAILED;
+}
+
+int failed(sqlite3* db, int code)
+{
+    return failed(sqlite3_errmsg(db), code);
+}
+
+/// Compiles `sql` when it holds exactly one statement.
+int prepareOnlyStatement(sqlite3* db, char const* sql, Statement& statement)
+{
+    if (sql == nullptr)
+    {
+        return failed("no statement", SQLITE_MISUSE);
+    }
+    int const code = prepare(db, sql, statement);
+    if (code != SQLITE_OK)
+    {
+        return failed(db, code);
+    }
+    if (!isBlank(db, sql))
+    {
+        return failed("more than one statement", SQLITE_MISUSE);
+    }
+    return statement ? RESULT_OK : failed("no statement", SQLITE_MISUSE);
+}
+
+/// Hands the rows of one statement to a callback object.
+class RowDelivery
+{
+public:
+    RowDelivery(sqlite3_stmt* statement, Sqlite3DbCallback::sqlite3DbCbCgf_t cfg)
+        : m_statement(statement), m_cfg(cfg), m_cells(columnCount()), m_names(columnCount())
+    {
+    }
+
+    /// SQLITE_OK, or the code that ends the statement.
+    int operator()()
+    {
+        int const count = sqlite3_column_count(m_statement);
+        for (int i = 0; i < count; ++i)
+        {
+            auto const index = static_cast<std::size_t>(i);
+            auto const* const cell = reinterpret_cast<char const*>(sqlite3_column_text(m_statement, i));
+            if (cell == nullptr && sqlite3_column_type(m_statement, i) != SQLITE_NULL)
+            {
+                return SQLITE_NOMEM;
+            }
+            m_cells[index] = const_cast<char*>(cell);
+            m_names[index] = const_cast<char*>(sqlite3_column_name(m_statement, i));
+        }
+        return m_cfg.callbackObj->dataBaseQueryCb(&m_cfg, count, m_cells.data(), m_names.data()) == 0 ? SQLITE_OK
+                                                                                                      : SQLITE_ABORT;
+    }
+
+private:
+    std::size_t columnCount() const { return static_cast<std::size_t>(sqlite3_column_count(m_statement)); }
+
+    sqlite3_stmt* m_statement;
+    Sqlite3DbCallback::sqlite3DbCbCgf_t m_cfg;
+    std::vector<char*> m_cells;
+    std::vector<char*> m_names;
+};
+
+/// Runs `statement` to its end; `onRow` returns SQLITE_OK or the code that ends it.
+template <class OnRow>
+int run(sqlite3* db, sqlite3_stmt* statement, OnRow onRow)
+{
+    int code = sqlite3_step(statement);
+    while (code == SQLITE_ROW)
+    {
+        int const rowCode = onRow();
+        if (rowCode != SQLITE_OK)
+        {
+            return failed(sqlite3_errstr(rowCode), rowCode);
+        }
+        code = sqlite3_step(statement);
+    }
+    return code == SQLITE_DONE ? RESULT_OK : failed(db, code);
+}
+
+} // namespace
+
+Sqlite3Db* Sqlite3Db::getInstance(unsigned int)
+{
+    // Never deleted: static objects of the application may still close their database after any destructor here.
+    static Sqlite3Db* const instance = new Sqlite3Db;
+    return instance;
+}
+
+/// The next number after the one given out last, so that a stale handle is not soon somebody else's; -1 when all are
+/// in use.
+short Sqlite3Db::findFreeHandle() const
+{
+    short lastChoice = -1;
+    for (int step = 0; step < kMaxHandles; ++step)
+    {
+        auto const candidate = static_cast<short>((m_nextHandle + step) % kMaxHandles);
+        if (m_dbHandles.count(candidate) != 0)
+        {
+            continue;
+        }
+        if (candidate != m_lastClosedHandle)
+        {
+            return candidate;
+        }
+        lastChoice = candidate;
+    }
+    return lastChoice;
+}
+
+short Sqlite3Db::openDb(std::string const& path)
+{
+    short const handle = findFreeHandle();
+    if (handle < 0)
+    {
+        LogUtil::write(LogUtil::SEVERITY_ERROR, kTag, "openDb", "Failed to open: ", path, " all handles are in use");
+        return RESULT_INVALID_STATE;
+    }
+    Connection connection;
+    int code = openFile(path, connection);
+    if (code == SQLITE_OK)
+    {
+        code = configure(connection.get());
+    }
+    if (code != SQLITE_OK)
+    {
+        char const* const message = connection ? sqlite3_errmsg(connection.get()) : sqlite3_errstr(code);
+        LogUtil::write(LogUtil::SEVERITY_ERROR, kTag, "openDb", "Failed to open: ", path, " ", message, " Err=", code);
+        return RESULT_FAILED;
+    }
+    DbHandle entry;
+    entry.dbId = handle;
+    entry.dbPath = path;
+    entry.db = connection.get();
+    entry.state = kStateOpen;
+    m_dbHandles.emplace(handle, std::move(entry));
+    static_cast<void>(connection.release());
+    m_nextHandle = static_cast<short>((handle + 1) % kMaxHandles);
+    return handle;
+}
+
+int Sqlite3Db::closeDb(short handle)
+{
+    DbHandle const* const entry = findOpen(handle);
+    if (entry == nullptr)
+    {
+        return RESULT_INVALID_STATE;
+    }
+    if (sqlite3_close(entry->db) != SQLITE_OK)
+    {
+        return RESULT_FAILED;
+    }
+    m_dbHandles.erase(handle);
+    m_lastClosedHandle = handle;
+    return RESULT_OK;
+}
+
+int Sqlite3Db::execute(short handle, char const* sql)
+{
+    DbHandle const* const entry = findOpen(handle);
+    if (entry == nullptr)
+    {
+        return RESULT_INVALID_STATE;
+    }
+    Statement statement;
+    int const result = prepareOnlyStatement(entry->db, sql, statement);
+    return result != RESULT_OK ? result : run(entry->db, statement.get(), [] { return SQLITE_OK; });
+}
+
+int Sqlite3Db::execute(short handle, char const* sql, Sqlite3DbCallback::sqlite3DbCbCgf_t cfg)
+{
+    DbHandle const* const entry = findOpen(handle);
+    if (entry == nullptr)
+    {
+        return RESULT_INVALID_STATE;
+    }
+    if (cfg.callbackObj == nullptr)
+    {
+        return failed("no callback object", SQLITE_MISUSE);
+    }
+    Statement statement;
+    int const result = prepareOnlyStatement(entry->db, sql, statement);
+    return result != RESULT_OK ? result : run(entry->db, statement.get(), RowDelivery(statement.get(), cfg));
+}
+
+int Sqlite3Db::free(short handle, void* p)
+{
+    if (findOpen(handle) == nullptr)
+    {
+        return RESULT_INVALID_STATE;
+    }
+    sqlite3_free(p);
+    return RESULT_OK;
+}
+
+Sqlite3Db::DbHandle const* Sqlite3Db::findOpen(short handle) const
+{
+    auto const found = m_dbHandles.find(handle);
+    return found != m_dbHandles.end() && found->second.state == kStateOpen ? &found->second : nullptr;
+}

@@ -1,0 +1,3 @@
+#include <db/Sqlite3DbCallback.h>
+
+Sqlite3DbCallback::~Sqlite3DbCallback() = default;

@@ -1,0 +1,240 @@
+// Writing: versions, faults, statistics, and the move from one start-up id to another.
+
+#include <fdb/FaultDb.h>
+
+#include <db/Sqlite3Db.h>
+#include <fdb/FaultDbLog.h>
+
+#include <sqlite3.h>
+
+#include <algorithm>
+
+namespace
+{
+
+constexpr unsigned short kFaultEntryIdColumn = 0;
+constexpr unsigned short kFaultStartupIdColumn = 14;
+constexpr unsigned short kStatisticFaultCodeColumn = 1;
+constexpr unsigned short kStatisticStartupIdColumn = 11;
+
+/// Whether `text`, written between single quotes, ends where it should: no zero byte cuts the statement short, and
+/// every run of quotes is made of pairs.
+bool staysInsideLiteral(std::string const& text)
+{
+    if (text.find('\0') != std::string::npos)
+    {
+        return false;
+    }
+    for (auto quote = std::find(text.begin(), text.end(), '\''); quote != text.end();
+         quote = std::find(quote, text.end(), '\''))
+    {
+        auto const runEnd = std::find_if(quote, text.end(), [](char c) { return c != '\''; });
+        if ((runEnd - quote) % 2 != 0)
+        {
+            return false;
+        }
+        quote = runEnd;
+    }
+    return true;
+}
+
+/// Runs the statement that `tbl` wrote last, whose texts therefore stand in its working record.
+template <class T>
+int runStatementOf(SqlTbl<T> const& tbl, short handle, std::string const& sql)
+{
+    for (auto const& [id, column] : tbl.m_columns)
+    {
+        if (column.valid && column.value != nullptr && column.type == SqlTbl<T>::COLUMN_TYPE_STRING &&
+            !staysInsideLiteral(*static_cast<std::string const*>(column.value)))
+        {
+            // The line of a statement that SQLite refused, which without this look some of them would not be.
+            LogUtil::write(LogUtil::SEVERITY_ERROR, "SQL3", "execute",
+                           "Sql Execute failed: unpaired quote or zero byte in column ", column.name,
+                           " Err=", SQLITE_ERROR);
+            return RESULT_FAILED;
+        }
+    }
+    return Sqlite3Db::getInstance(0)->execute(handle, sql.c_str()) == 0 ? RESULT_OK : RESULT_FAILED;
+}
+
+} // namespace
+
+int FaultDb::insert(FdbVersion& version)
+{
+    constexpr char kFunction[] = "insert";
+    if (!m_isOpen)
+    {
+        return RESULT_INVALID_STATE;
+    }
+    std::string const sql = m_versionTbl.getSqlInsertValuesQuery(version);
+    if (m_dbgLevel > 0)
+    {
+        faultDbLog::debug(kFunction, "Insert:", "VersionEntryId=", version.VersionEntryId,
+                          ", Component=", version.Component, ", Version=", version.Version);
+    }
+    if (m_dbgLevel > 1)
+    {
+        faultDbLog::debug(kFunction, "SqlCmd: ", sql);
+    }
+    return runStatementOf(m_versionTbl, m_dbHandle, sql);
+}
+
+int FaultDb::insert(Fault& fault)
+{
+    constexpr char kFunction[] = "insert";
+    if (!m_isOpen)
+    {
+        return RESULT_INVALID_STATE;
+    }
+    std::string const sql = m_faultTbl.getSqlInsertValuesQuery(fault);
+    if (m_dbgLevel > 0)
+    {
+        faultDbLog::debug(kFunction, "Insert:", fault);
+    }
+    if (m_dbgLevel > 1)
+    {
+        faultDbLog::debug(kFunction, "SqlCmd: ", sql);
+    }
+    if (runStatementOf(m_faultTbl, m_dbHandle, sql) != RESULT_OK)
+    {
+        return RESULT_FAILED;
+    }
+    std::string const key = m_faultTbl.getColumnNameById(kFaultEntryIdColumn);
+    std::string const& tbl = m_faultTbl.m_tblName;
+    std::string const query = "SELECT * FROM " + tbl + " WHERE " + key + "=(select max(" + key + ") from " + tbl + ")";
+    FaultTbl stored;
+    // A result without a row: another process emptied the table in between.
+    if (Sqlite3Db::getInstance(0)->getTbl<Fault, Fault>(m_dbHandle, query, stored, &m_faultTbl) <= 0)
+    {
+        return RESULT_FAILED;
+    }
+    fault.EntryId = stored.front().EntryId;
+    return RESULT_OK;
+}
+
+int FaultDb::update(Fault const& fault)
+{
+    constexpr char kFunction[] = "update";
+    if (!m_isOpen)
+    {
+        return RESULT_INVALID_STATE;
+    }
+    std::string const set = m_faultTbl.getSqlUpdateValuesQuery(fault);
+    if (m_dbgLevel > 0)
+    {
+        faultDbLog::debug(kFunction, "Update:", fault);
+    }
+    std::string const sql =
+        set + " WHERE " + m_faultTbl.getColumnNameById(kFaultEntryIdColumn) + " = " + std::to_string(fault.EntryId);
+    if (m_dbgLevel > 1)
+    {
+        faultDbLog::debug(kFunction, "SqlCmd: ", set); // Deliberately without the WHERE clause.
+    }
+    return runStatementOf(m_faultTbl, m_dbHandle, sql);
+}
+
+int FaultDb::insert(FaultStatistic const& statistic)
+{
+    constexpr char kFunction[] = "insert";
+    if (!m_isOpen)
+    {
+        return RESULT_INVALID_STATE;
+    }
+    std::string const sql = m_faultStatisticTbl.getSqlInsertValuesQuery(statistic);
+    if (m_dbgLevel > 0)
+    {
+        faultDbLog::debug(kFunction, "Insert:", statistic);
+    }
+    if (m_dbgLevel > 1)
+    {
+        faultDbLog::debug(kFunction, "SqlCmd: ", sql);
+    }
+    return runStatementOf(m_faultStatisticTbl, m_dbHandle, sql);
+}
+
+int FaultDb::update(FaultStatistic const& statistic)
+{
+    constexpr char kFunction[] = "update";
+    if (!m_isOpen)
+    {
+        return RESULT_INVALID_STATE;
+    }
+    std::string const set = m_faultStatisticTbl.getSqlUpdateValuesQuery(statistic);
+    if (m_dbgLevel > 0)
+    {
+        faultDbLog::debug(kFunction, "Update:", statistic);
+    }
+    std::string const sql = set + " WHERE " + m_faultStatisticTbl.getColumnNameById(kStatisticFaultCodeColumn) + " = " +
+                            std::to_string(static_cast<unsigned int>(statistic.FaultCode));
+    if (m_dbgLevel > 1)
+    {
+        faultDbLog::debug(kFunction, "SqlCmd: ", set); // Deliberately without the WHERE clause.
+    }
+    return runStatementOf(m_faultStatisticTbl, m_dbHandle, sql);
+}
+
+int FaultDb::updateRdbStartup(unsigned int newId, unsigned int oldId)
+{
+    if (!m_isOpen)
+    {
+        return RESULT_INVALID_STATE;
+    }
+    // The two numbers deliberately run together.
+    faultDbLog::info("updateRdbStartup", "new ID=", newId, "old ID=", oldId);
+    moveFaults(newId, oldId);
+    moveStatistics(newId, oldId);
+    return RESULT_OK;
+}
+
+void FaultDb::moveFaults(unsigned int newId, unsigned int oldId)
+{
+    constexpr char kFunction[] = "updateRdbStartup";
+    std::string const query = "SELECT * FROM " + m_faultTbl.m_tblName + " WHERE " +
+                              m_faultTbl.getColumnNameById(kFaultStartupIdColumn) + " = " + std::to_string(oldId);
+    if (m_dbgLevel > 0)
+    {
+        faultDbLog::debug(kFunction, "SqlCmd: ", query);
+    }
+    FaultTbl faults;
+    static_cast<void>(getFaultTbl(query, faults)); // A failed read has logged, and leaves nothing to move.
+    if (m_dbgLevel > 0)
+    {
+        faultDbLog::debug(kFunction, "No RDB id Fault itemNr=", faults.size());
+    }
+    for (Fault& fault : faults)
+    {
+        // At every level, unlike the statistics: each moved fault is to be seen.
+        faultDbLog::info(kFunction, "Update fault FC=", static_cast<unsigned int>(fault.FaultCode),
+                         " EntryID=", fault.EntryId);
+        fault.RdbStartupId = newId;
+        static_cast<void>(update(fault)); // A row that cannot be written keeps its id; the others go on.
+    }
+}
+
+void FaultDb::moveStatistics(unsigned int newId, unsigned int oldId)
+{
+    constexpr char kFunction[] = "updateRdbStartup";
+    std::string const query = "SELECT * FROM " + m_faultStatisticTbl.m_tblName + " WHERE " +
+                              m_faultStatisticTbl.getColumnNameById(kStatisticStartupIdColumn) + " = " +
+                              std::to_string(oldId);
+    if (m_dbgLevel > 0)
+    {
+        faultDbLog::debug(kFunction, "SqlCmd: ", query);
+    }
+    FaultStatisticTbl statistics;
+    static_cast<void>(getFaultStatisticTbl(query, statistics)); // As for the faults.
+    if (m_dbgLevel > 0)
+    {
+        faultDbLog::debug(kFunction, "No RDB id FaultStat itemNr=", statistics.size());
+    }
+    for (FaultStatistic& statistic : statistics)
+    {
+        if (m_dbgLevel > 0)
+        {
+            faultDbLog::debug(kFunction, "Update Statistic FC=", static_cast<unsigned int>(statistic.FaultCode),
+                              " EntryID=", statistic.EntryId);
+        }
+        statistic.RdbStartupId = newId;
+        static_cast<void>(update(statistic)); // As for the faults.
+    }
+}

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <db/Export.h>
+
+#include <string>
+
+/// The version of one component: a row of the table FdbVersionTbl, its members named as the columns. The row whose
+/// component is "FormatVersion" tells the format of the file. A plain value that owns its texts.
+class FIRAIM_EXPORT FdbVersion
+{
+public:
+    FdbVersion() = default;
+    // Declared, so that there are no move operations: an object that was handed on keeps its values.
+    FdbVersion(FdbVersion const&) = default;
+    FdbVersion& operator=(FdbVersion const&) = default;
+
+    unsigned short VersionEntryId = 0; ///< row key, 16 bits; assigned by the database on insert
+    std::string Component;             ///< name of the versioned item
+    std::string Version;               ///< version text, for example "1.0.0"
+};

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <db/Export.h>
+#include <db/Sqlite3Db.h>
+#include <fdb/records/FaultStatistic.h>
+#include <fdb/tables/SqlTbl.h>
+
+extern template class SqlTbl<FaultStatistic>;
+extern template int Sqlite3Db::createTbl<FaultStatistic>(short handle, SqlTbl<FaultStatistic> const& tbl);
+extern template int Sqlite3Db::getTbl<FaultStatistic, FaultStatistic>(short handle, std::string query,
+                                                                      std::vector<FaultStatistic>& out,
+                                                                      SqlTbl<FaultStatistic>* tbl);
+
+/// The statistic table: one row for each fault code. The column ids are the file format; they differ from the order of
+/// FaultStatistic's members.
+class FIRAIM_EXPORT FdbSqlFaultStatisticTbl : public SqlTbl<FaultStatistic>
+{
+public:
+    using SqlTbl<FaultStatistic>::SqlTbl;
+    ~FdbSqlFaultStatisticTbl() override;
+
+    void init(std::string const& arg) override;
+
+    /// "inactive" for FAULT_INACTIVE, "active" for FAULT_ACTIVE, an empty text for any other number, deliberately
+    /// unlike the fault table; "null" for a type that is not custom.
+    std::string convertValueToStr(columnValueType_t type, void* value) const override;
+
+    /// Exactly "active" gives FAULT_ACTIVE, any other text FAULT_INACTIVE; a type that is not custom changes nothing.
+    void convertValueFromStr(columnValueType_t type, std::string const& text, void* value) const override;
+};
