@@ -52,9 +52,10 @@ public:
     static void write(severity_t severity, char const* tag, char const* function, Pieces const&... message)
     {
         std::ostringstream line;
+        line.exceptions(std::ios::badbit); // A stream would otherwise swallow an allocation failure and cut the line.
         line.imbue(std::locale::classic());
         line << prefix(severity) << tag << "::" << function << "() ";
-        (line << ... << message);
+        static_cast<void>((line << ... << message)); // A message may be empty.
         writeLine(line.str());
     }
 

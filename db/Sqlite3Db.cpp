@@ -1,6 +1,7 @@
 #include <db/Sqlite3Db.h>
 
 #include <db/LogUtil.h>
+#include <db/SqlScan.h>
 
 #include <sqlite3.h>
 
@@ -36,20 +37,6 @@ int prepare(sqlite3* db, char const*& sql, Statement& statement)
     int const code = sqlite3_prepare_v2(db, sql, -1, &compiled, &sql);
     statement.reset(compiled);
     return code;
-}
-
-/// Whether `sql` holds nothing to run: blanks, semicolons, comments. SQLite's own tokenizer decides.
-bool isBlank(sqlite3* db, char const* sql)
-{
-    while (*sql != '\0')
-    {
-        Statement statement;
-        if (prepare(db, sql, statement) != SQLITE_OK || statement)
-        {
-            return false;
-        }
-    }
-    return true;
 }
 
 int openFile(std::string const& path, Connection& connection)
@@ -151,53 +138,53 @@ int failed(sqlite3* db, int code)
 /// Compiles `sql` when it holds exactly one statement.
 int prepareOnlyStatement(sqlite3* db, char const* sql, Statement& statement)
 {
-    if (sql == nullptr)
+    if (sql == nullptr || sqlScan::isBlank(sql))
     {
         return failed("no statement", SQLITE_MISUSE);
+    }
+    if (sqlScan::holdsSeveralStatements(sql))
+    {
+        return failed("more than one statement", SQLITE_MISUSE);
     }
     int const code = prepare(db, sql, statement);
     if (code != SQLITE_OK)
     {
         return failed(db, code);
     }
-    if (!isBlank(db, sql))
-    {
-        return failed("more than one statement", SQLITE_MISUSE);
-    }
-    return statement ? RESULT_OK : failed("no statement", SQLITE_MISUSE);
+    return sqlScan::isBlank(sql) ? RESULT_OK : failed("more than one statement", SQLITE_MISUSE);
 }
 
 /// Hands the rows of one statement to a callback object.
 class RowDelivery
 {
 public:
-    RowDelivery(sqlite3_stmt* statement, Sqlite3DbCallback::sqlite3DbCbCgf_t cfg)
-        : m_statement(statement), m_cfg(cfg), m_cells(columnCount()), m_names(columnCount())
+    RowDelivery(sqlite3_stmt* statement, Sqlite3DbCallback::sqlite3DbCbCgf_t cfg) : m_statement(statement), m_cfg(cfg)
     {
     }
 
     /// SQLITE_OK, or the code that ends the statement.
     int operator()()
     {
+        // Asked for each row: the first step compiles anew, with other columns, when the schema has changed meanwhile.
         int const count = sqlite3_column_count(m_statement);
+        m_cells.clear();
+        m_names.clear();
         for (int i = 0; i < count; ++i)
         {
-            auto const index = static_cast<std::size_t>(i);
             auto const* const cell = reinterpret_cast<char const*>(sqlite3_column_text(m_statement, i));
-            if (cell == nullptr && sqlite3_column_type(m_statement, i) != SQLITE_NULL)
+            char const* const name = sqlite3_column_name(m_statement, i);
+            if (name == nullptr || (cell == nullptr && sqlite3_column_type(m_statement, i) != SQLITE_NULL))
             {
                 return SQLITE_NOMEM;
             }
-            m_cells[index] = const_cast<char*>(cell);
-            m_names[index] = const_cast<char*>(sqlite3_column_name(m_statement, i));
+            m_cells.push_back(const_cast<char*>(cell));
+            m_names.push_back(const_cast<char*>(name));
         }
-        return m_cfg.callbackObj->dataBaseQueryCb(&m_cfg, count, m_cells.data(), m_names.data()) == 0 ? SQLITE_OK
-                                                                                                      : SQLITE_ABORT;
+        int const result = m_cfg.callbackObj->dataBaseQueryCb(&m_cfg, count, m_cells.data(), m_names.data());
+        return result == 0 ? SQLITE_OK : SQLITE_ABORT;
     }
 
 private:
-    std::size_t columnCount() const { return static_cast<std::size_t>(sqlite3_column_count(m_statement)); }
-
     sqlite3_stmt* m_statement;
     Sqlite3DbCallback::sqlite3DbCbCgf_t m_cfg;
     std::vector<char*> m_cells;

@@ -109,12 +109,11 @@ int FaultDb::createDb(std::string const& path, bool overwrite)
         faultDbLog::debug(kFunction, "Open DataBase as Sqlite3: ", path);
     }
     m_dbHandle = sqlite->openDb(path);
-    if (m_dbHandle < 0)
+    m_isOpen = m_dbHandle >= 0;
+    if (!m_isOpen)
     {
         return RESULT_FAILED;
     }
-    m_isOpen = true;
-
     int const result = createContent();
     static_cast<void>(sqlite->closeDb(m_dbHandle)); // What was written is on the storage already.
     m_isOpen = false;

@@ -97,7 +97,8 @@ public:
     /// The key is the largest in the table at the time of reading: with several writing processes it may be another's.
     int insert(Fault& fault);
 
-    /// Rewrites the row with the key `fault.EntryId`, every other column. RESULT_OK also when there is no such row;
+    /// Rewrites the row with the key `fault.EntryId`, every other column. A record that was read holds each quote once:
+    /// double the quotes before writing it back. RESULT_OK also when there is no such row;
     /// RESULT_INVALID_STATE when no database is open; RESULT_FAILED when the statement fails.
     int update(Fault const& fault);
 
@@ -151,7 +152,7 @@ public:
 
 private:
     /// Deletes the object at exit.
-    class FIRAIM_HIDDEN Monitor
+    class Monitor
     {
     public:
         ~Monitor();
@@ -160,7 +161,16 @@ private:
     FaultDb();
     ~FaultDb() override;
 
+    /// Whose texts a record holds: a caller's, with each quote twice, or the file's, with each quote once.
+    enum textOrigin_t
+    {
+        TEXTS_OF_CALLER,
+        TEXTS_OF_FILE
+    };
+
     FIRAIM_HIDDEN int createContent();
+    FIRAIM_HIDDEN int rewrite(Fault const& fault, textOrigin_t origin);
+    FIRAIM_HIDDEN int rewrite(FaultStatistic const& statistic, textOrigin_t origin);
     FIRAIM_HIDDEN void moveFaults(unsigned int newId, unsigned int oldId);
     FIRAIM_HIDDEN void moveStatistics(unsigned int newId, unsigned int oldId);
     FIRAIM_HIDDEN int runCount(char const* function, std::string const& sql, int kind);

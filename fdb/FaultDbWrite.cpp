@@ -38,19 +38,32 @@ bool staysInsideLiteral(std::string const& text)
     return true;
 }
 
+/// What is asked of the texts of a record before its statement is run.
+struct textRule_t
+{
+    bool (*holds)(std::string const&);
+    char const* refusal;
+};
+
+/// A caller's text holds each quote twice.
+constexpr textRule_t kCallersTexts = {staysInsideLiteral, "unpaired quote or zero byte in column "};
+
+/// A text that was read holds each quote once. Written back, even a pair would not come out as it was.
+constexpr textRule_t kStoredTexts = {[](std::string const& text) { return text.find('\'') == std::string::npos; },
+                                     "quote of a stored text cannot be written back in column "};
+
 /// Runs the statement that `tbl` wrote last, whose texts therefore stand in its working record.
 template <class T>
-int runStatementOf(SqlTbl<T> const& tbl, short handle, std::string const& sql)
+int runStatementOf(SqlTbl<T> const& tbl, short handle, std::string const& sql, textRule_t const& rule = kCallersTexts)
 {
     for (auto const& [id, column] : tbl.m_columns)
     {
         if (column.valid && column.value != nullptr && column.type == SqlTbl<T>::COLUMN_TYPE_STRING &&
-            !staysInsideLiteral(*static_cast<std::string const*>(column.value)))
+            !rule.holds(*static_cast<std::string const*>(column.value)))
         {
-            // The line of a statement that SQLite refused, which without this look some of them would not be.
-            LogUtil::write(LogUtil::SEVERITY_ERROR, "SQL3", "execute",
-                           "Sql Execute failed: unpaired quote or zero byte in column ", column.name,
-                           " Err=", SQLITE_ERROR);
+            // The form of a statement that SQLite refused; it would not refuse each of these.
+            LogUtil::write(LogUtil::SEVERITY_ERROR, "SQL3", "execute", "Sql Execute failed: ", rule.refusal,
+                           column.name, " Err=", SQLITE_ERROR);
             return RESULT_FAILED;
         }
     }
@@ -114,6 +127,11 @@ int FaultDb::insert(Fault& fault)
 
 int FaultDb::update(Fault const& fault)
 {
+    return rewrite(fault, TEXTS_OF_CALLER);
+}
+
+int FaultDb::rewrite(Fault const& fault, textOrigin_t origin)
+{
     constexpr char kFunction[] = "update";
     if (!m_isOpen)
     {
@@ -130,7 +148,7 @@ int FaultDb::update(Fault const& fault)
     {
         faultDbLog::debug(kFunction, "SqlCmd: ", set); // Deliberately without the WHERE clause.
     }
-    return runStatementOf(m_faultTbl, m_dbHandle, sql);
+    return runStatementOf(m_faultTbl, m_dbHandle, sql, origin == TEXTS_OF_FILE ? kStoredTexts : kCallersTexts);
 }
 
 int FaultDb::insert(FaultStatistic const& statistic)
@@ -154,6 +172,11 @@ int FaultDb::insert(FaultStatistic const& statistic)
 
 int FaultDb::update(FaultStatistic const& statistic)
 {
+    return rewrite(statistic, TEXTS_OF_CALLER);
+}
+
+int FaultDb::rewrite(FaultStatistic const& statistic, textOrigin_t origin)
+{
     constexpr char kFunction[] = "update";
     if (!m_isOpen)
     {
@@ -170,7 +193,7 @@ int FaultDb::update(FaultStatistic const& statistic)
     {
         faultDbLog::debug(kFunction, "SqlCmd: ", set); // Deliberately without the WHERE clause.
     }
-    return runStatementOf(m_faultStatisticTbl, m_dbHandle, sql);
+    return runStatementOf(m_faultStatisticTbl, m_dbHandle, sql, origin == TEXTS_OF_FILE ? kStoredTexts : kCallersTexts);
 }
 
 int FaultDb::updateRdbStartup(unsigned int newId, unsigned int oldId)
@@ -207,7 +230,8 @@ void FaultDb::moveFaults(unsigned int newId, unsigned int oldId)
         faultDbLog::info(kFunction, "Update fault FC=", static_cast<unsigned int>(fault.FaultCode),
                          " EntryID=", fault.EntryId);
         fault.RdbStartupId = newId;
-        static_cast<void>(update(fault)); // A row that cannot be written keeps its id; the others go on.
+        static_cast<void>(
+            rewrite(fault, TEXTS_OF_FILE)); // A row that cannot be written keeps its id; the others go on.
     }
 }
 
@@ -235,6 +259,6 @@ void FaultDb::moveStatistics(unsigned int newId, unsigned int oldId)
                               " EntryID=", statistic.EntryId);
         }
         statistic.RdbStartupId = newId;
-        static_cast<void>(update(statistic)); // As for the faults.
+        static_cast<void>(rewrite(statistic, TEXTS_OF_FILE)); // As for the faults.
     }
 }

@@ -14,6 +14,7 @@ int setValueFromSqlResult(char** cell, T* target)
         return -1;
     }
     std::stringstream stream;
+    stream.exceptions(std::ios::badbit);  // An allocation failure passes on; it says nothing about the text.
     stream.imbue(std::locale::classic()); // The application's locale must not decide what a file says.
     stream << *cell;
     T value = 0;

@@ -95,6 +95,7 @@ int Sqlite3Db::createTbl(short handle, SqlTbl<T> const& tbl)
         LogUtil::write(LogUtil::SEVERITY_DEBUG, kTag, "createTbl", "create Table: ", tbl.m_tblName);
     }
     std::stringstream statement;
+    statement.exceptions(std::ios::badbit); // An allocation failure passes on instead of cutting the text.
     statement << "CREATE TABLE \"" << tbl.m_tblName << "\" (";
     std::size_t const count = tbl.m_columns.size();
     for (unsigned short idx = 0; idx < count; ++idx)

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <fdb/records/Fault.h>
+#include <fdb/records/FaultStatistic.h>
+#include <fdb/records/FdbVersion.h>
+
+#include <gtest/gtest.h>
+
+#include <iosfwd>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+struct sqlite3;
+
+/// A fresh directory, removed with all that is in it.
+class TempDir
+{
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(TempDir const&) = delete;
+    TempDir& operator=(TempDir const&) = delete;
+
+    std::string const& path() const { return m_path; }
+    std::string file(std::string const& name) const { return m_path + "/" + name; }
+
+private:
+    std::string m_path;
+};
+
+/// Takes what is written to std::cout for as long as it lives.
+class Console
+{
+public:
+    Console();
+    ~Console();
+    Console(Console const&) = delete;
+    Console& operator=(Console const&) = delete;
+
+    /// What was written since the last call, whole or as lines.
+    std::string take();
+    std::vector<std::string> takeLines();
+
+private:
+    std::ostringstream m_text;
+    std::streambuf* m_previous;
+};
+
+/// The file as SQLite sees it, without the library. A failing statement fails the test.
+class RawDb
+{
+public:
+    explicit RawDb(std::string const& path);
+    ~RawDb();
+    RawDb(RawDb const&) = delete;
+    RawDb& operator=(RawDb const&) = delete;
+
+    using row_t = std::vector<std::optional<std::string>>;
+
+    void exec(std::string const& sql);
+    std::vector<row_t> rows(std::string const& sql);
+    /// The one cell of a query that has one.
+    std::string value(std::string const& sql);
+    sqlite3* handle() const { return m_db; }
+
+private:
+    sqlite3* m_db = nullptr;
+};
+
+/// For tests about permissions, which do not hold for root: the effective user is nobody for as long as it lives.
+class WithoutRoot
+{
+public:
+    WithoutRoot();
+    ~WithoutRoot();
+    WithoutRoot(WithoutRoot const&) = delete;
+    WithoutRoot& operator=(WithoutRoot const&) = delete;
+
+private:
+    bool m_isSwitched = false;
+};
+
+std::string readFile(std::string const& path);
+void writeFile(std::string const& path, std::string const& bytes);
+bool exists(std::string const& path);
+
+/// Records in which no two members hold the same value; `seed` tells several of them apart.
+Fault makeFault(unsigned int seed = 1);
+FaultStatistic makeStatistic(unsigned int seed = 1);
+
+/// All members, for comparing whole records.
+inline auto members(Fault const& f)
+{
+    return std::tie(f.EntryId, f.DateTimeString, f.FaultCode, f.FaultCodeName, f.Parameter, f.TimeStampUTC, f.Status,
+                    f.Description, f.DiagSignalsDumpFileName, f.ModuleName, f.TimeZone, f.LoggerUpTime,
+                    f.LoggerLifeTime, f.CfgBackupFile, f.RdbStartupId, f.SystemDateTimeString);
+}
+
+inline auto members(FaultStatistic const& s)
+{
+    return std::tie(s.EntryId, s.FaultCode, s.FaultCodeName, s.OccurenceCnt, s.TimeFirstOccurredUTC,
+                    s.TimeLastOccurredUTC, s.FaultActive, s.TimeZoneFirstOccurred, s.TimeZoneLastOccurred,
+                    s.FaultActiveCycleCnt, s.FaultEntryId, s.RdbStartupId);
+}
+
+inline auto members(FdbVersion const& v)
+{
+    return std::tie(v.VersionEntryId, v.Component, v.Version);
+}

@@ -1,0 +1,189 @@
+#include <fdb/records/FaultStatisticTbl.h>
+#include <fdb/records/FaultTbl.h>
+#include <fdb/records/FdbVersionTbl.h>
+
+#include "TestSupport.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <type_traits>
+
+/// While set, operator new fails on this thread.
+thread_local bool allocationsAreRefused = false;
+
+namespace
+{
+
+/// The blocks that this thread gives back, in order. In a fixed place, because noting one must not allocate.
+class ReleaseLog
+{
+public:
+    ReleaseLog() { s_current = this; }
+    ~ReleaseLog() { s_current = nullptr; }
+
+    static void note(void const* block)
+    {
+        if (s_current != nullptr && s_current->m_count < s_current->m_blocks.size())
+        {
+            s_current->m_blocks[s_current->m_count++] = block;
+        }
+    }
+
+    /// The order in which those of `blocks` were released that were released.
+    std::vector<void const*> of(std::vector<void const*> const& blocks) const
+    {
+        s_current = nullptr; // What follows gives blocks back, too.
+        std::vector<void const*> released;
+        for (std::size_t i = 0; i < m_count; ++i)
+        {
+            if (std::find(blocks.begin(), blocks.end(), m_blocks[i]) != blocks.end())
+            {
+                released.push_back(m_blocks[i]);
+            }
+        }
+        return released;
+    }
+
+private:
+    static thread_local ReleaseLog* s_current;
+
+    std::array<void const*, 100> m_blocks{};
+    std::size_t m_count = 0;
+};
+
+thread_local ReleaseLog* ReleaseLog::s_current = nullptr;
+
+void* allocate(std::size_t size) noexcept
+{
+    return allocationsAreRefused ? nullptr : std::malloc(size);
+}
+
+} // namespace
+
+// Replaced for the whole test program: there is no other way to see memory being released or to run out of it.
+
+void* operator new(std::size_t size)
+{
+    if (void* const block = allocate(size))
+    {
+        return block;
+    }
+    throw std::bad_alloc();
+}
+
+// Replaced as well because the standard library pairs it with the delete below.
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept
+{
+    return allocate(size);
+}
+
+void operator delete(void* block) noexcept
+{
+    ReleaseLog::note(block);
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t) noexcept
+{
+    operator delete(block);
+}
+
+namespace
+{
+
+/// A container with three elements, each of which holds one block in `text`.
+template <class Tbl>
+std::unique_ptr<Tbl> makeTbl(std::string Tbl::value_type::*text)
+{
+    auto tbl = std::make_unique<Tbl>();
+    tbl->resize(3);
+    for (auto& element : *tbl)
+    {
+        (element.*text).assign(1000, 'x'); // Too long to lie inside the std::string.
+    }
+    return tbl;
+}
+
+/// The blocks of the three elements from front to back, then the block that the elements themselves lie in.
+template <class Tbl>
+std::vector<void const*> blocksOf(Tbl const& tbl, std::string Tbl::value_type::*text)
+{
+    return {(tbl[0].*text).data(), (tbl[1].*text).data(), (tbl[2].*text).data(), tbl.data()};
+}
+
+template <class Tbl>
+void expectReleaseFrontToBack(std::string Tbl::value_type::*text)
+{
+    auto tbl = makeTbl<Tbl>(text);
+    std::vector<void const*> const blocks = blocksOf(*tbl, text);
+    ReleaseLog releases;
+    tbl.reset();
+    EXPECT_EQ(releases.of(blocks), blocks);
+}
+
+void* addressAsVector(std::vector<FaultStatistic>& statistics)
+{
+    return &statistics;
+}
+
+} // namespace
+
+static_assert(std::is_base_of_v<std::vector<Fault>, FaultTbl>);
+static_assert(std::is_base_of_v<std::vector<FdbVersion>, FdbVersionTbl>);
+static_assert(std::is_base_of_v<std::vector<FaultStatistic>, FaultStatisticTbl>);
+
+static_assert(std::has_virtual_destructor_v<FaultTbl>);
+static_assert(std::has_virtual_destructor_v<FdbVersionTbl>);
+static_assert(!std::is_polymorphic_v<FaultStatisticTbl>);
+static_assert(!std::has_virtual_destructor_v<FaultStatisticTbl>);
+
+// No data members of their own: a vector and what polymorphism costs.
+static_assert(sizeof(FaultTbl) == sizeof(std::vector<Fault>) + sizeof(void*));
+static_assert(sizeof(FdbVersionTbl) == sizeof(std::vector<FdbVersion>) + sizeof(void*));
+static_assert(sizeof(FaultStatisticTbl) == sizeof(std::vector<FaultStatistic>));
+
+TEST(Containers, FaultsAreDestroyedFrontToBackBeforeTheirStorage)
+{
+    expectReleaseFrontToBack<FaultTbl>(&Fault::Description);
+}
+
+TEST(Containers, StatisticsAreDestroyedFrontToBackBeforeTheirStorage)
+{
+    expectReleaseFrontToBack<FaultStatisticTbl>(&FaultStatistic::FaultCodeName);
+}
+
+TEST(Containers, VersionsAreDestroyedFrontToBackBeforeTheirStorage)
+{
+    expectReleaseFrontToBack<FdbVersionTbl>(&FdbVersion::Component);
+}
+
+TEST(Containers, EmptyStatisticTblIsItsVector)
+{
+    FaultStatisticTbl tbl;
+    EXPECT_EQ(addressAsVector(tbl), &tbl);
+}
+
+TEST(Containers, AreEmptyWhenConstructed)
+{
+    EXPECT_TRUE(FaultTbl().empty());
+    EXPECT_TRUE(FaultStatisticTbl().empty());
+    EXPECT_TRUE(FdbVersionTbl().empty());
+}
+
+TEST(Containers, ElementsKeepTheirOrderAndMembersWhileTheContainerGrows)
+{
+    FaultTbl tbl;
+    std::vector<Fault>& rows = tbl;
+    for (unsigned int seed = 0; seed < 20; ++seed)
+    {
+        rows.push_back(makeFault(seed));
+    }
+    ASSERT_EQ(tbl.size(), 20U);
+    for (unsigned int seed = 0; seed < 20; ++seed)
+    {
+        EXPECT_EQ(members(tbl[seed]), members(makeFault(seed)));
+    }
+}

@@ -1,0 +1,181 @@
+#include <fdb/tables/SqlTblUtil.h>
+
+#include "TestSupport.h"
+
+#include <gmock/gmock.h>
+
+#include <limits>
+#include <locale>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+/// Digits in threes, as many applications' locales have them.
+struct GroupedDigits : std::numpunct<char>
+{
+    char do_thousands_sep() const override { return ','; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+class GlobalGroupingLocale
+{
+public:
+    ~GlobalGroupingLocale() { std::locale::global(m_previous); }
+
+private:
+    std::locale m_previous = std::locale::global(std::locale(std::locale::classic(), new GroupedDigits));
+};
+
+/// What the standard says about a text, independent of the application's locale.
+template <class T>
+struct StandardExtraction
+{
+    explicit StandardExtraction(std::string const& text)
+    {
+        std::istringstream in(text);
+        in.imbue(std::locale::classic());
+        in >> value;
+        succeeds = !in.fail();
+    }
+
+    T value = 0;
+    bool succeeds = false;
+};
+
+template <class T>
+class CellConversion : public testing::Test
+{
+protected:
+    int convert(std::string text)
+    {
+        char* cell = text.data();
+        return SqlTblUtil::setValueFromSqlResult(&cell, &target);
+    }
+
+    static constexpr T kLargest = std::numeric_limits<T>::max();
+    static constexpr T kUntouched = 77;
+
+    T target = kUntouched;
+    Console console;
+};
+
+using Widths = testing::Types<unsigned short, unsigned int, unsigned long long>;
+TYPED_TEST_SUITE(CellConversion, Widths);
+
+/// One above the largest number of `T`.
+template <class T>
+std::string textBeyond()
+{
+    std::string text = std::to_string(std::numeric_limits<T>::max());
+    ++text.back(); // No largest number ends with 9.
+    return text;
+}
+
+char const* const kTexts[] = {
+    // Numbers and what may surround them.
+    "0", "1", "42", " 42", "\t\n\v\f\r 42", "42abc", "42 ", "42 43", "42.9", "42e3", "42,5", "4 2", "00042", "+42",
+    "000000000000000000000000000000000000000042", "0x1F", "0b1", "010", "1'000", "1,234", "12,34,56", "1_000", "42\n",
+    // Signs.
+    "-0", "-1", "-42", "-65535", "-65536", "-65537", "-4294967295", "-4294967296", "-18446744073709551615",
+    "-18446744073709551616", "- 1", "--1", "+-1", "-+1", "++1", "+", "-", "-a",
+    // Around the widths.
+    "32767", "32768", "65534", "65535", "65536", "65537", "131072", "2147483647", "2147483648", "4294967294",
+    "4294967295", "4294967296", "4294967297", "9223372036854775807", "9223372036854775808", "18446744073709551614",
+    "18446744073709551615", "18446744073709551616", "18446744073709551617", "36893488147419103232",
+    "99999999999999999999999999999999999999999999999999", "65536abc", "4294967296 1", "18446744073709551616.0",
+    // No numbers.
+    "", " ", "\t\n", "abc", "a42", ".5", ",5", ",", "n/a", "null", "nan", "inf", "true", "e3", "x",
+    "\xC2\xA0"
+    "42",
+    "\xD9\xA4\xD9\xA2", "\xEF\xBC\x94", "\xFF", "'1'", "\"1\"", "(1)", "#1"};
+
+} // namespace
+
+TYPED_TEST(CellConversion, DecidesAsTheStandardExtractionDoes)
+{
+    for (char const* const text : kTexts)
+    {
+        this->target = this->kUntouched;
+        StandardExtraction<TypeParam> const standard(text);
+        EXPECT_EQ(this->convert(text), standard.succeeds ? 0 : -1) << '"' << text << '"';
+        EXPECT_EQ(this->target, standard.succeeds ? standard.value : this->kUntouched) << '"' << text << '"';
+    }
+}
+
+TYPED_TEST(CellConversion, ReportsEveryTextThatItRefusesAndNoOther)
+{
+    for (char const* const text : kTexts)
+    {
+        this->convert(text);
+        bool const isReported = !StandardExtraction<TypeParam>(text).succeeds;
+        EXPECT_EQ(this->console.take(), isReported ? "[ERROR] Casting value " + std::string(text) + "\n" : "")
+            << '"' << text << '"';
+    }
+}
+
+TYPED_TEST(CellConversion, NumberSurroundedByABlankOrLettersIsRead)
+{
+    for (char const* const text : {"42", " 42", "42abc"})
+    {
+        this->target = this->kUntouched;
+        EXPECT_EQ(this->convert(text), 0) << text;
+        EXPECT_EQ(this->target, 42U) << text;
+    }
+}
+
+TYPED_TEST(CellConversion, LargestNumberIsRead)
+{
+    EXPECT_EQ(this->convert(std::to_string(this->kLargest)), 0);
+    EXPECT_EQ(this->target, this->kLargest);
+}
+
+TYPED_TEST(CellConversion, OneMoreThanTheLargestNumberIsReportedAndChangesNothing)
+{
+    std::string const text = textBeyond<TypeParam>();
+    EXPECT_EQ(this->convert(text), -1);
+    EXPECT_EQ(this->target, this->kUntouched);
+    EXPECT_THAT(this->console.takeLines(), ElementsAre("[ERROR] Casting value " + text));
+}
+
+TYPED_TEST(CellConversion, MinusOneWrapsToTheLargestNumber)
+{
+    EXPECT_EQ(this->convert("-1"), 0);
+    EXPECT_EQ(this->target, this->kLargest);
+}
+
+TYPED_TEST(CellConversion, TextWithoutDigitsIsReportedAndChangesNothing)
+{
+    EXPECT_EQ(this->convert("abc"), -1);
+    EXPECT_EQ(this->target, this->kUntouched);
+    EXPECT_THAT(this->console.takeLines(), ElementsAre("[ERROR] Casting value abc"));
+}
+
+TYPED_TEST(CellConversion, EmptyTextIsReportedWithAnEmptyDetail)
+{
+    EXPECT_EQ(this->convert(""), -1);
+    EXPECT_EQ(this->target, this->kUntouched);
+    EXPECT_EQ(this->console.take(), "[ERROR] Casting value \n");
+}
+
+TYPED_TEST(CellConversion, NullFailsSilentlyAndChangesNothing)
+{
+    char* cell = nullptr;
+    EXPECT_EQ(SqlTblUtil::setValueFromSqlResult(&cell, &this->target), -1);
+    EXPECT_EQ(this->target, this->kUntouched);
+    EXPECT_THAT(this->console.take(), IsEmpty());
+}
+
+TYPED_TEST(CellConversion, GlobalLocaleThatGroupsDigitsChangesNothing)
+{
+    GlobalGroupingLocale const grouping;
+    for (char const* const text : kTexts)
+    {
+        this->target = this->kUntouched;
+        StandardExtraction<TypeParam> const standard(text);
+        EXPECT_EQ(this->convert(text), standard.succeeds ? 0 : -1) << '"' << text << '"';
+        EXPECT_EQ(this->target, standard.succeeds ? standard.value : this->kUntouched) << '"' << text << '"';
+    }
+}
