@@ -11,11 +11,10 @@
 #include <new>
 #include <type_traits>
 
-/// While set, operator new fails on this thread.
-thread_local bool allocationsAreRefused = false;
-
 namespace
 {
+
+thread_local bool allocationsAreRefused = false;
 
 /// The blocks that this thread gives back, in order. In a fixed place, because noting one must not allocate.
 class ReleaseLog
@@ -62,6 +61,12 @@ void* allocate(std::size_t size) noexcept
 }
 
 } // namespace
+
+/// While set, operator new fails on the calling thread.
+void refuseAllocations(bool areRefused)
+{
+    allocationsAreRefused = areRefused;
+}
 
 // Replaced for the whole test program: there is no other way to see memory being released or to run out of it.
 

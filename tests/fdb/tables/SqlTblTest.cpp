@@ -17,8 +17,8 @@
 #include <stdexcept>
 #include <type_traits>
 
-// Stands beside the operator new that it switches off.
-extern thread_local bool allocationsAreRefused;
+// Stands beside the operator new that it switches off, in fdb/records/ContainersTest.cpp.
+void refuseAllocations(bool areRefused);
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -90,8 +90,8 @@ private:
 class RefusedAllocations
 {
 public:
-    RefusedAllocations() { allocationsAreRefused = true; }
-    ~RefusedAllocations() { allocationsAreRefused = false; }
+    RefusedAllocations() { refuseAllocations(true); }
+    ~RefusedAllocations() { refuseAllocations(false); }
 };
 
 /// The position in the virtual table, as a pointer to member holds it; -1 for a function that is not virtual.
@@ -183,13 +183,37 @@ protected:
     }
 };
 
+/// Expects the exception of cutting a list that is empty.
+template <class Generate>
+void expectNothingToCut(Generate generate)
+{
+    try
+    {
+        ADD_FAILURE() << generate();
+    }
+    catch (std::out_of_range const& error)
+    {
+        EXPECT_STREQ(error.what(), "basic_string::erase");
+    }
+}
+
 template <class TblType>
 class SchemaTbl : public testing::Test
 {
 };
 
+struct SchemaTblNames
+{
+    template <class T>
+    static std::string GetName(int index)
+    {
+        constexpr char const* kNames[] = {"Fault", "FaultStatistic", "Version"};
+        return kNames[index];
+    }
+};
+
 using SchemaTbls = testing::Types<FdbSqlFaultTbl, FdbSqlFaultStatisticTbl, FdbSqlVersionTbl>;
-TYPED_TEST_SUITE(SchemaTbl, SchemaTbls);
+TYPED_TEST_SUITE(SchemaTbl, SchemaTbls, SchemaTblNames);
 
 } // namespace
 
@@ -266,8 +290,8 @@ TEST(NewTbl, HasTheThreeTypeTexts)
 
 TYPED_TEST(SchemaTbl, AddsNoDataToTheColumnModel)
 {
-    TypeParam const tbl("T");
-    EXPECT_EQ(sizeof tbl, sizeof(HandMadeTbl) - sizeof(Tbl::m_record) + sizeof tbl.m_record);
+    using Record = decltype(TypeParam::m_record);
+    EXPECT_EQ(sizeof(TypeParam), sizeof(SqlTbl<Record>));
 }
 
 TYPED_TEST(SchemaTbl, RunningOutOfMemoryInInitIsPassedOn)
@@ -610,20 +634,6 @@ TEST_F(Statement, QueryFormWithoutColumnsThrowsAfterReplacingTheWorkingRecord)
     record.Version = "updated";
     EXPECT_THROW(tbl.getSqlUpdateValuesQuery(record), std::out_of_range);
     EXPECT_EQ(tbl.m_record.Version, "updated");
-}
-
-/// Whether `statement` fails as cutting an empty list does.
-template <class Generate>
-void expectNothingToCut(Generate generate)
-{
-    try
-    {
-        ADD_FAILURE() << generate();
-    }
-    catch (std::out_of_range const& error)
-    {
-        EXPECT_STREQ(error.what(), "basic_string::erase");
-    }
 }
 
 TEST_F(Statement, InsertWithoutColumnsHasNothingToCut)
