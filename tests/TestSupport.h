@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <iosfwd>
+#include <locale>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -82,6 +83,35 @@ public:
 private:
     bool m_isSwitched = false;
 };
+
+/// Digits in threes, as many applications' locales have them.
+struct GroupedDigits : std::numpunct<char>
+{
+    char do_thousands_sep() const override { return ','; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+/// Makes such a locale the application's own for as long as it lives.
+class GlobalGroupingLocale
+{
+public:
+    GlobalGroupingLocale() = default;
+    ~GlobalGroupingLocale() { std::locale::global(m_previous); }
+    GlobalGroupingLocale(GlobalGroupingLocale const&) = delete;
+    GlobalGroupingLocale& operator=(GlobalGroupingLocale const&) = delete;
+
+private:
+    std::locale m_previous = std::locale::global(std::locale(std::locale::classic(), new GroupedDigits));
+};
+
+/// What `value` writes to a fresh stream.
+template <class T>
+std::string textOf(T const& value)
+{
+    std::ostringstream text;
+    text << value;
+    return text.str();
+}
 
 std::string readFile(std::string const& path);
 void writeFile(std::string const& path, std::string const& bytes);

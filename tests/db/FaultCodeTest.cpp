@@ -1,6 +1,6 @@
 #include <db/FaultCode.h>
 
-#include <gtest/gtest.h>
+#include "TestSupport.h"
 
 #include <iomanip>
 #include <locale>
@@ -25,13 +25,6 @@ std::vector<NamedCode> const table = {
 };
 
 constexpr auto kLargestCode = static_cast<faultCode_t>(4294967295U);
-
-/// Digits in threes, as many applications' locales have them.
-struct GroupedDigits : std::numpunct<char>
-{
-    char do_thousands_sep() const override { return ','; }
-    std::string do_grouping() const override { return "\3"; }
-};
 
 class FaultCodeText : public testing::Test
 {

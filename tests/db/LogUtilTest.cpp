@@ -16,22 +16,6 @@
 namespace
 {
 
-/// Digits in threes, as many applications' locales have them.
-struct GroupedDigits : std::numpunct<char>
-{
-    char do_thousands_sep() const override { return ','; }
-    std::string do_grouping() const override { return "\3"; }
-};
-
-class GlobalGroupingLocale
-{
-public:
-    ~GlobalGroupingLocale() { std::locale::global(m_previous); }
-
-private:
-    std::locale m_previous = std::locale::global(std::locale(std::locale::classic(), new GroupedDigits));
-};
-
 /// Gives std::cout another buffer and puts everything that a test may change about std::cout back.
 class ConsoleBuffer
 {

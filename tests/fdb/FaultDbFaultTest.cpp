@@ -15,13 +15,6 @@ class RecordingFaults : public FaultDbTest
 protected:
     RecordingFaults() { createAndOpen(); }
 
-    std::string textForm(Fault const& record) const
-    {
-        std::ostringstream text;
-        text << record;
-        return text.str();
-    }
-
     Fault fault = makeFault();
 };
 
@@ -94,7 +87,7 @@ TEST_F(RecordingFaults, InsertIsSilentAtDebugLevelZero)
 TEST_F(RecordingFaults, InsertLogsTheRecordAsItWasGivenAtDebugLevelOne)
 {
     db.setDbgLevel(1);
-    std::string const form = textForm(fault);
+    std::string const form = textOf(fault);
     EXPECT_EQ(db.insert(fault), 0);
     EXPECT_EQ(console.take(), "[DEBUG] FDB::insert() Insert:" + form + "\n");
 }
@@ -103,7 +96,7 @@ TEST_F(RecordingFaults, InsertLogsItsStatementTooAtDebugLevelTwo)
 {
     db.setDbgLevel(2);
     Fault empty;
-    std::string const form = textForm(empty);
+    std::string const form = textOf(empty);
     EXPECT_EQ(db.insert(empty), 0);
     EXPECT_THAT(console.takeLines(),
                 ElementsAre("[DEBUG] FDB::insert() Insert:" + form,
@@ -185,7 +178,7 @@ TEST_F(RecordingFaults, UpdateWritesTheWholeUnsignedKey)
 TEST_F(RecordingFaults, UpdateLogsTheRecordAndAtLevelTwoItsStatementWithoutTheWhereClause)
 {
     Fault empty;
-    std::string const form = "[DEBUG] FDB::update() Update:" + textForm(empty);
+    std::string const form = "[DEBUG] FDB::update() Update:" + textOf(empty);
     db.setDbgLevel(1);
     EXPECT_EQ(db.update(empty), 0);
     EXPECT_THAT(console.takeLines(), ElementsAre(form));

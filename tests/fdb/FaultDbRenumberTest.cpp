@@ -84,19 +84,15 @@ TEST_F(Renumbering, LogsEveryStepAtDebugLevelOne)
     addStatistic(1, kOldId);
     FaultStatistic statistic = makeStatistic(1);
     statistic.RdbStartupId = kNewId;
-    std::ostringstream faultForm;
-    faultForm << fault;
-    std::ostringstream statisticForm;
-    statisticForm << statistic;
     db.setDbgLevel(1);
     EXPECT_EQ(db.updateRdbStartup(kNewId, kOldId), 0);
     EXPECT_THAT(console.takeLines(),
                 ElementsAre(info("new ID=7old ID=6"), debug("SqlCmd: SELECT * FROM FdbFaultTbl WHERE RdbStartupId = 6"),
                             debug("No RDB id Fault itemNr=1"), info("Update fault FC=1001 EntryID=1"),
-                            "[DEBUG] FDB::update() Update:" + faultForm.str(),
+                            "[DEBUG] FDB::update() Update:" + textOf(fault),
                             debug("SqlCmd: SELECT * FROM FdbFaultStatisticTbl WHERE RdbStartupId = 6"),
                             debug("No RDB id FaultStat itemNr=1"), debug("Update Statistic FC=1001 EntryID=1"),
-                            "[DEBUG] FDB::update() Update:" + statisticForm.str()));
+                            "[DEBUG] FDB::update() Update:" + textOf(statistic)));
 }
 
 TEST_F(Renumbering, WithoutAMatchOnlyTheMoveIsLogged)

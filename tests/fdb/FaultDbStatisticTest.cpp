@@ -12,13 +12,6 @@ class RecordingStatistics : public FaultDbTest
 protected:
     RecordingStatistics() { createAndOpen(); }
 
-    std::string textForm(FaultStatistic const& record) const
-    {
-        std::ostringstream text;
-        text << record;
-        return text.str();
-    }
-
     FaultStatistic statistic = makeStatistic();
 };
 
@@ -105,7 +98,7 @@ TEST_F(RecordingStatistics, WritesAreSilentAtDebugLevelZero)
 TEST_F(RecordingStatistics, InsertLogsTheRecordAndAtLevelTwoItsStatement)
 {
     FaultStatistic const empty;
-    std::string const form = "[DEBUG] FDB::insert() Insert:" + textForm(empty);
+    std::string const form = "[DEBUG] FDB::insert() Insert:" + textOf(empty);
     db.setDbgLevel(1);
     EXPECT_EQ(db.insert(empty), 0);
     EXPECT_THAT(console.takeLines(), ElementsAre(form));
@@ -122,7 +115,7 @@ TEST_F(RecordingStatistics, InsertLogsTheRecordAndAtLevelTwoItsStatement)
 TEST_F(RecordingStatistics, UpdateLogsTheRecordAndAtLevelTwoItsStatementWithoutTheWhereClause)
 {
     FaultStatistic const empty;
-    std::string const form = "[DEBUG] FDB::update() Update:" + textForm(empty);
+    std::string const form = "[DEBUG] FDB::update() Update:" + textOf(empty);
     db.setDbgLevel(1);
     EXPECT_EQ(db.update(empty), 0);
     EXPECT_THAT(console.takeLines(), ElementsAre(form));

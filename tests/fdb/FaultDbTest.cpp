@@ -1,3 +1,4 @@
+#include "AllocationSupport.h"
 #include "Fixtures.h"
 
 #include <gmock/gmock.h>
@@ -99,6 +100,27 @@ TEST_F(FaultDbTest, InstanceIsCreatedOnce)
     FaultDb* const first = FaultDb::getInstance();
     EXPECT_EQ(FaultDb::getInstance(), first);
     EXPECT_EQ(FaultDb::m_pInstance, first);
+}
+
+TEST_F(FaultDbTest, InstanceThatCannotBeAllocatedIsNotKept)
+{
+    FaultDb* const previous = FaultDb::m_pInstance;
+    FaultDb::m_pInstance = nullptr;
+    bool isThrown = false;
+    {
+        RefusedAllocations const outOfMemory;
+        try
+        {
+            FaultDb::getInstance();
+        }
+        catch (std::bad_alloc const&)
+        {
+            isThrown = true;
+        }
+    }
+    EXPECT_TRUE(isThrown);
+    EXPECT_EQ(FaultDb::m_pInstance, nullptr);
+    FaultDb::m_pInstance = previous;
 }
 
 TEST_F(FaultDbTest, MonitorDeletesTheInstanceAndLeavesThePointer)

@@ -2,99 +2,11 @@
 #include <fdb/records/FaultTbl.h>
 #include <fdb/records/FdbVersionTbl.h>
 
+#include "AllocationSupport.h"
 #include "TestSupport.h"
 
-#include <algorithm>
-#include <array>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <type_traits>
-
-namespace
-{
-
-thread_local bool allocationsAreRefused = false;
-
-/// The blocks that this thread gives back, in order. In a fixed place, because noting one must not allocate.
-class ReleaseLog
-{
-public:
-    ReleaseLog() { s_current = this; }
-    ~ReleaseLog() { s_current = nullptr; }
-
-    static void note(void const* block)
-    {
-        if (s_current != nullptr && s_current->m_count < s_current->m_blocks.size())
-        {
-            s_current->m_blocks[s_current->m_count++] = block;
-        }
-    }
-
-    /// The order in which those of `blocks` were released that were released.
-    std::vector<void const*> of(std::vector<void const*> const& blocks) const
-    {
-        s_current = nullptr; // What follows gives blocks back, too.
-        std::vector<void const*> released;
-        for (std::size_t i = 0; i < m_count; ++i)
-        {
-            if (std::find(blocks.begin(), blocks.end(), m_blocks[i]) != blocks.end())
-            {
-                released.push_back(m_blocks[i]);
-            }
-        }
-        return released;
-    }
-
-private:
-    static thread_local ReleaseLog* s_current;
-
-    std::array<void const*, 100> m_blocks{};
-    std::size_t m_count = 0;
-};
-
-thread_local ReleaseLog* ReleaseLog::s_current = nullptr;
-
-void* allocate(std::size_t size) noexcept
-{
-    return allocationsAreRefused ? nullptr : std::malloc(size);
-}
-
-} // namespace
-
-/// While set, operator new fails on the calling thread.
-void refuseAllocations(bool areRefused)
-{
-    allocationsAreRefused = areRefused;
-}
-
-// Replaced for the whole test program: there is no other way to see memory being released or to run out of it.
-
-void* operator new(std::size_t size)
-{
-    if (void* const block = allocate(size))
-    {
-        return block;
-    }
-    throw std::bad_alloc();
-}
-
-// Replaced as well because the standard library pairs it with the delete below.
-void* operator new(std::size_t size, std::nothrow_t const&) noexcept
-{
-    return allocate(size);
-}
-
-void operator delete(void* block) noexcept
-{
-    ReleaseLog::note(block);
-    std::free(block);
-}
-
-void operator delete(void* block, std::size_t) noexcept
-{
-    operator delete(block);
-}
 
 namespace
 {

@@ -17,14 +17,6 @@
 namespace
 {
 
-/// The symbolic name, which the device's maker chooses.
-std::string nameOf(faultCode_t code)
-{
-    std::ostringstream out;
-    out << code;
-    return out.str();
-}
-
 class StatisticText : public testing::Test
 {
 protected:
@@ -160,12 +152,12 @@ TEST_F(StatisticText, OfAFullStatistic)
     statistic.FaultCodeName = "not shown";
     statistic.TimeZoneFirstOccurred = "not shown";
     statistic.TimeZoneLastOccurred = "not shown";
-    EXPECT_EQ(text(), "[FAULT_STATISTIC]: 258, " + nameOf(statistic.FaultCode) + ", 100, 200, 4, active, 2, 12, 3");
+    EXPECT_EQ(text(), "[FAULT_STATISTIC]: 258, " + textOf(statistic.FaultCode) + ", 100, 200, 4, active, 2, 12, 3");
 }
 
 TEST_F(StatisticText, OfADefaultStatistic)
 {
-    EXPECT_EQ(text(), "[FAULT_STATISTIC]: 0, " + nameOf(static_cast<faultCode_t>(0)) + ", 0, 0, 0, inactive, 0, 0, 0");
+    EXPECT_EQ(text(), "[FAULT_STATISTIC]: 0, " + textOf(static_cast<faultCode_t>(0)) + ", 0, 0, 0, inactive, 0, 0, 0");
 }
 
 TEST_F(StatisticText, ShowsNothingForAnUnnamedActivity)
@@ -193,7 +185,7 @@ TEST_F(StatisticText, NumbersAreUnsignedUpToTheirWidth)
     statistic.FaultActiveCycleCnt = 65534;
     statistic.FaultEntryId = 18446744073709551613ULL;
     statistic.RdbStartupId = 4294967294U;
-    EXPECT_EQ(text(), "[FAULT_STATISTIC]: 4294967295, " + nameOf(statistic.FaultCode) +
+    EXPECT_EQ(text(), "[FAULT_STATISTIC]: 4294967295, " + textOf(statistic.FaultCode) +
                           ", 18446744073709551615, 18446744073709551614, 65535, inactive, 65534, "
                           "18446744073709551613, 4294967294");
 }

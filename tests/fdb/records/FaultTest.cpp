@@ -23,14 +23,6 @@ std::vector<std::string*> texts(Fault& fault)
             &fault.CfgBackupFile,  &fault.ModuleName,    &fault.SystemDateTimeString};
 }
 
-/// The symbolic name, which the device's maker chooses.
-std::string nameOf(faultCode_t code)
-{
-    std::ostringstream out;
-    out << code;
-    return out.str();
-}
-
 class FaultText : public testing::Test
 {
 protected:
@@ -174,7 +166,7 @@ TEST_F(FaultText, OfAFullFault)
     fault.TimeZone = "not shown";
     EXPECT_EQ(text(),
               "[FAULT]: DbId=12, TimeStamp=150, TimeStampDate[UTC]=D1, SystemDate[UTC]=D2, FCode=258, FCodeName=" +
-                  nameOf(fault.FaultCode) +
+                  textOf(fault.FaultCode) +
                   ", Param=p, TxModule=m, Status=ErrorActive, Des=d, DiagSigFile=f, UpTime=10, LifeTime=20, "
                   "CfgBuFile=c, RDB StartupId=3");
 }
@@ -182,7 +174,7 @@ TEST_F(FaultText, OfAFullFault)
 TEST_F(FaultText, OfADefaultFault)
 {
     EXPECT_EQ(text(), "[FAULT]: DbId=0, TimeStamp=0, TimeStampDate[UTC]=, SystemDate[UTC]=, FCode=0, FCodeName=" +
-                          nameOf(static_cast<faultCode_t>(0)) +
+                          textOf(static_cast<faultCode_t>(0)) +
                           ", Param=, TxModule=, Status=ErrorInactive, Des=, DiagSigFile=, UpTime=0, LifeTime=0, "
                           "CfgBuFile=, RDB StartupId=0");
 }
@@ -206,7 +198,7 @@ TEST_F(FaultText, ShowsTheLowSixteenBitsOfTheCode)
 TEST_F(FaultText, NamesTheWholeCode)
 {
     fault.FaultCode = static_cast<faultCode_t>(4294901761U);
-    EXPECT_NE(text().find(", FCodeName=" + nameOf(fault.FaultCode) + ", "), std::string::npos) << out.str();
+    EXPECT_NE(text().find(", FCodeName=" + textOf(fault.FaultCode) + ", "), std::string::npos) << out.str();
 }
 
 TEST_F(FaultText, LargestKeyIsUnsigned)

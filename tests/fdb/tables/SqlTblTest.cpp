@@ -4,6 +4,7 @@
 #include <fdb/tables/FdbSqlFaultTbl.h>
 #include <fdb/tables/FdbSqlVersionTbl.h>
 
+#include "AllocationSupport.h"
 #include "TestSupport.h"
 
 #include <gmock/gmock.h>
@@ -16,9 +17,6 @@
 #include <new>
 #include <stdexcept>
 #include <type_traits>
-
-// Stands beside the operator new that it switches off, in fdb/records/ContainersTest.cpp.
-void refuseAllocations(bool areRefused);
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -69,29 +67,6 @@ public:
     {
         *static_cast<std::string*>(value) = "type " + std::to_string(type) + " from " + text;
     }
-};
-
-/// Digits in threes, as many applications' locales have them.
-struct GroupedDigits : std::numpunct<char>
-{
-    char do_thousands_sep() const override { return ','; }
-    std::string do_grouping() const override { return "\3"; }
-};
-
-class GlobalGroupingLocale
-{
-public:
-    ~GlobalGroupingLocale() { std::locale::global(m_previous); }
-
-private:
-    std::locale m_previous = std::locale::global(std::locale(std::locale::classic(), new GroupedDigits));
-};
-
-class RefusedAllocations
-{
-public:
-    RefusedAllocations() { refuseAllocations(true); }
-    ~RefusedAllocations() { refuseAllocations(false); }
 };
 
 /// The position in the virtual table, as a pointer to member holds it; -1 for a function that is not virtual.

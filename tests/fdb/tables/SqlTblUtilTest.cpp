@@ -13,22 +13,6 @@ using testing::IsEmpty;
 namespace
 {
 
-/// Digits in threes, as many applications' locales have them.
-struct GroupedDigits : std::numpunct<char>
-{
-    char do_thousands_sep() const override { return ','; }
-    std::string do_grouping() const override { return "\3"; }
-};
-
-class GlobalGroupingLocale
-{
-public:
-    ~GlobalGroupingLocale() { std::locale::global(m_previous); }
-
-private:
-    std::locale m_previous = std::locale::global(std::locale(std::locale::classic(), new GroupedDigits));
-};
-
 /// What the standard says about a text, independent of the application's locale.
 template <class T>
 struct StandardExtraction

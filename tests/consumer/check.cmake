@@ -1,0 +1,27 @@
+# Builds and runs the consumer in WORK, against an installation of BUILD or against SOURCE as a subdirectory.
+function(run)
+    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+    if(NOT result EQUAL 0)
+        list(JOIN ARGN " " command)
+        message(FATAL_ERROR "${command}\n${output}")
+    endif()
+endfunction()
+
+file(REMOVE_RECURSE "${WORK}")
+file(MAKE_DIRECTORY "${WORK}")
+if(SOURCE)
+    set(options "-DFIRAIM_SOURCE_TREE=${SOURCE}")
+else()
+    run("${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${WORK}/installed")
+    # An installation may be moved.
+    file(RENAME "${WORK}/installed" "${WORK}/moved")
+    set(options "-DCMAKE_PREFIX_PATH=${WORK}/moved")
+    file(GLOB_RECURSE libdb "${WORK}/moved/libdb.so*")
+    if(NOT libdb MATCHES "/firaim/libdb\\.so\\.0$")
+        message(FATAL_ERROR "libdb is installed as ${libdb}, not as libdb.so.0 in a folder of its own")
+    endif()
+endif()
+run("${CMAKE_COMMAND}" -S "${CMAKE_CURRENT_LIST_DIR}" -B "${WORK}/build" -G Ninja
+    "-DCMAKE_CXX_COMPILER=${COMPILER}" ${options})
+run("${CMAKE_COMMAND}" --build "${WORK}/build")
+run("${CMAKE_COMMAND}" -E chdir "${WORK}" "${WORK}/build/consumer")
