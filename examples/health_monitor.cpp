@@ -1,0 +1,231 @@
+// Watches the machine it runs on and keeps the history of its faults, as a logger would.
+
+#include "health_monitor/FaultRecorder.h"
+#include "health_monitor/Report.h"
+#include "health_monitor/Sampler.h"
+#include "health_monitor/Thresholds.h"
+
+#include <fdb/FaultDb.h>
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <exception>
+#include <iostream>
+#include <limits>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+using namespace healthMonitor;
+
+constexpr int kExitOk = 0;
+constexpr int kExitTrouble = 1;
+constexpr int kExitUsage = 2;
+
+struct Options
+{
+    std::string database;
+    std::vector<std::string> paths = {"/"};
+    Thresholds thresholds;
+    long long samples = 0;
+    unsigned int intervalMs = 1000;
+};
+
+constexpr char kFooter[] = R"(
+A threshold of 0 is not watched. A path that cannot be examined is a fault of its own (FC_STORAGE_MEDIUM_MISSING), and
+so is one on a read-only file system (FC_STORAGE_READ_ONLY).
+
+A fault is recorded when a threshold is crossed, and another, inactive one when it clears. The statistic of its code
+counts occurrences and active cycles (samples in which it was active) up to 65535. Times in the file are milliseconds
+since 1970 in UTC; the up-time is in seconds.
+
+Each run records under the next start-up id. A fault that was still active when an earlier run ended is settled at the
+first sample: still crossed, it counts as a new occurrence under the new start-up id; no longer crossed, it is recorded
+as inactive. What this run does not watch stays as it is.
+
+Exit status: 0 when the samples were taken or SIGINT or SIGTERM ended the run, 1 when the database or the machine's
+state could not be read or written, 2 for bad usage.)";
+
+/// A comparison with a number that is none would never be crossed, and CLI::Range lets it pass.
+std::string refuseNan(std::string const& text)
+{
+    return std::isnan(std::strtod(text.c_str(), nullptr)) ? "not a number: " + text : std::string();
+}
+
+std::string refuseEmpty(std::string const& text)
+{
+    return text.empty() ? "must not be empty" : std::string();
+}
+
+void declare(CLI::App& app, Options& options)
+{
+    Thresholds& thresholds = options.thresholds;
+    thresholds.maxLoad = 2.0 * std::max(1U, std::thread::hardware_concurrency());
+
+    app.add_option("--database", options.database, "The fault database; created when there is none")
+        ->type_name("FILE")
+        ->required()
+        ->check(refuseEmpty);
+    app.add_option("--min-memory", thresholds.minMemoryMib, "Least available memory, in MiB")
+        ->type_name("MIB")
+        ->capture_default_str()
+        ->check(CLI::Range(0.0, 1e9).description(""))
+        ->check(refuseNan);
+    app.add_option("--max-load", thresholds.maxLoad, "Greatest load average of the last minute, in processes")
+        ->type_name("N")
+        ->capture_default_str()
+        ->check(CLI::Range(0.0, 1e6).description(""))
+        ->check(refuseNan);
+    app.add_option("--min-free", thresholds.minFreePercent, "Least free space of each path, in percent")
+        ->type_name("PERCENT")
+        ->capture_default_str()
+        ->check(CLI::Range(0.0, 100.0).description(""))
+        ->check(refuseNan);
+    app.add_option("--path", options.paths, "A path whose file system is watched; may be given several times")
+        ->type_name("PATH")
+        ->capture_default_str()
+        ->allow_extra_args(false)
+        ->check(refuseEmpty);
+    app.add_option("--max-clock-jump", thresholds.maxClockJumpMs,
+                   "Greatest change of the system clock between two samples, in milliseconds")
+        ->type_name("MS")
+        ->capture_default_str()
+        ->check(CLI::Range(0LL, 1'000'000'000'000LL).description(""));
+    app.add_option("--restart-window", thresholds.restartWindowSeconds,
+                   "A machine up for less than this many seconds has been restarted")
+        ->type_name("S")
+        ->capture_default_str();
+    app.add_option("--samples", options.samples, "Number of samples; 0 goes on until SIGINT or SIGTERM")
+        ->type_name("N")
+        ->capture_default_str()
+        ->check(CLI::Range(0LL, std::numeric_limits<long long>::max()).description(""));
+    app.add_option("--interval", options.intervalMs, "Time from one sample to the next, in milliseconds")
+        ->type_name("MS")
+        ->capture_default_str()
+        ->check(CLI::Range(10U, 86'400'000U).description(""));
+}
+
+/// SIGINT and SIGTERM, held back so that they end the run between two samples and never in the middle of a write.
+class StopSignals
+{
+public:
+    StopSignals()
+    {
+        sigemptyset(&m_signals);
+        sigaddset(&m_signals, SIGINT);
+        sigaddset(&m_signals, SIGTERM);
+        int const error = pthread_sigmask(SIG_BLOCK, &m_signals, nullptr);
+        if (error != 0)
+        {
+            throw std::system_error(error, std::generic_category(), "cannot hold back signals");
+        }
+    }
+
+    /// Waits until `deadline`; returns whether a signal came first.
+    bool waitUntil(std::chrono::steady_clock::time_point deadline) const
+    {
+        using namespace std::chrono;
+        while (true)
+        {
+            nanoseconds const left = std::max<nanoseconds>(deadline - steady_clock::now(), nanoseconds::zero());
+            timespec timeout{};
+            timeout.tv_sec = static_cast<std::time_t>(duration_cast<seconds>(left).count());
+            timeout.tv_nsec = static_cast<long>((left % seconds(1)).count());
+            if (sigtimedwait(&m_signals, nullptr, &timeout) > 0)
+            {
+                return true;
+            }
+            // Being stopped and continued ends the wait early.
+            if (steady_clock::now() >= deadline)
+            {
+                return false;
+            }
+        }
+    }
+
+private:
+    sigset_t m_signals{};
+};
+
+void watch(Options const& options, StopSignals const& stop, FaultRecorder& recorder)
+{
+    using std::chrono::steady_clock;
+    Sampler sampler(options.paths);
+    steady_clock::time_point next = steady_clock::now();
+    for (long long taken = 1;; ++taken)
+    {
+        Sample const sample = sampler.take();
+        for (Fault const& fault : recorder.record(sample, compare(sample, options.thresholds)))
+        {
+            printEvent(std::cout, fault);
+        }
+        if (taken == options.samples)
+        {
+            return;
+        }
+        // Samples that were missed, as in suspend, are not made up for.
+        next = std::max(next + std::chrono::milliseconds(options.intervalMs), steady_clock::now());
+        if (stop.waitUntil(next))
+        {
+            return;
+        }
+    }
+}
+
+void run(Options const& options)
+{
+    StopSignals const stop;
+    FaultDb& db = *FaultDb::getInstance();
+    openOrCreate(db, options.database);
+    FaultRecorder recorder(db);
+    std::cout << "Watching under start-up id " << recorder.startupId() << " into " << options.database << std::endl;
+    watch(options, stop, recorder);
+    printReport(std::cout, db);
+    int const closed = db.closeDb();
+    if (closed != RESULT_OK)
+    {
+        throw DatabaseError("close the database", closed);
+    }
+    if (!std::cout)
+    {
+        throw std::runtime_error("cannot write to standard output; the faults are recorded all the same");
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    Options options;
+    CLI::App app("Watches the memory, load, file systems, clock and up-time of this machine and records faults.",
+                 "health_monitor");
+    try
+    {
+        declare(app, options);
+        app.footer(kFooter);
+        app.parse(argc, argv);
+        std::sort(options.paths.begin(), options.paths.end());
+        options.paths.erase(std::unique(options.paths.begin(), options.paths.end()), options.paths.end());
+        run(options);
+        return kExitOk;
+    }
+    catch (CLI::ParseError const& problem)
+    {
+        return app.exit(problem) == 0 ? kExitOk : kExitUsage;
+    }
+    catch (std::exception const& problem)
+    {
+        std::cerr << "health_monitor: " << problem.what() << '\n';
+        return kExitTrouble;
+    }
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "Sampler.h"
+
+#include <db/FaultCode.h>
+
+#include <string>
+#include <vector>
+
+namespace healthMonitor
+{
+
+/// What a healthy machine keeps to. A threshold of 0 is not watched.
+struct Thresholds
+{
+    double minMemoryMib = 64.0;              ///< available memory
+    double maxLoad = 0.0;                    ///< mean number of runnable processes over the last minute
+    double minFreePercent = 5.0;             ///< free space of each watched path
+    long long maxClockJumpMs = 1000;         ///< change of the system clock from one sample to the next, either way
+    unsigned int restartWindowSeconds = 300; ///< a machine up for less has just been restarted
+};
+
+/// What one comparison found. Code and parameter together tell one possible fault from another.
+struct Finding
+{
+    faultCode_t code;
+    std::string parameter; ///< the path, for a fault of a file system
+    bool isCrossed;
+    std::string description; ///< the value and its threshold
+};
+
+/// Compares `sample` with `thresholds`. What is not watched, or could not be looked at this time, yields no finding.
+std::vector<Finding> compare(Sample const& sample, Thresholds const& thresholds);
+
+} // namespace healthMonitor
