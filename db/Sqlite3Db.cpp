@@ -1,7 +1,6 @@
 #include <db/Sqlite3Db.h>
 
 #include <db/LogUtil.h>
-#include <db/SqlScan.h>
 
 #include <sqlite3.h>
 
@@ -37,6 +36,46 @@ int prepare(sqlite3* db, char const*& sql, Statement& statement)
     int const code = sqlite3_prepare_v2(db, sql, -1, &compiled, &sql);
     statement.reset(compiled);
     return code;
+}
+
+/// While it lives, compiling has no effect: many PRAGMA statements act when they are compiled, and not when they run.
+class HarmlessCompiling
+{
+public:
+    explicit HarmlessCompiling(sqlite3* db) : m_db(db) { sqlite3_set_authorizer(m_db, ignorePragma, this); }
+    ~HarmlessCompiling() { sqlite3_set_authorizer(m_db, nullptr, nullptr); }
+    HarmlessCompiling(HarmlessCompiling const&) = delete;
+    HarmlessCompiling& operator=(HarmlessCompiling const&) = delete;
+
+    bool hasIgnoredPragma() const { return m_hasIgnoredPragma; }
+
+private:
+    static int ignorePragma(void* self, int action, char const*, char const*, char const*, char const*)
+    {
+        if (action != SQLITE_PRAGMA)
+        {
+            return SQLITE_OK;
+        }
+        static_cast<HarmlessCompiling*>(self)->m_hasIgnoredPragma = true;
+        return SQLITE_IGNORE;
+    }
+
+    sqlite3* m_db;
+    bool m_hasIgnoredPragma = false;
+};
+
+/// Whether `sql` holds nothing to run: blanks, semicolons, comments. SQLite's own tokenizer decides.
+bool isBlank(sqlite3* db, char const* sql)
+{
+    while (*sql != '\0')
+    {
+        Statement statement;
+        if (prepare(db, sql, statement) != SQLITE_OK || statement)
+        {
+            return false;
+        }
+    }
+    return true;
 }
 
 int openFile(std::string const& path, Connection& connection)
@@ -135,23 +174,37 @@ int failed(sqlite3* db, int code)
     return failed(sqlite3_errmsg(db), code);
 }
 
-/// Compiles `sql` when it holds exactly one statement.
+/// Compiles `sql` when it holds exactly one statement; otherwise nothing of it has had any effect.
 int prepareOnlyStatement(sqlite3* db, char const* sql, Statement& statement)
 {
-    if (sql == nullptr || sqlScan::isBlank(sql))
+    if (sql == nullptr)
     {
         return failed("no statement", SQLITE_MISUSE);
     }
-    if (sqlScan::holdsSeveralStatements(sql))
+    char const* tail = sql;
+    bool isPragma = false;
     {
-        return failed("more than one statement", SQLITE_MISUSE);
+        HarmlessCompiling const compiling(db);
+        int const code = prepare(db, tail, statement);
+        if (code != SQLITE_OK)
+        {
+            return failed(db, code);
+        }
+        isPragma = compiling.hasIgnoredPragma();
+        if (!isBlank(db, tail))
+        {
+            return failed("more than one statement", SQLITE_MISUSE);
+        }
     }
-    int const code = prepare(db, sql, statement);
-    if (code != SQLITE_OK)
+    if (isPragma)
     {
-        return failed(db, code);
+        int const code = prepare(db, sql, statement);
+        if (code != SQLITE_OK)
+        {
+            return failed(db, code);
+        }
     }
-    return sqlScan::isBlank(sql) ? RESULT_OK : failed("more than one statement", SQLITE_MISUSE);
+    return statement ? RESULT_OK : failed("no statement", SQLITE_MISUSE);
 }
 
 /// Hands the rows of one statement to a callback object.

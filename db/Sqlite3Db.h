@@ -19,8 +19,9 @@ class SqlTbl;
 ///
 /// Ownership: the registry owns its connections until `closeDb`; nothing closes them when the process ends.
 /// Threads: nothing here locks; callers serialise their calls. Only a log line takes a lock, LogUtil::mutex.
-/// Failures: codes are those of db/ResultCode.h. A failed statement has changed nothing, and the connection stays
-/// usable. Standard exceptions (allocation) pass through; what was half done is released.
+/// Failures: codes are those of db/ResultCode.h. A statement that SQLite ends as failed has changed
+/// nothing, and the connection stays usable. Standard exceptions (allocation) pass through; what was half done is
+/// released.
 class FIRAIM_EXPORT Sqlite3Db
 {
 public:
@@ -43,8 +44,9 @@ public:
 
     /// Opens the SQLite file at `path` for reading and writing and registers the connection. A missing file is created
     /// empty, a file that may only be read is opened for reading. `path` always means a file: names that SQLite treats
-    /// specially (":memory:", "file:" URIs) do not. An existing file is not written to, whatever it holds: a file that
-    /// is no database opens, and the first statement on it fails.
+    /// specially (":memory:", "file:" URIs) do not. An existing file is not written to, whatever it holds, unless
+    /// SQLite rolls back what a crashed writer left half done. A file that is no database opens, and the first
+    /// statement on it fails.
     ///
     /// Returns the handle, 0 or larger; a number just closed is not the next one given out while another is free.
     /// RESULT_FAILED when SQLite cannot open the file or another process keeps it locked beyond the busy timeout of 5

@@ -12,7 +12,7 @@ public:
     /// Says where the rows of one statement go. Passed by value.
     struct sqlite3DbCbCgf_t
     {
-        /// Receives the rows; borrowed, never null.
+        /// Receives the rows; borrowed. With a null pointer nothing is run.
         Sqlite3DbCallback* callbackObj;
         /// Tells the receiver which query the rows belong to. The caller owns the int; it has to live as long as the
         /// call of `execute`. The connection layer never reads it.

@@ -13,7 +13,6 @@
 namespace
 {
 
-constexpr unsigned short kVersionComponentColumn = 1;
 constexpr char kFormatVersionComponent[] = "FormatVersion";
 
 /// Whether `path` is a name that the system takes whole; it would cut one with a zero byte and mean another file.
@@ -171,12 +170,11 @@ int FaultDb::openDb(std::string const& path, bool compatibleMode)
 {
     constexpr char kFunction[] = "openDb";
     bool const isDebug = m_dbgLevel > 0;
-    Sqlite3Db* const sqlite = Sqlite3Db::getInstance(0);
-
     if (m_isOpen)
     {
         return RESULT_INVALID_STATE;
     }
+    Sqlite3Db* const sqlite = Sqlite3Db::getInstance(0);
     m_dbHandle = sqlite->openDb(path);
     if (m_dbHandle < 0)
     {
@@ -188,7 +186,7 @@ int FaultDb::openDb(std::string const& path, bool compatibleMode)
     int const result = getFormatVersion(found);
     if (result < 0)
     {
-        // The object deliberately stays open by name: the caller has to notice before going on with another file.
+        // The object deliberately stays open by name, with a closed connection.
         static_cast<void>(sqlite->closeDb(m_dbHandle));
         return result;
     }
@@ -240,7 +238,7 @@ int FaultDb::closeDb()
 int FaultDb::getFormatVersion(FdbVersion& version)
 {
     std::string const query = "SELECT * FROM " + m_versionTbl.m_tblName + " WHERE " +
-                              m_versionTbl.getColumnNameById(kVersionComponentColumn) + " LIKE '" +
+                              m_versionTbl.getColumnNameById(FdbSqlVersionTbl::kComponentColumn) + " LIKE '" +
                               kFormatVersionComponent + "'";
     FdbVersionTbl tbl;
     int const result = getVersionTbl(query, tbl);

@@ -54,12 +54,13 @@ public:
 
     /// Creates a new database file at `path` with its three tables and its format version, and closes it again.
     ///
-    /// RESULT_OK; RESULT_FILE_EXISTS when the file exists and `overwrite` is false, the file untouched; RESULT_FAILED
-    /// when the old file cannot be removed or the new one not be created or opened; otherwise the code of the table
-    /// creation or insert that failed. With `overwrite` the old file is removed first. After a later failure the file
-    /// stays as far as it got; calling again with `overwrite` makes it good.
-    /// The database is closed afterwards in every case that got as far as the file; one that was open before is lost to
-    /// this object (its connection stays open), so close first. Also the way back after a failed `openDb`, see there.
+    /// A file exists when it can be opened for reading and writing; one that may only be written counts as missing and
+    /// is emptied. RESULT_OK; RESULT_FILE_EXISTS when the file exists and `overwrite` is false, the file untouched;
+    /// RESULT_FAILED when the old file cannot be removed or the new one not be created or opened; otherwise the code of
+    /// the table creation or insert that failed. With `overwrite` the old file is removed first. After a later failure
+    /// the file stays as far as it got; calling again with `overwrite` makes it good. The database is closed afterwards
+    /// in every case that got as far as the file; one that was open before is lost to this object (its connection stays
+    /// open), so close first. Also the way back after a failed `openDb`, see there.
     int createDb(std::string const& path, bool overwrite);
 
     /// Opens the database file at `path` and checks its format version.
@@ -71,7 +72,8 @@ public:
     /// A missing file is created empty and then has no version. When the version cannot be read (no database, no or
     /// several version rows) the code of that read is returned and the object counts as open with a closed connection:
     /// `openDb` and `closeDb` then return RESULT_INVALID_STATE. A `createDb` that gets as far as closing its file makes
-    /// the object usable again. The file's bytes stay as they were.
+    /// the object usable again. The file's bytes stay as they were, unless
+    /// SQLite had to roll back what a crashed writer left half done.
     int openDb(std::string const& path, bool compatibleMode);
 
     /// Closes the database. RESULT_OK; RESULT_INVALID_STATE when none is open or the connection layer refuses, which
@@ -161,16 +163,7 @@ private:
     FaultDb();
     ~FaultDb() override;
 
-    /// Whose texts a record holds: a caller's, with each quote twice, or the file's, with each quote once.
-    enum textOrigin_t
-    {
-        TEXTS_OF_CALLER,
-        TEXTS_OF_FILE
-    };
-
     FIRAIM_HIDDEN int createContent();
-    FIRAIM_HIDDEN int rewrite(Fault const& fault, textOrigin_t origin);
-    FIRAIM_HIDDEN int rewrite(FaultStatistic const& statistic, textOrigin_t origin);
     FIRAIM_HIDDEN void moveFaults(unsigned int newId, unsigned int oldId);
     FIRAIM_HIDDEN void moveStatistics(unsigned int newId, unsigned int oldId);
     FIRAIM_HIDDEN int runCount(char const* function, std::string const& sql, int kind);

@@ -9,10 +9,6 @@
 namespace
 {
 
-constexpr unsigned short kFaultEntryIdColumn = 0;
-constexpr unsigned short kStatisticFaultCodeColumn = 1;
-constexpr unsigned short kStatisticActiveColumn = 8;
-
 /// Which counting statement a row belongs to.
 enum queryKind_t : int
 {
@@ -58,7 +54,8 @@ int FaultDb::getFaultStatisticTbl(FaultStatisticTbl& statistics)
 int FaultDb::getFaultStatisticTblErrorActive(FaultStatisticTbl& statistics)
 {
     return getFaultStatisticTbl("SELECT * FROM " + m_faultStatisticTbl.m_tblName + " WHERE " +
-                                    m_faultStatisticTbl.getColumnNameById(kStatisticActiveColumn) + " LIKE 'active'",
+                                    m_faultStatisticTbl.getColumnNameById(FdbSqlFaultStatisticTbl::kFaultActiveColumn) +
+                                    " LIKE '" + FdbSqlFaultStatisticTbl::kActiveText + "'",
                                 statistics);
 }
 
@@ -67,7 +64,8 @@ int FaultDb::getFaultById(Fault& fault, unsigned long long id)
     FaultTbl found;
     // A query that failed found nothing; the caller is told no more than that.
     static_cast<void>(getFaultTbl("SELECT * FROM \"" + m_faultTbl.m_tblName + "\" WHERE " +
-                                      m_faultTbl.getColumnNameById(kFaultEntryIdColumn) + "=" + std::to_string(id),
+                                      m_faultTbl.getColumnNameById(FdbSqlFaultTbl::kEntryIdColumn) + "=" +
+                                      std::to_string(id),
                                   found));
     return takeFirst(found, fault);
 }
@@ -76,10 +74,11 @@ int FaultDb::getFaultStatisticForFC(FaultStatistic& statistic, unsigned int faul
 {
     FaultStatisticTbl found;
     // As for the fault.
-    static_cast<void>(getFaultStatisticTbl("SELECT * FROM \"" + m_faultStatisticTbl.m_tblName + "\" WHERE " +
-                                               m_faultStatisticTbl.getColumnNameById(kStatisticFaultCodeColumn) + "=" +
-                                               std::to_string(faultCode),
-                                           found));
+    static_cast<void>(
+        getFaultStatisticTbl("SELECT * FROM \"" + m_faultStatisticTbl.m_tblName + "\" WHERE " +
+                                 m_faultStatisticTbl.getColumnNameById(FdbSqlFaultStatisticTbl::kFaultCodeColumn) +
+                                 "=" + std::to_string(faultCode),
+                             found));
     return takeFirst(found, statistic);
 }
 
@@ -104,11 +103,12 @@ int FaultDb::getFaultStatisticTblErrorActiveNr(unsigned short& count)
     {
         return RESULT_INVALID_STATE;
     }
-    static std::string const activeColumn = m_faultStatisticTbl.getColumnNameById(kStatisticActiveColumn);
-    int const result =
-        runCount("getFaultStatisticTblErrorActiveNr",
-                 "SELECT COUNT() FROM " + m_faultStatisticTbl.m_tblName + " WHERE " + activeColumn + " LIKE 'active'",
-                 QUERY_CB_ERROR_ACTIVE_NR);
+    static std::string const activeColumn =
+        m_faultStatisticTbl.getColumnNameById(FdbSqlFaultStatisticTbl::kFaultActiveColumn);
+    int const result = runCount("getFaultStatisticTblErrorActiveNr",
+                                "SELECT COUNT() FROM " + m_faultStatisticTbl.m_tblName + " WHERE " + activeColumn +
+                                    " LIKE '" + FdbSqlFaultStatisticTbl::kActiveText + "'",
+                                QUERY_CB_ERROR_ACTIVE_NR);
     if (result == RESULT_OK)
     {
         count = m_ErrorActiveNr;

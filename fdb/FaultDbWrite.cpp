@@ -12,11 +12,6 @@
 namespace
 {
 
-constexpr unsigned short kFaultEntryIdColumn = 0;
-constexpr unsigned short kFaultStartupIdColumn = 14;
-constexpr unsigned short kStatisticFaultCodeColumn = 1;
-constexpr unsigned short kStatisticStartupIdColumn = 11;
-
 /// Whether `text`, written between single quotes, ends where it should: no zero byte cuts the statement short, and
 /// every run of quotes is made of pairs.
 bool staysInsideLiteral(std::string const& text)
@@ -52,9 +47,9 @@ constexpr textRule_t kCallersTexts = {staysInsideLiteral, "unpaired quote or zer
 constexpr textRule_t kStoredTexts = {[](std::string const& text) { return text.find('\'') == std::string::npos; },
                                      "quote of a stored text cannot be written back in column "};
 
-/// Runs the statement that `tbl` wrote last, whose texts therefore stand in its working record.
+/// Whether all texts of the working record of `tbl` hold to `rule`; writes an ERROR line that names the column if not.
 template <class T>
-int runStatementOf(SqlTbl<T> const& tbl, short handle, std::string const& sql, textRule_t const& rule = kCallersTexts)
+bool textsHold(SqlTbl<T> const& tbl, textRule_t const& rule)
 {
     for (auto const& [id, column] : tbl.m_columns)
     {
@@ -64,10 +59,29 @@ int runStatementOf(SqlTbl<T> const& tbl, short handle, std::string const& sql, t
             // The form of a statement that SQLite refused; it would not refuse each of these.
             LogUtil::write(LogUtil::SEVERITY_ERROR, "SQL3", "execute", "Sql Execute failed: ", rule.refusal,
                            column.name, " Err=", SQLITE_ERROR);
-            return RESULT_FAILED;
+            return false;
         }
     }
+    return true;
+}
+
+/// Runs the statement that `tbl` wrote last, whose texts therefore stand in its working record.
+template <class T>
+int runStatementOf(SqlTbl<T> const& tbl, short handle, std::string const& sql)
+{
+    if (!textsHold(tbl, kCallersTexts))
+    {
+        return RESULT_FAILED;
+    }
     return Sqlite3Db::getInstance(0)->execute(handle, sql.c_str()) == 0 ? RESULT_OK : RESULT_FAILED;
+}
+
+/// Whether `record`, as it was read, comes out of an update as it was.
+template <class T>
+bool canBeWrittenBack(SqlTbl<T>& tbl, T const& record)
+{
+    tbl.m_record = record;
+    return textsHold(tbl, kStoredTexts);
 }
 
 } // namespace
@@ -112,7 +126,7 @@ int FaultDb::insert(Fault& fault)
     {
         return RESULT_FAILED;
     }
-    std::string const key = m_faultTbl.getColumnNameById(kFaultEntryIdColumn);
+    std::string const key = m_faultTbl.getColumnNameById(FdbSqlFaultTbl::kEntryIdColumn);
     std::string const& tbl = m_faultTbl.m_tblName;
     std::string const query = "SELECT * FROM " + tbl + " WHERE " + key + "=(select max(" + key + ") from " + tbl + ")";
     FaultTbl stored;
@@ -127,11 +141,6 @@ int FaultDb::insert(Fault& fault)
 
 int FaultDb::update(Fault const& fault)
 {
-    return rewrite(fault, TEXTS_OF_CALLER);
-}
-
-int FaultDb::rewrite(Fault const& fault, textOrigin_t origin)
-{
     constexpr char kFunction[] = "update";
     if (!m_isOpen)
     {
@@ -142,13 +151,13 @@ int FaultDb::rewrite(Fault const& fault, textOrigin_t origin)
     {
         faultDbLog::debug(kFunction, "Update:", fault);
     }
-    std::string const sql =
-        set + " WHERE " + m_faultTbl.getColumnNameById(kFaultEntryIdColumn) + " = " + std::to_string(fault.EntryId);
+    std::string const sql = set + " WHERE " + m_faultTbl.getColumnNameById(FdbSqlFaultTbl::kEntryIdColumn) + " = " +
+                            std::to_string(fault.EntryId);
     if (m_dbgLevel > 1)
     {
         faultDbLog::debug(kFunction, "SqlCmd: ", set); // Deliberately without the WHERE clause.
     }
-    return runStatementOf(m_faultTbl, m_dbHandle, sql, origin == TEXTS_OF_FILE ? kStoredTexts : kCallersTexts);
+    return runStatementOf(m_faultTbl, m_dbHandle, sql);
 }
 
 int FaultDb::insert(FaultStatistic const& statistic)
@@ -172,11 +181,6 @@ int FaultDb::insert(FaultStatistic const& statistic)
 
 int FaultDb::update(FaultStatistic const& statistic)
 {
-    return rewrite(statistic, TEXTS_OF_CALLER);
-}
-
-int FaultDb::rewrite(FaultStatistic const& statistic, textOrigin_t origin)
-{
     constexpr char kFunction[] = "update";
     if (!m_isOpen)
     {
@@ -187,13 +191,14 @@ int FaultDb::rewrite(FaultStatistic const& statistic, textOrigin_t origin)
     {
         faultDbLog::debug(kFunction, "Update:", statistic);
     }
-    std::string const sql = set + " WHERE " + m_faultStatisticTbl.getColumnNameById(kStatisticFaultCodeColumn) + " = " +
+    std::string const sql = set + " WHERE " +
+                            m_faultStatisticTbl.getColumnNameById(FdbSqlFaultStatisticTbl::kFaultCodeColumn) + " = " +
                             std::to_string(static_cast<unsigned int>(statistic.FaultCode));
     if (m_dbgLevel > 1)
     {
         faultDbLog::debug(kFunction, "SqlCmd: ", set); // Deliberately without the WHERE clause.
     }
-    return runStatementOf(m_faultStatisticTbl, m_dbHandle, sql, origin == TEXTS_OF_FILE ? kStoredTexts : kCallersTexts);
+    return runStatementOf(m_faultStatisticTbl, m_dbHandle, sql);
 }
 
 int FaultDb::updateRdbStartup(unsigned int newId, unsigned int oldId)
@@ -213,7 +218,8 @@ void FaultDb::moveFaults(unsigned int newId, unsigned int oldId)
 {
     constexpr char kFunction[] = "updateRdbStartup";
     std::string const query = "SELECT * FROM " + m_faultTbl.m_tblName + " WHERE " +
-                              m_faultTbl.getColumnNameById(kFaultStartupIdColumn) + " = " + std::to_string(oldId);
+                              m_faultTbl.getColumnNameById(FdbSqlFaultTbl::kRdbStartupIdColumn) + " = " +
+                              std::to_string(oldId);
     if (m_dbgLevel > 0)
     {
         faultDbLog::debug(kFunction, "SqlCmd: ", query);
@@ -230,8 +236,10 @@ void FaultDb::moveFaults(unsigned int newId, unsigned int oldId)
         faultDbLog::info(kFunction, "Update fault FC=", static_cast<unsigned int>(fault.FaultCode),
                          " EntryID=", fault.EntryId);
         fault.RdbStartupId = newId;
-        static_cast<void>(
-            rewrite(fault, TEXTS_OF_FILE)); // A row that cannot be written keeps its id; the others go on.
+        if (canBeWrittenBack(m_faultTbl, fault))
+        {
+            static_cast<void>(update(fault)); // A row that cannot be written keeps its id; the others go on.
+        }
     }
 }
 
@@ -239,8 +247,8 @@ void FaultDb::moveStatistics(unsigned int newId, unsigned int oldId)
 {
     constexpr char kFunction[] = "updateRdbStartup";
     std::string const query = "SELECT * FROM " + m_faultStatisticTbl.m_tblName + " WHERE " +
-                              m_faultStatisticTbl.getColumnNameById(kStatisticStartupIdColumn) + " = " +
-                              std::to_string(oldId);
+                              m_faultStatisticTbl.getColumnNameById(FdbSqlFaultStatisticTbl::kRdbStartupIdColumn) +
+                              " = " + std::to_string(oldId);
     if (m_dbgLevel > 0)
     {
         faultDbLog::debug(kFunction, "SqlCmd: ", query);
@@ -259,6 +267,9 @@ void FaultDb::moveStatistics(unsigned int newId, unsigned int oldId)
                               " EntryID=", statistic.EntryId);
         }
         statistic.RdbStartupId = newId;
-        static_cast<void>(rewrite(statistic, TEXTS_OF_FILE)); // As for the faults.
+        if (canBeWrittenBack(m_faultStatisticTbl, statistic))
+        {
+            static_cast<void>(update(statistic)); // As for the faults.
+        }
     }
 }

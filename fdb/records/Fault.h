@@ -27,17 +27,18 @@ public:
     faultCode_t FaultCode = static_cast<faultCode_t>(0); ///< fault code, 32 bits
     std::string FaultCodeName;                           ///< name of the fault code
     std::string Parameter;                               ///< parameter of the fault
-    unsigned long long TimeStampUTC = 0;                 ///< time of the fault, UTC, 64 bits; unit of the caller
-    faultStatus_t Status = FAULT_INACTIVE;               ///< whether the error is active, 32 bits
-    std::string Description;                             ///< description
-    std::string DiagSignalsDumpFileName;                 ///< file into which diagnostic signals were dumped
-    std::string ModuleName;                              ///< module that reported the fault
-    std::string TimeZone;                                ///< time zone; format of the caller
-    unsigned int LoggerUpTime = 0;                       ///< up-time of the device, 32 bits; unit of the caller
-    unsigned int LoggerLifeTime = 0;                     ///< life-time of the device, 32 bits; unit of the caller
-    std::string CfgBackupFile;                           ///< configuration backup file
-    unsigned int RdbStartupId = 0;                       ///< start-up under which the fault was recorded, 32 bits
-    std::string SystemDateTimeString;                    ///< system date and time as text, UTC; format of the caller
+    unsigned long long TimeStampUTC =
+        0; ///< time of the fault, UTC, 64 bits of which SQLite keeps 63; unit of the caller
+    faultStatus_t Status = FAULT_INACTIVE; ///< whether the error is active, 32 bits
+    std::string Description;               ///< description
+    std::string DiagSignalsDumpFileName;   ///< file into which diagnostic signals were dumped
+    std::string ModuleName;                ///< module that reported the fault
+    std::string TimeZone;                  ///< time zone; format of the caller
+    unsigned int LoggerUpTime = 0;         ///< up-time of the device, 32 bits; unit of the caller
+    unsigned int LoggerLifeTime = 0;       ///< life-time of the device, 32 bits; unit of the caller
+    std::string CfgBackupFile;             ///< configuration backup file
+    unsigned int RdbStartupId = 0;         ///< start-up under which the fault was recorded, 32 bits
+    std::string SystemDateTimeString;      ///< system date and time as text, UTC; format of the caller
 };
 
 /// Writes the one-line text form used in log lines, without a line end. The stream's flags are neither set nor reset.

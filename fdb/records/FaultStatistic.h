@@ -24,14 +24,17 @@ public:
     faultCode_t FaultCode = static_cast<faultCode_t>(0); ///< the fault code counted here, 32 bits
     std::string FaultCodeName;                           ///< name of the fault code
     unsigned short OccurenceCnt = 0;                     ///< number of occurrences, 16 bits
-    unsigned long long TimeFirstOccurredUTC = 0;         ///< first occurrence, UTC, 64 bits; unit of the caller
-    unsigned long long TimeLastOccurredUTC = 0;          ///< last occurrence, UTC, 64 bits; unit of the caller
-    faultStatus_t FaultActive = FAULT_INACTIVE;          ///< whether the fault is active now, 32 bits
-    std::string TimeZoneFirstOccurred;                   ///< time zone of the first occurrence
-    std::string TimeZoneLastOccurred;                    ///< time zone of the last occurrence
-    unsigned short FaultActiveCycleCnt = 0;              ///< cycles in which the fault was active, 16 bits
-    unsigned long long FaultEntryId = 0; ///< EntryId of the fault that this statistic refers to, 64 bits
-    unsigned int RdbStartupId = 0;       ///< start-up under which the row was written, 32 bits
+    unsigned long long TimeFirstOccurredUTC =
+        0; ///< first occurrence, UTC, 64 bits of which SQLite keeps 63; unit of the caller
+    unsigned long long TimeLastOccurredUTC =
+        0; ///< last occurrence, UTC, 64 bits of which SQLite keeps 63; unit of the caller
+    faultStatus_t FaultActive = FAULT_INACTIVE; ///< whether the fault is active now, 32 bits
+    std::string TimeZoneFirstOccurred;          ///< time zone of the first occurrence
+    std::string TimeZoneLastOccurred;           ///< time zone of the last occurrence
+    unsigned short FaultActiveCycleCnt = 0;     ///< cycles in which the fault was active, 16 bits
+    unsigned long long FaultEntryId =
+        0; ///< EntryId of the fault that this statistic refers to, 64 bits of which SQLite keeps 63
+    unsigned int RdbStartupId = 0; ///< start-up under which the row was written, 32 bits
 };
 
 /// Writes the one-line text form used in log lines: values without labels and no line end. The stream's flags are

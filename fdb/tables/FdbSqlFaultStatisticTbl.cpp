@@ -3,9 +3,7 @@
 namespace
 {
 
-// The facade's queries for active faults select on this word.
-constexpr char kActive[] = "active";
-constexpr char kInactive[] = "inactive";
+constexpr char kInactiveText[] = "inactive";
 
 } // namespace
 
@@ -40,9 +38,9 @@ std::string FdbSqlFaultStatisticTbl::convertValueToStr(columnValueType_t type, v
     switch (*static_cast<faultStatus_t const*>(value))
     {
     case FAULT_INACTIVE:
-        return kInactive;
+        return kInactiveText;
     case FAULT_ACTIVE:
-        return kActive;
+        return kActiveText;
     }
     return {};
 }
@@ -51,6 +49,6 @@ void FdbSqlFaultStatisticTbl::convertValueFromStr(columnValueType_t type, std::s
 {
     if (type == COLUMN_TYPE_CUSTOM)
     {
-        *static_cast<faultStatus_t*>(value) = text == kActive ? FAULT_ACTIVE : FAULT_INACTIVE;
+        *static_cast<faultStatus_t*>(value) = text == kActiveText ? FAULT_ACTIVE : FAULT_INACTIVE;
     }
 }

@@ -16,6 +16,14 @@ extern template int Sqlite3Db::getTbl<FaultStatistic, FaultStatistic>(short hand
 class FIRAIM_EXPORT FdbSqlFaultStatisticTbl : public SqlTbl<FaultStatistic>
 {
 public:
+    /// Ids of the columns that the facade selects by.
+    static constexpr unsigned short kFaultCodeColumn = 1;
+    static constexpr unsigned short kFaultActiveColumn = 8;
+    static constexpr unsigned short kRdbStartupIdColumn = 11;
+
+    /// The text of an active fault in the file; the facade selects on it.
+    static constexpr char kActiveText[] = "active";
+
     using SqlTbl<FaultStatistic>::SqlTbl;
     ~FdbSqlFaultStatisticTbl() override;
 

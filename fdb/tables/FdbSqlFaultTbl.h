@@ -15,6 +15,10 @@ extern template int Sqlite3Db::getTbl<Fault, Fault>(short handle, std::string qu
 class FIRAIM_EXPORT FdbSqlFaultTbl : public SqlTbl<Fault>
 {
 public:
+    /// Ids of the columns that the facade selects by.
+    static constexpr unsigned short kEntryIdColumn = 0;
+    static constexpr unsigned short kRdbStartupIdColumn = 14;
+
     using SqlTbl<Fault>::SqlTbl;
     ~FdbSqlFaultTbl() override;
 

@@ -15,6 +15,9 @@ extern template int Sqlite3Db::getTbl<FdbVersion, FdbVersion>(short handle, std:
 class FIRAIM_EXPORT FdbSqlVersionTbl : public SqlTbl<FdbVersion>
 {
 public:
+    /// Id of the column that the facade selects by.
+    static constexpr unsigned short kComponentColumn = 1;
+
     using SqlTbl<FdbVersion>::SqlTbl;
     ~FdbSqlVersionTbl() override;
 

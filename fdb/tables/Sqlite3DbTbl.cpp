@@ -144,7 +144,8 @@ int Sqlite3Db::getTbl(short handle, std::string query, std::vector<T>& out, SqlT
 
         // A caller's own SELECT may return fewer columns than the table has; what it lacks is read as NULL.
         std::size_t const columnCount = result.columnCount();
-        std::vector<char*> paddedRow(neededCells(*tbl) > columnCount ? neededCells(*tbl) : 0, nullptr);
+        std::size_t const needed = neededCells(*tbl);
+        std::vector<char*> paddedRow(needed > columnCount ? needed : 0, nullptr);
         for (std::size_t row = 1; row <= result.rowCount() && columnCount != 0; ++row)
         {
             char** cells = result.row(row);

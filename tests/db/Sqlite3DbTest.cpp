@@ -3,13 +3,12 @@
 #include <gmock/gmock.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <limits>
 #include <stdexcept>
 
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -58,49 +57,6 @@ public:
 
 private:
     std::filesystem::path m_previous = std::filesystem::current_path();
-};
-
-/// Another process that holds the file exclusively for as long as this object lives.
-class LockingProcess
-{
-public:
-    explicit LockingProcess(std::string const& path)
-    {
-        int ready[2];
-        EXPECT_EQ(pipe(ready), 0);
-        EXPECT_EQ(pipe(m_release), 0);
-        m_pid = fork();
-        if (m_pid == 0)
-        {
-            close(m_release[1]);
-            sqlite3* db = nullptr;
-            sqlite3_open(path.c_str(), &db);
-            int const code = sqlite3_exec(db, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr);
-            char byte = code == SQLITE_OK ? '+' : '-';
-            bool const isTold = write(ready[1], &byte, 1) == 1;
-            while (isTold && read(m_release[0], &byte, 1) > 0)
-            {
-            }
-            _exit(0);
-        }
-        close(m_release[0]);
-        char byte = 0;
-        EXPECT_EQ(read(ready[0], &byte, 1), 1);
-        EXPECT_EQ(byte, '+') << "the other process could not lock the file";
-        close(ready[0]);
-        close(ready[1]);
-    }
-    ~LockingProcess()
-    {
-        close(m_release[1]);
-        waitpid(m_pid, nullptr, 0);
-    }
-    LockingProcess(LockingProcess const&) = delete;
-    LockingProcess& operator=(LockingProcess const&) = delete;
-
-private:
-    int m_release[2];
-    pid_t m_pid = -1;
 };
 
 class OpenedDb : public Sqlite3DbTest
@@ -158,6 +114,13 @@ TEST_F(Sqlite3DbTest, DefaultRegistryEntryIsUnusable)
     EXPECT_EQ(entry.db, nullptr);
     EXPECT_EQ(entry.state, 0);
     EXPECT_EQ(entry.reserved, 0);
+}
+
+TEST_F(Sqlite3DbTest, MembersOfARegistryEntryStandInTheirOrder)
+{
+    Sqlite3Db::DbHandle const entry;
+    std::vector<void const*> const members = {&entry.dbId, &entry.dbPath, &entry.db, &entry.state, &entry.reserved};
+    EXPECT_TRUE(std::is_sorted(members.begin(), members.end()));
 }
 
 TEST_F(Sqlite3DbTest, DebugSwitchStandsBeforeTheRegistry)
@@ -508,13 +471,26 @@ TEST_F(OpenedDb, AnythingElseAfterAStatementIsRefusedBeforeItRuns)
 
 TEST_F(OpenedDb, RefusedPragmasHaveNoEffectThoughTheyActWhenCompiled)
 {
-    for (char const* sql : {"SELECT 1; PRAGMA synchronous=OFF", "PRAGMA synchronous=OFF; SELECT 1",
-                            "PRAGMA synchronous=OFF; -- a\n; PRAGMA synchronous=OFF",
-                            "EXPLAIN PRAGMA synchronous=OFF; SELECT 1", "/* ; */ PRAGMA synchronous=OFF; SELECT 1"})
+    for (char const* sql :
+         {"SELECT 1; PRAGMA synchronous=OFF", "PRAGMA synchronous=OFF; SELECT 1",
+          "PRAGMA synchronous=OFF; -- a\n; PRAGMA synchronous=OFF", "EXPLAIN PRAGMA synchronous=OFF; SELECT 1",
+          "PRAGMA synchronous=OFF SELECT 1", "/* ; */ PRAGMA synchronous=OFF; SELECT 1"})
     {
         EXPECT_EQ(sqlite->execute(handle, sql), -2) << sql;
         EXPECT_EQ(pragma("synchronous"), "2") << sql;
     }
+}
+
+TEST_F(OpenedDb, SinglePragmaTakesEffect)
+{
+    EXPECT_EQ(sqlite->execute(handle, "PRAGMA synchronous=NORMAL; -- for a test"), 0);
+    EXPECT_EQ(pragma("synchronous"), "1");
+}
+
+TEST_F(OpenedDb, SemicolonsMayStandBeforeTheStatement)
+{
+    EXPECT_EQ(sqlite->execute(handle, " ; INSERT INTO t VALUES(1,1)"), 0);
+    EXPECT_EQ(RawDb(path).value("SELECT count(*) FROM t"), "1");
 }
 
 TEST_F(OpenedDb, StatementsInsideATriggerAreOneStatement)

@@ -2,8 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include <functional>
-
+using testing::Contains;
 using testing::ElementsAre;
 
 namespace
@@ -89,6 +88,13 @@ TEST_F(Counting, CountOfAllLogsItsStatementAndTheCallBack)
 TEST_F(Counting, CountOfActiveLogsItsStatementAndTheCallBack)
 {
     add(3, 1);
+    db.setDbgLevel(1);
+    EXPECT_EQ(db.getFaultStatisticTblErrorActiveNr(count), 0);
+    EXPECT_THAT(console.takeLines(),
+                ElementsAre("[DEBUG] FDB::getFaultStatisticTblErrorActiveNr() Execute SqlCmd: "
+                            "SELECT COUNT() FROM FdbFaultStatisticTbl WHERE FaultActive LIKE 'active'",
+                            "[DEBUG] FDB::dataBaseQueryCb() Process call back data...",
+                            "[DEBUG] FDB::dataBaseQueryCb() Process call back data done"));
     db.setDbgLevel(2);
     EXPECT_EQ(db.getFaultStatisticTblErrorActiveNr(count), 0);
     EXPECT_THAT(console.takeLines(),
@@ -104,6 +110,7 @@ TEST_F(Counting, FailedCountsShareTheirMessageAndLeaveTheCount)
 {
     RawDb(path).exec("DROP TABLE FdbFaultStatisticTbl");
     db.m_ErrorNr = 5;
+    db.m_ErrorActiveNr = 6;
     std::string const sqlLine =
         "[ERROR] SQL3::execute() Sql Execute failed: no such table: FdbFaultStatisticTbl Err=1\n";
     EXPECT_EQ(db.getFaultStatisticTblErrorNr(count), -2);
@@ -114,6 +121,7 @@ TEST_F(Counting, FailedCountsShareTheirMessageAndLeaveTheCount)
               sqlLine + "[ERROR] FDB::getFaultStatisticTblErrorActiveNr() SQL for Get Error active nr failed:-2\n");
     EXPECT_EQ(count, 777);
     EXPECT_EQ(db.m_ErrorNr, 5);
+    EXPECT_EQ(db.m_ErrorActiveNr, 6);
 }
 
 TEST_F(Counting, CountBeyondSixteenBitsIsReportedAndTheLastCountGivenAgain)
@@ -145,11 +153,16 @@ TEST_F(Counting, CallBackStoresTheCountByItsKind)
 
 TEST_F(Counting, CallBackKeepsTheCountForACellThatIsNoNumber)
 {
+    callBack(1, "11");
     callBack(2, "22");
-    EXPECT_EQ(callBack(2, nullptr), 0);
-    EXPECT_EQ(console.take(), "");
-    EXPECT_EQ(callBack(2, "x"), 0);
-    EXPECT_EQ(console.take(), "[ERROR] Casting value x\n");
+    for (int const kind : {1, 2})
+    {
+        EXPECT_EQ(callBack(kind, nullptr), 0);
+        EXPECT_EQ(console.take(), "");
+        EXPECT_EQ(callBack(kind, "x"), 0);
+        EXPECT_EQ(console.take(), "[ERROR] Casting value x\n");
+    }
+    EXPECT_EQ(db.m_ErrorActiveNr, 11);
     EXPECT_EQ(db.m_ErrorNr, 22);
 }
 
@@ -157,19 +170,34 @@ TEST_F(Counting, CallBackReportsAnUnknownKindAtEveryLevelAndStoresNothing)
 {
     callBack(1, "11");
     callBack(2, "22");
+    std::string const line = "[ERROR] FDB::dataBaseQueryCb() Unknown sqlCmdQueryCb=3";
     EXPECT_EQ(callBack(3, "33"), 0);
-    EXPECT_EQ(console.take(), "[ERROR] FDB::dataBaseQueryCb() Unknown sqlCmdQueryCb=3\n");
+    EXPECT_THAT(console.takeLines(), ElementsAre(line));
+    for (int const level : {1, 2})
+    {
+        db.setDbgLevel(level);
+        EXPECT_EQ(callBack(3, "33"), 0);
+        EXPECT_THAT(console.takeLines(), Contains(line)) << level;
+    }
     EXPECT_EQ(db.m_ErrorActiveNr, 11);
     EXPECT_EQ(db.m_ErrorNr, 22);
 }
 
 TEST_F(Counting, CallBackWithoutAConfigurationDoesNothing)
 {
+    callBack(1, "11");
+    callBack(2, "22");
     EXPECT_EQ(db.dataBaseQueryCb(nullptr, 0, nullptr, nullptr), 0);
     EXPECT_EQ(console.take(), "");
-    db.setDbgLevel(1);
-    EXPECT_EQ(db.dataBaseQueryCb(nullptr, 0, nullptr, nullptr), 0);
-    EXPECT_THAT(console.takeLines(), ElementsAre("[DEBUG] FDB::dataBaseQueryCb() Process call back data...",
-                                                 "[DEBUG] FDB::dataBaseQueryCb() Not handled because cfg is NULL",
-                                                 "[DEBUG] FDB::dataBaseQueryCb() Process call back data done"));
+    for (int const level : {1, 2})
+    {
+        db.setDbgLevel(level);
+        EXPECT_EQ(db.dataBaseQueryCb(nullptr, 0, nullptr, nullptr), 0);
+        EXPECT_THAT(console.takeLines(), ElementsAre("[DEBUG] FDB::dataBaseQueryCb() Process call back data...",
+                                                     "[DEBUG] FDB::dataBaseQueryCb() Not handled because cfg is NULL",
+                                                     "[DEBUG] FDB::dataBaseQueryCb() Process call back data done"))
+            << level;
+    }
+    EXPECT_EQ(db.m_ErrorActiveNr, 11);
+    EXPECT_EQ(db.m_ErrorNr, 22);
 }

@@ -51,15 +51,20 @@ TEST_F(CreateDb, LogsItsStatementsTooAtDebugLevelTwo)
     db.setDbgLevel(2);
     EXPECT_EQ(db.createDb(path, false), 0);
     std::vector<std::string> const lines = console.takeLines();
-    ASSERT_EQ(lines.size(), 14U);
-    EXPECT_EQ(lines[3], debug("Create tbl:FdbFaultTbl"));
-    EXPECT_EQ(lines[4], "[DEBUG] SQL3::createTbl() create Table: FdbFaultTbl");
-    EXPECT_EQ(lines[5].substr(0, 59), "[DEBUG] SQL3::createTbl() CREATE TABLE \"FdbFaultTbl\" (\"Entr");
-    EXPECT_EQ(lines[6], "[DEBUG] SQL3::createTbl() create Table: FdbFaultStatisticTbl");
-    EXPECT_EQ(lines[8], debug("Create tbl:FdbVersionTbl"));
-    EXPECT_EQ(lines[11], "[DEBUG] FDB::insert() Insert:VersionEntryId=0, Component=FormatVersion, Version=1.0.0");
-    EXPECT_EQ(lines[12], "[DEBUG] FDB::insert() SqlCmd: INSERT INTO FdbVersionTbl('VersionEntryId','Component',"
-                         "'Version') VALUES(null,'FormatVersion','1.0.0')");
+    RawDb raw(path);
+    auto const created = [&raw](std::string const& table)
+    { return "[DEBUG] SQL3::createTbl() " + raw.value("SELECT sql FROM sqlite_master WHERE name='" + table + "'"); };
+    EXPECT_THAT(lines,
+                ElementsAre(debug("Rdb File doesn't exist. file:" + path), debug("Create RDB File: " + path),
+                            debug("Open DataBase as Sqlite3: " + path), debug("Create tbl:FdbFaultTbl"),
+                            "[DEBUG] SQL3::createTbl() create Table: FdbFaultTbl", created("FdbFaultTbl"),
+                            "[DEBUG] SQL3::createTbl() create Table: FdbFaultStatisticTbl",
+                            created("FdbFaultStatisticTbl"), debug("Create tbl:FdbVersionTbl"),
+                            "[DEBUG] SQL3::createTbl() create Table: FdbVersionTbl", created("FdbVersionTbl"),
+                            "[DEBUG] FDB::insert() Insert:VersionEntryId=0, Component=FormatVersion, Version=1.0.0",
+                            "[DEBUG] FDB::insert() SqlCmd: INSERT INTO FdbVersionTbl('VersionEntryId','Component',"
+                            "'Version') VALUES(null,'FormatVersion','1.0.0')",
+                            debug("Create database successfully finished.")));
 }
 
 TEST_F(CreateDb, LeavesTheFacadeClosedWithTheNumberOfTheClosedConnection)
@@ -138,12 +143,23 @@ TEST_F(CreateDb, FailsWhenTheOldFileCannotBeRemoved)
     writeFile(path, "precious");
     ASSERT_EQ(chmod(path.c_str(), 0666), 0);
     ASSERT_EQ(chmod(dir.path().c_str(), 0555), 0);
+    db.setDbgLevel(1);
     {
         WithoutRoot const user;
         EXPECT_EQ(db.createDb(path, true), -2);
     }
     EXPECT_EQ(readFile(path), "precious");
-    EXPECT_EQ(console.take(), "");
+    EXPECT_THAT(console.takeLines(), ElementsAre(debug("Rdb File already exists. file:" + path)));
+}
+
+TEST_F(CreateDb, FailsInADirectoryThatMayNotBeWritten)
+{
+    ASSERT_EQ(chmod(dir.path().c_str(), 0555), 0);
+    {
+        WithoutRoot const user;
+        EXPECT_EQ(db.createDb(path, true), -2);
+    }
+    EXPECT_FALSE(exists(path));
 }
 
 TEST_F(CreateDb, KeepsTheNegativeHandleWhenTheAccessLayerCannotOpen)
@@ -152,7 +168,12 @@ TEST_F(CreateDb, KeepsTheNegativeHandleWhenTheAccessLayerCannotOpen)
     {
         sqlite->m_dbHandles[static_cast<short>(handle)].state = 0;
     }
+    db.setDbgLevel(1);
     EXPECT_EQ(db.createDb(path, false), -2);
+    EXPECT_THAT(console.takeLines(),
+                ElementsAre(debug("Rdb File doesn't exist. file:" + path), debug("Create RDB File: " + path),
+                            debug("Open DataBase as Sqlite3: " + path),
+                            "[ERROR] SQL3::openDb() Failed to open: " + path + " all handles are in use"));
     EXPECT_LT(db.m_dbHandle, 0);
     EXPECT_FALSE(db.m_isOpen);
     sqlite->m_dbHandles.clear();

@@ -169,12 +169,6 @@ TEST_F(RecordingFaults, UpdateOfAnUnknownKeySucceedsAndChangesNothing)
     EXPECT_EQ(RawDb(path).rows(kRows), before);
 }
 
-TEST_F(RecordingFaults, UpdateWritesTheWholeUnsignedKey)
-{
-    fault.EntryId = std::numeric_limits<unsigned long long>::max();
-    EXPECT_EQ(db.update(fault), 0) << "the key is a number that SQLite reads, though no row has it";
-}
-
 TEST_F(RecordingFaults, UpdateLogsTheRecordAndAtLevelTwoItsStatementWithoutTheWhereClause)
 {
     Fault empty;

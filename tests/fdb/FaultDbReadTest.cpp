@@ -1,16 +1,17 @@
 #include "Fixtures.h"
 
 #include <gmock/gmock.h>
-#include <sqlite3.h>
 
+using testing::Each;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
 using testing::SizeIs;
 
 namespace
 {
 
-/// Three faults and two statistics, and a trace of the statements that SQLite runs.
+/// Three faults and two statistics.
 class Reading : public FaultDbTest
 {
 protected:
@@ -29,19 +30,11 @@ protected:
         db.insert(inactive);
         active.EntryId = 1;
         inactive.EntryId = 2;
-        sqlite3_trace_v2(sqlite->findOpen(db.m_dbHandle)->db, SQLITE_TRACE_STMT, keepStatement, &statements);
-    }
-
-    static int keepStatement(unsigned int, void* statements, void*, void* sql)
-    {
-        static_cast<std::vector<std::string>*>(statements)->emplace_back(static_cast<char const*>(sql));
-        return 0;
     }
 
     std::vector<Fault> stored;
     FaultStatistic active;
     FaultStatistic inactive;
-    std::vector<std::string> statements;
     FaultTbl faults;
     FaultStatisticTbl statistics;
 };
@@ -86,6 +79,7 @@ TEST_F(Reading, WritesNoLineAtAnyLevel)
 
 TEST_F(Reading, SendsItsExactStatements)
 {
+    StatementTrace const trace(*sqlite->findOpen(db.m_dbHandle));
     Fault fault;
     FaultStatistic statistic;
     db.getFaultTbl(faults);
@@ -95,7 +89,7 @@ TEST_F(Reading, SendsItsExactStatements)
     db.getFaultStatisticTblErrorActive(statistics);
     db.getFaultById(fault, 18446744073709551615ULL);
     db.getFaultStatisticForFC(statistic, 4294967295U);
-    EXPECT_THAT(statements,
+    EXPECT_THAT(trace.statements,
                 ElementsAre("SELECT * FROM \"FdbFaultTbl\"", "SELECT  *  FROM FdbFaultTbl LIMIT 1",
                             "SELECT * FROM \"FdbFaultStatisticTbl\"", "SELECT * FROM FdbFaultStatisticTbl  LIMIT 1",
                             "SELECT * FROM FdbFaultStatisticTbl WHERE FaultActive LIKE 'active'",
@@ -105,14 +99,52 @@ TEST_F(Reading, SendsItsExactStatements)
 
 TEST_F(Reading, WritesSendTheirExactStatements)
 {
+    StatementTrace const trace(*sqlite->findOpen(db.m_dbHandle));
     Fault fault;
     db.insert(fault);
+    fault.EntryId = 18446744073709551615ULL;
     db.update(fault);
-    db.update(FaultStatistic());
-    ASSERT_THAT(statements, SizeIs(4));
-    EXPECT_EQ(statements[1], "SELECT * FROM FdbFaultTbl WHERE EntryId=(select max(EntryId) from FdbFaultTbl)");
-    EXPECT_THAT(statements[2], testing::EndsWith("'SystemDateTimeString'='' WHERE EntryId = 4"));
-    EXPECT_THAT(statements[3], testing::EndsWith("'RdbStartupId'=0 WHERE FaultCode = 0"));
+    FaultStatistic statistic;
+    statistic.FaultCode = static_cast<faultCode_t>(4294967295U);
+    db.update(statistic);
+    ASSERT_THAT(trace.statements, SizeIs(4));
+    EXPECT_EQ(trace.statements[1], "SELECT * FROM FdbFaultTbl WHERE EntryId=(select max(EntryId) from FdbFaultTbl)");
+    EXPECT_THAT(trace.statements[2], EndsWith("'SystemDateTimeString'='' WHERE EntryId = 18446744073709551615"));
+    EXPECT_THAT(trace.statements[3], EndsWith("'RdbStartupId'=0 WHERE FaultCode = 4294967295"));
+}
+
+TEST_F(Reading, StatementsNameAMissingColumnNotFound)
+{
+    db.m_faultTbl.m_columns.erase(0);
+    db.m_faultTbl.m_columns.erase(14);
+    db.m_faultStatisticTbl.m_columns.erase(1);
+    db.m_faultStatisticTbl.m_columns.erase(8);
+    db.m_faultStatisticTbl.m_columns.erase(11);
+    db.m_versionTbl.m_columns.erase(1);
+    Fault fault;
+    FaultStatistic statistic;
+    FdbVersion version;
+    EXPECT_EQ(db.update(fault), -2);
+    EXPECT_EQ(db.update(statistic), -2);
+    EXPECT_EQ(db.getFaultById(fault, 1), -2);
+    EXPECT_EQ(db.getFaultStatisticForFC(statistic, 1), -2);
+    EXPECT_EQ(db.getFaultStatisticTblErrorActive(statistics), -2);
+    EXPECT_EQ(db.getFormatVersion(version), -2);
+    std::vector<std::string> const lines = console.takeLines();
+    EXPECT_THAT(lines, SizeIs(6));
+    EXPECT_THAT(lines, Each(EndsWith("failed: no such column: NotFound Err=1")));
+    EXPECT_EQ(db.updateRdbStartup(7, 6), 0);
+    EXPECT_THAT(console.takeLines(),
+                ElementsAre("[INFO] FDB::updateRdbStartup() new ID=7old ID=6",
+                            "[ERROR] SQL3::getTbl() Sql Query failed: no such column: NotFound Err=1",
+                            "[ERROR] SQL3::getTbl() Sql Query failed: no such column: NotFound Err=1"));
+}
+
+TEST_F(Reading, NameOfTheActiveColumnIsLookedUpForEachRead)
+{
+    ASSERT_EQ(db.getFaultStatisticTblErrorActive(statistics), 1);
+    db.m_faultStatisticTbl.m_columns.at(8).name = "Missing";
+    EXPECT_EQ(db.getFaultStatisticTblErrorActive(statistics), -2);
 }
 
 TEST_F(Reading, WholeFaultTableComesInOrder)

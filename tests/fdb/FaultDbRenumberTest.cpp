@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 using testing::ElementsAre;
+using testing::StartsWith;
 
 namespace
 {
@@ -75,6 +76,33 @@ TEST_F(Renumbering, LogsTheMoveAndEachFaultButNoStatisticAtDebugLevelZero)
     EXPECT_EQ(db.updateRdbStartup(kNewId, kOldId), 0);
     EXPECT_THAT(console.takeLines(), ElementsAre(info("new ID=7old ID=6"), info("Update fault FC=1001 EntryID=1"),
                                                  info("Update fault FC=1002 EntryID=2")));
+}
+
+TEST_F(Renumbering, LogsTheStatementsOfItsUpdatesAtDebugLevelTwo)
+{
+    addFault(1, kOldId);
+    addStatistic(1, kOldId);
+    db.setDbgLevel(2);
+    EXPECT_EQ(db.updateRdbStartup(kNewId, kOldId), 0);
+    std::vector<std::string> const lines = console.takeLines();
+    ASSERT_EQ(lines.size(), 11U);
+    EXPECT_EQ(lines[1], debug("SqlCmd: SELECT * FROM FdbFaultTbl WHERE RdbStartupId = 6"));
+    EXPECT_EQ(lines[2], debug("No RDB id Fault itemNr=1"));
+    EXPECT_THAT(lines[5], StartsWith("[DEBUG] FDB::update() SqlCmd: UPDATE FdbFaultTbl SET 'DateTimeString'="));
+    EXPECT_EQ(lines[6], debug("SqlCmd: SELECT * FROM FdbFaultStatisticTbl WHERE RdbStartupId = 6"));
+    EXPECT_EQ(lines[7], debug("No RDB id FaultStat itemNr=1"));
+    EXPECT_THAT(lines[10], StartsWith("[DEBUG] FDB::update() SqlCmd: UPDATE FdbFaultStatisticTbl SET 'FaultCode'="));
+}
+
+TEST_F(Renumbering, LogsWholeFaultCodes)
+{
+    Fault fault;
+    fault.FaultCode = static_cast<faultCode_t>(4294967295U);
+    fault.RdbStartupId = kOldId;
+    ASSERT_EQ(db.insert(fault), 0);
+    EXPECT_EQ(db.updateRdbStartup(kNewId, kOldId), 0);
+    EXPECT_THAT(console.takeLines(),
+                ElementsAre(info("new ID=7old ID=6"), info("Update fault FC=4294967295 EntryID=1")));
 }
 
 TEST_F(Renumbering, LogsEveryStepAtDebugLevelOne)
@@ -159,15 +187,33 @@ TEST_F(Renumbering, RowsWhoseStoredTextHoldsAQuoteStayAndTheOthersMove)
                             info("Update fault FC=1001 EntryID=2"), refusal, info("Update fault FC=1001 EntryID=3")));
 }
 
-TEST_F(Renumbering, StatisticWhoseStoredTextHoldsAQuoteStays)
+TEST_F(Renumbering, StatisticWhoseStoredTextHoldsAQuoteStaysAndTheOthersMove)
 {
     FaultStatistic statistic = makeStatistic(1);
     statistic.FaultCodeName = "''";
     statistic.RdbStartupId = kOldId;
     ASSERT_EQ(db.insert(statistic), 0);
+    addStatistic(2, kOldId);
     EXPECT_EQ(db.updateRdbStartup(kNewId, kOldId), 0);
-    EXPECT_THAT(RawDb(path).rows("SELECT FaultCodeName,RdbStartupId FROM FdbFaultStatisticTbl"),
-                ElementsAre(RawDb::row_t{"'", "6"}));
+    EXPECT_THAT(RawDb(path).rows("SELECT FaultCodeName,RdbStartupId FROM FdbFaultStatisticTbl ORDER BY EntryId"),
+                ElementsAre(RawDb::row_t{"'", "6"}, RawDb::row_t{"code name 2", "7"}));
+}
+
+TEST_F(Renumbering, FailedUpdateOfARowLetsTheOthersMove)
+{
+    for (unsigned int seed : {1U, 2U})
+    {
+        addFault(seed, kOldId);
+        addStatistic(seed, kOldId);
+    }
+    RawDb(path).exec("CREATE TRIGGER f BEFORE UPDATE ON FdbFaultTbl WHEN old.EntryId=1 BEGIN "
+                     "SELECT RAISE(ABORT,'no'); END;"
+                     "CREATE TRIGGER s BEFORE UPDATE ON FdbFaultStatisticTbl WHEN old.EntryId=1 BEGIN "
+                     "SELECT RAISE(ABORT,'no'); END");
+    EXPECT_EQ(db.updateRdbStartup(kNewId, kOldId), 0);
+    EXPECT_THAT(RawDb(path).rows("SELECT f.RdbStartupId,s.RdbStartupId FROM FdbFaultTbl f JOIN FdbFaultStatisticTbl s "
+                                 "USING(EntryId) ORDER BY EntryId"),
+                ElementsAre(RawDb::row_t{"6", "6"}, RawDb::row_t{"7", "7"}));
 }
 
 TEST_F(Renumbering, FailedReadOfFaultsStillMovesTheStatistics)

@@ -98,8 +98,9 @@ TEST_F(FaultDbTest, SupportedVersionIsFixed)
 TEST_F(FaultDbTest, InstanceIsCreatedOnce)
 {
     FaultDb* const first = FaultDb::getInstance();
-    EXPECT_EQ(FaultDb::getInstance(), first);
     EXPECT_EQ(FaultDb::m_pInstance, first);
+    RefusedAllocations const nothingIsConstructed;
+    EXPECT_EQ(FaultDb::getInstance(), first);
 }
 
 TEST_F(FaultDbTest, InstanceThatCannotBeAllocatedIsNotKept)
