@@ -10,6 +10,9 @@
 #include <iostream> // Constructs std::cout before the object below, and so before anything here can log.
 #include <utility>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace
 {
 
@@ -30,6 +33,20 @@ bool fileExists(std::string const& path)
 bool createEmptyFile(std::string const& path)
 {
     return isFileName(path) && std::fstream(path, std::ios::out | std::ios::trunc).is_open();
+}
+
+/// Makes the removal of the file at `path` last. Its journal may be needed to read it for as long as it can come back
+/// after a power cut, and the journal goes as soon as SQLite opens the new file.
+void syncFolderOf(std::string const& path)
+{
+    std::string const folder = path.substr(0, path.find_last_of('/') + 1) + ".";
+    int const descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor >= 0)
+    {
+        // Without success the old file is no worse off than its removal has left it.
+        static_cast<void>(fsync(descriptor));
+        static_cast<void>(close(descriptor));
+    }
 }
 
 } // namespace
@@ -77,8 +94,6 @@ int FaultDb::createDb(std::string const& path, bool overwrite)
 {
     constexpr char kFunction[] = "createDb";
     bool const isDebug = m_dbgLevel > 0;
-    Sqlite3Db* const sqlite = Sqlite3Db::getInstance(0);
-
     bool const exists = fileExists(path);
     if (isDebug)
     {
@@ -94,6 +109,7 @@ int FaultDb::createDb(std::string const& path, bool overwrite)
         {
             return RESULT_FAILED;
         }
+        syncFolderOf(path);
     }
     if (isDebug)
     {
@@ -107,15 +123,23 @@ int FaultDb::createDb(std::string const& path, bool overwrite)
     {
         faultDbLog::debug(kFunction, "Open DataBase as Sqlite3: ", path);
     }
-    m_dbHandle = sqlite->openDb(path);
+    m_dbHandle = Sqlite3Db::getInstance(0)->openDb(path);
     m_isOpen = m_dbHandle >= 0;
     if (!m_isOpen)
     {
         return RESULT_FAILED;
     }
-    int const result = createContent();
-    static_cast<void>(sqlite->closeDb(m_dbHandle)); // What was written is on the storage already.
-    m_isOpen = false;
+    int result = RESULT_FAILED;
+    try
+    {
+        result = createContent();
+    }
+    catch (...)
+    {
+        closeAgain();
+        throw;
+    }
+    closeAgain();
     if (result < 0)
     {
         return result;
@@ -168,26 +192,37 @@ int FaultDb::createContent()
 
 int FaultDb::openDb(std::string const& path, bool compatibleMode)
 {
-    constexpr char kFunction[] = "openDb";
-    bool const isDebug = m_dbgLevel > 0;
     if (m_isOpen)
     {
         return RESULT_INVALID_STATE;
     }
-    Sqlite3Db* const sqlite = Sqlite3Db::getInstance(0);
-    m_dbHandle = sqlite->openDb(path);
+    m_dbHandle = Sqlite3Db::getInstance(0)->openDb(path);
     if (m_dbHandle < 0)
     {
         return RESULT_FAILED;
     }
     m_isOpen = true;
+    try
+    {
+        return checkFormatVersion(compatibleMode);
+    }
+    catch (...)
+    {
+        closeAgain(); // A file whose version is not known is not worked on.
+        throw;
+    }
+}
 
+int FaultDb::checkFormatVersion(bool compatibleMode)
+{
+    constexpr char kFunction[] = "openDb";
+    bool const isDebug = m_dbgLevel > 0;
     FdbVersion found;
     int const result = getFormatVersion(found);
     if (result < 0)
     {
         // The object deliberately stays open by name, with a closed connection.
-        static_cast<void>(sqlite->closeDb(m_dbHandle));
+        static_cast<void>(Sqlite3Db::getInstance(0)->closeDb(m_dbHandle));
         return result;
     }
     if (found.Version == SUPPORTED_VERSION)
@@ -206,8 +241,7 @@ int FaultDb::openDb(std::string const& path, bool compatibleMode)
         {
             faultDbLog::debug(kFunction, "Compatible mode not set. Close db and return.");
         }
-        static_cast<void>(sqlite->closeDb(m_dbHandle)); // Refused either way, and nothing was written.
-        m_isOpen = false;
+        closeAgain();
         return RESULT_VERSION_MISMATCH;
     }
     if (isDebug)
@@ -222,6 +256,14 @@ int FaultDb::openDb(std::string const& path, bool compatibleMode)
         faultDbLog::debug(kFunction, "done OK.");
     }
     return RESULT_OK;
+}
+
+/// Closes the connection that this call opened; the handle stays as it is.
+void FaultDb::closeAgain()
+{
+    // What was written is on the storage already, whatever closing says.
+    static_cast<void>(Sqlite3Db::getInstance(0)->closeDb(m_dbHandle));
+    m_isOpen = false;
 }
 
 int FaultDb::closeDb()

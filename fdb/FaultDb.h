@@ -164,6 +164,8 @@ private:
     ~FaultDb() override;
 
     FIRAIM_HIDDEN int createContent();
+    FIRAIM_HIDDEN int checkFormatVersion(bool compatibleMode);
+    FIRAIM_HIDDEN void closeAgain();
     FIRAIM_HIDDEN void moveFaults(unsigned int newId, unsigned int oldId);
     FIRAIM_HIDDEN void moveStatistics(unsigned int newId, unsigned int oldId);
     FIRAIM_HIDDEN int runCount(char const* function, std::string const& sql, int kind);
