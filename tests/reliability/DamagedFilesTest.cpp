@@ -1,0 +1,533 @@
+// Files that are damaged, foreign or hostile: a documented code or full service. Never a crash or an endless wait, and
+// never a changed byte in a file that was refused.
+
+#include "ChildProcess.h"
+#include "Fixtures.h"
+#include "TableModel.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <random>
+
+#include <sqlite3.h>
+
+namespace
+{
+
+/// How the files of all tests were met.
+std::map<int, unsigned int> openings;
+
+constexpr long kLongerThanAnyTimeoutUs = 30000000;
+constexpr char kHotJournalMagic[] = "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
+
+class PrintOpenings : public testing::Environment
+{
+    void TearDown() override
+    {
+        unsigned int all = 0;
+        for (auto const& [code, count] : openings)
+        {
+            all += count;
+        }
+        if (all != 0)
+        {
+            std::printf("damaged files: %u opened: %u served, %u refused, %u of another version\n", all, openings[0],
+                        openings[-2], openings[-5]);
+        }
+    }
+};
+auto* const printOpenings = testing::AddGlobalTestEnvironment(new PrintOpenings);
+
+class DamagedFiles : public FaultDbTest
+{
+protected:
+    DamagedFiles()
+    {
+        createAndOpen();
+        for (unsigned int i = 1; i <= kRows; ++i)
+        {
+            Fault fault = makeFault(i);
+            fault.RdbStartupId = i % 2;
+            FaultStatistic statistic = makeStatistic(i);
+            statistic.RdbStartupId = i % 2;
+            EXPECT_EQ(db.insert(fault), 0);
+            EXPECT_EQ(db.insert(statistic), 0);
+        }
+        EXPECT_EQ(db.closeDb(), 0);
+        std::remove((path + "-journal").c_str());
+        healthy = readFile(path);
+    }
+
+    /// Opens the file, and uses it when it is served. Returns what the opening gave.
+    int meet(std::string const& file);
+    /// The same for a file of these bytes, with nothing beside it.
+    int meetBytes(std::string const& bytes);
+    /// The same for the healthy file after another program ran `sql` on it.
+    int meetChanged(std::string const& sql);
+    /// Expects all that the library does to work on the file and to do what it says.
+    void expectFullService(std::string const& file);
+
+    static constexpr unsigned int kRows = 20;
+    std::string healthy; ///< the bytes of a filled file
+
+private:
+    static void useReads(FaultDb& other);
+    static void useWrites(FaultDb& other);
+};
+
+void removeWithSidecars(std::string const& file)
+{
+    for (char const* suffix : {"", "-journal", "-wal", "-shm"})
+    {
+        std::remove((file + suffix).c_str());
+    }
+}
+
+void expectCode(int result)
+{
+    EXPECT_TRUE(result == 0 || result == -2) << result;
+}
+
+void expectCountOrCode(int result)
+{
+    EXPECT_TRUE(result >= 0 || result == -2) << result;
+}
+
+void DamagedFiles::useReads(FaultDb& other)
+{
+    FdbVersion version;
+    FaultTbl faults;
+    FaultStatisticTbl statistics;
+    Fault fault;
+    FaultStatistic statistic;
+    unsigned short count = 0;
+    expectCode(other.getFormatVersion(version));
+    expectCountOrCode(other.getFaultTbl(faults));
+    expectCountOrCode(other.getFaultTbl("SELECT * FROM FdbFaultTbl ORDER BY Description", faults));
+    expectCountOrCode(other.getFaultStatisticTbl(statistics));
+    expectCountOrCode(other.getFaultStatisticTblErrorActive(statistics));
+    expectCode(other.getFaultById(fault, 3));
+    expectCode(other.getFaultStatisticForFC(statistic, 1003));
+    expectCode(other.getFaultStatisticTblErrorNr(count));
+    expectCode(other.getFaultStatisticTblErrorActiveNr(count));
+}
+
+void DamagedFiles::useWrites(FaultDb& other)
+{
+    Fault fault = makeFault(77);
+    FdbVersion version;
+    version.Component = "part";
+    expectCode(other.insert(fault));
+    fault.EntryId = 5;
+    expectCode(other.update(fault));
+    expectCode(other.insert(makeStatistic(77)));
+    expectCode(other.update(makeStatistic(3)));
+    expectCode(other.insert(version));
+    EXPECT_EQ(other.updateRdbStartup(9, 1), 0);
+}
+
+int DamagedFiles::meet(std::string const& file)
+{
+    bool const hasJournal = exists(file + "-journal");
+    std::string const before = readFile(file);
+    FaultDb other;
+    int result = other.openDb(file, false);
+    ++openings[result];
+    EXPECT_TRUE(result == 0 || result == -2 || result == -5) << result;
+    if (result != 0 && !hasJournal)
+    {
+        EXPECT_TRUE(readFile(file) == before) << "a refused file was changed";
+    }
+    int const first = result;
+    result = result == -5 ? other.openDb(file, true) : result;
+    if (result == 0)
+    {
+        useReads(other);
+        useWrites(other);
+        useReads(other);
+        EXPECT_EQ(other.closeDb(), 0);
+    }
+    else
+    {
+        // Whatever was met, the same object can go on with another file.
+        EXPECT_EQ(other.createDb(file + ".new", true), 0);
+        EXPECT_EQ(other.openDb(file + ".new", false), 0);
+        EXPECT_EQ(other.closeDb(), 0);
+    }
+    console.take();
+    return first;
+}
+
+int DamagedFiles::meetBytes(std::string const& bytes)
+{
+    std::string const file = dir.file("met.db");
+    removeWithSidecars(file);
+    writeFile(file, bytes);
+    return meet(file);
+}
+
+int DamagedFiles::meetChanged(std::string const& sql)
+{
+    std::string const file = dir.file("met.db");
+    removeWithSidecars(file);
+    writeFile(file, healthy);
+    RawDb(file).exec(sql);
+    return meet(file);
+}
+
+void DamagedFiles::expectFullService(std::string const& file)
+{
+    FaultDb other;
+    ASSERT_EQ(other.openDb(file, false), 0);
+    Fault fault = makeFault(500);
+    ASSERT_EQ(other.insert(fault), 0);
+    Fault read;
+    EXPECT_EQ(other.getFaultById(read, fault.EntryId), 0);
+    EXPECT_EQ(members(read), members(fault));
+    fault.Description = "changed";
+    EXPECT_EQ(other.update(fault), 0);
+    EXPECT_EQ(other.getFaultById(read, fault.EntryId), 0);
+    EXPECT_EQ(members(read), members(fault));
+    EXPECT_EQ(other.insert(makeStatistic(500)), 0);
+    EXPECT_EQ(other.updateRdbStartup(7777, fault.RdbStartupId), 0);
+    EXPECT_EQ(other.getFaultById(read, fault.EntryId), 0);
+    EXPECT_EQ(read.RdbStartupId, 7777U);
+    EXPECT_EQ(other.closeDb(), 0);
+    EXPECT_EQ(RawDb(file).value("PRAGMA integrity_check"), "ok");
+}
+
+/// The file and its journal as they lie there while another program is in the middle of a large transaction.
+void copyInMidTransaction(std::string const& from, std::string const& to)
+{
+    RawDb writer(from);
+    writer.exec("PRAGMA cache_size=1; PRAGMA journal_mode=PERSIST");
+    writer.exec("BEGIN; UPDATE FdbFaultTbl SET Description=hex(zeroblob(5000)); DELETE FROM FdbFaultStatisticTbl");
+    writeFile(to, readFile(from));
+    writeFile(to + "-journal", readFile(from + "-journal"));
+    writer.exec("ROLLBACK");
+}
+
+} // namespace
+
+TEST_F(DamagedFiles, AnyDamagedPageIsServedOrRefused)
+{
+    constexpr std::size_t kPage = 4096;
+    std::mt19937 random(1);
+    for (std::size_t page = 0; page * kPage < healthy.size(); ++page)
+    {
+        std::string noise(kPage, '\0');
+        for (char& byte : noise)
+        {
+            byte = static_cast<char>(random());
+        }
+        std::size_t const other = (page + 1) * kPage % healthy.size();
+        for (std::string const& content :
+             {std::string(kPage, '\0'), std::string(kPage, '\xff'), noise, healthy.substr(other, kPage)})
+        {
+            SCOPED_TRACE("page " + std::to_string(page));
+            std::string bytes = healthy;
+            meetBytes(bytes.replace(page * kPage, kPage, content));
+            // Only behind the page's head, so that it passes for one.
+            bytes = healthy;
+            meetBytes(bytes.replace(page * kPage + 120, kPage - 120, content.substr(120)));
+        }
+    }
+}
+
+TEST_F(DamagedFiles, AnyFewChangedBytesAreServedOrRefused)
+{
+    std::mt19937 random(2);
+    for (unsigned int i = 0; i < 400; ++i)
+    {
+        SCOPED_TRACE("change " + std::to_string(i));
+        std::string bytes = healthy;
+        for (unsigned int change = 0; change <= i % 4; ++change)
+        {
+            // Half of them in the file's and the schema's head, where a byte says most.
+            bytes[random() % (i % 2 == 0 ? 256 : bytes.size())] = static_cast<char>(random());
+        }
+        meetBytes(bytes);
+    }
+}
+
+TEST_F(DamagedFiles, AFileTruncatedAnywhereIsServedOrRefused)
+{
+    for (std::size_t length = 0; length < healthy.size(); length += 509)
+    {
+        SCOPED_TRACE("length " + std::to_string(length));
+        meetBytes(healthy.substr(0, length));
+    }
+}
+
+TEST_F(DamagedFiles, AFileWithoutContentIsRefusedAndStaysEmpty)
+{
+    EXPECT_EQ(meetBytes(""), -2);
+}
+
+TEST_F(DamagedFiles, FilesOfOtherProgramsAreRefused)
+{
+    EXPECT_EQ(meetBytes("a text\n"), -2);
+    EXPECT_EQ(meetBytes(std::string(5000, 'x')), -2);
+    EXPECT_EQ(meetBytes(std::string("\x7f"
+                                    "ELF\2\1\1\0",
+                                    8) +
+                        healthy),
+              -2);
+    EXPECT_EQ(meetBytes(std::string("SQLite format 3\0", 16)), -2);
+    EXPECT_EQ(meetBytes(std::string("SQLite format 3\0", 16) + std::string(8176, '\0')), -2);
+    EXPECT_EQ(meetChanged("DROP TABLE FdbVersionTbl"), -2);
+    EXPECT_EQ(meetChanged("DELETE FROM FdbVersionTbl"), -2);
+    EXPECT_EQ(meetChanged("INSERT INTO FdbVersionTbl VALUES(null,'FORMATVERSION','1.0.0')"), -2);
+    EXPECT_EQ(meetChanged("UPDATE FdbVersionTbl SET Version=x'00'"), -5);
+}
+
+TEST_F(DamagedFiles, AFileWithoutTheOtherTablesGivesCodes)
+{
+    EXPECT_EQ(meetChanged("DROP TABLE FdbFaultTbl"), 0);
+    EXPECT_EQ(meetChanged("DROP TABLE FdbFaultStatisticTbl"), 0);
+    EXPECT_EQ(meetChanged("PRAGMA writable_schema=ON; DELETE FROM sqlite_master WHERE name='sqlite_sequence'"), 0);
+    EXPECT_EQ(meetChanged("DELETE FROM sqlite_sequence"), 0);
+    EXPECT_EQ(meetChanged("UPDATE sqlite_sequence SET seq='text'"), 0);
+}
+
+TEST_F(DamagedFiles, WhenAllKeysAreUsedUpAnInsertFailsAndTheRestGoesOn)
+{
+    RawDb(path).exec("UPDATE sqlite_sequence SET seq=9223372036854775807");
+    ASSERT_EQ(db.openDb(path, false), 0);
+    Fault fault = makeFault(99);
+    EXPECT_EQ(db.insert(fault), -2);
+    EXPECT_EQ(fault.EntryId, makeFault(99).EntryId);
+    fault.EntryId = 1;
+    EXPECT_EQ(db.update(fault), 0);
+    FaultTbl faults;
+    EXPECT_EQ(db.getFaultTbl(faults), static_cast<int>(kRows));
+}
+
+TEST_F(DamagedFiles, CellsOfOtherTypesAreReadAndWritten)
+{
+    EXPECT_EQ(meetChanged("UPDATE FdbFaultTbl SET FaultCode='text', TimeStampUTC=-1.5, Status=7, Description=x'00ff',"
+                          "RdbStartupId='1'; UPDATE FdbFaultStatisticTbl SET OccurenceCnt=70000, FaultActive=NULL"),
+              0);
+    EXPECT_EQ(meetChanged("UPDATE FdbFaultTbl SET Description=NULL, FaultCode=NULL, Status=NULL"), 0);
+    EXPECT_EQ(meetChanged("UPDATE FdbFaultTbl SET Description=zeroblob(3000000)"), 0);
+}
+
+TEST_F(DamagedFiles, ExtraColumnsAreServedInFull)
+{
+    RawDb(path).exec("ALTER TABLE FdbFaultTbl ADD COLUMN Extra DEFAULT 'x';"
+                     "ALTER TABLE FdbFaultTbl ADD COLUMN Twice AS (FaultCode * 2);"
+                     "ALTER TABLE FdbFaultStatisticTbl ADD COLUMN Extra;"
+                     "ALTER TABLE FdbVersionTbl ADD COLUMN Extra");
+    expectFullService(path);
+    EXPECT_EQ(RawDb(path).value("SELECT count(*) FROM FdbFaultTbl WHERE Extra='x' AND Twice=FaultCode*2"), "21");
+}
+
+TEST_F(DamagedFiles, AnExtraColumnThatMustBeFilledMakesInsertsFail)
+{
+    RawDb(path).exec("DROP TABLE FdbFaultTbl; CREATE TABLE FdbFaultTbl(EntryId INTEGER PRIMARY KEY, Must NOT NULL)");
+    ASSERT_EQ(db.openDb(path, false), 0);
+    Fault fault = makeFault();
+    EXPECT_EQ(db.insert(fault), -2);
+    EXPECT_EQ(RawDb(path).value("SELECT count(*) FROM FdbFaultTbl"), "0");
+}
+
+TEST_F(DamagedFiles, ConstraintsOfTheFileMakeWritesFailWhole)
+{
+    RawDb(path).exec("CREATE UNIQUE INDEX u ON FdbFaultTbl(Description);"
+                     "CREATE INDEX i ON FdbFaultTbl(abs(FaultCode)) WHERE RdbStartupId=1");
+    ASSERT_EQ(db.openDb(path, false), 0);
+    Fault fault = makeFault(3);
+    EXPECT_EQ(db.insert(fault), -2);
+    fault.EntryId = 4;
+    EXPECT_EQ(db.update(fault), -2);
+    RawDb raw(path);
+    EXPECT_EQ(raw.value("SELECT count(*) FROM FdbFaultTbl"), std::to_string(kRows));
+    EXPECT_EQ(raw.value("SELECT Description FROM FdbFaultTbl WHERE EntryId=4"), makeFault(4).Description);
+}
+
+TEST_F(DamagedFiles, TriggersAreServedOrTheOperationFailsWhole)
+{
+    for (char const* body :
+         {"SELECT RAISE(ABORT, 'no')", "SELECT RAISE(ROLLBACK, 'no')", "SELECT RAISE(IGNORE)",
+          "DELETE FROM FdbFaultTbl", "DROP TABLE FdbFaultTbl", "INSERT INTO Nowhere VALUES(1)",
+          "UPDATE FdbFaultTbl SET Description='x'", "SELECT load_extension('x')", "SELECT writefile('x', 'y')",
+          "INSERT INTO FdbFaultTbl(Description) VALUES(NEW.Description)"})
+    {
+        for (char const* event : {"AFTER INSERT", "BEFORE INSERT", "AFTER UPDATE"})
+        {
+            std::string const trigger = std::string("CREATE TRIGGER t ") + event + " ON FdbFaultTbl BEGIN " + body;
+            SCOPED_TRACE(trigger);
+            std::string const file = dir.file("met.db");
+            removeWithSidecars(file);
+            writeFile(file, healthy);
+            RawDb raw(file);
+            // Some of them no SQLite lets in, and no file can bring them then.
+            if (sqlite3_exec(raw.handle(), (trigger + "; END").c_str(), nullptr, nullptr, nullptr) == SQLITE_OK)
+            {
+                EXPECT_EQ(meet(file), 0);
+                EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
+            }
+        }
+    }
+}
+
+TEST_F(DamagedFiles, ViewsInPlaceOfTablesGiveCodes)
+{
+    EXPECT_EQ(meetChanged("ALTER TABLE FdbFaultTbl RENAME TO Old; CREATE VIEW FdbFaultTbl AS SELECT * FROM Old"), 0);
+    EXPECT_EQ(meetChanged("DROP TABLE FdbFaultTbl; CREATE VIEW FdbFaultTbl AS SELECT * FROM FdbFaultTbl"), 0);
+    EXPECT_EQ(meetChanged("DROP TABLE FdbFaultTbl; CREATE VIEW FdbFaultTbl AS SELECT 1, 'two'"), 0);
+    EXPECT_EQ(meetChanged("DROP TABLE FdbFaultStatisticTbl; CREATE VIEW FdbFaultStatisticTbl AS SELECT * FROM nowhere"),
+              0);
+    int const asView = meetChanged("DROP TABLE FdbVersionTbl; CREATE VIEW FdbVersionTbl AS "
+                                   "SELECT 1 AS VersionEntryId, 'FormatVersion' AS Component, '1.0.0' AS Version");
+    expectCode(asView);
+}
+
+TEST_F(DamagedFiles, SchemasThatDoNotEndHangNobody)
+{
+    // Without a row, so that time is all that it takes.
+    std::string const endless =
+        "(WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c) SELECT x FROM c WHERE x<0)";
+    std::string const asVersion = "AS SELECT x AS VersionEntryId, x||'' AS Component, x||'' AS Version FROM " + endless;
+    std::vector<std::string> const reader = {FIRAIM_TEST_READER, path};
+    std::vector<std::string> const writer = {FIRAIM_TEST_WRITER, "insert", path, "1", "1"};
+    for (auto const& [sql, program] :
+         {std::pair("DROP TABLE FdbFaultTbl; CREATE VIEW FdbFaultTbl AS SELECT * FROM " + endless, reader),
+          std::pair("DROP TABLE FdbVersionTbl; CREATE VIEW FdbVersionTbl " + asVersion, reader),
+          std::pair("CREATE TRIGGER t AFTER INSERT ON FdbFaultTbl BEGIN DELETE FROM FdbFaultTbl WHERE EntryId IN " +
+                        endless + "; END",
+                    writer)})
+    {
+        removeWithSidecars(path);
+        writeFile(path, healthy);
+        RawDb(path).exec(sql);
+        // In a process of its own, which can be ended.
+        ChildProcess process(program);
+        process.closeInput();
+        EXPECT_TRUE(process.readLine(kLongerThanAnyTimeoutUs)) << "no answer: " << sql;
+    }
+}
+
+TEST_F(DamagedFiles, AHotJournalIsRolledBackAndNothingAcknowledgedIsLost)
+{
+    std::string const copy = dir.file("copy.db");
+    copyInMidTransaction(path, copy);
+    ASSERT_EQ(readFile(copy + "-journal").substr(0, 8), kHotJournalMagic);
+    ASSERT_TRUE(readFile(copy) != healthy) << "the transaction had not come to the file";
+    FaultDb other;
+    ASSERT_EQ(other.openDb(copy, false), 0);
+    tables_t const found = readTables(other);
+    EXPECT_EQ(other.closeDb(), 0);
+    ASSERT_EQ(db.openDb(path, false), 0);
+    tables_t const expected = readTables(db);
+    ASSERT_EQ(found.faults.size(), kRows);
+    ASSERT_EQ(found.statistics.size(), kRows);
+    for (std::size_t i = 0; i < kRows; ++i)
+    {
+        EXPECT_EQ(members(found.faults[i]), members(expected.faults[i]));
+        EXPECT_EQ(members(found.statistics[i]), members(expected.statistics[i]));
+    }
+    expectFullService(copy);
+}
+
+TEST_F(DamagedFiles, AnyDamagedHotJournalIsServedOrRefused)
+{
+    std::string const copy = dir.file("copy.db");
+    copyInMidTransaction(path, copy);
+    std::string const file = readFile(copy);
+    std::string const journal = readFile(copy + "-journal");
+    std::mt19937 random(3);
+    for (unsigned int i = 0; i < 150; ++i)
+    {
+        SCOPED_TRACE("damage " + std::to_string(i));
+        std::string damaged = journal.substr(0, i % 3 == 0 ? random() % journal.size() : journal.size());
+        for (unsigned int change = 0; change <= i % 4 && damaged.size() > 8; ++change)
+        {
+            // Behind the magic, without which it is no journal; half of them in the rest of its head.
+            std::size_t const range = i % 2 == 0 ? std::min<std::size_t>(damaged.size(), 40) : damaged.size();
+            damaged[8 + random() % (range - 8)] = static_cast<char>(random());
+        }
+        removeWithSidecars(copy);
+        writeFile(copy, file);
+        writeFile(copy + "-journal", damaged);
+        meet(copy);
+    }
+}
+
+TEST_F(DamagedFiles, AJournalWithoutItsDatabaseDoesNotReachTheNextOne)
+{
+    std::string const copy = dir.file("copy.db");
+    copyInMidTransaction(path, copy);
+    std::string const journal = readFile(copy + "-journal");
+    for (bool const isCreatedFirst : {true, false})
+    {
+        removeWithSidecars(copy);
+        writeFile(copy + "-journal", journal);
+        FaultDb other;
+        // Opening a missing file makes an empty one, which is no database yet.
+        EXPECT_EQ(isCreatedFirst ? -2 : other.openDb(copy, false), -2);
+        ASSERT_EQ(other.createDb(copy, true), 0);
+        expectFullService(copy);
+        EXPECT_EQ(RawDb(copy).value("SELECT count(*) FROM FdbFaultTbl"), "1");
+    }
+}
+
+TEST_F(DamagedFiles, TheJournalOfAnotherDatabaseIsServedOrRefused)
+{
+    std::string const copy = dir.file("copy.db");
+    copyInMidTransaction(path, copy);
+    std::string const journal = readFile(copy + "-journal");
+    std::string const another = dir.file("another.db");
+    ASSERT_EQ(db.createDb(another, true), 0);
+    for (std::string const& file : {readFile(another), healthy, std::string("a text\n"), std::string(8192, 'x')})
+    {
+        removeWithSidecars(copy);
+        writeFile(copy, file);
+        writeFile(copy + "-journal", journal);
+        meet(copy);
+    }
+}
+
+TEST_F(DamagedFiles, AForeignOrDamagedWriteAheadLogIsServedOrRefused)
+{
+    std::string const source = dir.file("source.db");
+    writeFile(source, healthy);
+    RawDb writer(source);
+    writer.exec("PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0; UPDATE FdbFaultTbl SET Description='new'");
+    std::string const log = readFile(source + "-wal");
+    std::string const index = readFile(source + "-shm");
+    std::string const file = readFile(source);
+    std::string const copy = dir.file("copy.db");
+    std::mt19937 random(4);
+    for (unsigned int i = 0; i < 120; ++i)
+    {
+        SCOPED_TRACE("damage " + std::to_string(i));
+        std::string damaged = log.substr(0, i % 3 == 0 ? random() % log.size() : log.size());
+        for (unsigned int change = 0; change < i % 4 && !damaged.empty(); ++change)
+        {
+            damaged[random() % damaged.size()] = static_cast<char>(random());
+        }
+        removeWithSidecars(copy);
+        writeFile(copy, i % 5 == 0 ? healthy : file);
+        writeFile(copy + "-wal", damaged);
+        if (i % 2 == 0)
+        {
+            writeFile(copy + "-shm", index);
+        }
+        meet(copy);
+    }
+}
+
+TEST_F(DamagedFiles, TheLogOfACrashedWriterInWriteAheadLogModeIsReadToTheEnd)
+{
+    std::string const copy = dir.file("copy.db");
+    {
+        RawDb writer(path);
+        writer.exec("PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0; UPDATE FdbFaultTbl SET Description='new'");
+        writeFile(copy, readFile(path));
+        writeFile(copy + "-wal", readFile(path + "-wal"));
+    }
+    expectFullService(copy);
+    EXPECT_EQ(RawDb(copy).value("SELECT count(*) FROM FdbFaultTbl WHERE Description='new'"), std::to_string(kRows));
+}

@@ -1,0 +1,212 @@
+#include "FailingVfs.h"
+
+#include <sqlite3.h>
+
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include <unistd.h>
+
+namespace
+{
+
+sqlite3_vfs* realVfs = nullptr;
+FaultPlan currentPlan;
+FailingVfs::kind_t selectedKind = FailingVfs::KIND_COUNT;
+long long sleptMicroseconds = 0;
+
+bool strikes(FailingVfs::kind_t kind)
+{
+    return kind == selectedKind && currentPlan.strikes();
+}
+
+/// An open file; the real one lies behind it in the memory that SQLite provides.
+struct File
+{
+    sqlite3_file base;
+    sqlite3_file* real;
+};
+
+sqlite3_file* realOf(sqlite3_file* file)
+{
+    return reinterpret_cast<File*>(file)->real;
+}
+
+/// Calls a method of the real file. Failing ones are written out below; the others only pass on.
+template <auto Method, class... Arguments>
+int passOn(sqlite3_file* file, Arguments... arguments)
+{
+    return (realOf(file)->pMethods->*Method)(realOf(file), arguments...);
+}
+
+/// As above, for a method that fails with `Code`.
+template <FailingVfs::kind_t Kind, int Code, auto Method, class... Arguments>
+int passOnOrFail(sqlite3_file* file, Arguments... arguments)
+{
+    return strikes(Kind) ? Code : passOn<Method>(file, arguments...);
+}
+
+int writeFile(sqlite3_file* file, void const* bytes, int size, sqlite3_int64 offset)
+{
+    if (strikes(FailingVfs::WRITE))
+    {
+        return SQLITE_IOERR_WRITE;
+    }
+    if (strikes(FailingVfs::FULL_DISK))
+    {
+        return SQLITE_FULL;
+    }
+    if (strikes(FailingVfs::FULL_DISK_MIDWAY))
+    {
+        static_cast<void>(passOn<&sqlite3_io_methods::xWrite>(file, bytes, size / 2, offset)); // The answer is fixed.
+        return SQLITE_FULL;
+    }
+    return passOn<&sqlite3_io_methods::xWrite>(file, bytes, size, offset);
+}
+
+int syncFile(sqlite3_file*, int)
+{
+    return strikes(FailingVfs::SYNC) ? SQLITE_IOERR_FSYNC : SQLITE_OK;
+}
+
+int lockFile(sqlite3_file* file, int level)
+{
+    if (strikes(FailingVfs::LOCK_BUSY))
+    {
+        return SQLITE_BUSY;
+    }
+    return passOnOrFail<FailingVfs::LOCK_ERROR, SQLITE_IOERR_LOCK, &sqlite3_io_methods::xLock>(file, level);
+}
+
+/// SQLite calls this one without looking at a version, so it is written out for its different result type.
+void shmBarrier(sqlite3_file* file)
+{
+    realOf(file)->pMethods->xShmBarrier(realOf(file));
+}
+
+using methods_t = sqlite3_io_methods;
+
+sqlite3_io_methods makeMethods()
+{
+    sqlite3_io_methods methods = {};
+    methods.iVersion = 2; // Without memory mapping: every read is a call.
+    methods.xClose = passOn<&methods_t::xClose>;
+    methods.xRead = passOnOrFail<FailingVfs::READ, SQLITE_IOERR_READ, &methods_t::xRead, void*, int, sqlite3_int64>;
+    methods.xWrite = writeFile;
+    methods.xTruncate = passOnOrFail<FailingVfs::TRUNCATE, SQLITE_IOERR_TRUNCATE, &methods_t::xTruncate, sqlite3_int64>;
+    methods.xSync = syncFile;
+    methods.xFileSize = passOnOrFail<FailingVfs::FILE_SIZE, SQLITE_IOERR_FSTAT, &methods_t::xFileSize, sqlite3_int64*>;
+    methods.xLock = lockFile;
+    methods.xUnlock = passOnOrFail<FailingVfs::UNLOCK, SQLITE_IOERR_UNLOCK, &methods_t::xUnlock, int>;
+    methods.xCheckReservedLock =
+        passOnOrFail<FailingVfs::CHECK_LOCK, SQLITE_IOERR_CHECKRESERVEDLOCK, &methods_t::xCheckReservedLock, int*>;
+    methods.xFileControl = passOn<&methods_t::xFileControl, int, void*>;
+    methods.xSectorSize = passOn<&methods_t::xSectorSize>;
+    methods.xDeviceCharacteristics = passOn<&methods_t::xDeviceCharacteristics>;
+    methods.xShmMap = passOn<&methods_t::xShmMap, int, int, int, void volatile**>;
+    methods.xShmLock = passOn<&methods_t::xShmLock, int, int, int>;
+    methods.xShmBarrier = shmBarrier;
+    methods.xShmUnmap = passOn<&methods_t::xShmUnmap, int>;
+    return methods;
+}
+
+int openFile(sqlite3_vfs*, char const* name, sqlite3_file* file, int flags, int* outFlags)
+{
+    static sqlite3_io_methods const methods = makeMethods();
+    auto* const opened = new (file) File{{nullptr}, reinterpret_cast<sqlite3_file*>(reinterpret_cast<File*>(file) + 1)};
+    if (strikes(FailingVfs::OPEN))
+    {
+        return SQLITE_CANTOPEN;
+    }
+    int const code = realVfs->xOpen(realVfs, name, opened->real, flags, outFlags);
+    opened->base.pMethods = opened->real->pMethods != nullptr ? &methods : nullptr;
+    return code;
+}
+
+int removeFile(sqlite3_vfs*, char const* name, int)
+{
+    constexpr int kWithoutSync = 0;
+    return strikes(FailingVfs::REMOVE) ? SQLITE_IOERR_DELETE : realVfs->xDelete(realVfs, name, kWithoutSync);
+}
+
+int accessFile(sqlite3_vfs*, char const* name, int flags, int* result)
+{
+    return strikes(FailingVfs::ACCESS) ? SQLITE_IOERR_ACCESS : realVfs->xAccess(realVfs, name, flags, result);
+}
+
+int addToSleep(sqlite3_vfs*, int microseconds)
+{
+    sleptMicroseconds += microseconds;
+    return microseconds;
+}
+
+// Below the real file system: what the system itself may do at any time without an error.
+
+ssize_t readHalf(int file, void* bytes, std::size_t size, off64_t offset)
+{
+    return pread64(file, bytes, size > 1 && strikes(FailingVfs::SHORT_READ) ? size / 2 : size, offset);
+}
+
+ssize_t writeHalf(int file, void const* bytes, std::size_t size, off64_t offset)
+{
+    return pwrite64(file, bytes, size > 1 && strikes(FailingVfs::SHORT_WRITE) ? size / 2 : size, offset);
+}
+
+template <class Function>
+void replaceSystemCall(char const* name, Function function)
+{
+    if (realVfs->xSetSystemCall(realVfs, name, reinterpret_cast<sqlite3_syscall_ptr>(function)) != SQLITE_OK)
+    {
+        throw std::runtime_error(std::string("SQLite does not call ") + name);
+    }
+}
+
+} // namespace
+
+void FailingVfs::install()
+{
+    static sqlite3_vfs shim;
+    if (realVfs == nullptr)
+    {
+        realVfs = sqlite3_vfs_find(nullptr);
+        shim = *realVfs; // What is not replaced works on names and the clock alone, and needs no file of ours.
+        shim.szOsFile += static_cast<int>(sizeof(File));
+        shim.zName = "failing";
+        shim.xOpen = openFile;
+        shim.xDelete = removeFile;
+        shim.xAccess = accessFile;
+        shim.xSleep = addToSleep;
+        replaceSystemCall("pread64", readHalf);
+        replaceSystemCall("pwrite64", writeHalf);
+    }
+    if (sqlite3_vfs_register(&shim, 1) != SQLITE_OK)
+    {
+        throw std::runtime_error("SQLite refuses the failing file system");
+    }
+}
+
+void FailingVfs::select(kind_t kind)
+{
+    selectedKind = kind;
+}
+
+FaultPlan& FailingVfs::plan()
+{
+    return currentPlan;
+}
+
+char const* FailingVfs::name(kind_t kind)
+{
+    static constexpr char const* kNames[] = {
+        "open", "read",      "short read", "write",      "short write", "full disk", "full disk midway", "truncate",
+        "sync", "lock busy", "lock error", "check lock", "unlock",      "delete",    "access",           "file size"};
+    static_assert(sizeof kNames / sizeof *kNames == KIND_COUNT, "one name for each kind");
+    return kNames[kind];
+}
+
+long long FailingVfs::takeSleptMs()
+{
+    return std::exchange(sleptMicroseconds, 0) / 1000;
+}

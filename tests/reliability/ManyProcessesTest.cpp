@@ -1,0 +1,178 @@
+// Many processes on one file: every one of them is served, and none sees another's work by halves.
+
+#include "ChildProcess.h"
+#include "NumberedFault.h"
+#include "TestSupport.h"
+
+#include <fdb/FaultDb.h>
+
+#include <array>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <thread>
+
+namespace
+{
+
+constexpr unsigned int kWriters = 8;
+constexpr unsigned int kReaders = 2;
+constexpr unsigned int kInserts = 1000;
+
+/// What one writer acknowledged.
+struct writing_t
+{
+    std::vector<unsigned long long> keys; ///< of the inserts that succeeded
+    unsigned int failed = 0;
+    int status = -1;
+};
+
+/// What one reader said of its readings.
+struct reading_t
+{
+    unsigned int reads = 0;
+    unsigned int failures = 0;
+    unsigned int halfRows = 0;
+    unsigned int lostRows = 0;
+    std::size_t rows = 0;
+    int status = -1;
+};
+
+class ManyProcesses : public testing::Test
+{
+protected:
+    ManyProcesses()
+    {
+        EXPECT_EQ(db.createDb(path, false), 0);
+        for (unsigned int i = 0; i < kReaders; ++i)
+        {
+            m_readers.push_back(std::make_unique<ChildProcess>(std::vector<std::string>{FIRAIM_TEST_READER, path}));
+        }
+    }
+
+    /// Starts all writers and waits for their end.
+    void write()
+    {
+        std::vector<std::thread> threads;
+        for (unsigned int i = 0; i < kWriters; ++i)
+        {
+            threads.emplace_back([this, i] { writings[i] = runWriter(i); });
+        }
+        for (std::thread& thread : threads)
+        {
+            thread.join();
+        }
+    }
+
+    /// Lets the readers read once more and takes what they say.
+    std::vector<reading_t> endReaders()
+    {
+        std::vector<reading_t> readings;
+        for (auto const& reader : m_readers)
+        {
+            reader->closeInput();
+            reading_t r;
+            std::istringstream line(reader->readLine().value_or(""));
+            line >> r.reads >> r.failures >> r.halfRows >> r.lostRows >> r.rows;
+            r.status = reader->wait();
+            readings.push_back(r);
+        }
+        return readings;
+    }
+
+    TempDir dir;
+    std::string const path = dir.file("faults.db");
+    Console console;
+    FaultDb db;
+    std::array<writing_t, kWriters> writings;
+
+private:
+    writing_t runWriter(unsigned int writer) const
+    {
+        ChildProcess process({FIRAIM_TEST_WRITER, "insert", path, std::to_string(writer), std::to_string(kInserts)});
+        writing_t writing;
+        for (auto line = process.readLine(); line; line = process.readLine())
+        {
+            std::istringstream acknowledgement(*line);
+            int result = -1;
+            unsigned long long key = 0;
+            acknowledgement >> result >> key;
+            if (result == RESULT_OK)
+            {
+                writing.keys.push_back(key);
+            }
+            else
+            {
+                ++writing.failed;
+            }
+        }
+        writing.status = process.wait();
+        return writing;
+    }
+
+    std::vector<std::unique_ptr<ChildProcess>> m_readers;
+};
+
+/// How many of the keys given back belong to another writer's row. Documented; counted, so that it stays known.
+unsigned int countForeignKeys(std::array<writing_t, kWriters> const& writings, FaultTbl const& faults)
+{
+    std::map<unsigned long long, unsigned int> writerOfKey;
+    for (Fault const& fault : faults)
+    {
+        writerOfKey[fault.EntryId] = fault.LoggerLifeTime;
+    }
+    unsigned int count = 0;
+    for (unsigned int i = 0; i < kWriters; ++i)
+    {
+        for (unsigned long long const key : writings[i].keys)
+        {
+            auto const row = writerOfKey.find(key);
+            EXPECT_NE(row, writerOfKey.end()) << "no row has the key " << key;
+            count += row != writerOfKey.end() && row->second != i ? 1 : 0;
+        }
+    }
+    return count;
+}
+
+} // namespace
+
+TEST_F(ManyProcesses, AreAllServedAndNoneSeesHalfARow)
+{
+    write();
+    for (writing_t const& writing : writings)
+    {
+        EXPECT_EQ(writing.status, 0);
+        EXPECT_EQ(writing.keys.size(), kInserts);
+        EXPECT_EQ(writing.failed, 0U);
+    }
+    unsigned int reads = 0;
+    for (reading_t const& reading : endReaders())
+    {
+        EXPECT_EQ(reading.status, 0);
+        EXPECT_GT(reading.reads, 1U);
+        EXPECT_EQ(reading.failures, 0U);
+        EXPECT_EQ(reading.halfRows, 0U);
+        EXPECT_EQ(reading.lostRows, 0U);
+        EXPECT_EQ(reading.rows, kWriters * kInserts);
+        reads += reading.reads;
+    }
+
+    ASSERT_EQ(db.openDb(path, false), 0);
+    FaultTbl faults;
+    EXPECT_EQ(db.getFaultTbl(faults), static_cast<int>(kWriters * kInserts));
+    EXPECT_EQ(db.closeDb(), 0);
+    std::set<unsigned long long> found;
+    for (Fault const& fault : faults)
+    {
+        Fault expected = numberedFault(fault.LoggerLifeTime, fault.LoggerUpTime);
+        expected.EntryId = fault.EntryId;
+        EXPECT_EQ(members(fault), members(expected));
+        EXPECT_TRUE(found.insert(fault.TimeStampUTC).second) << "twice: " << fault.TimeStampUTC;
+    }
+    EXPECT_EQ(RawDb(path).value("PRAGMA integrity_check"), "ok");
+    std::printf("many processes: %u writers of %u inserts, %u readers with %u reads; %u of the keys given back were "
+                "another writer's\n",
+                kWriters, kInserts, kReaders, reads, countForeignKeys(writings, faults));
+}

@@ -1,0 +1,174 @@
+// Failing memory: what a caller sees, and what the file holds, when allocations fail one after the other.
+
+#include "FailingMemory.h"
+#include "FailingVfs.h"
+#include "FaultWorkload.h"
+#include "SilentConsole.h"
+
+#include <db/Sqlite3Db.h>
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <string>
+
+namespace
+{
+
+class MemoryFaultTest : public testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        FailingMemory::install();
+        FailingVfs::install(); // Nothing waits for the disk here, whose failures are another test's.
+    }
+
+    /// Fails each allocation in turn, until the workload makes fewer than that.
+    void failEach(FailingMemory::kind_t kind, FaultWorkload::start_t start, FaultPlan::persistence_t persistence,
+                  int dbgLevel)
+    {
+        runWorkload(kind, start, persistence, dbgLevel, 0); // What is made once and kept is made by this one.
+        bool isStruck = true;
+        for (unsigned int n = 1; isStruck && !HasFailure(); ++n)
+        {
+            SCOPED_TRACE("allocation " + std::to_string(n) + ", start " + std::to_string(start) + ", level " +
+                         std::to_string(dbgLevel) + (persistence == FaultPlan::ONCE ? ", once" : ", until cleared"));
+            long long const blocksBefore = FailingMemory::liveBlocks();
+            long long const bytesBefore = sqlite3_memory_used();
+            isStruck = runWorkload(kind, start, persistence, dbgLevel, n);
+            EXPECT_EQ(FailingMemory::liveBlocks(), blocksBefore) << "a leak";
+            EXPECT_EQ(sqlite3_memory_used(), bytesBefore) << "a leak in SQLite";
+        }
+    }
+
+    void report(char const* what) const
+    {
+        std::printf("memory faults: %-14s %7u allocations failed in %6u workloads, %zu unacknowledged records stored "
+                    "whole\n",
+                    what, m_faults, m_workloads, m_unacknowledged);
+    }
+
+    unsigned int m_faults = 0;
+    unsigned int m_workloads = 0;
+    std::size_t m_unacknowledged = 0;
+
+private:
+    /// Whether the `n`-th allocation was made, and failed.
+    bool runWorkload(FailingMemory::kind_t kind, FaultWorkload::start_t start, FaultPlan::persistence_t persistence,
+                     int dbgLevel, unsigned int n)
+    {
+        SilentConsole const console;
+        FaultPlan& plan = FailingMemory::plan(kind);
+        FaultWorkload workload(plan, start,
+                               kind == FailingMemory::OPERATOR_NEW ? FaultWorkload::MAY_THROW : FaultWorkload::FAILS,
+                               dbgLevel);
+        plan.arm(n, persistence);
+        workload.run();
+        plan.clear();
+        unsigned int const fired = plan.fired();
+        workload.goOn();
+        workload.close();
+        m_faults += fired;
+        ++m_workloads;
+        m_unacknowledged += workload.unacknowledged();
+        return fired != 0;
+    }
+};
+
+constexpr FaultWorkload::start_t kStarts[] = {FaultWorkload::NEW_FILE, FaultWorkload::CRASHED_FILE,
+                                              FaultWorkload::WAL_FILE};
+
+TEST_F(MemoryFaultTest, SqliteWithoutMemoryLosesNothingAcknowledgedAndLeavesTheObjectUsable)
+{
+    for (FaultWorkload::start_t const start : kStarts)
+    {
+        failEach(FailingMemory::SQLITE_MALLOC, start, FaultPlan::ONCE, 0);
+        failEach(FailingMemory::SQLITE_MALLOC, start, FaultPlan::UNTIL_CLEARED, 0);
+    }
+    report("SQLite");
+    EXPECT_GT(m_faults, 0U);
+    EXPECT_EQ(m_unacknowledged, 0U);
+}
+
+TEST_F(MemoryFaultTest, LibraryWithoutMemoryLosesNothingAcknowledgedAndLeavesTheObjectUsable)
+{
+    for (FaultWorkload::start_t const start : kStarts)
+    {
+        failEach(FailingMemory::OPERATOR_NEW, start, FaultPlan::ONCE, 0);
+        failEach(FailingMemory::OPERATOR_NEW, start, FaultPlan::UNTIL_CLEARED, 0);
+    }
+    failEach(FailingMemory::OPERATOR_NEW, FaultWorkload::NEW_FILE, FaultPlan::ONCE, 2);
+    report("operator new");
+    EXPECT_GT(m_faults, 0U);
+    EXPECT_EQ(m_unacknowledged, 0U);
+}
+
+TEST_F(MemoryFaultTest, SqliteThatCannotStartFailsCreateDbUntilItCan)
+{
+    SilentConsole const console;
+    TempDir const dir;
+    FaultPlan& plan = FailingMemory::plan(FailingMemory::SQLITE_MALLOC);
+    FaultDb db;
+    bool isStruck = true;
+    unsigned int n = 0;
+    while (isStruck && !HasFailure())
+    {
+        SCOPED_TRACE("allocation " + std::to_string(++n));
+        ASSERT_EQ(sqlite3_shutdown(), SQLITE_OK); // The next use starts it again.
+        plan.arm(n, FaultPlan::ONCE);
+        plan.resume();
+        int const code = db.createDb(dir.file("faults.db"), true);
+        plan.pause();
+        plan.clear();
+        isStruck = plan.fired() != 0;
+        EXPECT_TRUE(code == RESULT_OK || (isStruck && code == RESULT_FAILED)) << code;
+        EXPECT_EQ(db.createDb(dir.file("faults.db"), true), RESULT_OK);
+    }
+    FailingVfs::install();
+    std::printf("memory faults: %-14s %7u allocations failed\n", "SQLite's start", n - 1);
+    EXPECT_GT(n, 1U);
+}
+
+/// Calls for the objects of the process and for a file with each allocation failing in turn. The exit code.
+int makeSingletonsWithoutMemory()
+{
+    TempDir const dir;
+    std::string const path = dir.file("faults.db");
+    SilentConsole const console;
+    FaultPlan& plan = FailingMemory::plan(FailingMemory::OPERATOR_NEW);
+    bool isStruck = true;
+    int code = 0;
+    unsigned int n = 0;
+    while (isStruck)
+    {
+        plan.arm(++n, FaultPlan::ONCE);
+        plan.resume();
+        try
+        {
+            code = FaultDb::getInstance()->createDb(path, true);
+        }
+        catch (std::bad_alloc const&)
+        {
+        }
+        plan.pause();
+        isStruck = plan.fired() != 0;
+    }
+    plan.clear();
+    std::printf("memory faults: %-14s %7u allocations failed\n", "first use", n - 1);
+    std::fflush(stdout);
+    return n > 1 ? code : EXIT_FAILURE;
+}
+
+TEST_F(MemoryFaultTest, SingletonsThatCannotBeMadeAreMadeByALaterCall)
+{
+    // A process that has neither of them yet; at its end it looks for leaks, where it is built to.
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(std::exit(makeSingletonsWithoutMemory()), testing::ExitedWithCode(0), "");
+}
+
+} // namespace

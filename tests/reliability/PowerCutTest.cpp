@@ -1,0 +1,767 @@
+// The power fails after every single operation on the disk, and the library opens what is left.
+
+#include "DiskModelVfs.h"
+#include "TestSupport.h"
+
+#include <db/Sqlite3Db.h>
+#include <fdb/FaultDb.h>
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+constexpr char kFileName[] = "faults.db";
+constexpr int kOperationCount = 360;
+constexpr int kControlOperationCount = 60;
+constexpr std::size_t kRandomStates = 5;
+
+// The sanitizers look for errors of the code, which the cut points in between do not bring to light.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t kCutStride = 3;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr std::size_t kCutStride = 3;
+#else
+constexpr std::size_t kCutStride = 1;
+#endif
+#else
+constexpr std::size_t kCutStride = 1;
+#endif
+
+/// What the two tables hold, by key. Rows are shared: there is one content for each step of the workload.
+struct Content
+{
+    std::map<unsigned long long, std::shared_ptr<Fault const>> faults;
+    std::map<unsigned long long, std::shared_ptr<FaultStatistic const>> statistics;
+};
+
+template <class T>
+bool isSame(std::map<unsigned long long, std::shared_ptr<T const>> const& expected, std::vector<T> const& found)
+{
+    auto const isSameRow = [](auto const& entry, T const& row) { return members(*entry.second) == members(row); };
+    return std::equal(expected.begin(), expected.end(), found.begin(), found.end(), isSameRow);
+}
+
+/// One call of the workload.
+struct Act
+{
+    std::string name;
+    std::size_t end = 0; ///< operations on the disk up to its return
+    bool isCreation = false;
+    std::vector<Content> contents; ///< before it, after each of its statements; the last is what it leaves
+};
+
+/// Runs a random mixture of the library's operations, each of which succeeds, and writes down what each one leaves.
+class Workload
+{
+public:
+    /// `pragmas` are run on each connection that stays open.
+    Workload(std::string const& directory, std::string pragmas)
+        : m_directory(directory), m_path(directory + "/" + kFileName), m_pragmas(std::move(pragmas))
+    {
+    }
+
+    void run(int count)
+    {
+        start();
+        create(false);
+        open();
+        for (int i = 0; i < count && !testing::Test::HasFailure(); ++i)
+        {
+            if (i == count / 2)
+            {
+                replaceFile();
+            }
+            actAtRandom();
+        }
+        close();
+        m_vfs.stop();
+    }
+
+    /// Goes on with the files that a power cut in `underWay` has left: opens them, recovery included, or creates them
+    /// once more where that does not work, and records one more fault.
+    void resume(Act const& underWay)
+    {
+        start();
+        begin("openDb after a cut");
+        m_acts.back().contents = underWay.contents;
+        m_acts.back().isCreation = underWay.isCreation;
+        int const opened = m_db.openDb(m_path, false);
+        if (underWay.isCreation && opened != RESULT_OK)
+        {
+            finish(RESULT_OK);
+            create(true);
+            open();
+        }
+        else
+        {
+            m_content = readContent();
+            finish(opened);
+        }
+        insertFault();
+        close();
+        m_vfs.stop();
+    }
+
+    /// Goes on with such files by replacing them, unseen.
+    void replace(Act const& underWay)
+    {
+        start();
+        begin("createDb after a cut");
+        m_acts.back().contents = underWay.contents;
+        m_acts.back().isCreation = true;
+        end(m_db.createDb(m_path, true));
+        open();
+        insertFault();
+        close();
+        m_vfs.stop();
+    }
+
+    std::vector<Act> const& acts() const { return m_acts; }
+    std::vector<DiskOperation> const& operations() const { return m_operations; }
+    /// What was there before the first operation.
+    DiskModel const& firstDisk() const { return m_firstDisk; }
+
+private:
+    void start()
+    {
+        m_vfs.start(m_directory);
+        takeOperations();
+        m_disk.synchronise();
+        m_firstDisk = m_disk;
+        m_operations.clear();
+    }
+
+    /// Takes over what was recorded since the last call.
+    void takeOperations()
+    {
+        auto const& recorded = m_vfs.operations();
+        for (; m_taken < recorded.size(); ++m_taken)
+        {
+            m_operations.push_back(recorded[m_taken]);
+            m_disk.apply(recorded[m_taken]);
+        }
+    }
+
+    Content readContent()
+    {
+        Content content;
+        FaultTbl faults;
+        FaultStatisticTbl statistics;
+        EXPECT_GE(m_db.getFaultTbl(faults), 0);
+        EXPECT_GE(m_db.getFaultStatisticTbl(statistics), 0);
+        for (Fault const& fault : faults)
+        {
+            content.faults[fault.EntryId] = std::make_shared<Fault const>(fault);
+        }
+        for (FaultStatistic const& statistic : statistics)
+        {
+            content.statistics[statistic.EntryId] = std::make_shared<FaultStatistic const>(statistic);
+        }
+        return content;
+    }
+
+    std::size_t below(std::size_t bound) { return static_cast<std::size_t>(m_random() % bound); }
+
+    /// Of any length from empty to some overflow pages.
+    std::string anyText()
+    {
+        constexpr std::size_t kLengths[] = {0, 5, 20, 20, 60, 60, 200, 600, 3000, 9000};
+        std::size_t const length = below(kLengths[below(std::size(kLengths))] + 1);
+        return std::string(length, static_cast<char>('a' + below(26)));
+    }
+
+    void begin(char const* name) { m_acts.push_back({name, 0, false, {m_content}}); }
+
+    /// The end of a statement within an operation.
+    void step() { m_acts.back().contents.push_back(m_content); }
+
+    void end(int result)
+    {
+        step();
+        finish(result);
+    }
+
+    void finish(int result)
+    {
+        EXPECT_EQ(result, 0) << m_acts.back().name;
+        takeOperations();
+        m_acts.back().end = m_operations.size();
+        expectThatTheModelFollows();
+    }
+
+    /// Every change of the files must have been recorded, or the cuts would be made elsewhere.
+    void expectThatTheModelFollows()
+    {
+        DiskModel::files_t files;
+        for (auto const& entry : std::filesystem::directory_iterator(m_directory))
+        {
+            files[entry.path().filename().string()] = readFile(entry.path().string());
+        }
+        EXPECT_TRUE(m_disk.current() == files) << "after " << m_acts.size() << " operations";
+    }
+
+    void create(bool overwrite)
+    {
+        begin("createDb");
+        m_acts.back().isCreation = true;
+        int const result = m_db.createDb(m_path, overwrite);
+        m_content = {};
+        end(result);
+    }
+
+    void open()
+    {
+        begin("openDb");
+        int const result = m_db.openDb(m_path, false);
+        for (auto const& [handle, entry] : Sqlite3Db::getInstance(0)->m_dbHandles)
+        {
+            EXPECT_EQ(sqlite3_exec(entry.db, m_pragmas.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << m_pragmas;
+        }
+        end(result);
+    }
+
+    void close()
+    {
+        begin("closeDb");
+        end(m_db.closeDb());
+    }
+
+    /// A new file over the old one, whose journal is still there.
+    void replaceFile()
+    {
+        close();
+        create(true);
+        open();
+    }
+
+    void actAtRandom()
+    {
+        std::size_t const dice = below(100);
+        if (dice < 35 || m_content.faults.empty())
+        {
+            insertFault();
+        }
+        else if (dice < 50 || m_content.statistics.empty())
+        {
+            insertStatistic();
+        }
+        else if (dice < 70)
+        {
+            updateFault();
+        }
+        else if (dice < 85)
+        {
+            updateStatistic();
+        }
+        else if (dice < 92)
+        {
+            moveStartup();
+        }
+        else
+        {
+            close();
+            open();
+        }
+    }
+
+    Fault anyFault()
+    {
+        Fault fault = makeFault(++m_seed);
+        fault.Description = anyText();
+        fault.Parameter = anyText();
+        fault.CfgBackupFile = anyText();
+        fault.Status = below(2) == 0 ? FAULT_ACTIVE : FAULT_INACTIVE;
+        fault.RdbStartupId = static_cast<unsigned int>(below(kStartups));
+        return fault;
+    }
+
+    FaultStatistic anyStatistic()
+    {
+        FaultStatistic statistic = makeStatistic(++m_seed);
+        statistic.FaultCodeName = anyText();
+        statistic.TimeZoneFirstOccurred = anyText();
+        statistic.FaultActive = below(2) == 0 ? FAULT_ACTIVE : FAULT_INACTIVE;
+        statistic.RdbStartupId = static_cast<unsigned int>(below(kStartups));
+        return statistic;
+    }
+
+    void insertFault()
+    {
+        begin("insert of a fault");
+        Fault fault = anyFault();
+        int const result = m_db.insert(fault);
+        EXPECT_EQ(m_content.faults.count(fault.EntryId), 0U);
+        m_content.faults[fault.EntryId] = std::make_shared<Fault const>(fault);
+        end(result);
+    }
+
+    void insertStatistic()
+    {
+        begin("insert of a statistic");
+        FaultStatistic statistic = anyStatistic();
+        int const result = m_db.insert(statistic);
+        statistic.EntryId = m_content.statistics.empty() ? 1 : m_content.statistics.rbegin()->first + 1;
+        m_content.statistics[statistic.EntryId] = std::make_shared<FaultStatistic const>(statistic);
+        end(result);
+    }
+
+    void updateFault()
+    {
+        begin("update of a fault");
+        Fault fault = anyFault();
+        fault.EntryId = std::next(m_content.faults.begin(), static_cast<long>(below(m_content.faults.size())))->first;
+        int const result = m_db.update(fault);
+        m_content.faults[fault.EntryId] = std::make_shared<Fault const>(fault);
+        end(result);
+    }
+
+    void updateStatistic()
+    {
+        begin("update of a statistic");
+        auto const row = std::next(m_content.statistics.begin(), static_cast<long>(below(m_content.statistics.size())));
+        FaultStatistic statistic = anyStatistic();
+        statistic.EntryId = row->first;
+        statistic.FaultCode = row->second->FaultCode;
+        int const result = m_db.update(statistic);
+        row->second = std::make_shared<FaultStatistic const>(statistic);
+        end(result);
+    }
+
+    void moveStartup()
+    {
+        begin("updateRdbStartup");
+        auto const oldId = static_cast<unsigned int>(below(kStartups));
+        auto const newId = static_cast<unsigned int>(below(kStartups));
+        int const result = m_db.updateRdbStartup(newId, oldId);
+        moveRows(m_content.faults, newId, oldId);
+        moveRows(m_content.statistics, newId, oldId);
+        end(result);
+    }
+
+    /// Row by row: each is a statement of its own, and lasts before the next one is begun.
+    template <class T>
+    void moveRows(std::map<unsigned long long, std::shared_ptr<T const>>& rows, unsigned int newId, unsigned int oldId)
+    {
+        for (auto& [key, row] : rows)
+        {
+            if (row->RdbStartupId == oldId)
+            {
+                T moved = *row;
+                moved.RdbStartupId = newId;
+                row = std::make_shared<T const>(moved);
+                step();
+            }
+        }
+    }
+
+    static constexpr std::size_t kStartups = 12;
+
+    std::string const m_directory;
+    std::string const m_path;
+    std::string const m_pragmas;
+    DiskModelVfs& m_vfs = DiskModelVfs::getInstance();
+    FaultDb m_db;
+    std::mt19937_64 m_random{20260301};
+    unsigned int m_seed = 0;
+    Content m_content;
+    std::vector<Act> m_acts;
+    std::vector<DiskOperation> m_operations;
+    DiskModel m_firstDisk;
+    DiskModel m_disk;
+    std::size_t m_taken = 0;
+};
+
+/// What SQLite itself says of the file. A failing check is an answer here, not a failing test.
+bool isWhole(std::string const& path)
+{
+    auto const isOk = [](void* whole, int, char** cells, char**)
+    {
+        *static_cast<bool*>(whole) = cells[0] != nullptr && std::string(cells[0]) == "ok";
+        return 0;
+    };
+    bool whole = false;
+    sqlite3* db = nullptr;
+    int const opened = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
+    int const checked = sqlite3_exec(db, "PRAGMA integrity_check", isOk, &whole, nullptr);
+    return sqlite3_close(db) == SQLITE_OK && opened == SQLITE_OK && checked == SQLITE_OK && whole;
+}
+
+/// What was found wrong in a state.
+enum loss_t
+{
+    LOSS_NONE,
+    LOSS_REFUSED,  ///< the library does not serve the file
+    LOSS_DAMAGED,  ///< SQLite finds the file damaged
+    LOSS_CONTENTS, ///< an acknowledged operation is not there, or half of one, or what was never asked for
+    LOSS_COUNT
+};
+
+constexpr char const* kLossNames[LOSS_COUNT] = {"no loss", "file refused", "file damaged", "content lost"};
+
+void layOut(DiskModel::files_t const& files, TempDir const& directory)
+{
+    // Emptied and not made anew: on some file systems a directory costs more than all the rest.
+    for (auto const& entry : std::filesystem::directory_iterator(directory.path()))
+    {
+        std::filesystem::remove(entry.path());
+    }
+    for (auto const& [name, bytes] : files)
+    {
+        writeFile(directory.file(name), bytes);
+    }
+}
+
+/// One state of the disk, opened by the library.
+class Recovery
+{
+public:
+    explicit Recovery(std::string const& path) : m_path(path) {}
+
+    ~Recovery() { static_cast<void>(m_db.closeDb()); } // Is not open in some of the states.
+
+    Recovery(Recovery const&) = delete;
+    Recovery& operator=(Recovery const&) = delete;
+
+    /// After a cut between two operations or inside one that works on an existing file.
+    loss_t checkService(std::vector<Content> const& allowed)
+    {
+        return m_db.openDb(m_path, false) == RESULT_OK ? checkContent(allowed) : LOSS_REFUSED;
+    }
+
+    /// After a cut inside `createDb`: the file may be of no use, and creating it once more makes it good.
+    loss_t checkCreation(std::vector<Content> const& allowed)
+    {
+        int const opened = m_db.openDb(m_path, false);
+        if (opened == RESULT_OK)
+        {
+            loss_t const loss = checkContent(allowed);
+            if (loss != LOSS_NONE || m_db.closeDb() != RESULT_OK)
+            {
+                return loss == LOSS_NONE ? LOSS_REFUSED : loss;
+            }
+        }
+        else if (opened != RESULT_INVALID_STATE && opened != RESULT_FAILED && opened != RESULT_VERSION_MISMATCH)
+        {
+            return LOSS_REFUSED;
+        }
+        Fault fault = makeFault();
+        if (m_db.createDb(m_path, true) != RESULT_OK || m_db.openDb(m_path, false) != RESULT_OK ||
+            m_db.insert(fault) != RESULT_OK)
+        {
+            return LOSS_REFUSED;
+        }
+        Content content;
+        content.faults[1] = std::make_shared<Fault const>(fault);
+        return fault.EntryId == 1 ? checkContent({content}) : LOSS_CONTENTS;
+    }
+
+private:
+    loss_t checkContent(std::vector<Content> const& allowed)
+    {
+        if (!isWhole(m_path))
+        {
+            return LOSS_DAMAGED;
+        }
+        FaultTbl faults;
+        FaultStatisticTbl statistics;
+        if (m_db.getFaultTbl(faults) < 0 || m_db.getFaultStatisticTbl(statistics) < 0)
+        {
+            return LOSS_REFUSED;
+        }
+        bool const isAllowed =
+            std::any_of(allowed.begin(), allowed.end(),
+                        [&](Content const& content)
+                        { return isSame(content.faults, faults) && isSame(content.statistics, statistics); });
+        return isAllowed ? LOSS_NONE : LOSS_CONTENTS;
+    }
+
+    std::string const m_path;
+    FaultDb m_db;
+};
+
+/// Lays out the states of a disk, has the library open each, and counts what is lost.
+class States
+{
+public:
+    /// The states of `disk` at a cut in `underWay`; all before it has returned. Each `seed` has random states of its
+    /// own.
+    void tryAll(DiskModel const& disk, Act const& underWay, std::size_t seed)
+    {
+        ++m_cuts;
+        if (!disk.isPending())
+        {
+            tryState("nothing pending", m_settled, disk.current(), underWay, seed);
+            return;
+        }
+        tryState("nothing pending kept", m_synchronised, disk.synchronised(), underWay, seed);
+        tryState("everything pending kept", m_current, disk.current(), underWay, seed);
+        for (std::size_t i = 0; i < kRandomStates; ++i)
+        {
+            tryState("random state", m_random, disk.anyState(seed * kRandomStates + i), underWay, seed);
+        }
+    }
+
+    std::size_t cuts() const { return m_cuts; }
+    std::size_t opened() const { return m_settled + m_synchronised + m_current + m_random; }
+    std::size_t losses(loss_t kind) const { return m_losses[kind]; }
+    std::size_t losses() const { return opened() - m_losses[LOSS_NONE]; }
+    std::string const& firstLosses() const { return m_firstLosses; }
+
+    /// The numbers of the run, into the test's record and onto the console.
+    void print(std::string const& title) const
+    {
+        std::cout << "power cuts, " << title << ": " << m_cuts << " cut points";
+        if (kCutStride > 1)
+        {
+            std::cout << " (one in " << kCutStride << " of them, as a sanitizer is on)";
+        }
+        std::cout << ", " << opened() << " states opened (" << m_settled << " with nothing pending, " << m_synchronised
+                  << " nothing pending kept, " << m_current << " everything pending kept, " << m_random
+                  << " random), losses: " << losses(LOSS_CONTENTS) << " of content, " << losses(LOSS_DAMAGED)
+                  << " damaged, " << losses(LOSS_REFUSED) << " refused" << std::endl;
+        testing::Test::RecordProperty("cutPoints", std::to_string(m_cuts));
+        testing::Test::RecordProperty("statesOpened", std::to_string(opened()));
+        testing::Test::RecordProperty("losses", std::to_string(losses()));
+    }
+
+private:
+    void tryState(char const* kind, std::size_t& count, DiskModel::files_t const& files, Act const& underWay,
+                  std::size_t seed)
+    {
+        ++count;
+        layOut(files, m_directory);
+        Recovery recovery(m_directory.file(kFileName));
+        loss_t const loss =
+            underWay.isCreation ? recovery.checkCreation(underWay.contents) : recovery.checkService(underWay.contents);
+        ++m_losses[loss];
+        if (loss != LOSS_NONE && losses() <= 10)
+        {
+            m_firstLosses += std::string(kLossNames[loss]) + " at cut " + std::to_string(seed) + " in " +
+                             underWay.name + ", " + kind + "\n";
+        }
+    }
+
+    TempDir const m_directory;
+    std::size_t m_cuts = 0;
+    std::size_t m_settled = 0;
+    std::size_t m_synchronised = 0;
+    std::size_t m_current = 0;
+    std::size_t m_random = 0;
+    std::size_t m_losses[LOSS_COUNT] = {};
+    std::string m_firstLosses;
+};
+
+/// Goes through a workload, cut by cut.
+class Cuts
+{
+public:
+    explicit Cuts(Workload const& workload) : m_workload(workload), m_disk(workload.firstDisk())
+    {
+        m_over.name = "nothing";
+        m_over.contents = {workload.acts().back().contents.back()};
+        passActs();
+    }
+
+    DiskModel const& disk() const { return m_disk; }
+
+    /// What the power fails in.
+    Act const& underWay() const { return m_act < m_workload.acts().size() ? m_workload.acts()[m_act] : m_over; }
+
+    std::size_t index() const { return m_index; }
+    bool isLast() const { return m_index == m_workload.operations().size(); }
+
+    void next()
+    {
+        m_disk.apply(m_workload.operations()[m_index]);
+        ++m_index;
+        passActs();
+    }
+
+private:
+    void passActs()
+    {
+        while (m_act < m_workload.acts().size() && m_workload.acts()[m_act].end <= m_index)
+        {
+            ++m_act;
+        }
+    }
+
+    Workload const& m_workload;
+    DiskModel m_disk;
+    Act m_over;
+    std::size_t m_index = 0;
+    std::size_t m_act = 0;
+};
+
+void tryEveryCut(Workload const& workload, States& states, std::size_t firstSeed = 0)
+{
+    for (Cuts cuts(workload);; cuts.next())
+    {
+        if (cuts.index() % kCutStride == 0 || cuts.isLast())
+        {
+            states.tryAll(cuts.disk(), cuts.underWay(), firstSeed + cuts.index());
+        }
+        if (cuts.isLast())
+        {
+            return;
+        }
+    }
+}
+
+class PowerCutTest : public testing::Test
+{
+protected:
+    /// Runs the workload and cuts the power at every operation on the disk.
+    void cutThePower(std::string const& title, std::string const& pragmas, int operationCount)
+    {
+        Workload workload(dir.path(), pragmas);
+        {
+            Console const silence;
+            workload.run(operationCount);
+            tryEveryCut(workload, states);
+        }
+        states.print(title + ", " + std::to_string(workload.acts().size()) + " operations");
+    }
+
+    /// The state that a cut leaves, none where it is of no interest.
+    using choose_t = std::optional<DiskModel::files_t> (*)(Cuts const&);
+    using goOn_t = void (Workload::*)(Act const&);
+
+    /// Runs the workload, and cuts the power a second time at every operation on the disk of what follows some cuts.
+    void cutThePowerTwice(std::string const& title, choose_t choose, goOn_t goOn)
+    {
+        std::size_t firstCuts = 0;
+        {
+            Console const silence;
+            Workload workload(dir.path(), "");
+            workload.run(kOperationCount);
+            for (Cuts cuts(workload); !cuts.isLast() && !HasFailure(); cuts.next())
+            {
+                if (auto const files = choose(cuts))
+                {
+                    ++firstCuts;
+                    cutAgain(cuts, *files, goOn);
+                }
+            }
+        }
+        states.print(title + ", after " + std::to_string(firstCuts) + " first cuts");
+    }
+
+    /// Now and then a state, of each kind in turn.
+    static std::optional<DiskModel::files_t> someStates(Cuts const& cuts)
+    {
+        constexpr std::size_t kStride = 61;
+        if (cuts.index() % kStride != 0)
+        {
+            return std::nullopt;
+        }
+        switch (cuts.index() / kStride % 3)
+        {
+        case 0:
+            return cuts.disk().synchronised();
+        case 1:
+            return cuts.disk().current();
+        default:
+            return cuts.disk().anyState(cuts.index());
+        }
+    }
+
+    /// States in which nothing but the journal keeps the file whole.
+    static std::optional<DiskModel::files_t> halfWrittenFiles(Cuts const& cuts)
+    {
+        constexpr std::size_t kStride = 29;
+        if (cuts.index() % kStride != 0)
+        {
+            return std::nullopt;
+        }
+        auto const files = cuts.disk().anyState(cuts.index());
+        auto const file = files.find(kFileName);
+        if (file == files.end() || files.size() == 1 || cuts.underWay().isCreation)
+        {
+            return std::nullopt;
+        }
+        TempDir const directory;
+        layOut({*file}, directory);
+        return isWhole(directory.file(kFileName)) ? std::nullopt : std::make_optional(files);
+    }
+
+    States states;
+
+private:
+    void cutAgain(Cuts const& cuts, DiskModel::files_t const& files, goOn_t goOn)
+    {
+        layOut(files, dirAfterCut);
+        Workload workload(dirAfterCut.path(), "");
+        (workload.*goOn)(cuts.underWay());
+        constexpr std::size_t kSeedsForEach = 1000;
+        tryEveryCut(workload, states, (cuts.index() + 1) * kSeedsForEach);
+    }
+
+    TempDir const dir;
+    TempDir const dirAfterCut;
+};
+
+} // namespace
+
+TEST_F(PowerCutTest, WhatWasAcknowledgedOutlastsEveryCut)
+{
+    cutThePower("as delivered", "", kOperationCount);
+    EXPECT_GT(states.opened(), 0U);
+    EXPECT_EQ(states.losses(), 0U) << states.firstLosses();
+}
+
+TEST_F(PowerCutTest, WhatWasAcknowledgedOutlastsASecondCutDuringOrAfterRecovery)
+{
+    cutThePowerTwice("during and after recovery", someStates, &Workload::resume);
+    EXPECT_GT(states.opened(), 0U);
+    EXPECT_EQ(states.losses(), 0U) << states.firstLosses();
+}
+
+// The old file may come back, but not without the journal that it needs.
+TEST_F(PowerCutTest, AFileThatACutLeftHalfWrittenIsReplacedOrStillRecovered)
+{
+    cutThePowerTwice("replacing a half-written file", halfWrittenFiles, &Workload::replace);
+    EXPECT_GT(states.opened(), 0U);
+    EXPECT_EQ(states.losses(), 0U) << states.firstLosses();
+}
+
+// The controls. What a harness never misses, it may never look for.
+
+TEST_F(PowerCutTest, LossesWithoutSynchronisationAreCaught)
+{
+    cutThePower("control with synchronous=OFF", "PRAGMA synchronous=OFF", kControlOperationCount);
+    EXPECT_GT(states.losses(LOSS_CONTENTS), 0U);
+    EXPECT_GT(states.losses(LOSS_DAMAGED), 0U);
+}
+
+// The journal is unlinked and the directory is not synchronised: the journal comes back and undoes an operation. The
+// file stays whole, as SQLite promises: the model takes no more than a disk would.
+TEST_F(PowerCutTest, LossesWithADeletedJournalAreCaughtAndTheFileStaysWhole)
+{
+    cutThePower("control with SQLite's default journal", "PRAGMA journal_mode=DELETE; PRAGMA synchronous=FULL",
+                kControlOperationCount);
+    EXPECT_GT(states.losses(LOSS_CONTENTS), 0U);
+    EXPECT_EQ(states.losses(LOSS_DAMAGED), 0U) << states.firstLosses();
+    EXPECT_EQ(states.losses(LOSS_REFUSED), 0U) << states.firstLosses();
+}
+
+// The same journal, with the directory synchronised after each removal: the losses above are of that and nothing else.
+TEST_F(PowerCutTest, NothingIsLostWithAJournalThatIsDeletedForGood)
+{
+    cutThePower("control with a journal deleted for good", "PRAGMA journal_mode=DELETE; PRAGMA synchronous=EXTRA",
+                kControlOperationCount);
+    EXPECT_EQ(states.losses(), 0U) << states.firstLosses();
+}
