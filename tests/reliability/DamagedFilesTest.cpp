@@ -18,7 +18,6 @@ namespace
 /// How the files of all tests were met.
 std::map<int, unsigned int> openings;
 
-constexpr long kLongerThanAnyTimeoutUs = 30000000;
 constexpr char kHotJournalMagic[] = "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
 
 class PrintOpenings : public testing::Environment
@@ -382,31 +381,6 @@ TEST_F(DamagedFiles, ViewsInPlaceOfTablesGiveCodes)
     int const asView = meetChanged("DROP TABLE FdbVersionTbl; CREATE VIEW FdbVersionTbl AS "
                                    "SELECT 1 AS VersionEntryId, 'FormatVersion' AS Component, '1.0.0' AS Version");
     expectCode(asView);
-}
-
-TEST_F(DamagedFiles, SchemasThatDoNotEndHangNobody)
-{
-    // Without a row, so that time is all that it takes.
-    std::string const endless =
-        "(WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c) SELECT x FROM c WHERE x<0)";
-    std::string const asVersion = "AS SELECT x AS VersionEntryId, x||'' AS Component, x||'' AS Version FROM " + endless;
-    std::vector<std::string> const reader = {FIRAIM_TEST_READER, path};
-    std::vector<std::string> const writer = {FIRAIM_TEST_WRITER, "insert", path, "1", "1"};
-    for (auto const& [sql, program] :
-         {std::pair("DROP TABLE FdbFaultTbl; CREATE VIEW FdbFaultTbl AS SELECT * FROM " + endless, reader),
-          std::pair("DROP TABLE FdbVersionTbl; CREATE VIEW FdbVersionTbl " + asVersion, reader),
-          std::pair("CREATE TRIGGER t AFTER INSERT ON FdbFaultTbl BEGIN DELETE FROM FdbFaultTbl WHERE EntryId IN " +
-                        endless + "; END",
-                    writer)})
-    {
-        removeWithSidecars(path);
-        writeFile(path, healthy);
-        RawDb(path).exec(sql);
-        // In a process of its own, which can be ended.
-        ChildProcess process(program);
-        process.closeInput();
-        EXPECT_TRUE(process.readLine(kLongerThanAnyTimeoutUs)) << "no answer: " << sql;
-    }
 }
 
 TEST_F(DamagedFiles, AHotJournalIsRolledBackAndNothingAcknowledgedIsLost)
