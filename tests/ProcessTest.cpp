@@ -36,7 +36,10 @@ outcome_t run(std::string const& command)
 class Program : public testing::Test
 {
 protected:
-    outcome_t record(std::string const& ending) const { return run(FIRAIM_TEST_RECORDER " '" + path + "' " + ending); }
+    outcome_t record(std::string const& ending) const
+    {
+        return run("'" FIRAIM_TEST_RECORDER "' '" + path + "' " + ending);
+    }
 
     TempDir dir;
     std::string const path = dir.file("faults.db");
@@ -77,8 +80,15 @@ TEST_F(Program, LosesNothingWhetherItClosesOrJustEnds)
 TEST_F(Program, LeavesAFileThatSqlitesOwnShellReads)
 {
     ASSERT_EQ(record("exit").status, 0);
-    outcome_t const shell =
-        run(FIRAIM_TEST_SQLITE_SHELL " '" + path + "' 'SELECT EntryId,FaultCode,Status,Description FROM FdbFaultTbl'");
+    outcome_t const shell = run("'" FIRAIM_TEST_SQLITE_SHELL "' '" + path +
+                                "' 'SELECT EntryId,FaultCode,Status,Description FROM FdbFaultTbl'");
     EXPECT_EQ(shell.status, 0);
     EXPECT_EQ(shell.output, "1|769|ErrorInactive|clock ahead by 3600 s\n");
+}
+
+TEST(ProgramsEnd, DeletesTheInstance)
+{
+    outcome_t const outcome = run("'" FIRAIM_TEST_EXIT_WATCH "'");
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "deleted\n");
 }
