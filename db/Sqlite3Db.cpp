@@ -1,6 +1,7 @@
 #include <db/Sqlite3Db.h>
 
 #include <db/LogUtil.h>
+#include <db/TimeLimits.h>
 
 #include <sqlite3.h>
 
@@ -13,7 +14,6 @@ namespace
 
 constexpr char kTag[] = "SQL3";
 constexpr int kStateOpen = 1;
-constexpr int kBusyTimeoutMs = 5000;
 constexpr int kMaxHandles = std::numeric_limits<short>::max() + 1;
 
 struct CloseConnection
@@ -37,32 +37,6 @@ int prepare(sqlite3* db, char const*& sql, Statement& statement)
     statement.reset(compiled);
     return code;
 }
-
-/// While it lives, compiling has no effect: many PRAGMA statements act when they are compiled, and not when they run.
-class HarmlessCompiling
-{
-public:
-    explicit HarmlessCompiling(sqlite3* db) : m_db(db) { sqlite3_set_authorizer(m_db, ignorePragma, this); }
-    ~HarmlessCompiling() { sqlite3_set_authorizer(m_db, nullptr, nullptr); }
-    HarmlessCompiling(HarmlessCompiling const&) = delete;
-    HarmlessCompiling& operator=(HarmlessCompiling const&) = delete;
-
-    bool hasIgnoredPragma() const { return m_hasIgnoredPragma; }
-
-private:
-    static int ignorePragma(void* self, int action, char const*, char const*, char const*, char const*)
-    {
-        if (action != SQLITE_PRAGMA)
-        {
-            return SQLITE_OK;
-        }
-        static_cast<HarmlessCompiling*>(self)->m_hasIgnoredPragma = true;
-        return SQLITE_IGNORE;
-    }
-
-    sqlite3* m_db;
-    bool m_hasIgnoredPragma = false;
-};
 
 /// Whether `sql` holds nothing to run: blanks, semicolons, comments. SQLite's own tokenizer decides.
 bool isBlank(sqlite3* db, char const* sql)
@@ -147,7 +121,7 @@ bool isContentRefused(int code)
 int configure(sqlite3* db)
 {
     // Another process may be recording: wait for it rather than lose a fault.
-    static_cast<void>(sqlite3_busy_timeout(db, kBusyTimeoutMs));
+    timeLimits::waitForLocks(db);
     // Files come from the field. A schema must not call functions with side effects, and SQL must not damage the file.
     static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr));
     static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr));
@@ -175,34 +149,31 @@ int failed(sqlite3* db, int code)
 }
 
 /// Compiles `sql` when it holds exactly one statement; otherwise nothing of it has had any effect.
-int prepareOnlyStatement(sqlite3* db, char const* sql, Statement& statement)
+int prepareOnlyStatement(sqlite3* db, char const* sql, timeLimits::StatementWatch& watch, Statement& statement)
 {
     if (sql == nullptr)
     {
         return failed("no statement", SQLITE_MISUSE);
     }
     char const* tail = sql;
-    bool isPragma = false;
+    watch.ignorePragmas(true);
+    int code = prepare(db, tail, statement);
+    if (code != SQLITE_OK)
     {
-        HarmlessCompiling const compiling(db);
-        int const code = prepare(db, tail, statement);
-        if (code != SQLITE_OK)
-        {
-            return failed(db, code);
-        }
-        isPragma = compiling.hasIgnoredPragma();
-        if (!isBlank(db, tail))
-        {
-            return failed("more than one statement", SQLITE_MISUSE);
-        }
+        return failed(db, code);
     }
-    if (isPragma)
+    if (!isBlank(db, tail))
     {
-        int const code = prepare(db, sql, statement);
-        if (code != SQLITE_OK)
-        {
-            return failed(db, code);
-        }
+        return failed("more than one statement", SQLITE_MISUSE);
+    }
+    watch.ignorePragmas(false);
+    if (watch.hasIgnoredPragma())
+    {
+        code = prepare(db, sql, statement);
+    }
+    if (code != SQLITE_OK)
+    {
+        return failed(db, code);
     }
     return statement ? RESULT_OK : failed("no statement", SQLITE_MISUSE);
 }
@@ -345,8 +316,9 @@ int Sqlite3Db::execute(short handle, char const* sql)
     {
         return RESULT_INVALID_STATE;
     }
+    timeLimits::StatementWatch watch(entry->db);
     Statement statement;
-    int const result = prepareOnlyStatement(entry->db, sql, statement);
+    int const result = prepareOnlyStatement(entry->db, sql, watch, statement);
     return result != RESULT_OK ? result : run(entry->db, statement.get(), [] { return SQLITE_OK; });
 }
 
@@ -361,8 +333,9 @@ int Sqlite3Db::execute(short handle, char const* sql, Sqlite3DbCallback::sqlite3
     {
         return failed("no callback object", SQLITE_MISUSE);
     }
+    timeLimits::StatementWatch watch(entry->db);
     Statement statement;
-    int const result = prepareOnlyStatement(entry->db, sql, statement);
+    int const result = prepareOnlyStatement(entry->db, sql, watch, statement);
     return result != RESULT_OK ? result : run(entry->db, statement.get(), RowDelivery(statement.get(), cfg));
 }
 

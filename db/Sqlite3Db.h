@@ -63,7 +63,8 @@ public:
     /// RESULT_OK once it is done, and durable where it wrote; RESULT_INVALID_STATE without a log line for a handle that
     /// is not open; RESULT_FAILED after one ERROR line with SQLite's message and code when it fails, or before anything
     /// has run when `sql` is null, holds no statement, or holds anything after it but blanks, semicolons and comments.
-    /// A file that another process locks is waited for, 5 s at most.
+    /// A file that another process locks is waited for, 5 s at most. A statement with a trigger or a view in it is
+    /// interrupted, as failed, when it has run for 5 s.
     int execute(short handle, char const* sql);
 
     /// As above, and hands each row to `dataBaseQueryCb` of `cfg.callbackObj`. A callback that returns non-zero ends

@@ -3,6 +3,7 @@
 #include <fdb/FaultDb.h>
 
 #include <db/Sqlite3Db.h>
+#include <db/TimeLimits.h>
 #include <fdb/FaultDbLog.h>
 
 #include <sqlite3.h>
@@ -207,6 +208,8 @@ int FaultDb::updateRdbStartup(unsigned int newId, unsigned int oldId)
     {
         return RESULT_INVALID_STATE;
     }
+    // While another process keeps the file locked, each row would wait anew.
+    timeLimits::WaitInVainOnce const patience;
     // The two numbers deliberately run together.
     faultDbLog::info("updateRdbStartup", "new ID=", newId, "old ID=", oldId);
     moveFaults(newId, oldId);

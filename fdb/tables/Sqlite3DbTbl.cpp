@@ -2,6 +2,7 @@
 
 #include <db/LogUtil.h>
 #include <db/Sqlite3Db.h>
+#include <db/TimeLimits.h>
 #include <fdb/tables/FdbSqlFaultStatisticTbl.h>
 #include <fdb/tables/FdbSqlFaultTbl.h>
 #include <fdb/tables/FdbSqlVersionTbl.h>
@@ -37,6 +38,7 @@ public:
 
     int query(sqlite3* db, char const* sql)
     {
+        timeLimits::StatementWatch const watch(db);
         return sqlite3_get_table(db, sql, &m_cells, &m_rowCount, &m_columnCount, &m_message);
     }
 

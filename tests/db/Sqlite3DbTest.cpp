@@ -338,11 +338,6 @@ TEST_F(Sqlite3DbTest, OpenGivesUpOnAFileThatAnotherProcessKeepsLocked)
     EXPECT_GE(sqlite->openDb(path), 0);
 }
 
-TEST_F(OpenedDb, ConnectionWaitsFiveSecondsForOthers)
-{
-    EXPECT_EQ(pragma("busy_timeout"), "5000");
-}
-
 TEST_F(OpenedDb, ConnectionSynchronisesEveryCommit)
 {
     EXPECT_EQ(pragma("synchronous"), "2");
@@ -574,6 +569,28 @@ TEST_F(OpenedDb, FileLockedBeyondTheTimeoutFailsTheStatementAndIsUsableAgainAfte
         EXPECT_EQ(console.take(), "[ERROR] SQL3::execute() Sql Execute failed: database is locked Err=5\n");
     }
     EXPECT_EQ(sqlite->execute(handle, "INSERT INTO t VALUES(1,1)"), 0);
+}
+
+TEST_F(OpenedDb, ViewThatDoesNotEndIsInterruptedAlsoAfterARowCallbackHasRunAStatement)
+{
+    struct Nested : RowCollector
+    {
+        int dataBaseQueryCb(sqlite3DbCbCgf_t* cfg, int argc, char** argv, char** colNames) override
+        {
+            EXPECT_EQ(Sqlite3Db::getInstance(0)->execute(handle, "INSERT INTO t VALUES(1,1)"), 0);
+            return RowCollector::dataBaseQueryCb(cfg, argc, argv, colNames);
+        }
+        short handle = -1;
+    };
+    Nested nested;
+    nested.handle = handle;
+    ASSERT_EQ(sqlite->execute(handle, "CREATE VIEW v AS WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c) "
+                                      "SELECT x FROM c WHERE x<3"),
+              0);
+    EXPECT_EQ(sqlite->execute(handle, "SELECT * FROM v", {&nested, &kind}), -2);
+    EXPECT_EQ(console.take(), "[ERROR] SQL3::execute() Sql Execute failed: interrupted Err=9\n");
+    EXPECT_EQ(nested.rows.size(), 2U);
+    EXPECT_EQ(sqlite->execute(handle, "SELECT * FROM t"), 0);
 }
 
 TEST_F(OpenedDb, SchemaCannotBeRewrittenThroughSql)

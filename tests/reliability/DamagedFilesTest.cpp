@@ -383,6 +383,65 @@ TEST_F(DamagedFiles, ViewsInPlaceOfTablesGiveCodes)
     expectCode(asView);
 }
 
+TEST_F(DamagedFiles, ViewsAndTriggersThatDoNotEndAreInterrupted)
+{
+    // None of them yields a row, so that time is all that they take.
+    std::string const endless =
+        "(WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c) SELECT x FROM c WHERE x<0)";
+    std::string const hugeJoin = "(SELECT a.rowid AS x FROM FdbVersionTbl a, FdbFaultStatisticTbl b, "
+                                 "FdbFaultStatisticTbl c, FdbFaultStatisticTbl d, FdbFaultStatisticTbl e, "
+                                 "FdbFaultStatisticTbl f, FdbFaultStatisticTbl g, FdbFaultStatisticTbl h "
+                                 "WHERE b.EntryId+c.EntryId+d.EntryId+e.EntryId+f.EntryId+g.EntryId+h.EntryId<0)";
+    for (std::string const& source : {endless, hugeJoin})
+    {
+        std::string const file = dir.file("met.db");
+        removeWithSidecars(file);
+        writeFile(file, healthy);
+        RawDb(file).exec("CREATE TRIGGER t AFTER INSERT ON FdbFaultTbl BEGIN "
+                         "DELETE FROM FdbFaultTbl WHERE EntryId IN " +
+                         source + "; END; CREATE VIEW v AS SELECT * FROM " + source);
+        FaultDb other;
+        ASSERT_EQ(other.openDb(file, false), 0);
+        Fault fault = makeFault(kRows + 1);
+        FaultTbl faults;
+        EXPECT_EQ(other.insert(fault), -2);
+        EXPECT_EQ(other.getFaultTbl("SELECT * FROM v", faults), -2);
+        EXPECT_EQ(other.getFaultTbl(faults), static_cast<int>(kRows)) << "what does not touch them is served";
+        EXPECT_EQ(other.closeDb(), 0);
+    }
+}
+
+TEST_F(DamagedFiles, AViewThatDoesNotEndInPlaceOfTheVersionsIsRefused)
+{
+    RawDb(path).exec("DROP TABLE FdbVersionTbl; CREATE VIEW FdbVersionTbl AS "
+                     "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c) "
+                     "SELECT x AS VersionEntryId, x||'' AS Component, x||'' AS Version FROM c WHERE x<0");
+    EXPECT_EQ(db.openDb(path, false), -2);
+}
+
+TEST_F(DamagedFiles, ViewsOfViewsThatKeepTheCompilerBusyAreRefused)
+{
+    for (unsigned int depth : {10U, 13U})
+    {
+        std::string sql = "ALTER TABLE FdbFaultTbl RENAME TO v0";
+        for (unsigned int i = 1; i <= depth; ++i)
+        {
+            std::string const inner = i == 1 ? "v0" : "v" + std::to_string(i - 1);
+            sql += "; CREATE VIEW v" + std::to_string(i) + " AS SELECT x.* FROM " + inner + " x JOIN " + inner + " y";
+        }
+        sql += "; CREATE VIEW FdbFaultTbl AS SELECT * FROM v" + std::to_string(depth);
+        std::string const file = dir.file("met.db");
+        removeWithSidecars(file);
+        writeFile(file, healthy);
+        RawDb(file).exec(sql);
+        FaultDb other;
+        FaultTbl faults;
+        ASSERT_EQ(other.openDb(file, false), 0);
+        EXPECT_EQ(other.getFaultTbl(faults), -2) << depth;
+        EXPECT_EQ(other.closeDb(), 0);
+    }
+}
+
 TEST_F(DamagedFiles, AHotJournalIsRolledBackAndNothingAcknowledgedIsLost)
 {
     std::string const copy = dir.file("copy.db");

@@ -16,6 +16,8 @@ sqlite3_vfs* realVfs = nullptr;
 FaultPlan currentPlan;
 FailingVfs::kind_t selectedKind = FailingVfs::KIND_COUNT;
 long long sleptMicroseconds = 0;
+int sleepsToAction = 0;
+std::function<void()> sleepAction;
 
 bool strikes(FailingVfs::kind_t kind)
 {
@@ -139,6 +141,10 @@ int accessFile(sqlite3_vfs*, char const* name, int flags, int* result)
 int addToSleep(sqlite3_vfs*, int microseconds)
 {
     sleptMicroseconds += microseconds;
+    if (sleepsToAction != 0 && --sleepsToAction == 0)
+    {
+        sleepAction();
+    }
     return microseconds;
 }
 
@@ -209,4 +215,10 @@ char const* FailingVfs::name(kind_t kind)
 long long FailingVfs::takeSleptMs()
 {
     return std::exchange(sleptMicroseconds, 0) / 1000;
+}
+
+void FailingVfs::whenSlept(int n, std::function<void()> action)
+{
+    sleepsToAction = n;
+    sleepAction = std::move(action);
 }

@@ -2,6 +2,8 @@
 
 #include "FaultPlan.h"
 
+#include <functional>
+
 /// A file system for SQLite that hands every call to the real one and can fail the n-th call of one kind.
 ///
 /// Once installed it is the default of the process: connections opened by name go through it. It synchronises nothing
@@ -43,4 +45,7 @@ public:
 
     /// What SQLite would have slept since the last call of this function, in milliseconds.
     static long long takeSleptMs();
+
+    /// Calls `action` once, in the `n`-th sleep from now.
+    static void whenSlept(int n, std::function<void()> action);
 };

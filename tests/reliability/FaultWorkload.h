@@ -68,7 +68,6 @@ private:
 
     void prepareFile();
     bool createFile();
-    bool openFile();
     void write();
     void rewrite();
     void read();
@@ -91,9 +90,8 @@ private:
     Ledger<Fault> m_faults;
     Ledger<FaultStatistic> m_statistics;
     Fault m_first;
-    bool m_wasHit = false;       ///< whether something failed below the last operation
-    bool m_threw = false;        ///< whether it ended with std::bad_alloc
-    int m_waitingStatements = 1; ///< how many statements of an operation may each wait for a lock and fail
+    bool m_wasHit = false; ///< whether something failed below the last operation
+    bool m_threw = false;  ///< whether it ended with std::bad_alloc
     bool m_isCreated = false;
     bool m_isOpen = false;
     std::size_t m_unacknowledged = 0;

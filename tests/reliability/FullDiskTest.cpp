@@ -26,7 +26,7 @@
 namespace
 {
 
-constexpr unsigned int kMostRecords = 1000;
+constexpr unsigned int kMostRecords = 200;
 constexpr int kFailed = 255; // Of a child process; what is neither this nor 0 is an errno.
 
 /// Runs `body` in a process of its own, whose limits and mounts end with it. The result is that of `body`, or `kFailed`

@@ -108,25 +108,32 @@ TEST_F(MemoryFaultTest, LibraryWithoutMemoryLosesNothingAcknowledgedAndLeavesThe
     EXPECT_EQ(m_unacknowledged, 0U);
 }
 
-TEST_F(MemoryFaultTest, SqliteThatCannotStartFailsCreateDbUntilItCan)
+/// Runs `operation` as the first use of SQLite, with the `n`-th allocation failing. Whether there was one to fail.
+template <class Operation>
+bool startWithoutMemory(unsigned int n, Operation operation)
+{
+    EXPECT_EQ(sqlite3_shutdown(), SQLITE_OK);
+    FaultPlan& plan = FailingMemory::plan(FailingMemory::SQLITE_MALLOC);
+    plan.arm(n, FaultPlan::ONCE);
+    plan.resume();
+    operation();
+    plan.pause();
+    plan.clear();
+    return plan.fired() != 0;
+}
+
+TEST_F(MemoryFaultTest, CreateDbFailsWhenSqliteCannotStartAndSucceedsWhenItCan)
 {
     SilentConsole const console;
     TempDir const dir;
-    FaultPlan& plan = FailingMemory::plan(FailingMemory::SQLITE_MALLOC);
     FaultDb db;
-    bool isStruck = true;
-    unsigned int n = 0;
-    while (isStruck && !HasFailure())
+    unsigned int n = 1;
+    for (; startWithoutMemory(n, [] { static_cast<void>(sqlite3_initialize()); }); ++n)
     {
-        SCOPED_TRACE("allocation " + std::to_string(++n));
-        ASSERT_EQ(sqlite3_shutdown(), SQLITE_OK); // The next use starts it again.
-        plan.arm(n, FaultPlan::ONCE);
-        plan.resume();
-        int const code = db.createDb(dir.file("faults.db"), true);
-        plan.pause();
-        plan.clear();
-        isStruck = plan.fired() != 0;
-        EXPECT_TRUE(code == RESULT_OK || (isStruck && code == RESULT_FAILED)) << code;
+        SCOPED_TRACE("allocation " + std::to_string(n));
+        int code = RESULT_OK;
+        startWithoutMemory(n, [&] { code = db.createDb(dir.file("faults.db"), true); });
+        EXPECT_EQ(code, RESULT_FAILED);
         EXPECT_EQ(db.createDb(dir.file("faults.db"), true), RESULT_OK);
     }
     FailingVfs::install();

@@ -3,6 +3,7 @@
 #include "FailingVfs.h"
 #include "FaultWorkload.h"
 #include "SilentConsole.h"
+#include "TestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -95,6 +96,95 @@ TEST_P(StorageFaultTest, LosesNothingAcknowledgedAndLeavesTheObjectUsable)
                 FailingVfs::name(GetParam()), m_counts.faults, m_counts.workloads, m_counts.unacknowledged);
     EXPECT_GT(m_counts.faults, 0U) << "no call of this kind was made";
     EXPECT_TRUE(m_counts.unacknowledged == 0 || isLateInCommit(GetParam()));
+}
+
+/// A file whose lock another connection holds. The waits are only added up: no time passes.
+class LockedFileTest : public testing::Test
+{
+protected:
+    static constexpr unsigned int kRows = 5;
+
+    static void SetUpTestSuite() { FailingVfs::install(); }
+
+    LockedFileTest()
+    {
+        FailingVfs::select(FailingVfs::KIND_COUNT);
+        EXPECT_EQ(db.createDb(path, false), 0);
+        EXPECT_EQ(db.openDb(path, false), 0);
+        for (unsigned int i = 1; i <= kRows; ++i)
+        {
+            Fault fault = makeFault(i);
+            FaultStatistic statistic = makeStatistic(i);
+            fault.RdbStartupId = statistic.RdbStartupId = 1;
+            EXPECT_EQ(db.insert(fault), 0);
+            EXPECT_EQ(db.insert(statistic), 0);
+        }
+        static_cast<void>(FailingVfs::takeSleptMs());
+    }
+
+    TempDir const dir;
+    std::string const path = dir.file("faults.db");
+    SilentConsole const console;
+    FaultDb db;
+};
+
+TEST_F(LockedFileTest, IsWaitedForUntilTheLockGoes)
+{
+    constexpr int kTries = 1000;
+    RawDb other(path);
+    other.exec("BEGIN IMMEDIATE");
+    FailingVfs::whenSlept(kTries, [&other] { other.exec("COMMIT"); });
+    Fault fault = makeFault(kRows + 1);
+    EXPECT_EQ(db.insert(fault), 0);
+    EXPECT_LT(FailingVfs::takeSleptMs(), 2 * kTries)
+        << "pauses are short, so that no gap between two writers is missed";
+}
+
+TEST_F(LockedFileTest, IsGivenUpAfterFiveSeconds)
+{
+    RawDb other(path);
+    other.exec("BEGIN IMMEDIATE");
+    Fault fault = makeFault(kRows + 1);
+    EXPECT_EQ(db.insert(fault), -2);
+    EXPECT_EQ(FailingVfs::takeSleptMs(), 5000);
+    EXPECT_EQ(db.insert(fault), -2);
+    EXPECT_EQ(FailingVfs::takeSleptMs(), 5000) << "each operation waits anew";
+    other.exec("COMMIT");
+    EXPECT_EQ(db.insert(fault), 0);
+}
+
+TEST_F(LockedFileTest, IsWaitedForOnceByARenumberingOfManyRows)
+{
+    RawDb other(path);
+    other.exec("BEGIN IMMEDIATE");
+    EXPECT_EQ(db.updateRdbStartup(2, 1), 0);
+    EXPECT_EQ(FailingVfs::takeSleptMs(), 5000);
+    EXPECT_EQ(other.value("SELECT count(*) FROM FdbFaultTbl WHERE RdbStartupId=1"), std::to_string(kRows));
+    Fault fault = makeFault(kRows + 1);
+    EXPECT_EQ(db.insert(fault), -2);
+    EXPECT_EQ(FailingVfs::takeSleptMs(), 5000) << "other operations wait as before";
+    other.exec("COMMIT");
+    EXPECT_EQ(db.updateRdbStartup(2, 1), 0);
+    EXPECT_EQ(other.value("SELECT count(*) FROM FdbFaultTbl WHERE RdbStartupId=2"), std::to_string(kRows));
+    EXPECT_EQ(other.value("SELECT count(*) FROM FdbFaultStatisticTbl WHERE RdbStartupId=2"), std::to_string(kRows));
+}
+
+TEST_F(LockedFileTest, IsWaitedForByEachRowOfARenumberingWhileRowsGetThrough)
+{
+    constexpr int kTries = 400;
+    RawDb other(path);
+    other.exec("BEGIN IMMEDIATE");
+    long long slept = 0;
+    for (unsigned int id = 2; id < 12; ++id)
+    {
+        FailingVfs::whenSlept(kTries, [&other] { other.exec("COMMIT"); });
+        EXPECT_EQ(db.updateRdbStartup(id, id - 1), 0);
+        EXPECT_EQ(other.value("SELECT count(*) FROM FdbFaultTbl WHERE RdbStartupId=" + std::to_string(id)),
+                  std::to_string(kRows));
+        slept += FailingVfs::takeSleptMs();
+        other.exec("BEGIN IMMEDIATE");
+    }
+    EXPECT_GT(slept, 5000) << "the test does not wait for long enough to tell";
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, StorageFaultTest,
