@@ -146,8 +146,9 @@ public:
 
     /// Moves every fault and statistic from the start-up id `oldId` to `newId`, row by row with `update`; nothing
     /// groups the rows. RESULT_INVALID_STATE when no database is open, otherwise RESULT_OK whatever happened to single
-    /// rows. A row whose stored text holds an unpaired single quote cannot be written back and stays. A statistic is
-    /// written back by fault code, so rows that share its code all get its values.
+    /// rows. A row whose stored text holds a single quote cannot be written back and stays. While another process keeps
+    /// the file locked, one row waits for it, and those that follow are tried at once. A statistic is written back by
+    /// fault code, so rows that share its code all get its values.
     int updateRdbStartup(unsigned int newId, unsigned int oldId);
 
     /// Receives the rows of the counting statements from the connection layer; not for applications. Returns 0.
