@@ -21,15 +21,14 @@ bool staysInsideLiteral(std::string const& text)
     {
         return false;
     }
-    for (auto quote = std::find(text.begin(), text.end(), '\''); quote != text.end();
-         quote = std::find(quote, text.end(), '\''))
+    std::size_t runEnd = 0;
+    for (std::size_t run = text.find('\''); run != std::string::npos; run = text.find('\'', runEnd))
     {
-        auto const runEnd = std::find_if(quote, text.end(), [](char c) { return c != '\''; });
-        if ((runEnd - quote) % 2 != 0)
+        runEnd = std::min(text.find_first_not_of('\'', run), text.size());
+        if ((runEnd - run) % 2 != 0)
         {
             return false;
         }
-        quote = runEnd;
     }
     return true;
 }

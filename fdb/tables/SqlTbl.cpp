@@ -5,22 +5,24 @@
 #include <fdb/records/FdbVersion.h>
 #include <fdb/tables/SqlTblUtil.h>
 
+#include <charconv>
 #include <cstring>
+#include <iterator>
+#include <limits>
 #include <stdexcept>
 
 namespace
 {
 
-/// Cuts a list at its last comma.
-void cutLastComma(std::string& list)
+/// Cuts the comma behind the last item of the list that begins at `begin` in `sql`.
+void cutLastComma(std::string& sql, std::size_t begin)
 {
-    std::size_t const comma = list.rfind(',');
-    if (comma == std::string::npos)
+    if (sql.size() == begin)
     {
-        // What std::string::erase would throw, with the same text on every C++ runtime.
+        // What erasing a comma that is not there would throw, with the same text on every C++ runtime.
         throw std::out_of_range("basic_string::erase");
     }
-    list.erase(comma);
+    sql.pop_back();
 }
 
 void appendQuoted(std::string& sql, std::string const& text)
@@ -33,12 +35,12 @@ void appendQuoted(std::string& sql, std::string const& text)
 // Integer members are copied as bytes: the object behind a 32-bit column may be an enumeration.
 
 template <class Integer>
-std::string numberText(void const* value)
+void appendNumber(std::string& sql, void const* value)
 {
     Integer number = 0;
     std::memcpy(&number, value, sizeof number);
-    // Not by a stream, which would group digits as the application's locale says.
-    return std::to_string(number);
+    char digits[std::numeric_limits<Integer>::digits10 + 1];
+    sql.append(digits, std::to_chars(std::begin(digits), std::end(digits), number).ptr);
 }
 
 template <class Integer>
@@ -91,8 +93,12 @@ void SqlTbl<T>::convertValueFromStr(columnValueType_t, std::string const&, void*
 template <class T>
 std::string SqlTbl<T>::getSqlInsertValues() const
 {
-    std::string names;
+    std::string sql;
     std::string values;
+    sql.reserve(expectedSize());
+    values.reserve(sql.capacity());
+    sql.append("INSERT INTO ").append(m_tblName) += '(';
+    std::size_t const names = sql.size();
     for (auto const& [id, column] : m_columns)
     {
         if (!column.valid)
@@ -100,8 +106,8 @@ std::string SqlTbl<T>::getSqlInsertValues() const
             continue;
         }
         reportNullValue(column);
-        appendQuoted(names, column.name);
-        names += ',';
+        appendQuoted(sql, column.name);
+        sql += ',';
         if (column.sqlType == m_sqlPrimaryKey)
         {
             values += "null";
@@ -112,15 +118,19 @@ std::string SqlTbl<T>::getSqlInsertValues() const
         }
         values += ',';
     }
-    cutLastComma(names);
-    cutLastComma(values);
-    return "INSERT INTO " + m_tblName + "(" + names + ") VALUES(" + values + ")";
+    cutLastComma(sql, names);
+    cutLastComma(values, 0);
+    sql.append(") VALUES(").append(values) += ')';
+    return sql;
 }
 
 template <class T>
 std::string SqlTbl<T>::getSqlUpdateValues() const
 {
-    std::string assignments;
+    std::string sql;
+    sql.reserve(expectedSize());
+    sql.append("UPDATE ").append(m_tblName).append(" SET ");
+    std::size_t const assignments = sql.size();
     for (auto const& [id, column] : m_columns)
     {
         if (!column.valid)
@@ -132,13 +142,13 @@ std::string SqlTbl<T>::getSqlUpdateValues() const
         {
             continue;
         }
-        appendQuoted(assignments, column.name);
-        assignments += '=';
-        appendValue(assignments, column);
-        assignments += ',';
+        appendQuoted(sql, column.name);
+        sql += '=';
+        appendValue(sql, column);
+        sql += ',';
     }
-    cutLastComma(assignments);
-    return "UPDATE " + m_tblName + " SET " + assignments;
+    cutLastComma(sql, assignments);
+    return sql;
 }
 
 template <class T>
@@ -170,6 +180,24 @@ void SqlTbl<T>::addColumn(unsigned short id, char const* name, columnValueType_t
     m_columns[id] = {name, id, true, type, value, sqlType};
 }
 
+/// About how many bytes a statement of the working record takes, so that it need not grow while it is written.
+template <class T>
+std::size_t SqlTbl<T>::expectedSize() const
+{
+    constexpr std::size_t kKeywords = 40;
+    constexpr std::size_t kNumber = 24; // Any number, status or null, and what stands around name and value.
+    std::size_t size = kKeywords + m_tblName.size();
+    for (auto const& [id, column] : m_columns)
+    {
+        size += column.name.size() + kNumber;
+        if (column.valid && column.type == COLUMN_TYPE_STRING && column.value != nullptr)
+        {
+            size += static_cast<std::string const*>(column.value)->size();
+        }
+    }
+    return size;
+}
+
 template <class T>
 void SqlTbl<T>::reportNullValue(column_t const& column) const
 {
@@ -194,9 +222,13 @@ void SqlTbl<T>::appendValue(std::string& sql, column_t const& column) const
         return;
     }
     bool const isCustom = column.type < COLUMN_TYPE_UINT64 || column.type > COLUMN_TYPE_STRING;
-    if (!isText)
+    if (!isText && isCustom)
     {
-        sql += isCustom ? convertValueToStr(column.type, column.value) : plainNumberText(column);
+        sql += convertValueToStr(column.type, column.value);
+    }
+    else if (!isText)
+    {
+        appendPlainNumber(sql, column);
     }
     else if (isCustom)
     {
@@ -209,20 +241,23 @@ void SqlTbl<T>::appendValue(std::string& sql, column_t const& column) const
     }
 }
 
-/// The integer of a number column; empty when a string stands behind it.
+/// Appends the integer of a number column; nothing when a string stands behind it.
 template <class T>
-std::string SqlTbl<T>::plainNumberText(column_t const& column) const
+void SqlTbl<T>::appendPlainNumber(std::string& sql, column_t const& column) const
 {
     switch (column.type)
     {
     case COLUMN_TYPE_UINT64:
-        return numberText<unsigned long long>(column.value);
+        appendNumber<unsigned long long>(sql, column.value);
+        break;
     case COLUMN_TYPE_UINT32:
-        return numberText<unsigned int>(column.value);
+        appendNumber<unsigned int>(sql, column.value);
+        break;
     case COLUMN_TYPE_UINT16:
-        return numberText<unsigned short>(column.value);
+        appendNumber<unsigned short>(sql, column.value);
+        break;
     default:
-        return {};
+        break;
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <db/Export.h>
 
+#include <cstddef>
 #include <map>
 #include <string>
 
@@ -90,8 +91,9 @@ protected:
                    std::string const& sqlType);
 
 private:
+    FIRAIM_HIDDEN std::size_t expectedSize() const;
     FIRAIM_HIDDEN void reportNullValue(column_t const& column) const;
     FIRAIM_HIDDEN void appendValue(std::string& sql, column_t const& column) const;
-    FIRAIM_HIDDEN std::string plainNumberText(column_t const& column) const;
+    FIRAIM_HIDDEN void appendPlainNumber(std::string& sql, column_t const& column) const;
     FIRAIM_HIDDEN void decodeCell(column_t const& column, char** cell) const;
 };

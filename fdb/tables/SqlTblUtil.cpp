@@ -1,5 +1,7 @@
 #include <fdb/tables/SqlTblUtil.h>
 
+#include <charconv>
+#include <cstring>
 #include <locale>
 #include <sstream>
 
@@ -13,11 +15,19 @@ int setValueFromSqlResult(char** cell, T* target)
     {
         return -1;
     }
+    T value = 0;
+    char const* const end = *cell + std::strlen(*cell);
+    auto const [stop, error] = std::from_chars(*cell, end, value);
+    if (error == std::errc() && stop == end)
+    {
+        *target = value;
+        return 0;
+    }
+    // Not plain digits, or too many: what blanks, signs and the rest mean, only the standard extraction decides.
     std::stringstream stream;
     stream.exceptions(std::ios::badbit);  // An allocation failure passes on; it says nothing about the text.
     stream.imbue(std::locale::classic()); // The application's locale must not decide what a file says.
     stream << *cell;
-    T value = 0;
     stream >> value;
     if (stream.fail())
     {

@@ -6,6 +6,7 @@
 
 #include <limits>
 #include <locale>
+#include <random>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -37,6 +38,18 @@ protected:
     {
         char* cell = text.data();
         return SqlTblUtil::setValueFromSqlResult(&cell, &target);
+    }
+
+    /// Expects result, value and report to be those of the standard extraction. Whether they are.
+    bool agreesWithTheStandard(std::string const& text)
+    {
+        StandardExtraction<T> const standard(text);
+        target = kUntouched;
+        bool const agrees = convert(text) == (standard.succeeds ? 0 : -1) &&
+                            target == (standard.succeeds ? standard.value : kUntouched) &&
+                            console.take() == (standard.succeeds ? "" : "[ERROR] Casting value " + text + "\n");
+        EXPECT_TRUE(agrees) << '"' << text << '"';
+        return agrees;
     }
 
     static constexpr T kLargest = std::numeric_limits<T>::max();
@@ -93,6 +106,71 @@ TYPED_TEST(CellConversion, DecidesAsTheStandardExtractionDoes)
         StandardExtraction<TypeParam> const standard(text);
         EXPECT_EQ(this->convert(text), standard.succeeds ? 0 : -1) << '"' << text << '"';
         EXPECT_EQ(this->target, standard.succeeds ? standard.value : this->kUntouched) << '"' << text << '"';
+    }
+}
+
+TYPED_TEST(CellConversion, AgreesWithTheStandardOnEveryShortText)
+{
+    constexpr char kAlphabet[] = {'0', '1', '6', '9', '-', '+', ' ', '.', ',', 'x', 'e'};
+    constexpr std::size_t kLongest = 5;
+    std::vector<std::string> texts = {""};
+    for (std::size_t i = 0; i < texts.size() && this->agreesWithTheStandard(texts[i]); ++i)
+    {
+        for (char const c : kAlphabet)
+        {
+            if (texts[i].size() < kLongest)
+            {
+                texts.push_back(texts[i] + c);
+            }
+        }
+    }
+    EXPECT_EQ(texts.size(), 177'156U) << "11^0 + ... + 11^5";
+}
+
+TYPED_TEST(CellConversion, AgreesWithTheStandardAroundEveryBoundary)
+{
+    std::vector<std::string> numbers = {
+        "32767", "32768", "2147483647", "2147483648", "9223372036854775807", "9223372036854775808"};
+    for (unsigned int digits = 1; digits <= 25; ++digits)
+    {
+        for (char const* const edge : {"1", "2", "9"})
+        {
+            numbers.push_back(edge + std::string(digits - 1, *edge == '9' ? '9' : '0'));
+        }
+    }
+    for (std::string const largest : {"65535", "4294967295", "18446744073709551615"})
+    {
+        for (char last = '0'; last <= '9'; ++last)
+        {
+            numbers.push_back(largest.substr(0, largest.size() - 1) + last);
+        }
+        numbers.push_back(largest + "0");
+        numbers.push_back(largest.substr(0, largest.size() - 2) + "20"); // The same digits but for the last two.
+    }
+    for (std::string const& number : numbers)
+    {
+        for (char const* const before : {"", " ", "\t\n", "-", "+", "- ", "0", "0000000000000000000000", "-0", "x"})
+        {
+            for (char const* const after : {"", " ", ".0", "e1", ",000", "x", "-", "\n"})
+            {
+                ASSERT_TRUE(this->agreesWithTheStandard(before + number + after));
+            }
+        }
+    }
+}
+
+TYPED_TEST(CellConversion, AgreesWithTheStandardOnRandomTexts)
+{
+    std::mt19937 random(7);
+    for (unsigned int i = 0; i < 50'000; ++i)
+    {
+        std::string text(random() % 24, '\0');
+        for (char& c : text)
+        {
+            // Mostly digits, as other bytes end a number.
+            c = random() % 8 != 0 ? static_cast<char>('0' + random() % 10) : static_cast<char>(1 + random() % 255);
+        }
+        ASSERT_TRUE(this->agreesWithTheStandard(text));
     }
 }
 
