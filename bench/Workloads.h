@@ -1,0 +1,65 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// One thing that is measured: what the library does, and beside it the bare calls that it cannot do without.
+///
+/// Each measurement uses an object of its own. Both sides find the same content and the same connection settings.
+class Workload
+{
+public:
+    virtual ~Workload() = default;
+    virtual void ours() = 0;
+    virtual void floor() = 0;
+
+    /// Puts aside what a call left behind, so that giving it back is not measured. Not called for single records.
+    virtual void clean() {}
+};
+
+enum clockKind_t
+{
+    CPU_TIME, ///< on files in memory: what the processor does, the system's part included
+    WALL_TIME ///< on a disk: what the caller waits
+};
+
+/// How a workload is made, and what is wanted of it.
+struct workload_t
+{
+    std::string name;
+    std::string floorName;
+    clockKind_t clock;
+    double target; ///< the largest ratio of ours to the floor; 0 for none
+    bool isLarge;  ///< takes a large part of a second and leaves something to clean
+    std::function<std::unique_ptr<Workload>()> make;
+};
+
+/// Where the files lie, and how large the tables are.
+struct setting_t
+{
+    std::string memoryFolder;
+    std::string diskFolder;
+    unsigned int tableRows;    ///< of the tables that are read whole
+    unsigned int renumberRows; ///< of one start-up
+    std::vector<unsigned int> growthRows;
+};
+
+std::vector<workload_t> makeWorkloads(setting_t const& setting);
+
+/// One operation of ours on tables of growing size.
+struct growth_t
+{
+    struct point_t
+    {
+        unsigned int rows;
+        std::function<std::unique_ptr<Workload>()> make;
+    };
+
+    std::string name;
+    double target; ///< the largest ratio of the last point to the first; 0 for none
+    std::vector<point_t> points;
+};
+
+std::vector<growth_t> makeGrowths(setting_t const& setting);

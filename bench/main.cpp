@@ -1,0 +1,384 @@
+// Measures the library beside the bare SQLite calls that it stands on, in one run, and prints the ratios.
+//
+//   firaim_bench [--tiny] [--disk FOLDER] [Google Benchmark's options]
+//   firaim_bench --names                             the workloads at a size that suits a slow tool, one a line:
+//                                                    its name, "|", and "floor" where there is one
+//   firaim_bench --repeat NAME ours|floor TIMES      runs one of these so often, for a profiler or a counter
+//   firaim_bench --peak nothing|ours|floor|records   prints the largest memory, in KiB, of a process that reads
+//                                                    100,000 faults, or holds them without having read them
+//   firaim_bench --start PROGRAM...                  prints how long each program takes to start and end
+
+#include "AllocationCount.h"
+#include "Files.h"
+#include "Workloads.h"
+
+#include <benchmark/benchmark.h>
+#include <fdb/FaultDb.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+#include <map>
+
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/utsname.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr char kOurs[] = "/ours";
+constexpr char kFloor[] = "/floor";
+
+/// Where files cost no waiting, so that what is left is the processor's work.
+char const* memoryFolder()
+{
+    return access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+}
+
+setting_t const kWhole = {memoryFolder(), "/var/tmp", 100'000, 1000, {1000, 100'000, 1'000'000}};
+setting_t const kCounted = {memoryFolder(), memoryFolder(), 1000, 100, {}};
+setting_t const kTiny = {memoryFolder(), memoryFolder(), 50, 5, {10, 20, 30}};
+
+/// Keeps the times of each benchmark and takes their medians.
+class Medians : public benchmark::BenchmarkReporter
+{
+public:
+    bool ReportContext(Context const&) override { return true; }
+
+    void ReportRuns(std::vector<Run> const& runs) override
+    {
+        for (Run const& run : runs)
+        {
+            if (run.run_type == Run::RT_Iteration)
+            {
+                require(!run.error_occurred, run.error_message.c_str());
+                double const seconds =
+                    run.run_name.time_type.empty() ? run.cpu_accumulated_time : run.real_accumulated_time;
+                m_seconds[run.run_name.function_name].push_back(seconds / static_cast<double>(run.iterations));
+            }
+        }
+        std::fputc('.', stderr); // A sign of life: the whole takes minutes.
+    }
+
+    void Finalize() override { std::fputc('\n', stderr); }
+
+    /// In seconds for each call; 0 when an option has left the benchmark out.
+    double of(std::string const& name) const
+    {
+        auto const found = m_seconds.find(name);
+        if (found == m_seconds.end())
+        {
+            return 0;
+        }
+        std::vector<double> sorted = found->second;
+        std::sort(sorted.begin(), sorted.end());
+        std::size_t const half = sorted.size() / 2;
+        return sorted.size() % 2 != 0 ? sorted[half] : (sorted[half - 1] + sorted[half]) / 2;
+    }
+
+private:
+    std::map<std::string, std::vector<double>> m_seconds;
+};
+
+void measure(benchmark::State& state, workload_t const& workload, void (Workload::*side)())
+{
+    auto const object = workload.make();
+    ((*object).*side)(); // Once unmeasured: caches are warm and files have their journals.
+    object->clean();
+    for (auto _ : state)
+    {
+        ((*object).*side)();
+        if (workload.isLarge)
+        {
+            state.PauseTiming();
+            object->clean();
+            state.ResumeTiming();
+        }
+    }
+}
+
+void registerSide(workload_t const& workload, std::string const& name, void (Workload::*side)())
+{
+    auto* const registered = benchmark::RegisterBenchmark(name.c_str(), [workload, side](benchmark::State& state)
+                                                          { measure(state, workload, side); });
+    if (workload.clock == WALL_TIME)
+    {
+        registered->UseRealTime();
+    }
+}
+
+std::string timeText(double seconds)
+{
+    char text[32];
+    if (seconds < 1e-6)
+    {
+        std::snprintf(text, sizeof text, "%.0f ns", seconds * 1e9);
+    }
+    else if (seconds < 1e-3)
+    {
+        std::snprintf(text, sizeof text, "%.2f us", seconds * 1e6);
+    }
+    else
+    {
+        std::snprintf(text, sizeof text, "%.2f ms", seconds * 1e3);
+    }
+    return text;
+}
+
+std::string ratioText(double ratio)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "%.2f", ratio);
+    return text;
+}
+
+/// Allocations of the program and of SQLite for one call of ours, as text.
+std::string allocationText(workload_t const& workload)
+{
+    constexpr unsigned int kCalls = 20;
+    auto const object = workload.make();
+    unsigned int const calls = workload.isLarge ? 1 : kCalls;
+    object->ours();
+    object->clean();
+    unsigned long long const newBefore = allocationCount::ofNew();
+    unsigned long long const sqliteBefore = allocationCount::ofSqlite();
+    for (unsigned int i = 0; i < calls; ++i)
+    {
+        object->ours();
+    }
+    char text[48];
+    std::snprintf(text, sizeof text, "%.1f + %.1f", static_cast<double>(allocationCount::ofNew() - newBefore) / calls,
+                  static_cast<double>(allocationCount::ofSqlite() - sqliteBefore) / calls);
+    return text;
+}
+
+void printEnvironment(setting_t const& setting)
+{
+    utsname system = {};
+    uname(&system);
+    std::printf("%s %s %s, %ld processors, SQLite %s, %s\n", system.sysname, system.release, system.machine,
+                sysconf(_SC_NPROCESSORS_ONLN), sqlite3_libversion(), __VERSION__);
+    std::printf("CPU time on files in %s, what a caller waits on files in %s\n", setting.memoryFolder.c_str(),
+                setting.diskFolder.c_str());
+    std::printf("a fault's INSERT text has %zu bytes on average; medians of interleaved repetitions\n\n",
+                meanStatementSize());
+}
+
+void printWorkloads(std::vector<workload_t> const& workloads, Medians const& medians)
+{
+    std::printf("| %-28s | %-19s | %10s | %10s | %5s | %6s | %21s |\n", "workload", "floor", "floor's", "ours", "ratio",
+                "target", "allocations + SQLite's");
+    std::printf("|---|---|--:|--:|--:|--:|--:|\n");
+    for (workload_t const& workload : workloads)
+    {
+        double const ours = medians.of(workload.name + kOurs);
+        if (ours == 0)
+        {
+            continue;
+        }
+        bool const hasFloor = workload.target != 0;
+        double const floor = hasFloor ? medians.of(workload.name + kFloor) : 0;
+        std::printf("| %-28s | %-19s | %10s | %10s | %5s | %6s | %21s |\n", workload.name.c_str(),
+                    workload.floorName.c_str(), hasFloor ? timeText(floor).c_str() : "", timeText(ours).c_str(),
+                    hasFloor ? ratioText(ours / floor).c_str() : "", hasFloor ? ratioText(workload.target).c_str() : "",
+                    allocationText(workload).c_str());
+    }
+}
+
+std::string growthName(growth_t const& growth, growth_t::point_t const& point)
+{
+    return growth.name + "/" + std::to_string(point.rows);
+}
+
+void printGrowths(std::vector<growth_t> const& growths, Medians const& medians)
+{
+    std::printf("\n| %-28s |", "faults in the file");
+    for (growth_t::point_t const& point : growths.front().points)
+    {
+        std::printf(" %10u |", point.rows);
+    }
+    std::printf(" last to first | target |\n|---|--:|--:|--:|--:|--:|\n");
+    for (growth_t const& growth : growths)
+    {
+        std::printf("| %-28s |", growth.name.c_str());
+        for (growth_t::point_t const& point : growth.points)
+        {
+            std::printf(" %10s |", timeText(medians.of(growthName(growth, point))).c_str());
+        }
+        double const ratio = medians.of(growthName(growth, growth.points.back())) /
+                             medians.of(growthName(growth, growth.points.front()));
+        std::printf(" %13s | %6s |\n", ratioText(ratio).c_str(),
+                    growth.target != 0 ? ratioText(growth.target).c_str() : "");
+    }
+}
+
+int measureAll(setting_t const& setting, std::vector<char*> options)
+{
+    std::vector<workload_t> const workloads = makeWorkloads(setting);
+    std::vector<growth_t> const growths = makeGrowths(setting);
+    for (workload_t const& workload : workloads)
+    {
+        registerSide(workload, workload.name + kOurs, &Workload::ours);
+        if (workload.target != 0)
+        {
+            registerSide(workload, workload.name + kFloor, &Workload::floor);
+        }
+    }
+    for (growth_t const& growth : growths)
+    {
+        for (growth_t::point_t const& point : growth.points)
+        {
+            registerSide({growthName(growth, point), "", CPU_TIME, 0, false, point.make}, growthName(growth, point),
+                         &Workload::ours);
+        }
+    }
+    int count = static_cast<int>(options.size());
+    benchmark::Initialize(&count, options.data());
+    if (benchmark::ReportUnrecognizedArguments(count, options.data()))
+    {
+        return 2;
+    }
+    Medians medians;
+    benchmark::RunSpecifiedBenchmarks(&medians);
+    printEnvironment(setting);
+    printWorkloads(workloads, medians);
+    printGrowths(growths, medians);
+    return 0;
+}
+
+workload_t const& find(std::vector<workload_t> const& workloads, std::string const& name)
+{
+    auto const found = std::find_if(workloads.begin(), workloads.end(),
+                                    [&name](workload_t const& workload) { return workload.name == name; });
+    require(found != workloads.end(), "no workload of that name");
+    return *found;
+}
+
+int repeat(std::string const& name, bool isOurs, unsigned long times)
+{
+    std::vector<workload_t> const workloads = makeWorkloads(kCounted);
+    auto const object = find(workloads, name).make();
+    for (unsigned long i = 0; i < times; ++i)
+    {
+        isOurs ? object->ours() : object->floor();
+        object->clean();
+    }
+    return 0;
+}
+
+/// Reads a whole table, or copies its records, and prints the memory at the peak.
+int printPeak(std::string const& side)
+{
+    Folder const folder(kWhole.memoryFolder);
+    std::string const path = folder.file("faults.db");
+    createFile(path, kWhole.tableRows);
+    FaultTbl faults;
+    if (side == "ours")
+    {
+        FaultDb& db = *FaultDb::getInstance();
+        require(db.openDb(path, false) == 0 && db.getFaultTbl(faults) > 0, "getFaultTbl");
+    }
+    else if (side == "floor")
+    {
+        BareConnection(path, BareConnection::AS_THE_LIBRARY).getTable("SELECT * FROM FdbFaultTbl");
+    }
+    else if (side == "records")
+    {
+        faults.reserve(kWhole.tableRows);
+        for (unsigned int i = 1; i <= kWhole.tableRows; ++i)
+        {
+            faults.push_back(deviceFault(i));
+        }
+    }
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    std::printf("%ld\n", usage.ru_maxrss);
+    return 0;
+}
+
+/// Runs the programs in turn and prints the median time that each takes.
+int printStarts(std::vector<std::string> const& programs)
+{
+    constexpr unsigned int kRounds = 301;
+    using steadyClock_t = std::chrono::steady_clock;
+    std::vector<std::vector<double>> microseconds(programs.size());
+    for (unsigned int round = 0; round < kRounds; ++round)
+    {
+        for (std::size_t i = 0; i < programs.size(); ++i)
+        {
+            std::string program = programs[i];
+            char* argv[] = {program.data(), nullptr};
+            pid_t pid = 0;
+            auto const begin = steadyClock_t::now();
+            require(posix_spawn(&pid, argv[0], nullptr, nullptr, argv, environ) == 0, argv[0]);
+            int status = 1;
+            require(waitpid(pid, &status, 0) == pid && status == 0, argv[0]);
+            microseconds[i].push_back(std::chrono::duration<double, std::micro>(steadyClock_t::now() - begin).count());
+        }
+    }
+    for (std::size_t i = 0; i < programs.size(); ++i)
+    {
+        std::sort(microseconds[i].begin(), microseconds[i].end());
+        std::printf("%.0f\n", microseconds[i][kRounds / 2]);
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    allocationCount::install();
+    std::cout.rdbuf(nullptr); // The library's own lines.
+    std::vector<std::string> const arguments(argv + 1, argv + argc);
+    if (arguments.size() == 4 && arguments[0] == "--repeat")
+    {
+        return repeat(arguments[1], arguments[2] == "ours", std::stoul(arguments[3]));
+    }
+    if (arguments.size() == 2 && arguments[0] == "--peak")
+    {
+        return printPeak(arguments[1]);
+    }
+    if (arguments.size() == 1 && arguments[0] == "--names")
+    {
+        for (workload_t const& workload : makeWorkloads(kCounted))
+        {
+            std::printf("%s|%s\n", workload.name.c_str(), workload.target != 0 ? "floor" : "");
+        }
+        return 0;
+    }
+    if (arguments.size() > 1 && arguments[0] == "--start")
+    {
+        return printStarts({arguments.begin() + 1, arguments.end()});
+    }
+    setting_t setting = kWhole;
+    // Short and many, the sides in random order: what disturbs the machine for a while then disturbs both.
+    std::vector<std::string> options = {argv[0], "--benchmark_repetitions=21", "--benchmark_min_time=0.05",
+                                        "--benchmark_enable_random_interleaving=true"};
+    for (std::size_t i = 0; i < arguments.size(); ++i)
+    {
+        if (arguments[i] == "--tiny")
+        {
+            setting = kTiny;
+            options.insert(options.end(), {"--benchmark_repetitions=1", "--benchmark_min_time=0.000001"});
+        }
+        else if (arguments[i] == "--disk" && i + 1 < arguments.size())
+        {
+            setting.diskFolder = arguments[++i];
+        }
+        else
+        {
+            options.push_back(arguments[i]);
+        }
+    }
+    std::vector<char*> pointers;
+    for (std::string& option : options)
+    {
+        pointers.push_back(option.data());
+    }
+    return measureAll(setting, pointers);
+}
