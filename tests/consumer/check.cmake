@@ -1,4 +1,6 @@
-# Builds and runs the consumer in WORK, against an installation of BUILD or against SOURCE as a subdirectory.
+# Builds and runs the consumer in WORK: against the source tree in SOURCE as a subdirectory, or against an installation
+# of BUILD that was moved, by find_package and by pkg-config.
+
 function(run)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
     if(NOT result EQUAL 0)
@@ -7,21 +9,45 @@ function(run)
     endif()
 endfunction()
 
+function(build_with_cmake folder)
+    run("${CMAKE_COMMAND}" -S "${CMAKE_CURRENT_LIST_DIR}" -B "${folder}" -G Ninja
+        "-DCMAKE_CXX_COMPILER=${COMPILER}" ${ARGN})
+    run("${CMAKE_COMMAND}" --build "${folder}")
+endfunction()
+
 file(REMOVE_RECURSE "${WORK}")
 file(MAKE_DIRECTORY "${WORK}")
 if(SOURCE)
-    set(options "-DFIRAIM_SOURCE_TREE=${SOURCE}")
-else()
-    run("${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${WORK}/installed")
-    # An installation may be moved.
-    file(RENAME "${WORK}/installed" "${WORK}/moved")
-    set(options "-DCMAKE_PREFIX_PATH=${WORK}/moved")
-    file(GLOB_RECURSE libdb "${WORK}/moved/libdb.so*")
-    if(NOT libdb MATCHES "/firaim/libdb\\.so\\.0$")
-        message(FATAL_ERROR "libdb is installed as ${libdb}, not as libdb.so.0 in a folder of its own")
-    endif()
+    build_with_cmake("${WORK}/build" "-DFIRAIM_SOURCE_TREE=${SOURCE}")
+    run("${CMAKE_COMMAND}" -E chdir "${WORK}" "${WORK}/build/consumer")
+    return()
 endif()
-run("${CMAKE_COMMAND}" -S "${CMAKE_CURRENT_LIST_DIR}" -B "${WORK}/build" -G Ninja
-    "-DCMAKE_CXX_COMPILER=${COMPILER}" ${options})
-run("${CMAKE_COMMAND}" --build "${WORK}/build")
-run("${CMAKE_COMMAND}" -E chdir "${WORK}" "${WORK}/build/consumer")
+
+run("${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${WORK}/installed")
+file(RENAME "${WORK}/installed" "${WORK}/moved")
+file(GLOB_RECURSE libdb "${WORK}/moved/libdb.so*")
+if(NOT libdb MATCHES "/firaim/libdb\\.so\\.0$")
+    message(FATAL_ERROR "libdb is installed as ${libdb}, not as libdb.so.0 in a folder of its own")
+endif()
+file(GLOB_RECURSE pc "${WORK}/moved/*/firaim.pc")
+cmake_path(GET pc PARENT_PATH pkgconfig)
+cmake_path(GET pkgconfig PARENT_PATH libdir)
+
+# Another package's library of the same name, where the loader looks first.
+file(WRITE "${WORK}/another.cpp" "")
+file(MAKE_DIRECTORY "${WORK}/another")
+run("${COMPILER}" -shared -fPIC -Wl,-soname,libdb.so.0 -o "${WORK}/another/libdb.so.0" "${WORK}/another.cpp")
+
+# Whoever loads firaim alone gets our libdb with it: the other one would leave symbols undefined.
+run("${CMAKE_COMMAND}" -E env "LD_LIBRARY_PATH=${WORK}/another" "LD_PRELOAD=${libdir}/firaim.so.0" LD_BIND_NOW=1 true)
+
+build_with_cmake("${WORK}/build" "-DCMAKE_PREFIX_PATH=${WORK}/moved")
+run("${CMAKE_COMMAND}" -E env "LD_LIBRARY_PATH=${WORK}/another"
+    "${CMAKE_COMMAND}" -E chdir "${WORK}" "${WORK}/build/consumer")
+
+execute_process(COMMAND "${CMAKE_COMMAND}" -E env "PKG_CONFIG_PATH=${pkgconfig}" pkg-config --cflags --libs firaim
+    OUTPUT_VARIABLE flags COMMAND_ERROR_IS_FATAL ANY)
+separate_arguments(flags UNIX_COMMAND "${flags}")
+run("${COMPILER}" -std=c++17 "${CMAKE_CURRENT_LIST_DIR}/consumer.cpp" ${flags} -o "${WORK}/consumer")
+run("${CMAKE_COMMAND}" -E env "LD_LIBRARY_PATH=${WORK}/another:${libdir}"
+    "${CMAKE_COMMAND}" -E chdir "${WORK}" "${WORK}/consumer")
