@@ -1,5 +1,5 @@
-# Builds and runs the consumer in WORK: against the source tree in SOURCE as a subdirectory, or against an installation
-# of BUILD that was moved, by find_package and by pkg-config.
+# Builds and runs the consumer in WORK: against the source tree in SOURCE as a subdirectory; or, by find_package and by
+# pkg-config, against an installation of BUILD that was moved, or against the Debian packages in PACKAGES, unpacked.
 
 function(run)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
@@ -23,13 +23,22 @@ if(SOURCE)
     return()
 endif()
 
-run("${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${WORK}/installed")
-file(RENAME "${WORK}/installed" "${WORK}/moved")
-file(GLOB_RECURSE libdb "${WORK}/moved/libdb.so*")
+if(PACKAGES)
+    file(GLOB packages "${PACKAGES}/*.deb")
+    foreach(package IN LISTS packages)
+        run(dpkg-deb -x "${package}" "${WORK}/root")
+    endforeach()
+    set(prefix "${WORK}/root/usr")
+else()
+    run("${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${WORK}/installed")
+    set(prefix "${WORK}/moved")
+    file(RENAME "${WORK}/installed" "${prefix}")
+endif()
+file(GLOB_RECURSE libdb "${prefix}/libdb.so*")
 if(NOT libdb MATCHES "/firaim/libdb\\.so\\.0$")
     message(FATAL_ERROR "libdb is installed as ${libdb}, not as libdb.so.0 in a folder of its own")
 endif()
-file(GLOB_RECURSE pc "${WORK}/moved/*/firaim.pc")
+file(GLOB_RECURSE pc "${prefix}/*/firaim.pc")
 cmake_path(GET pc PARENT_PATH pkgconfig)
 cmake_path(GET pkgconfig PARENT_PATH libdir)
 
@@ -41,7 +50,7 @@ run("${COMPILER}" -shared -fPIC -Wl,-soname,libdb.so.0 -o "${WORK}/another/libdb
 # Whoever loads firaim alone gets our libdb with it: the other one would leave symbols undefined.
 run("${CMAKE_COMMAND}" -E env "LD_LIBRARY_PATH=${WORK}/another" "LD_PRELOAD=${libdir}/firaim.so.0" LD_BIND_NOW=1 true)
 
-build_with_cmake("${WORK}/build" "-DCMAKE_PREFIX_PATH=${WORK}/moved")
+build_with_cmake("${WORK}/build" "-DCMAKE_PREFIX_PATH=${prefix}")
 run("${CMAKE_COMMAND}" -E env "LD_LIBRARY_PATH=${WORK}/another"
     "${CMAKE_COMMAND}" -E chdir "${WORK}" "${WORK}/build/consumer")
 

@@ -1,0 +1,50 @@
+# Debian packages, made by scripts/package: the run time, and what is needed to build against it.
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_CONTACT "firaim developers <firaim@example.org>")
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(version "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
+
+# Named after the shared object that callers depend on. The other one is nobody's but firaim's, so no entry for it.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME firaim0)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Applications record the faults of an embedded device through this library.
+A fault that was acknowledged survives the power cut that follows.")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libsqlite3-0 (>= ${sqlite_minimum})")
+list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
+file(WRITE "${PROJECT_BINARY_DIR}/packages/shlibs" "firaim 0 firaim0 (>= ${PROJECT_VERSION})\n")
+file(WRITE "${PROJECT_BINARY_DIR}/packages/triggers" "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+    "${PROJECT_BINARY_DIR}/packages/shlibs;${PROJECT_BINARY_DIR}/packages/triggers")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libfiraim-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "firaim0 (= ${version})")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "This package holds what is needed to build against the library: headers,
+and what CMake and pkg-config ask for.")
+
+# What Debian wants with each package, and no other installation.
+file(READ CHANGELOG.md changelog)
+string(REGEX MATCH "## \\[([0-9.]+)\\] - ([0-9-]+)" heading "${changelog}")
+if(NOT CMAKE_MATCH_1 STREQUAL PROJECT_VERSION)
+    message(FATAL_ERROR "CHANGELOG.md begins with version ${CMAKE_MATCH_1}, the project has ${PROJECT_VERSION}")
+endif()
+execute_process(COMMAND date -R -u -d "${CMAKE_MATCH_2}" OUTPUT_VARIABLE date OUTPUT_STRIP_TRAILING_WHITESPACE)
+foreach(component runtime development)
+    string(TOUPPER "${component}" upper)
+    set(package "${CPACK_DEBIAN_${upper}_PACKAGE_NAME}")
+    set(changelog "${PROJECT_BINARY_DIR}/packages/${package}/changelog.Debian")
+    file(WRITE "${changelog}"
+        "firaim (${version}) unstable; urgency=medium\n\n  * See CHANGELOG.md.\n\n -- ${CPACK_PACKAGE_CONTACT}  ${date}\n")
+    execute_process(COMMAND gzip -9nf "${changelog}" COMMAND_ERROR_IS_FATAL ANY)
+    install(FILES "${changelog}.gz" cmake/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package}
+        COMPONENT ${component} EXCLUDE_FROM_ALL)
+endforeach()
+
+include(CPack)
