@@ -27,13 +27,16 @@ public:
         Mutex(Mutex const&) = delete;
         Mutex& operator=(Mutex const&) = delete;
 
+        /// Waits for the mutex.
         void lock() { pthread_mutex_lock(&m_mutex); }
+        /// Gives it back.
         void unlock() { pthread_mutex_unlock(&m_mutex); }
 
     private:
         pthread_mutex_t m_mutex = PTHREAD_MUTEX_INITIALIZER;
     };
 
+    /// The first word of a line.
     enum severity_t
     {
         SEVERITY_DEBUG,

@@ -28,7 +28,8 @@
 /// Results: the codes of db/ResultCode.h, as a plain int; reads of whole tables return the number of records. Unless an
 /// operation says otherwise, a failure has changed neither the file nor the arguments, and the object stays usable.
 /// A write that failed while storage failed under its commit may be stored whole all the same, never in part.
-/// Exceptions of the standard library (allocation) pass through to the caller; a result argument may then hold anything.
+/// Exceptions of the standard library (allocation) pass through to the caller; a result argument may then hold
+/// anything.
 ///
 /// Log lines go to standard output through LogUtil: ERROR, WARNING and INFO always, DEBUG as `setDbgLevel` says.
 ///
@@ -125,6 +126,7 @@ public:
 
     /// As `getFaultTbl`, for the statistic table.
     int getFaultStatisticTbl(FaultStatisticTbl& statistics);
+    /// As `getFaultTbl` with a query, for the statistic table.
     int getFaultStatisticTbl(std::string const& query, FaultStatisticTbl& statistics);
 
     /// As `getFaultStatisticTbl`, for the statistics of active faults.

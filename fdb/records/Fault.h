@@ -17,8 +17,9 @@ class FIRAIM_EXPORT Fault
 {
 public:
     Fault() = default;
-    // Declared, so that there are no move operations: an object that was handed on keeps its values.
+    /// Declared, so that there are no move operations: an object that was handed on keeps its values.
     Fault(Fault const&) = default;
+    /// As the copy constructor.
     Fault& operator=(Fault const&) = default;
     virtual ~Fault() = default;
 

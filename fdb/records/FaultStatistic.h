@@ -15,8 +15,9 @@ class FIRAIM_EXPORT FaultStatistic
 {
 public:
     FaultStatistic() = default;
-    // Declared, so that there are no move operations: an object that was handed on keeps its values.
+    /// Declared, so that there are no move operations: an object that was handed on keeps its values.
     FaultStatistic(FaultStatistic const&) = default;
+    /// As the copy constructor.
     FaultStatistic& operator=(FaultStatistic const&) = default;
     virtual ~FaultStatistic() = default;
 

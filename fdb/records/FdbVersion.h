@@ -10,8 +10,9 @@ class FIRAIM_EXPORT FdbVersion
 {
 public:
     FdbVersion() = default;
-    // Declared, so that there are no move operations: an object that was handed on keeps its values.
+    /// Declared, so that there are no move operations: an object that was handed on keeps its values.
     FdbVersion(FdbVersion const&) = default;
+    /// As the copy constructor.
     FdbVersion& operator=(FdbVersion const&) = default;
 
     unsigned short VersionEntryId = 0; ///< row key, 16 bits; assigned by the database on insert

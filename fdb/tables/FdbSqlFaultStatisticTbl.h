@@ -18,8 +18,8 @@ class FIRAIM_EXPORT FdbSqlFaultStatisticTbl : public SqlTbl<FaultStatistic>
 public:
     /// Ids of the columns that the facade selects by.
     static constexpr unsigned short kFaultCodeColumn = 1;
-    static constexpr unsigned short kFaultActiveColumn = 8;
-    static constexpr unsigned short kRdbStartupIdColumn = 11;
+    static constexpr unsigned short kFaultActiveColumn = 8;   ///< see kFaultCodeColumn
+    static constexpr unsigned short kRdbStartupIdColumn = 11; ///< see kFaultCodeColumn
 
     /// The text of an active fault in the file; the facade selects on it.
     static constexpr char kActiveText[] = "active";

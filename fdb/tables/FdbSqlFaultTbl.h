@@ -17,7 +17,7 @@ class FIRAIM_EXPORT FdbSqlFaultTbl : public SqlTbl<Fault>
 public:
     /// Ids of the columns that the facade selects by.
     static constexpr unsigned short kEntryIdColumn = 0;
-    static constexpr unsigned short kRdbStartupIdColumn = 14;
+    static constexpr unsigned short kRdbStartupIdColumn = 14; ///< see kEntryIdColumn
 
     using SqlTbl<Fault>::SqlTbl;
     ~FdbSqlFaultTbl() override;

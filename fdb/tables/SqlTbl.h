@@ -67,7 +67,7 @@ public:
 
     /// The INSERT and UPDATE texts, as above, for what the working record holds.
     std::string getSqlInsertValues() const;
-    std::string getSqlUpdateValues() const;
+    std::string getSqlUpdateValues() const; ///< see getSqlInsertValues
 
     /// Decodes a result row into the working record; `row` points at the first cell and holds one for every column id.
     ///
@@ -78,12 +78,12 @@ public:
     /// The name of the column with that id, "NotFound" when there is none.
     std::string getColumnNameById(unsigned short id) const;
 
-    T m_record;
-    std::string m_tblName;
-    std::map<unsigned short, column_t> m_columns;
-    std::string m_sqlVarchar = "VARCHAR";
-    std::string m_sqlInteger = "INTEGER";
-    std::string m_sqlPrimaryKey = "INTEGER PRIMARY KEY AUTOINCREMENT NOT NULL";
+    T m_record;                                   ///< the working record; means nothing between two calls
+    std::string m_tblName;                        ///< the SQL table name
+    std::map<unsigned short, column_t> m_columns; ///< the columns by id, which is their order in every statement
+    std::string m_sqlVarchar = "VARCHAR";         ///< `sqlType` of a text column
+    std::string m_sqlInteger = "INTEGER";         ///< `sqlType` of a number column
+    std::string m_sqlPrimaryKey = "INTEGER PRIMARY KEY AUTOINCREMENT NOT NULL"; ///< `sqlType` of the key column
 
 protected:
     /// Enters a column that is in use. `init` calls it once for every column.
