@@ -1,24 +1,44 @@
 #include <db/LogUtil.h>
 
 #include <iostream>
+#include <locale>
 #include <mutex>
 
 LogUtil::Mutex LogUtil::mutex;
 
-char const* LogUtil::prefix(severity_t severity)
+namespace
+{
+
+char const* prefix(LogUtil::severity_t severity)
 {
     switch (severity)
     {
-    case SEVERITY_DEBUG:
+    case LogUtil::SEVERITY_DEBUG:
         return "[DEBUG] ";
-    case SEVERITY_INFO:
+    case LogUtil::SEVERITY_INFO:
         return "[INFO] ";
-    case SEVERITY_WARNING:
+    case LogUtil::SEVERITY_WARNING:
         return "[WARNING] ";
-    case SEVERITY_ERROR:
+    case LogUtil::SEVERITY_ERROR:
         break;
     }
     return "[ERROR] ";
+}
+
+} // namespace
+
+LogUtil::Line::Line(severity_t severity, char const* tag, char const* function)
+{
+    stream.exceptions(std::ios::badbit); // A stream would otherwise swallow an allocation failure and cut the line.
+    stream.imbue(std::locale::classic());
+    stream << prefix(severity) << tag << "::" << function << "() ";
+}
+
+LogUtil::Line::~Line() = default;
+
+void LogUtil::Line::write() const
+{
+    writeLine(stream.str());
 }
 
 void LogUtil::writeLine(std::string const& line)

@@ -4,7 +4,6 @@
 
 #include <pthread.h>
 
-#include <locale>
 #include <sstream>
 #include <string>
 
@@ -54,19 +53,27 @@ public:
     template <class... Pieces>
     static void write(severity_t severity, char const* tag, char const* function, Pieces const&... message)
     {
-        std::ostringstream line;
-        line.exceptions(std::ios::badbit); // A stream would otherwise swallow an allocation failure and cut the line.
-        line.imbue(std::locale::classic());
-        line << prefix(severity) << tag << "::" << function << "() ";
-        static_cast<void>((line << ... << message)); // A message may be empty.
-        writeLine(line.str());
+        Line line(severity, tag, function);
+        static_cast<void>((line.stream << ... << message)); // A message may be empty.
+        line.write();
     }
 
     /// Writes `line` and a line end as they are, and flushes.
     static void writeLine(std::string const& line);
 
 private:
-    static char const* prefix(severity_t severity);
+    /// A line that is being composed. What does not depend on the message is compiled once, and not for each message.
+    struct FIRAIM_EXPORT Line
+    {
+        Line(severity_t severity, char const* tag, char const* function);
+        ~Line();
+        Line(Line const&) = delete;
+        Line& operator=(Line const&) = delete;
+
+        void write() const;
+
+        std::ostringstream stream;
+    };
 };
 
 namespace SqlTblUtil
