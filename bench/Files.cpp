@@ -118,6 +118,9 @@ void createFile(std::string const& path, unsigned int faults)
         connection.exec(statisticTbl.getSqlInsertValuesQuery(deviceStatistic(i)));
     }
     connection.exec("COMMIT");
+    // As on a device: a journal lies beside the file, and every reader looks into it.
+    FaultDb& db = *FaultDb::getInstance();
+    require(db.openDb(path, false) == 0 && db.update(deviceStatistic(1)) == 0 && db.closeDb() == 0, "update");
 }
 
 std::size_t meanStatementSize()

@@ -9,6 +9,7 @@
 #include <array>
 #include <map>
 #include <optional>
+#include <tuple>
 
 #include <malloc.h>
 
@@ -18,11 +19,17 @@ namespace
 constexpr unsigned int kRecords = 64;      ///< different records that are written in turn
 constexpr unsigned int kSmallTable = 1000; ///< faults in a table of which one is read or written
 
-/// A file of so many faults that all read-only measurements share.
-std::string sharedFile(std::string const& folder, unsigned int faults)
+enum use_t
 {
-    static std::map<std::string, std::unique_ptr<Folder>> folders;
-    auto& owned = folders[folder + "/" + std::to_string(faults)];
+    READ,
+    RECORD
+};
+
+/// A file of so many faults that all measurements of one use share: those that read find the same all the time.
+std::string sharedFile(std::string const& folder, unsigned int faults, use_t use)
+{
+    static std::map<std::tuple<std::string, unsigned int, use_t>, std::unique_ptr<Folder>> folders;
+    auto& owned = folders[{folder, faults, use}];
     if (!owned)
     {
         owned = std::make_unique<Folder>(folder);
@@ -140,21 +147,26 @@ private:
     Turn m_turn;
 };
 
-/// The library alone, on a file that goes on growing.
+/// The library alone, on a file that is given back the size that it had.
 class RecordIntoFile : public OnOneFile
 {
 public:
-    using OnOneFile::OnOneFile;
-
-    void ours() override
+    explicit RecordIntoFile(std::string const& path) : OnOneFile(path)
     {
-        Fault fault = m_fault;
-        require(db.insert(fault) == 0, "insert");
+        require(db.insert(m_fault) == 0, "insert");
+        m_firstKey = m_fault.EntryId;
     }
+    ~RecordIntoFile() override
+    {
+        connection.exec("DELETE FROM FdbFaultTbl WHERE EntryId>=" + std::to_string(m_firstKey));
+    }
+
+    void ours() override { require(db.insert(m_fault) == 0, "insert"); }
     void floor() override {}
 
 private:
     Fault m_fault = deviceFault(1);
+    unsigned long long m_firstKey = 0;
 };
 
 /// What a user would write without the library: a statement that is prepared once, on a connection left as it is.
@@ -480,14 +492,14 @@ std::vector<workload_t> makeWorkloads(setting_t const& setting)
     std::string const disk = setting.diskFolder;
     unsigned int const rows = setting.tableRows;
     unsigned int const renumberRows = setting.renumberRows;
-    auto const small = [memory] { return sharedFile(memory, kSmallTable); };
+    auto const small = [memory] { return sharedFile(memory, kSmallTable, READ); };
     std::string const same = "the same text";
     return {
         {"record one fault", same, CPU_TIME, 1.10, false, [=] { return std::make_unique<RecordFault>(memory); }},
         {"record one fault, durable", "DELETE, FULL, bound", WALL_TIME, 0.50, false,
          [=] { return std::make_unique<RecordFaultDurably>(disk); }},
         {"read " + std::to_string(rows) + " faults", "get_table", CPU_TIME, 1.20, true,
-         [=] { return std::make_unique<ReadFaults>(sharedFile(memory, rows)); }},
+         [=] { return std::make_unique<ReadFaults>(sharedFile(memory, rows, READ)); }},
         {"read one fault by id", "get_table", CPU_TIME, 1.10, false,
          [=] { return std::make_unique<ReadFaultById>(small(), kSmallTable); }},
         {"read one statistic by code", "get_table", CPU_TIME, 1.10, false,
@@ -516,11 +528,10 @@ std::vector<growth_t> makeGrowths(setting_t const& setting)
     growth_t count = {"count statistics", 0, {}};
     for (unsigned int const rows : setting.growthRows)
     {
-        // The few rows that recording adds change nothing about the size of the table.
-        auto const file = [memory = setting.memoryFolder, rows] { return sharedFile(memory, rows); };
-        record.points.push_back({rows, [=] { return std::make_unique<RecordIntoFile>(file()); }});
-        read.points.push_back({rows, [=] { return std::make_unique<ReadFaultById>(file(), rows); }});
-        count.points.push_back({rows, [=] { return std::make_unique<CountStatistics>(file()); }});
+        auto const file = [memory = setting.memoryFolder, rows](use_t use) { return sharedFile(memory, rows, use); };
+        record.points.push_back({rows, [=] { return std::make_unique<RecordIntoFile>(file(RECORD)); }});
+        read.points.push_back({rows, [=] { return std::make_unique<ReadFaultById>(file(READ), rows); }});
+        count.points.push_back({rows, [=] { return std::make_unique<CountStatistics>(file(READ)); }});
     }
     return {record, read, count};
 }

@@ -117,6 +117,9 @@ bool isContentRefused(int code)
     return code == SQLITE_NOTADB || code == SQLITE_CORRUPT || code == SQLITE_ERROR;
 }
 
+/// The longest pattern of LIKE and GLOB, in bytes. A long one in a file's constraint takes minutes to compare.
+constexpr int kLongestPattern = 1000;
+
 /// Sets the connection up without writing to its file.
 int configure(sqlite3* db)
 {
@@ -125,6 +128,7 @@ int configure(sqlite3* db)
     // Files come from the field. A schema must not call functions with side effects, and SQL must not damage the file.
     static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr));
     static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr));
+    static_cast<void>(sqlite3_limit(db, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, kLongestPattern));
     // A file that was only looked at keeps its bytes: closing does not move a write-ahead log into it.
     static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr));
     // A damaged page is reported when it is read, before wrong cells can be taken from it.
@@ -217,12 +221,14 @@ private:
 
 /// Runs `statement` to its end; `onRow` returns SQLITE_OK or the code that ends it.
 template <class OnRow>
-int run(sqlite3* db, sqlite3_stmt* statement, OnRow onRow)
+int run(sqlite3* db, sqlite3_stmt* statement, timeLimits::StatementWatch& watch, OnRow onRow)
 {
     int code = sqlite3_step(statement);
     while (code == SQLITE_ROW)
     {
+        watch.pause();
         int const rowCode = onRow();
+        watch.resume();
         if (rowCode != SQLITE_OK)
         {
             return failed(sqlite3_errstr(rowCode), rowCode);
@@ -319,7 +325,7 @@ int Sqlite3Db::execute(short handle, char const* sql)
     timeLimits::StatementWatch watch(entry->db);
     Statement statement;
     int const result = prepareOnlyStatement(entry->db, sql, watch, statement);
-    return result != RESULT_OK ? result : run(entry->db, statement.get(), [] { return SQLITE_OK; });
+    return result != RESULT_OK ? result : run(entry->db, statement.get(), watch, [] { return SQLITE_OK; });
 }
 
 int Sqlite3Db::execute(short handle, char const* sql, Sqlite3DbCallback::sqlite3DbCbCgf_t cfg)
@@ -336,7 +342,7 @@ int Sqlite3Db::execute(short handle, char const* sql, Sqlite3DbCallback::sqlite3
     timeLimits::StatementWatch watch(entry->db);
     Statement statement;
     int const result = prepareOnlyStatement(entry->db, sql, watch, statement);
-    return result != RESULT_OK ? result : run(entry->db, statement.get(), RowDelivery(statement.get(), cfg));
+    return result != RESULT_OK ? result : run(entry->db, statement.get(), watch, RowDelivery(statement.get(), cfg));
 }
 
 int Sqlite3Db::free(short handle, void* p)

@@ -64,12 +64,15 @@ public:
     /// is not open; RESULT_FAILED after one ERROR line with SQLite's message and code when it fails, or before anything
     /// has run when `sql` is null, holds no statement, or holds anything after it but blanks, semicolons and comments.
     /// A file that another process locks is waited for, 5 s at most. A statement with a trigger or a view in it is
-    /// interrupted, as failed, when it has run for 5 s.
+    /// interrupted, as failed, when the processor has worked on it for 5 s; inside a transaction of the caller's own
+    /// that ends the transaction, as SQLite's interruption does. An authorizer or progress handler set on the
+    /// connection itself is replaced.
     int execute(short handle, char const* sql);
 
     /// As above, and hands each row to `dataBaseQueryCb` of `cfg.callbackObj`. A callback that returns non-zero ends
-    /// the statement as failed; what it throws reaches the caller. A statement that writes and returns rows has written
-    /// by the time of its first row. A null `callbackObj` is RESULT_FAILED.
+    /// the statement as failed; what it throws reaches the caller. Calls that it makes itself stay on its thread. A
+    /// statement that writes and returns rows has written by the time of its first row. A null `callbackObj` is
+    /// RESULT_FAILED.
     int execute(short handle, char const* sql, Sqlite3DbCallback::sqlite3DbCbCgf_t cfg);
 
     /// Releases memory that SQLite allocated for this connection, a message text for example.

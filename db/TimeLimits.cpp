@@ -1,5 +1,7 @@
 #include <db/TimeLimits.h>
 
+#include <ctime>
+
 #include <sqlite3.h>
 
 namespace
@@ -14,39 +16,39 @@ constexpr int kPauseMs = 5;
 constexpr int kLatePauseMs = 1;
 constexpr std::chrono::milliseconds kLate(400);
 
-/// How many steps of SQLite's virtual machine pass between two looks at the clock: a fraction of a millisecond.
-constexpr int kStepsPerLook = 10'000;
+/// How many steps of SQLite's virtual machine pass between two looks at the clock. Some steps are heavy.
+constexpr int kStepsPerLook = 250;
 
-/// The wait of one thread for a lock.
-struct wait_t
+/// What one thread has been waiting for, and for how long.
+struct patience_t
 {
-    steadyClock_t::time_point begin;
+    steadyClock_t::time_point waitBegin;
     std::chrono::milliseconds slept;
-    int onceCount; ///< how many WaitInVainOnce live
-    bool wasInVain;
+    int onceCount; ///< how many LosePatienceOnce live
+    bool waitedInVain;
+    bool wasInterrupted;
 };
-thread_local wait_t currentWait;
+thread_local patience_t patience;
 
 int onBusy(void*, int tries)
 {
-    wait_t& wait = currentWait;
-    if (wait.onceCount != 0 && wait.wasInVain)
+    if (patience.onceCount != 0 && patience.waitedInVain)
     {
         return 0;
     }
     if (tries == 0)
     {
-        wait.begin = steadyClock_t::now();
-        wait.slept = {};
+        patience.waitBegin = steadyClock_t::now();
+        patience.slept = {};
     }
     // The clock, because a pause can be longer than asked for; the sum, because the file system decides what a pause
     // is.
-    if (wait.slept >= timeLimits::kPatience || steadyClock_t::now() - wait.begin >= timeLimits::kPatience)
+    if (patience.slept >= timeLimits::kPatience || steadyClock_t::now() - patience.waitBegin >= timeLimits::kPatience)
     {
-        wait.wasInVain = true;
+        patience.waitedInVain = true;
         return 0;
     }
-    wait.slept += std::chrono::milliseconds(sqlite3_sleep(wait.slept < kLate ? kPauseMs : kLatePauseMs));
+    patience.slept += std::chrono::milliseconds(sqlite3_sleep(patience.slept < kLate ? kPauseMs : kLatePauseMs));
     return 1;
 }
 
@@ -59,17 +61,18 @@ void timeLimits::waitForLocks(sqlite3* db)
     static_cast<void>(sqlite3_busy_handler(db, onBusy, nullptr));
 }
 
-timeLimits::WaitInVainOnce::WaitInVainOnce()
+timeLimits::LosePatienceOnce::LosePatienceOnce()
 {
-    if (currentWait.onceCount++ == 0)
+    if (patience.onceCount++ == 0)
     {
-        currentWait.wasInVain = false;
+        patience.waitedInVain = false;
+        patience.wasInterrupted = false;
     }
 }
 
-timeLimits::WaitInVainOnce::~WaitInVainOnce()
+timeLimits::LosePatienceOnce::~LosePatienceOnce()
 {
-    --currentWait.onceCount;
+    --patience.onceCount;
 }
 
 timeLimits::StatementWatch::StatementWatch(sqlite3* db) : m_db(db), m_outer(innermostWatch)
@@ -95,16 +98,42 @@ void timeLimits::StatementWatch::install()
     sqlite3_progress_handler(m_db, kStepsPerLook, onProgress, this);
 }
 
-int timeLimits::StatementWatch::onAccess(void* self, int action, char const*, char const*, char const*,
+void timeLimits::StatementWatch::pause()
+{
+    if (m_begin)
+    {
+        m_pauseBegin = now();
+    }
+}
+
+void timeLimits::StatementWatch::resume()
+{
+    if (m_begin)
+    {
+        *m_begin += now() - m_pauseBegin;
+    }
+}
+
+timeLimits::StatementWatch::duration_t timeLimits::StatementWatch::now()
+{
+    timespec time = {};
+    static_cast<void>(clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time)); // Every Linux has this clock.
+    return std::chrono::seconds(time.tv_sec) + duration_t(time.tv_nsec);
+}
+
+int timeLimits::StatementWatch::onAccess(void* self, int action, char const*, char const* argument, char const*,
                                          char const* schemaPart)
 {
     auto& watch = *static_cast<StatementWatch*>(self);
-    watch.m_hasSchemaPart = watch.m_hasSchemaPart || schemaPart != nullptr;
+    if (schemaPart != nullptr && !watch.m_begin)
+    {
+        watch.m_begin = now();
+    }
     if (watch.isOverdue())
     {
         return SQLITE_DENY; // Views of views can keep the compiler busy, too.
     }
-    if (action == SQLITE_PRAGMA && watch.m_ignoresPragmas)
+    if (action == SQLITE_PRAGMA && argument != nullptr && watch.m_ignoresPragmas)
     {
         watch.m_hasIgnoredPragma = true;
         return SQLITE_IGNORE;
@@ -114,25 +143,20 @@ int timeLimits::StatementWatch::onAccess(void* self, int action, char const*, ch
 
 int timeLimits::StatementWatch::onProgress(void* self)
 {
-    auto& watch = *static_cast<StatementWatch*>(self);
-    if (!watch.m_isRunning)
-    {
-        watch.m_isRunning = true;
-        watch.m_begin.reset(); // What was spent on compiling, and on waiting for a lock, does not count.
-    }
-    return watch.isOverdue() ? 1 : 0;
+    return static_cast<StatementWatch*>(self)->isOverdue() ? 1 : 0;
 }
 
-bool timeLimits::StatementWatch::isOverdue()
+bool timeLimits::StatementWatch::isOverdue() const
 {
-    if (!m_hasSchemaPart)
+    if (!m_begin)
     {
         return false;
     }
-    auto const now = steadyClock_t::now();
-    if (!m_begin)
+    if (patience.onceCount != 0 && patience.wasInterrupted)
     {
-        m_begin = now;
+        return true;
     }
-    return now - *m_begin >= kPatience;
+    bool const result = now() - *m_begin >= kPatience;
+    patience.wasInterrupted = patience.wasInterrupted || result;
+    return result;
 }

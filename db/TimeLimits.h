@@ -12,24 +12,25 @@ struct sqlite3;
 namespace timeLimits
 {
 
-/// How long a statement waits for a lock, and how long one with a trigger or a view in it may run.
+/// How long a statement waits for a lock, and how long the processor may work on one with a trigger or a view in it.
 constexpr std::chrono::seconds kPatience(5);
 
 /// From now on the statements of this connection wait for locks of other processes.
 FIRAIM_HIDDEN void waitForLocks(sqlite3* db);
 
-/// While it lives, this thread waits in vain only once: when one statement has waited as long as it may, those that
-/// follow meet the lock without waiting. An operation of many statements takes no longer than one of them then.
-class FIRAIM_EXPORT WaitInVainOnce
+/// While it lives, this thread loses its patience only once: when one statement has waited for a lock in vain, or has
+/// been interrupted, those that follow do not wait, or are interrupted at once. Many rows that cannot be written then
+/// take no longer than one of them.
+class FIRAIM_EXPORT LosePatienceOnce
 {
 public:
-    WaitInVainOnce();
-    ~WaitInVainOnce();
-    WaitInVainOnce(WaitInVainOnce const&) = delete;
-    WaitInVainOnce& operator=(WaitInVainOnce const&) = delete;
+    LosePatienceOnce();
+    ~LosePatienceOnce();
+    LosePatienceOnce(LosePatienceOnce const&) = delete;
+    LosePatienceOnce& operator=(LosePatienceOnce const&) = delete;
 };
 
-/// Watches over the one statement that is compiled and run while it lives. It must outlive that statement.
+/// Watches over what is compiled and run on a connection while it lives. It must outlive the statement.
 ///
 /// The triggers and views of a file are the file's, not ours: one that does not end, by chance or by intent, is
 /// interrupted as SQLite interrupts statements, and its statement changes nothing. SQLite names the terms of a WITH
@@ -42,22 +43,30 @@ public:
     StatementWatch(StatementWatch const&) = delete;
     StatementWatch& operator=(StatementWatch const&) = delete;
 
-    /// Whether statements that act when they are compiled, as many PRAGMAs do, are compiled to nothing. Off at first.
+    /// Whether PRAGMAs that set something are compiled to nothing: many of them act when they are compiled. Off at
+    /// first.
     FIRAIM_HIDDEN void ignorePragmas(bool isOn) { m_ignoresPragmas = isOn; }
     FIRAIM_HIDDEN bool hasIgnoredPragma() const { return m_hasIgnoredPragma; }
 
+    /// Around what the statement does not do itself.
+    FIRAIM_HIDDEN void pause();
+    FIRAIM_HIDDEN void resume();
+
 private:
-    FIRAIM_HIDDEN static int onAccess(void* self, int action, char const*, char const*, char const*,
+    /// The processor's time on this thread: waiting for locks or for the storage is not the file's fault.
+    using duration_t = std::chrono::nanoseconds;
+
+    FIRAIM_HIDDEN static duration_t now();
+    FIRAIM_HIDDEN static int onAccess(void* self, int action, char const*, char const* argument, char const*,
                                       char const* schemaPart);
     FIRAIM_HIDDEN static int onProgress(void* self);
     FIRAIM_HIDDEN void install();
-    FIRAIM_HIDDEN bool isOverdue();
+    FIRAIM_HIDDEN bool isOverdue() const;
 
     sqlite3* m_db;
-    StatementWatch* m_outer;                                      ///< of the statement whose row callback runs this one
-    std::optional<std::chrono::steady_clock::time_point> m_begin; ///< of compiling, later of running
-    bool m_hasSchemaPart = false;
-    bool m_isRunning = false;
+    StatementWatch* m_outer;           ///< of the statement whose row callback runs this one
+    std::optional<duration_t> m_begin; ///< when the first trigger or view was met
+    duration_t m_pauseBegin{};
     bool m_ignoresPragmas = false;
     bool m_hasIgnoredPragma = false;
 };

@@ -207,8 +207,8 @@ int FaultDb::updateRdbStartup(unsigned int newId, unsigned int oldId)
     {
         return RESULT_INVALID_STATE;
     }
-    // While another process keeps the file locked, each row would wait anew.
-    timeLimits::WaitInVainOnce const patience;
+    // While another process keeps the file locked, or under a trigger that does not end, each row would wait anew.
+    timeLimits::LosePatienceOnce const patience;
     // The two numbers deliberately run together.
     faultDbLog::info("updateRdbStartup", "new ID=", newId, "old ID=", oldId);
     moveFaults(newId, oldId);

@@ -190,7 +190,8 @@ std::size_t SqlTbl<T>::expectedSize() const
     for (auto const& [id, column] : m_columns)
     {
         size += column.name.size() + kNumber;
-        if (column.valid && column.type == COLUMN_TYPE_STRING && column.value != nullptr)
+        if (column.valid && column.type == COLUMN_TYPE_STRING && column.sqlType == m_sqlVarchar &&
+            column.value != nullptr)
         {
             size += static_cast<std::string const*>(column.value)->size();
         }

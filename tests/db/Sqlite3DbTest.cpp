@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <ctime>
 #include <filesystem>
 #include <limits>
 #include <stdexcept>
@@ -591,6 +592,45 @@ TEST_F(OpenedDb, ViewThatDoesNotEndIsInterruptedAlsoAfterARowCallbackHasRunAStat
     EXPECT_EQ(console.take(), "[ERROR] SQL3::execute() Sql Execute failed: interrupted Err=9\n");
     EXPECT_EQ(nested.rows.size(), 2U);
     EXPECT_EQ(sqlite->execute(handle, "SELECT * FROM t"), 0);
+}
+
+TEST_F(OpenedDb, TimeThatARowCallbackTakesIsNotTheStatements)
+{
+    struct Slow : RowCollector
+    {
+        int dataBaseQueryCb(sqlite3DbCbCgf_t* cfg, int argc, char** argv, char** colNames) override
+        {
+            constexpr int kSeconds = 3;
+            for (std::clock_t const end = std::clock() + kSeconds * CLOCKS_PER_SEC; std::clock() < end;)
+            {
+            }
+            return RowCollector::dataBaseQueryCb(cfg, argc, argv, colNames);
+        }
+    };
+    Slow slow;
+    // Long enough for SQLite to ask between two rows whether it should go on.
+    ASSERT_EQ(sqlite->execute(handle, "CREATE VIEW v AS WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c "
+                                      "WHERE x<3000) SELECT x FROM c WHERE x%1000=0"),
+              0);
+    EXPECT_EQ(sqlite->execute(handle, "SELECT * FROM v", {&slow, &kind}), 0);
+    EXPECT_EQ(slow.rows.size(), 3U);
+}
+
+TEST_F(OpenedDb, FullTextTablesWork)
+{
+    ASSERT_EQ(sqlite->execute(handle, "CREATE VIRTUAL TABLE f USING fts4(a)"), 0);
+    ASSERT_EQ(sqlite->closeDb(handle), 0);
+    short const reopened = sqlite->openDb(path);
+    // The module asks for the page size by a PRAGMA of its own while this is compiled.
+    EXPECT_EQ(sqlite->execute(reopened, "INSERT INTO f VALUES('one two')"), 0);
+    EXPECT_EQ(RawDb(path).value("SELECT a FROM f WHERE f MATCH 'two'"), "one two");
+}
+
+TEST_F(OpenedDb, LongPatternIsRefused)
+{
+    std::string const pattern(1001, '%');
+    EXPECT_EQ(sqlite->execute(handle, ("SELECT 'a' LIKE '" + pattern + "'").c_str()), -2);
+    EXPECT_EQ(sqlite->execute(handle, ("SELECT 'a' LIKE '" + pattern.substr(1) + "'").c_str()), 0);
 }
 
 TEST_F(OpenedDb, SchemaCannotBeRewrittenThroughSql)

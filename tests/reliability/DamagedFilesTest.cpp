@@ -411,6 +411,19 @@ TEST_F(DamagedFiles, ViewsAndTriggersThatDoNotEndAreInterrupted)
     }
 }
 
+TEST_F(DamagedFiles, ATriggerThatDoesNotEndHoldsARenumberingUpOnce)
+{
+    // So many rows that, were each of them to take its seconds, the test would run out of its time.
+    RawDb raw(path);
+    raw.exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<1000) "
+             "INSERT INTO FdbFaultTbl(RdbStartupId) SELECT 77 FROM n;"
+             "CREATE TRIGGER t AFTER UPDATE ON FdbFaultTbl BEGIN SELECT count(*) FROM "
+             "(WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c) SELECT x FROM c); END");
+    ASSERT_EQ(db.openDb(path, false), 0);
+    EXPECT_EQ(db.updateRdbStartup(78, 77), 0);
+    EXPECT_EQ(raw.value("SELECT count(*) FROM FdbFaultTbl WHERE RdbStartupId=77"), "1000");
+}
+
 TEST_F(DamagedFiles, AViewThatDoesNotEndInPlaceOfTheVersionsIsRefused)
 {
     RawDb(path).exec("DROP TABLE FdbVersionTbl; CREATE VIEW FdbVersionTbl AS "
