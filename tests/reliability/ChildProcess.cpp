@@ -14,7 +14,7 @@
 namespace
 {
 
-constexpr long kNoTimeout = -1;
+constexpr long long kNoTimeout = -1;
 
 /// Reading end first. Neither end goes to other programs.
 std::array<int, 2> makePipe()
@@ -95,7 +95,7 @@ std::optional<std::string> ChildProcess::readLine()
     return readLine(kNoTimeout);
 }
 
-std::optional<std::string> ChildProcess::readLine(long timeoutUs)
+std::optional<std::string> ChildProcess::readLine(long long timeoutUs)
 {
     std::optional<std::string> line = takeLine();
     while (!line && fill(timeoutUs))
@@ -118,10 +118,10 @@ std::optional<std::string> ChildProcess::takeLine()
 }
 
 /// Waits for more of the output; false when there is none.
-bool ChildProcess::fill(long timeoutUs)
+bool ChildProcess::fill(long long timeoutUs)
 {
     pollfd descriptor = {m_output, POLLIN, 0};
-    timespec const timeout = {timeoutUs / 1000000, timeoutUs % 1000000 * 1000};
+    timespec const timeout = {static_cast<time_t>(timeoutUs / 1000000), static_cast<long>(timeoutUs % 1000000 * 1000)};
     if (ppoll(&descriptor, 1, timeoutUs == kNoTimeout ? nullptr : &timeout, nullptr) <= 0)
     {
         return false;

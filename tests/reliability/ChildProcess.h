@@ -20,7 +20,7 @@ public:
     /// The next whole line that the program writes, without its end; none when it has ended or, with a limit, when the
     /// time is over.
     std::optional<std::string> readLine();
-    std::optional<std::string> readLine(long timeoutUs);
+    std::optional<std::string> readLine(long long timeoutUs);
 
     /// Tells the program that there is nothing more to read.
     void closeInput();
@@ -29,7 +29,7 @@ public:
     int wait();
 
 private:
-    bool fill(long timeoutUs);
+    bool fill(long long timeoutUs);
     std::optional<std::string> takeLine();
 
     pid_t m_pid = -1;

@@ -156,7 +156,7 @@ void KilledWriter::readUntil(ChildProcess& writer, std::chrono::steady_clock::ti
     auto const left = [deadline]
     {
         auto const time = deadline - std::chrono::steady_clock::now();
-        return std::max<long>(0, std::chrono::duration_cast<std::chrono::microseconds>(time).count());
+        return std::max<long long>(0, std::chrono::duration_cast<std::chrono::microseconds>(time).count());
     };
     for (auto line = writer.readLine(left()); line; line = writer.readLine(left()))
     {
