@@ -1,8 +1,10 @@
 # Builds and runs the consumer in WORK: against the source tree in SOURCE as a subdirectory; or, by find_package and by
 # pkg-config, against an installation of BUILD that was moved, or against the Debian packages in PACKAGES, unpacked.
+# Where there is an EMULATOR, it runs what was built.
 
 function(run)
-    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+    execute_process(COMMAND ${ARGN} WORKING_DIRECTORY "${WORK}"
+        RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
     if(NOT result EQUAL 0)
         list(JOIN ARGN " " command)
         message(FATAL_ERROR "${command}\n${output}")
@@ -10,16 +12,25 @@ function(run)
 endfunction()
 
 function(build_with_cmake folder)
-    run("${CMAKE_COMMAND}" -S "${CMAKE_CURRENT_LIST_DIR}" -B "${folder}" -G Ninja
-        "-DCMAKE_CXX_COMPILER=${COMPILER}" ${ARGN})
+    set(compiler "-DCMAKE_CXX_COMPILER=${COMPILER}")
+    if(TOOLCHAIN)
+        set(compiler "-DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN}" "-DFIRAIM_SYSROOT=${SYSROOT}")
+    endif()
+    run("${CMAKE_COMMAND}" -S "${CMAKE_CURRENT_LIST_DIR}" -B "${folder}" -G Ninja ${compiler} ${ARGN})
     run("${CMAKE_COMMAND}" --build "${folder}")
 endfunction()
 
+# Runs what was built.
+function(run_program environment program)
+    run("${CMAKE_COMMAND}" -E env ${environment} ${EMULATOR} "${program}")
+endfunction()
+
+separate_arguments(compiler_flags UNIX_COMMAND "${COMPILER_FLAGS}")
 file(REMOVE_RECURSE "${WORK}")
 file(MAKE_DIRECTORY "${WORK}")
 if(SOURCE)
     build_with_cmake("${WORK}/build" "-DFIRAIM_SOURCE_TREE=${SOURCE}")
-    run("${CMAKE_COMMAND}" -E chdir "${WORK}" "${WORK}/build/consumer")
+    run_program("" "${WORK}/build/consumer")
     return()
 endif()
 
@@ -45,18 +56,19 @@ cmake_path(GET pkgconfig PARENT_PATH libdir)
 # Another package's library of the same name, where the loader looks first.
 file(WRITE "${WORK}/another.cpp" "")
 file(MAKE_DIRECTORY "${WORK}/another")
-run("${COMPILER}" -shared -fPIC -Wl,-soname,libdb.so.0 -o "${WORK}/another/libdb.so.0" "${WORK}/another.cpp")
+run("${COMPILER}" ${compiler_flags} -shared -fPIC -Wl,-soname,libdb.so.0
+    -o "${WORK}/another/libdb.so.0" "${WORK}/another.cpp")
 
 # Whoever loads firaim alone gets our libdb with it: the other one would leave symbols undefined.
-run("${CMAKE_COMMAND}" -E env "LD_LIBRARY_PATH=${WORK}/another" "LD_PRELOAD=${libdir}/firaim.so.0" LD_BIND_NOW=1 true)
+file(WRITE "${WORK}/nothing.cpp" "int main() {}\n")
+run("${COMPILER}" ${compiler_flags} -o "${WORK}/nothing" "${WORK}/nothing.cpp")
+run_program("LD_LIBRARY_PATH=${WORK}/another;LD_PRELOAD=${libdir}/firaim.so.0;LD_BIND_NOW=1" "${WORK}/nothing")
 
 build_with_cmake("${WORK}/build" "-DCMAKE_PREFIX_PATH=${prefix}")
-run("${CMAKE_COMMAND}" -E env "LD_LIBRARY_PATH=${WORK}/another"
-    "${CMAKE_COMMAND}" -E chdir "${WORK}" "${WORK}/build/consumer")
+run_program("LD_LIBRARY_PATH=${WORK}/another" "${WORK}/build/consumer")
 
 execute_process(COMMAND "${CMAKE_COMMAND}" -E env "PKG_CONFIG_PATH=${pkgconfig}" pkg-config --cflags --libs firaim
     OUTPUT_VARIABLE flags COMMAND_ERROR_IS_FATAL ANY)
 separate_arguments(flags UNIX_COMMAND "${flags}")
-run("${COMPILER}" -std=c++17 "${CMAKE_CURRENT_LIST_DIR}/consumer.cpp" ${flags} -o "${WORK}/consumer")
-run("${CMAKE_COMMAND}" -E env "LD_LIBRARY_PATH=${WORK}/another:${libdir}"
-    "${CMAKE_COMMAND}" -E chdir "${WORK}" "${WORK}/consumer")
+run("${COMPILER}" ${compiler_flags} -std=c++17 "${CMAKE_CURRENT_LIST_DIR}/consumer.cpp" ${flags} -o "${WORK}/consumer")
+run_program("LD_LIBRARY_PATH=${WORK}/another:${libdir}" "${WORK}/consumer")

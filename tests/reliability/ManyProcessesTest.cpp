@@ -19,7 +19,11 @@ namespace
 
 constexpr unsigned int kWriters = 8;
 constexpr unsigned int kReaders = 2;
+#ifdef FIRAIM_TEST_IS_EMULATED
+constexpr unsigned int kInserts = 100; ///< in a time in which nobody gives up
+#else
 constexpr unsigned int kInserts = 1000;
+#endif
 
 /// What one writer acknowledged.
 struct writing_t

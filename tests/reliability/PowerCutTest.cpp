@@ -27,8 +27,10 @@ constexpr int kOperationCount = 360;
 constexpr int kControlOperationCount = 60;
 constexpr std::size_t kRandomStates = 5;
 
-// The sanitizers look for errors of the code, which the cut points in between do not bring to light.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+// Sanitizers and emulators look for errors of the code, which the cut points in between do not bring to light.
+#if defined(FIRAIM_TEST_IS_EMULATED)
+constexpr std::size_t kCutStride = 5;
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr std::size_t kCutStride = 3;
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
@@ -526,7 +528,7 @@ public:
         std::cout << "power cuts, " << title << ": " << m_cuts << " cut points";
         if (kCutStride > 1)
         {
-            std::cout << " (one in " << kCutStride << " of them, as a sanitizer is on)";
+            std::cout << " (one in " << kCutStride << " of them, as each takes long here)";
         }
         std::cout << ", " << opened() << " states opened (" << m_settled << " with nothing pending, " << m_synchronised
                   << " nothing pending kept, " << m_current << " everything pending kept, " << m_random

@@ -12,7 +12,7 @@
 namespace
 {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(FIRAIM_TEST_IS_EMULATED)
 constexpr unsigned int kSteps = 500;
 #else
 constexpr unsigned int kSteps = 3000;
