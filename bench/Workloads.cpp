@@ -17,6 +17,7 @@ namespace
 {
 
 constexpr unsigned int kRecords = 64;      ///< different records that are written in turn
+constexpr unsigned int kUpdatedRows = 16;  ///< written in turn; an update that changes nothing writes nothing
 constexpr unsigned int kSmallTable = 1000; ///< faults in a table of which one is read or written
 
 enum use_t
@@ -294,8 +295,9 @@ public:
         for (unsigned int i = 0; i < kRecords; ++i)
         {
             m_faults[i] = deviceFault(i);
-            m_faults[i].EntryId = i + 1;
-            m_statements[i] = tbl->getSqlUpdateValuesQuery(m_faults[i]) + " WHERE EntryId = " + std::to_string(i + 1);
+            m_faults[i].EntryId = 1 + i % kUpdatedRows;
+            m_statements[i] =
+                tbl->getSqlUpdateValuesQuery(m_faults[i]) + " WHERE EntryId = " + std::to_string(m_faults[i].EntryId);
         }
     }
 
@@ -318,6 +320,7 @@ public:
         for (unsigned int i = 0; i < kRecords; ++i)
         {
             m_statistics[i] = deviceStatistic(i);
+            m_statistics[i].FaultCode = static_cast<faultCode_t>(1 + i % kUpdatedRows);
             m_statements[i] = tbl->getSqlUpdateValuesQuery(m_statistics[i]) +
                               " WHERE FaultCode = " + std::to_string(m_statistics[i].FaultCode);
         }
