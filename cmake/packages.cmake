@@ -7,7 +7,6 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(version "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
 
@@ -17,7 +16,15 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Applications record the faults of an embedded device through this library.
 A fault that was acknowledged survives the power cut that follows.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libsqlite3-0 (>= ${sqlite_minimum})")
-list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
+if(CMAKE_CROSSCOMPILING)
+    # Debian's tool for the others knows this machine's packages only. They are those that the cross compiler builds for.
+    string(APPEND CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS
+        ", libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= ${CMAKE_CXX_COMPILER_VERSION})")
+    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf CACHE STRING "")
+else()
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+    list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
+endif()
 file(WRITE "${PROJECT_BINARY_DIR}/packages/shlibs" "firaim 0 firaim0 (>= ${PROJECT_VERSION})\n")
 file(WRITE "${PROJECT_BINARY_DIR}/packages/triggers" "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
