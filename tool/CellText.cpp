@@ -1,0 +1,141 @@
+#include "CellText.h"
+
+#include "Text.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+namespace tool
+{
+
+namespace
+{
+
+void appendInteger(std::string& text, std::int64_t number)
+{
+    std::array<char, 24> digits;
+    text.append(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
+}
+
+/// Enough digits to tell every number from every other.
+void appendReal(std::string& text, double number)
+{
+    std::array<char, 40> digits;
+    auto const size = std::snprintf(digits.data(), digits.size(), "%.17g", number);
+    text.append(digits.data(), static_cast<std::size_t>(size));
+    if (std::find_if(digits.data(), digits.data() + size, [](char c) { return c == '.' || c == 'e'; }) ==
+        digits.data() + size)
+    {
+        text += ".0"; // Without it, it would be an integer.
+    }
+}
+
+void appendHexadecimal(std::string& text, std::string_view bytes)
+{
+    for (char const c : bytes)
+    {
+        auto const byte = static_cast<unsigned char>(c);
+        text += {"0123456789ABCDEF"[byte / 16], "0123456789ABCDEF"[byte % 16]};
+    }
+}
+
+/// Appends `value` between `quote` and `quote`, with those inside doubled.
+void appendQuoted(std::string& text, std::string_view value, char quote)
+{
+    text.push_back(quote);
+    for (std::size_t end = value.find(quote); end != std::string_view::npos; end = value.find(quote))
+    {
+        text.append(value.substr(0, end + 1)).push_back(quote);
+        value.remove_prefix(end + 1);
+    }
+    text.append(value).push_back(quote);
+}
+
+bool needsCsvQuotes(std::string_view value)
+{
+    return value.empty() || value.front() == ' ' || value.back() == ' ' ||
+           std::any_of(value.begin(), value.end(),
+                       [](char c) { return c == ',' || c == '"' || c == '\n' || c == '\r'; });
+}
+
+bool isPlainText(std::string_view value)
+{
+    return visible(value).size() == value.size();
+}
+
+} // namespace
+
+void appendCsv(std::string& text, Statement const& row, int column)
+{
+    switch (row.type(column))
+    {
+    case SQLITE_NULL:
+        return;
+    case SQLITE_INTEGER:
+        appendInteger(text, row.integer(column));
+        return;
+    case SQLITE_FLOAT:
+        appendReal(text, row.real(column));
+        return;
+    case SQLITE_BLOB:
+        appendHexadecimal(text, row.blob(column));
+        return;
+    default:
+        break;
+    }
+    std::string_view const value = row.text(column);
+    if (needsCsvQuotes(value))
+    {
+        appendQuoted(text, value, '"');
+    }
+    else
+    {
+        text.append(value);
+    }
+}
+
+void appendSql(std::string& text, Statement const& row, int column)
+{
+    switch (row.type(column))
+    {
+    case SQLITE_NULL:
+        text += "NULL";
+        return;
+    case SQLITE_INTEGER:
+        appendInteger(text, row.integer(column));
+        return;
+    case SQLITE_FLOAT:
+        if (std::isinf(row.real(column)))
+        {
+            text += row.real(column) < 0 ? "-9e999" : "9e999";
+        }
+        else
+        {
+            appendReal(text, row.real(column));
+        }
+        return;
+    case SQLITE_BLOB:
+        text += "X'";
+        appendHexadecimal(text, row.blob(column));
+        text.push_back('\'');
+        return;
+    default:
+        break;
+    }
+    std::string_view const value = row.text(column);
+    if (isPlainText(value))
+    {
+        appendQuoted(text, value, '\'');
+        return;
+    }
+    text += "CAST(X'";
+    appendHexadecimal(text, value);
+    text += "' AS TEXT)";
+}
+
+} // namespace tool

@@ -1,0 +1,54 @@
+#include "Command.h"
+
+#include <map>
+
+namespace tool
+{
+
+CLI::App* addCommand(CLI::App& app, std::string const& name, std::string const& description,
+                     std::string const& examples)
+{
+    CLI::App* const command = app.add_subcommand(name, description);
+    command->footer("Example:\n" + examples);
+    return command;
+}
+
+void addFile(CLI::App& command, std::string& path)
+{
+    command.add_option("FILE", path, "The fault database")->required()->type_name("");
+}
+
+void addJson(CLI::App& command, bool& isJson)
+{
+    command.add_flag("--json", isJson, "Print JSON, with the columns of the file as fields");
+}
+
+void addTimeStyle(CLI::App& command, TimeStyle& style)
+{
+    static std::map<std::string, timeUnit_t> const units = {{"auto", timeUnit_t::GUESSED},
+                                                            {"s", timeUnit_t::SECONDS},
+                                                            {"ms", timeUnit_t::MILLISECONDS},
+                                                            {"us", timeUnit_t::MICROSECONDS},
+                                                            {"ns", timeUnit_t::NANOSECONDS}};
+    command.add_flag("--local", style.isLocal, "Times in the time zone of this machine and not in UTC");
+    command
+        .add_option("--time-unit", style.unit,
+                    "Unit of the time stamps in the file: auto (by their size), s, ms, us, ns")
+        ->transform(CLI::CheckedTransformer(units).description(""))
+        ->type_name("UNIT");
+}
+
+void addFilters(CLI::App& command, FilterOptions& filter)
+{
+    command.add_option("--code", filter.code, "Faults with this code, by name or number")->type_name("CODE");
+    command.add_option("--module", filter.module, "Faults of this module")->type_name("NAME");
+    command.add_option("--startup", filter.startup, "Faults recorded under this start-up id")->type_name("N");
+    command.add_flag("--active", filter.isActiveOnly, "Faults recorded as active");
+    command.add_option("--since", filter.since, "Faults from this time on, such as 2031-05-04 or 2031-05-04T03:02Z")
+        ->type_name("TIME");
+    command.add_option("--until", filter.until, "Faults up to this time; a day counts to its end")->type_name("TIME");
+    command.add_option("--grep", filter.grep, "Faults that mention this text; case does not matter")->type_name("TEXT");
+    command.add_option("--after", filter.after, "Faults with a larger key")->type_name("ID");
+}
+
+} // namespace tool

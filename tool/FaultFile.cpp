@@ -1,0 +1,186 @@
+#include "FaultFile.h"
+
+#include "Format.h"
+#include "Output.h"
+
+#include <fdb/FaultDb.h>
+
+#include <sqlite3.h>
+
+#include <array>
+#include <cerrno>
+#include <fstream>
+#include <system_error>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tool
+{
+
+namespace
+{
+
+constexpr std::size_t kReadVersionOffset = 19; ///< in the file header: what is needed to read the file
+constexpr char kReadVersionWal = 2;
+
+std::string systemError(int error)
+{
+    return std::generic_category().message(error);
+}
+
+bool hasContent(std::string const& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && status.st_size > 0;
+}
+
+bool isInWalMode(std::string const& path)
+{
+    std::array<char, kReadVersionOffset + 1> header = {};
+    std::ifstream(path, std::ios::binary).read(header.data(), header.size());
+    return header.back() == kReadVersionWal;
+}
+
+/// Whether a problem with reading the file is that a crashed writer's work has to be undone first.
+bool isRecoveryNeeded(int code)
+{
+    return code == SQLITE_READONLY_ROLLBACK || code == SQLITE_READONLY_RECOVERY || code == SQLITE_READONLY_CANTINIT;
+}
+
+Problem recoveryProblem(std::string const& path, char const* journal)
+{
+    return Problem(STATUS_BAD_FILE,
+                   path +
+                       ": a writer was cut off, and what it left half done must be rolled back before the file can "
+                       "be read, which writes to it. Run 'firaim recover' on it; or, to leave it as it is, copy it "
+                       "together with '" +
+                       path + journal + "' into another folder and run 'firaim recover' on the copy");
+}
+
+/// Reads something, so that SQLite looks at the file and at what lies beside it.
+void touch(Connection const& connection)
+{
+    connection.number("SELECT count(*) FROM sqlite_master");
+}
+
+Connection openUnchanging(std::string const& path)
+{
+    Connection connection(path, Connection::READ_ONLY_FOR_EVER);
+    touch(connection);
+    return connection;
+}
+
+void requireTables(Connection const& connection)
+{
+    Statement statement = connection.prepare("SELECT type FROM sqlite_master WHERE name = ?1");
+    for (tableFormat_t const* const format : allFormats())
+    {
+        statement.bind(1, format->name);
+        if (!statement.step())
+        {
+            throw Problem(STATUS_BAD_FILE, connection.path() + ": no fault database: it has no table " + format->name);
+        }
+        // The rows of a view come from wherever the file says, and may never end.
+        std::string const type(statement.text(0));
+        if (type != "table")
+        {
+            throw Problem(STATUS_BAD_FILE,
+                          connection.path() + ": no fault database: " + format->name + " is a " + type);
+        }
+        statement.reset();
+    }
+}
+
+} // namespace
+
+void requireFile(std::string const& path)
+{
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0)
+    {
+        throw Problem(STATUS_BAD_FILE, path + ": " + systemError(errno));
+    }
+    if (!S_ISREG(status.st_mode))
+    {
+        throw Problem(STATUS_BAD_FILE, path + (S_ISDIR(status.st_mode) ? ": is a folder" : ": is no regular file"));
+    }
+}
+
+Connection openForLooking(std::string const& path)
+{
+    requireFile(path);
+    try
+    {
+        Connection connection(path, Connection::READ_ONLY);
+        touch(connection);
+        return connection;
+    }
+    catch (SqliteProblem const& problem)
+    {
+        bool const isWal = isInWalMode(path);
+        if (isRecoveryNeeded(problem.code()) ||
+            (!isWal && problem.code() != SQLITE_NOTADB && hasContent(path + "-journal") &&
+             (problem.code() & 0xff) == SQLITE_CANTOPEN))
+        {
+            throw recoveryProblem(path, isWal ? "-wal" : "-journal");
+        }
+        // Its index cannot be created on a read-only medium. Without a log it is not needed either.
+        if (isWal && (problem.code() & 0xff) == SQLITE_CANTOPEN && access(path.c_str(), R_OK) == 0)
+        {
+            if (hasContent(path + "-wal"))
+            {
+                throw recoveryProblem(path, "-wal");
+            }
+            return openUnchanging(path);
+        }
+        throw;
+    }
+}
+
+std::optional<std::string> readFormatVersion(Connection const& connection)
+{
+    Statement statement = connection.prepare("SELECT Version FROM FdbVersionTbl WHERE Component LIKE 'FormatVersion'");
+    if (!statement.step())
+    {
+        return std::nullopt;
+    }
+    std::string version(statement.text(0));
+    return statement.step() ? std::nullopt : std::optional(std::move(version));
+}
+
+FaultFile::FaultFile(std::string const& path) : m_connection(openForLooking(path))
+{
+    requireTables(m_connection);
+    m_formatVersion = readFormatVersion(m_connection);
+    if (!m_formatVersion)
+    {
+        complain(path + ": the format version is missing or not the only one; 'firaim check' tells more");
+    }
+    else if (*m_formatVersion != FaultDb::SUPPORTED_VERSION)
+    {
+        complain(path + ": format version " + *m_formatVersion + " is not " + FaultDb::SUPPORTED_VERSION +
+                 ", read as far as the two are alike");
+    }
+}
+
+void requireWritableFaultFile(std::string const& path)
+{
+    requireFile(path);
+    if (access(path.c_str(), W_OK) != 0)
+    {
+        throw Problem(STATUS_BAD_FILE, path + ": cannot be written: " + systemError(errno));
+    }
+    // For looking at it the journal of a crashed writer would be in the way; the first look through this connection
+    // does what the library's would do.
+    Connection const connection(path, Connection::READ_WRITE);
+    requireTables(connection);
+    std::optional<std::string> const version = readFormatVersion(connection);
+    if (version != FaultDb::SUPPORTED_VERSION)
+    {
+        throw Problem(STATUS_BAD_FILE, path + ": format version " + version.value_or("missing or not the only one") +
+                                           "; only files of version " + FaultDb::SUPPORTED_VERSION + " are written to");
+    }
+}
+
+} // namespace tool

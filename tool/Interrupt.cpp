@@ -1,0 +1,100 @@
+#include "Interrupt.h"
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+
+#include <poll.h>
+
+namespace tool::interrupt
+{
+
+namespace
+{
+
+constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
+
+volatile std::sig_atomic_t pendingSignal = 0;
+
+extern "C" void noteSignal(int signalNumber)
+{
+    pendingSignal = signalNumber;
+}
+
+sigset_t handledSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (int const signalNumber : kSignals)
+    {
+        sigaddset(&signals, signalNumber);
+    }
+    return signals;
+}
+
+} // namespace
+
+void install()
+{
+    struct sigaction action = {};
+    action.sa_handler = noteSignal;
+    // Without SA_RESTART, so that waiting ends. The second signal finds the default action.
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    for (int const signalNumber : kSignals)
+    {
+        struct sigaction inherited = {};
+        sigaction(signalNumber, nullptr, &inherited);
+        // Who started the program with a signal ignored, as nohup does, means it.
+        if (inherited.sa_handler != SIG_IGN)
+        {
+            sigaction(signalNumber, &action, nullptr);
+        }
+    }
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+bool isPending()
+{
+    return pendingSignal != 0;
+}
+
+void check()
+{
+    if (isPending())
+    {
+        throw Interrupted();
+    }
+}
+
+void dieOf(int signalNumber)
+{
+    std::signal(signalNumber, SIG_DFL);
+    static_cast<void>(std::raise(signalNumber));
+    // Only where the signal is blocked: what shells say of a program that a signal ended.
+    std::_Exit(128 + signalNumber);
+}
+
+void dieOfIt()
+{
+    dieOf(pendingSignal);
+}
+
+bool waitFor(int descriptor, int milliseconds)
+{
+    // A signal that comes between the look at the flag and the wait must end the wait as well.
+    sigset_t const signals = handledSignals();
+    sigset_t before;
+    sigprocmask(SIG_BLOCK, &signals, &before);
+    bool isReadable = false;
+    if (!isPending())
+    {
+        pollfd waited = {descriptor, POLLIN, 0};
+        timespec const timeout = {milliseconds / 1000, (milliseconds % 1000) * 1000000L};
+        isReadable = ppoll(&waited, 1, &timeout, &before) > 0;
+    }
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    return isReadable;
+}
+
+} // namespace tool::interrupt

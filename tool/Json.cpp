@@ -1,0 +1,98 @@
+#include "Json.h"
+
+#include "Text.h"
+
+#include <sqlite3.h>
+
+namespace tool
+{
+
+namespace
+{
+
+std::string hexadecimal(std::string_view bytes)
+{
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (char const c : bytes)
+    {
+        auto const byte = static_cast<unsigned char>(c);
+        text += {kDigits[byte / 16], kDigits[byte % 16]};
+    }
+    return text;
+}
+
+json_t jsonCell(Statement const& row, int column)
+{
+    switch (row.type(column))
+    {
+    case SQLITE_NULL:
+        return nullptr;
+    case SQLITE_INTEGER:
+        return row.integer(column);
+    case SQLITE_FLOAT:
+        return row.real(column);
+    case SQLITE_BLOB:
+        return hexadecimal(row.blob(column));
+    default:
+        return std::string(row.text(column));
+    }
+}
+
+json_t jsonTimeCell(Statement const& row, int column, TimeStyle const& style)
+{
+    std::int64_t const stamp = row.type(column) == SQLITE_INTEGER ? row.integer(column) : 0;
+    return jsonTime(stamp > 0 ? static_cast<unsigned long long>(stamp) : 0, style);
+}
+
+} // namespace
+
+std::string jsonText(json_t const& value, Terminal const& terminal)
+{
+    std::string text = value.dump(-1, ' ', false, json_t::error_handler_t::replace);
+    return terminal.isThere ? visible(text) : text;
+}
+
+json_t jsonTime(unsigned long long stamp, TimeStyle const& style)
+{
+    std::optional<std::int64_t> const time = timeOf(stamp, style);
+    return time ? json_t(isoText(*time, style)) : json_t(nullptr);
+}
+
+json_t jsonRow(Statement const& row, tableFormat_t const& format, TimeStyle const& style)
+{
+    json_t object = json_t::object();
+    for (std::size_t column = 0; column < format.columns.size(); ++column)
+    {
+        object[format.columns[column].name] = jsonCell(row, static_cast<int>(column));
+    }
+    if (&format == &faultFormat())
+    {
+        object["Time"] = jsonTimeCell(row, faultColumn::TIME_STAMP, style);
+    }
+    else if (&format == &statisticFormat())
+    {
+        object["TimeFirstOccurred"] = jsonTimeCell(row, statisticColumn::TIME_FIRST, style);
+        object["TimeLastOccurred"] = jsonTimeCell(row, statisticColumn::TIME_LAST, style);
+    }
+    return object;
+}
+
+JsonArray::JsonArray(Output& output) : m_output(output)
+{
+    m_output.write("[");
+}
+
+void JsonArray::add(json_t const& value)
+{
+    m_output.write(m_isEmpty ? "\n" : ",\n");
+    m_output.write(jsonText(value, m_output.terminal()));
+    m_isEmpty = false;
+}
+
+void JsonArray::end()
+{
+    m_output.write(m_isEmpty ? "]" : "\n]");
+}
+
+} // namespace tool

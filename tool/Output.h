@@ -1,0 +1,49 @@
+#pragma once
+
+#include "Terminal.h"
+
+#include <streambuf>
+#include <string>
+#include <string_view>
+
+namespace tool
+{
+
+/// Thrown when the reader of standard output has gone, as `head` goes. Not a std::exception: it is no problem.
+struct ReaderGone
+{
+};
+
+/// Standard output, where only results go. While this object lives, what is written to std::cout, as the library's log
+/// lines are, goes to standard error instead.
+///
+/// Results are held back until `flush`, so that a command decides when it may have to wait for its reader.
+class Output
+{
+public:
+    Output();
+    ~Output();
+    Output(Output const&) = delete;
+    Output& operator=(Output const&) = delete;
+
+    Terminal const& terminal() const { return m_terminal; }
+
+    void write(std::string_view text) { m_pending.append(text); }
+    void writeLine(std::string_view text);
+
+    /// How much is held back, in bytes.
+    std::size_t pending() const { return m_pending.size(); }
+
+    /// Writes what was held back. Throws ReaderGone, interrupt::Interrupted, or a Problem when it cannot be written.
+    void flush();
+
+private:
+    Terminal const m_terminal;
+    std::string m_pending;
+    std::streambuf* m_consoleBuffer;
+};
+
+/// One line on standard error, the control characters in it shown.
+void complain(std::string_view text);
+
+} // namespace tool

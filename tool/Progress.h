@@ -1,0 +1,33 @@
+#pragma once
+
+#include "Terminal.h"
+
+#include <chrono>
+#include <string>
+
+namespace tool
+{
+
+/// A bar on standard error that shows how far a long command has come. There is none unless standard error is a
+/// terminal that may be decorated, nor where results stream to `resultsTerminal` at the same time.
+class Progress
+{
+public:
+    Progress(std::string what, Terminal const& resultsTerminal = Terminal());
+    ~Progress();
+    Progress(Progress const&) = delete;
+    Progress& operator=(Progress const&) = delete;
+
+    /// Shows `share`, between 0 and 1; not more often than the eye can follow.
+    void show(double share);
+    /// Takes the bar away, so that something else can be written.
+    void clear();
+
+private:
+    std::string const m_what;
+    Terminal m_terminal;
+    std::chrono::steady_clock::time_point m_next;
+    bool m_isShown = false;
+};
+
+} // namespace tool

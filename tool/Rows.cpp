@@ -1,0 +1,165 @@
+#include "Rows.h"
+
+#include "Interrupt.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace tool
+{
+
+namespace
+{
+
+/// What is read before the lock is given back: some milliseconds' worth.
+constexpr int kRowsInBatch = 1000;
+constexpr std::size_t kBytesInBatch = 1 << 20;
+
+/// Decodes the row at which `row` stands into the working record of `tbl`.
+template <class T>
+T const& decodeRow(SqlTbl<T>& tbl, Statement const& row)
+{
+    std::vector<char*> cells(tbl.m_columns.size());
+    for (std::size_t column = 0; column < cells.size(); ++column)
+    {
+        auto const number = static_cast<int>(column);
+        // The library's decoding takes cells that may be changed, and changes none.
+        cells[column] = row.isNull(number) ? nullptr : const_cast<char*>(row.text(number).data());
+    }
+    tbl.setDatafromSqlResult(cells.data());
+    return tbl.m_record;
+}
+
+std::string pagingText(tableFormat_t const& format, order_t order)
+{
+    return selectText(format) + " WHERE rowid >= ?1 AND rowid <= ?2 ORDER BY rowid" +
+           (order == order_t::NEWEST_FIRST ? " DESC" : "") + " LIMIT " + std::to_string(kRowsInBatch);
+}
+
+} // namespace
+
+std::string selectText(tableFormat_t const& format)
+{
+    std::string text = "SELECT ";
+    for (column_t const& column : format.columns)
+    {
+        // With the table's name before it, a missing column is an error. In quotes alone it would be read as a text.
+        text += format.name + "." + column.name + ", ";
+    }
+    return text + "rowid FROM " + format.name;
+}
+
+RowReader::RowReader(Connection const& connection, tableFormat_t const& format, order_t order, keyRange_t range)
+    : m_connection(connection), m_order(order), m_whole(range), m_left(range),
+      m_statement(connection.prepare(pagingText(format, order)))
+{
+    Statement bounds = connection.prepare("SELECT (SELECT min(rowid) FROM " + format.name +
+                                          "), (SELECT max(rowid) FROM " + format.name + ")");
+    bounds.step();
+    if (bounds.isNull(0))
+    {
+        m_isDone = true;
+        return;
+    }
+    m_whole.first = std::max(m_whole.first, bounds.integer(0));
+    m_whole.last = std::min(m_whole.last, bounds.integer(1));
+    m_left = m_whole;
+}
+
+void RowReader::read(std::function<bool(Statement&)> const& row, std::function<void()> const& pause)
+{
+    while (!m_isDone && readBatch(row))
+    {
+        pause();
+        interrupt::check();
+    }
+    m_isDone = true;
+    pause();
+}
+
+/// Reads one batch; returns whether there is more to read.
+bool RowReader::readBatch(std::function<bool(Statement&)> const& row)
+{
+    m_statement.bind(1, m_left.first).bind(2, m_left.last);
+    std::size_t bytes = 0;
+    int rows = 0;
+    int const keyColumn = m_statement.columnCount() - 1;
+    while (m_statement.step())
+    {
+        ++rows;
+        for (int column = 0; column < keyColumn; ++column)
+        {
+            bytes += m_statement.size(column);
+        }
+        std::int64_t const key = m_statement.integer(keyColumn);
+        if (!row(m_statement) || !moveOn(key))
+        {
+            m_statement.reset();
+            return false;
+        }
+        if (bytes > kBytesInBatch)
+        {
+            m_statement.reset();
+            return true;
+        }
+    }
+    return rows == kRowsInBatch;
+}
+
+/// Leaves out the row with that key and those before it; returns whether there can be more.
+bool RowReader::moveOn(std::int64_t key)
+{
+    if (key < m_left.first || key > m_left.last)
+    {
+        return false; // Only a damaged file has such a row here: there would be no end to it.
+    }
+    if (m_order == order_t::OLDEST_FIRST)
+    {
+        if (key == m_left.last)
+        {
+            return false;
+        }
+        m_left.first = key + 1;
+    }
+    else
+    {
+        if (key == m_left.first)
+        {
+            return false;
+        }
+        m_left.last = key - 1;
+    }
+    return true;
+}
+
+double RowReader::progress() const
+{
+    double const whole = static_cast<double>(m_whole.last) - static_cast<double>(m_whole.first) + 1;
+    double const left = static_cast<double>(m_left.last) - static_cast<double>(m_left.first) + 1;
+    return m_isDone || whole <= 0 ? 1.0 : 1.0 - left / whole;
+}
+
+FaultDecoder::FaultDecoder() : m_tbl(faultFormat().name)
+{
+    m_tbl.init("");
+}
+
+Fault const& FaultDecoder::decode(Statement const& row)
+{
+    // A status that is missing keeps what was there before.
+    m_tbl.m_record.Status = FAULT_INACTIVE;
+    return decodeRow<Fault>(m_tbl, row);
+}
+
+StatisticDecoder::StatisticDecoder() : m_tbl(statisticFormat().name)
+{
+    m_tbl.init("");
+}
+
+FaultStatistic const& StatisticDecoder::decode(Statement const& row)
+{
+    m_tbl.m_record.FaultActive = FAULT_INACTIVE;
+    return decodeRow<FaultStatistic>(m_tbl, row);
+}
+
+} // namespace tool

@@ -1,0 +1,127 @@
+#pragma once
+
+#include "Problem.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+/// SQLite for what the library does not do: looking at a file without ever changing it, copying it, removing rows.
+namespace tool
+{
+
+/// A call of SQLite that failed; its text names the file and says what may help.
+class SqliteProblem : public Problem
+{
+public:
+    SqliteProblem(std::string const& path, sqlite3* db, int code);
+
+    /// SQLite's extended result code.
+    int code() const { return m_code; }
+
+private:
+    int m_code;
+};
+
+/// A statement that was compiled. Values only ever get in by `bind`. Failures throw SqliteProblem, and
+/// interrupt::Interrupted when that is why SQLite stopped.
+class Statement
+{
+public:
+    Statement(std::string const& path, sqlite3* db, std::string const& sql);
+
+    /// Sets the parameter with that number, from 1 on. A text must stay until the next `step`.
+    Statement& bind(int parameter, std::int64_t value);
+    Statement& bind(int parameter, std::string_view value);
+
+    /// Goes to the next row; returns whether there is one. Without one, the statement is ready for another run.
+    bool step();
+    /// Ends the run: no lock is held any longer.
+    void reset();
+
+    int columnCount() const;
+    char const* columnName(int column) const;
+    /// SQLite's type of the cell: SQLITE_INTEGER, SQLITE_TEXT and so on.
+    int type(int column) const;
+    bool isNull(int column) const;
+    std::int64_t integer(int column) const;
+    double real(int column) const;
+    /// The bytes of a text or blob, the text of a number; valid until the next step.
+    std::string_view text(int column) const;
+    std::string_view blob(int column) const;
+    /// How many bytes a text or blob has, 0 for numbers.
+    std::size_t size(int column) const;
+
+private:
+    [[noreturn]] void fail(int code) const;
+
+    struct Finalize
+    {
+        void operator()(sqlite3_stmt* statement) const;
+    };
+
+    std::string const& m_path;
+    sqlite3* m_db;
+    std::unique_ptr<sqlite3_stmt, Finalize> m_statement;
+};
+
+/// A connection to one file. It waits up to 5 s for other processes, and a signal ends what it is doing.
+class Connection
+{
+public:
+    enum access_t
+    {
+        READ_ONLY,
+        READ_ONLY_FOR_EVER, ///< the file cannot change while it is read: no lock, no file beside it
+        READ_WRITE,
+        CREATE
+    };
+
+    /// Opens the file; `path` always names a file, whatever it looks like. Throws SqliteProblem.
+    Connection(std::string const& path, access_t access);
+
+    Statement prepare(std::string const& sql) const { return Statement(m_path, m_db.get(), sql); }
+    /// Runs a statement whose rows do not matter.
+    void run(std::string const& sql) const { static_cast<void>(prepare(sql).step()); }
+    /// The one number that a query yields; 0 when it yields none.
+    std::int64_t number(std::string const& sql) const;
+    /// How long to wait for other processes from now on.
+    void waitForLocks(int milliseconds) const;
+    /// The number of rows that the last statement removed.
+    std::int64_t changes() const;
+
+    sqlite3* get() const { return m_db.get(); }
+    std::string const& path() const { return m_path; }
+
+private:
+    struct Close
+    {
+        void operator()(sqlite3* db) const;
+    };
+
+    std::string const m_path;
+    std::unique_ptr<sqlite3, Close> m_db;
+};
+
+/// A transaction that is rolled back unless it was committed.
+class Transaction
+{
+public:
+    /// `begin` is the statement that begins it.
+    Transaction(Connection const& connection, std::string const& begin);
+    ~Transaction();
+    Transaction(Transaction const&) = delete;
+    Transaction& operator=(Transaction const&) = delete;
+
+    void commit();
+
+private:
+    Connection const& m_connection;
+    bool m_isOpen = true;
+};
+
+} // namespace tool

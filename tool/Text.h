@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+/// Texts of unknown origin, made fit to be looked at.
+namespace tool
+{
+
+/// `text` with everything that would act on a terminal instead of being seen replaced by an escape: control characters
+/// ("\n", "\x1b"), invisible ones such as those that reverse the writing ("\u202e"), bytes that are no UTF-8 ("\xff").
+std::string visible(std::string_view text);
+
+/// The number of columns that `text`, which is visible, takes in a terminal.
+std::size_t displayWidth(std::string_view text);
+
+/// As much of `text`, which is visible, as fits into `width` columns, with `ellipsis` in place of the rest. It is not
+/// made shorter than the ellipsis.
+std::string shortened(std::string_view text, std::size_t width, std::string_view ellipsis);
+
+/// Whether `text` holds `part`, the case of ASCII letters apart.
+bool containsIgnoringCase(std::string_view text, std::string_view part);
+
+/// Whether the two are equal, the case of ASCII letters apart.
+bool equalIgnoringCase(std::string_view left, std::string_view right);
+
+/// `count` with separators between thousands: "1,234,567".
+std::string grouped(unsigned long long count);
+
+/// `count` and the noun, in the plural unless it is one: "1 row", "2 rows".
+std::string counted(unsigned long long count, std::string const& noun);
+
+} // namespace tool

@@ -1,0 +1,264 @@
+#include "Times.h"
+
+#include <charconv>
+#include <chrono>
+#include <ctime>
+#include <iomanip>
+#include <sstream>
+#include <string_view>
+
+namespace tool
+{
+
+namespace
+{
+
+constexpr std::int64_t kSecond = 1000;
+constexpr std::int64_t kMinute = 60 * kSecond;
+constexpr std::int64_t kHour = 60 * kMinute;
+constexpr std::int64_t kDay = 24 * kHour;
+constexpr unsigned long long kNanosecondsPerMillisecond = 1000000;
+constexpr unsigned long long kMicrosecondsPerMillisecond = 1000;
+/// The end of the year 9999, the last that ISO 8601 can name.
+constexpr std::int64_t kCalendarEnd = 253402300800 * kSecond;
+constexpr std::size_t kDigitsOfMillisecond = 3;
+
+/// Takes pieces from the front of a text; once one was missing, nothing else is found.
+class Scanner
+{
+public:
+    explicit Scanner(std::string_view text) : m_left(text) {}
+
+    /// A number of exactly that many digits.
+    int number(std::size_t digits)
+    {
+        std::string_view const text = m_left.substr(0, digits);
+        if (text.size() < digits || text.find_first_not_of("0123456789") != std::string_view::npos)
+        {
+            m_isGood = false;
+            m_left = {};
+            return 0;
+        }
+        int value = 0;
+        std::from_chars(text.data(), text.data() + text.size(), value);
+        m_left.remove_prefix(digits);
+        return value;
+    }
+
+    /// Whether one of `characters` comes next; it is taken.
+    char accept(std::string_view characters)
+    {
+        if (m_left.empty() || characters.find(m_left.front()) == std::string_view::npos)
+        {
+            return '\0';
+        }
+        char const found = m_left.front();
+        m_left.remove_prefix(1);
+        return found;
+    }
+
+    void expect(char character) { m_isGood = accept({&character, 1}) != '\0' && m_isGood; }
+
+    std::string_view digits()
+    {
+        std::string_view const found = m_left.substr(0, m_left.find_first_not_of("0123456789"));
+        m_isGood = m_isGood && !found.empty();
+        m_left.remove_prefix(found.size());
+        return found;
+    }
+
+    bool isAtEnd() const { return m_left.empty(); }
+    bool isGood() const { return m_isGood; }
+
+private:
+    std::string_view m_left;
+    bool m_isGood = true;
+};
+
+/// A date and time of day as it was written, and the smallest piece of it that was.
+struct writtenTime_t
+{
+    std::tm calendar = {};
+    std::int64_t milliseconds = 0;
+    std::int64_t length = kDay;
+    std::optional<std::int64_t> offset; ///< of its time zone, to be taken off
+};
+
+void scanSeconds(Scanner& scanner, writtenTime_t& time)
+{
+    time.calendar.tm_sec = scanner.number(2);
+    time.length = kSecond;
+    if (scanner.accept(".,") != '\0')
+    {
+        std::string digits(scanner.digits());
+        digits.resize(kDigitsOfMillisecond, '0');
+        std::from_chars(digits.data(), digits.data() + digits.size(), time.milliseconds);
+        time.length = 1;
+    }
+}
+
+void scanZone(Scanner& scanner, writtenTime_t& time)
+{
+    char const sign = scanner.accept("Zz+-");
+    if (sign == '\0')
+    {
+        return;
+    }
+    time.offset = 0;
+    if (sign == '+' || sign == '-')
+    {
+        int const hours = scanner.number(2);
+        scanner.accept(":");
+        int const minutes = scanner.number(2);
+        time.offset = (sign == '-' ? -1 : 1) * (hours * kHour + minutes * kMinute);
+    }
+}
+
+void scanTimeOfDay(Scanner& scanner, writtenTime_t& time)
+{
+    time.calendar.tm_hour = scanner.number(2);
+    scanner.expect(':');
+    time.calendar.tm_min = scanner.number(2);
+    time.length = kMinute;
+    if (scanner.accept(":") != '\0')
+    {
+        scanSeconds(scanner, time);
+    }
+    scanZone(scanner, time);
+}
+
+/// Whether there is such a date and such a time of day.
+bool isInCalendar(std::tm const& written)
+{
+    std::tm normal = written;
+    normal.tm_isdst = 0;
+    static_cast<void>(timegm(&normal));
+    return normal.tm_mday == written.tm_mday && normal.tm_mon == written.tm_mon && normal.tm_year == written.tm_year &&
+           normal.tm_hour == written.tm_hour && normal.tm_min == written.tm_min && normal.tm_sec == written.tm_sec;
+}
+
+} // namespace
+
+std::optional<period_t> parseTime(std::string const& text, TimeStyle const& style)
+{
+    Scanner scanner(text);
+    writtenTime_t time;
+    time.calendar.tm_year = scanner.number(4) - 1900;
+    scanner.expect('-');
+    time.calendar.tm_mon = scanner.number(2) - 1;
+    scanner.expect('-');
+    time.calendar.tm_mday = scanner.number(2);
+    if (scanner.accept("Tt ") != '\0')
+    {
+        scanTimeOfDay(scanner, time);
+    }
+    if (!scanner.isGood() || !scanner.isAtEnd() || !isInCalendar(time.calendar))
+    {
+        return std::nullopt;
+    }
+    bool const isLocal = style.isLocal && !time.offset;
+    time.calendar.tm_isdst = -1;
+    std::int64_t const seconds = isLocal ? std::mktime(&time.calendar) : timegm(&time.calendar);
+    std::int64_t const begin = seconds * kSecond + time.milliseconds - time.offset.value_or(0);
+    return period_t{begin, begin + time.length};
+}
+
+std::string isoText(std::int64_t milliseconds, TimeStyle const& style)
+{
+    // Rounded down, also before 1970.
+    std::int64_t const fraction = (milliseconds % kSecond + kSecond) % kSecond;
+    auto const seconds = static_cast<std::time_t>((milliseconds - fraction) / kSecond);
+    std::tm calendar = {};
+    if (milliseconds >= kCalendarEnd ||
+        (style.isLocal ? localtime_r(&seconds, &calendar) : gmtime_r(&seconds, &calendar)) == nullptr)
+    {
+        return std::to_string(milliseconds);
+    }
+    std::ostringstream text;
+    text << std::put_time(&calendar, "%Y-%m-%dT%H:%M:%S") << '.' << std::setfill('0') << std::setw(3) << fraction;
+    if (!style.isLocal)
+    {
+        return text.str() + "Z";
+    }
+    long const minutes = calendar.tm_gmtoff / 60;
+    long const amount = minutes < 0 ? -minutes : minutes;
+    text << (minutes < 0 ? '-' : '+') << std::setw(2) << amount / 60 << ':' << std::setw(2) << amount % 60;
+    return text.str();
+}
+
+timeUnit_t guessUnit(unsigned long long stamp)
+{
+    // In seconds these are the years up to 5138; in each smaller unit, those from 1973 to 5138.
+    if (stamp < 100'000'000'000)
+    {
+        return timeUnit_t::SECONDS;
+    }
+    if (stamp < 100'000'000'000'000)
+    {
+        return timeUnit_t::MILLISECONDS;
+    }
+    return stamp < 100'000'000'000'000'000 ? timeUnit_t::MICROSECONDS : timeUnit_t::NANOSECONDS;
+}
+
+std::optional<std::int64_t> timeOf(unsigned long long stamp, TimeStyle const& style)
+{
+    timeUnit_t const unit = style.unit == timeUnit_t::GUESSED ? guessUnit(stamp) : style.unit;
+    unsigned long long milliseconds = stamp;
+    switch (unit)
+    {
+    case timeUnit_t::SECONDS:
+        if (stamp >= static_cast<unsigned long long>(kCalendarEnd))
+        {
+            return std::nullopt;
+        }
+        milliseconds = stamp * kSecond;
+        break;
+    case timeUnit_t::MICROSECONDS:
+        milliseconds = stamp / kMicrosecondsPerMillisecond;
+        break;
+    case timeUnit_t::NANOSECONDS:
+        milliseconds = stamp / kNanosecondsPerMillisecond;
+        break;
+    default:
+        break;
+    }
+    if (stamp == 0 || milliseconds >= static_cast<unsigned long long>(kCalendarEnd))
+    {
+        return std::nullopt;
+    }
+    return static_cast<std::int64_t>(milliseconds);
+}
+
+std::string stampText(unsigned long long stamp, TimeStyle const& style)
+{
+    if (stamp == 0)
+    {
+        return "-";
+    }
+    std::optional<std::int64_t> const time = timeOf(stamp, style);
+    return time ? isoText(*time, style) : std::to_string(stamp);
+}
+
+unsigned long long stampOf(std::int64_t milliseconds, timeUnit_t unit)
+{
+    auto const amount = static_cast<unsigned long long>(milliseconds);
+    switch (unit)
+    {
+    case timeUnit_t::SECONDS:
+        return amount / kSecond;
+    case timeUnit_t::MICROSECONDS:
+        return amount * kMicrosecondsPerMillisecond;
+    case timeUnit_t::NANOSECONDS:
+        return amount * kNanosecondsPerMillisecond;
+    default:
+        return amount;
+    }
+}
+
+std::int64_t currentTime()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+} // namespace tool

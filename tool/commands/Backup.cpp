@@ -1,0 +1,201 @@
+// firaim backup: a consistent copy while others write.
+
+#include "../Command.h"
+#include "../FaultFile.h"
+#include "../Interrupt.h"
+#include "../Progress.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tool
+{
+
+namespace
+{
+
+/// Copied before writers get their turn: a few milliseconds' worth.
+constexpr int kPagesAtOnce = 256;
+/// Each time that a writer has made the copying begin anew, more is copied at once, in the end all.
+constexpr int kGrowth = 8;
+constexpr int kMostPagesAtOnce = INT_MAX / kGrowth;
+constexpr int kPauseMs = 5;
+
+struct Options
+{
+    std::string path;
+    std::string copy;
+    bool isForced = false;
+};
+
+bool isThere(std::string const& path)
+{
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0;
+}
+
+/// A file that is removed again unless it was kept.
+class PartialFile
+{
+public:
+    explicit PartialFile(std::string const& target) : m_path(target + ".partial-" + std::to_string(getpid())) {}
+    ~PartialFile()
+    {
+        if (!m_isKept)
+        {
+            static_cast<void>(std::remove(m_path.c_str()));
+            static_cast<void>(std::remove((m_path + "-journal").c_str()));
+        }
+    }
+    PartialFile(PartialFile const&) = delete;
+    PartialFile& operator=(PartialFile const&) = delete;
+
+    std::string const& path() const { return m_path; }
+
+    /// Gives the file its name, which lasts.
+    void keepAs(std::string const& target, bool isReplacing)
+    {
+        if (giveName(target, isReplacing) != 0)
+        {
+            throw Problem(STATUS_BAD_FILE, target + ": " + std::generic_category().message(errno));
+        }
+        m_isKept = true;
+        std::string const folder = target.substr(0, target.find_last_of('/') + 1) + ".";
+        int const descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (descriptor >= 0)
+        {
+            // Without success the copy is as good as any other new file.
+            static_cast<void>(fsync(descriptor));
+            static_cast<void>(close(descriptor));
+        }
+    }
+
+private:
+    int giveName(std::string const& target, bool isReplacing) const
+    {
+        if (!isReplacing)
+        {
+            int const result = renameat2(AT_FDCWD, m_path.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE);
+            // Memory sticks have file systems that cannot tell; that there was no such file was seen before.
+            if (result == 0 || (errno != EINVAL && errno != ENOSYS))
+            {
+                return result;
+            }
+        }
+        return rename(m_path.c_str(), target.c_str());
+    }
+
+    std::string const m_path;
+    bool m_isKept = false;
+};
+
+struct FinishBackup
+{
+    // What it says was said by the last step.
+    void operator()(sqlite3_backup* backup) const { static_cast<void>(sqlite3_backup_finish(backup)); }
+};
+
+/// Copies all pages of the one database into the other.
+void copyPages(Connection const& from, Connection const& to)
+{
+    Progress progress("copying");
+    std::unique_ptr<sqlite3_backup, FinishBackup> const backup(
+        sqlite3_backup_init(to.get(), "main", from.get(), "main"));
+    if (!backup)
+    {
+        throw SqliteProblem(to.path(), to.get(), sqlite3_extended_errcode(to.get()));
+    }
+    int pagesAtOnce = kPagesAtOnce;
+    int left = INT_MAX;
+    while (true)
+    {
+        interrupt::check();
+        int const code = sqlite3_backup_step(backup.get(), pagesAtOnce);
+        if (code == SQLITE_DONE)
+        {
+            return;
+        }
+        if (code != SQLITE_OK)
+        {
+            throw SqliteProblem(from.path(), nullptr, code);
+        }
+        int const leftNow = sqlite3_backup_remaining(backup.get());
+        int const total = sqlite3_backup_pagecount(backup.get());
+        if (leftNow > left)
+        {
+            pagesAtOnce = std::min(pagesAtOnce * kGrowth, kMostPagesAtOnce);
+        }
+        left = leftNow;
+        progress.show(total == 0 ? 0.0 : 1.0 - static_cast<double>(left) / total);
+        // Lets writers have the file for a moment.
+        static_cast<void>(interrupt::waitFor(-1, kPauseMs));
+    }
+}
+
+void requireFreeName(Options const& options)
+{
+    if (isThere(options.copy) && !options.isForced)
+    {
+        throw Problem(STATUS_BAD_FILE, options.copy + ": exists already; --force replaces it");
+    }
+    struct stat from = {};
+    struct stat to = {};
+    if (stat(options.path.c_str(), &from) == 0 && stat(options.copy.c_str(), &to) == 0)
+    {
+        if (from.st_dev == to.st_dev && from.st_ino == to.st_ino)
+        {
+            throw Problem(STATUS_BAD_USAGE, "backup: the copy would replace the file itself");
+        }
+        if (!S_ISREG(to.st_mode))
+        {
+            throw Problem(STATUS_BAD_FILE, options.copy + ": is no regular file, and is not replaced");
+        }
+    }
+    for (char const* const suffix : {"-journal", "-wal"})
+    {
+        // SQLite would take it for the copy's own and undo what is right.
+        if (isThere(options.copy + suffix))
+        {
+            throw Problem(STATUS_BAD_FILE, options.copy + suffix +
+                                               ": belongs to another file of that name; remove it or name the copy "
+                                               "otherwise");
+        }
+    }
+}
+
+int backup(Options const& options, Output&)
+{
+    FaultFile const file(options.path);
+    requireFreeName(options);
+    PartialFile partial(options.copy);
+    {
+        Connection const copy(partial.path(), Connection::CREATE);
+        copyPages(file.connection(), copy);
+    }
+    partial.keepAs(options.copy, options.isForced);
+    return STATUS_DONE;
+}
+
+} // namespace
+
+void addBackup(CLI::App& app, Request& request)
+{
+    CLI::App* const command =
+        addCommand(app, "backup", "Make a consistent copy while others write", "  firaim backup faults.db copy.db");
+    auto const options = std::make_shared<Options>();
+    addFile(*command, options->path);
+    command->add_option("COPY", options->copy, "The file to create")->required()->type_name("");
+    command->add_flag("--force", options->isForced, "Replace a file that is there");
+    runWith(*command, request, options, backup);
+}
+
+} // namespace tool

@@ -1,0 +1,60 @@
+// firaim codes: the fault codes that this program knows.
+
+#include "../Codes.h"
+#include "../Command.h"
+#include "../Json.h"
+#include "../TextTable.h"
+
+#include <cstdio>
+
+namespace tool
+{
+
+namespace
+{
+
+struct Options
+{
+    bool isJson = false;
+};
+
+std::string hexadecimal(unsigned int number)
+{
+    char text[11];
+    std::snprintf(text, sizeof text, "0x%04x", number);
+    return text;
+}
+
+int listCodes(Options const& options, Output& output)
+{
+    if (options.isJson)
+    {
+        JsonArray array(output);
+        for (code_t const& code : knownCodes())
+        {
+            array.add({{"FaultCode", code.number}, {"FaultCodeName", code.name}});
+        }
+        array.end();
+        output.writeLine("");
+        return STATUS_DONE;
+    }
+    TextTable table(output, {{"CODE", true}, {"HEX", true}, {"NAME"}});
+    for (code_t const& code : knownCodes())
+    {
+        table.add({std::to_string(code.number), hexadecimal(code.number), code.name});
+    }
+    table.end();
+    return STATUS_DONE;
+}
+
+} // namespace
+
+void addCodes(CLI::App& app, Request& request)
+{
+    CLI::App* const command = addCommand(app, "codes", "List the fault codes by name and number", "  firaim codes");
+    auto const options = std::make_shared<Options>();
+    addJson(*command, options->isJson);
+    runWith(*command, request, options, listCodes);
+}
+
+} // namespace tool

@@ -1,0 +1,108 @@
+// firaim create: a new, empty fault database.
+
+#include "../Command.h"
+#include "../Interrupt.h"
+#include "../Problem.h"
+
+#include <fdb/FaultDb.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <system_error>
+
+#include <sys/stat.h>
+
+namespace tool
+{
+
+namespace
+{
+
+struct Options
+{
+    std::string path;
+    bool isForced = false;
+};
+
+/// Keeps the signals that ask the program to end waiting for as long as it lives.
+class WithoutSignals
+{
+public:
+    WithoutSignals()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_BLOCK, &all, &m_before);
+    }
+    ~WithoutSignals() { sigprocmask(SIG_SETMASK, &m_before, nullptr); }
+    WithoutSignals(WithoutSignals const&) = delete;
+    WithoutSignals& operator=(WithoutSignals const&) = delete;
+
+private:
+    sigset_t m_before;
+};
+
+/// Whether something has the name `path`. The library takes a file that it must not read for none, and would empty it.
+bool isTaken(std::string const& path)
+{
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) == 0)
+    {
+        return true;
+    }
+    if (errno != ENOENT)
+    {
+        throw Problem(STATUS_BAD_FILE, path + ": " + std::generic_category().message(errno));
+    }
+    return false;
+}
+
+void requireReplaceable(Options const& options)
+{
+    if (!options.isForced)
+    {
+        throw Problem(STATUS_BAD_FILE, options.path + ": exists already; --force replaces it");
+    }
+    struct stat status = {};
+    if (lstat(options.path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+    {
+        throw Problem(STATUS_BAD_FILE, options.path + ": is no regular file, and is not replaced");
+    }
+}
+
+int create(Options const& options, Output&)
+{
+    bool const isReplaced = isTaken(options.path);
+    if (isReplaced)
+    {
+        requireReplaceable(options);
+    }
+    // It is created in several steps. The tables come all or, when a step fails, not at all.
+    WithoutSignals const whole;
+    int const result = FaultDb::getInstance()->createDb(options.path, options.isForced);
+    if (result == RESULT_OK)
+    {
+        return STATUS_DONE;
+    }
+    if (!isReplaced && result != RESULT_FILE_EXISTS)
+    {
+        // Only what this call has made can be there.
+        static_cast<void>(std::remove(options.path.c_str()));
+    }
+    throw Problem(STATUS_BAD_FILE, options.path + ": cannot be created (" + std::to_string(result) +
+                                       "); see that its folder is there and can be written to");
+}
+
+} // namespace
+
+void addCreate(CLI::App& app, Request& request)
+{
+    CLI::App* const command = addCommand(app, "create", "Create a fault database", "  firaim create faults.db");
+    auto const options = std::make_shared<Options>();
+    command->add_option("FILE", options->path, "The file to create")->required()->type_name("");
+    command->add_flag("--force", options->isForced, "Replace a file that is there; what it holds is lost");
+    runWith(*command, request, options, create);
+}
+
+} // namespace tool

@@ -1,0 +1,147 @@
+// firaim stats: the statistic of each fault code.
+
+#include "../Codes.h"
+#include "../Command.h"
+#include "../FaultFile.h"
+#include "../Json.h"
+#include "../Rows.h"
+#include "../Statistics.h"
+#include "../TextTable.h"
+
+#include <algorithm>
+
+namespace tool
+{
+
+namespace
+{
+
+constexpr std::size_t kBarWidth = 20;
+
+struct Options
+{
+    std::string path;
+    TimeStyle style;
+    std::string order = "count";
+    bool isReversed = false;
+    bool isActiveOnly = false;
+    bool isJson = false;
+};
+
+/// Whether the one statistic comes before the other: what a technician looks for first, first.
+bool comesBefore(FaultStatistic const& a, FaultStatistic const& b, std::string const& order)
+{
+    if (order == "count" && a.OccurenceCnt != b.OccurenceCnt)
+    {
+        return a.OccurenceCnt > b.OccurenceCnt;
+    }
+    if (order == "active" && a.FaultActive != b.FaultActive)
+    {
+        return a.FaultActive == FAULT_ACTIVE;
+    }
+    if (order == "first" && a.TimeFirstOccurredUTC != b.TimeFirstOccurredUTC)
+    {
+        return a.TimeFirstOccurredUTC < b.TimeFirstOccurredUTC;
+    }
+    if (order == "last" && a.TimeLastOccurredUTC != b.TimeLastOccurredUTC)
+    {
+        return a.TimeLastOccurredUTC > b.TimeLastOccurredUTC;
+    }
+    if (order == "name" && a.FaultCodeName != b.FaultCodeName)
+    {
+        return a.FaultCodeName < b.FaultCodeName;
+    }
+    return a.FaultCode < b.FaultCode;
+}
+
+void print(std::vector<statisticRow_t> const& rows, Options const& options, Output& output)
+{
+    unsigned short most = 0;
+    for (statisticRow_t const& row : rows)
+    {
+        most = std::max(most, row.statistic.OccurenceCnt);
+    }
+    std::vector<TextTable::heading_t> headings = {{"FAULT", false, true}, {"STATUS"},       {"COUNT", true},
+                                                  {"CYCLES", true},       {"FIRST"},        {"LAST"},
+                                                  {"ENTRY", true},        {"STARTUP", true}};
+    bool const hasBars = output.terminal().isDecorated;
+    if (hasBars)
+    {
+        headings.push_back({""});
+    }
+    TextTable table(output, headings);
+    for (statisticRow_t const& row : rows)
+    {
+        FaultStatistic const& statistic = row.statistic;
+        bool const isActive = statistic.FaultActive == FAULT_ACTIVE;
+        TextTable::row_t cells = {codeText(statistic.FaultCode, statistic.FaultCodeName),
+                                  {isActive ? "active" : "inactive", isActive ? style_t::ALARM : style_t::FAINT},
+                                  std::to_string(statistic.OccurenceCnt),
+                                  std::to_string(statistic.FaultActiveCycleCnt),
+                                  stampText(statistic.TimeFirstOccurredUTC, options.style),
+                                  stampText(statistic.TimeLastOccurredUTC, options.style),
+                                  std::to_string(statistic.FaultEntryId),
+                                  std::to_string(statistic.RdbStartupId)};
+        if (hasBars)
+        {
+            cells.emplace_back(barText(statistic.OccurenceCnt, most, kBarWidth, output.terminal()));
+        }
+        table.add(std::move(cells));
+    }
+    table.end();
+}
+
+int stats(Options const& options, Output& output)
+{
+    FaultFile const file(options.path);
+    std::vector<statisticRow_t> rows = readStatistics(file.connection(), options.style);
+    if (options.isActiveOnly)
+    {
+        rows.erase(std::remove_if(rows.begin(), rows.end(),
+                                  [](statisticRow_t const& row) { return row.statistic.FaultActive != FAULT_ACTIVE; }),
+                   rows.end());
+    }
+    std::stable_sort(rows.begin(), rows.end(),
+                     [&](statisticRow_t const& a, statisticRow_t const& b)
+                     { return comesBefore(a.statistic, b.statistic, options.order); });
+    if (options.isReversed)
+    {
+        std::reverse(rows.begin(), rows.end());
+    }
+    if (!options.isJson)
+    {
+        print(rows, options, output);
+        return STATUS_DONE;
+    }
+    JsonArray array(output);
+    for (statisticRow_t const& row : rows)
+    {
+        array.add(row.json);
+    }
+    array.end();
+    output.writeLine("");
+    return STATUS_DONE;
+}
+
+} // namespace
+
+void addStats(CLI::App& app, Request& request)
+{
+    CLI::App* const command = addCommand(app, "stats", "Show the statistic of each fault code",
+                                         "  firaim stats faults.db --active\n"
+                                         "  firaim stats faults.db --sort last");
+    auto const options = std::make_shared<Options>();
+    addFile(*command, options->path);
+    command->add_flag("--active", options->isActiveOnly, "Only those of faults that are active now");
+    command
+        ->add_option("--sort", options->order,
+                     "Order: count (largest first), last (latest first), first (earliest first), active, name, code")
+        ->check(CLI::IsMember({"count", "last", "first", "active", "name", "code"}).description(""))
+        ->type_name("BY");
+    command->add_flag("--reverse", options->isReversed, "The other way round");
+    addTimeStyle(*command, options->style);
+    addJson(*command, options->isJson);
+    runWith(*command, request, options, stats);
+}
+
+} // namespace tool

@@ -1,0 +1,302 @@
+// firaim summary: the page that a technician wants first.
+
+#include "../Codes.h"
+#include "../Command.h"
+#include "../FaultFile.h"
+#include "../Json.h"
+#include "../Progress.h"
+#include "../Rows.h"
+#include "../Statistics.h"
+#include "../Text.h"
+#include "../TextTable.h"
+#include "../Timeline.h"
+
+#include <algorithm>
+#include <map>
+
+#include <sys/stat.h>
+
+namespace tool
+{
+
+namespace
+{
+
+constexpr std::size_t kMostFrequent = 5;
+constexpr std::size_t kMostStartups = 10;
+constexpr std::size_t kMostPeriods = 12;
+constexpr std::size_t kBarWidth = 30;
+
+struct Options
+{
+    std::string path;
+    TimeStyle style;
+    bool isJson = false;
+};
+
+/// What one walk through all faults tells.
+struct Faults
+{
+    unsigned long long count = 0;
+    unsigned long long active = 0;
+    unsigned long long withoutTime = 0;
+    Timeline timeline;
+    std::map<unsigned int, unsigned long long> startups;
+};
+
+unsigned long long sizeOf(std::string const& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 ? static_cast<unsigned long long>(status.st_size) : 0;
+}
+
+std::string sizeText(unsigned long long bytes)
+{
+    constexpr unsigned long long kKiB = 1024;
+    return bytes < 10 * kKiB * kKiB ? grouped((bytes + kKiB - 1) / kKiB) + " KiB"
+                                    : grouped(bytes / (kKiB * kKiB)) + " MiB";
+}
+
+Faults walk(FaultFile const& file, TimeStyle const& style, Progress& progress)
+{
+    Faults faults;
+    FaultDecoder decoder;
+    RowReader reader(file.connection(), faultFormat(), order_t::OLDEST_FIRST);
+    reader.read(
+        [&](Statement const& row)
+        {
+            Fault const& fault = decoder.decode(row);
+            ++faults.count;
+            faults.active += fault.Status == FAULT_ACTIVE ? 1 : 0;
+            ++faults.startups[fault.RdbStartupId];
+            std::optional<std::int64_t> const time = timeOf(fault.TimeStampUTC, style);
+            time ? faults.timeline.add(*time) : static_cast<void>(++faults.withoutTime);
+            return true;
+        },
+        [&] { progress.show(reader.progress()); });
+    return faults;
+}
+
+std::vector<statisticRow_t> activeOnes(std::vector<statisticRow_t> const& statistics)
+{
+    std::vector<statisticRow_t> active;
+    std::copy_if(statistics.begin(), statistics.end(), std::back_inserter(active),
+                 [](statisticRow_t const& row) { return row.statistic.FaultActive == FAULT_ACTIVE; });
+    std::stable_sort(active.begin(), active.end(),
+                     [](statisticRow_t const& a, statisticRow_t const& b)
+                     { return a.statistic.TimeLastOccurredUTC > b.statistic.TimeLastOccurredUTC; });
+    return active;
+}
+
+std::vector<statisticRow_t> mostFrequent(std::vector<statisticRow_t> statistics)
+{
+    std::stable_sort(statistics.begin(), statistics.end(),
+                     [](statisticRow_t const& a, statisticRow_t const& b)
+                     { return a.statistic.OccurenceCnt > b.statistic.OccurenceCnt; });
+    statistics.resize(std::min(statistics.size(), kMostFrequent));
+    return statistics;
+}
+
+/// The start-ups with the highest ids, which are the latest, these first.
+std::vector<std::pair<unsigned int, unsigned long long>> latestStartups(Faults const& faults)
+{
+    std::vector<std::pair<unsigned int, unsigned long long>> latest;
+    for (auto startup = faults.startups.rbegin(); startup != faults.startups.rend() && latest.size() < kMostStartups;
+         ++startup)
+    {
+        latest.emplace_back(*startup);
+    }
+    return latest;
+}
+
+/// A list of names, counts and bars below a heading.
+class CountList
+{
+public:
+    CountList(Output& output, std::string const& heading) : m_output(output), m_heading(heading) {}
+
+    void add(std::string const& name, unsigned long long count)
+    {
+        m_entries.emplace_back(name, count);
+        m_most = std::max(m_most, count);
+    }
+
+    void print() const
+    {
+        m_output.writeLine("");
+        TextTable table(m_output, {{m_heading}, {"COUNT", true}, {""}});
+        for (auto const& [name, count] : m_entries)
+        {
+            table.add({name, grouped(count), barText(count, m_most, kBarWidth, m_output.terminal())});
+        }
+        table.end();
+    }
+
+private:
+    Output& m_output;
+    std::string const m_heading;
+    std::vector<std::pair<std::string, unsigned long long>> m_entries;
+    unsigned long long m_most = 0;
+};
+
+void printActive(std::vector<statisticRow_t> const& active, TimeStyle const& style, Output& output)
+{
+    output.writeLine("");
+    if (active.empty())
+    {
+        output.writeLine("No fault is active.");
+        return;
+    }
+    TextTable table(output, {{"ACTIVE NOW", false, true}, {"COUNT", true}, {"LAST"}, {"ENTRY", true}});
+    for (statisticRow_t const& row : active)
+    {
+        FaultStatistic const& statistic = row.statistic;
+        table.add({{codeText(statistic.FaultCode, statistic.FaultCodeName), style_t::ALARM},
+                   grouped(statistic.OccurenceCnt),
+                   stampText(statistic.TimeLastOccurredUTC, style),
+                   std::to_string(statistic.FaultEntryId)});
+    }
+    table.end();
+}
+
+void printFaults(Faults const& faults, TimeStyle const& style, Output& output)
+{
+    if (faults.count == 0)
+    {
+        return;
+    }
+    CountList startups(output, "FAULTS PER START-UP");
+    for (auto const& [startup, count] : latestStartups(faults))
+    {
+        startups.add(std::to_string(startup), count);
+    }
+    startups.print();
+    if (faults.startups.size() > kMostStartups)
+    {
+        output.writeLine("and " + counted(faults.startups.size() - kMostStartups, "earlier start-up"));
+    }
+    if (!faults.timeline.isEmpty())
+    {
+        std::vector<Timeline::period_t> const periods = faults.timeline.periods(kMostPeriods);
+        CountList timeline(output, "FAULTS PER " + lengthText(periods.front()));
+        for (Timeline::period_t const& period : periods)
+        {
+            timeline.add(periodText(period, style), period.count);
+        }
+        timeline.print();
+    }
+    if (faults.withoutTime > 0)
+    {
+        output.writeLine(counted(faults.withoutTime, "fault") + " without a time");
+    }
+}
+
+/// What is known at once goes out at once; walking through a large file takes its time.
+void print(FaultFile const& file, Options const& options, Output& output)
+{
+    Terminal const& terminal = output.terminal();
+    auto const line = [&](char const* name, std::string const& value)
+    { output.writeLine(styled(name, style_t::STRONG, terminal) + visible(value)); };
+    line("File            ", file.path() + " (" + sizeText(sizeOf(file.path())) + ")");
+    line("Format version  ", file.formatVersion().value_or("missing or not the only one"));
+    output.flush();
+    std::vector<statisticRow_t> const statistics = readStatistics(file.connection(), options.style);
+    std::vector<statisticRow_t> const active = activeOnes(statistics);
+    Faults faults;
+    {
+        Progress progress("reading");
+        faults = walk(file, options.style, progress);
+    }
+    Timeline const& timeline = faults.timeline;
+    line("Period          ", timeline.isEmpty() ? "-"
+                                                : isoText(timeline.first(), options.style) + " to " +
+                                                      isoText(timeline.last(), options.style) + " (" +
+                                                      durationText(timeline.last() - timeline.first()) + ")");
+    line("Faults          ", grouped(faults.count) + ", " + grouped(faults.active) + " of them recorded as active, " +
+                                 counted(faults.startups.size(), "start-up"));
+    line("Statistics      ", counted(statistics.size(), "code") + ", " + grouped(active.size()) + " active now");
+    printActive(active, options.style, output);
+    if (!statistics.empty())
+    {
+        CountList frequent(output, "MOST FREQUENT");
+        for (statisticRow_t const& row : mostFrequent(statistics))
+        {
+            frequent.add(codeText(row.statistic.FaultCode, row.statistic.FaultCodeName), row.statistic.OccurenceCnt);
+        }
+        frequent.print();
+    }
+    printFaults(faults, options.style, output);
+}
+
+json_t jsonOf(std::vector<statisticRow_t> const& statistics)
+{
+    json_t list = json_t::array();
+    for (statisticRow_t const& row : statistics)
+    {
+        list.push_back(row.json);
+    }
+    return list;
+}
+
+json_t jsonSummary(FaultFile const& file, Options const& options)
+{
+    std::vector<statisticRow_t> const statistics = readStatistics(file.connection(), options.style);
+    std::vector<statisticRow_t> const active = activeOnes(statistics);
+    Progress progress("reading");
+    Faults const faults = walk(file, options.style, progress);
+    bool const hasTimes = !faults.timeline.isEmpty();
+    json_t summary;
+    summary["File"] = file.path();
+    summary["Bytes"] = sizeOf(file.path());
+    summary["FormatVersion"] = file.formatVersion() ? json_t(*file.formatVersion()) : json_t(nullptr);
+    summary["First"] = hasTimes ? json_t(isoText(faults.timeline.first(), options.style)) : json_t(nullptr);
+    summary["Last"] = hasTimes ? json_t(isoText(faults.timeline.last(), options.style)) : json_t(nullptr);
+    summary["Faults"] = faults.count;
+    summary["FaultsRecordedAsActive"] = faults.active;
+    summary["FaultsWithoutTime"] = faults.withoutTime;
+    summary["Statistics"] = statistics.size();
+    summary["Active"] = jsonOf(active);
+    summary["MostFrequent"] = jsonOf(mostFrequent(statistics));
+    summary["Startups"] = json_t::array();
+    for (auto const& [startup, count] : latestStartups(faults))
+    {
+        summary["Startups"].push_back({{"RdbStartupId", startup}, {"Faults", count}});
+    }
+    summary["Timeline"] = json_t::array();
+    for (Timeline::period_t const& period : faults.timeline.periods(kMostPeriods))
+    {
+        summary["Timeline"].push_back({{"Begin", isoText(period.begin, options.style)},
+                                       {"End", isoText(period.end, options.style)},
+                                       {"Faults", period.count}});
+    }
+    return summary;
+}
+
+int summarize(Options const& options, Output& output)
+{
+    FaultFile const file(options.path);
+    if (options.isJson)
+    {
+        output.writeLine(jsonText(jsonSummary(file, options), output.terminal()));
+    }
+    else
+    {
+        print(file, options, output);
+    }
+    return STATUS_DONE;
+}
+
+} // namespace
+
+void addSummary(CLI::App& app, Request& request)
+{
+    CLI::App* const command =
+        addCommand(app, "summary", "Show what a file holds on one page", "  firaim summary faults.db");
+    auto const options = std::make_shared<Options>();
+    addFile(*command, options->path);
+    addTimeStyle(*command, options->style);
+    addJson(*command, options->isJson);
+    runWith(*command, request, options, summarize);
+}
+
+} // namespace tool

@@ -1,0 +1,262 @@
+// firaim watch: what other processes record, as they record it.
+
+#include "../Codes.h"
+#include "../Command.h"
+#include "../FaultFile.h"
+#include "../FileWatch.h"
+#include "../Interrupt.h"
+#include "../Json.h"
+#include "../Rows.h"
+#include "../Statistics.h"
+#include "../Text.h"
+#include "../TextTable.h"
+
+#include <sqlite3.h>
+
+#include <map>
+
+namespace tool
+{
+
+namespace
+{
+
+/// For changes that the system does not tell of.
+constexpr int kLongestWaitMs = 2000;
+/// When the file was locked by a writer at the moment of looking.
+constexpr int kRetryMs = 20;
+/// Many changes in a row are looked at together.
+constexpr int kGatheringMs = 50;
+
+struct Options
+{
+    std::string path;
+    TimeStyle style;
+    unsigned long long last = 0;
+    bool isJson = false;
+};
+
+/// Says what has changed since the last look.
+class Follower
+{
+public:
+    Follower(Options const& options, Output& output)
+        : m_options(options), m_output(output), m_file(std::in_place, options.path)
+    {
+        m_file->connection().waitForLocks(0);
+    }
+
+    /// Begins with what is there already: nothing of that is said but the last faults that were asked for.
+    void begin();
+    /// Returns whether the file could be looked at.
+    bool look();
+    /// Goes on with another file of the same name, from its beginning.
+    void reopen();
+
+private:
+    bool isChanged();
+    void lookAtFaults();
+    void lookAtStatistics(bool isSaid);
+    void say(Statement const& row, Fault const& fault);
+    void say(statisticRow_t const& row);
+    void sayLine(std::string const& text, faultStatus_t status, std::string const& rest);
+
+    Options const& m_options;
+    Output& m_output;
+    std::optional<FaultFile> m_file;
+    FaultDecoder m_decoder;
+    std::optional<std::int64_t> m_version; ///< of the file, as SQLite counts what others write
+    std::int64_t m_lastKey = std::numeric_limits<std::int64_t>::min();
+    std::map<unsigned long long, json_t> m_statistics; ///< by key, as they were
+};
+
+void Follower::begin()
+{
+    std::int64_t const newest = m_file->connection().number("SELECT max(EntryId) FROM FdbFaultTbl");
+    m_lastKey = newest;
+    if (m_options.last > 0)
+    {
+        Statement first = m_file->connection().prepare("SELECT EntryId FROM FdbFaultTbl ORDER BY EntryId DESC LIMIT 1 "
+                                                       "OFFSET ?1");
+        auto const offset = std::min<unsigned long long>(m_options.last, std::numeric_limits<std::int64_t>::max());
+        first.bind(1, static_cast<std::int64_t>(offset));
+        m_lastKey = first.step() ? first.integer(0) : std::numeric_limits<std::int64_t>::min();
+    }
+    lookAtStatistics(false);
+    lookAtFaults();
+    m_output.flush();
+}
+
+bool Follower::isChanged()
+{
+    std::int64_t const version = m_file->connection().number("PRAGMA data_version");
+    return m_version != version;
+}
+
+bool Follower::look()
+{
+    try
+    {
+        if (isChanged())
+        {
+            // Before the rows: what comes in between is looked at once more.
+            std::int64_t const version = m_file->connection().number("PRAGMA data_version");
+            lookAtFaults();
+            lookAtStatistics(true);
+            m_version = version;
+        }
+        m_output.flush();
+        return true;
+    }
+    catch (SqliteProblem const& problem)
+    {
+        int const code = problem.code() & 0xff;
+        // A writer is at work; or one was cut off, and the next one to open the file puts that right.
+        if (code != SQLITE_BUSY && code != SQLITE_READONLY)
+        {
+            throw;
+        }
+        m_output.flush();
+        return false;
+    }
+}
+
+void Follower::reopen()
+{
+    m_file.emplace(m_options.path);
+    m_file->connection().waitForLocks(0);
+    m_version.reset();
+    m_lastKey = std::numeric_limits<std::int64_t>::min();
+    m_statistics.clear();
+}
+
+void Follower::lookAtFaults()
+{
+    keyRange_t range;
+    if (m_lastKey == range.last)
+    {
+        return;
+    }
+    range.first = m_lastKey + 1;
+    RowReader reader(m_file->connection(), faultFormat(), order_t::OLDEST_FIRST, range);
+    reader.read(
+        [&](Statement const& row)
+        {
+            say(row, m_decoder.decode(row));
+            m_lastKey = row.integer(faultColumn::ENTRY_ID);
+            return true;
+        },
+        [&] { m_output.flush(); });
+}
+
+void Follower::lookAtStatistics(bool isSaid)
+{
+    for (statisticRow_t const& row : readStatistics(m_file->connection(), m_options.style))
+    {
+        json_t& known = m_statistics[row.statistic.EntryId];
+        if (known != row.json)
+        {
+            known = row.json;
+            if (isSaid)
+            {
+                say(row);
+            }
+        }
+    }
+}
+
+void Follower::say(Statement const& row, Fault const& fault)
+{
+    if (m_options.isJson)
+    {
+        json_t event = {{"Event", "fault"}};
+        event.update(jsonRow(row, faultFormat(), m_options.style));
+        m_output.writeLine(jsonText(event, m_output.terminal()));
+        return;
+    }
+    std::string rest;
+    for (std::string const* const text : {&fault.ModuleName, &fault.Parameter, &fault.Description})
+    {
+        rest += text->empty() ? "" : "  " + visible(*text);
+    }
+    sayLine(stampText(fault.TimeStampUTC, m_options.style) + "  fault " + std::to_string(fault.EntryId) + "  " +
+                visible(codeText(fault.FaultCode, fault.FaultCodeName)) + "  ",
+            fault.Status, rest);
+}
+
+void Follower::say(statisticRow_t const& row)
+{
+    if (m_options.isJson)
+    {
+        json_t event = {{"Event", "statistic"}};
+        event.update(row.json);
+        m_output.writeLine(jsonText(event, m_output.terminal()));
+        return;
+    }
+    FaultStatistic const& statistic = row.statistic;
+    sayLine(stampText(statistic.TimeLastOccurredUTC, m_options.style) + "  statistic  " +
+                visible(codeText(statistic.FaultCode, statistic.FaultCodeName)) + "  ",
+            statistic.FaultActive, "  count " + std::to_string(statistic.OccurenceCnt));
+}
+
+void Follower::sayLine(std::string const& text, faultStatus_t status, std::string const& rest)
+{
+    bool const isActive = status == FAULT_ACTIVE;
+    m_output.writeLine(
+        text +
+        styled(isActive ? "active" : "inactive", isActive ? style_t::ALARM : style_t::FAINT, m_output.terminal()) +
+        rest);
+}
+
+/// Waits for the file to come back, when something removed or replaced it.
+void followName(Options const& options, FileWatch& files, Follower& follower)
+{
+    if (!files.isThere())
+    {
+        complain(options.path + ": the file is gone; waiting for it to come back");
+        while (!files.isThere() && !interrupt::isPending())
+        {
+            files.wait(kLongestWaitMs);
+        }
+    }
+    while (files.isReplaced() && !interrupt::isPending())
+    {
+        complain(options.path + ": another file has got this name; following that");
+        follower.reopen();
+    }
+}
+
+int watch(Options const& options, Output& output)
+{
+    FileWatch files(options.path);
+    Follower follower(options, output);
+    follower.begin();
+    bool isSeen = false; // What was written since the beginning may not be told of any more.
+    while (!interrupt::isPending())
+    {
+        if (isSeen)
+        {
+            files.wait(kLongestWaitMs);
+        }
+        static_cast<void>(interrupt::waitFor(-1, isSeen ? kGatheringMs : kRetryMs));
+        followName(options, files, follower);
+        isSeen = follower.look();
+    }
+    return STATUS_DONE;
+}
+
+} // namespace
+
+void addWatch(CLI::App& app, Request& request)
+{
+    CLI::App* const command = addCommand(app, "watch", "Follow new faults and changing statistics until interrupted",
+                                         "  firaim watch faults.db --last 10");
+    auto const options = std::make_shared<Options>();
+    addFile(*command, options->path);
+    command->add_option("--last", options->last, "Begin with the newest N faults that are there")->type_name("N");
+    addTimeStyle(*command, options->style);
+    addJson(*command, options->isJson);
+    runWith(*command, request, options, watch);
+}
+
+} // namespace tool
