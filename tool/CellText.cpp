@@ -35,15 +35,6 @@ void appendReal(std::string& text, double number)
     }
 }
 
-void appendHexadecimal(std::string& text, std::string_view bytes)
-{
-    for (char const c : bytes)
-    {
-        auto const byte = static_cast<unsigned char>(c);
-        text += {"0123456789ABCDEF"[byte / 16], "0123456789ABCDEF"[byte % 16]};
-    }
-}
-
 /// Appends `value` between `quote` and `quote`, with those inside doubled.
 void appendQuoted(std::string& text, std::string_view value, char quote)
 {
@@ -83,7 +74,7 @@ void appendCsv(std::string& text, Statement const& row, int column)
         appendReal(text, row.real(column));
         return;
     case SQLITE_BLOB:
-        appendHexadecimal(text, row.blob(column));
+        text += hexadecimal(row.blob(column));
         return;
     default:
         break;
@@ -121,7 +112,7 @@ void appendSql(std::string& text, Statement const& row, int column)
         return;
     case SQLITE_BLOB:
         text += "X'";
-        appendHexadecimal(text, row.blob(column));
+        text += hexadecimal(row.blob(column));
         text.push_back('\'');
         return;
     default:
@@ -134,7 +125,7 @@ void appendSql(std::string& text, Statement const& row, int column)
         return;
     }
     text += "CAST(X'";
-    appendHexadecimal(text, value);
+    text += hexadecimal(value);
     text += "' AS TEXT)";
 }
 

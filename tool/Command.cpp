@@ -42,7 +42,7 @@ void addFilters(CLI::App& command, FilterOptions& filter)
 {
     command.add_option("--code", filter.code, "Faults with this code, by name or number")->type_name("CODE");
     command.add_option("--module", filter.module, "Faults of this module")->type_name("NAME");
-    command.add_option("--startup", filter.startup, "Faults recorded under this start-up id")->type_name("N");
+    addNumber(command, "--startup", filter.startup, "Faults recorded under this start-up id");
     command.add_flag("--active", filter.isActiveOnly, "Faults recorded as active");
     command.add_option("--since", filter.since, "Faults from this time on, such as 2031-05-04 or 2031-05-04T03:02Z")
         ->type_name("TIME");

@@ -40,6 +40,16 @@ void addWatch(CLI::App& app, Request& request);
 CLI::App* addCommand(CLI::App& app, std::string const& name, std::string const& description,
                      std::string const& examples);
 
+/// An option with a number that is not negative: without this check a minus sign would make a huge one of it.
+template <class Number>
+CLI::Option* addNumber(CLI::App& command, std::string const& name, Number& number, std::string const& description)
+{
+    return command.add_option(name, number, description)
+        ->check([](std::string const& text)
+                { return text.find('-') == std::string::npos ? std::string() : "must not be negative: " + text; })
+        ->type_name("N");
+}
+
 // What several commands have in common.
 void addFile(CLI::App& command, std::string& path);
 void addJson(CLI::App& command, bool& isJson);

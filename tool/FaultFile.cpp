@@ -12,6 +12,7 @@
 #include <fstream>
 #include <system_error>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,10 +43,9 @@ bool isInWalMode(std::string const& path)
     return header.back() == kReadVersionWal;
 }
 
-/// Whether a problem with reading the file is that a crashed writer's work has to be undone first.
-bool isRecoveryNeeded(int code)
+bool mayRead(std::string const& path)
 {
-    return code == SQLITE_READONLY_ROLLBACK || code == SQLITE_READONLY_RECOVERY || code == SQLITE_READONLY_CANTINIT;
+    return faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) == 0;
 }
 
 Problem recoveryProblem(std::string const& path, char const* journal)
@@ -118,21 +118,20 @@ Connection openForLooking(std::string const& path)
     }
     catch (SqliteProblem const& problem)
     {
-        bool const isWal = isInWalMode(path);
-        if (isRecoveryNeeded(problem.code()) ||
-            (!isWal && problem.code() != SQLITE_NOTADB && hasContent(path + "-journal") &&
-             (problem.code() & 0xff) == SQLITE_CANTOPEN))
+        int const kind = problem.code() & 0xff;
+        if (isInWalMode(path) && (kind == SQLITE_CANTOPEN || kind == SQLITE_READONLY) && mayRead(path))
         {
-            throw recoveryProblem(path, isWal ? "-wal" : "-journal");
-        }
-        // Its index cannot be created on a read-only medium. Without a log it is not needed either.
-        if (isWal && (problem.code() & 0xff) == SQLITE_CANTOPEN && access(path.c_str(), R_OK) == 0)
-        {
+            // The log's index cannot be created on a read-only medium. Without a log it is not needed either.
             if (hasContent(path + "-wal"))
             {
                 throw recoveryProblem(path, "-wal");
             }
             return openUnchanging(path);
+        }
+        if (problem.code() == SQLITE_READONLY_ROLLBACK ||
+            (kind == SQLITE_CANTOPEN && mayRead(path) && hasContent(path + "-journal")))
+        {
+            throw recoveryProblem(path, "-journal");
         }
         throw;
     }
@@ -167,7 +166,7 @@ FaultFile::FaultFile(std::string const& path) : m_connection(openForLooking(path
 void requireWritableFaultFile(std::string const& path)
 {
     requireFile(path);
-    if (access(path.c_str(), W_OK) != 0)
+    if (faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0)
     {
         throw Problem(STATUS_BAD_FILE, path + ": cannot be written: " + systemError(errno));
     }

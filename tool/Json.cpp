@@ -10,18 +10,6 @@ namespace tool
 namespace
 {
 
-std::string hexadecimal(std::string_view bytes)
-{
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (char const c : bytes)
-    {
-        auto const byte = static_cast<unsigned char>(c);
-        text += {kDigits[byte / 16], kDigits[byte % 16]};
-    }
-    return text;
-}
-
 json_t jsonCell(Statement const& row, int column)
 {
     switch (row.type(column))

@@ -42,7 +42,7 @@ bool isSeen(utf8proc_int32_t codePoint)
     }
 }
 
-std::string hexadecimal(unsigned int number, std::size_t digits)
+std::string digitsOf(unsigned int number, std::size_t digits)
 {
     std::string text(digits, '0');
     for (auto digit = text.rbegin(); digit != text.rend(); ++digit, number /= 16)
@@ -67,9 +67,9 @@ std::string escapeOf(unsigned int codePoint)
     }
     if (codePoint < 0x80)
     {
-        return "\\x" + hexadecimal(codePoint, 2);
+        return "\\x" + digitsOf(codePoint, 2);
     }
-    return codePoint < 0x10000 ? "\\u" + hexadecimal(codePoint, 4) : "\\U" + hexadecimal(codePoint, 8);
+    return codePoint < 0x10000 ? "\\u" + digitsOf(codePoint, 4) : "\\U" + digitsOf(codePoint, 8);
 }
 
 bool isPlain(char c)
@@ -106,7 +106,7 @@ std::string visible(std::string_view text)
         character_t const character = firstCharacter(text);
         if (character.codePoint < 0)
         {
-            result.append("\\x" + hexadecimal(static_cast<unsigned char>(text.front()), 2));
+            result.append("\\x" + hexadecimal(text.substr(0, 1)));
         }
         else if (isSeen(character.codePoint))
         {
@@ -165,6 +165,19 @@ bool containsIgnoringCase(std::string_view text, std::string_view part)
 bool equalIgnoringCase(std::string_view left, std::string_view right)
 {
     return std::equal(left.begin(), left.end(), right.begin(), right.end(), equalLowered);
+}
+
+std::string hexadecimal(std::string_view bytes)
+{
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    text.reserve(2 * bytes.size());
+    for (char const c : bytes)
+    {
+        auto const byte = static_cast<unsigned char>(c);
+        text += {kDigits[byte / 16], kDigits[byte % 16]};
+    }
+    return text;
 }
 
 std::string grouped(unsigned long long count)

@@ -25,6 +25,9 @@ bool containsIgnoringCase(std::string_view text, std::string_view part);
 /// Whether the two are equal, the case of ASCII letters apart.
 bool equalIgnoringCase(std::string_view left, std::string_view right);
 
+/// Two hexadecimal digits for each byte.
+std::string hexadecimal(std::string_view bytes);
+
 /// `count` with separators between thousands: "1,234,567".
 std::string grouped(unsigned long long count);
 

@@ -51,11 +51,12 @@ int explain(CLI::App const& app, CLI::ParseError const& problem, Output& output)
     std::ostringstream results;
     std::ostringstream complaints;
     int const code = app.exit(problem, results, complaints);
-    output.write(results.str());
-    if (output.pending() > 0)
+    std::string text = results.str();
+    if (!text.empty() && text.back() != '\n')
     {
-        output.write("\n"); // A footer ends without one.
+        text += '\n'; // A footer ends without one.
     }
+    output.write(text);
     output.flush();
     std::cerr << complaints.str() << std::flush;
     return code == 0 ? STATUS_DONE : STATUS_BAD_USAGE;

@@ -123,7 +123,7 @@ void addList(CLI::App& app, Request& request)
     auto const options = std::make_shared<Options>();
     addFile(*command, options->path);
     addFilters(*command, options->filter);
-    command->add_option("--last", options->last, "No more than the newest N of them")->type_name("N");
+    addNumber(*command, "--last", options->last, "No more than the newest N of them");
     addTimeStyle(*command, options->style);
     addJson(*command, options->isJson);
     runWith(*command, request, options, list);

@@ -248,16 +248,15 @@ std::vector<CLI::Option*> addFaultOptions(CLI::App& command, Options& options)
         command.add_option("--module", fault.ModuleName, "Module that reports it")->type_name("NAME"),
         command.add_option("--param", fault.Parameter, "Parameter")->type_name("TEXT"),
         command.add_option("--description", fault.Description, "Description")->type_name("TEXT"),
-        command.add_option("--startup", options.request.startup, "Start-up id; that of the newest fault if absent")
-            ->type_name("N"),
+        addNumber(command, "--startup", options.request.startup, "Start-up id; that of the newest fault if absent"),
         command.add_option("--time", options.time, "Time, such as 2031-05-04T03:02:01Z; now if absent")
             ->type_name("TIME"),
         command.add_option("--time-zone", fault.TimeZone, "Time zone of the device; UTC if absent")->type_name("TEXT"),
         command.add_option("--signals-file", fault.DiagSignalsDumpFileName, "File with dumped signals")
             ->type_name("NAME"),
         command.add_option("--config-backup", fault.CfgBackupFile, "Configuration backup")->type_name("NAME"),
-        command.add_option("--up-time", fault.LoggerUpTime, "Up-time of the device")->type_name("N"),
-        command.add_option("--life-time", fault.LoggerLifeTime, "Life-time of the device")->type_name("N")};
+        addNumber(command, "--up-time", fault.LoggerUpTime, "Up-time of the device"),
+        addNumber(command, "--life-time", fault.LoggerLifeTime, "Life-time of the device")};
 }
 
 } // namespace

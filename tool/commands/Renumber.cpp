@@ -163,8 +163,8 @@ void addRenumber(CLI::App& app, Request& request)
                                          "  firaim renumber faults.db --from 7 --to 8");
     auto const options = std::make_shared<Options>();
     addFile(*command, options->path);
-    command->add_option("--from", options->from, "The start-up id that they have")->required()->type_name("N");
-    command->add_option("--to", options->to, "The start-up id that they are to get")->required()->type_name("N");
+    addNumber(*command, "--from", options->from, "The start-up id that they have")->required();
+    addNumber(*command, "--to", options->to, "The start-up id that they are to get")->required();
     runWith(*command, request, options, renumber);
 }
 

@@ -150,7 +150,7 @@ void addTrim(CLI::App& app, Request& request)
     auto const options = std::make_shared<Options>();
     addFile(*command, options->path);
     CLI::Option_group* const limit = command->add_option_group("which");
-    limit->add_option("--keep", options->keep, "Keep the newest N")->type_name("N");
+    addNumber(*limit, "--keep", options->keep, "Keep the newest N");
     limit->add_option("--before", options->before, "Remove those before this time; those without a time stay")
         ->type_name("TIME");
     limit->require_option(1);

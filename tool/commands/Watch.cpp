@@ -253,7 +253,7 @@ void addWatch(CLI::App& app, Request& request)
                                          "  firaim watch faults.db --last 10");
     auto const options = std::make_shared<Options>();
     addFile(*command, options->path);
-    command->add_option("--last", options->last, "Begin with the newest N faults that are there")->type_name("N");
+    addNumber(*command, "--last", options->last, "Begin with the newest N faults that are there");
     addTimeStyle(*command, options->style);
     addJson(*command, options->isJson);
     runWith(*command, request, options, watch);

@@ -1,0 +1,165 @@
+// Renumbering, trimming, copying: what changes, and above all what does not.
+
+#include "ToolProcess.h"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <filesystem>
+
+namespace
+{
+
+using testing::HasSubstr;
+
+class Changing : public ToolTest
+{
+protected:
+    Changing() { createSample(); }
+
+    std::string faults() { return value("SELECT group_concat(EntryId) FROM FdbFaultTbl"); }
+};
+
+using Renumbering = Changing;
+using Trimming = Changing;
+using CopyingAFile = Changing;
+
+} // namespace
+
+TEST_F(Renumbering, MovesFaultsAndStatistics)
+{
+    outcome_t const outcome = runTool({"renumber", path, "--from", "2", "--to", "4294967295"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "moved 2 faults and 2 statistics from start-up id 2 to 4294967295\n");
+    EXPECT_EQ(value("SELECT group_concat(RdbStartupId) FROM FdbFaultTbl"), "1,4294967295,4294967295");
+    EXPECT_EQ(value("SELECT group_concat(RdbStartupId) FROM FdbFaultStatisticTbl"), "4294967295,4294967295");
+}
+
+TEST_F(Renumbering, SaysWhichRowsStayBehindAndWhy)
+{
+    insertFault("RdbStartupId,Description,ModuleName", "2,'it''s','o''clock'");
+    RawDb(path).exec("UPDATE FdbFaultStatisticTbl SET TimeZoneLastOccurred = '''' WHERE EntryId = 2");
+    outcome_t const outcome = runTool({"renumber", path, "--from", "2", "--to", "3"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "moved 2 faults and 1 statistic from start-up id 2 to 3\n"
+                              "1 fault and 1 statistic stayed behind\n");
+    EXPECT_THAT(outcome.errors,
+                HasSubstr("firaim: FdbFaultTbl row 4 stays behind: a text with a quote cannot be written "
+                          "back by the library (ModuleName, Description)\n"));
+    EXPECT_THAT(outcome.errors, HasSubstr("firaim: FdbFaultStatisticTbl row 2 stays behind: a text with a quote cannot "
+                                          "be written back by the library (TimeZoneLastOccurred)\n"));
+    EXPECT_EQ(value("SELECT RdbStartupId || Description FROM FdbFaultTbl WHERE EntryId = 4"), "2it's");
+}
+
+TEST_F(Renumbering, AnswersNoWhenNothingHasTheId)
+{
+    outcome_t const outcome = runTool({"renumber", path, "--from", "9", "--to", "3"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.errors, HasSubstr("nothing has the start-up id 9"));
+}
+
+TEST_F(Renumbering, RefusesWhereOneStatisticWouldBeWrittenOverAnother)
+{
+    RawDb(path).exec("UPDATE FdbFaultStatisticTbl SET FaultCode = 1025, RdbStartupId = EntryId");
+    outcome_t const outcome = runTool({"renumber", path, "--from", "2", "--to", "3"});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.errors, HasSubstr("several statistics have the code 1025"));
+    EXPECT_EQ(value("SELECT group_concat(RdbStartupId) FROM FdbFaultTbl"), "1,2,2");
+}
+
+TEST_F(Trimming, KeepsTheNewest)
+{
+    EXPECT_EQ(output({"trim", path, "--keep", "2"}), "removed 1 fault\n");
+    EXPECT_EQ(faults(), "2,3");
+    EXPECT_EQ(output({"trim", path, "--keep", "2"}), "removed 0 faults\n");
+    EXPECT_EQ(output({"trim", path, "--keep", "4294967295"}), "removed 0 faults\n");
+}
+
+TEST_F(Trimming, NeverRemovesAFaultThatAnActiveStatisticRefersTo)
+{
+    RawDb(path).exec("UPDATE FdbFaultStatisticTbl SET FaultEntryId = 1 WHERE EntryId = 1; INSERT INTO "
+                     "FdbFaultStatisticTbl(FaultActive) VALUES('active')");
+    EXPECT_EQ(output({"trim", path, "--keep", "0"}),
+              "removed 2 faults\n1 old fault stays: active statistics refer to it\n");
+    EXPECT_EQ(faults(), "1");
+    RawDb(path).exec("UPDATE FdbFaultStatisticTbl SET FaultActive = 'inactive'");
+    EXPECT_EQ(output({"trim", path, "--keep", "0"}), "removed 1 fault\n");
+}
+
+TEST_F(Trimming, RemovesThoseBeforeATimeButNoneWithoutOne)
+{
+    insertFault("TimeStampUTC", "0");
+    insertFault("TimeStampUTC", "1935630121");
+    insertFault("TimeStampUTC", "'x'");
+    EXPECT_EQ(output({"trim", path, "--before", "2031-05-05"}), "removed 3 faults\n");
+    EXPECT_EQ(faults(), "3,4,6");
+}
+
+TEST_F(Trimming, NeverUsesAKeyAgain)
+{
+    output({"trim", path, "--keep", "1", "--vacuum"});
+    RawDb(path).exec("UPDATE FdbFaultStatisticTbl SET FaultActive = 'inactive'");
+    output({"trim", path, "--keep", "0", "--vacuum"});
+    EXPECT_EQ(output({"record", path, "--code", "FC_BUS_OFF"}), "4\n");
+}
+
+TEST_F(Trimming, ADryRunChangesNothing)
+{
+    std::string const before = readFile(path);
+    EXPECT_EQ(output({"trim", path, "--keep", "1", "--dry-run", "--vacuum"}), "would remove 2 faults\n");
+    EXPECT_EQ(readFile(path), before);
+}
+
+TEST_F(Trimming, VacuumGivesTheSpaceBack)
+{
+    RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) INSERT INTO "
+                     "FdbFaultTbl(Description) SELECT 'some text' FROM n");
+    auto const before = std::filesystem::file_size(path);
+    EXPECT_THAT(output({"trim", path, "--keep", "10", "--vacuum"}), HasSubstr("removed 4,992 faults\n"));
+    EXPECT_LT(std::filesystem::file_size(path), before / 4);
+    EXPECT_LE(std::filesystem::file_size(path + "-journal"), 65536u);
+    EXPECT_EQ(value("PRAGMA integrity_check"), "ok");
+}
+
+TEST_F(CopyingAFile, MakesAWholeCopy)
+{
+    std::string const copy = dir.file("copy.db");
+    EXPECT_EQ(output({"backup", path, copy}), "");
+    EXPECT_EQ(output({"export", copy, "--format", "json"}), output({"export", path, "--format", "json"}));
+    EXPECT_EQ(output({"check", copy}), copy + ": nothing is wrong\n");
+    EXPECT_FALSE(exists(copy + "-journal"));
+}
+
+TEST_F(CopyingAFile, NeverReplacesAFileUnasked)
+{
+    std::string const copy = dir.file("copy.db");
+    writeFile(copy, "precious");
+    outcome_t const outcome = runTool({"backup", path, copy});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.errors, HasSubstr("exists already"));
+    EXPECT_EQ(readFile(copy), "precious");
+    output({"backup", path, copy, "--force"});
+    EXPECT_EQ(output({"check", copy}), copy + ": nothing is wrong\n");
+}
+
+TEST_F(CopyingAFile, NeverReplacesItself)
+{
+    EXPECT_EQ(runTool({"backup", path, path, "--force"}).status, 2);
+    EXPECT_EQ(faults(), "1,2,3");
+}
+
+TEST_F(CopyingAFile, RefusesANameBesideWhichAnotherFilesJournalLies)
+{
+    std::string const copy = dir.file("copy.db");
+    writeFile(copy + "-journal", "x");
+    outcome_t const outcome = runTool({"backup", path, copy});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.errors, HasSubstr("copy.db-journal: belongs to another file"));
+    EXPECT_FALSE(exists(copy));
+}
+
+TEST_F(CopyingAFile, LeavesNothingWhereItCannotBeDone)
+{
+    EXPECT_EQ(runTool({"backup", path, dir.file("no/copy.db")}).status, 3);
+    EXPECT_EQ(faults(), "1,2,3");
+}

@@ -1,0 +1,202 @@
+// What is wrong with a file, each thing for itself.
+
+#include "ToolProcess.h"
+
+#include <gmock/gmock.h>
+
+namespace
+{
+
+using testing::HasSubstr;
+
+class Checking : public ToolTest
+{
+protected:
+    Checking() { createSample(); }
+
+    /// Expects the check to find one thing, and that `what` is part of what it says.
+    void expectFinding(std::string const& what)
+    {
+        std::string const before = readFile(path);
+        outcome_t const outcome = runTool({"check", path});
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.errors, "");
+        EXPECT_THAT(outcome.output, HasSubstr(what));
+        EXPECT_THAT(outcome.output, HasSubstr("\nwhat to do ("));
+        EXPECT_THAT(outcome.output, HasSubstr(path + ": 1 finding\n"));
+        EXPECT_EQ(readFile(path), before);
+    }
+    void expectFinding(std::string const& sql, std::string const& what)
+    {
+        RawDb(path).exec(sql);
+        expectFinding(what);
+    }
+    void expectNothing()
+    {
+        outcome_t const outcome = runTool({"check", path});
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_EQ(outcome.output, path + ": nothing is wrong\n");
+        EXPECT_EQ(outcome.errors, "");
+    }
+};
+
+} // namespace
+
+TEST_F(Checking, FindsNothingWrongWithASoundFile)
+{
+    expectNothing();
+}
+
+TEST_F(Checking, FindsATableThatIsMissing)
+{
+    expectFinding("DROP TABLE FdbFaultStatisticTbl", "schema: table FdbFaultStatisticTbl is missing\n");
+}
+
+TEST_F(Checking, FindsAColumnThatIsMissing)
+{
+    expectFinding("ALTER TABLE FdbFaultTbl DROP COLUMN SystemDateTimeString",
+                  "schema: FdbFaultTbl has no column 'SystemDateTimeString'\n");
+}
+
+TEST_F(Checking, FindsAColumnThatWasRenamed)
+{
+    expectFinding("ALTER TABLE FdbFaultTbl RENAME COLUMN ModuleName TO Module",
+                  "schema: FdbFaultTbl column 4 is 'Module' instead of 'ModuleName'\n");
+}
+
+TEST_F(Checking, FindsAColumnThatDoesNotBelongThere)
+{
+    expectFinding("ALTER TABLE FdbVersionTbl ADD COLUMN Extra",
+                  "schema: FdbVersionTbl column 3 is 'Extra', which does not belong there\n");
+}
+
+TEST_F(Checking, FindsAColumnOfAnotherType)
+{
+    expectFinding("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER PRIMARY KEY "
+                  "AUTOINCREMENT NOT NULL, Component VARCHAR, Version TEXT); INSERT INTO FdbVersionTbl VALUES(1, "
+                  "'FormatVersion', '1.0.0')",
+                  "schema: FdbVersionTbl column 2 ('Version') is of type 'TEXT' instead of 'VARCHAR'\n");
+}
+
+TEST_F(Checking, FindsAKeyThatIsNone)
+{
+    expectFinding("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER, Component VARCHAR, "
+                  "Version VARCHAR); INSERT INTO FdbVersionTbl VALUES(1, 'FormatVersion', '1.0.0')",
+                  "schema: FdbVersionTbl column 0 ('VersionEntryId') is not the key\n");
+}
+
+TEST_F(Checking, FindsAStatementThatDiffersThoughTheColumnsDoNot)
+{
+    expectFinding("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER PRIMARY KEY NOT NULL, "
+                  "Component VARCHAR, Version VARCHAR); INSERT INTO FdbVersionTbl VALUES(1, 'FormatVersion', '1.0.0')",
+                  "schema: FdbVersionTbl was created by another statement: CREATE TABLE FdbVersionTbl (VersionEntryId "
+                  "INTEGER PRIMARY KEY NOT NULL, ");
+}
+
+TEST_F(Checking, FindsWhatIsNotPartOfTheFormat)
+{
+    expectFinding("CREATE TRIGGER t AFTER INSERT ON FdbFaultTbl BEGIN DELETE FROM FdbFaultTbl; END",
+                  "schema: trigger 't' is not part of the file format\n");
+}
+
+TEST_F(Checking, FindsAnotherFormatVersion)
+{
+    expectFinding("UPDATE FdbVersionTbl SET Version = '1.0.1'",
+                  "version: format version is '1.0.1' instead of '1.0.0'\n");
+}
+
+TEST_F(Checking, FindsAFormatVersionThatIsMissingOrNotTheOnlyOne)
+{
+    expectFinding("INSERT INTO FdbVersionTbl VALUES(2, 'formatversion', '1.0.0')",
+                  "version: FdbVersionTbl has 2 rows of ");
+    expectFinding("DELETE FROM FdbVersionTbl", "version: FdbVersionTbl has 0 rows of ");
+}
+
+TEST_F(Checking, FindsAStatisticWhoseFaultIsMissing)
+{
+    expectFinding("UPDATE FdbFaultStatisticTbl SET FaultEntryId = 99 WHERE EntryId = 2",
+                  "reference: FdbFaultStatisticTbl row 2 (FaultCode 1285) refers to fault 99, which is missing\n");
+}
+
+TEST_F(Checking, FindsNothingWrongWithAFaultThatTrimHasRemoved)
+{
+    output({"trim", path, "--keep", "1"});
+    EXPECT_EQ(value("SELECT group_concat(EntryId) FROM FdbFaultTbl"), "3");
+    expectNothing();
+}
+
+TEST_F(Checking, FindsTheMissingFaultOfAnActiveStatisticHoweverOld)
+{
+    expectFinding("DELETE FROM FdbFaultTbl WHERE EntryId = 1; UPDATE FdbFaultStatisticTbl SET FaultEntryId = 1 WHERE "
+                  "EntryId = 1",
+                  "refers to fault 1, which is missing\n");
+}
+
+TEST_F(Checking, FindsTwoStatisticsOfOneCode)
+{
+    expectFinding("UPDATE FdbFaultStatisticTbl SET FaultCode = 1025",
+                  "statistic: FaultCode 1025 has 2 rows in FdbFaultStatisticTbl\n");
+}
+
+TEST_F(Checking, FindsEachKindOfDamagedCell)
+{
+    std::vector<std::pair<std::string, std::string>> const damages = {
+        {"FaultCode = '42abc'", "FaultCode holds '42abc' and no whole number"},
+        {"FaultCode = 1.5", "FaultCode holds '1.5' and no whole number"},
+        {"FaultCode = -1", "FaultCode holds -1, which is no number of 32 bits"},
+        {"FaultCode = 4294967296", "FaultCode holds 4294967296, which is no number of 32 bits"},
+        {"TimeStampUTC = NULL", "TimeStampUTC is NULL"},
+        {"TimeStampUTC = 9223372036854775808", "TimeStampUTC holds '9.22337203685478e+18' and no whole number"},
+        {"Description = NULL", "Description is NULL"},
+        {"Description = x'00'", "Description holds a blob"},
+        {"Description = CAST(x'610062' AS TEXT)", "Description holds a text with a zero byte"},
+        {"Status = 'active'", "Status holds 'active', which is no status"},
+        {"Status = ''", "Status holds '', which is no status"},
+    };
+    for (auto const& [damage, finding] : damages)
+    {
+        expectFinding("UPDATE FdbFaultTbl SET " + damage + " WHERE EntryId = 2", "cell: FdbFaultTbl row 2: " + finding);
+        RawDb(path).exec(
+            "UPDATE FdbFaultTbl SET (FaultCode, TimeStampUTC, Description, Status) = (1285, 1935630122000, "
+            "'', 'ErrorInactive') WHERE EntryId = 2");
+    }
+    expectFinding("UPDATE FdbFaultStatisticTbl SET OccurenceCnt = 65536 WHERE EntryId = 1",
+                  "cell: FdbFaultStatisticTbl row 1: OccurenceCnt holds 65536, which is no number of 16 bits");
+}
+
+TEST_F(Checking, FindsDamagedPages)
+{
+    RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 500) INSERT INTO "
+                     "FdbFaultTbl(Description) SELECT 'x' FROM n");
+    std::string bytes = readFile(path);
+    ASSERT_GT(bytes.size(), 24576u);
+    bytes.replace(20480, 4096, std::string(4096, '\x55'));
+    writeFile(path, bytes);
+    outcome_t const outcome = runTool({"check", path});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.output, HasSubstr("integrity: "));
+    EXPECT_THAT(outcome.output, HasSubstr("what to do (integrity): "));
+    EXPECT_EQ(readFile(path), bytes);
+}
+
+TEST_F(Checking, NamesOnlySoManyOfAKindAndCountsTheRest)
+{
+    RawDb(path).exec("DELETE FROM FdbFaultStatisticTbl; WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
+                     "WHERE i < 30) INSERT INTO FdbFaultStatisticTbl SELECT NULL, i, '', 0, 0, '', '', 0, 'x', 0, 0, 0 "
+                     "FROM n");
+    outcome_t const outcome = runTool({"check", path});
+    EXPECT_THAT(outcome.output, HasSubstr("row 22: "));
+    EXPECT_THAT(outcome.output, testing::Not(HasSubstr("row 23: ")));
+    EXPECT_THAT(outcome.output, HasSubstr("\ncell: and 10 more\n"));
+    EXPECT_THAT(outcome.output, HasSubstr(": 30 findings\n"));
+}
+
+TEST_F(Checking, PrintsFindingsAsJson)
+{
+    EXPECT_EQ(output({"check", path, "--json"}), "[]\n");
+    RawDb(path).exec("UPDATE FdbVersionTbl SET Version = '1.0.1'");
+    outcome_t const outcome = runTool({"check", path, "--json"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.output, testing::StartsWith("[\n{\"Kind\":\"version\",\"Finding\":\"format version is '1.0.1' "
+                                                    "instead of '1.0.0'\",\"Advice\":\""));
+}

@@ -1,0 +1,247 @@
+// What holds for every command: arguments, help, exit status, and files that cannot be used.
+
+#include "ToolProcess.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include <sys/stat.h>
+
+namespace
+{
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+/// Every command that is given a database, with what else it needs.
+std::vector<std::vector<std::string>> const kCommandsOnFiles = {
+    {"backup", "FILE", "FILE.copy"},
+    {"check", "FILE"},
+    {"clear", "FILE", "--code", "FC_BUS_OFF"},
+    {"export", "FILE", "--format", "csv"},
+    {"list", "FILE"},
+    {"record", "FILE", "--code", "FC_BUS_OFF"},
+    {"record", "FILE", "--stdin"},
+    {"recover", "FILE"},
+    {"renumber", "FILE", "--from", "1", "--to", "2"},
+    {"show", "FILE", "1"},
+    {"stats", "FILE"},
+    {"summary", "FILE"},
+    {"trim", "FILE", "--keep", "1"},
+    {"trim", "FILE", "--keep", "1", "--dry-run"},
+    {"watch", "FILE"},
+};
+
+std::vector<std::string> withFile(std::vector<std::string> command, std::string const& path)
+{
+    for (std::string& argument : command)
+    {
+        if (argument.rfind("FILE", 0) == 0)
+        {
+            argument = path + argument.substr(4);
+        }
+    }
+    return command;
+}
+
+class CommandLine : public ToolTest
+{
+protected:
+    std::size_t filesInFolder() const
+    {
+        std::filesystem::directory_iterator const files(dir.path());
+        return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+    }
+
+    void expectRefused(std::string const& file, std::string const& reason)
+    {
+        for (auto const& command : kCommandsOnFiles)
+        {
+            outcome_t const outcome = runTool(withFile(command, file));
+            EXPECT_EQ(outcome.status, 3) << command[0];
+            EXPECT_EQ(outcome.output, "") << command[0];
+            EXPECT_THAT(outcome.errors, HasSubstr(reason)) << command[0];
+        }
+    }
+};
+
+} // namespace
+
+TEST_F(CommandLine, WithoutACommandIsBadUsage)
+{
+    outcome_t const outcome = runTool({});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_THAT(outcome.errors, HasSubstr("--help"));
+}
+
+TEST_F(CommandLine, BadUsageIsSaidOnStandardErrorWithStatus2)
+{
+    create();
+    std::vector<std::vector<std::string>> const bad = {
+        {"nonsense"},
+        {"list"},
+        {"list", path, "--nonsense"},
+        {"list", path, "--last", "many"},
+        {"list", path, "--last", "-1"},
+        {"list", path, "--code", "FC_NONSENSE"},
+        {"list", path, "--since", "yesterday"},
+        {"list", path, "--time-unit", "h"},
+        {"show", path},
+        {"show", path, "x"},
+        {"stats", path, "--sort", "nonsense"},
+        {"record", path},
+        {"record", path, "--code", "FC_BUS_OFF", "--stdin"},
+        {"record", path, "--code", "4294967296"},
+        {"record", path, "--code", "FC_BUS_OFF", "--time", "2031-02-30"},
+        {"record", path, "--code", "FC_BUS_OFF", "--time", "1969-12-31"},
+        {"clear", path},
+        {"export", path},
+        {"export", path, "--format", "xml"},
+        {"export", path, "--format", "csv", "--table", "all"},
+        {"export", path, "--format", "csv", "--table", "statistics", "--active"},
+        {"renumber", path, "--from", "1"},
+        {"renumber", path, "--from", "1", "--to", "1"},
+        {"trim", path},
+        {"trim", path, "--keep", "1", "--before", "2031-01-01"},
+        {"trim", path, "--before", "soon"},
+        {"backup", path},
+    };
+    for (auto const& arguments : bad)
+    {
+        outcome_t const outcome = runTool(arguments);
+        std::string const said = testing::PrintToString(arguments);
+        EXPECT_EQ(outcome.status, 2) << said;
+        EXPECT_EQ(outcome.output, "") << said;
+        EXPECT_NE(outcome.errors, "") << said;
+    }
+    EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"), "0");
+}
+
+TEST_F(CommandLine, HelpNamesEveryCommandAndTheExitStatus)
+{
+    std::string const help = output({"--help"});
+    for (auto const& command : kCommandsOnFiles)
+    {
+        EXPECT_THAT(help, HasSubstr("\n  " + command[0] + " ")) << command[0];
+    }
+    EXPECT_THAT(help, HasSubstr("Exit status: 0 done; 1 "));
+}
+
+TEST_F(CommandLine, HelpOfEachCommandHasAnExample)
+{
+    std::vector<std::vector<std::string>> commands = kCommandsOnFiles;
+    commands.push_back({"create"});
+    commands.push_back({"codes"});
+    for (auto const& command : commands)
+    {
+        EXPECT_THAT(output({command[0], "--help"}), HasSubstr("\nExample:\n  firaim " + command[0])) << command[0];
+    }
+}
+
+TEST_F(CommandLine, VersionIsThatOfTheLibrary)
+{
+    EXPECT_EQ(output({"--version"}), "firaim " FIRAIM_TEST_VERSION "\n");
+}
+
+TEST_F(CommandLine, AMistypedFileNameIsRefusedAndCreatesNothing)
+{
+    expectRefused(dir.file("mistyped.db"), "mistyped.db: No such file or directory");
+    EXPECT_EQ(filesInFolder(), 0u);
+}
+
+TEST_F(CommandLine, AFolderIsRefused)
+{
+    expectRefused(dir.path(), "is a folder");
+}
+
+TEST_F(CommandLine, AFifoIsRefusedAndNotWaitedFor)
+{
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    expectRefused(path, "is no regular file");
+}
+
+TEST_F(CommandLine, AFileThatIsNoDatabaseIsRefusedAndStaysAsItIs)
+{
+    std::string const bytes(5000, 'x');
+    writeFile(path, bytes);
+    expectRefused(path, "file is not a database");
+    EXPECT_EQ(readFile(path), bytes);
+    EXPECT_EQ(filesInFolder(), 1u);
+}
+
+TEST_F(CommandLine, ADatabaseOfSomethingElseIsRefusedByAllButCheck)
+{
+    RawDb(path).exec("CREATE TABLE notes(text)");
+    for (auto const& command : kCommandsOnFiles)
+    {
+        outcome_t const outcome = runTool(withFile(command, path));
+        EXPECT_EQ(outcome.status, command[0] == "check" ? 1 : 3) << command[0];
+        EXPECT_THAT(outcome.errors + outcome.output, HasSubstr("FdbFaultTbl")) << command[0];
+    }
+    EXPECT_EQ(value("SELECT count(*) FROM sqlite_master"), "1");
+}
+
+TEST_F(CommandLine, AnEmptyFileIsRefusedAndStaysEmpty)
+{
+    writeFile(path, "");
+    outcome_t const outcome = runTool({"record", path, "--code", "FC_BUS_OFF"});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.errors, HasSubstr("no table FdbFaultTbl"));
+    EXPECT_EQ(readFile(path), "");
+}
+
+TEST_F(CommandLine, ATableThatIsAViewIsRefusedBeforeItsRowsAreAskedFor)
+{
+    create();
+    RawDb(path).exec("DROP TABLE FdbFaultTbl; CREATE VIEW FdbFaultTbl AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
+                     "SELECT i + 1 FROM n) SELECT i AS EntryId FROM n");
+    outcome_t const outcome = runTool({"list", path});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.errors, HasSubstr("FdbFaultTbl is a view"));
+}
+
+TEST_F(CommandLine, NamesThatMeanSomethingToSqliteAreFileNames)
+{
+    std::string const odd = dir.file("file:a.db?mode=memory%20#x'y");
+    output({"create", odd});
+    EXPECT_EQ(output({"record", odd, "--code", "FC_BUS_OFF"}), "1\n");
+    EXPECT_THAT(output({"list", odd, "--json"}), HasSubstr("\"EntryId\":1"));
+    EXPECT_TRUE(exists(odd));
+}
+
+TEST_F(CommandLine, WritingToAnotherFormatVersionIsRefusedAndLookingIsNot)
+{
+    createSample();
+    RawDb(path).exec("UPDATE FdbVersionTbl SET Version = '2.0.0'");
+    outcome_t const looking = runTool({"list", path});
+    EXPECT_EQ(looking.status, 0);
+    EXPECT_THAT(looking.output, HasSubstr("FC_SENSOR_TIMEOUT"));
+    EXPECT_THAT(looking.errors, HasSubstr("format version 2.0.0 is not 1.0.0"));
+    for (std::vector<std::string> const& arguments :
+         {std::vector<std::string>{"record", path, "--code", "FC_BUS_OFF"}, {"trim", path, "--keep", "0"}})
+    {
+        outcome_t const outcome = runTool(arguments);
+        EXPECT_EQ(outcome.status, 3);
+        EXPECT_THAT(outcome.errors, HasSubstr("only files of version 1.0.0 are written to"));
+    }
+    EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"), "3");
+}
+
+TEST_F(CommandLine, TheLibrarysLogLinesGoToStandardError)
+{
+    createSample();
+    outcome_t const outcome = runTool({"renumber", path, "--from", "2", "--to", "3"});
+    EXPECT_EQ(outcome.output, "moved 2 faults and 2 statistics from start-up id 2 to 3\n");
+    EXPECT_THAT(outcome.errors, StartsWith("[INFO] FDB::updateRdbStartup() new ID=3old ID=2\n"));
+}
+
+TEST_F(CommandLine, OutputThatCannotBeWrittenIsAFailure)
+{
+    createSample();
+    int const status =
+        std::system(("'" FIRAIM_TEST_TOOL "' list '" + path + "' >/dev/full 2>'" + dir.file("err") + "'").c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+    EXPECT_THAT(readFile(dir.file("err")), HasSubstr("cannot write to standard output"));
+}

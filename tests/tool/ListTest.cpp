@@ -1,0 +1,323 @@
+// Looking at faults and statistics: exact output for small files, filters, JSON.
+
+#include "ToolProcess.h"
+
+#include <gmock/gmock.h>
+
+namespace
+{
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class Listing : public ToolTest
+{
+protected:
+    Listing() { createSample(); }
+
+    /// The keys of the faults that are listed, in their order.
+    std::string keys(std::vector<std::string> options)
+    {
+        options.insert(options.begin(), {"list", path, "--json"});
+        std::string const json = output(options);
+        std::string found;
+        constexpr char kField[] = "{\"EntryId\":";
+        for (std::size_t at = json.find(kField); at != std::string::npos; at = json.find(kField, at + 1))
+        {
+            std::size_t const begin = at + sizeof kField - 1;
+            found += json.substr(begin, json.find(',', begin) - begin) + " ";
+        }
+        return found;
+    }
+};
+
+using Showing = Listing;
+using Statistics = Listing;
+using Summary = Listing;
+
+} // namespace
+
+TEST_F(Listing, ShowsTheNewestFirst)
+{
+    EXPECT_EQ(output({"list", path}),
+              "ID  TIME                      FAULT              STATUS    MODULE  PARAMETER  STARTUP  DESCRIPTION\n"
+              " 3  2031-05-05T03:02:01.500Z  FC_BUS_OFF         active    can0                     2  no answer\n"
+              " 2  2031-05-04T03:02:02.000Z  FC_SENSOR_TIMEOUT  inactive  can0                     2\n"
+              " 1  2031-05-04T03:02:01.000Z  FC_BUS_OFF         active    can0    p1               1  no answer\n");
+}
+
+TEST_F(Listing, PrintsTheRowsOfTheFileAsJson)
+{
+    EXPECT_EQ(output({"list", path, "--json", "--last", "1"}),
+              "[\n{\"EntryId\":3,\"DateTimeString\":\"2031-05-04T03:02:01.000Z\",\"FaultCode\":1025,\"FaultCodeName\":"
+              "\"FC_BUS_OFF\",\"ModuleName\":\"can0\",\"Parameter\":\"\",\"TimeStampUTC\":1935716521500,\"TimeZone\":"
+              "\"UTC\",\"Status\":\"ErrorActive\",\"Description\":\"no answer\",\"DiagSignalsDumpFileName\":\"\","
+              "\"LoggerUpTime\":11,\"LoggerLifeTime\":12,\"CfgBackupFile\":\"\",\"RdbStartupId\":2,"
+              "\"SystemDateTimeString\":\"2031-05-04T03:02:01.000Z\",\"Time\":\"2031-05-05T03:02:01.500Z\"}\n]\n");
+    RawDb(path).exec("DELETE FROM FdbFaultTbl");
+    EXPECT_EQ(runTool({"list", path, "--json"}).output, "[]\n");
+}
+
+TEST_F(Listing, FiltersChooseAmongFaults)
+{
+    EXPECT_EQ(keys({}), "3 2 1 ");
+    EXPECT_EQ(keys({"--code", "FC_BUS_OFF"}), "3 1 ");
+    EXPECT_EQ(keys({"--code", "0x0505"}), "2 ");
+    EXPECT_EQ(keys({"--active"}), "3 1 ");
+    EXPECT_EQ(keys({"--startup", "2"}), "3 2 ");
+    EXPECT_EQ(keys({"--last", "2"}), "3 2 ");
+    EXPECT_EQ(keys({"--last", "1", "--code", "FC_SENSOR_TIMEOUT"}), "2 ");
+    EXPECT_EQ(keys({"--after", "1"}), "3 2 ");
+    EXPECT_EQ(keys({"--module", "can0", "--startup", "1"}), "1 ");
+    EXPECT_EQ(keys({"--grep", "NO ANS"}), "3 1 ");
+    EXPECT_EQ(keys({"--grep", "P1"}), "1 ");
+}
+
+TEST_F(Listing, TimesThatAreShortenedNameAllOfADayMinuteOrSecond)
+{
+    EXPECT_EQ(keys({"--since", "2031-05-05"}), "3 ");
+    EXPECT_EQ(keys({"--until", "2031-05-04"}), "2 1 ");
+    EXPECT_EQ(keys({"--until", "2031-05-04T03:02"}), "2 1 ");
+    EXPECT_EQ(keys({"--until", "2031-05-04T03:02:01Z"}), "1 ");
+    EXPECT_EQ(keys({"--since", "2031-05-04T03:02:01.001Z", "--until", "2031-05-05T03:02:01.499Z"}), "2 ");
+    EXPECT_EQ(keys({"--since", "2031-05-04T05:02:02+02:00", "--until", "2031-05-04 03:02:02Z"}), "2 ");
+}
+
+TEST_F(Listing, LocalTimesAreReadAndShownInTheZoneOfTheMachine)
+{
+    setting_t berlin;
+    berlin.environment["TZ"] = "CET-1CEST,M3.5.0,M10.5.0/3";
+    EXPECT_THAT(output({"list", path, "--local", "--last", "1"}, berlin),
+                HasSubstr(" 3  2031-05-05T05:02:01.500+02:00  "));
+    EXPECT_THAT(output({"list", path, "--local", "--since", "2031-05-05T05:02"}, berlin), HasSubstr("\n 3  "));
+    EXPECT_THAT(runTool({"list", path, "--local", "--since", "2031-05-05T05:03"}, berlin).errors,
+                HasSubstr("no fault is dated 2031-05-05T05:03:00.000+02:00 or later"));
+    EXPECT_THAT(output({"list", path, "--last", "1"}, berlin), HasSubstr(" 3  2031-05-05T03:02:01.500Z  "));
+}
+
+TEST_F(Listing, TheUnitOfTimeIsGuessedOrTold)
+{
+    for (char const* const stamp : {"1935630121", "1935630121000", "1935630121000000", "1935630121000000000"})
+    {
+        insertFault("TimeStampUTC", stamp);
+        EXPECT_THAT(output({"list", path, "--last", "1"}), HasSubstr("  2031-05-04T03:02:01.000Z  ")) << stamp;
+    }
+    insertFault("TimeStampUTC", "5000");
+    EXPECT_THAT(output({"list", path, "--last", "1", "--time-unit", "ms"}), HasSubstr("  1970-01-01T00:00:05.000Z  "));
+    EXPECT_THAT(output({"list", path, "--last", "1", "--time-unit", "s"}), HasSubstr("  1970-01-01T01:23:20.000Z  "));
+}
+
+TEST_F(Listing, ATimeThatWasNotSetOrLiesBeyondTheCalendarIsNoTime)
+{
+    insertFault("TimeStampUTC", "0");
+    EXPECT_THAT(output({"list", path, "--last", "1"}), HasSubstr(" 4  -     FC_BUS_OFF"));
+    EXPECT_EQ(keys({"--since", "1970-01-01"}), "3 2 1 ");
+    insertFault("TimeStampUTC", "9223372036854775807");
+    EXPECT_THAT(output({"list", path, "--last", "1", "--time-unit", "ms"}), HasSubstr(" 5  9223372036854775807  "));
+}
+
+TEST_F(Listing, AFilterThatNamesSomethingUnknownSaysSo)
+{
+    std::vector<std::pair<std::vector<std::string>, std::string>> const unknown = {
+        {{"--module", "can9"}, "no fault is of the module 'can9'"},
+        {{"--startup", "9"}, "no fault has the start-up id 9"},
+        {{"--code", "FC_CLOCK_JUMP"}, "no fault has the code FC_CLOCK_JUMP"},
+        {{"--grep", "xyz"}, "no fault mentions 'xyz'"},
+        {{"--since", "2032-01-01"}, "no fault is dated 2032-01-01T00:00:00.000Z or later"},
+        {{"--until", "2030-12-31"}, "no fault is dated before 2031-01-01T00:00:00.000Z"},
+        {{"--after", "3"}, "there is no fault after key 3"},
+        {{"--startup", "1", "--code", "FC_SENSOR_TIMEOUT"}, "no fault answers to all that was asked for"},
+    };
+    for (auto const& [options, reason] : unknown)
+    {
+        std::vector<std::string> arguments = {"list", path};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        outcome_t const outcome = runTool(arguments);
+        EXPECT_EQ(outcome.status, 0) << reason;
+        EXPECT_THAT(outcome.output, testing::Not(HasSubstr("\n "))) << reason;
+        EXPECT_EQ(outcome.errors, "firaim: " + reason + "\n");
+    }
+}
+
+TEST_F(Listing, ACodeThatOnlyTheFileKnowsIsFoundByItsName)
+{
+    insertFault("FaultCode,FaultCodeName", "77777,'FC_OF_THE_DEVICE'");
+    RawDb(path).exec("INSERT INTO FdbFaultStatisticTbl(FaultCode,FaultCodeName) VALUES(77777,'FC_OF_THE_DEVICE')");
+    EXPECT_EQ(keys({"--code", "fc_of_the_device"}), "4 ");
+    EXPECT_THAT(output({"list", path, "--last", "1"}), HasSubstr("  FC_OF_THE_DEVICE  "));
+}
+
+TEST_F(Listing, WhatAFilterContainsIsNeverSql)
+{
+    std::string const hostile = "' OR 1=1; DROP TABLE FdbFaultTbl; --";
+    for (char const* const option : {"--module", "--grep"})
+    {
+        EXPECT_EQ(runTool({"list", path, option, hostile}).status, 0);
+    }
+    EXPECT_EQ(runTool({"list", path, "--code", hostile}).status, 2);
+    insertFault("ModuleName", "'it''s'");
+    EXPECT_EQ(keys({"--module", "it's"}), "4 ");
+    EXPECT_EQ(keys({"--grep", "t'S"}), "4 ");
+    EXPECT_EQ(runTool({"list", path, "--json", "--grep", "%"}).output, "[]\n");
+}
+
+TEST_F(Listing, ReadsAnyNumberOfBatchesAndAnyKeys)
+{
+    RawDb(path).exec(
+        "CREATE TEMP TABLE keys AS WITH RECURSIVE n(i) AS (SELECT -1500 UNION ALL SELECT i + 3 FROM n "
+        "WHERE i < 6000) SELECT i FROM n; INSERT INTO keys VALUES(9223372036854775807), "
+        "(-9223372036854775808); DELETE FROM FdbFaultTbl; INSERT INTO FdbFaultTbl SELECT i, '', 1, '', '', "
+        "'', 1, '', 'ErrorActive', '', '', 1, 1, '', 1, '' FROM keys");
+    std::string expected;
+    for (auto const& row : RawDb(path).rows("SELECT EntryId FROM FdbFaultTbl ORDER BY EntryId DESC"))
+    {
+        expected += *row[0] + " ";
+    }
+    EXPECT_EQ(keys({}), expected);
+}
+
+TEST_F(Listing, DamagedCellsAreReadAsTheLibraryReadsThem)
+{
+    insertFault("FaultCode,RdbStartupId,Status,ModuleName", "'42abc','x','odd',NULL");
+    outcome_t const outcome = runTool({"list", path, "--last", "1"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.output,
+                HasSubstr(" 4  2031-05-04T03:02:01.000Z  FC_BUS_OFF  inactive  n/a                      "
+                          "0  no answer\n"));
+    EXPECT_THAT(outcome.errors, HasSubstr("[ERROR] Casting"));
+}
+
+TEST_F(Showing, PrintsEveryField)
+{
+    EXPECT_EQ(output({"show", path, "1"}), "FIELD                    VALUE\n"
+                                           "EntryId                  1\n"
+                                           "FaultCode                1025\n"
+                                           "FaultCodeName            FC_BUS_OFF\n"
+                                           "Status                   ErrorActive\n"
+                                           "Time                     2031-05-04T03:02:01.000Z\n"
+                                           "TimeStampUTC             1935630121000\n"
+                                           "TimeZone                 UTC\n"
+                                           "DateTimeString           2031-05-04T03:02:01.000Z\n"
+                                           "SystemDateTimeString     2031-05-04T03:02:01.000Z\n"
+                                           "ModuleName               can0\n"
+                                           "Parameter                p1\n"
+                                           "Description              no answer\n"
+                                           "DiagSignalsDumpFileName\n"
+                                           "LoggerUpTime             11\n"
+                                           "LoggerLifeTime           12\n"
+                                           "CfgBackupFile\n"
+                                           "RdbStartupId             1\n");
+    EXPECT_THAT(output({"show", path, "1", "--json"}), StartsWith("{\"EntryId\":1,"));
+}
+
+TEST_F(Showing, AFaultThatIsNotThereIsAnsweredWithNo)
+{
+    outcome_t const outcome = runTool({"show", path, "17"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_THAT(outcome.errors, HasSubstr("there is no fault with the key 17"));
+}
+
+TEST_F(Showing, ControlCharactersAreShownAndNotSent)
+{
+    insertFault("Description", "'a' || char(27) || '[31m' || char(10) || char(155) || char(8238) || x'ff' || 'z'");
+    EXPECT_THAT(output({"show", path, "4"}), HasSubstr("Description              a\\x1b[31m\\n\\u009b\\u202e\\xffz\n"));
+}
+
+TEST_F(Statistics, AreShownLargestCountFirst)
+{
+    EXPECT_EQ(output({"stats", path}),
+              "FAULT              STATUS    COUNT  CYCLES  FIRST                     LAST                      ENTRY  "
+              "STARTUP\n"
+              "FC_BUS_OFF         active        2       3  2031-05-04T03:02:01.000Z  2031-05-05T03:02:01.500Z      3  "
+              "      2\n"
+              "FC_SENSOR_TIMEOUT  inactive      1       1  2031-05-04T03:02:02.000Z  2031-05-04T03:02:02.000Z      2  "
+              "      2\n");
+}
+
+TEST_F(Statistics, AreSortedAsAskedFor)
+{
+    std::string const busOff = "FC_BUS_OFF.*FC_SENSOR_TIMEOUT";
+    auto const first = [&](std::vector<std::string> options)
+    {
+        options.insert(options.begin(), {"stats", path});
+        std::string const text = output(options);
+        return text.find("FC_BUS_OFF") < text.find("FC_SENSOR_TIMEOUT") ? "FC_BUS_OFF" : "FC_SENSOR_TIMEOUT";
+    };
+    for (char const* const order : {"count", "code", "name", "active", "first", "last"})
+    {
+        EXPECT_STREQ(first({"--sort", order}), "FC_BUS_OFF") << order;
+        EXPECT_STREQ(first({"--sort", order, "--reverse"}), "FC_SENSOR_TIMEOUT") << order;
+    }
+}
+
+TEST_F(Statistics, OfActiveFaultsAlone)
+{
+    std::string const json = output({"stats", path, "--active", "--json"});
+    EXPECT_EQ(json, "[\n{\"EntryId\":1,\"FaultCode\":1025,\"FaultCodeName\":\"FC_BUS_OFF\",\"TimeFirstOccurredUTC\":"
+                    "1935630121000,\"TimeLastOccurredUTC\":1935716521500,\"TimeZoneFirstOccurred\":\"UTC\","
+                    "\"TimeZoneLastOccurred\":\"UTC\",\"OccurenceCnt\":2,\"FaultActive\":\"active\","
+                    "\"FaultActiveCycleCnt\":3,\"FaultEntryId\":3,\"RdbStartupId\":2,\"TimeFirstOccurred\":"
+                    "\"2031-05-04T03:02:01.000Z\",\"TimeLastOccurred\":\"2031-05-05T03:02:01.500Z\"}\n]\n");
+}
+
+TEST_F(Summary, IsThePageThatATechnicianWantsFirst)
+{
+    EXPECT_EQ(output({"summary", path}),
+              "File            " + path +
+                  " (20 KiB)\n"
+                  "Format version  1.0.0\n"
+                  "Period          2031-05-04T03:02:01.000Z to 2031-05-05T03:02:01.500Z (1 d)\n"
+                  "Faults          3, 2 of them recorded as active, 2 start-ups\n"
+                  "Statistics      2 codes, 1 active now\n"
+                  "\n"
+                  "ACTIVE NOW  COUNT  LAST                      ENTRY\n"
+                  "FC_BUS_OFF      2  2031-05-05T03:02:01.500Z      3\n"
+                  "\n"
+                  "MOST FREQUENT      COUNT\n"
+                  "FC_BUS_OFF             2\n"
+                  "FC_SENSOR_TIMEOUT      1\n"
+                  "\n"
+                  "FAULTS PER START-UP  COUNT\n"
+                  "2                        2\n"
+                  "1                        1\n"
+                  "\n"
+                  "FAULTS PER 6 h    COUNT\n"
+                  "2031-05-04T00:00      2\n"
+                  "2031-05-04T06:00      0\n"
+                  "2031-05-04T12:00      0\n"
+                  "2031-05-04T18:00      0\n"
+                  "2031-05-05T00:00      1\n");
+}
+
+TEST_F(Summary, OfAnEmptyFileSaysThatThereIsNothing)
+{
+    output({"create", path, "--force"});
+    std::string const text = output({"summary", path});
+    EXPECT_THAT(text, HasSubstr("Period          -\nFaults          0, 0 of them recorded as active, 0 start-ups\n"));
+    EXPECT_THAT(text, HasSubstr("\nNo fault is active.\n"));
+}
+
+TEST_F(Summary, IsThereAsJsonToo)
+{
+    std::string const json = output({"summary", path, "--json"});
+    EXPECT_THAT(json,
+                StartsWith("{\"File\":\"" + path +
+                           "\",\"Bytes\":20480,\"FormatVersion\":\"1.0.0\","
+                           "\"First\":\"2031-05-04T03:02:01.000Z\",\"Last\":\"2031-05-05T03:02:01.500Z\",\"Faults\":3,"
+                           "\"FaultsRecordedAsActive\":2,\"FaultsWithoutTime\":0,\"Statistics\":2,\"Active\":["));
+    EXPECT_THAT(json, HasSubstr("\"Startups\":[{\"RdbStartupId\":2,\"Faults\":2},{\"RdbStartupId\":1,\"Faults\":1}],"
+                                "\"Timeline\":[{\"Begin\":\"2031-05-04T00:00:00.000Z\",\"End\":"
+                                "\"2031-05-04T06:00:00.000Z\",\"Faults\":2},"));
+}
+
+TEST(CodeTable, IsPrintedByNumber)
+{
+    outcome_t const text = runTool({"codes"});
+    EXPECT_EQ(text.status, 0);
+    EXPECT_THAT(text.output,
+                StartsWith("CODE     HEX  NAME\n   0  0x0000  FC_NONE\n 257  0x0101  FC_SUPPLY_UNDERVOLTAGE\n"));
+    EXPECT_THAT(text.output, HasSubstr("\n1798  0x0706  FC_SOFTWARE_UPDATE_FAILED\n"));
+    EXPECT_THAT(runTool({"codes", "--json"}).output,
+                StartsWith("[\n{\"FaultCode\":0,\"FaultCodeName\":\"FC_NONE\"},\n"));
+}

@@ -1,0 +1,187 @@
+// Looking at a file never changes a byte of it, whatever state it is in and wherever it lies.
+
+#include "ToolProcess.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <map>
+#include <random>
+
+namespace
+{
+
+using testing::HasSubstr;
+
+class Looking : public ToolTest
+{
+protected:
+    Looking() { createSample(); }
+
+    /// Every command that only looks.
+    std::vector<std::vector<std::string>> commands(std::string const& file) const
+    {
+        return {{"list", file},
+                {"show", file, "1"},
+                {"stats", file},
+                {"summary", file},
+                {"check", file},
+                {"export", file, "--format", "csv"},
+                {"export", file, "--format", "json"},
+                {"export", file, "--format", "sql"},
+                {"trim", file, "--keep", "1", "--dry-run"},
+                {"backup", file, elsewhere.file("copy.db"), "--force"}};
+    }
+
+    /// The names and bytes of all files in the folder.
+    std::map<std::string, std::string> folder() const
+    {
+        std::map<std::string, std::string> files;
+        for (auto const& entry : std::filesystem::directory_iterator(dir.path()))
+        {
+            files[entry.path().filename()] = readFile(entry.path());
+        }
+        return files;
+    }
+
+    /// Copies the file in the middle of a large transaction, as a power cut leaves it; returns its name.
+    std::string makeHotJournal()
+    {
+        RawDb raw(path);
+        raw.exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000) INSERT INTO "
+                 "FdbFaultTbl(Description) SELECT 'before' FROM n");
+        raw.exec("PRAGMA cache_size=5; BEGIN; UPDATE FdbFaultTbl SET Description = 'half done'");
+        std::string const crashed = dir.file("crashed.db");
+        std::filesystem::copy(path, crashed);
+        std::filesystem::copy(path + "-journal", crashed + "-journal");
+        raw.exec("ROLLBACK");
+        EXPECT_THAT(readFile(crashed), HasSubstr("half done"));
+        return crashed;
+    }
+
+    TempDir elsewhere;
+};
+
+} // namespace
+
+TEST_F(Looking, NeverChangesAnything)
+{
+    auto const before = folder();
+    for (auto const& command : commands(path))
+    {
+        outcome_t const outcome = runTool(command);
+        EXPECT_EQ(outcome.status, 0) << command[0];
+        EXPECT_EQ(outcome.errors, "") << command[0];
+        EXPECT_TRUE(folder() == before) << command[0];
+    }
+}
+
+TEST_F(Looking, WorksWhereNothingCanBeWritten)
+{
+    ASSERT_EQ(chmod(path.c_str(), 0444), 0);
+    ASSERT_EQ(chmod(dir.path().c_str(), 0555), 0);
+    ASSERT_EQ(chmod(elsewhere.path().c_str(), 0777), 0);
+    {
+        WithoutRoot const nobody;
+        for (auto const& command : commands(path))
+        {
+            outcome_t const outcome = runTool(command);
+            EXPECT_EQ(outcome.status, 0) << command[0] << outcome.errors;
+        }
+    }
+    ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
+}
+
+TEST_F(Looking, AtAWriteAheadLogFileWorksWhereNothingCanBeWritten)
+{
+    EXPECT_EQ(value("PRAGMA journal_mode=WAL"), "wal");
+    ASSERT_FALSE(exists(path + "-wal"));
+    ASSERT_EQ(chmod(path.c_str(), 0444), 0);
+    ASSERT_EQ(chmod(dir.path().c_str(), 0555), 0);
+    ASSERT_EQ(chmod(elsewhere.path().c_str(), 0777), 0);
+    std::string const bytes = readFile(path);
+    {
+        WithoutRoot const nobody;
+        for (auto const& command : commands(path))
+        {
+            outcome_t const outcome = runTool(command);
+            EXPECT_EQ(outcome.status, 0) << command[0] << outcome.errors;
+        }
+    }
+    ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
+    EXPECT_EQ(readFile(path), bytes);
+}
+
+TEST_F(Looking, AtAWriteAheadLogThatIsInUseSeesWhatItHolds)
+{
+    RawDb raw(path);
+    EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
+    raw.exec("INSERT INTO FdbFaultTbl(Status,Description) VALUES('ErrorActive','in the log')");
+    std::string const bytes = readFile(path);
+    EXPECT_THAT(output({"list", path}), HasSubstr("in the log"));
+    EXPECT_EQ(readFile(path), bytes);
+}
+
+TEST_F(Looking, AtAFileWithAHotJournalSaysWhatToDoAndLeavesItAlone)
+{
+    std::string const crashed = makeHotJournal();
+    auto const before = folder();
+    for (auto const& command : commands(crashed))
+    {
+        outcome_t const outcome = runTool(command);
+        EXPECT_EQ(outcome.status, 3) << command[0];
+        EXPECT_THAT(outcome.errors, HasSubstr("a writer was cut off")) << command[0];
+        EXPECT_THAT(outcome.errors, HasSubstr("'firaim recover'")) << command[0];
+        EXPECT_TRUE(folder() == before) << command[0];
+    }
+}
+
+TEST_F(Looking, RecoveringRollsBackWhatAWriterLeftHalfDone)
+{
+    std::string const crashed = makeHotJournal();
+    EXPECT_EQ(output({"recover", crashed}), "");
+    EXPECT_EQ(output({"export", crashed, "--format", "csv"}), output({"export", path, "--format", "csv"}));
+    EXPECT_EQ(RawDb(crashed).value("PRAGMA integrity_check"), "ok");
+}
+
+TEST_F(Looking, AtAFileThatAWriterKeepsLockedEndsWithAReason)
+{
+    RawDb raw(path);
+    raw.exec("BEGIN EXCLUSIVE");
+    outcome_t const outcome = runTool({"list", path});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.errors, HasSubstr("database is locked; another process keeps it locked, try again"));
+    raw.exec("ROLLBACK");
+}
+
+TEST_F(Looking, AtDamagedFilesEndsWithoutCrashOrChange)
+{
+    RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 300) INSERT INTO "
+                     "FdbFaultTbl SELECT NULL, 'a', i, 'b', 'c', 'd', i, 'e', 'ErrorActive', 'f', 'g', 1, 2, 'h', 3, "
+                     "'i' FROM n");
+    std::string const sound = readFile(path);
+    std::mt19937 random(1);
+    std::string const damaged = dir.file("damaged.db");
+    int checked = 0;
+    for (int round = 0; round < 12; ++round)
+    {
+        std::string bytes = sound;
+        if (round % 4 == 0)
+        {
+            bytes.resize(random() % bytes.size());
+        }
+        for (int flips = 0; flips < 1 << (round % 8); ++flips)
+        {
+            bytes[random() % bytes.size()] ^= static_cast<char>(1 + random() % 255);
+        }
+        writeFile(damaged, bytes);
+        for (auto const& command : commands(damaged))
+        {
+            int const status = runTool(command).status;
+            EXPECT_TRUE(status == 0 || status == 1 || status == 3) << command[0] << " " << status;
+            EXPECT_TRUE(readFile(damaged) == bytes) << command[0];
+            checked += command[0] == "check" && status != 0 ? 1 : 0;
+        }
+    }
+    EXPECT_GT(checked, 6);
+}

@@ -1,0 +1,185 @@
+// What depends on a terminal: colours, bars, widths, progress. And that nothing of it shows without one.
+
+#include "ToolProcess.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+namespace
+{
+
+using testing::HasSubstr;
+using testing::Not;
+
+class OnATerminal : public ToolTest
+{
+protected:
+    OnATerminal() { createSample(); }
+
+    /// What the command sends to a terminal of that width, its line ends as the program writes them.
+    static std::string shown(std::vector<std::string> const& arguments, int columns,
+                             std::map<std::string, std::string> const& environment = {})
+    {
+        setting_t setting;
+        setting.outputColumns = columns;
+        setting.environment = environment;
+        outcome_t const outcome = runTool(arguments, setting);
+        EXPECT_EQ(outcome.status, 0) << outcome.errors;
+        std::string text = outcome.output;
+        text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+        return text;
+    }
+
+    static std::vector<std::string> lines(std::string const& text)
+    {
+        std::istringstream stream(text);
+        std::vector<std::string> result;
+        for (std::string line; std::getline(stream, line);)
+        {
+            result.push_back(line);
+        }
+        return result;
+    }
+
+    /// A setting in which progress would be shown, of faults that are many.
+    setting_t manyFaults()
+    {
+        setting_t setting;
+        setting.errorColumns = 80;
+        for (int fault = 0; fault < 3; ++fault)
+        {
+            setting.input += "{\"FaultCode\":1025}\n";
+        }
+        return setting;
+    }
+};
+
+constexpr char kEscape = '\x1b';
+
+} // namespace
+
+TEST_F(OnATerminal, StatusIsColoured)
+{
+    std::string const text = shown({"list", path}, 150);
+    EXPECT_THAT(text, HasSubstr("\x1b[1mID\x1b[0m"));
+    EXPECT_THAT(text, HasSubstr("\x1b[31mactive\x1b[0m"));
+    EXPECT_THAT(text, HasSubstr("\x1b[2minactive\x1b[0m"));
+}
+
+TEST_F(OnATerminal, NoColorAndADumbTerminalAreHeeded)
+{
+    for (std::string const command : {"list", "stats", "summary"})
+    {
+        for (std::map<std::string, std::string> const& environment :
+             {std::map<std::string, std::string>{{"NO_COLOR", "1"}}, {{"TERM", "dumb"}}})
+        {
+            std::string const text = shown({command, path}, 150, environment);
+            EXPECT_THAT(text, Not(HasSubstr(std::string(1, kEscape)))) << command;
+            EXPECT_THAT(text, Not(HasSubstr("\u2588"))) << command;
+        }
+    }
+}
+
+TEST_F(OnATerminal, CountsHaveBars)
+{
+    EXPECT_THAT(shown({"stats", path}, 200), HasSubstr("        2  \u2588\u2588\u2588\u2588\u2588\u2588\u2588\u2588"));
+    EXPECT_THAT(shown({"summary", path}, 200), HasSubstr("FC_SENSOR_TIMEOUT      1  \u2588\u2588\u2588\u2588"));
+    EXPECT_THAT(shown({"summary", path}, 200, {{"LANG", "C"}}), HasSubstr("FC_SENSOR_TIMEOUT      1  ####"));
+}
+
+TEST_F(OnATerminal, LinesFitItsWidth)
+{
+    insertFault("Description,ModuleName,Parameter",
+                "'a long description that would not fit into any line', 'a module of some length', 'and a parameter'");
+    for (int const columns : {100, 120, 160})
+    {
+        for (std::string const& line : lines(shown({"list", path}, columns, {{"NO_COLOR", "1"}, {"LANG", "C"}})))
+        {
+            EXPECT_LE(line.size(), static_cast<std::size_t>(columns)) << line;
+        }
+    }
+    EXPECT_THAT(shown({"list", path}, 120, {{"NO_COLOR", "1"}}), HasSubstr("\u2026"));
+}
+
+TEST_F(OnATerminal, WideCharactersTakeTwoColumns)
+{
+    insertFault("ModuleName,Parameter", "'\u6e29\u5ea6', 'x'");
+    insertFault("ModuleName,Parameter", "'abcd', 'x'");
+    insertFault("ModuleName,Parameter", "'e\u0301abc', 'x'");
+    std::string const text = shown({"list", path, "--last", "3"}, 150, {{"NO_COLOR", "1"}});
+    EXPECT_THAT(text, HasSubstr("  \u6e29\u5ea6    x  "));
+    EXPECT_THAT(text, HasSubstr("  abcd    x  "));
+    EXPECT_THAT(text, HasSubstr("  e\u0301abc    x  "));
+}
+
+TEST_F(OnATerminal, NothingFromTheFileActsOnIt)
+{
+    std::string const hostile = "char(27) || ']0;title' || char(7) || char(155) || '2J' || char(13)";
+    insertFault("Description,ModuleName,Parameter,FaultCodeName",
+                hostile + "," + hostile + "," + hostile + "," + hostile);
+    RawDb(path).exec("UPDATE FdbFaultStatisticTbl SET FaultCodeName = " + hostile + " WHERE EntryId = 1");
+    for (std::vector<std::string> const& arguments : {std::vector<std::string>{"list", path},
+                                                      {"list", path, "--json"},
+                                                      {"show", path, "4"},
+                                                      {"stats", path},
+                                                      {"stats", path, "--json"},
+                                                      {"summary", path},
+                                                      {"summary", path, "--json"},
+                                                      {"export", path, "--format", "csv"},
+                                                      {"export", path, "--format", "jsonl"},
+                                                      {"export", path, "--format", "sql"}})
+    {
+        std::string const text = shown(arguments, 200, {{"NO_COLOR", "1"}});
+        EXPECT_THAT(text, Not(HasSubstr(std::string(1, kEscape)))) << arguments[0];
+        EXPECT_THAT(text, Not(HasSubstr("\a"))) << arguments[0];
+        EXPECT_THAT(text, Not(HasSubstr("\u009b"))) << arguments[0];
+    }
+}
+
+TEST_F(OnATerminal, ProgressIsShownOnStandardErrorAndTakenAway)
+{
+    setting_t const setting = manyFaults();
+    outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "4\n5\n6\n");
+    EXPECT_THAT(outcome.errors, HasSubstr("recording ["));
+    EXPECT_THAT(outcome.errors, testing::EndsWith("\r\x1b[K"));
+}
+
+TEST_F(OnATerminal, ProgressIsNotShownWithNoColor)
+{
+    setting_t setting = manyFaults();
+    setting.environment["NO_COLOR"] = "1";
+    EXPECT_EQ(runTool({"record", path, "--stdin"}, setting).errors, "");
+}
+
+TEST_F(OnATerminal, ExportAndBackupShowProgressWhenTheirResultGoesElsewhere)
+{
+    setting_t setting;
+    setting.errorColumns = 80;
+    EXPECT_THAT(runTool({"export", path, "--format", "csv"}, setting).errors, HasSubstr("exporting ["));
+    EXPECT_THAT(runTool({"summary", path}, setting).errors, HasSubstr("reading ["));
+    setting.outputColumns = 80;
+    EXPECT_EQ(runTool({"export", path, "--format", "csv"}, setting).errors, "");
+    RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20000) INSERT INTO "
+                     "FdbFaultTbl(Description) SELECT 'some text of some length, so that there are many pages' FROM n");
+    EXPECT_THAT(runTool({"backup", path, dir.file("copy.db")}, setting).errors, HasSubstr("copying ["));
+}
+
+TEST_F(OnATerminal, WithoutOneThereIsNoDecoration)
+{
+    for (std::string const command : {"list", "stats", "summary", "check"})
+    {
+        std::string const text = output({command, path});
+        EXPECT_THAT(text, Not(HasSubstr(std::string(1, kEscape)))) << command;
+        EXPECT_THAT(text, Not(HasSubstr("\u2588"))) << command;
+    }
+}
+
+TEST_F(OnATerminal, WithoutOneNothingIsShortened)
+{
+    std::string const text(300, 'x');
+    output({"record", path, "--code", "FC_BUS_OFF", "--description", text});
+    EXPECT_THAT(output({"list", path}), HasSubstr(text));
+}

@@ -1,0 +1,269 @@
+#include "ToolProcess.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+
+struct pipe_t
+{
+    int ours;
+    int theirs;
+};
+
+pipe_t makeOutput(int columns)
+{
+    if (columns == 0)
+    {
+        int ends[2];
+        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        return {ends[0], ends[1]};
+    }
+    winsize size = {};
+    size.ws_col = static_cast<unsigned short>(columns);
+    size.ws_row = 50;
+    int ours = -1;
+    int theirs = -1;
+    EXPECT_EQ(openpty(&ours, &theirs, nullptr, nullptr, &size), 0);
+    EXPECT_EQ(fcntl(ours, F_SETFD, FD_CLOEXEC), 0);
+    EXPECT_EQ(fcntl(theirs, F_SETFD, FD_CLOEXEC), 0);
+    return {ours, theirs};
+}
+
+void setEnvironment(std::map<std::string, std::string> const& changes)
+{
+    for (char const* const name : {"NO_COLOR", "LC_ALL", "LC_CTYPE", "COLUMNS"})
+    {
+        unsetenv(name);
+    }
+    setenv("LANG", "C.UTF-8", 1);
+    setenv("TERM", "xterm", 1);
+    setenv("TZ", "UTC", 1);
+    for (auto const& [name, value] : changes)
+    {
+        setenv(name.c_str(), value.c_str(), 1);
+    }
+}
+
+void exitIfFailed(int result)
+{
+    if (result != 0)
+    {
+        _exit(126);
+    }
+}
+
+void closeIfOpen(int& descriptor)
+{
+    if (descriptor >= 0)
+    {
+        close(descriptor);
+        descriptor = -1;
+    }
+}
+
+} // namespace
+
+ToolProcess::ToolProcess(std::vector<std::string> arguments, setting_t const& setting, bool keepsInputOpen)
+{
+    int input[2];
+    EXPECT_EQ(pipe2(input, O_CLOEXEC), 0);
+    pipe_t const out = makeOutput(setting.outputColumns);
+    pipe_t const err = makeOutput(setting.errorColumns);
+    arguments.insert(arguments.begin(), FIRAIM_TEST_TOOL);
+    std::vector<char*> argv;
+    for (std::string& argument : arguments)
+    {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    m_pid = fork();
+    if (m_pid == 0)
+    {
+        dup2(input[0], STDIN_FILENO);
+        dup2(out.theirs, STDOUT_FILENO);
+        dup2(err.theirs, STDERR_FILENO);
+        setEnvironment(setting.environment);
+        // A test without root's rights means the whole program, which a script may have to start.
+        exitIfFailed(setreuid(geteuid(), geteuid()));
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    close(input[0]);
+    close(out.theirs);
+    close(err.theirs);
+    m_input = input[1];
+    m_output = out.ours;
+    m_error = err.ours;
+    write(setting.input);
+    if (!keepsInputOpen)
+    {
+        closeInput();
+    }
+}
+
+ToolProcess::~ToolProcess()
+{
+    if (!m_status)
+    {
+        signal(SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+    }
+    closeIfOpen(m_input);
+    closeIfOpen(m_output);
+    closeIfOpen(m_error);
+}
+
+void ToolProcess::write(std::string const& text)
+{
+    // What does not fit into the pipe at once would need somebody to read the outputs meanwhile.
+    std::string_view left = text;
+    while (!left.empty())
+    {
+        std::array<pollfd, 3> waited = {pollfd{m_input, POLLOUT, 0}, pollfd{m_output, POLLIN, 0},
+                                        pollfd{m_error, POLLIN, 0}};
+        poll(waited.data(), waited.size(), -1);
+        if ((waited[0].revents & POLLOUT) != 0)
+        {
+            ssize_t const size = ::write(m_input, left.data(), std::min<std::size_t>(left.size(), PIPE_BUF));
+            ASSERT_GT(size, 0) << std::strerror(errno);
+            left.remove_prefix(static_cast<std::size_t>(size));
+        }
+        else if (!readMore())
+        {
+            return;
+        }
+    }
+}
+
+void ToolProcess::closeInput()
+{
+    closeIfOpen(m_input);
+}
+
+void ToolProcess::closeOutput()
+{
+    closeIfOpen(m_output);
+}
+
+void ToolProcess::signal(int number) const
+{
+    kill(m_pid, number);
+}
+
+/// Waits for something on either output and takes it; returns whether there can be more.
+bool ToolProcess::readMore()
+{
+    std::array<pollfd, 2> waited = {pollfd{m_output, POLLIN, 0}, pollfd{m_error, POLLIN, 0}};
+    if (m_output < 0 && m_error < 0)
+    {
+        return false;
+    }
+    poll(waited.data(), waited.size(), -1);
+    std::array<char, 65536> buffer;
+    for (bool const isError : {false, true})
+    {
+        if (waited[isError].revents == 0)
+        {
+            continue;
+        }
+        int& descriptor = isError ? m_error : m_output;
+        ssize_t const size = read(descriptor, buffer.data(), buffer.size());
+        if (size > 0)
+        {
+            (isError ? errors : output).append(buffer.data(), static_cast<std::size_t>(size));
+        }
+        else
+        {
+            closeIfOpen(descriptor); // A terminal without a program at its other end gives an error and no end.
+        }
+    }
+    return true;
+}
+
+std::optional<std::string> ToolProcess::readLine()
+{
+    std::size_t end = output.find('\n');
+    while (end == std::string::npos)
+    {
+        if (m_output < 0 || !readMore())
+        {
+            return std::nullopt;
+        }
+        end = output.find('\n');
+    }
+    std::string line = output.substr(0, end);
+    output.erase(0, end + 1);
+    return line;
+}
+
+int ToolProcess::finish()
+{
+    while (readMore())
+    {
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(m_pid, &status, 0), m_pid);
+    m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return *m_status;
+}
+
+outcome_t runTool(std::vector<std::string> const& arguments, setting_t const& setting)
+{
+    ToolProcess process(arguments, setting);
+    int const status = process.finish();
+    return {status, process.output, process.errors};
+}
+
+std::string ToolTest::output(std::vector<std::string> const& arguments, setting_t const& setting)
+{
+    outcome_t const outcome = runTool(arguments, setting);
+    EXPECT_EQ(outcome.status, 0) << arguments[0];
+    EXPECT_EQ(outcome.errors, "") << arguments[0];
+    return outcome.output;
+}
+
+void ToolTest::create()
+{
+    output({"create", path});
+}
+
+void ToolTest::createSample()
+{
+    create();
+    insertFault("Parameter", "'p1'");
+    insertFault("FaultCode,FaultCodeName,Status,RdbStartupId,Description,TimeStampUTC",
+                "1285,'FC_SENSOR_TIMEOUT','ErrorInactive',2,'',1935630122000");
+    insertFault("TimeStampUTC,RdbStartupId", "1935716521500,2");
+    RawDb(path).exec("INSERT INTO FdbFaultStatisticTbl VALUES"
+                     "(NULL,1025,'FC_BUS_OFF',1935630121000,1935716521500,'UTC','UTC',2,'active',3,3,2),"
+                     "(NULL,1285,'FC_SENSOR_TIMEOUT',1935630122000,1935630122000,'UTC','UTC',1,'inactive',1,2,2)");
+}
+
+void ToolTest::insertFault(std::string const& columns, std::string const& values)
+{
+    RawDb raw(path);
+    raw.exec("INSERT INTO FdbFaultTbl VALUES(NULL,'2031-05-04T03:02:01.000Z',1025,'FC_BUS_OFF','can0','',1935630121000,"
+             "'UTC','ErrorActive','no answer','',11,12,'',1,'2031-05-04T03:02:01.000Z')");
+    raw.exec("UPDATE FdbFaultTbl SET (EntryId," + columns + ") = (EntryId," + values +
+             ") WHERE EntryId = last_insert_rowid()");
+}
+
+std::string ToolTest::value(std::string const& sql)
+{
+    return RawDb(path).value(sql);
+}
