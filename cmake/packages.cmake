@@ -1,8 +1,11 @@
-# Debian packages, made by scripts/package: the run time, and what is needed to build against it.
+# Debian packages, made by scripts/package: the run time, what is needed to build against it, and the command.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "firaim developers <firaim@example.org>")
 set(CPACK_COMPONENTS_ALL runtime development)
+if(FIRAIM_BUILD_TOOL)
+    list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -16,10 +19,16 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Applications record the faults of an embedded device through this library.
 A fault that was acknowledged survives the power cut that follows.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libsqlite3-0 (>= ${sqlite_minimum})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "firaim0 (= ${version})")
 if(CMAKE_CROSSCOMPILING)
     # Debian's tool for the others knows this machine's packages only. They are those that the cross compiler builds for.
-    string(APPEND CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS
-        ", libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= ${CMAKE_CXX_COMPILER_VERSION})")
+    set(run_time "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= ${CMAKE_CXX_COMPILER_VERSION})")
+    string(APPEND CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS ", ${run_time}")
+    # The packages of utf8proc carry the number of its interface in their names.
+    file(GLOB utf8proc LIST_DIRECTORIES FALSE "${FIRAIM_SYSROOT}/usr/lib/*/libutf8proc.so.?")
+    string(REGEX REPLACE ".*\\.so\\." "libutf8proc" utf8proc "${utf8proc}")
+    string(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
+        ", libsqlite3-0 (>= ${sqlite_minimum}), ${utf8proc}, ${run_time}")
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf CACHE STRING "")
 else()
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
@@ -36,6 +45,11 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "firaim0 (= ${version})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "This package holds what is needed to build against the library: headers,
 and what CMake and pkg-config ask for.")
 
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME firaim)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "This package holds the command firaim, with which developers, technicians and test
+rigs record faults, look at a file, follow it and hand it over.")
+
 # What Debian wants with each package, and no other installation.
 file(READ CHANGELOG.md changelog)
 string(REGEX MATCH "## \\[([0-9.]+)\\] - ([0-9-]+)" heading "${changelog}")
@@ -43,7 +57,7 @@ if(NOT CMAKE_MATCH_1 STREQUAL PROJECT_VERSION)
     message(FATAL_ERROR "CHANGELOG.md begins with version ${CMAKE_MATCH_1}, the project has ${PROJECT_VERSION}")
 endif()
 execute_process(COMMAND date -R -u -d "${CMAKE_MATCH_2}" OUTPUT_VARIABLE date OUTPUT_STRIP_TRAILING_WHITESPACE)
-foreach(component runtime development)
+foreach(component ${CPACK_COMPONENTS_ALL})
     string(TOUPPER "${component}" upper)
     set(package "${CPACK_DEBIAN_${upper}_PACKAGE_NAME}")
     set(changelog "${PROJECT_BINARY_DIR}/packages/${package}/changelog.Debian")

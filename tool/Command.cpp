@@ -1,9 +1,34 @@
 #include "Command.h"
 
+#include "Text.h"
+
 #include <map>
 
 namespace tool
 {
+
+namespace
+{
+
+/// The help without what an option excludes, which is said where it matters.
+class HelpFormatter : public CLI::Formatter
+{
+public:
+    std::string make_option_opts(CLI::Option const* option) const override
+    {
+        std::string text = option->get_type_name().empty() ? "" : " " + option->get_type_name();
+        return text + (option->get_required() ? " REQUIRED" : "");
+    }
+};
+
+} // namespace
+
+void setUpTexts(CLI::App& app)
+{
+    app.formatter(std::make_shared<HelpFormatter>());
+    app.failure_message([](CLI::App const*, CLI::Error const& problem)
+                        { return "firaim: " + visible(problem.what()) + "; --help tells more\n"; });
+}
 
 CLI::App* addCommand(CLI::App& app, std::string const& name, std::string const& description,
                      std::string const& examples)
@@ -20,7 +45,7 @@ void addFile(CLI::App& command, std::string& path)
 
 void addJson(CLI::App& command, bool& isJson)
 {
-    command.add_flag("--json", isJson, "Print JSON, with the columns of the file as fields");
+    command.add_flag("--json", isJson, "Print JSON and no table");
 }
 
 void addTimeStyle(CLI::App& command, TimeStyle& style)
@@ -32,9 +57,10 @@ void addTimeStyle(CLI::App& command, TimeStyle& style)
                                                             {"ns", timeUnit_t::NANOSECONDS}};
     command.add_flag("--local", style.isLocal, "Times in the time zone of this machine and not in UTC");
     command
-        .add_option("--time-unit", style.unit,
-                    "Unit of the time stamps in the file: auto (by their size), s, ms, us, ns")
-        ->transform(CLI::CheckedTransformer(units).description(""))
+        .add_option_function<std::string>(
+            "--time-unit", [&style](std::string const& name) { style.unit = units.at(name); },
+            "Unit of the time stamps in the file: auto (by their size), s, ms, us, ns")
+        ->check(CLI::IsMember(units).description(""))
         ->type_name("UNIT");
 }
 

@@ -6,7 +6,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <charconv>
 #include <functional>
+#include <limits>
+#include <optional>
 #include <string>
 
 namespace tool
@@ -36,17 +39,53 @@ void addSummary(CLI::App& app, Request& request);
 void addTrim(CLI::App& app, Request& request);
 void addWatch(CLI::App& app, Request& request);
 
+/// Sets up how the program writes its help and its complaints.
+void setUpTexts(CLI::App& app);
+
 /// A command with its help: what it does and `examples`, a line each.
 CLI::App* addCommand(CLI::App& app, std::string const& name, std::string const& description,
                      std::string const& examples);
 
-/// An option with a number that is not negative: without this check a minus sign would make a huge one of it.
+/// The type of a number that may be absent, or of one that may not.
+template <class Number>
+struct plainNumber
+{
+    using type = Number;
+};
+template <class Number>
+struct plainNumber<std::optional<Number>>
+{
+    using type = Number;
+};
+template <class Number>
+using plainNumber_t = typename plainNumber<Number>::type;
+
+/// The number in `text`, the value of option `name`. Throws CLI::ValidationError when there is none of that width.
+template <class Number>
+Number requireNumber(std::string const& name, std::string const& text)
+{
+    Number number = 0;
+    char const* const end = text.data() + text.size();
+    auto const [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || stop != end)
+    {
+        throw CLI::ValidationError(name, "must be a whole number from 0 to " +
+                                             std::to_string(std::numeric_limits<Number>::max()) + ", not '" + text +
+                                             "'");
+    }
+    return number;
+}
+
+/// An option with a number that is not negative. The argument parser's own would take "-1" for a huge one, and an empty
+/// text for 0.
 template <class Number>
 CLI::Option* addNumber(CLI::App& command, std::string const& name, Number& number, std::string const& description)
 {
-    return command.add_option(name, number, description)
-        ->check([](std::string const& text)
-                { return text.find('-') == std::string::npos ? std::string() : "must not be negative: " + text; })
+    return command
+        .add_option_function<std::string>(
+            name,
+            [name, &number](std::string const& text) { number = requireNumber<plainNumber_t<Number>>(name, text); },
+            description)
         ->type_name("N");
 }
 

@@ -52,8 +52,7 @@ bool mentions(Fault const& fault, std::string const& text)
 
 bool FilterOptions::areSet() const
 {
-    return !code.empty() || !module.empty() || !grep.empty() || !since.empty() || !until.empty() || startup || after ||
-           isActiveOnly;
+    return code || module || grep || since || until || startup || after || isActiveOnly;
 }
 
 keyRange_t rangeOf(FilterOptions const& options)
@@ -98,16 +97,16 @@ period_t requireTime(std::string const& text, TimeStyle const& style)
 
 FaultFilter::FaultFilter(FilterOptions const& options, TimeStyle const& style, Connection const& connection)
 {
-    if (!options.code.empty())
+    if (options.code)
     {
-        unsigned int const code = requireCode(options.code, connection);
-        add("no fault has the code " + options.code,
+        unsigned int const code = requireCode(*options.code, connection);
+        add("no fault has the code " + *options.code,
             [code](Fault const& fault) { return static_cast<unsigned int>(fault.FaultCode) == code; });
     }
-    if (!options.module.empty())
+    if (options.module)
     {
-        add("no fault is of the module '" + options.module + "'",
-            [module = options.module](Fault const& fault) { return fault.ModuleName == module; });
+        add("no fault is of the module '" + *options.module + "'",
+            [module = *options.module](Fault const& fault) { return fault.ModuleName == module; });
     }
     if (options.startup)
     {
@@ -118,19 +117,19 @@ FaultFilter::FaultFilter(FilterOptions const& options, TimeStyle const& style, C
     {
         add("no fault was recorded as active", [](Fault const& fault) { return fault.Status == FAULT_ACTIVE; });
     }
-    if (!options.grep.empty())
+    if (options.grep)
     {
-        add("no fault mentions '" + options.grep + "'",
-            [text = options.grep](Fault const& fault) { return mentions(fault, text); });
+        add("no fault mentions '" + *options.grep + "'",
+            [text = *options.grep](Fault const& fault) { return mentions(fault, text); });
     }
     addTimes(options, style);
 }
 
 void FaultFilter::addTimes(FilterOptions const& options, TimeStyle const& style)
 {
-    if (!options.since.empty())
+    if (options.since)
     {
-        std::int64_t const begin = requireTime(options.since, style).begin;
+        std::int64_t const begin = requireTime(*options.since, style).begin;
         add("no fault is dated " + isoText(begin, style) + " or later",
             [begin, style](Fault const& fault)
             {
@@ -138,9 +137,9 @@ void FaultFilter::addTimes(FilterOptions const& options, TimeStyle const& style)
                 return time && *time >= begin;
             });
     }
-    if (!options.until.empty())
+    if (options.until)
     {
-        std::int64_t const end = requireTime(options.until, style).end;
+        std::int64_t const end = requireTime(*options.until, style).end;
         add("no fault is dated before " + isoText(end, style),
             [end, style](Fault const& fault)
             {

@@ -15,14 +15,14 @@
 namespace tool
 {
 
-/// What a user asks for on the command line; empty or absent where nothing is.
+/// What a user asks for on the command line; absent where nothing is. An empty text asks for something, too.
 struct FilterOptions
 {
-    std::string code;
-    std::string module;
-    std::string grep;
-    std::string since;
-    std::string until;
+    std::optional<std::string> code;
+    std::optional<std::string> module;
+    std::optional<std::string> grep;
+    std::optional<std::string> since;
+    std::optional<std::string> until;
     std::optional<unsigned int> startup;
     std::optional<long long> after;
     bool isActiveOnly = false;

@@ -17,11 +17,6 @@ using setter_t = void (*)(FaultRequest&, json_t const&, TimeStyle const&);
 
 std::string textIn(json_t const& value)
 {
-    // A column that holds nothing is exported as null.
-    if (value.is_null())
-    {
-        return "";
-    }
     if (!value.is_string())
     {
         throw std::invalid_argument("must be a text");
@@ -100,11 +95,6 @@ void setStamp(FaultRequest& request, json_t const& value, TimeStyle const&)
 
 void setTime(FaultRequest& request, json_t const& value, TimeStyle const& style)
 {
-    // A fault whose time was not set is exported with null.
-    if (value.is_null())
-    {
-        return;
-    }
     std::optional<period_t> const period = parseTime(textIn(value), style);
     if (!period || period->begin < 0)
     {
@@ -186,7 +176,7 @@ FaultRequest readFault(std::string const& line, TimeStyle const& style)
     {
         throw std::invalid_argument("no JSON object");
     }
-    if (!object.contains("FaultCode") && !object.contains("code"))
+    if (object.value("FaultCode", json_t()).is_null() && object.value("code", json_t()).is_null())
     {
         throw std::invalid_argument("FaultCode is missing");
     }
@@ -201,6 +191,10 @@ FaultRequest readFault(std::string const& line, TimeStyle const& style)
         }
         try
         {
+            if (value.is_null())
+            {
+                continue; // What a column did not hold, and a time that was not set, are exported so.
+            }
             setter->second(request, value, style);
         }
         catch (std::invalid_argument const& problem)

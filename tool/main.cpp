@@ -20,11 +20,12 @@ constexpr char kFooter[] = R"(
 Times are written and read as ISO 8601, in UTC unless --local is given. Results go to standard output, everything else
 to standard error.
 
-Exit status: 0 done; 1 the answer is no: nothing of that name was found, 'check' found something, or not all could be
-done; 2 bad usage; 3 the file cannot be used.)";
+Exit status: 0 done; 1 the answer is no: there is no such fault, 'check' found something, not all could be done; 2 bad
+usage; 3 the file cannot be used.)";
 
 void declare(CLI::App& app, Request& request)
 {
+    setUpTexts(app);
     app.require_subcommand(1);
     app.set_version_flag("--version", "firaim " FIRAIM_VERSION);
     app.footer(kFooter);

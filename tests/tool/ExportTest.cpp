@@ -75,6 +75,14 @@ TEST_F(Exporting, FiltersChooseAmongTheFaults)
     EXPECT_THAT(exported({"jsonl", "--after", "2"}), StartsWith("{\"EntryId\":3,"));
 }
 
+TEST_F(Exporting, AFilterThatNothingAnswersToSaysSo)
+{
+    outcome_t const outcome = runTool({"export", path, "--format", "jsonl", "--module", ""});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.errors, "firaim: no fault is of the module ''\n");
+}
+
 TEST_F(Exporting, JsonHoldsTheWholeFile)
 {
     std::string const json = exported({"json"});

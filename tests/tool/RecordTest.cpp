@@ -201,7 +201,8 @@ TEST_F(Recording, ReadsManyFromStandardInputAndSaysWhatWasRefused)
 {"Description":"x"}
 [1]
 {"FaultCode":
-{"FaultCode":1025})";
+{"FaultCode":null}
+{"FaultCode":1025,"Description":null,"LoggerUpTime":null})";
     outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.output, "1\n2\n3\n");
@@ -215,7 +216,8 @@ TEST_F(Recording, ReadsManyFromStandardInputAndSaysWhatWasRefused)
               "firaim: line 10: a field holds a list or an object\n"
               "firaim: line 11: FaultCode is missing\n"
               "firaim: line 12: no JSON object\n"
-              "firaim: line 13: no JSON, at byte 14\n");
+              "firaim: line 13: no JSON, at byte 14\n"
+              "firaim: line 14: FaultCode is missing\n");
     EXPECT_EQ(value("SELECT Description FROM FdbFaultTbl WHERE EntryId = 1"), "it's");
     EXPECT_EQ(value("SELECT ModuleName || Parameter || Status || RdbStartupId || DateTimeString FROM FdbFaultTbl WHERE "
                     "EntryId = 2"),

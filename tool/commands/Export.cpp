@@ -216,6 +216,7 @@ int exportRows(Options const& options, Output& output)
     std::unique_ptr<Writer> const writer = writerFor(options, output, file.connection());
     FaultDecoder decoder;
     Progress progress("exporting", output.terminal());
+    bool isAnyWritten = false;
     writer->begin();
     for (tableFormat_t const* const format : tables)
     {
@@ -228,6 +229,7 @@ int exportRows(Options const& options, Output& output)
                 if (filter.isEmpty() || format != &faultFormat() || filter.accepts(decoder.decode(row)))
                 {
                     writer->add(row, *format);
+                    isAnyWritten = true;
                 }
                 return true;
             },
@@ -240,6 +242,10 @@ int exportRows(Options const& options, Output& output)
     }
     writer->end();
     output.flush();
+    if (!isAnyWritten && options.filter.areSet())
+    {
+        reportUnanswered(filter, options.filter);
+    }
     return STATUS_DONE;
 }
 
@@ -262,7 +268,9 @@ void addExport(CLI::App& app, Request& request)
         ->type_name("FORMAT");
     command
         ->add_option("--table", options->table,
-                     "faults, statistics, versions or all; all for json and sql without filters, otherwise faults")
+                     "faults, statistics, versions or all; all for json and sql without filters, otherwise faults; csv "
+                     "and jsonl "
+                     "hold one")
         ->check(CLI::IsMember({"faults", "statistics", "versions", "all"}).description(""))
         ->type_name("TABLE");
     addFilters(*command, options->filter);

@@ -17,7 +17,7 @@ struct Options
 {
     std::string path;
     std::optional<unsigned int> keep;
-    std::string before;
+    std::optional<std::string> before;
     TimeStyle style;
     bool isVacuumed = false;
     bool isDryRun = false;
@@ -63,7 +63,7 @@ std::int64_t limitOf(Options const& options, Connection const& connection)
 {
     if (!options.keep)
     {
-        return requireTime(options.before, options.style).begin;
+        return requireTime(*options.before, options.style).begin;
     }
     if (*options.keep == 0)
     {
@@ -99,10 +99,14 @@ void report(Options const& options, std::int64_t removed, std::int64_t kept, Out
 int trim(Options const& options, Output& output)
 {
     // Checked before anything is opened.
-    TimeStyle style = options.style;
-    if (!options.before.empty())
+    if (!options.keep && !options.before)
     {
-        static_cast<void>(requireTime(options.before, style));
+        throw Problem(STATUS_BAD_USAGE, "trim: --keep or --before is required");
+    }
+    TimeStyle style = options.style;
+    if (options.before)
+    {
+        static_cast<void>(requireTime(*options.before, style));
     }
     if (!options.isDryRun)
     {
@@ -149,11 +153,10 @@ void addTrim(CLI::App& app, Request& request)
                                          "  firaim trim faults.db --before 2031-01-01 --vacuum");
     auto const options = std::make_shared<Options>();
     addFile(*command, options->path);
-    CLI::Option_group* const limit = command->add_option_group("which");
-    addNumber(*limit, "--keep", options->keep, "Keep the newest N");
-    limit->add_option("--before", options->before, "Remove those before this time; those without a time stay")
+    CLI::Option* const keep = addNumber(*command, "--keep", options->keep, "Keep the newest N");
+    command->add_option("--before", options->before, "Remove those before this time; those without a time stay")
+        ->excludes(keep)
         ->type_name("TIME");
-    limit->require_option(1);
     command->add_flag("--vacuum", options->isVacuumed, "Give the space that becomes free back to the file system");
     command->add_flag("--dry-run", options->isDryRun, "Only say what would be removed");
     addTimeStyle(*command, options->style);
