@@ -47,8 +47,8 @@ and what CMake and pkg-config ask for.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME firaim)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_COMPONENT_TOOLS_DESCRIPTION "This package holds the command firaim, with which developers, technicians and test
-rigs record faults, look at a file, follow it and hand it over.")
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "This package holds the command firaim, with which people
+and test rigs record faults, look at a file, follow it and hand it over.")
 
 # What Debian wants with each package, and no other installation.
 file(READ CHANGELOG.md changelog)

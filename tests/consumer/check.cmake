@@ -1,6 +1,6 @@
 # Builds and runs the consumer in WORK: against the source tree in SOURCE as a subdirectory; or, by find_package and by
 # pkg-config, against an installation of BUILD that was moved, or against the Debian packages in PACKAGES, unpacked.
-# Where there is an EMULATOR, it runs what was built.
+# Where there is an EMULATOR, it runs what was built. HAS_COMMAND says that the command is to be there, too.
 
 function(run)
     execute_process(COMMAND ${ARGN} WORKING_DIRECTORY "${WORK}"
@@ -20,9 +20,9 @@ function(build_with_cmake folder)
     run("${CMAKE_COMMAND}" --build "${folder}")
 endfunction()
 
-# Runs what was built.
+# Runs what was built, a list of the program and its arguments.
 function(run_program environment program)
-    run("${CMAKE_COMMAND}" -E env ${environment} ${EMULATOR} "${program}")
+    run("${CMAKE_COMMAND}" -E env ${environment} ${EMULATOR} ${program})
 endfunction()
 
 separate_arguments(compiler_flags UNIX_COMMAND "${COMPILER_FLAGS}")
@@ -66,6 +66,18 @@ run_program("LD_LIBRARY_PATH=${WORK}/another;LD_PRELOAD=${libdir}/firaim.so.0;LD
 
 build_with_cmake("${WORK}/build" "-DCMAKE_PREFIX_PATH=${prefix}")
 run_program("LD_LIBRARY_PATH=${WORK}/another" "${WORK}/build/consumer")
+
+# The command finds both libraries where it was moved to, or unpacked.
+if(HAS_COMMAND)
+    foreach(arguments "create;faults.db" "record;faults.db;--code;FC_BUS_OFF" "check;faults.db")
+        run_program("LD_LIBRARY_PATH=${WORK}/another" "${prefix}/bin/firaim;${arguments}")
+    endforeach()
+    foreach(file share/man/man1/firaim.1.gz share/bash-completion/completions/firaim)
+        if(NOT EXISTS "${prefix}/${file}")
+            message(FATAL_ERROR "${file} is not installed")
+        endif()
+    endforeach()
+endif()
 
 execute_process(COMMAND "${CMAKE_COMMAND}" -E env "PKG_CONFIG_PATH=${pkgconfig}" pkg-config --cflags --libs firaim
     OUTPUT_VARIABLE flags COMMAND_ERROR_IS_FATAL ANY)
