@@ -76,9 +76,17 @@ int run(int argc, char** argv, Output& output)
     {
         return explain(app, problem, output);
     }
-    int const status = request.run();
-    output.flush();
-    return status;
+    try
+    {
+        int const status = request.run();
+        output.flush();
+        return status;
+    }
+    catch (Problem const&)
+    {
+        output.flush(); // Of a damaged file, all that could be read.
+        throw;
+    }
 }
 
 } // namespace

@@ -183,6 +183,17 @@ TEST_F(Watching, GoesOnWithAnotherFileOfTheSameName)
     EXPECT_THAT(watch.errors, HasSubstr("another file has got this name"));
 }
 
+TEST_F(Watching, WaitsForAFileThatIsCreatedAnewInItsPlace)
+{
+    ToolProcess watch({"watch", path, "--last", "1"});
+    EXPECT_TRUE(watch.readLine());
+    writeFile(dir.file("empty"), "");
+    ASSERT_EQ(std::rename(dir.file("empty").c_str(), path.c_str()), 0);
+    output({"create", path, "--force"});
+    record("FC_CLOCK_JUMP");
+    EXPECT_EQ(watch.readLine(), "2031-05-06T00:00:00.000Z  fault 1  FC_CLOCK_JUMP  active");
+}
+
 TEST_F(Watching, EndsWhenItsReaderHasGone)
 {
     ToolProcess watch({"watch", path, "--last", "1"});

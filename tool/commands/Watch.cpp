@@ -43,18 +43,18 @@ public:
     Follower(Options const& options, Output& output)
         : m_options(options), m_output(output), m_file(std::in_place, options.path)
     {
-        m_file->connection().waitForLocks(0);
     }
 
     /// Begins with what is there already: nothing of that is said but the last faults that were asked for.
     void begin();
     /// Returns whether the file could be looked at.
     bool look();
-    /// Goes on with another file of the same name, from its beginning.
-    void reopen();
+    /// Goes on with another file of the same name, from its beginning, as soon as that is a fault database.
+    void changeFile();
 
 private:
-    bool isChanged();
+    void lookClosely();
+    void reopen();
     void lookAtFaults();
     void lookAtStatistics(bool isSaid);
     void say(Statement const& row, Fault const& fault);
@@ -63,7 +63,8 @@ private:
 
     Options const& m_options;
     Output& m_output;
-    std::optional<FaultFile> m_file;
+    std::optional<FaultFile> m_file; ///< none until another file of the name can be opened
+    std::string m_reason;            ///< why it cannot, as last said
     FaultDecoder m_decoder;
     std::optional<std::int64_t> m_version; ///< of the file, as SQLite counts what others write
     std::int64_t m_lastKey = std::numeric_limits<std::int64_t>::min();
@@ -85,25 +86,21 @@ void Follower::begin()
     lookAtStatistics(false);
     lookAtFaults();
     m_output.flush();
-}
-
-bool Follower::isChanged()
-{
-    std::int64_t const version = m_file->connection().number("PRAGMA data_version");
-    return m_version != version;
+    // From now on there is always another look.
+    m_file->connection().waitForLocks(0);
 }
 
 bool Follower::look()
 {
     try
     {
-        if (isChanged())
+        if (!m_file)
         {
-            // Before the rows: what comes in between is looked at once more.
-            std::int64_t const version = m_file->connection().number("PRAGMA data_version");
-            lookAtFaults();
-            lookAtStatistics(true);
-            m_version = version;
+            reopen();
+        }
+        if (m_file)
+        {
+            lookClosely();
         }
         m_output.flush();
         return true;
@@ -121,13 +118,44 @@ bool Follower::look()
     }
 }
 
-void Follower::reopen()
+void Follower::lookClosely()
 {
-    m_file.emplace(m_options.path);
-    m_file->connection().waitForLocks(0);
+    // Before the rows: what comes in between is looked at once more.
+    std::int64_t const version = m_file->connection().number("PRAGMA data_version");
+    if (m_version != version)
+    {
+        lookAtFaults();
+        lookAtStatistics(true);
+        m_version = version;
+    }
+}
+
+void Follower::changeFile()
+{
+    complain(m_options.path + ": another file has got this name; following that");
+    m_file.reset();
     m_version.reset();
     m_lastKey = std::numeric_limits<std::int64_t>::min();
     m_statistics.clear();
+    m_reason.clear();
+}
+
+void Follower::reopen()
+{
+    try
+    {
+        m_file.emplace(m_options.path);
+        m_file->connection().waitForLocks(0);
+    }
+    catch (Problem const& problem)
+    {
+        // It may only just be about to be created; its next change will tell.
+        if (problem.what() != m_reason)
+        {
+            m_reason = problem.what();
+            complain(m_reason);
+        }
+    }
 }
 
 void Follower::lookAtFaults()
@@ -219,10 +247,9 @@ void followName(Options const& options, FileWatch& files, Follower& follower)
             files.wait(kLongestWaitMs);
         }
     }
-    while (files.isReplaced() && !interrupt::isPending())
+    if (files.isReplaced())
     {
-        complain(options.path + ": another file has got this name; following that");
-        follower.reopen();
+        follower.changeFile();
     }
 }
 
