@@ -28,8 +28,8 @@ void appendReal(std::string& text, double number)
     std::array<char, 40> digits;
     auto const size = std::snprintf(digits.data(), digits.size(), "%.17g", number);
     text.append(digits.data(), static_cast<std::size_t>(size));
-    if (std::find_if(digits.data(), digits.data() + size, [](char c) { return c == '.' || c == 'e'; }) ==
-        digits.data() + size)
+    std::string_view const written(digits.data(), static_cast<std::size_t>(size));
+    if (written.find_first_not_of("-0123456789") == std::string_view::npos)
     {
         text += ".0"; // Without it, it would be an integer.
     }

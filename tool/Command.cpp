@@ -74,7 +74,7 @@ void addFilters(CLI::App& command, FilterOptions& filter)
         ->type_name("TIME");
     command.add_option("--until", filter.until, "Faults up to this time; a day counts to its end")->type_name("TIME");
     command.add_option("--grep", filter.grep, "Faults that mention this text; case does not matter")->type_name("TEXT");
-    command.add_option("--after", filter.after, "Faults with a larger key")->type_name("ID");
+    addNumber(command, "--after", filter.after, "Faults with a larger key")->type_name("ID");
 }
 
 } // namespace tool

@@ -69,9 +69,9 @@ Number requireNumber(std::string const& name, std::string const& text)
     auto const [stop, error] = std::from_chars(text.data(), end, number);
     if (error != std::errc() || stop != end)
     {
-        throw CLI::ValidationError(name, "must be a whole number from 0 to " +
-                                             std::to_string(std::numeric_limits<Number>::max()) + ", not '" + text +
-                                             "'");
+        throw CLI::ValidationError(
+            name, "must be a whole number from " + std::to_string(std::numeric_limits<Number>::min()) + " to " +
+                      std::to_string(std::numeric_limits<Number>::max()) + ", not '" + text + "'");
     }
     return number;
 }

@@ -48,14 +48,14 @@ bool mayRead(std::string const& path)
     return faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) == 0;
 }
 
-Problem recoveryProblem(std::string const& path, char const* journal)
+Problem logProblem(std::string const& path)
 {
-    return Problem(STATUS_BAD_FILE,
-                   path +
-                       ": a writer was cut off, and what it left half done must be rolled back before the file can "
-                       "be read, which writes to it. Run 'firaim recover' on it; or, to leave it as it is, copy it "
-                       "together with '" +
-                       path + journal + "' into another folder and run 'firaim recover' on the copy");
+    return Problem(STATUS_BAD_FILE, path +
+                                        ": faults that belong to it are still in its write-ahead log, which cannot be "
+                                        "read where nothing can be written. Copy it together with '" +
+                                        path +
+                                        "-wal' into another folder, run 'firaim recover' on the copy, and use "
+                                        "that");
 }
 
 /// Reads something, so that SQLite looks at the file and at what lies beside it.
@@ -69,6 +69,13 @@ Connection openUnchanging(std::string const& path)
     Connection connection(path, Connection::READ_ONLY_FOR_EVER);
     touch(connection);
     return connection;
+}
+
+/// The format version; none unless there is exactly one.
+std::optional<std::string> onlyFormatVersion(Connection const& connection)
+{
+    std::vector<std::string> const versions = readFormatVersions(connection);
+    return versions.size() == 1 ? std::optional(versions.front()) : std::nullopt;
 }
 
 void requireTables(Connection const& connection)
@@ -124,34 +131,29 @@ Connection openForLooking(std::string const& path)
             // The log's index cannot be created on a read-only medium. Without a log it is not needed either.
             if (hasContent(path + "-wal"))
             {
-                throw recoveryProblem(path, "-wal");
+                throw logProblem(path);
             }
             return openUnchanging(path);
-        }
-        if (problem.code() == SQLITE_READONLY_ROLLBACK ||
-            (kind == SQLITE_CANTOPEN && mayRead(path) && hasContent(path + "-journal")))
-        {
-            throw recoveryProblem(path, "-journal");
         }
         throw;
     }
 }
 
-std::optional<std::string> readFormatVersion(Connection const& connection)
+std::vector<std::string> readFormatVersions(Connection const& connection)
 {
     Statement statement = connection.prepare("SELECT Version FROM FdbVersionTbl WHERE Component LIKE 'FormatVersion'");
-    if (!statement.step())
+    std::vector<std::string> versions;
+    while (statement.step())
     {
-        return std::nullopt;
+        versions.emplace_back(statement.text(0));
     }
-    std::string version(statement.text(0));
-    return statement.step() ? std::nullopt : std::optional(std::move(version));
+    return versions;
 }
 
 FaultFile::FaultFile(std::string const& path) : m_connection(openForLooking(path))
 {
     requireTables(m_connection);
-    m_formatVersion = readFormatVersion(m_connection);
+    m_formatVersion = onlyFormatVersion(m_connection);
     if (!m_formatVersion)
     {
         complain(path + ": the format version is missing or not the only one; 'firaim check' tells more");
@@ -163,22 +165,39 @@ FaultFile::FaultFile(std::string const& path) : m_connection(openForLooking(path
     }
 }
 
-void requireWritableFaultFile(std::string const& path)
+void requireWritableFile(std::string const& path)
 {
     requireFile(path);
     if (faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0)
     {
         throw Problem(STATUS_BAD_FILE, path + ": cannot be written: " + systemError(errno));
     }
+}
+
+void requireWritableFaultFile(std::string const& path)
+{
+    requireWritableFile(path);
     // For looking at it the journal of a crashed writer would be in the way; the first look through this connection
     // does what the library's would do.
     Connection const connection(path, Connection::READ_WRITE);
     requireTables(connection);
-    std::optional<std::string> const version = readFormatVersion(connection);
+    std::optional<std::string> const version = onlyFormatVersion(connection);
     if (version != FaultDb::SUPPORTED_VERSION)
     {
         throw Problem(STATUS_BAD_FILE, path + ": format version " + version.value_or("missing or not the only one") +
                                            "; only files of version " + FaultDb::SUPPORTED_VERSION + " are written to");
+    }
+}
+
+void recoverFile(std::string const& path)
+{
+    requireWritableFile(path);
+    Connection const connection(path, Connection::READ_WRITE);
+    requireTables(connection);
+    if (isInWalMode(path))
+    {
+        // Into the file with what is in its log: it can then be read alone.
+        connection.run("PRAGMA wal_checkpoint(TRUNCATE)");
     }
 }
 

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace tool
 {
@@ -32,14 +33,21 @@ private:
 /// Opens a file for looking at it without asking what it holds, apart from its being an SQLite database.
 Connection openForLooking(std::string const& path);
 
-/// The format version in the file; none unless there is exactly one row of it.
-std::optional<std::string> readFormatVersion(Connection const& connection);
+/// The format versions in the file, of which there should be one.
+std::vector<std::string> readFormatVersions(Connection const& connection);
 
 /// Keeps one large transaction from leaving a large journal beside the file, for as long as the connection is open.
 constexpr char kJournalSizeLimit[] = "PRAGMA journal_size_limit=65536";
 
 /// Makes sure that there is a regular file at `path`. Throws a Problem that says what is there instead.
 void requireFile(std::string const& path);
+
+/// Makes sure that there is a regular file at `path` that can be written to. Throws a Problem.
+void requireWritableFile(std::string const& path);
+
+/// Rolls back what a crashed writer left half done in the file at `path`, and moves what is in its write-ahead log into
+/// the file, which can then be read alone. Throws a Problem when that cannot be done.
+void recoverFile(std::string const& path);
 
 /// Makes sure that the file at `path` is a fault database that can be written to, of the one format version that the
 /// library writes. Throws a Problem that says what is wrong. It may be a file that a writer left half written: what was

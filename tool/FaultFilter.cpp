@@ -15,10 +15,16 @@ namespace
 /// The number of a code that only the file knows by name: a device may have its own table.
 std::optional<unsigned int> codeInFile(std::string const& name, Connection const& connection)
 {
-    Statement statement = connection.prepare(
-        "SELECT FaultCode FROM FdbFaultStatisticTbl WHERE FaultCodeName = ?1 COLLATE NOCASE LIMIT 1");
-    statement.bind(1, name);
-    return statement.step() ? std::optional(static_cast<unsigned int>(statement.integer(0))) : std::nullopt;
+    for (char const* const table : {"FdbFaultStatisticTbl", "FdbFaultTbl"})
+    {
+        Statement statement = connection.prepare("SELECT FaultCode FROM " + std::string(table) +
+                                                 " WHERE FaultCodeName = ?1 COLLATE NOCASE LIMIT 1");
+        if (statement.bind(1, name).step())
+        {
+            return static_cast<unsigned int>(statement.integer(0));
+        }
+    }
+    return std::nullopt;
 }
 
 unsigned int requireCode(std::string const& text, Connection const& connection)

@@ -3,8 +3,10 @@
 #include "Codes.h"
 #include "Json.h"
 
+#include <algorithm>
 #include <limits>
 #include <map>
+#include <set>
 #include <stdexcept>
 
 namespace tool
@@ -145,25 +147,35 @@ std::map<std::string, setter_t> const& setters()
     return map;
 }
 
-/// Ends the reading of what is deeper than a fault can be, before it takes much memory.
-bool refuseDepth(int depth, json_t::parse_event_t event, json_t const&)
-{
-    if (depth > 0 && (event == json_t::parse_event_t::object_start || event == json_t::parse_event_t::array_start))
-    {
-        throw std::invalid_argument("a field holds a list or an object");
-    }
-    return true;
-}
-
 json_t parse(std::string const& line)
 {
+    std::set<setter_t> met;
+    auto const lookAhead = [&met](int depth, json_t::parse_event_t event, json_t const& value)
+    {
+        // Before what is deeper than a fault can be takes much memory.
+        if (depth > 0 && (event == json_t::parse_event_t::object_start || event == json_t::parse_event_t::array_start))
+        {
+            throw std::invalid_argument("a field holds a list or an object");
+        }
+        auto const setter =
+            event == json_t::parse_event_t::key ? setters().find(value.get_ref<std::string const&>()) : setters().end();
+        if (setter != setters().end() && !met.insert(setter->second).second)
+        {
+            throw std::invalid_argument("'" + setter->first + "' is given twice");
+        }
+        return true;
+    };
     try
     {
-        return json_t::parse(line, refuseDepth);
+        return json_t::parse(line, lookAhead);
     }
     catch (json_t::parse_error const& problem)
     {
         throw std::invalid_argument("no JSON, at byte " + std::to_string(problem.byte));
+    }
+    catch (json_t::exception const&)
+    {
+        throw std::invalid_argument("a number is larger than any number can be");
     }
 }
 

@@ -33,15 +33,23 @@ std::string resolved(std::string const& path)
 
 } // namespace
 
-FileWatch::FileWatch(std::string const& path)
-    : m_path(resolved(path)), m_name(m_path.substr(m_path.find_last_of('/') + 1)),
-      m_descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+FileWatch::FileWatch(std::string const& path) : m_path(path), m_descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
 {
-    // The folder and not the file: another file may get its name. Without success there is still the time that passes.
-    std::string const folder = m_path.substr(0, m_path.find_last_of('/') + 1) + ".";
-    static_cast<void>(inotify_add_watch(m_descriptor, folder.c_str(),
-                                        IN_MODIFY | IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM));
     static_cast<void>(isReplaced());
+}
+
+void FileWatch::watchFolder()
+{
+    std::string const real = resolved(m_path);
+    m_name = real.substr(real.find_last_of('/') + 1);
+    if (m_watched >= 0)
+    {
+        static_cast<void>(inotify_rm_watch(m_descriptor, m_watched));
+    }
+    // The folder and not the file: another file may get its name. Without success there is still the time that passes.
+    std::string const folder = real.substr(0, real.find_last_of('/') + 1) + ".";
+    m_watched = inotify_add_watch(m_descriptor, folder.c_str(),
+                                  IN_MODIFY | IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM);
 }
 
 FileWatch::~FileWatch()
@@ -62,7 +70,7 @@ void FileWatch::wait(int milliseconds)
     while (!isChanged && !interrupt::isPending())
     {
         auto const left = duration_cast<std::chrono::milliseconds>(end - steady_clock::now()).count();
-        if (left <= 0 || !interrupt::waitFor(m_descriptor, static_cast<int>(left)))
+        if (left <= 0 || !interrupt::waitFor(m_descriptor, interrupt::READING, static_cast<int>(left)))
         {
             return;
         }
@@ -86,6 +94,7 @@ bool FileWatch::isReplaced()
     }
     m_device = status.st_dev;
     m_inode = status.st_ino;
+    watchFolder();
     return true;
 }
 

@@ -20,17 +20,20 @@ public:
     /// system does not tell of, those of another machine, are there after the time has passed.
     void wait(int milliseconds);
 
-    /// Whether another file has got the name since the last call, or the first since the beginning.
+    /// Whether another file has got the name since the last call, or the first since the beginning. A name may be a
+    /// link that is given another target.
     bool isReplaced();
     /// Whether there is a file of that name.
     bool isThere() const;
 
 private:
     bool isMeant(char const* name) const;
+    void watchFolder();
 
-    std::string m_path;
-    std::string m_name; ///< without its folder
-    int m_descriptor;
+    std::string const m_path;
+    std::string m_name; ///< of the file itself, where the path is a link, and without its folder
+    int const m_descriptor;
+    int m_watched = -1;
     dev_t m_device = 0;
     ino_t m_inode = 0;
 };

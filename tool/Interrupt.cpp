@@ -52,6 +52,8 @@ void install()
         }
     }
     std::signal(SIGPIPE, SIG_IGN);
+    // A file that may not grow any further is a failed write, too.
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 bool isPending()
@@ -80,21 +82,26 @@ void dieOfIt()
     dieOf(pendingSignal);
 }
 
-bool waitFor(int descriptor, int milliseconds)
+bool waitFor(int descriptor, direction_t direction, int milliseconds)
 {
     // A signal that comes between the look at the flag and the wait must end the wait as well.
     sigset_t const signals = handledSignals();
     sigset_t before;
     sigprocmask(SIG_BLOCK, &signals, &before);
-    bool isReadable = false;
+    bool isReady = false;
     if (!isPending())
     {
-        pollfd waited = {descriptor, POLLIN, 0};
+        pollfd waited = {descriptor, static_cast<short>(direction == READING ? POLLIN : POLLOUT), 0};
         timespec const timeout = {milliseconds / 1000, (milliseconds % 1000) * 1000000L};
-        isReadable = ppoll(&waited, 1, &timeout, &before) > 0;
+        isReady = ppoll(&waited, 1, milliseconds < 0 ? nullptr : &timeout, &before) > 0;
     }
     sigprocmask(SIG_SETMASK, &before, nullptr);
-    return isReadable;
+    return isReady;
+}
+
+void pause(int milliseconds)
+{
+    static_cast<void>(waitFor(-1, READING, milliseconds));
 }
 
 } // namespace tool::interrupt

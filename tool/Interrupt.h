@@ -10,8 +10,8 @@ struct Interrupted
 {
 };
 
-/// From now on the signals are noticed and no longer end the program; SIGPIPE is ignored, so that a reader that went
-/// away is seen as a failed write.
+/// From now on the signals are noticed and no longer end the program; SIGPIPE and SIGXFSZ are ignored, so
+/// that what they tell of is seen as a failed write.
 void install();
 
 /// Whether a signal has come.
@@ -26,8 +26,17 @@ void check();
 /// Ends the program as `signalNumber` ends programs that do not care for it.
 [[noreturn]] void dieOf(int signalNumber);
 
-/// Waits until `descriptor` can be read, a signal has come or `milliseconds` have passed; returns whether it can be
-/// read. -1 as descriptor only waits.
-bool waitFor(int descriptor, int milliseconds);
+enum direction_t
+{
+    READING,
+    WRITING
+};
+
+/// Waits until `descriptor` is ready, a signal has come or `milliseconds` have passed (-1: never); returns whether it
+/// is ready. -1 as descriptor only waits.
+bool waitFor(int descriptor, direction_t direction, int milliseconds);
+
+/// Only waits, for so long or until a signal has come.
+void pause(int milliseconds);
 
 } // namespace tool::interrupt

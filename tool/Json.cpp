@@ -38,7 +38,7 @@ json_t jsonTimeCell(Statement const& row, int column, TimeStyle const& style)
 std::string jsonText(json_t const& value, Terminal const& terminal)
 {
     std::string text = value.dump(-1, ' ', false, json_t::error_handler_t::replace);
-    return terminal.isThere ? visible(text) : text;
+    return terminal.isThere ? visibleJson(text) : text;
 }
 
 json_t jsonTime(unsigned long long stamp, TimeStyle const& style)
@@ -49,21 +49,23 @@ json_t jsonTime(unsigned long long stamp, TimeStyle const& style)
 
 json_t jsonRow(Statement const& row, tableFormat_t const& format, TimeStyle const& style)
 {
-    json_t object = json_t::object();
+    // The names differ from each other: there is no need to look for each among those before it.
+    json_t::object_t fields;
+    fields.reserve(format.columns.size() + 2);
     for (std::size_t column = 0; column < format.columns.size(); ++column)
     {
-        object[format.columns[column].name] = jsonCell(row, static_cast<int>(column));
+        fields.emplace_back(format.columns[column].name, jsonCell(row, static_cast<int>(column)));
     }
     if (&format == &faultFormat())
     {
-        object["Time"] = jsonTimeCell(row, faultColumn::TIME_STAMP, style);
+        fields.emplace_back("Time", jsonTimeCell(row, faultColumn::TIME_STAMP, style));
     }
     else if (&format == &statisticFormat())
     {
-        object["TimeFirstOccurred"] = jsonTimeCell(row, statisticColumn::TIME_FIRST, style);
-        object["TimeLastOccurred"] = jsonTimeCell(row, statisticColumn::TIME_LAST, style);
+        fields.emplace_back("TimeFirstOccurred", jsonTimeCell(row, statisticColumn::TIME_FIRST, style));
+        fields.emplace_back("TimeLastOccurred", jsonTimeCell(row, statisticColumn::TIME_LAST, style));
     }
-    return object;
+    return fields;
 }
 
 JsonArray::JsonArray(Output& output) : m_output(output)

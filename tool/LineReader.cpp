@@ -23,12 +23,15 @@ constexpr std::size_t kChunk = 1 << 16;
 void LineReader::fill()
 {
     std::array<char, kChunk> chunk;
-    interrupt::check();
+    while (!interrupt::waitFor(STDIN_FILENO, interrupt::READING, -1))
+    {
+        interrupt::check();
+    }
     ssize_t const size = ::read(STDIN_FILENO, chunk.data(), chunk.size());
     if (size < 0)
     {
         int const error = errno;
-        if (error != EINTR)
+        if (error != EINTR && error != EAGAIN)
         {
             throw Problem(STATUS_BAD_FILE, "cannot read standard input: " + std::generic_category().message(error));
         }

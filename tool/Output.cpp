@@ -2,18 +2,80 @@
 
 #include "Interrupt.h"
 #include "Problem.h"
+#include "Progress.h"
 #include "Text.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <iostream>
 #include <system_error>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tool
 {
 
-Output::Output() : m_terminal(examineTerminal(STDOUT_FILENO)), m_consoleBuffer(std::cout.rdbuf(std::cerr.rdbuf())) {}
+namespace
+{
+
+bool isRegularFile(int descriptor)
+{
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// Writes one line to standard error, where a bar of progress gives way to it. Nothing can be done when that fails.
+void writeErrorLine(std::string const& line)
+{
+    Progress::clearShown();
+    std::string const whole = line + "\n";
+    std::string_view left = whole;
+    while (!left.empty() && !interrupt::isPending())
+    {
+        ssize_t const written = ::write(STDERR_FILENO, left.data(), left.size());
+        if (written < 0 && errno != EINTR && errno != EAGAIN)
+        {
+            return;
+        }
+        left.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+    }
+}
+
+} // namespace
+
+LogBuffer::int_type LogBuffer::overflow(int_type character)
+{
+    if (!traits_type::eq_int_type(character, traits_type::eof()))
+    {
+        m_pending.push_back(traits_type::to_char_type(character));
+        passOnLines();
+    }
+    return traits_type::not_eof(character);
+}
+
+std::streamsize LogBuffer::xsputn(char const* text, std::streamsize size)
+{
+    m_pending.append(text, static_cast<std::size_t>(size));
+    passOnLines();
+    return size;
+}
+
+void LogBuffer::passOnLines()
+{
+    for (std::size_t end = m_pending.find('\n'); end != std::string::npos; end = m_pending.find('\n'))
+    {
+        writeErrorLine(visible(std::string_view(m_pending).substr(0, end)));
+        m_pending.erase(0, end + 1);
+    }
+}
+
+Output::Output()
+    : m_terminal(examineTerminal(STDOUT_FILENO)), m_isWaitedFor(!isRegularFile(STDOUT_FILENO)),
+      m_consoleBuffer(std::cout.rdbuf(&m_logLines))
+{
+}
 
 Output::~Output()
 {
@@ -31,7 +93,13 @@ void Output::flush()
     std::string_view left = m_pending;
     while (!left.empty())
     {
-        ssize_t const written = ::write(STDOUT_FILENO, left.data(), left.size());
+        // Of what a pipe has room for at least, none blocks; only waiting for that room ends with a signal for certain.
+        while (m_isWaitedFor && !interrupt::waitFor(STDOUT_FILENO, interrupt::WRITING, -1))
+        {
+            interrupt::check();
+        }
+        std::size_t const size = m_isWaitedFor ? std::min<std::size_t>(left.size(), PIPE_BUF) : left.size();
+        ssize_t const written = ::write(STDOUT_FILENO, left.data(), size);
         if (written >= 0)
         {
             left.remove_prefix(static_cast<std::size_t>(written));
@@ -42,8 +110,9 @@ void Output::flush()
         {
             throw ReaderGone();
         }
-        if (error != EINTR)
+        if (error != EINTR && error != EAGAIN)
         {
+            m_pending.clear();
             throw Problem(STATUS_BAD_FILE,
                           "cannot write to standard output: " + std::generic_category().message(error));
         }
@@ -54,7 +123,7 @@ void Output::flush()
 
 void complain(std::string_view text)
 {
-    std::cerr << "firaim: " + visible(text) + "\n" << std::flush;
+    writeErrorLine("firaim: " + visible(text));
 }
 
 } // namespace tool

@@ -14,6 +14,20 @@ struct ReaderGone
 {
 };
 
+/// Passes on what is written to it to standard error, line by line, the control characters in it shown. Once a signal
+/// has come it passes on nothing more: who is to end must not wait for a reader.
+class LogBuffer : public std::streambuf
+{
+protected:
+    int_type overflow(int_type character) override;
+    std::streamsize xsputn(char const* text, std::streamsize size) override;
+
+private:
+    void passOnLines();
+
+    std::string m_pending;
+};
+
 /// Standard output, where only results go. While this object lives, what is written to std::cout, as the library's log
 /// lines are, goes to standard error instead.
 ///
@@ -39,7 +53,9 @@ public:
 
 private:
     Terminal const m_terminal;
+    bool const m_isWaitedFor; ///< it is no file: writing to it may take as long as its reader pleases
     std::string m_pending;
+    LogBuffer m_logLines;
     std::streambuf* m_consoleBuffer;
 };
 

@@ -20,14 +20,21 @@ public:
 
     /// Shows `share`, between 0 and 1; not more often than the eye can follow.
     void show(double share);
+    /// The same where nobody knows how much there will be: what has been done.
+    void show(std::string const& amount);
     /// Takes the bar away, so that something else can be written.
     void clear();
+    /// The same for the one that is shown, if there is one.
+    static void clearShown();
 
 private:
+    bool isDue();
+    void write(std::string const& text);
+
     std::string const m_what;
     Terminal m_terminal;
     std::chrono::steady_clock::time_point m_next;
-    bool m_isShown = false;
+    static Progress* shown;
 };
 
 } // namespace tool

@@ -1,6 +1,7 @@
 #include "Recorder.h"
 
 #include "FaultFile.h"
+#include "Interrupt.h"
 
 #include <db/Sqlite3Db.h>
 
@@ -8,6 +9,7 @@
 
 #include <limits>
 #include <sstream>
+#include <stdexcept>
 
 namespace tool
 {
@@ -83,20 +85,38 @@ Recorder::Recorder(std::string const& path, TimeStyle const& style)
     requireWritableFaultFile(path);
     require(m_db.openDb(path, false), "open it");
     m_connection = facadeConnection();
+    m_sqlite = Sqlite3Db::getInstance(0)->findOpen(m_connection)->db;
+    // As the library waits, but not beyond a signal.
+    m_patience.applyTo(m_sqlite);
     execute(kJournalSizeLimit);
+    sqlite3_commit_hook(m_sqlite, onCommit, this);
 }
 
 Recorder::~Recorder()
 {
     // What was not committed is not wanted, and what was is on the storage.
     rollBack();
+    sqlite3_commit_hook(m_sqlite, nullptr, nullptr);
     static_cast<void>(m_db.closeDb());
+}
+
+/// After some failures, a full disk among them, SQLite ends the transaction on its own. What the library would then
+/// write, row by row, must not be stored either.
+int Recorder::onCommit(void* self)
+{
+    return static_cast<Recorder*>(self)->m_isCommitting ? 0 : 1;
+}
+
+Statement Recorder::prepare(std::string const& sql) const
+{
+    return Statement(m_path, m_sqlite, sql);
 }
 
 void Recorder::require(int result, char const* action) const
 {
     if (result < 0)
     {
+        interrupt::check(); // Waiting for a lock ends with a signal.
         throw Problem(STATUS_BAD_FILE, m_path + ": the library could not " + action + " (" + std::to_string(result) +
                                            "); its line above says why");
     }
@@ -115,15 +135,27 @@ void Recorder::begin()
 
 void Recorder::commit()
 {
-    execute("COMMIT");
+    if (!m_isInTransaction)
+    {
+        return;
+    }
+    if (sqlite3_get_autocommit(m_sqlite) != 0)
+    {
+        throw Problem(STATUS_BAD_FILE, m_path +
+                                           ": writing failed, and nothing of it was stored; the library's lines above "
+                                           "say why");
+    }
+    m_isCommitting = true;
+    int const result = Sqlite3Db::getInstance(0)->execute(m_connection, "COMMIT");
+    m_isCommitting = false;
+    require(result, "write to it");
     m_isInTransaction = false;
 }
 
 void Recorder::rollBack()
 {
-    Sqlite3Db::DbHandle const* const entry = Sqlite3Db::getInstance(0)->findOpen(m_connection);
     // After some failures SQLite has rolled back on its own.
-    if (m_isInTransaction && entry != nullptr && sqlite3_get_autocommit(entry->db) == 0)
+    if (m_isInTransaction && sqlite3_get_autocommit(m_sqlite) == 0)
     {
         static_cast<void>(Sqlite3Db::getInstance(0)->execute(m_connection, "ROLLBACK"));
     }
@@ -149,17 +181,7 @@ Fault Recorder::complete(FaultRequest const& request)
     TimeStyle const utc = {m_style.unit, false};
     std::optional<Fault> const newest = newestFault();
     std::int64_t const now = currentTime();
-    if (request.stamp)
-    {
-        fault.TimeStampUTC = *request.stamp;
-    }
-    else
-    {
-        // One file, one unit.
-        bool const isToBeGuessed = m_style.unit == timeUnit_t::GUESSED && newest && newest->TimeStampUTC != 0;
-        fault.TimeStampUTC =
-            stampOf(request.time.value_or(now), isToBeGuessed ? guessUnit(newest->TimeStampUTC) : m_style.unit);
-    }
+    fault.TimeStampUTC = stampFor(request, newest, now);
     if (fault.DateTimeString.empty() && fault.TimeStampUTC != 0)
     {
         fault.DateTimeString = stampText(fault.TimeStampUTC, utc);
@@ -178,6 +200,25 @@ Fault Recorder::complete(FaultRequest const& request)
     }
     fault.RdbStartupId = request.startup.value_or(newest ? newest->RdbStartupId : 0);
     return fault;
+}
+
+/// The time of a fault as it is stored: in the unit of the file.
+unsigned long long Recorder::stampFor(FaultRequest const& request, std::optional<Fault> const& newest,
+                                      std::int64_t now) const
+{
+    if (request.stamp)
+    {
+        return *request.stamp;
+    }
+    timeUnit_t const unit = m_style.unit == timeUnit_t::GUESSED && newest ? unitOf(newest->TimeStampUTC) : m_style.unit;
+    std::optional<unsigned long long> const stamp = stampOf(request.time.value_or(now), unit, m_style);
+    if (!stamp)
+    {
+        throw std::invalid_argument(
+            "this time cannot be stored: in the unit of the file it would be read as another one "
+            "or as none; --time-unit chooses the unit");
+    }
+    return *stamp;
 }
 
 std::optional<Fault> Recorder::newestFault()

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Problem.h"
+#include "Sqlite.h"
 #include "Times.h"
 
 #include <fdb/FaultDb.h>
@@ -31,16 +31,18 @@ public:
     Recorder(Recorder const&) = delete;
     Recorder& operator=(Recorder const&) = delete;
 
-    /// What is recorded between the two is on the storage after the second, or not at all. Throws a Problem; the
-    /// transaction is then rolled back.
+    /// What is recorded between the two is on the storage after the second, or not at all. Throws a Problem; nothing
+    /// of the transaction is then stored, unless storage failed in the last steps of the commit.
     void begin();
+    /// Does nothing without a transaction.
     void commit();
     /// Ends the transaction, if there is one, without having done anything.
     void rollBack();
 
     /// Records a fault and counts it in the statistic of its code, inside a transaction; returns its key. The first
     /// active fault of a code begins its statistic; a count of 65535 stays. An inactive fault counts for nothing and
-    /// marks the statistic as inactive.
+    /// marks the statistic as inactive. Throws std::invalid_argument, before anything is written, for a time that
+    /// cannot be stored.
     unsigned long long record(FaultRequest const& request);
 
     /// The statistic of a code; none when there is none.
@@ -49,19 +51,27 @@ public:
     std::optional<Fault> faultWith(unsigned long long key);
 
     FaultDb& db() { return m_db; }
+    /// A statement on the connection of the library, which sees what the transaction has done.
+    Statement prepare(std::string const& sql) const;
 
 private:
     Fault complete(FaultRequest const& request);
     std::optional<Fault> newestFault();
     void keepStatistic(Fault const& fault);
     void execute(char const* sql);
+    unsigned long long stampFor(FaultRequest const& request, std::optional<Fault> const& newest,
+                                std::int64_t now) const;
+    static int onCommit(void* self);
     void require(int result, char const* action) const;
 
     std::string const m_path;
     TimeStyle const m_style;
     FaultDb& m_db;
     short m_connection = -1;
+    sqlite3* m_sqlite = nullptr; ///< the same connection; the library's
+    Patience m_patience = {kPatience};
     bool m_isInTransaction = false;
+    bool m_isCommitting = false;
 };
 
 } // namespace tool

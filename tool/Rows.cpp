@@ -30,28 +30,30 @@ T const& decodeRow(SqlTbl<T>& tbl, Statement const& row)
     return tbl.m_record;
 }
 
-std::string pagingText(tableFormat_t const& format, order_t order)
+std::string pagingText(Connection const& connection, tableFormat_t const& format, order_t order)
 {
-    return selectText(format) + " WHERE rowid >= ?1 AND rowid <= ?2 ORDER BY rowid" +
+    return selectText(connection, format) + " WHERE rowid >= ?1 AND rowid <= ?2 ORDER BY rowid" +
            (order == order_t::NEWEST_FIRST ? " DESC" : "") + " LIMIT " + std::to_string(kRowsInBatch);
 }
 
 } // namespace
 
-std::string selectText(tableFormat_t const& format)
+std::string selectText(Connection const& connection, tableFormat_t const& format)
 {
+    Statement names = connection.prepare("SELECT 1 FROM pragma_table_xinfo(?1) WHERE name = ?2 COLLATE NOCASE");
     std::string text = "SELECT ";
     for (column_t const& column : format.columns)
     {
-        // With the table's name before it, a missing column is an error. In quotes alone it would be read as a text.
-        text += format.name + "." + column.name + ", ";
+        bool const isThere = names.bind(1, format.name).bind(2, column.name).step();
+        text += isThere ? format.name + "." + column.name + ", " : "NULL, ";
+        names.reset();
     }
     return text + "rowid FROM " + format.name;
 }
 
 RowReader::RowReader(Connection const& connection, tableFormat_t const& format, order_t order, keyRange_t range)
     : m_connection(connection), m_order(order), m_whole(range), m_left(range),
-      m_statement(connection.prepare(pagingText(format, order)))
+      m_statement(connection.prepare(pagingText(connection, format, order)))
 {
     Statement bounds = connection.prepare("SELECT (SELECT min(rowid) FROM " + format.name +
                                           "), (SELECT max(rowid) FROM " + format.name + ")");

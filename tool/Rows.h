@@ -78,7 +78,8 @@ private:
     FdbSqlFaultStatisticTbl m_tbl;
 };
 
-/// "SELECT", the columns of `format` by name and the row's key after them, "FROM" its table.
-std::string selectText(tableFormat_t const& format);
+/// "SELECT", the columns of `format` by name and the row's key after them, "FROM" its table. A column that the file
+/// does not have is read as NULL.
+std::string selectText(Connection const& connection, tableFormat_t const& format);
 
 } // namespace tool

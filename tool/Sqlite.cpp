@@ -6,7 +6,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <vector>
 
 namespace tool
 {
@@ -14,10 +13,13 @@ namespace tool
 namespace
 {
 
-constexpr int kPatienceMs = 5000;
 /// Instructions of SQLite's machine between two looks for a signal: some hundred microseconds.
 constexpr int kInstructionsBetweenLooks = 10000;
 constexpr int kLongestPattern = 1000;
+
+/// A crashed writer's journal is there for good, a working one's for moments only.
+constexpr std::chrono::milliseconds kPatienceWithJournal(500);
+constexpr int kPauseMs = 2;
 
 char const* adviceFor(int code)
 {
@@ -35,10 +37,49 @@ char const* adviceFor(int code)
     }
 }
 
-std::string messageOf(sqlite3* db, int code)
+std::string messageOf(std::string const& path, sqlite3* db, int code)
 {
+    if (code == SQLITE_READONLY_ROLLBACK)
+    {
+        return "a writer was cut off, and what it left half done must be rolled back before the file can be read, "
+               "which "
+               "writes to it. Run 'firaim recover' on it; or, to leave it as it is, copy it together with '" +
+               path + "-journal' into another folder and run 'firaim recover' on the copy";
+    }
     // The connection's own message says more, where there is one for this code.
     return db != nullptr && sqlite3_extended_errcode(db) == code ? sqlite3_errmsg(db) : sqlite3_errstr(code);
+}
+
+int onBusy(void* self, int calls)
+{
+    auto* const patience = static_cast<Patience*>(self);
+    auto const now = std::chrono::steady_clock::now();
+    if (calls == 0)
+    {
+        patience->begin = now;
+    }
+    if (interrupt::isPending() || now - patience->begin >= patience->limit)
+    {
+        return 0;
+    }
+    interrupt::pause(kPauseMs);
+    return 1;
+}
+
+/// Calls `run`, which returns a code of SQLite, until what looks like the journal of a crashed writer is none.
+template <class Run>
+int callPatiently(sqlite3* db, Run const& run)
+{
+    auto const end = std::chrono::steady_clock::now() + kPatienceWithJournal;
+    int code = run();
+    while (code != SQLITE_OK && code != SQLITE_ROW && code != SQLITE_DONE &&
+           sqlite3_extended_errcode(db) == SQLITE_READONLY_ROLLBACK && std::chrono::steady_clock::now() < end &&
+           !interrupt::isPending())
+    {
+        interrupt::pause(kPauseMs);
+        code = run();
+    }
+    return code;
 }
 
 int onProgress(void*)
@@ -63,25 +104,25 @@ int openFile(std::string const& path, Connection::access_t access, sqlite3** db)
 {
     // "./" takes the special meaning from ":memory:", "file:..." and the empty name.
     std::string const name = !path.empty() && path.front() == '/' ? path : "./" + path;
+    // One thread uses it.
+    constexpr int kCommon = SQLITE_OPEN_NOMUTEX;
     switch (access)
     {
     case Connection::READ_ONLY:
-        return sqlite3_open_v2(name.c_str(), db, SQLITE_OPEN_READONLY, nullptr);
+        return sqlite3_open_v2(name.c_str(), db, SQLITE_OPEN_READONLY | kCommon, nullptr);
     case Connection::READ_ONLY_FOR_EVER:
-        return sqlite3_open_v2((uriOf(name) + "?immutable=1").c_str(), db, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI,
-                               nullptr);
+        return sqlite3_open_v2((uriOf(name) + "?immutable=1").c_str(), db,
+                               SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | kCommon, nullptr);
     case Connection::READ_WRITE:
-        return sqlite3_open_v2(name.c_str(), db, SQLITE_OPEN_READWRITE, nullptr);
-    case Connection::CREATE:
         break;
     }
-    return sqlite3_open_v2(name.c_str(), db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    return sqlite3_open_v2(name.c_str(), db, SQLITE_OPEN_READWRITE | kCommon, nullptr);
 }
 
 } // namespace
 
 SqliteProblem::SqliteProblem(std::string const& path, sqlite3* db, int code)
-    : Problem(STATUS_BAD_FILE, path + ": " + messageOf(db, code) + adviceFor(code)), m_code(code)
+    : Problem(STATUS_BAD_FILE, path + ": " + messageOf(path, db, code) + adviceFor(code)), m_code(code)
 {
 }
 
@@ -94,7 +135,7 @@ void Statement::Finalize::operator()(sqlite3_stmt* statement) const
 Statement::Statement(std::string const& path, sqlite3* db, std::string const& sql) : m_path(path), m_db(db)
 {
     sqlite3_stmt* compiled = nullptr;
-    int const code = sqlite3_prepare_v2(db, sql.c_str(), -1, &compiled, nullptr);
+    int const code = callPatiently(db, [&] { return sqlite3_prepare_v2(db, sql.c_str(), -1, &compiled, nullptr); });
     m_statement.reset(compiled);
     if (code != SQLITE_OK)
     {
@@ -104,7 +145,7 @@ Statement::Statement(std::string const& path, sqlite3* db, std::string const& sq
 
 void Statement::fail(int code) const
 {
-    if (code == SQLITE_INTERRUPT)
+    if (code == SQLITE_INTERRUPT || code == SQLITE_BUSY)
     {
         interrupt::check();
     }
@@ -134,8 +175,9 @@ Statement& Statement::bind(int parameter, std::string_view value)
 
 bool Statement::step()
 {
-    int const code = sqlite3_step(m_statement.get());
-    if (code == SQLITE_ROW)
+    int const code = stepPatiently();
+    m_isRunning = code == SQLITE_ROW;
+    if (m_isRunning)
     {
         return true;
     }
@@ -147,8 +189,23 @@ bool Statement::step()
     return false;
 }
 
+int Statement::stepPatiently()
+{
+    if (m_isRunning)
+    {
+        return sqlite3_step(m_statement.get());
+    }
+    return callPatiently(m_db,
+                         [&]
+                         {
+                             reset();
+                             return sqlite3_step(m_statement.get());
+                         });
+}
+
 void Statement::reset()
 {
+    m_isRunning = false;
     // The result repeats what the last step reported.
     static_cast<void>(sqlite3_reset(m_statement.get()));
 }
@@ -156,11 +213,6 @@ void Statement::reset()
 int Statement::columnCount() const
 {
     return sqlite3_column_count(m_statement.get());
-}
-
-char const* Statement::columnName(int column) const
-{
-    return sqlite3_column_name(m_statement.get(), column);
 }
 
 int Statement::type(int column) const
@@ -211,7 +263,13 @@ void Connection::Close::operator()(sqlite3* db) const
     static_cast<void>(sqlite3_close(db));
 }
 
-Connection::Connection(std::string const& path, access_t access) : m_path(path)
+void Patience::applyTo(sqlite3* db)
+{
+    static_cast<void>(sqlite3_busy_handler(db, onBusy, this));
+}
+
+Connection::Connection(std::string const& path, access_t access)
+    : m_path(path), m_patience(std::make_unique<Patience>(Patience{kPatience}))
 {
     sqlite3* db = nullptr;
     int const code = openFile(path, access, &db);
@@ -220,7 +278,7 @@ Connection::Connection(std::string const& path, access_t access) : m_path(path)
     {
         throw SqliteProblem(path, db, db == nullptr ? code : sqlite3_extended_errcode(db));
     }
-    waitForLocks(kPatienceMs);
+    m_patience->applyTo(db);
     sqlite3_progress_handler(db, kInstructionsBetweenLooks, onProgress, nullptr);
     // As the library opens files: they come from the field, and what their schema says is not to be trusted.
     static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr));
@@ -238,7 +296,7 @@ std::int64_t Connection::number(std::string const& sql) const
 
 void Connection::waitForLocks(int milliseconds) const
 {
-    static_cast<void>(sqlite3_busy_timeout(m_db.get(), milliseconds));
+    m_patience->limit = std::chrono::milliseconds(milliseconds);
 }
 
 std::int64_t Connection::changes() const

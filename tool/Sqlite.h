@@ -2,6 +2,7 @@
 
 #include "Problem.h"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -28,7 +29,7 @@ private:
 };
 
 /// A statement that was compiled. Values only ever get in by `bind`. Failures throw SqliteProblem, and
-/// interrupt::Interrupted when that is why SQLite stopped.
+/// interrupt::Interrupted when a signal has come.
 class Statement
 {
 public:
@@ -44,7 +45,6 @@ public:
     void reset();
 
     int columnCount() const;
-    char const* columnName(int column) const;
     /// SQLite's type of the cell: SQLITE_INTEGER, SQLITE_TEXT and so on.
     int type(int column) const;
     bool isNull(int column) const;
@@ -58,6 +58,7 @@ public:
 
 private:
     [[noreturn]] void fail(int code) const;
+    int stepPatiently();
 
     struct Finalize
     {
@@ -67,6 +68,21 @@ private:
     std::string const& m_path;
     sqlite3* m_db;
     std::unique_ptr<sqlite3_stmt, Finalize> m_statement;
+    bool m_isRunning = false; ///< has a row, and so its locks
+};
+
+/// How long a connection waits for other processes: as long as the library does.
+constexpr std::chrono::seconds kPatience(5);
+
+/// How a connection waits for other processes: in short pauses, as a writer lets go of the file for moments only, and
+/// not beyond a signal.
+struct Patience
+{
+    std::chrono::milliseconds limit;
+    std::chrono::steady_clock::time_point begin = {};
+
+    /// Lets `db` wait like this, for as long as both live.
+    void applyTo(sqlite3* db);
 };
 
 /// A connection to one file. It waits up to 5 s for other processes, and a signal ends what it is doing.
@@ -77,8 +93,7 @@ public:
     {
         READ_ONLY,
         READ_ONLY_FOR_EVER, ///< the file cannot change while it is read: no lock, no file beside it
-        READ_WRITE,
-        CREATE
+        READ_WRITE
     };
 
     /// Opens the file; `path` always names a file, whatever it looks like. Throws SqliteProblem.
@@ -104,6 +119,7 @@ private:
     };
 
     std::string const m_path;
+    std::unique_ptr<Patience> m_patience; ///< outlives the connection, which points to it
     std::unique_ptr<sqlite3, Close> m_db;
 };
 

@@ -77,19 +77,10 @@ bool isPlain(char c)
     return c >= ' ' && c <= '~';
 }
 
-char lowered(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool equalLowered(char left, char right)
-{
-    return lowered(left) == lowered(right);
-}
-
-} // namespace
-
-std::string visible(std::string_view text)
+/// `text` with characters that are not seen, and bytes that are none, replaced by what the two functions make of them.
+template <class ReplaceCharacter, class ReplaceByte>
+std::string replaceUnseen(std::string_view text, ReplaceCharacter const& replaceCharacter,
+                          ReplaceByte const& replaceByte)
 {
     std::string result;
     result.reserve(text.size());
@@ -106,7 +97,7 @@ std::string visible(std::string_view text)
         character_t const character = firstCharacter(text);
         if (character.codePoint < 0)
         {
-            result.append("\\x" + hexadecimal(text.substr(0, 1)));
+            result.append(replaceByte(text.front()));
         }
         else if (isSeen(character.codePoint))
         {
@@ -114,11 +105,49 @@ std::string visible(std::string_view text)
         }
         else
         {
-            result.append(escapeOf(static_cast<unsigned int>(character.codePoint)));
+            result.append(replaceCharacter(static_cast<unsigned int>(character.codePoint)));
         }
         text.remove_prefix(character.size);
     }
     return result;
+}
+
+char lowered(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool equalLowered(char left, char right)
+{
+    return lowered(left) == lowered(right);
+}
+
+} // namespace
+
+std::string visible(std::string_view text)
+{
+    return replaceUnseen(
+        text, [](unsigned int codePoint) { return escapeOf(codePoint); },
+        [](char byte) {
+            return "\\x" + hexadecimal({&byte, 1});
+        });
+}
+
+std::string visibleJson(std::string_view json)
+{
+    return replaceUnseen(
+        json,
+        [](unsigned int codePoint)
+        {
+            constexpr unsigned int kFirstInPairs = 0x10000;
+            if (codePoint < kFirstInPairs)
+            {
+                return "\\u" + digitsOf(codePoint, 4);
+            }
+            unsigned int const pair = codePoint - kFirstInPairs;
+            return "\\u" + digitsOf(0xd800 + (pair >> 10), 4) + "\\u" + digitsOf(0xdc00 + (pair & 0x3ff), 4);
+        },
+        [](char) { return "\\ufffd"; });
 }
 
 std::size_t displayWidth(std::string_view text)

@@ -12,6 +12,9 @@ namespace tool
 /// ("\n", "\x1b"), invisible ones such as those that reverse the writing ("\u202e"), bytes that are no UTF-8 ("\xff").
 std::string visible(std::string_view text);
 
+/// The same for a text that is JSON, and stays it: what is in its texts is replaced by JSON's own escapes.
+std::string visibleJson(std::string_view json);
+
 /// The number of columns that `text`, which is visible, takes in a terminal.
 std::size_t displayWidth(std::string_view text);
 

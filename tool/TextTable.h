@@ -25,6 +25,9 @@ std::string styled(std::string const& text, style_t style, Terminal const& termi
 /// above 0 is seen.
 std::string barText(unsigned long long count, unsigned long long most, std::size_t width, Terminal const& terminal);
 
+/// What stands for the part of a text that was left out.
+std::string_view ellipsisFor(Terminal const& terminal);
+
 /// Writes rows of texts as a table that fits the terminal. The first rows are held back and tell how wide the columns
 /// have to be, so that a table of any length takes little memory. Without a terminal nothing is shortened.
 class TextTable
@@ -35,6 +38,7 @@ public:
         std::string text;
         bool isRight = false;   ///< a number: its last digits stand below each other
         bool isElastic = false; ///< may be shortened where the terminal is narrow
+        int dropOrder = 0;      ///< left out where it is narrower still, the columns with 1 first; 0: never
     };
 
     struct cell_t
@@ -49,7 +53,8 @@ public:
     };
     using row_t = std::vector<cell_t>;
 
-    TextTable(Output& output, std::vector<heading_t> headings);
+    /// What makes a line too long all the same is cut off, unless the table `wraps`.
+    TextTable(Output& output, std::vector<heading_t> headings, bool wraps = false);
 
     void add(row_t row);
     /// Writes what is held back. No row can be added afterwards.
@@ -59,12 +64,18 @@ public:
 
 private:
     void fitToTerminal();
+    void dropColumns();
+    std::size_t neededWidth(bool isShortest) const;
+    std::size_t* widestElastic();
     void write(row_t const& row);
 
     Output& m_output;
     std::vector<heading_t> const m_headings;
+    bool const m_wraps;
     std::vector<row_t> m_held;
+    std::size_t m_heldBytes = 0;
     std::vector<std::size_t> m_widths; ///< empty for as long as rows are held back
+    std::vector<bool> m_isDropped;
 };
 
 } // namespace tool

@@ -26,11 +26,12 @@ struct length_t
     int months;
 };
 
-constexpr std::array<length_t, 20> kLengths = {
+constexpr std::array<length_t, 22> kLengths = {
     {{kSecond, 0},  {2 * kSecond, 0}, {5 * kSecond, 0}, {10 * kSecond, 0}, {30 * kSecond, 0},
      {kMinute, 0},  {2 * kMinute, 0}, {5 * kMinute, 0}, {10 * kMinute, 0}, {30 * kMinute, 0},
      {kHour, 0},    {2 * kHour, 0},   {6 * kHour, 0},   {12 * kHour, 0},   {kDay, 0},
-     {7 * kDay, 0}, {0, 1},           {0, 3},           {0, 12},           {0, 120}}};
+     {7 * kDay, 0}, {0, 1},           {0, 3},           {0, 12},           {0, 120},
+     {0, 1200},     {0, 12000}}};
 /// The time from the Monday before 1970 until then: weeks begin on Mondays.
 constexpr std::int64_t kMonday = 3 * kDay;
 
@@ -60,9 +61,9 @@ std::int64_t periodBegin(std::int64_t time, length_t const& length, std::int64_t
 }
 
 /// The periods of that length from the one with `first` to the one with `last`; none when they are more than `most`.
-std::vector<Timeline::period_t> divide(std::int64_t first, std::int64_t last, length_t const& length, std::size_t most)
+std::vector<Timeline::bin_t> divide(std::int64_t first, std::int64_t last, length_t const& length, std::size_t most)
 {
-    std::vector<Timeline::period_t> periods;
+    std::vector<Timeline::bin_t> periods;
     std::int64_t begin = periodBegin(first, length, 0);
     while (begin <= last)
     {
@@ -96,9 +97,9 @@ void Timeline::add(std::int64_t milliseconds)
     }
 }
 
-std::vector<Timeline::period_t> Timeline::periods(std::size_t most) const
+std::vector<Timeline::bin_t> Timeline::periods(std::size_t most) const
 {
-    std::vector<period_t> periods;
+    std::vector<bin_t> periods;
     for (length_t const& length : kLengths)
     {
         if (periods.empty() && !m_bins.empty())
@@ -111,13 +112,13 @@ std::vector<Timeline::period_t> Timeline::periods(std::size_t most) const
         std::int64_t const time = std::max(bin * (std::int64_t(1) << m_shift), m_first);
         auto const after =
             std::upper_bound(periods.begin(), periods.end(), time,
-                             [](std::int64_t moment, period_t const& period) { return moment < period.begin; });
+                             [](std::int64_t moment, bin_t const& period) { return moment < period.begin; });
         std::prev(after)->count += count;
     }
     return periods;
 }
 
-std::string periodText(Timeline::period_t const& period, TimeStyle const& style)
+std::string periodText(Timeline::bin_t const& period, TimeStyle const& style)
 {
     constexpr std::size_t kDate = 10;
     constexpr std::size_t kMinutes = 16;
@@ -127,7 +128,7 @@ std::string periodText(Timeline::period_t const& period, TimeStyle const& style)
     return text.substr(0, length >= kDay && !style.isLocal ? kDate : length >= kMinute ? kMinutes : kSeconds);
 }
 
-std::string lengthText(Timeline::period_t const& period)
+std::string lengthText(Timeline::bin_t const& period)
 {
     constexpr std::int64_t kLongestMonth = 31 * kDay;
     std::int64_t const length = period.end - period.begin;
@@ -136,7 +137,12 @@ std::string lengthText(Timeline::period_t const& period)
         return durationText(length);
     }
     std::int64_t const months = (length + kLongestMonth - 1) / kLongestMonth;
-    return months == 1 ? "month" : months < 12 ? "3 months" : months == 12 ? "year" : "10 years";
+    if (months < 12)
+    {
+        return months == 1 ? "month" : "3 months";
+    }
+    constexpr std::int64_t kYear = 365 * kDay;
+    return length / kYear == 1 ? "year" : std::to_string(length / kYear / 10 * 10) + " years";
 }
 
 std::string durationText(std::int64_t milliseconds)

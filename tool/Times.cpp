@@ -4,6 +4,7 @@
 #include <chrono>
 #include <ctime>
 #include <iomanip>
+#include <limits>
 #include <sstream>
 #include <string_view>
 
@@ -22,6 +23,8 @@ constexpr unsigned long long kMicrosecondsPerMillisecond = 1000;
 /// The end of the year 9999, the last that ISO 8601 can name.
 constexpr std::int64_t kCalendarEnd = 253402300800 * kSecond;
 constexpr std::size_t kDigitsOfMillisecond = 3;
+/// SQLite's integers have a sign.
+constexpr unsigned long long kMostStamp = std::numeric_limits<std::int64_t>::max();
 
 /// Takes pieces from the front of a text; once one was missing, nothing else is found.
 class Scanner
@@ -82,6 +85,7 @@ struct writtenTime_t
     std::int64_t milliseconds = 0;
     std::int64_t length = kDay;
     std::optional<std::int64_t> offset; ///< of its time zone, to be taken off
+    bool isGood = true;                 ///< there are such time zones
 };
 
 void scanSeconds(Scanner& scanner, writtenTime_t& time)
@@ -108,8 +112,9 @@ void scanZone(Scanner& scanner, writtenTime_t& time)
     if (sign == '+' || sign == '-')
     {
         int const hours = scanner.number(2);
-        scanner.accept(":");
-        int const minutes = scanner.number(2);
+        bool const hasMinutes = scanner.accept(":") != '\0' || !scanner.isAtEnd();
+        int const minutes = hasMinutes ? scanner.number(2) : 0;
+        time.isGood = hours < 24 && minutes < 60;
         time.offset = (sign == '-' ? -1 : 1) * (hours * kHour + minutes * kMinute);
     }
 }
@@ -127,6 +132,20 @@ void scanTimeOfDay(Scanner& scanner, writtenTime_t& time)
     scanZone(scanner, time);
 }
 
+timeUnit_t guessUnit(unsigned long long stamp)
+{
+    // In seconds these are the years up to 5138; in each smaller unit, those from 1973 to 5138.
+    if (stamp < 100'000'000'000)
+    {
+        return timeUnit_t::SECONDS;
+    }
+    if (stamp < 100'000'000'000'000)
+    {
+        return timeUnit_t::MILLISECONDS;
+    }
+    return stamp < 100'000'000'000'000'000 ? timeUnit_t::MICROSECONDS : timeUnit_t::NANOSECONDS;
+}
+
 /// Whether there is such a date and such a time of day.
 bool isInCalendar(std::tm const& written)
 {
@@ -135,6 +154,13 @@ bool isInCalendar(std::tm const& written)
     static_cast<void>(timegm(&normal));
     return normal.tm_mday == written.tm_mday && normal.tm_mon == written.tm_mon && normal.tm_year == written.tm_year &&
            normal.tm_hour == written.tm_hour && normal.tm_min == written.tm_min && normal.tm_sec == written.tm_sec;
+}
+
+/// In milliseconds since 1970; fields beyond their ends are carried over.
+std::int64_t momentOf(std::tm calendar, bool isLocal)
+{
+    calendar.tm_isdst = -1;
+    return (isLocal ? std::mktime(&calendar) : timegm(&calendar)) * kSecond;
 }
 
 } // namespace
@@ -152,15 +178,19 @@ std::optional<period_t> parseTime(std::string const& text, TimeStyle const& styl
     {
         scanTimeOfDay(scanner, time);
     }
-    if (!scanner.isGood() || !scanner.isAtEnd() || !isInCalendar(time.calendar))
+    if (!scanner.isGood() || !scanner.isAtEnd() || !time.isGood || !isInCalendar(time.calendar))
     {
         return std::nullopt;
     }
     bool const isLocal = style.isLocal && !time.offset;
-    time.calendar.tm_isdst = -1;
-    std::int64_t const seconds = isLocal ? std::mktime(&time.calendar) : timegm(&time.calendar);
-    std::int64_t const begin = seconds * kSecond + time.milliseconds - time.offset.value_or(0);
-    return period_t{begin, begin + time.length};
+    std::int64_t const begin = momentOf(time.calendar, isLocal) + time.milliseconds - time.offset.value_or(0);
+    if (time.length < kDay)
+    {
+        return period_t{begin, begin + time.length};
+    }
+    // Not every local day has 24 hours.
+    ++time.calendar.tm_mday;
+    return period_t{begin, momentOf(time.calendar, isLocal)};
 }
 
 std::string isoText(std::int64_t milliseconds, TimeStyle const& style)
@@ -184,20 +214,6 @@ std::string isoText(std::int64_t milliseconds, TimeStyle const& style)
     long const amount = minutes < 0 ? -minutes : minutes;
     text << (minutes < 0 ? '-' : '+') << std::setw(2) << amount / 60 << ':' << std::setw(2) << amount % 60;
     return text.str();
-}
-
-timeUnit_t guessUnit(unsigned long long stamp)
-{
-    // In seconds these are the years up to 5138; in each smaller unit, those from 1973 to 5138.
-    if (stamp < 100'000'000'000)
-    {
-        return timeUnit_t::SECONDS;
-    }
-    if (stamp < 100'000'000'000'000)
-    {
-        return timeUnit_t::MILLISECONDS;
-    }
-    return stamp < 100'000'000'000'000'000 ? timeUnit_t::MICROSECONDS : timeUnit_t::NANOSECONDS;
 }
 
 std::optional<std::int64_t> timeOf(unsigned long long stamp, TimeStyle const& style)
@@ -239,20 +255,38 @@ std::string stampText(unsigned long long stamp, TimeStyle const& style)
     return time ? isoText(*time, style) : std::to_string(stamp);
 }
 
-unsigned long long stampOf(std::int64_t milliseconds, timeUnit_t unit)
+timeUnit_t unitOf(unsigned long long stamp)
 {
+    // A clock that was never set counts from 1970, in any unit.
+    constexpr unsigned long long kYear2001 = 1'000'000'000;
+    return stamp < kYear2001 ? timeUnit_t::GUESSED : guessUnit(stamp);
+}
+
+std::optional<unsigned long long> stampOf(std::int64_t milliseconds, timeUnit_t unit, TimeStyle const& reader)
+{
+    if (milliseconds <= 0)
+    {
+        return std::nullopt;
+    }
     auto const amount = static_cast<unsigned long long>(milliseconds);
+    unsigned long long stamp = amount;
     switch (unit)
     {
     case timeUnit_t::SECONDS:
-        return amount / kSecond;
+        stamp = amount / kSecond;
+        break;
     case timeUnit_t::MICROSECONDS:
-        return amount * kMicrosecondsPerMillisecond;
+        stamp = amount * kMicrosecondsPerMillisecond;
+        break;
     case timeUnit_t::NANOSECONDS:
-        return amount * kNanosecondsPerMillisecond;
+        stamp = amount > kMostStamp / kNanosecondsPerMillisecond ? 0 : amount * kNanosecondsPerMillisecond;
+        break;
     default:
-        return amount;
+        break;
     }
+    std::optional<std::int64_t> const read = timeOf(stamp, reader);
+    bool const isReadAgain = read && *read / kSecond == milliseconds / kSecond;
+    return isReadAgain ? std::optional(stamp) : std::nullopt;
 }
 
 std::int64_t currentTime()

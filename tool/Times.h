@@ -47,11 +47,12 @@ std::optional<std::int64_t> timeOf(unsigned long long stamp, TimeStyle const& st
 /// The ISO 8601 text of a stamp, "-" when it was not set, the plain number beyond the calendar.
 std::string stampText(unsigned long long stamp, TimeStyle const& style);
 
-/// The unit that `stamp` seems to be in.
-timeUnit_t guessUnit(unsigned long long stamp);
+/// The unit that `stamp`, one of the file, seems to be in; GUESSED when it is too small to tell.
+timeUnit_t unitOf(unsigned long long stamp);
 
-/// The stamp of a time in `unit`, milliseconds when that is to be guessed.
-unsigned long long stampOf(std::int64_t milliseconds, timeUnit_t unit);
+/// The stamp of a time in `unit`, milliseconds when that is to be guessed; none where it is no number above 0 that
+/// SQLite can hold, or where `reader` would take it for another time.
+std::optional<unsigned long long> stampOf(std::int64_t milliseconds, timeUnit_t unit, TimeStyle const& reader);
 
 /// The time now.
 std::int64_t currentTime();

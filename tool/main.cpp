@@ -7,9 +7,12 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <sstream>
+#include <string>
 
 namespace
 {
@@ -46,6 +49,13 @@ void declare(CLI::App& app, Request& request)
     addCodes(app, request);
 }
 
+bool hasCommand(CLI::App& app, std::string const& name)
+{
+    auto const commands = app.get_subcommands([](CLI::App const*) { return true; });
+    return std::any_of(commands.begin(), commands.end(),
+                       [&](CLI::App const* command) { return command->get_name() == name; });
+}
+
 /// Help and version are results; what is wrong with the arguments is not.
 int explain(CLI::App const& app, CLI::ParseError const& problem, Output& output)
 {
@@ -68,6 +78,11 @@ int run(int argc, char** argv, Output& output)
     CLI::App app("Records faults in a fault database, looks at it, follows it and hands it over.", "firaim");
     Request request = {output, nullptr};
     declare(app, request);
+    if (argc > 1 && argv[1][0] != '-' && !hasCommand(app, argv[1]))
+    {
+        throw Problem(STATUS_BAD_USAGE,
+                      "unknown command '" + std::string(argv[1]) + "'; --help lists those that there are");
+    }
     try
     {
         app.parse(argc, argv);

@@ -4,8 +4,9 @@
 
 #include <gmock/gmock.h>
 
-#include <csignal>
 #include <filesystem>
+
+#include <sys/stat.h>
 
 namespace
 {
@@ -65,6 +66,32 @@ TEST_F(Renumbering, RefusesWhereOneStatisticWouldBeWrittenOverAnother)
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("several statistics have the code 1025"));
     EXPECT_EQ(value("SELECT group_concat(RdbStartupId) FROM FdbFaultTbl"), "1,2,2");
+}
+
+TEST_F(Renumbering, MovesAllOrNothingWhereTheStorageIsFull)
+{
+    RawDb(path).exec(
+        "DELETE FROM FdbFaultTbl; WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < "
+        "3000) INSERT INTO FdbFaultTbl SELECT NULL, '', 1, 'a', 'b', 'c', 1, '', 'ErrorActive', 'd', '', 1, "
+        "1, '', 2, '' FROM n");
+    setting_t setting;
+    setting.longestFile = 60000; // The journal of some rows fits, that of all of them does not.
+    outcome_t const outcome = runTool({"renumber", path, "--from", "2", "--to", "3"}, setting);
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.errors, HasSubstr("nothing of it was stored"));
+    EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl WHERE RdbStartupId = 2"), "3000");
+    EXPECT_EQ(value("PRAGMA integrity_check"), "ok");
+}
+
+TEST_F(Renumbering, RefusesWhereADamagedCellWouldBeLost)
+{
+    insertFault("RdbStartupId,TimeStampUTC", "2,1e19");
+    outcome_t const outcome = runTool({"renumber", path, "--from", "2", "--to", "3"});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.errors,
+                HasSubstr("FdbFaultTbl row 4: TimeStampUTC holds '1.0e+19' and no whole number; it would "
+                          "be lost in moving, and nothing was moved"));
+    EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl WHERE RdbStartupId = 2"), "3");
 }
 
 TEST_F(Trimming, KeepsTheNewest)
@@ -142,8 +169,16 @@ TEST_F(CopyingAFile, NeverReplacesAFileUnasked)
     EXPECT_EQ(output({"check", copy}), copy + ": nothing is wrong\n");
 }
 
+TEST_F(CopyingAFile, IsForThoseWhoMayReadTheFile)
+{
+    ASSERT_EQ(chmod(path.c_str(), 0600), 0);
+    output({"backup", path, dir.file("copy.db")});
+    EXPECT_EQ(std::filesystem::status(dir.file("copy.db")).permissions(), std::filesystem::perms(0600));
+}
+
 TEST_F(CopyingAFile, NeverReplacesItself)
 {
+    EXPECT_EQ(runTool({"backup", path, path + "-wal"}).status, 2);
     EXPECT_EQ(runTool({"backup", path, path, "--force"}).status, 2);
     EXPECT_EQ(faults(), "1,2,3");
 }

@@ -60,14 +60,30 @@ TEST_F(Checking, FindsAColumnThatIsMissing)
 
 TEST_F(Checking, FindsAColumnThatWasRenamed)
 {
-    expectFinding("ALTER TABLE FdbFaultTbl RENAME COLUMN ModuleName TO Module",
-                  "schema: FdbFaultTbl column 4 is 'Module' instead of 'ModuleName'\n");
+    RawDb(path).exec("ALTER TABLE FdbFaultTbl RENAME COLUMN ModuleName TO Module");
+    outcome_t const outcome = runTool({"check", path});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.output,
+                testing::StartsWith("schema: FdbFaultTbl has a column 'Module', which does not belong there\n"
+                                    "schema: FdbFaultTbl has no column 'ModuleName'\nwhat to do (schema): "));
+    // What is there can be saved, as is advised.
+    EXPECT_THAT(output({"export", path, "--format", "csv"}), HasSubstr("1025,FC_BUS_OFF,,p1,1935630121000"));
+}
+
+TEST_F(Checking, FindsColumnsInAnotherOrder)
+{
+    RawDb(path).exec("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER PRIMARY KEY "
+                     "AUTOINCREMENT NOT NULL, Version VARCHAR, Component VARCHAR); INSERT INTO FdbVersionTbl VALUES(1, "
+                     "'1.0.0', 'FormatVersion')");
+    EXPECT_THAT(runTool({"check", path}).output,
+                testing::StartsWith("schema: FdbVersionTbl has the column 'Component' in another place\n"
+                                    "schema: FdbVersionTbl has the column 'Version' in another place\n"));
 }
 
 TEST_F(Checking, FindsAColumnThatDoesNotBelongThere)
 {
     expectFinding("ALTER TABLE FdbVersionTbl ADD COLUMN Extra",
-                  "schema: FdbVersionTbl column 3 is 'Extra', which does not belong there\n");
+                  "schema: FdbVersionTbl has a column 'Extra', which does not belong there\n");
 }
 
 TEST_F(Checking, FindsAColumnOfAnotherType)
@@ -75,14 +91,14 @@ TEST_F(Checking, FindsAColumnOfAnotherType)
     expectFinding("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER PRIMARY KEY "
                   "AUTOINCREMENT NOT NULL, Component VARCHAR, Version TEXT); INSERT INTO FdbVersionTbl VALUES(1, "
                   "'FormatVersion', '1.0.0')",
-                  "schema: FdbVersionTbl column 2 ('Version') is of type 'TEXT' instead of 'VARCHAR'\n");
+                  "schema: FdbVersionTbl column 'Version' is of type 'TEXT' instead of 'VARCHAR'\n");
 }
 
 TEST_F(Checking, FindsAKeyThatIsNone)
 {
     expectFinding("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER, Component VARCHAR, "
                   "Version VARCHAR); INSERT INTO FdbVersionTbl VALUES(1, 'FormatVersion', '1.0.0')",
-                  "schema: FdbVersionTbl column 0 ('VersionEntryId') is not the key\n");
+                  "schema: FdbVersionTbl column 'VersionEntryId' is not the key\n");
 }
 
 TEST_F(Checking, FindsAStatementThatDiffersThoughTheColumnsDoNot)
@@ -122,6 +138,18 @@ TEST_F(Checking, FindsNothingWrongWithAFaultThatTrimHasRemoved)
 {
     output({"trim", path, "--keep", "1"});
     EXPECT_EQ(value("SELECT group_concat(EntryId) FROM FdbFaultTbl"), "3");
+    expectNothing();
+}
+
+TEST_F(Checking, FindsNothingWrongWhereTrimHasKeptOlderFaultsOfActiveStatistics)
+{
+    output({"create", path, "--force"});
+    output({"record", path, "--code", "FC_BUS_OFF"});
+    output({"record", path, "--code", "FC_CLOCK_JUMP"});
+    output({"clear", path, "--code", "FC_CLOCK_JUMP"});
+    output({"record", path, "--code", "FC_STORAGE_FULL"});
+    output({"trim", path, "--keep", "1"});
+    EXPECT_EQ(value("SELECT group_concat(EntryId) FROM FdbFaultTbl"), "1,4");
     expectNothing();
 }
 

@@ -92,6 +92,8 @@ TEST_F(CommandLine, BadUsageIsSaidOnStandardErrorWithStatus2)
         {"list", path, "--since", "yesterday"},
         {"list", path, "--time-unit", "h"},
         {"list", path, "--time-unit", "1"},
+        {"list", path, "--after", "x"},
+        {"watch", path, "--last", "-1"},
         {"show", path},
         {"show", path, "x"},
         {"stats", path, "--sort", "nonsense"},

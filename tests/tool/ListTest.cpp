@@ -95,6 +95,22 @@ TEST_F(Listing, LocalTimesAreReadAndShownInTheZoneOfTheMachine)
     EXPECT_THAT(output({"list", path, "--last", "1"}, berlin), HasSubstr(" 3  2031-05-05T03:02:01.500Z  "));
 }
 
+TEST_F(Listing, ALocalDayHasAsManyHoursAsItHas)
+{
+    setting_t berlin;
+    berlin.environment["TZ"] = "CET-1CEST,M3.5.0,M10.5.0/3";
+    auto const listed = [&](char const* stamp, char const* day)
+    {
+        insertFault("TimeStampUTC", stamp);
+        return runTool({"list", path, "--local", "--since", day, "--until", day}, berlin).output;
+    };
+    // Half an hour before and after the end of the day on which summer ends, and of the one on which it begins.
+    EXPECT_THAT(listed("1950820200", "2031-10-26"), HasSubstr("  2031-10-26T23:30:00.000+01:00  "));
+    EXPECT_THAT(listed("1950823800", "2031-10-26"), testing::Not(HasSubstr("2031-10-27")));
+    EXPECT_THAT(listed("1932672600", "2031-03-30"), HasSubstr("  2031-03-30T23:30:00.000+02:00  "));
+    EXPECT_THAT(listed("1932676200", "2031-03-30"), testing::Not(HasSubstr("2031-03-31")));
+}
+
 TEST_F(Listing, TheUnitOfTimeIsGuessedOrTold)
 {
     for (char const* const stamp : {"1935630121", "1935630121000", "1935630121000000", "1935630121000000000"})
@@ -263,38 +279,41 @@ TEST_F(Statistics, OfActiveFaultsAlone)
 
 TEST_F(Summary, IsThePageThatATechnicianWantsFirst)
 {
-    EXPECT_EQ(output({"summary", path}),
-              "File            " + path +
-                  " (20 KiB)\n"
-                  "Format version  1.0.0\n"
-                  "Period          2031-05-04T03:02:01.000Z to 2031-05-05T03:02:01.500Z (1 d)\n"
-                  "Faults          3, 2 of them recorded as active, 2 start-ups\n"
-                  "Statistics      2 codes, 1 active now\n"
-                  "\n"
-                  "ACTIVE NOW  COUNT  LAST                      ENTRY\n"
-                  "FC_BUS_OFF      2  2031-05-05T03:02:01.500Z      3\n"
-                  "\n"
-                  "MOST FREQUENT      COUNT\n"
-                  "FC_BUS_OFF             2\n"
-                  "FC_SENSOR_TIMEOUT      1\n"
-                  "\n"
-                  "FAULTS PER START-UP  COUNT\n"
-                  "2                        2\n"
-                  "1                        1\n"
-                  "\n"
-                  "FAULTS PER 6 h    COUNT\n"
-                  "2031-05-04T00:00      2\n"
-                  "2031-05-04T06:00      0\n"
-                  "2031-05-04T12:00      0\n"
-                  "2031-05-04T18:00      0\n"
-                  "2031-05-05T00:00      1\n");
+    EXPECT_EQ(output({"summary", path}), "File            " + path +
+                                             " (20 KiB)\n"
+                                             "Format version  1.0.0\n"
+                                             "Period          2031-05-04T03:02:01.000Z to 2031-05-05T03:02:01.500Z\n"
+                                             "Duration        1 d\n"
+                                             "Faults          3, 2 of them recorded as active, 2 start-ups\n"
+                                             "Statistics      2 codes, 1 active now\n"
+                                             "\n"
+                                             "ACTIVE NOW  COUNT  LAST                      ENTRY\n"
+                                             "FC_BUS_OFF      2  2031-05-05T03:02:01.500Z      3\n"
+                                             "\n"
+                                             "MOST FREQUENT      COUNT\n"
+                                             "FC_BUS_OFF             2\n"
+                                             "FC_SENSOR_TIMEOUT      1\n"
+                                             "\n"
+                                             "FAULTS PER START-UP  COUNT\n"
+                                             "2                        2\n"
+                                             "1                        1\n"
+                                             "\n"
+                                             "FAULTS PER 6 h    COUNT\n"
+                                             "2031-05-04T00:00      2\n"
+                                             "2031-05-04T06:00      0\n"
+                                             "2031-05-04T12:00      0\n"
+                                             "2031-05-04T18:00      0\n"
+                                             "2031-05-05T00:00      1\n");
 }
 
 TEST_F(Summary, OfAnEmptyFileSaysThatThereIsNothing)
 {
     output({"create", path, "--force"});
     std::string const text = output({"summary", path});
-    EXPECT_THAT(text, HasSubstr("Period          -\nFaults          0, 0 of them recorded as active, 0 start-ups\n"));
+    EXPECT_THAT(
+        text,
+        HasSubstr(
+            "Period          -\nDuration        -\nFaults          0, 0 of them recorded as active, 0 start-ups\n"));
     EXPECT_THAT(text, HasSubstr("\nNo fault is active.\n"));
 }
 

@@ -122,6 +122,29 @@ TEST_F(Looking, AtAWriteAheadLogThatIsInUseSeesWhatItHolds)
     EXPECT_EQ(readFile(path), bytes);
 }
 
+TEST_F(Looking, AtAWriteAheadLogThatCannotBeReadSaysWhatToDoAndRecoverDoesIt)
+{
+    std::string const left = dir.file("left.db");
+    {
+        RawDb raw(path);
+        EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
+        raw.exec("INSERT INTO FdbFaultTbl(Status,Description) VALUES('ErrorActive','in the log')");
+        std::filesystem::copy(path, left);
+        std::filesystem::copy(path + "-wal", left + "-wal");
+    }
+    ASSERT_EQ(chmod(dir.path().c_str(), 0555), 0);
+    {
+        WithoutRoot const nobody;
+        outcome_t const outcome = runTool({"list", left});
+        EXPECT_EQ(outcome.status, 3);
+        EXPECT_THAT(outcome.errors, HasSubstr("faults that belong to it are still in its write-ahead log"));
+    }
+    ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
+    output({"recover", left});
+    EXPECT_FALSE(std::filesystem::exists(left + "-wal") && std::filesystem::file_size(left + "-wal") > 0);
+    EXPECT_THAT(readFile(left), HasSubstr("in the log"));
+}
+
 TEST_F(Looking, AtAFileWithAHotJournalSaysWhatToDoAndLeavesItAlone)
 {
     std::string const crashed = makeHotJournal();

@@ -4,7 +4,13 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <csignal>
+#include <memory>
+#include <sstream>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace
 {
@@ -140,6 +146,53 @@ TEST_F(Recording, TakesTheStartUpAndTheUnitOfTimeOfTheNewestFault)
     EXPECT_EQ(value("SELECT TimeStampUTC || ' ' || RdbStartupId FROM FdbFaultTbl WHERE EntryId = 2"), "1935630121 9");
 }
 
+TEST_F(Recording, RefusesATimeThatWouldBeReadAsAnother)
+{
+    std::vector<std::vector<std::string>> const times = {
+        {"1972-01-01"}, {"1970-01-01"}, {"3000-01-01", "--time-unit", "ns"}, {"2300-01-01", "--time-unit", "ns"}};
+    for (std::vector<std::string> arguments : times)
+    {
+        arguments.insert(arguments.begin(), {"record", path, "--code", "FC_BUS_OFF", "--time"});
+        outcome_t const outcome = runTool(arguments);
+        EXPECT_EQ(outcome.status, 2) << arguments[5];
+        EXPECT_THAT(outcome.errors, HasSubstr("this time cannot be stored")) << arguments[5];
+    }
+    EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"), "0");
+    output({"record", path, "--code", "FC_BUS_OFF", "--time", "1972-01-01", "--time-unit", "s"});
+}
+
+TEST_F(Recording, AClockThatWasNeverSetDoesNotTellTheUnit)
+{
+    insertFault("TimeStampUTC", "5000");
+    output({"record", path, "--code", "FC_BUS_OFF", "--time", "2031-05-04T03:02:01Z"});
+    EXPECT_EQ(value("SELECT TimeStampUTC FROM FdbFaultTbl WHERE EntryId = 2"), "1935630121000");
+}
+
+TEST_F(Recording, SaysWhenOnlyTheKeyCouldNotBeWritten)
+{
+    int const status = std::system(
+        ("'" FIRAIM_TEST_TOOL "' record '" + path + "' --code 1 >/dev/full 2>'" + dir.file("err") + "'").c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+    EXPECT_THAT(readFile(dir.file("err")), HasSubstr("the fault was recorded all the same, with the key 1"));
+}
+
+TEST_F(Recording, SaysWhichLinesWereNotRecordedWhenTheFileCannotBeWritten)
+{
+    setting_t setting;
+    for (int line = 0; line < 3000; ++line)
+    {
+        setting.input +=
+            "{\"FaultCode\":1025,\"Description\":\"some text of some length, line " + std::to_string(line) + "\"}\n";
+    }
+    setting.longestFile = 100000;
+    outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.errors, HasSubstr(": not recorded"));
+    // Each one that was named is there, and no other.
+    EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"),
+              std::to_string(std::count(outcome.output.begin(), outcome.output.end(), '\n')));
+}
+
 TEST_F(Recording, AcceptsNamesInAnyCaseAndWithoutPrefix)
 {
     output({"record", path, "--code", "bus_off"});
@@ -202,6 +255,10 @@ TEST_F(Recording, ReadsManyFromStandardInputAndSaysWhatWasRefused)
 [1]
 {"FaultCode":
 {"FaultCode":null}
+{"FaultCode":1,"up-time":1e999}
+{"FaultCode":1,"code":2}
+{"FaultCode":1,"FaultCode":2}
+{"FaultCode":1,"Time":"1960-01-01"}
 {"FaultCode":1025,"Description":null,"LoggerUpTime":null})";
     outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
     EXPECT_EQ(outcome.status, 1);
@@ -217,7 +274,11 @@ TEST_F(Recording, ReadsManyFromStandardInputAndSaysWhatWasRefused)
               "firaim: line 11: FaultCode is missing\n"
               "firaim: line 12: no JSON object\n"
               "firaim: line 13: no JSON, at byte 14\n"
-              "firaim: line 14: FaultCode is missing\n");
+              "firaim: line 14: FaultCode is missing\n"
+              "firaim: line 15: a number is larger than any number can be\n"
+              "firaim: line 16: 'code' is given twice\n"
+              "firaim: line 17: 'FaultCode' is given twice\n"
+              "firaim: line 18: Time: must be a time from 1970 on, such as \"2031-05-04T03:02:01Z\"\n");
     EXPECT_EQ(value("SELECT Description FROM FdbFaultTbl WHERE EntryId = 1"), "it's");
     EXPECT_EQ(value("SELECT ModuleName || Parameter || Status || RdbStartupId || DateTimeString FROM FdbFaultTbl WHERE "
                     "EntryId = 2"),

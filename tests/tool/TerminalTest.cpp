@@ -92,14 +92,38 @@ TEST_F(OnATerminal, LinesFitItsWidth)
 {
     insertFault("Description,ModuleName,Parameter",
                 "'a long description that would not fit into any line', 'a module of some length', 'and a parameter'");
-    for (int const columns : {100, 120, 160})
+    for (int const columns : {20, 40, 80, 100, 120, 160})
     {
-        for (std::string const& line : lines(shown({"list", path}, columns, {{"NO_COLOR", "1"}, {"LANG", "C"}})))
+        for (std::vector<std::string> const& arguments :
+             {std::vector<std::string>{"list", path}, {"stats", path}, {"codes"}})
         {
-            EXPECT_LE(line.size(), static_cast<std::size_t>(columns)) << line;
+            for (std::string const& line : lines(shown(arguments, columns, {{"LANG", "C"}, {"NO_COLOR", "1"}})))
+            {
+                EXPECT_LE(line.size(), static_cast<std::size_t>(columns)) << line;
+            }
         }
     }
+    for (std::string const& line : lines(shown({"summary", path}, 80, {{"LANG", "C"}, {"NO_COLOR", "1"}})))
+    {
+        EXPECT_TRUE(line.size() <= 80 || line.rfind("File", 0) == 0) << line;
+    }
     EXPECT_THAT(shown({"list", path}, 120, {{"NO_COLOR", "1"}}), HasSubstr("\u2026"));
+}
+
+TEST_F(OnATerminal, WhatIsLessImportantGoesFirst)
+{
+    std::string const text = shown({"list", path}, 80, {{"NO_COLOR", "1"}});
+    EXPECT_THAT(text, testing::StartsWith("ID  TIME                      FAULT              STATUS    MODULE"));
+    EXPECT_THAT(text, HasSubstr("FC_SENSOR_TIMEOUT"));
+}
+
+TEST_F(OnATerminal, TheLastColumnHasTheRestOfTheLine)
+{
+    RawDb(path).exec(
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 250) INSERT INTO FdbFaultTbl "
+        "SELECT NULL, '', 1, 'a', 'b', 'c', 1, '', 'ErrorActive', 'd', '', 1, 1, '', 1, '' FROM n");
+    RawDb(path).exec("UPDATE FdbFaultTbl SET Description = 'longer than those before it' WHERE EntryId = 1");
+    EXPECT_THAT(shown({"list", path}, 150), HasSubstr("longer than those before it"));
 }
 
 TEST_F(OnATerminal, WideCharactersTakeTwoColumns)
@@ -135,6 +159,21 @@ TEST_F(OnATerminal, NothingFromTheFileActsOnIt)
         EXPECT_THAT(text, Not(HasSubstr("\a"))) << arguments[0];
         EXPECT_THAT(text, Not(HasSubstr("\u009b"))) << arguments[0];
     }
+    // What the library says of such a cell does not either.
+    RawDb(path).exec("UPDATE FdbFaultTbl SET FaultCode = " + hostile);
+    setting_t setting;
+    setting.errorColumns = 80;
+    std::string const errors = runTool({"list", path}, setting).errors;
+    EXPECT_THAT(errors, HasSubstr("\\x1b]0;title\\x07\\u009b2J\\r"));
+    EXPECT_THAT(errors, Not(HasSubstr(std::string(1, kEscape))));
+    EXPECT_THAT(runTool({"list", path, "--\x1b]0;title\a"}, setting).errors, Not(HasSubstr(std::string(1, kEscape))));
+}
+
+TEST_F(OnATerminal, JsonStaysJson)
+{
+    insertFault("Description", "char(127) || char(155) || char(917505) || char(27)");
+    EXPECT_THAT(shown({"list", path, "--json"}, 80),
+                HasSubstr("\"Description\":\"\\u007f\\u009b\\udb40\\udc01\\u001b\""));
 }
 
 TEST_F(OnATerminal, ProgressIsShownOnStandardErrorAndTakenAway)
@@ -143,7 +182,7 @@ TEST_F(OnATerminal, ProgressIsShownOnStandardErrorAndTakenAway)
     outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.output, "4\n5\n6\n");
-    EXPECT_THAT(outcome.errors, HasSubstr("recording ["));
+    EXPECT_THAT(outcome.errors, HasSubstr("recording 1 line"));
     EXPECT_THAT(outcome.errors, testing::EndsWith("\r\x1b[K"));
 }
 

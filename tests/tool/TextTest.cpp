@@ -29,6 +29,7 @@ TEST(ParseTime, ReadsIso8601AndTellsHowMuchATextNames)
         {"1970-01-01T00:00:01.123456789Z", 1123, 1},
         {"1970-01-01T01:00:00+01:00", 0, 1000},
         {"1970-01-01T01:00:00+0100", 0, 1000},
+        {"1970-01-01T01:00:00+01", 0, 1000},
         {"1969-12-31T18:30:00-05:30", 0, 1000},
         {"2032-02-29", 1961625600000, 86400000},
         {"9999-12-31T23:59:59.999Z", 253402300799999, 1},
@@ -61,6 +62,9 @@ TEST(ParseTime, RefusesEverythingElse)
                                   "2031-05-04T03:02:01.x",
                                   "2031-05-04T03:02Zx",
                                   "2031-05-04T03:02+1",
+                                  "2031-05-04T03:02+24:00",
+                                  "2031-05-04T03:02+01:60",
+                                  "2031-05-04T03:02+01:",
                                   "2031-05-04Z",
                                   "x2031-05-04",
                                   "2031-05-04 ",
@@ -147,7 +151,7 @@ std::string shownPeriods(std::initializer_list<char const*> times, std::size_t m
         timeline.add(parseTime(time, {})->begin);
     }
     std::string text;
-    for (Timeline::period_t const& period : timeline.periods(most))
+    for (Timeline::bin_t const& period : timeline.periods(most))
     {
         text += periodText(period, {}) + "=" + std::to_string(period.count) + " ";
     }
@@ -178,7 +182,7 @@ TEST(TimelinePeriods, CountEveryMomentOnceHoweverMany)
         timeline.add(1900000000000 + i * i % 1000003 * 60000);
     }
     unsigned long long count = 0;
-    for (Timeline::period_t const& period : timeline.periods(12))
+    for (Timeline::bin_t const& period : timeline.periods(12))
     {
         count += period.count;
     }

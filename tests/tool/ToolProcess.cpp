@@ -13,6 +13,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -100,6 +101,11 @@ ToolProcess::ToolProcess(std::vector<std::string> arguments, setting_t const& se
         setEnvironment(setting.environment);
         // A test without root's rights means the whole program, which a script may have to start.
         exitIfFailed(setreuid(geteuid(), geteuid()));
+        if (setting.longestFile != 0)
+        {
+            rlimit const limit = {setting.longestFile, setting.longestFile};
+            exitIfFailed(setrlimit(RLIMIT_FSIZE, &limit));
+        }
         execv(argv[0], argv.data());
         _exit(127);
     }
@@ -216,6 +222,11 @@ int ToolProcess::finish()
     while (readMore())
     {
     }
+    return wait();
+}
+
+int ToolProcess::wait()
+{
     int status = 0;
     EXPECT_EQ(waitpid(m_pid, &status, 0), m_pid);
     m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);

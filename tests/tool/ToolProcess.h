@@ -14,8 +14,9 @@ struct setting_t
 {
     std::string input; ///< on standard input, which ends after it
     std::map<std::string, std::string> environment;
-    int outputColumns = 0; ///< standard output is a terminal of that width; 0: a pipe
-    int errorColumns = 0;  ///< the same for standard error
+    int outputColumns = 0;         ///< standard output is a terminal of that width; 0: a pipe
+    int errorColumns = 0;          ///< the same for standard error
+    unsigned long longestFile = 0; ///< in bytes; no file can be written beyond that; 0: as long as it likes
 };
 
 /// The program beside the test. It is killed and waited for when the object goes.
@@ -38,6 +39,8 @@ public:
     void signal(int number) const;
     pid_t pid() const { return m_pid; }
 
+    /// Waits for the program without reading what it writes; returns as `finish` does.
+    int wait();
     /// Reads both outputs to their ends and waits for the program; returns its exit status, or 128 and the number of
     /// the signal that ended it.
     int finish();

@@ -12,6 +12,8 @@
 #include <thread>
 
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace
 {
@@ -194,6 +196,20 @@ TEST_F(Watching, WaitsForAFileThatIsCreatedAnewInItsPlace)
     EXPECT_EQ(watch.readLine(), "2031-05-06T00:00:00.000Z  fault 1  FC_CLOCK_JUMP  active");
 }
 
+TEST_F(Watching, GoesOnWhereALinkLeadsTo)
+{
+    std::string const link = dir.file("link");
+    std::string const other = dir.file("other.db");
+    ASSERT_EQ(symlink(path.c_str(), link.c_str()), 0);
+    ToolProcess watch({"watch", link, "--last", "1"});
+    EXPECT_TRUE(watch.readLine());
+    output({"create", other});
+    output({"record", other, "--code", "FC_CLOCK_JUMP", "--time", "2031-05-06T00:00Z"});
+    ASSERT_EQ(symlink(other.c_str(), dir.file("link2").c_str()), 0);
+    ASSERT_EQ(std::rename(dir.file("link2").c_str(), link.c_str()), 0);
+    EXPECT_EQ(watch.readLine(), "2031-05-06T00:00:00.000Z  fault 1  FC_CLOCK_JUMP  active");
+}
+
 TEST_F(Watching, EndsWhenItsReaderHasGone)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
@@ -296,17 +312,20 @@ TEST(Interrupted, EveryLongCommandLeavesTheFileWhole)
     EXPECT_FALSE(exists(dir.file("copy.db-journal")));
 }
 
-TEST(Interrupted, AnExportThatNobodyReadsEndsByTheSignal)
+TEST(Interrupted, WhatNobodyReadsEndsByTheSignal)
 {
     TempDir dir;
     std::string const path = dir.file("faults.db");
     ASSERT_EQ(runTool({"create", path}).status, 0);
     fill(path, 20000);
-    ToolProcess process({"export", path, "--format", "csv"});
-    EXPECT_TRUE(process.readLine());
-    process.signal(SIGTERM);
-    process.closeInput();
-    EXPECT_EQ(process.finish(), 128 + SIGTERM);
+    for (std::vector<std::string> const& arguments :
+         {std::vector<std::string>{"export", path, "--format", "csv"}, {"list", path}, {"list", path, "--json"}})
+    {
+        ToolProcess process(arguments);
+        EXPECT_TRUE(process.readLine());
+        process.signal(SIGINT);
+        EXPECT_EQ(process.wait(), 128 + SIGINT);
+    }
 }
 
 TEST(Memory, DoesNotGrowWithTheNumberOfFaults)

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <memory>
 #include <system_error>
 
 #include <fcntl.h>
@@ -29,6 +30,8 @@ constexpr int kPagesAtOnce = 256;
 constexpr int kGrowth = 8;
 constexpr int kMostPagesAtOnce = INT_MAX / kGrowth;
 constexpr int kPauseMs = 5;
+/// How often a writer may keep the file locked for as long as one waits: a minute in all.
+constexpr int kMostBusy = 12;
 
 struct Options
 {
@@ -47,7 +50,17 @@ bool isThere(std::string const& path)
 class PartialFile
 {
 public:
-    explicit PartialFile(std::string const& target) : m_path(target + ".partial-" + std::to_string(getpid())) {}
+    /// Creates it, empty, beside `target`, for those alone who may use a file of `mode`; its owner may always write.
+    PartialFile(std::string const& target, mode_t mode) : m_path(target + ".partial-" + std::to_string(getpid()))
+    {
+        int const descriptor =
+            open(m_path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, (mode & 0777) | S_IRUSR | S_IWUSR);
+        if (descriptor < 0)
+        {
+            throw Problem(STATUS_BAD_FILE, target + ": cannot be created: " + std::generic_category().message(errno));
+        }
+        static_cast<void>(close(descriptor));
+    }
     ~PartialFile()
     {
         if (!m_isKept)
@@ -116,10 +129,15 @@ void copyPages(Connection const& from, Connection const& to)
     }
     int pagesAtOnce = kPagesAtOnce;
     int left = INT_MAX;
+    int busy = 0;
     while (true)
     {
         interrupt::check();
         int const code = sqlite3_backup_step(backup.get(), pagesAtOnce);
+        if (code == SQLITE_BUSY && ++busy < kMostBusy)
+        {
+            continue; // It has waited.
+        }
         if (code == SQLITE_DONE)
         {
             return;
@@ -137,7 +155,7 @@ void copyPages(Connection const& from, Connection const& to)
         left = leftNow;
         progress.show(total == 0 ? 0.0 : 1.0 - static_cast<double>(left) / total);
         // Lets writers have the file for a moment.
-        static_cast<void>(interrupt::waitFor(-1, kPauseMs));
+        interrupt::pause(kPauseMs);
     }
 }
 
@@ -162,6 +180,10 @@ void requireFreeName(Options const& options)
     }
     for (char const* const suffix : {"-journal", "-wal"})
     {
+        if (options.copy == options.path + suffix)
+        {
+            throw Problem(STATUS_BAD_USAGE, "backup: of that name, the copy would be taken for a journal of the file");
+        }
         // SQLite would take it for the copy's own and undo what is right.
         if (isThere(options.copy + suffix))
         {
@@ -176,9 +198,11 @@ int backup(Options const& options, Output&)
 {
     FaultFile const file(options.path);
     requireFreeName(options);
-    PartialFile partial(options.copy);
+    struct stat status = {};
+    static_cast<void>(stat(options.path.c_str(), &status)); // It was opened a moment ago.
+    PartialFile partial(options.copy, status.st_mode);
     {
-        Connection const copy(partial.path(), Connection::CREATE);
+        Connection const copy(partial.path(), Connection::READ_WRITE);
         copyPages(file.connection(), copy);
     }
     partial.keepAs(options.copy, options.isForced);

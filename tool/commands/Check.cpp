@@ -1,9 +1,9 @@
 // firaim check: what is wrong with a file, and what can be done.
 
+#include "../CellCheck.h"
 #include "../Command.h"
 #include "../FaultFile.h"
 #include "../Format.h"
-#include "../Interrupt.h"
 #include "../Json.h"
 #include "../Progress.h"
 #include "../Rows.h"
@@ -45,8 +45,9 @@ constexpr kind_t kSchema = {"schema", "the file was not created by the library, 
                                       "and record into it what 'firaim export' reads"};
 constexpr kind_t kVersion = {"version", "an application opens it in compatible mode at most: use the software that "
                                         "wrote it, or restore a backup"};
-constexpr kind_t kReference = {"reference", "the fault was removed by something else than 'firaim trim': the statistic "
-                                            "still counts right, and is put right when the fault occurs again"};
+constexpr kind_t kReference = {"reference",
+                               "'firaim trim' removes no such fault: the statistic still counts right, and "
+                               "is put right when the fault occurs again"};
 constexpr kind_t kStatistic = {"statistic", "applications keep one row for each code: the library writes all of them "
                                             "when the fault occurs again, and reads the first"};
 constexpr kind_t kCell = {"cell", "applications read something else than was recorded: look at the row with 'firaim "
@@ -82,18 +83,28 @@ public:
     }
 
 private:
+    /// A column of the file.
+    struct foundColumn_t
+    {
+        std::string name;
+        std::string type;
+        bool isKey;     ///< may not be empty, and is the key
+        bool isSomeKey; ///< one of the two
+    };
+
     void report(kind_t const& kind, std::string const& what);
     void end();
     void checkIntegrity();
     bool checkSchema();
     bool checkTable(tableFormat_t const& format);
-    bool checkColumns(tableFormat_t const& format);
+    void checkColumns(tableFormat_t const& format);
+    std::vector<foundColumn_t> readColumns(tableFormat_t const& format) const;
+    void checkColumn(tableFormat_t const& format, column_t const& expected, foundColumn_t const& found);
     void checkExtras();
     void checkVersion();
     void checkStatistics();
     void checkReferences();
     void checkCells(tableFormat_t const& format);
-    std::string cellProblem(Statement const& row, int column, column_t const& expected) const;
     /// Runs a part of the check; what SQLite cannot read is a finding, too.
     template <class Part>
     bool attempt(Part const& part);
@@ -184,7 +195,7 @@ void Checker::checkIntegrity()
         });
 }
 
-/// Returns whether the tables can be read by the names of their columns.
+/// Returns whether there are tables that can be read.
 bool Checker::checkSchema()
 {
     bool isReadable = true;
@@ -216,59 +227,77 @@ bool Checker::checkTable(tableFormat_t const& format)
     std::string const sql(statement.text(1));
     statement.reset();
     std::size_t const before = m_findings;
-    bool const isReadable = checkColumns(format);
+    checkColumns(format);
     if (sql != format.createStatement && m_findings == before)
     {
         report(kSchema, format.name + " was created by another statement: " + sql);
     }
-    return isReadable;
+    return true;
 }
 
-/// Compares the columns one by one; returns whether all that are needed are there.
-bool Checker::checkColumns(tableFormat_t const& format)
+/// Compares the columns one by one.
+void Checker::checkColumns(tableFormat_t const& format)
 {
-    Statement found =
+    std::vector<foundColumn_t> const found = readColumns(format);
+    auto const isIn = [](auto const& columns, std::string const& name)
+    { return std::any_of(columns.begin(), columns.end(), [&](auto const& column) { return column.name == name; }); };
+    auto next = found.begin();
+    for (column_t const& expected : format.columns)
+    {
+        for (; next != found.end() && !isIn(format.columns, next->name); ++next)
+        {
+            report(kSchema, format.name + " has a column '" + next->name + "', which does not belong there");
+        }
+        if (!isIn(found, expected.name))
+        {
+            report(kSchema, format.name + " has no column '" + expected.name + "'");
+        }
+        else if (next != found.end() && next->name == expected.name)
+        {
+            checkColumn(format, expected, *next++);
+        }
+        else
+        {
+            report(kSchema, format.name + " has the column '" + expected.name + "' in another place");
+            next = next == found.end() ? next : next + 1;
+        }
+    }
+    for (; next != found.end(); ++next)
+    {
+        if (!isIn(format.columns, next->name))
+        {
+            report(kSchema, format.name + " has a column '" + next->name + "', which does not belong there");
+        }
+    }
+}
+
+std::vector<Checker::foundColumn_t> Checker::readColumns(tableFormat_t const& format) const
+{
+    Statement column =
         m_connection.prepare("SELECT name, type, \"notnull\", pk FROM pragma_table_xinfo(?1) ORDER BY cid");
-    found.bind(1, format.name);
-    std::size_t position = 0;
-    std::vector<std::string> names;
-    for (; found.step(); ++position)
+    column.bind(1, format.name);
+    std::vector<foundColumn_t> found;
+    while (column.step())
     {
-        std::string const name(found.text(0));
-        names.push_back(name);
-        std::string const place = format.name + " column " + std::to_string(position);
-        if (position >= format.columns.size())
-        {
-            report(kSchema, place + " is '" + name + "', which does not belong there");
-            continue;
-        }
-        column_t const& expected = format.columns[position];
-        bool const isKey = expected.content == content_t::KEY;
-        if (name != expected.name)
-        {
-            report(kSchema, place + " is '" + name + "' instead of '" + expected.name + "'");
-        }
-        else if (found.text(1) != expected.sqlType)
-        {
-            report(kSchema, place + " ('" + name + "') is of type '" + std::string(found.text(1)) + "' instead of '" +
-                                expected.sqlType + "'");
-        }
-        else if ((found.integer(2) != 0) != isKey || (found.integer(3) != 0) != isKey)
-        {
-            report(kSchema, place + " ('" + name + "') " + (isKey ? "is not" : "must not be") + " the key");
-        }
+        found.push_back({std::string(column.text(0)), std::string(column.text(1)),
+                         column.integer(2) != 0 && column.integer(3) != 0,
+                         column.integer(2) != 0 || column.integer(3) != 0});
     }
-    bool isReadable = true;
-    for (column_t const& column : format.columns)
+    return found;
+}
+
+void Checker::checkColumn(tableFormat_t const& format, column_t const& expected, foundColumn_t const& found)
+{
+    std::string const place = format.name + " column '" + found.name + "'";
+    bool const isKey = expected.content == content_t::KEY;
+    if (found.type != expected.sqlType)
     {
-        bool const isThere = std::find(names.begin(), names.end(), column.name) != names.end();
-        if (!isThere && position < format.columns.size())
-        {
-            report(kSchema, format.name + " has no column '" + column.name + "'");
-        }
-        isReadable = isReadable && isThere;
+        report(kSchema, place + " is of type '" + found.type + "' instead of '" + expected.sqlType + "'");
     }
-    return isReadable;
+    else if (isKey ? !found.isKey : found.isSomeKey)
+    {
+        report(kSchema, place + (isKey ? " is not the key" : " must not be a key, and may be empty"));
+    }
 }
 
 void Checker::checkExtras()
@@ -288,21 +317,19 @@ void Checker::checkVersion()
     attempt(
         [&]
         {
-            Statement statement =
-                m_connection.prepare("SELECT Version FROM FdbVersionTbl WHERE Component LIKE 'FormatVersion'");
-            std::size_t rows = 0;
-            for (; statement.step(); ++rows)
+            std::vector<std::string> const versions = readFormatVersions(m_connection);
+            for (std::string const& version : versions)
             {
-                std::string const version(statement.text(0));
                 if (version != FaultDb::SUPPORTED_VERSION)
                 {
                     report(kVersion,
                            "format version is '" + version + "' instead of '" + FaultDb::SUPPORTED_VERSION + "'");
                 }
             }
-            if (rows != 1)
+            if (versions.size() != 1)
             {
-                report(kVersion, "FdbVersionTbl has " + counted(rows, "row") + " of FormatVersion instead of 1 row");
+                report(kVersion,
+                       "FdbVersionTbl has " + counted(versions.size(), "row") + " of FormatVersion instead of 1 row");
             }
         });
 }
@@ -322,7 +349,7 @@ void Checker::checkStatistics()
         });
 }
 
-/// A fault that `trim` has removed is older than all that are there, and nothing active refers to it: that is as it
+/// A fault whose key was once used and that nothing active refers to may have been removed by `trim`: that is as it
 /// should be.
 void Checker::checkReferences()
 {
@@ -332,7 +359,8 @@ void Checker::checkReferences()
             Statement statement = m_connection.prepare(
                 "SELECT s.EntryId, s.FaultCode, s.FaultEntryId FROM FdbFaultStatisticTbl s WHERE s.FaultEntryId <> 0 "
                 "AND NOT EXISTS (SELECT 1 FROM FdbFaultTbl f WHERE f.EntryId = s.FaultEntryId) AND NOT (s.FaultActive "
-                "IS NOT 'active' AND s.FaultEntryId < (SELECT min(EntryId) FROM FdbFaultTbl) AND s.FaultEntryId > 0)");
+                "IS NOT 'active' AND s.FaultEntryId BETWEEN 1 AND (SELECT seq FROM sqlite_sequence WHERE name = "
+                "'FdbFaultTbl'))");
             while (statement.step())
             {
                 report(kReference, "FdbFaultStatisticTbl row " + std::string(statement.text(0)) + " (FaultCode " +
@@ -342,59 +370,27 @@ void Checker::checkReferences()
         });
 }
 
-std::string Checker::cellProblem(Statement const& row, int column, column_t const& expected) const
-{
-    int const type = row.type(column);
-    if (type == SQLITE_NULL)
-    {
-        return "is NULL";
-    }
-    if (type == SQLITE_BLOB)
-    {
-        return "holds a blob";
-    }
-    if (expected.content == content_t::KEY || expected.content == content_t::NUMBER)
-    {
-        if (type != SQLITE_INTEGER)
-        {
-            return "holds '" + std::string(row.text(column)) + "' and no whole number";
-        }
-        std::int64_t const value = row.integer(column);
-        bool const isTooLarge = expected.bits < 64 && value >> expected.bits != 0;
-        return value < 0 || isTooLarge ? "holds " + std::to_string(value) + ", which is no number of " +
-                                             std::to_string(expected.bits) + " bits"
-                                       : "";
-    }
-    if (type != SQLITE_TEXT)
-    {
-        return "holds the number " + std::string(row.text(column)) + " and no text";
-    }
-    std::string_view const text = row.text(column);
-    if (text.find('\0') != std::string_view::npos)
-    {
-        return "holds a text with a zero byte, where it is cut off when it is read";
-    }
-    if (expected.content == content_t::STATUS &&
-        std::find(expected.words.begin(), expected.words.end(), text) == expected.words.end())
-    {
-        return "holds '" + std::string(text) + "', which is no status";
-    }
-    return "";
-}
-
 void Checker::checkCells(tableFormat_t const& format)
 {
     Progress progress("checking " + format.name, m_output.terminal());
     attempt(
         [&]
         {
+            std::vector<foundColumn_t> const found = readColumns(format);
+            auto const isThere = [&](column_t const& column) {
+                return std::any_of(found.begin(), found.end(),
+                                   [&](foundColumn_t const& one) { return one.name == column.name; });
+            };
             RowReader reader(m_connection, format, order_t::OLDEST_FIRST);
             reader.read(
                 [&](Statement const& row)
                 {
                     for (std::size_t column = 0; column < format.columns.size(); ++column)
                     {
-                        std::string const problem = cellProblem(row, static_cast<int>(column), format.columns[column]);
+                        std::string const problem =
+                            isThere(format.columns[column])
+                                ? cellProblem(row, static_cast<int>(column), format.columns[column])
+                                : "";
                         if (!problem.empty())
                         {
                             report(kCell, format.name + " row " +

@@ -1,7 +1,6 @@
 // firaim create: a new, empty fault database.
 
 #include "../Command.h"
-#include "../Interrupt.h"
 #include "../Problem.h"
 
 #include <fdb/FaultDb.h>
@@ -89,6 +88,7 @@ int create(Options const& options, Output&)
     {
         // Only what this call has made can be there.
         static_cast<void>(std::remove(options.path.c_str()));
+        static_cast<void>(std::remove((options.path + "-journal").c_str()));
     }
     throw Problem(STATUS_BAD_FILE, options.path + ": cannot be created (" + std::to_string(result) +
                                        "); see that its folder is there and can be written to");

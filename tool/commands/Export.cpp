@@ -148,7 +148,10 @@ public:
 
     void end() override
     {
-        m_output.writeLine("DELETE FROM sqlite_sequence;");
+        for (std::string const& table : m_tables)
+        {
+            m_output.writeLine("DELETE FROM sqlite_sequence WHERE name = '" + table + "';");
+        }
         Statement sequence = m_connection.prepare("SELECT name, seq FROM sqlite_sequence ORDER BY rowid");
         while (sequence.step())
         {
@@ -261,7 +264,8 @@ void addExport(CLI::App& app, Request& request)
     addFile(*command, options->path);
     command
         ->add_option("--format", options->format,
-                     "csv (RFC 4180 with a heading), json (an object with a list for each table), jsonl (an object on "
+                     "csv (with a heading, quoted as RFC 4180 says), json (an object with a list for each table), "
+                     "jsonl (an object on "
                      "each line) or sql (statements that make the tables anew)")
         ->required()
         ->check(CLI::IsMember({"csv", "json", "jsonl", "sql"}).description(""))

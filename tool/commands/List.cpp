@@ -30,10 +30,10 @@ public:
                                                                  {"TIME"},
                                                                  {"FAULT", false, true},
                                                                  {"STATUS"},
-                                                                 {"MODULE", false, true},
-                                                                 {"PARAMETER", false, true},
-                                                                 {"STARTUP", true},
-                                                                 {"DESCRIPTION", false, true}})
+                                                                 {"MODULE", false, true, 3},
+                                                                 {"PARAMETER", false, true, 2},
+                                                                 {"STARTUP", true, false, 1},
+                                                                 {"DESCRIPTION", false, true, 4}})
     {
         if (options.isJson)
         {
@@ -106,7 +106,7 @@ int list(Options const& options, Output& output)
         },
         [&] { output.flush(); });
     lister.end();
-    if (!isAnyListed)
+    if (!isAnyListed && options.last != 0)
     {
         reportUnanswered(filter, options.filter);
     }

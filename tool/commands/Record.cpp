@@ -7,9 +7,11 @@
 #include "../LineReader.h"
 #include "../Progress.h"
 #include "../Recorder.h"
+#include "../Text.h"
 
 #include <chrono>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace tool
@@ -60,14 +62,37 @@ FaultRequest requestOf(Options const& options)
     return request;
 }
 
+/// Records one fault and names it.
+void recordAndName(Recorder& recorder, FaultRequest const& request, Output& output)
+{
+    unsigned long long key = 0;
+    try
+    {
+        key = recorder.record(request);
+    }
+    catch (std::invalid_argument const& problem)
+    {
+        throw Problem(STATUS_BAD_USAGE, problem.what());
+    }
+    recorder.commit();
+    try
+    {
+        output.writeLine(std::to_string(key));
+        output.flush();
+    }
+    catch (Problem const&)
+    {
+        complain("the fault was recorded all the same, with the key " + std::to_string(key));
+        throw;
+    }
+}
+
 int recordOne(Options const& options, Output& output)
 {
     FaultRequest const request = requestOf(options);
     Recorder recorder(options.path, options.style);
     recorder.begin();
-    unsigned long long const key = recorder.record(request);
-    recorder.commit();
-    output.writeLine(std::to_string(key));
+    recordAndName(recorder, request, output);
     return STATUS_DONE;
 }
 
@@ -86,22 +111,53 @@ public:
     {
         try
         {
-            std::size_t const total = m_input.total();
-            while (readLine())
-            {
-                m_progress.show(total == 0 ? 0.0 : static_cast<double>(m_input.taken()) / static_cast<double>(total));
-            }
+            recordAll();
         }
         catch (interrupt::Interrupted const&)
         {
             commit(); // These lines were taken; who sent them is told so.
             throw;
         }
-        commit();
+        catch (std::exception const&)
+        {
+            nameLost();
+            throw;
+        }
         return m_areAllRecorded;
     }
 
 private:
+    void recordAll()
+    {
+        std::size_t const total = m_input.total();
+        while (readLine())
+        {
+            if (total == 0)
+            {
+                m_progress.show(counted(m_lineNumber, "line"));
+            }
+            else
+            {
+                m_progress.show(static_cast<double>(m_input.taken()) / static_cast<double>(total));
+            }
+        }
+        commit();
+    }
+
+    /// Says which lines were taken and are not recorded now.
+    void nameLost()
+    {
+        if (!m_keys.empty())
+        {
+            complain("lines " + std::to_string(m_batchBegin) + " to " + std::to_string(m_lineNumber) +
+                     ": not recorded, unless said otherwise above");
+        }
+        else if (m_lineNumber > 0)
+        {
+            complain("line " + std::to_string(m_lineNumber) + ": not recorded");
+        }
+    }
+
     /// Takes the next line; returns whether there was one.
     bool readLine()
     {
@@ -145,19 +201,18 @@ private:
         if (m_keys.empty())
         {
             m_recorder.begin();
+            m_batchBegin = m_lineNumber;
             m_batchEnd = now + kLongestBatch;
         }
         try
         {
             m_keys.push_back(m_recorder.record(request));
         }
-        catch (Problem const&)
+        catch (std::invalid_argument const& problem)
         {
-            complain("line " + std::to_string(m_lineNumber) + ": not recorded, nor are the " +
-                     std::to_string(m_keys.size()) + " before it that have not been named");
-            throw;
+            refuse(problem.what());
         }
-        if (now >= m_batchEnd)
+        if (now >= m_batchEnd || m_keys.empty())
         {
             commit();
         }
@@ -173,17 +228,14 @@ private:
     /// Makes the faults last and names them.
     void commit()
     {
-        if (m_keys.empty())
-        {
-            return;
-        }
         m_recorder.commit();
         m_progress.clear();
-        for (unsigned long long const key : m_keys)
+        std::vector<unsigned long long> const recorded = std::move(m_keys);
+        m_keys.clear();
+        for (unsigned long long const key : recorded)
         {
             m_output.writeLine(std::to_string(key));
         }
-        m_keys.clear();
         m_output.flush();
     }
 
@@ -193,6 +245,7 @@ private:
     LineReader m_input;
     Progress m_progress;
     std::vector<unsigned long long> m_keys; ///< of the transaction that is open
+    unsigned long long m_batchBegin = 0;    ///< its first line
     std::chrono::steady_clock::time_point m_batchEnd;
     unsigned long long m_lineNumber = 0;
     bool m_areAllRecorded = true;
@@ -234,9 +287,7 @@ int clear(Options const& options, Output& output)
     {
         request.fault.Parameter = begun->Parameter;
     }
-    unsigned long long const key = recorder.record(request);
-    recorder.commit();
-    output.writeLine(std::to_string(key));
+    recordAndName(recorder, request, output);
     return STATUS_DONE;
 }
 

@@ -1,7 +1,7 @@
-// firaim recover: rolls back what a writer that was cut off left half done.
+// firaim recover: makes a file readable again that a writer left when it was cut off.
 
 #include "../Command.h"
-#include "../Recorder.h"
+#include "../FaultFile.h"
 
 namespace tool
 {
@@ -16,8 +16,7 @@ struct Options
 
 int recover(Options const& options, Output&)
 {
-    // Opening is all that it takes.
-    Recorder const recorder(options.path, TimeStyle());
+    recoverFile(options.path);
     return STATUS_DONE;
 }
 

@@ -1,5 +1,6 @@
 // firaim renumber: moves faults and statistics from one start-up id to another.
 
+#include "../CellCheck.h"
 #include "../Command.h"
 #include "../Format.h"
 #include "../Interrupt.h"
@@ -19,99 +20,90 @@ struct Options
     unsigned int to = 0;
 };
 
-/// The rows of one table, before and after.
-struct Count
-{
-    std::size_t found = 0;
-    std::size_t left = 0;
+constexpr char kWithStartup[] = " WHERE RdbStartupId = ?1";
 
-    std::size_t moved() const { return found - left; }
-};
-
-std::string select(tableFormat_t const& format, unsigned int startup)
+std::int64_t count(Recorder const& recorder, tableFormat_t const& format, unsigned int startup)
 {
-    return "SELECT * FROM " + format.name + " WHERE RdbStartupId = " + std::to_string(startup);
+    Statement statement = recorder.prepare("SELECT count(*) FROM " + format.name + kWithStartup);
+    statement.bind(1, static_cast<std::int64_t>(startup)).step();
+    return statement.integer(0);
 }
 
-template <class Container>
-Container read(Recorder& recorder, std::string const& query, int (FaultDb::*reader)(std::string const&, Container&))
+/// Calls `look` for each row of one start-up id, with its columns in the order of the format.
+template <class Look>
+void forEachRow(Recorder const& recorder, tableFormat_t const& format, unsigned int startup, Look const& look)
 {
-    Container rows;
-    if ((recorder.db().*reader)(query, rows) < 0)
+    Statement row = recorder.prepare("SELECT * FROM " + format.name + kWithStartup);
+    row.bind(1, static_cast<std::int64_t>(startup));
+    while (row.step())
     {
-        throw Problem(STATUS_BAD_FILE, "the rows cannot be read; the library's line above says why");
+        look(row);
     }
-    return rows;
 }
 
-/// Whether a text holds what keeps the library from writing it back.
-bool hasQuote(std::string const& text)
+std::string nameOf(Statement const& row, tableFormat_t const& format)
 {
-    return text.find('\'') != std::string::npos;
+    return format.name + " row " + std::string(row.text(0));
 }
 
-/// The columns of a row that keep it where it is.
-std::string quotedColumns(std::vector<std::pair<char const*, std::string const*>> const& texts)
+/// The library writes whole rows back, as it has read them: what a damaged cell holds would be lost.
+void refuseDamaged(Recorder const& recorder, tableFormat_t const& format, Options const& options)
 {
-    std::string columns;
-    for (auto const& [name, text] : texts)
-    {
-        if (hasQuote(*text))
-        {
-            columns += (columns.empty() ? "" : ", ") + std::string(name);
-        }
-    }
-    return columns;
-}
-
-std::string quotedColumns(Fault const& fault)
-{
-    return quotedColumns({{"DateTimeString", &fault.DateTimeString},
-                          {"FaultCodeName", &fault.FaultCodeName},
-                          {"ModuleName", &fault.ModuleName},
-                          {"Parameter", &fault.Parameter},
-                          {"TimeZone", &fault.TimeZone},
-                          {"Description", &fault.Description},
-                          {"DiagSignalsDumpFileName", &fault.DiagSignalsDumpFileName},
-                          {"CfgBackupFile", &fault.CfgBackupFile},
-                          {"SystemDateTimeString", &fault.SystemDateTimeString}});
-}
-
-std::string quotedColumns(FaultStatistic const& statistic)
-{
-    return quotedColumns({{"FaultCodeName", &statistic.FaultCodeName},
-                          {"TimeZoneFirstOccurred", &statistic.TimeZoneFirstOccurred},
-                          {"TimeZoneLastOccurred", &statistic.TimeZoneLastOccurred}});
-}
-
-/// Says of every row that is still there why it is.
-template <class Container>
-void explain(Container const& left, tableFormat_t const& format)
-{
-    for (auto const& row : left)
-    {
-        std::string const columns = quotedColumns(row);
-        complain(format.name + " row " + std::to_string(row.EntryId) + " stays behind: " +
-                 (columns.empty() ? "the library could not write it; its lines above say why"
-                                  : "a text with a quote cannot be written back by the library (" + columns + ")"));
-    }
+    forEachRow(recorder, format, options.from,
+               [&](Statement const& row)
+               {
+                   for (std::size_t column = 0; column < format.columns.size(); ++column)
+                   {
+                       std::string const problem = cellProblem(row, static_cast<int>(column), format.columns[column]);
+                       if (!problem.empty())
+                       {
+                           throw Problem(STATUS_BAD_FILE, options.path + ": " + nameOf(row, format) + ": " +
+                                                              format.columns[column].name + " " + problem +
+                                                              "; it would be lost in moving, and nothing was moved");
+                       }
+                   }
+               });
 }
 
 /// The library writes a statistic back by its code: of two rows with one code, it would write one over the other.
-void refuseSharedCodes(Recorder& recorder, Options const& options)
+void refuseSharedCodes(Recorder const& recorder, Options const& options)
 {
-    FaultStatisticTbl const shared = read(
-        recorder,
-        "SELECT * FROM FdbFaultStatisticTbl WHERE FaultCode IN (SELECT FaultCode FROM FdbFaultStatisticTbl GROUP BY "
-        "FaultCode HAVING count(*) > 1 AND max(RdbStartupId = " +
-            std::to_string(options.from) + ")) LIMIT 1",
-        static_cast<int (FaultDb::*)(std::string const&, FaultStatisticTbl&)>(&FaultDb::getFaultStatisticTbl));
-    if (!shared.empty())
+    Statement shared =
+        recorder.prepare("SELECT FaultCode FROM FdbFaultStatisticTbl GROUP BY FaultCode HAVING count(*) > 1 "
+                         "AND max(RdbStartupId = ?1)");
+    if (shared.bind(1, static_cast<std::int64_t>(options.from)).step())
     {
         throw Problem(STATUS_BAD_FILE, options.path + ": several statistics have the code " +
-                                           std::to_string(static_cast<unsigned int>(shared.front().FaultCode)) +
+                                           std::string(shared.text(0)) +
                                            ", and moving one would write it over the others; nothing was moved");
     }
+}
+
+/// Says of every row that is still there why it is.
+void explain(Recorder const& recorder, tableFormat_t const& format, Options const& options)
+{
+    forEachRow(recorder, format, options.from,
+               [&](Statement const& row)
+               {
+                   std::string columns;
+                   for (std::size_t column = 0; column < format.columns.size(); ++column)
+                   {
+                       if (row.text(static_cast<int>(column)).find('\'') != std::string_view::npos)
+                       {
+                           columns += (columns.empty() ? "" : ", ") + format.columns[column].name;
+                       }
+                   }
+                   complain(nameOf(row, format) + " stays behind: " +
+                            (columns.empty()
+                                 ? "the library could not write it back"
+                                 : "a text with a quote cannot be written back by the library (" + columns + ")"));
+               });
+}
+
+std::string amounts(std::int64_t faults, std::int64_t statistics)
+{
+    return counted(static_cast<unsigned long long>(faults), "fault") + " and " +
+           counted(static_cast<unsigned long long>(statistics), "statistic");
 }
 
 int renumber(Options const& options, Output& output)
@@ -120,39 +112,35 @@ int renumber(Options const& options, Output& output)
     {
         throw Problem(STATUS_BAD_USAGE, "renumber: --from and --to are the same");
     }
-    auto const readFaults = static_cast<int (FaultDb::*)(std::string const&, FaultTbl&)>(&FaultDb::getFaultTbl);
-    auto const readStatistics =
-        static_cast<int (FaultDb::*)(std::string const&, FaultStatisticTbl&)>(&FaultDb::getFaultStatisticTbl);
     Recorder recorder(options.path, TimeStyle());
     // In one transaction nobody sees half of it, and it takes one commit and not one for each row.
     recorder.begin();
-    refuseSharedCodes(recorder, options);
-    Count faults;
-    Count statistics;
-    faults.found = read(recorder, select(faultFormat(), options.from), readFaults).size();
-    statistics.found = read(recorder, select(statisticFormat(), options.from), readStatistics).size();
-    if (faults.found + statistics.found == 0)
+    std::int64_t const faults = count(recorder, faultFormat(), options.from);
+    std::int64_t const statistics = count(recorder, statisticFormat(), options.from);
+    if (faults + statistics == 0)
     {
         throw Problem(STATUS_NO, options.path + ": nothing has the start-up id " + std::to_string(options.from));
     }
-    static_cast<void>(recorder.db().updateRdbStartup(options.to, options.from)); // What it says does not tell.
+    refuseSharedCodes(recorder, options);
+    refuseDamaged(recorder, faultFormat(), options);
+    refuseDamaged(recorder, statisticFormat(), options);
+    // What it returns does not tell whether rows could be written; what is left then does.
+    static_cast<void>(recorder.db().updateRdbStartup(options.to, options.from));
     interrupt::check();
-    FaultTbl const faultsLeft = read(recorder, select(faultFormat(), options.from), readFaults);
-    FaultStatisticTbl const statisticsLeft = read(recorder, select(statisticFormat(), options.from), readStatistics);
     recorder.commit();
-    faults.left = faultsLeft.size();
-    statistics.left = statisticsLeft.size();
-    explain(faultsLeft, faultFormat());
-    explain(statisticsLeft, statisticFormat());
-    output.writeLine("moved " + counted(faults.moved(), "fault") + " and " + counted(statistics.moved(), "statistic") +
-                     " from start-up id " + std::to_string(options.from) + " to " + std::to_string(options.to));
-    if (faults.left + statistics.left > 0)
+    std::int64_t const faultsLeft = count(recorder, faultFormat(), options.from);
+    std::int64_t const statisticsLeft = count(recorder, statisticFormat(), options.from);
+    output.writeLine("moved " + amounts(faults - faultsLeft, statistics - statisticsLeft) + " from start-up id " +
+                     std::to_string(options.from) + " to " + std::to_string(options.to));
+    if (faultsLeft + statisticsLeft == 0)
     {
-        output.writeLine(counted(faults.left, "fault") + " and " + counted(statistics.left, "statistic") +
-                         " stayed behind");
-        return STATUS_NO;
+        return STATUS_DONE;
     }
-    return STATUS_DONE;
+    output.writeLine(amounts(faultsLeft, statisticsLeft) + " stayed behind");
+    output.flush();
+    explain(recorder, faultFormat(), options);
+    explain(recorder, statisticFormat(), options);
+    return STATUS_NO;
 }
 
 } // namespace

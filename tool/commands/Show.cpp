@@ -27,7 +27,7 @@ void print(Statement const& row, Options const& options, Output& output)
     Fault const& fault = decoder.decode(row);
     bool const isActive = fault.Status == FAULT_ACTIVE;
     auto const number = [](unsigned long long value) { return std::to_string(value); };
-    TextTable table(output, {{"FIELD"}, {"VALUE"}});
+    TextTable table(output, {{"FIELD"}, {"VALUE"}}, true);
     table.add({"EntryId", number(fault.EntryId)});
     table.add({"FaultCode", number(fault.FaultCode)});
     table.add({"FaultCodeName", codeText(fault.FaultCode, fault.FaultCodeName)});
@@ -51,7 +51,7 @@ void print(Statement const& row, Options const& options, Output& output)
 int show(Options const& options, Output& output)
 {
     FaultFile const file(options.path);
-    Statement row = file.connection().prepare(selectText(faultFormat()) + " WHERE FdbFaultTbl.EntryId = ?1");
+    Statement row = file.connection().prepare(selectText(file.connection(), faultFormat()) + " WHERE EntryId = ?1");
     row.bind(1, options.key);
     if (!row.step())
     {
@@ -75,7 +75,7 @@ void addShow(CLI::App& app, Request& request)
     CLI::App* const command = addCommand(app, "show", "Show every field of one fault", "  firaim show faults.db 17");
     auto const options = std::make_shared<Options>();
     addFile(*command, options->path);
-    command->add_option("ID", options->key, "Its key")->required()->type_name("");
+    addNumber(*command, "ID", options->key, "Its key")->required()->type_name("");
     addTimeStyle(*command, options->style);
     addJson(*command, options->isJson);
     runWith(*command, request, options, show);

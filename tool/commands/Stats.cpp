@@ -4,7 +4,6 @@
 #include "../Command.h"
 #include "../FaultFile.h"
 #include "../Json.h"
-#include "../Rows.h"
 #include "../Statistics.h"
 #include "../TextTable.h"
 
@@ -61,14 +60,20 @@ void print(std::vector<statisticRow_t> const& rows, Options const& options, Outp
     {
         most = std::max(most, row.statistic.OccurenceCnt);
     }
-    std::vector<TextTable::heading_t> headings = {{"FAULT", false, true}, {"STATUS"},       {"COUNT", true},
-                                                  {"CYCLES", true},       {"FIRST"},        {"LAST"},
-                                                  {"ENTRY", true},        {"STARTUP", true}};
+    std::vector<TextTable::heading_t> headings = {{"FAULT", false, true},
+                                                  {"STATUS"},
+                                                  {"COUNT", true},
+                                                  {"CYCLES", true, false, 2},
+                                                  {"FIRST", false, false, 3},
+                                                  {"LAST", false, false, 5},
+                                                  {"ENTRY", true, false, 4},
+                                                  {"STARTUP", true, false, 1}};
     bool const hasBars = output.terminal().isDecorated;
     if (hasBars)
     {
-        headings.push_back({""});
+        headings.push_back({"", false, true});
     }
+    std::size_t const barWidth = std::min(kBarWidth, static_cast<std::size_t>(output.terminal().width) / 8);
     TextTable table(output, headings);
     for (statisticRow_t const& row : rows)
     {
@@ -84,7 +89,7 @@ void print(std::vector<statisticRow_t> const& rows, Options const& options, Outp
                                   std::to_string(statistic.RdbStartupId)};
         if (hasBars)
         {
-            cells.emplace_back(barText(statistic.OccurenceCnt, most, kBarWidth, output.terminal()));
+            cells.emplace_back(barText(statistic.OccurenceCnt, most, barWidth, output.terminal()));
         }
         table.add(std::move(cells));
     }

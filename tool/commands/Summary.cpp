@@ -124,10 +124,11 @@ public:
     void print() const
     {
         m_output.writeLine("");
-        TextTable table(m_output, {{m_heading}, {"COUNT", true}, {""}});
+        TextTable table(m_output, {{m_heading, false, true}, {"COUNT", true}, {"", false, true}});
+        std::size_t const barWidth = std::min(kBarWidth, static_cast<std::size_t>(m_output.terminal().width) / 3);
         for (auto const& [name, count] : m_entries)
         {
-            table.add({name, grouped(count), barText(count, m_most, kBarWidth, m_output.terminal())});
+            table.add({name, grouped(count), barText(count, m_most, barWidth, m_output.terminal())});
         }
         table.end();
     }
@@ -177,9 +178,9 @@ void printFaults(Faults const& faults, TimeStyle const& style, Output& output)
     }
     if (!faults.timeline.isEmpty())
     {
-        std::vector<Timeline::period_t> const periods = faults.timeline.periods(kMostPeriods);
+        std::vector<Timeline::bin_t> const periods = faults.timeline.periods(kMostPeriods);
         CountList timeline(output, "FAULTS PER " + lengthText(periods.front()));
-        for (Timeline::period_t const& period : periods)
+        for (Timeline::bin_t const& period : periods)
         {
             timeline.add(periodText(period, style), period.count);
         }
@@ -210,8 +211,8 @@ void print(FaultFile const& file, Options const& options, Output& output)
     Timeline const& timeline = faults.timeline;
     line("Period          ", timeline.isEmpty() ? "-"
                                                 : isoText(timeline.first(), options.style) + " to " +
-                                                      isoText(timeline.last(), options.style) + " (" +
-                                                      durationText(timeline.last() - timeline.first()) + ")");
+                                                      isoText(timeline.last(), options.style));
+    line("Duration        ", timeline.isEmpty() ? "-" : durationText(timeline.last() - timeline.first()));
     line("Faults          ", grouped(faults.count) + ", " + grouped(faults.active) + " of them recorded as active, " +
                                  counted(faults.startups.size(), "start-up"));
     line("Statistics      ", counted(statistics.size(), "code") + ", " + grouped(active.size()) + " active now");
@@ -263,7 +264,7 @@ json_t jsonSummary(FaultFile const& file, Options const& options)
         summary["Startups"].push_back({{"RdbStartupId", startup}, {"Faults", count}});
     }
     summary["Timeline"] = json_t::array();
-    for (Timeline::period_t const& period : faults.timeline.periods(kMostPeriods))
+    for (Timeline::bin_t const& period : faults.timeline.periods(kMostPeriods))
     {
         summary["Timeline"].push_back({{"Begin", isoText(period.begin, options.style)},
                                        {"End", isoText(period.end, options.style)},

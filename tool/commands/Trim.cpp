@@ -2,10 +2,12 @@
 
 #include "../Command.h"
 #include "../FaultFile.h"
-#include "../Interrupt.h"
 #include "../Text.h"
 
 #include <sqlite3.h>
+
+#include <algorithm>
+#include <limits>
 
 namespace tool
 {
@@ -51,7 +53,8 @@ void makeDurable(Connection const& connection)
 /// Which faults are old, as a condition with one parameter.
 std::string oldFaults(Options const& options)
 {
-    return options.keep ? "EntryId < ?1" : "fault_time(TimeStampUTC) < ?1";
+    // Of none that are kept, there is no oldest.
+    return !options.keep ? "fault_time(TimeStampUTC) < ?1" : *options.keep == 0 ? "?1 NOT NULL" : "EntryId < ?1";
 }
 
 /// What an active statistic refers to stays, however old it is.
@@ -65,13 +68,9 @@ std::int64_t limitOf(Options const& options, Connection const& connection)
     {
         return requireTime(*options.before, options.style).begin;
     }
-    if (*options.keep == 0)
-    {
-        return std::numeric_limits<std::int64_t>::max();
-    }
     Statement oldestKept =
         connection.prepare("SELECT EntryId FROM FdbFaultTbl ORDER BY EntryId DESC LIMIT 1 OFFSET ?1");
-    oldestKept.bind(1, static_cast<std::int64_t>(*options.keep) - 1);
+    oldestKept.bind(1, std::max<std::int64_t>(*options.keep, 1) - 1);
     return oldestKept.step() ? oldestKept.integer(0) : std::numeric_limits<std::int64_t>::min();
 }
 
@@ -114,9 +113,13 @@ int trim(Options const& options, Output& output)
     }
     Connection const connection =
         options.isDryRun ? FaultFile(options.path).takeConnection() : Connection(options.path, Connection::READ_WRITE);
-    sqlite3_create_function_v2(connection.get(), "fault_time", 1,
-                               SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY, &style, faultTime, nullptr,
-                               nullptr, nullptr);
+    int const code = sqlite3_create_function_v2(connection.get(), "fault_time", 1,
+                                                SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY, &style,
+                                                faultTime, nullptr, nullptr, nullptr);
+    if (code != SQLITE_OK)
+    {
+        throw SqliteProblem(options.path, connection.get(), code);
+    }
     if (!options.isDryRun)
     {
         makeDurable(connection);

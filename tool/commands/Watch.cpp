@@ -13,6 +13,8 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+#include <limits>
 #include <map>
 
 namespace tool
@@ -55,6 +57,7 @@ public:
 private:
     void lookClosely();
     void reopen();
+    void giveReason(Problem const& problem);
     void lookAtFaults();
     void lookAtStatistics(bool isSaid);
     void say(Statement const& row, Fault const& fault);
@@ -73,16 +76,14 @@ private:
 
 void Follower::begin()
 {
-    std::int64_t const newest = m_file->connection().number("SELECT max(EntryId) FROM FdbFaultTbl");
-    m_lastKey = newest;
-    if (m_options.last > 0)
+    auto const offset = std::min<unsigned long long>(m_options.last, std::numeric_limits<std::int64_t>::max());
+    Statement newest =
+        m_file->connection().prepare("SELECT EntryId FROM FdbFaultTbl ORDER BY EntryId DESC LIMIT 1 OFFSET ?1");
+    if (newest.bind(1, static_cast<std::int64_t>(offset)).step())
     {
-        Statement first = m_file->connection().prepare("SELECT EntryId FROM FdbFaultTbl ORDER BY EntryId DESC LIMIT 1 "
-                                                       "OFFSET ?1");
-        auto const offset = std::min<unsigned long long>(m_options.last, std::numeric_limits<std::int64_t>::max());
-        first.bind(1, static_cast<std::int64_t>(offset));
-        m_lastKey = first.step() ? first.integer(0) : std::numeric_limits<std::int64_t>::min();
+        m_lastKey = newest.integer(0);
     }
+    newest.reset();
     lookAtStatistics(false);
     lookAtFaults();
     m_output.flush();
@@ -107,14 +108,17 @@ bool Follower::look()
     }
     catch (SqliteProblem const& problem)
     {
-        int const code = problem.code() & 0xff;
-        // A writer is at work; or one was cut off, and the next one to open the file puts that right.
-        if (code != SQLITE_BUSY && code != SQLITE_READONLY)
+        m_output.flush();
+        if ((problem.code() & 0xff) == SQLITE_BUSY)
+        {
+            return false; // A writer is at work.
+        }
+        if (problem.code() != SQLITE_READONLY_ROLLBACK)
         {
             throw;
         }
-        m_output.flush();
-        return false;
+        giveReason(problem); // The next one to open the file for writing puts that right.
+        return true;
     }
 }
 
@@ -149,12 +153,17 @@ void Follower::reopen()
     }
     catch (Problem const& problem)
     {
-        // It may only just be about to be created; its next change will tell.
-        if (problem.what() != m_reason)
-        {
-            m_reason = problem.what();
-            complain(m_reason);
-        }
+        giveReason(problem); // It may only just be about to be created; its next change will tell.
+    }
+}
+
+/// Says once why nothing can be said of the file.
+void Follower::giveReason(Problem const& problem)
+{
+    if (problem.what() != m_reason)
+    {
+        m_reason = problem.what();
+        complain(m_reason);
     }
 }
 
@@ -230,10 +239,13 @@ void Follower::say(statisticRow_t const& row)
 void Follower::sayLine(std::string const& text, faultStatus_t status, std::string const& rest)
 {
     bool const isActive = status == FAULT_ACTIVE;
+    std::string const word = isActive ? "active" : "inactive";
+    Terminal const& terminal = m_output.terminal();
+    std::size_t const used = displayWidth(text) + word.size();
+    auto const width = static_cast<std::size_t>(terminal.width);
     m_output.writeLine(
-        text +
-        styled(isActive ? "active" : "inactive", isActive ? style_t::ALARM : style_t::FAINT, m_output.terminal()) +
-        rest);
+        text + styled(word, isActive ? style_t::ALARM : style_t::FAINT, terminal) +
+        (terminal.isThere ? shortened(rest, width > used ? width - used : 0, ellipsisFor(terminal)) : rest));
 }
 
 /// Waits for the file to come back, when something removed or replaced it.
@@ -253,7 +265,7 @@ void followName(Options const& options, FileWatch& files, Follower& follower)
     }
 }
 
-int watch(Options const& options, Output& output)
+void follow(Options const& options, Output& output)
 {
     FileWatch files(options.path);
     Follower follower(options, output);
@@ -265,9 +277,21 @@ int watch(Options const& options, Output& output)
         {
             files.wait(kLongestWaitMs);
         }
-        static_cast<void>(interrupt::waitFor(-1, isSeen ? kGatheringMs : kRetryMs));
+        interrupt::pause(isSeen ? kGatheringMs : kRetryMs);
         followName(options, files, follower);
         isSeen = follower.look();
+    }
+}
+
+int watch(Options const& options, Output& output)
+{
+    try
+    {
+        follow(options, output);
+    }
+    catch (interrupt::Interrupted const&)
+    {
+        // To be interrupted is the way in which it ends.
     }
     return STATUS_DONE;
 }
