@@ -28,7 +28,7 @@ public:
     Lister(Options const& options, Output& output)
         : m_options(options), m_output(output), m_table(output, {{"ID", true},
                                                                  {"TIME"},
-                                                                 {"FAULT", false, true},
+                                                                 {"FAULT"},
                                                                  {"STATUS"},
                                                                  {"MODULE", false, true, 3},
                                                                  {"PARAMETER", false, true, 2},
