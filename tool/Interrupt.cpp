@@ -88,13 +88,10 @@ bool waitFor(int descriptor, direction_t direction, int milliseconds)
     sigset_t const signals = handledSignals();
     sigset_t before;
     sigprocmask(SIG_BLOCK, &signals, &before);
-    bool isReady = false;
-    if (!isPending())
-    {
-        pollfd waited = {descriptor, static_cast<short>(direction == READING ? POLLIN : POLLOUT), 0};
-        timespec const timeout = {milliseconds / 1000, (milliseconds % 1000) * 1000000L};
-        isReady = ppoll(&waited, 1, milliseconds < 0 ? nullptr : &timeout, &before) > 0;
-    }
+    int const longest = isPending() ? 0 : milliseconds;
+    pollfd waited = {descriptor, static_cast<short>(direction == READING ? POLLIN : POLLOUT), 0};
+    timespec const timeout = {longest / 1000, (longest % 1000) * 1000000L};
+    bool const isReady = ppoll(&waited, 1, longest < 0 ? nullptr : &timeout, &before) > 0;
     sigprocmask(SIG_SETMASK, &before, nullptr);
     return isReady;
 }

@@ -228,7 +228,9 @@ int ToolProcess::finish()
 int ToolProcess::wait()
 {
     int status = 0;
-    EXPECT_EQ(waitpid(m_pid, &status, 0), m_pid);
+    rusage use = {};
+    EXPECT_EQ(wait4(m_pid, &status, 0, &use), m_pid);
+    peakMemory = use.ru_maxrss;
     m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return *m_status;
 }

@@ -47,6 +47,7 @@ public:
 
     std::string output; ///< what was read of standard output, but for the lines taken
     std::string errors;
+    long peakMemory = 0; ///< in KiB, once it has ended
 
 private:
     bool readMore();
