@@ -20,10 +20,12 @@ namespace tool
 namespace
 {
 
-bool isRegularFile(int descriptor)
+/// Whether somebody reads what is written to `descriptor`.
+bool hasReader(int descriptor)
 {
     struct stat status = {};
-    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    return fstat(descriptor, &status) == 0 &&
+           (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode) || isatty(descriptor) == 1);
 }
 
 /// Writes one line to standard error, where a bar of progress gives way to it. Nothing can be done when that fails.
@@ -72,7 +74,7 @@ void LogBuffer::passOnLines()
 }
 
 Output::Output()
-    : m_terminal(examineTerminal(STDOUT_FILENO)), m_isWaitedFor(!isRegularFile(STDOUT_FILENO)),
+    : m_terminal(examineTerminal(STDOUT_FILENO)), m_hasReader(hasReader(STDOUT_FILENO)),
       m_consoleBuffer(std::cout.rdbuf(&m_logLines))
 {
 }
@@ -94,11 +96,11 @@ void Output::flush()
     while (!left.empty())
     {
         // Of what a pipe has room for at least, none blocks; only waiting for that room ends with a signal for certain.
-        while (m_isWaitedFor && !interrupt::waitFor(STDOUT_FILENO, interrupt::WRITING, -1))
+        while (m_hasReader && !interrupt::waitFor(STDOUT_FILENO, interrupt::WRITING, -1))
         {
             interrupt::check();
         }
-        std::size_t const size = m_isWaitedFor ? std::min<std::size_t>(left.size(), PIPE_BUF) : left.size();
+        std::size_t const size = m_hasReader ? std::min<std::size_t>(left.size(), PIPE_BUF) : left.size();
         ssize_t const written = ::write(STDOUT_FILENO, left.data(), size);
         if (written >= 0)
         {

@@ -53,7 +53,7 @@ public:
 
 private:
     Terminal const m_terminal;
-    bool const m_isWaitedFor; ///< it is no file: writing to it may take as long as its reader pleases
+    bool const m_hasReader; ///< writing may take as long as that one pleases
     std::string m_pending;
     LogBuffer m_logLines;
     std::streambuf* m_consoleBuffer;

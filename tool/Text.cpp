@@ -155,9 +155,15 @@ std::size_t displayWidth(std::string_view text)
     std::size_t width = 0;
     while (!text.empty())
     {
-        character_t const character = firstCharacter(text);
-        width += static_cast<std::size_t>(std::max(0, utf8proc_charwidth(character.codePoint)));
-        text.remove_prefix(character.size);
+        auto const plain = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isPlain) - text.begin());
+        width += plain;
+        text.remove_prefix(plain);
+        if (!text.empty())
+        {
+            character_t const character = firstCharacter(text);
+            width += static_cast<std::size_t>(std::max(0, utf8proc_charwidth(character.codePoint)));
+            text.remove_prefix(character.size);
+        }
     }
     return width;
 }

@@ -1,11 +1,11 @@
 #include "Times.h"
 
+#include <array>
 #include <charconv>
 #include <chrono>
+#include <cstdio>
 #include <ctime>
-#include <iomanip>
 #include <limits>
-#include <sstream>
 #include <string_view>
 
 namespace tool
@@ -156,6 +156,14 @@ bool isInCalendar(std::tm const& written)
            normal.tm_hour == written.tm_hour && normal.tm_min == written.tm_min && normal.tm_sec == written.tm_sec;
 }
 
+/// Appends to a text that has room for it; returns the number of characters.
+template <class... Values>
+std::size_t printTo(std::array<char, 40>& text, std::size_t begin, char const* format, Values... values)
+{
+    int const size = std::snprintf(text.data() + begin, text.size() - begin, format, values...);
+    return static_cast<std::size_t>(size);
+}
+
 /// In milliseconds since 1970; fields beyond their ends are carried over.
 std::int64_t momentOf(std::tm calendar, bool isLocal)
 {
@@ -204,16 +212,18 @@ std::string isoText(std::int64_t milliseconds, TimeStyle const& style)
     {
         return std::to_string(milliseconds);
     }
-    std::ostringstream text;
-    text << std::put_time(&calendar, "%Y-%m-%dT%H:%M:%S") << '.' << std::setfill('0') << std::setw(3) << fraction;
+    std::array<char, 40> text;
+    std::size_t size = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &calendar);
+    size += printTo(text, size, ".%03d", static_cast<int>(fraction));
     if (!style.isLocal)
     {
-        return text.str() + "Z";
+        size += printTo(text, size, "Z");
+        return {text.data(), size};
     }
     long const minutes = calendar.tm_gmtoff / 60;
     long const amount = minutes < 0 ? -minutes : minutes;
-    text << (minutes < 0 ? '-' : '+') << std::setw(2) << amount / 60 << ':' << std::setw(2) << amount % 60;
-    return text.str();
+    size += printTo(text, size, "%c%02ld:%02ld", minutes < 0 ? '-' : '+', amount / 60, amount % 60);
+    return {text.data(), size};
 }
 
 std::optional<std::int64_t> timeOf(unsigned long long stamp, TimeStyle const& style)
