@@ -80,7 +80,7 @@ std::optional<std::string> onlyFormatVersion(Connection const& connection)
 
 void requireTables(Connection const& connection)
 {
-    Statement statement = connection.prepare("SELECT type FROM sqlite_master WHERE name = ?1");
+    Statement statement = connection.prepare("SELECT type, rootpage FROM sqlite_master WHERE name = ?1");
     for (tableFormat_t const* const format : allFormats())
     {
         statement.bind(1, format->name);
@@ -95,7 +95,31 @@ void requireTables(Connection const& connection)
             throw Problem(STATUS_BAD_FILE,
                           connection.path() + ": no fault database: " + format->name + " is a " + type);
         }
+        if (statement.integer(1) == 0)
+        {
+            throw Problem(STATUS_BAD_FILE,
+                          connection.path() + ": no fault database: " + format->name + " is a virtual table");
+        }
         statement.reset();
+    }
+}
+
+/// The library takes the cells of a row by their places.
+void requireColumns(Connection const& connection)
+{
+    for (tableFormat_t const* const format : allFormats())
+    {
+        Statement found = connection.prepare("SELECT name FROM pragma_table_xinfo(?1) ORDER BY cid");
+        found.bind(1, format->name);
+        for (column_t const& expected : format->columns)
+        {
+            if (!found.step() || found.text(0) != expected.name)
+            {
+                throw Problem(STATUS_BAD_FILE, connection.path() + ": " + format->name +
+                                                   " has not the columns of the file format, in their order; 'firaim "
+                                                   "check' tells more");
+            }
+        }
     }
 }
 
@@ -181,6 +205,7 @@ void requireWritableFaultFile(std::string const& path)
     // does what the library's would do.
     Connection const connection(path, Connection::READ_WRITE);
     requireTables(connection);
+    requireColumns(connection);
     std::optional<std::string> const version = onlyFormatVersion(connection);
     if (version != FaultDb::SUPPORTED_VERSION)
     {

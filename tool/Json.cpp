@@ -37,7 +37,7 @@ json_t jsonTimeCell(Statement const& row, int column, TimeStyle const& style)
 
 std::string jsonText(json_t const& value, Terminal const& terminal)
 {
-    std::string text = value.dump(-1, ' ', false, json_t::error_handler_t::replace);
+    std::string text = value.dump(-1, ' ', terminal.isAsciiOnly(), json_t::error_handler_t::replace);
     return terminal.isThere ? visibleJson(text) : text;
 }
 

@@ -11,6 +11,7 @@
 #include <iostream>
 #include <system_error>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,9 +35,17 @@ void writeErrorLine(std::string const& line)
     Progress::clearShown();
     std::string const whole = line + "\n";
     std::string_view left = whole;
-    while (!left.empty() && !interrupt::isPending())
+    while (!left.empty())
     {
-        ssize_t const written = ::write(STDERR_FILENO, left.data(), left.size());
+        if (!interrupt::waitFor(STDERR_FILENO, interrupt::WRITING, -1))
+        {
+            if (interrupt::isPending())
+            {
+                return; // Who is to end does not wait for a reader.
+            }
+            continue;
+        }
+        ssize_t const written = ::write(STDERR_FILENO, left.data(), std::min<std::size_t>(left.size(), PIPE_BUF));
         if (written < 0 && errno != EINTR && errno != EAGAIN)
         {
             return;
@@ -68,8 +77,23 @@ void LogBuffer::passOnLines()
 {
     for (std::size_t end = m_pending.find('\n'); end != std::string::npos; end = m_pending.find('\n'))
     {
-        writeErrorLine(visible(std::string_view(m_pending).substr(0, end)));
+        if (!interrupt::isPending())
+        {
+            writeErrorLine(visible(std::string_view(m_pending).substr(0, end)));
+        }
         m_pending.erase(0, end + 1);
+    }
+}
+
+void holdStandardDescriptors()
+{
+    for (int const descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    {
+        if (fcntl(descriptor, F_GETFD) < 0)
+        {
+            // The lowest number that is free is this one. It is opened for what it is not used for.
+            static_cast<void>(open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+        }
     }
 }
 

@@ -28,6 +28,10 @@ private:
     std::string m_pending;
 };
 
+/// Makes sure that no file that is opened gets the number of standard input, output or error, where one of these was
+/// closed: using that one still fails.
+void holdStandardDescriptors();
+
 /// Standard output, where only results go. While this object lives, what is written to std::cout, as the library's log
 /// lines are, goes to standard error instead.
 ///

@@ -97,6 +97,7 @@ Recorder::~Recorder()
     // What was not committed is not wanted, and what was is on the storage.
     rollBack();
     sqlite3_commit_hook(m_sqlite, nullptr, nullptr);
+    static_cast<void>(sqlite3_trace_v2(m_sqlite, 0, nullptr, nullptr));
     static_cast<void>(m_db.closeDb());
 }
 
@@ -105,6 +106,21 @@ Recorder::~Recorder()
 int Recorder::onCommit(void* self)
 {
     return static_cast<Recorder*>(self)->m_isCommitting ? 0 : 1;
+}
+
+int Recorder::onStatement(unsigned int, void* self, void*, void*)
+{
+    auto* const recorder = static_cast<Recorder*>(self);
+    if (interrupt::isPending() && !recorder->m_isCommitting)
+    {
+        sqlite3_interrupt(recorder->m_sqlite);
+    }
+    return 0;
+}
+
+void Recorder::endOnSignal()
+{
+    static_cast<void>(sqlite3_trace_v2(m_sqlite, SQLITE_TRACE_STMT, onStatement, this));
 }
 
 Statement Recorder::prepare(std::string const& sql) const
@@ -167,11 +183,19 @@ unsigned long long Recorder::record(FaultRequest const& request)
     Fault const plain = complete(request);
     Fault stored = plain;
     quoteTexts(stored);
-    require(m_db.insert(stored), "record the fault");
-    Fault recorded = plain;
-    recorded.EntryId = stored.EntryId;
-    keepStatistic(recorded);
-    return recorded.EntryId;
+    try
+    {
+        require(m_db.insert(stored), "record the fault");
+        Fault recorded = plain;
+        recorded.EntryId = stored.EntryId;
+        keepStatistic(recorded);
+        return recorded.EntryId;
+    }
+    catch (...)
+    {
+        rollBack(); // Not the one without the other.
+        throw;
+    }
 }
 
 /// The fault with everything that was left open filled in.

@@ -42,8 +42,12 @@ public:
     /// Records a fault and counts it in the statistic of its code, inside a transaction; returns its key. The first
     /// active fault of a code begins its statistic; a count of 65535 stays. An inactive fault counts for nothing and
     /// marks the statistic as inactive. Throws std::invalid_argument, before anything is written, for a time that
-    /// cannot be stored.
+    /// cannot be stored. After any other failure nothing of the
+    /// transaction is stored.
     unsigned long long record(FaultRequest const& request);
+
+    /// From now on a signal makes statements fail, and with them the transaction.
+    void endOnSignal();
 
     /// The statistic of a code; none when there is none.
     std::optional<FaultStatistic> statisticOf(unsigned int code);
@@ -62,6 +66,7 @@ private:
     unsigned long long stampFor(FaultRequest const& request, std::optional<Fault> const& newest,
                                 std::int64_t now) const;
     static int onCommit(void* self);
+    static int onStatement(unsigned int, void* self, void*, void*);
     void require(int result, char const* action) const;
 
     std::string const m_path;

@@ -30,9 +30,20 @@ T const& decodeRow(SqlTbl<T>& tbl, Statement const& row)
     return tbl.m_record;
 }
 
+/// What the key of a row is called. Another column of the file may have the name rowid.
+std::string keyText(Connection const& connection, tableFormat_t const& format)
+{
+    std::string const& key = format.columns.front().name;
+    Statement isKey =
+        connection.prepare("SELECT 1 FROM pragma_table_xinfo(?1) WHERE name = ?2 COLLATE NOCASE AND pk = 1 AND "
+                           "type = 'INTEGER' COLLATE NOCASE");
+    return isKey.bind(1, format.name).bind(2, key).step() ? format.name + "." + key : "rowid";
+}
+
 std::string pagingText(Connection const& connection, tableFormat_t const& format, order_t order)
 {
-    return selectText(connection, format) + " WHERE rowid >= ?1 AND rowid <= ?2 ORDER BY rowid" +
+    std::string const key = keyText(connection, format);
+    return selectText(connection, format) + " WHERE " + key + " >= ?1 AND " + key + " <= ?2 ORDER BY " + key +
            (order == order_t::NEWEST_FIRST ? " DESC" : "") + " LIMIT " + std::to_string(kRowsInBatch);
 }
 
@@ -48,15 +59,16 @@ std::string selectText(Connection const& connection, tableFormat_t const& format
         text += isThere ? format.name + "." + column.name + ", " : "NULL, ";
         names.reset();
     }
-    return text + "rowid FROM " + format.name;
+    return text + keyText(connection, format) + " FROM " + format.name;
 }
 
 RowReader::RowReader(Connection const& connection, tableFormat_t const& format, order_t order, keyRange_t range)
     : m_connection(connection), m_order(order), m_whole(range), m_left(range),
       m_statement(connection.prepare(pagingText(connection, format, order)))
 {
-    Statement bounds = connection.prepare("SELECT (SELECT min(rowid) FROM " + format.name +
-                                          "), (SELECT max(rowid) FROM " + format.name + ")");
+    std::string const key = keyText(connection, format);
+    Statement bounds = connection.prepare("SELECT (SELECT min(" + key + ") FROM " + format.name + "), (SELECT max(" +
+                                          key + ") FROM " + format.name + ")");
     bounds.step();
     if (bounds.isNull(0))
     {

@@ -4,8 +4,9 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
+#include <thread>
 
 namespace tool
 {
@@ -19,6 +20,8 @@ constexpr int kLongestPattern = 1000;
 
 /// A crashed writer's journal is there for good, a working one's for moments only.
 constexpr std::chrono::milliseconds kPatienceWithJournal(500);
+/// For what is to be brought to an end.
+constexpr std::chrono::milliseconds kPatienceAfterSignal(200);
 constexpr int kPauseMs = 2;
 
 char const* adviceFor(int code)
@@ -58,9 +61,14 @@ int onBusy(void* self, int calls)
     {
         patience->begin = now;
     }
-    if (interrupt::isPending() || now - patience->begin >= patience->limit)
+    bool const isToEnd = interrupt::isPending();
+    if (now - patience->begin >= (isToEnd ? std::min(patience->limit, kPatienceAfterSignal) : patience->limit))
     {
         return 0;
+    }
+    if (isToEnd)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(kPauseMs)); // Nothing else waits any more.
     }
     interrupt::pause(kPauseMs);
     return 1;
@@ -269,7 +277,8 @@ void Patience::applyTo(sqlite3* db)
 }
 
 Connection::Connection(std::string const& path, access_t access)
-    : m_path(path), m_patience(std::make_unique<Patience>(Patience{kPatience}))
+    : m_path(path), m_isForEver(access == READ_ONLY_FOR_EVER),
+      m_patience(std::make_unique<Patience>(Patience{kPatience}))
 {
     sqlite3* db = nullptr;
     int const code = openFile(path, access, &db);

@@ -65,7 +65,7 @@ private:
         void operator()(sqlite3_stmt* statement) const;
     };
 
-    std::string const& m_path;
+    std::string m_path;
     sqlite3* m_db;
     std::unique_ptr<sqlite3_stmt, Finalize> m_statement;
     bool m_isRunning = false; ///< has a row, and so its locks
@@ -109,6 +109,8 @@ public:
     /// The number of rows that the last statement removed.
     std::int64_t changes() const;
 
+    /// Whether the file was taken for one that cannot change.
+    bool isForEver() const { return m_isForEver; }
     sqlite3* get() const { return m_db.get(); }
     std::string const& path() const { return m_path; }
 
@@ -118,7 +120,8 @@ private:
         void operator()(sqlite3* db) const;
     };
 
-    std::string const m_path;
+    std::string m_path;
+    bool m_isForEver;
     std::unique_ptr<Patience> m_patience; ///< outlives the connection, which points to it
     std::unique_ptr<sqlite3, Close> m_db;
 };

@@ -9,7 +9,7 @@ std::vector<statisticRow_t> readStatistics(Connection const& connection, TimeSty
 {
     std::vector<statisticRow_t> rows;
     StatisticDecoder decoder;
-    Statement row = connection.prepare(selectText(connection, statisticFormat()) + " ORDER BY rowid");
+    Statement row = connection.prepare(selectText(connection, statisticFormat()) + " ORDER BY 1");
     while (row.step())
     {
         json_t json = jsonRow(row, statisticFormat(), style);

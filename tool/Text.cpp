@@ -3,7 +3,6 @@
 #include <utf8proc.h>
 
 #include <algorithm>
-#include <array>
 
 namespace tool
 {
@@ -79,7 +78,7 @@ bool isPlain(char c)
 
 /// `text` with characters that are not seen, and bytes that are none, replaced by what the two functions make of them.
 template <class ReplaceCharacter, class ReplaceByte>
-std::string replaceUnseen(std::string_view text, ReplaceCharacter const& replaceCharacter,
+std::string replaceUnseen(std::string_view text, bool isAsciiOnly, ReplaceCharacter const& replaceCharacter,
                           ReplaceByte const& replaceByte)
 {
     std::string result;
@@ -99,7 +98,7 @@ std::string replaceUnseen(std::string_view text, ReplaceCharacter const& replace
         {
             result.append(replaceByte(text.front()));
         }
-        else if (isSeen(character.codePoint))
+        else if (!isAsciiOnly && isSeen(character.codePoint))
         {
             result.append(text.substr(0, character.size));
         }
@@ -124,10 +123,10 @@ bool equalLowered(char left, char right)
 
 } // namespace
 
-std::string visible(std::string_view text)
+std::string visible(std::string_view text, bool isAsciiOnly)
 {
     return replaceUnseen(
-        text, [](unsigned int codePoint) { return escapeOf(codePoint); },
+        text, isAsciiOnly, [](unsigned int codePoint) { return escapeOf(codePoint); },
         [](char byte) {
             return "\\x" + hexadecimal({&byte, 1});
         });
@@ -136,7 +135,7 @@ std::string visible(std::string_view text)
 std::string visibleJson(std::string_view json)
 {
     return replaceUnseen(
-        json,
+        json, false,
         [](unsigned int codePoint)
         {
             constexpr unsigned int kFirstInPairs = 0x10000;

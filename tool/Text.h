@@ -10,7 +10,8 @@ namespace tool
 
 /// `text` with everything that would act on a terminal instead of being seen replaced by an escape: control characters
 /// ("\n", "\x1b"), invisible ones such as those that reverse the writing ("\u202e"), bytes that are no UTF-8 ("\xff").
-std::string visible(std::string_view text);
+/// For one that only takes ASCII, so is everything else ("\u00e4").
+std::string visible(std::string_view text, bool isAsciiOnly = false);
 
 /// The same for a text that is JSON, and stays it: what is in its texts is replaced by JSON's own escapes.
 std::string visibleJson(std::string_view json);

@@ -67,7 +67,7 @@ void TextTable::add(row_t row)
 {
     for (cell_t& cell : row)
     {
-        cell.text = visible(cell.text);
+        cell.text = visible(cell.text, m_output.terminal().isAsciiOnly());
     }
     if (!m_widths.empty())
     {
@@ -196,6 +196,9 @@ void TextTable::write(row_t const& row)
         {
             continue;
         }
+        std::size_t const whole = displayWidth(row[column].text);
+        std::size_t const padding = m_widths[column] > whole ? m_widths[column] - whole : 0;
+        blanks += m_headings[column].isRight ? padding : 0;
         std::string text = row[column].text;
         if (isFitted)
         {
@@ -207,15 +210,14 @@ void TextTable::write(row_t const& row)
             text = left < 2 ? "" : shortened(text, std::min(own, left), ellipsisFor(terminal));
         }
         std::size_t const width = displayWidth(text);
-        std::size_t const padding = m_widths[column] > width ? m_widths[column] - width : 0;
-        blanks += m_headings[column].isRight ? padding : 0;
         if (!text.empty())
         {
             line.append(blanks, ' ').append(styled(text, row[column].style, terminal));
             used += blanks + width;
             blanks = 0;
         }
-        blanks += (m_headings[column].isRight ? 0 : padding) + kGapWidth;
+        bool const isLeft = !m_headings[column].isRight;
+        blanks += (isLeft && m_widths[column] > width ? m_widths[column] - width : 0) + kGapWidth;
     }
     m_output.writeLine(line);
 }

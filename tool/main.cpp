@@ -49,6 +49,18 @@ void declare(CLI::App& app, Request& request)
     addCodes(app, request);
 }
 
+/// After a problem, which is what matters.
+void flushQuietly(Output& output)
+{
+    try
+    {
+        output.flush();
+    }
+    catch (Problem const&)
+    {
+    }
+}
+
 bool hasCommand(CLI::App& app, std::string const& name)
 {
     auto const commands = app.get_subcommands([](CLI::App const*) { return true; });
@@ -99,7 +111,7 @@ int run(int argc, char** argv, Output& output)
     }
     catch (Problem const&)
     {
-        output.flush(); // Of a damaged file, all that could be read.
+        flushQuietly(output); // Of a damaged file, all that could be read.
         throw;
     }
 }
@@ -110,6 +122,7 @@ int main(int argc, char** argv)
 {
     try
     {
+        holdStandardDescriptors();
         interrupt::install();
         Output output;
         return run(argc, argv, output);

@@ -192,6 +192,12 @@ TEST_F(Listing, ReadsAnyNumberOfBatchesAndAnyKeys)
     EXPECT_EQ(keys({}), expected);
 }
 
+TEST_F(Listing, AColumnThatIsCalledAsRowsAreChangesNothing)
+{
+    RawDb(path).exec("ALTER TABLE FdbFaultTbl ADD COLUMN rowid TEXT DEFAULT 'zz'");
+    EXPECT_EQ(keys({}), "3 2 1 ");
+}
+
 TEST_F(Listing, DamagedCellsAreReadAsTheLibraryReadsThem)
 {
     insertFault("FaultCode,RdbStartupId,Status,ModuleName", "'42abc','x','odd',NULL");

@@ -176,6 +176,39 @@ TEST_F(Recording, SaysWhenOnlyTheKeyCouldNotBeWritten)
     EXPECT_THAT(readFile(dir.file("err")), HasSubstr("the fault was recorded all the same, with the key 1"));
 }
 
+TEST_F(Recording, SaysOfManyWhenOnlyTheirKeysCouldNotBeWritten)
+{
+    for (char const* const closed : {">/dev/full", ">&-"})
+    {
+        int const status =
+            std::system(("printf '{\"FaultCode\":1}\\n{\"FaultCode\":2}\\n' | '" FIRAIM_TEST_TOOL "' record '" + path +
+                         "' --stdin " + closed + " 2>'" + dir.file("err") + "'")
+                            .c_str());
+        EXPECT_EQ(WEXITSTATUS(status), 3) << closed;
+        EXPECT_THAT(readFile(dir.file("err")), HasSubstr("were recorded all the same")) << closed;
+        EXPECT_THAT(readFile(dir.file("err")), testing::Not(HasSubstr("not recorded"))) << closed;
+    }
+    EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"), "4");
+}
+
+TEST_F(Recording, InputThatIsClosedIsAFailure)
+{
+    int const status =
+        std::system(("'" FIRAIM_TEST_TOOL "' record '" + path + "' --stdin <&- 2>'" + dir.file("err") + "'").c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+    EXPECT_THAT(readFile(dir.file("err")), HasSubstr("cannot read standard input"));
+}
+
+TEST_F(Recording, ColumnsInAnotherOrderAreRefused)
+{
+    RawDb(path).exec("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER PRIMARY KEY "
+                     "AUTOINCREMENT NOT NULL, Version VARCHAR, Component VARCHAR); INSERT INTO FdbVersionTbl VALUES(1, "
+                     "'1.0.0', 'FormatVersion')");
+    outcome_t const outcome = runTool({"record", path, "--code", "1"});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.errors, HasSubstr("FdbVersionTbl has not the columns of the file format, in their order"));
+}
+
 TEST_F(Recording, SaysWhichLinesWereNotRecordedWhenTheFileCannotBeWritten)
 {
     setting_t setting;

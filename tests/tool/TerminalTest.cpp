@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <csignal>
+#include <sstream>
 
 namespace
 {
@@ -92,7 +94,7 @@ TEST_F(OnATerminal, LinesFitItsWidth)
 {
     insertFault("Description,ModuleName,Parameter",
                 "'a long description that would not fit into any line', 'a module of some length', 'and a parameter'");
-    for (int const columns : {20, 40, 80, 100, 120, 160})
+    for (int columns = 20; columns < 170; columns += 3)
     {
         for (std::vector<std::string> const& arguments :
              {std::vector<std::string>{"list", path}, {"stats", path}, {"codes"}})
@@ -167,6 +169,33 @@ TEST_F(OnATerminal, NothingFromTheFileActsOnIt)
     EXPECT_THAT(errors, HasSubstr("\\x1b]0;title\\x07\\u009b2J\\r"));
     EXPECT_THAT(errors, Not(HasSubstr(std::string(1, kEscape))));
     EXPECT_THAT(runTool({"list", path, "--\x1b]0;title\a"}, setting).errors, Not(HasSubstr(std::string(1, kEscape))));
+}
+
+TEST_F(OnATerminal, WithoutUtf8OnlyAsciiIsSent)
+{
+    insertFault("Description,ModuleName", "'\u00db2J', '\u6e29'");
+    for (std::vector<std::string> const& arguments : {std::vector<std::string>{"list", path},
+                                                      {"list", path, "--json"},
+                                                      {"show", path, "4"},
+                                                      {"export", path, "--format", "csv"},
+                                                      {"watch", path, "--last", "1"}})
+    {
+        setting_t setting;
+        setting.outputColumns = 200;
+        setting.environment["LANG"] = "C";
+        ToolProcess process(arguments, setting);
+        std::string text;
+        if (arguments[0] == "watch")
+        {
+            text = process.readLine().value_or("");
+            process.signal(SIGINT);
+        }
+        EXPECT_EQ(process.finish(), 0);
+        text += process.output;
+        EXPECT_NE(text, "");
+        EXPECT_TRUE(std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; }))
+            << arguments[0];
+    }
 }
 
 TEST_F(OnATerminal, JsonStaysJson)

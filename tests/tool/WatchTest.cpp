@@ -4,6 +4,9 @@
 
 #include <gmock/gmock.h>
 
+#include <sqlite3.h>
+
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -208,6 +211,28 @@ TEST_F(Watching, GoesOnWhereALinkLeadsTo)
     EXPECT_EQ(watch.readLine(), "2031-05-06T00:00:00.000Z  fault 1  FC_CLOCK_JUMP  active");
 }
 
+TEST_F(Watching, BeginsAnewWhereTheContentWasReplaced)
+{
+    ToolProcess watch({"watch", path, "--last", "1"});
+    EXPECT_TRUE(watch.readLine());
+    std::string const other = dir.file("other.db");
+    output({"create", other});
+    output({"record", other, "--code", "FC_CLOCK_JUMP", "--time", "2031-05-06T00:00Z"});
+    RawDb raw(path);
+    {
+        // As SQLite restores a backup: in the same file.
+        RawDb from(other);
+        sqlite3_backup* const backup = sqlite3_backup_init(raw.handle(), "main", from.handle(), "main");
+        ASSERT_NE(backup, nullptr);
+        EXPECT_EQ(sqlite3_backup_step(backup, -1), SQLITE_DONE);
+        EXPECT_EQ(sqlite3_backup_finish(backup), SQLITE_OK);
+    }
+    EXPECT_EQ(watch.readLine(), "2031-05-06T00:00:00.000Z  fault 1  FC_CLOCK_JUMP  active");
+    watch.signal(SIGINT);
+    EXPECT_EQ(watch.finish(), 0);
+    EXPECT_THAT(watch.errors, HasSubstr("its content was replaced"));
+}
+
 TEST_F(Watching, EndsWhenItsReaderHasGone)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
@@ -295,14 +320,21 @@ TEST(Interrupted, EveryLongCommandLeavesTheFileWhole)
                                                             {"summary", path},
                                                             {"check", path},
                                                             {"export", path, "--format", "sql"}};
+    constexpr int kMoments = 6;
     for (auto const& command : commands)
     {
-        for (int const number : {SIGINT, SIGTERM, SIGHUP})
+        for (int moment = 0; moment < kMoments; ++moment)
         {
+            int const number = std::array<int, 3>{SIGINT, SIGTERM, SIGHUP}[static_cast<std::size_t>(moment) % 3];
             ToolProcess process(command);
+            // Each time a little later: as long as the program takes to start and end.
+            for (int pause = 0; pause < moment; ++pause)
+            {
+                EXPECT_EQ(runTool({"--version"}).status, 0);
+            }
             process.signal(number);
             int const status = process.finish();
-            // As it comes: before the first line of the program, in the middle, or too late.
+            // Ended by it, or done before it came.
             EXPECT_TRUE(status == 0 || status == 1 || status == 128 + number) << command[0] << " " << status;
             EXPECT_EQ(RawDb(path).value("PRAGMA integrity_check"), "ok") << command[0];
         }

@@ -131,7 +131,7 @@ void Checker::report(kind_t const& kind, std::string const& what)
     }
     else if (already < kMostFindingsOfAKind)
     {
-        m_output.writeLine(std::string(kind.name) + ": " + visible(what));
+        m_output.writeLine(std::string(kind.name) + ": " + visible(what, m_output.terminal().isAsciiOnly()));
     }
 }
 
@@ -155,7 +155,7 @@ void Checker::end()
     {
         m_output.writeLine("what to do (" + std::string(kind.name) + "): " + kind.advice);
     }
-    m_output.writeLine(visible(m_connection.path()) + ": " +
+    m_output.writeLine(visible(m_connection.path(), m_output.terminal().isAsciiOnly()) + ": " +
                        (m_findings == 0 ? "nothing is wrong" : counted(m_findings, "finding")));
 }
 

@@ -71,7 +71,7 @@ public:
             }
             appendCsv(m_line, row, static_cast<int>(column));
         }
-        m_output.writeLine(m_output.terminal().isThere ? visible(m_line) : m_line);
+        m_output.writeLine(m_output.terminal().isThere ? visible(m_line, m_output.terminal().isAsciiOnly()) : m_line);
     }
 
 private:

@@ -80,7 +80,7 @@ void recordAndName(Recorder& recorder, FaultRequest const& request, Output& outp
         output.writeLine(std::to_string(key));
         output.flush();
     }
-    catch (Problem const&)
+    catch (...)
     {
         complain("the fault was recorded all the same, with the key " + std::to_string(key));
         throw;
@@ -115,10 +115,10 @@ public:
         }
         catch (interrupt::Interrupted const&)
         {
-            commit(); // These lines were taken; who sent them is told so.
+            commitLast();
             throw;
         }
-        catch (std::exception const&)
+        catch (...)
         {
             nameLost();
             throw;
@@ -144,18 +144,30 @@ private:
         commit();
     }
 
+    /// After a signal: these lines were taken; who sent them is told what became of them.
+    void commitLast()
+    {
+        try
+        {
+            commit();
+        }
+        catch (...)
+        {
+            nameLost();
+            throw;
+        }
+    }
+
     /// Says which lines were taken and are not recorded now.
     void nameLost()
     {
-        if (!m_keys.empty())
+        unsigned long long const first = m_keys.empty() ? m_lineAtWork : m_batchBegin;
+        if (first != 0)
         {
-            complain("lines " + std::to_string(m_batchBegin) + " to " + std::to_string(m_lineNumber) +
-                     ": not recorded, unless said otherwise above");
+            complain("lines " + std::to_string(first) + " to " + std::to_string(m_lineNumber) + ": not recorded");
         }
-        else if (m_lineNumber > 0)
-        {
-            complain("line " + std::to_string(m_lineNumber) + ": not recorded");
-        }
+        m_keys.clear();
+        m_lineAtWork = 0;
     }
 
     /// Takes the next line; returns whether there was one.
@@ -198,6 +210,7 @@ private:
             return;
         }
         auto const now = std::chrono::steady_clock::now();
+        m_lineAtWork = m_lineNumber;
         if (m_keys.empty())
         {
             m_recorder.begin();
@@ -212,6 +225,12 @@ private:
         {
             refuse(problem.what());
         }
+        catch (...)
+        {
+            nameLost(); // The whole transaction is gone.
+            throw;
+        }
+        m_lineAtWork = 0;
         if (now >= m_batchEnd || m_keys.empty())
         {
             commit();
@@ -232,11 +251,23 @@ private:
         m_progress.clear();
         std::vector<unsigned long long> const recorded = std::move(m_keys);
         m_keys.clear();
-        for (unsigned long long const key : recorded)
+        if (recorded.empty())
         {
-            m_output.writeLine(std::to_string(key));
+            return;
         }
-        m_output.flush();
+        try
+        {
+            for (unsigned long long const key : recorded)
+            {
+                m_output.writeLine(std::to_string(key));
+            }
+            m_output.flush();
+        }
+        catch (...)
+        {
+            complain("faults up to key " + std::to_string(recorded.back()) + " were recorded all the same");
+            throw;
+        }
     }
 
     Options const& m_options;
@@ -248,6 +279,7 @@ private:
     unsigned long long m_batchBegin = 0;    ///< its first line
     std::chrono::steady_clock::time_point m_batchEnd;
     unsigned long long m_lineNumber = 0;
+    unsigned long long m_lineAtWork = 0; ///< 0 between two lines
     bool m_areAllRecorded = true;
 };
 

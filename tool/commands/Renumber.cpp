@@ -124,6 +124,7 @@ int renumber(Options const& options, Output& output)
     refuseSharedCodes(recorder, options);
     refuseDamaged(recorder, faultFormat(), options);
     refuseDamaged(recorder, statisticFormat(), options);
+    recorder.endOnSignal();
     // What it returns does not tell whether rows could be written; what is left then does.
     static_cast<void>(recorder.db().updateRdbStartup(options.to, options.from));
     interrupt::check();

@@ -197,7 +197,7 @@ void print(FaultFile const& file, Options const& options, Output& output)
 {
     Terminal const& terminal = output.terminal();
     auto const line = [&](char const* name, std::string const& value)
-    { output.writeLine(styled(name, style_t::STRONG, terminal) + visible(value)); };
+    { output.writeLine(styled(name, style_t::STRONG, terminal) + visible(value, terminal.isAsciiOnly())); };
     line("File            ", file.path() + " (" + sizeText(sizeOf(file.path())) + ")");
     line("Format version  ", file.formatVersion().value_or("missing or not the only one"));
     output.flush();

@@ -56,12 +56,14 @@ public:
 
 private:
     void lookClosely();
+    void beginAnew(std::string const& reason);
     void reopen();
     void giveReason(Problem const& problem);
     void lookAtFaults();
     void lookAtStatistics(bool isSaid);
     void say(Statement const& row, Fault const& fault);
     void say(statisticRow_t const& row);
+    std::string shown(std::string const& text) const;
     void sayLine(std::string const& text, faultStatus_t status, std::string const& rest);
 
     Options const& m_options;
@@ -95,7 +97,7 @@ bool Follower::look()
 {
     try
     {
-        if (!m_file)
+        if (!m_file || m_file->connection().isForEver())
         {
             reopen();
         }
@@ -113,11 +115,10 @@ bool Follower::look()
         {
             return false; // A writer is at work.
         }
-        if (problem.code() != SQLITE_READONLY_ROLLBACK)
-        {
-            throw;
-        }
-        giveReason(problem); // The next one to open the file for writing puts that right.
+        // One was cut off, or the content is being replaced: its next change will tell.
+        giveReason(problem);
+        m_file.reset();
+        m_version.reset();
         return true;
     }
 }
@@ -128,6 +129,10 @@ void Follower::lookClosely()
     std::int64_t const version = m_file->connection().number("PRAGMA data_version");
     if (m_version != version)
     {
+        if (m_file->connection().number("SELECT seq FROM sqlite_sequence WHERE name = 'FdbFaultTbl'") < m_lastKey)
+        {
+            beginAnew("its content was replaced; following that"); // Keys only ever grow.
+        }
         lookAtFaults();
         lookAtStatistics(true);
         m_version = version;
@@ -136,9 +141,14 @@ void Follower::lookClosely()
 
 void Follower::changeFile()
 {
-    complain(m_options.path + ": another file has got this name; following that");
     m_file.reset();
     m_version.reset();
+    beginAnew("another file has got this name; following that");
+}
+
+void Follower::beginAnew(std::string const& reason)
+{
+    complain(m_options.path + ": " + reason);
     m_lastKey = std::numeric_limits<std::int64_t>::min();
     m_statistics.clear();
     m_reason.clear();
@@ -150,6 +160,7 @@ void Follower::reopen()
     {
         m_file.emplace(m_options.path);
         m_file->connection().waitForLocks(0);
+        m_version.reset();
     }
     catch (Problem const& problem)
     {
@@ -214,10 +225,10 @@ void Follower::say(Statement const& row, Fault const& fault)
     std::string rest;
     for (std::string const* const text : {&fault.ModuleName, &fault.Parameter, &fault.Description})
     {
-        rest += text->empty() ? "" : "  " + visible(*text);
+        rest += text->empty() ? "" : "  " + shown(*text);
     }
     sayLine(stampText(fault.TimeStampUTC, m_options.style) + "  fault " + std::to_string(fault.EntryId) + "  " +
-                visible(codeText(fault.FaultCode, fault.FaultCodeName)) + "  ",
+                shown(codeText(fault.FaultCode, fault.FaultCodeName)) + "  ",
             fault.Status, rest);
 }
 
@@ -232,8 +243,13 @@ void Follower::say(statisticRow_t const& row)
     }
     FaultStatistic const& statistic = row.statistic;
     sayLine(stampText(statistic.TimeLastOccurredUTC, m_options.style) + "  statistic  " +
-                visible(codeText(statistic.FaultCode, statistic.FaultCodeName)) + "  ",
+                shown(codeText(statistic.FaultCode, statistic.FaultCodeName)) + "  ",
             statistic.FaultActive, "  count " + std::to_string(statistic.OccurenceCnt));
+}
+
+std::string Follower::shown(std::string const& text) const
+{
+    return visible(text, m_output.terminal().isAsciiOnly());
 }
 
 void Follower::sayLine(std::string const& text, faultStatus_t status, std::string const& rest)
@@ -241,11 +257,15 @@ void Follower::sayLine(std::string const& text, faultStatus_t status, std::strin
     bool const isActive = status == FAULT_ACTIVE;
     std::string const word = isActive ? "active" : "inactive";
     Terminal const& terminal = m_output.terminal();
-    std::size_t const used = displayWidth(text) + word.size();
     auto const width = static_cast<std::size_t>(terminal.width);
-    m_output.writeLine(
-        text + styled(word, isActive ? style_t::ALARM : style_t::FAINT, terminal) +
-        (terminal.isThere ? shortened(rest, width > used ? width - used : 0, ellipsisFor(terminal)) : rest));
+    std::size_t const used = displayWidth(text) + word.size();
+    if (terminal.isThere && used + 2 > width)
+    {
+        m_output.writeLine(shortened(text + word, width, ellipsisFor(terminal)));
+        return;
+    }
+    m_output.writeLine(text + styled(word, isActive ? style_t::ALARM : style_t::FAINT, terminal) +
+                       (terminal.isThere ? shortened(rest, width - used, ellipsisFor(terminal)) : rest));
 }
 
 /// Waits for the file to come back, when something removed or replaced it.
@@ -257,6 +277,10 @@ void followName(Options const& options, FileWatch& files, Follower& follower)
         while (!files.isThere() && !interrupt::isPending())
         {
             files.wait(kLongestWaitMs);
+        }
+        if (!interrupt::isPending())
+        {
+            complain(options.path + ": it is back");
         }
     }
     if (files.isReplaced())
