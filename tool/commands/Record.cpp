@@ -156,6 +156,7 @@ private:
             nameLost();
             throw;
         }
+        nameLost(); // The one at work, if there is one.
     }
 
     /// Says which lines were taken and are not recorded now.
