@@ -63,7 +63,7 @@ std::string selectText(Connection const& connection, tableFormat_t const& format
 }
 
 RowReader::RowReader(Connection const& connection, tableFormat_t const& format, order_t order, keyRange_t range)
-    : m_connection(connection), m_order(order), m_whole(range), m_left(range),
+    : m_order(order), m_whole(range), m_left(range),
       m_statement(connection.prepare(pagingText(connection, format, order)))
 {
     std::string const key = keyText(connection, format);

@@ -45,7 +45,6 @@ private:
     bool readBatch(std::function<bool(Statement&)> const& row);
     bool moveOn(std::int64_t key);
 
-    Connection const& m_connection;
     order_t const m_order;
     keyRange_t m_whole;
     keyRange_t m_left;
