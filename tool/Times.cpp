@@ -156,14 +156,6 @@ bool isInCalendar(std::tm const& written)
            normal.tm_hour == written.tm_hour && normal.tm_min == written.tm_min && normal.tm_sec == written.tm_sec;
 }
 
-/// Appends to a text that has room for it; returns the number of characters.
-template <class... Values>
-std::size_t printTo(std::array<char, 40>& text, std::size_t begin, char const* format, Values... values)
-{
-    int const size = std::snprintf(text.data() + begin, text.size() - begin, format, values...);
-    return static_cast<std::size_t>(size);
-}
-
 /// In milliseconds since 1970; fields beyond their ends are carried over.
 std::int64_t momentOf(std::tm calendar, bool isLocal)
 {
@@ -212,18 +204,18 @@ std::string isoText(std::int64_t milliseconds, TimeStyle const& style)
     {
         return std::to_string(milliseconds);
     }
-    std::array<char, 40> text;
-    std::size_t size = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &calendar);
-    size += printTo(text, size, ".%03d", static_cast<int>(fraction));
+    std::array<char, 40> piece;
+    std::string text(piece.data(), std::strftime(piece.data(), piece.size(), "%Y-%m-%dT%H:%M:%S", &calendar));
+    std::snprintf(piece.data(), piece.size(), ".%03d", static_cast<int>(fraction));
+    text += piece.data();
     if (!style.isLocal)
     {
-        size += printTo(text, size, "Z");
-        return {text.data(), size};
+        return text + "Z";
     }
     long const minutes = calendar.tm_gmtoff / 60;
     long const amount = minutes < 0 ? -minutes : minutes;
-    size += printTo(text, size, "%c%02ld:%02ld", minutes < 0 ? '-' : '+', amount / 60, amount % 60);
-    return {text.data(), size};
+    std::snprintf(piece.data(), piece.size(), "%c%02ld:%02ld", minutes < 0 ? '-' : '+', amount / 60, amount % 60);
+    return text + piece.data();
 }
 
 std::optional<std::int64_t> timeOf(unsigned long long stamp, TimeStyle const& style)
