@@ -380,7 +380,7 @@ TEST_F(Recording, SeveralProgramsAtOnceLoseNoCountAndNameTheirOwnFaults)
     {
         EXPECT_EQ(program->finish(), 0);
     }
-    for (int program = 0; program < kPrograms; ++program)
+    for (std::size_t program = 0; program < programs.size(); ++program)
     {
         std::istringstream keys(programs[program]->output);
         int named = 0;
