@@ -1,12 +1,11 @@
 #include <db/Sqlite3Db.h>
 
 #include <db/LogUtil.h>
-#include <db/TimeLimits.h>
-
-#include <sqlite3.h>
+#include <db/internal/ConnectionSettings.h>
+#include <db/internal/Handles.h>
+#include <db/internal/TimeLimits.h>
 
 #include <limits>
-#include <memory>
 #include <utility>
 
 namespace
@@ -16,18 +15,8 @@ constexpr char kTag[] = "SQL3";
 constexpr int kStateOpen = 1;
 constexpr int kMaxHandles = std::numeric_limits<short>::max() + 1;
 
-struct CloseConnection
-{
-    void operator()(sqlite3* db) const { static_cast<void>(sqlite3_close(db)); }
-};
-using Connection = std::unique_ptr<sqlite3, CloseConnection>;
-
-struct FinalizeStatement
-{
-    // The result repeats what the last step reported.
-    void operator()(sqlite3_stmt* statement) const { static_cast<void>(sqlite3_finalize(statement)); }
-};
-using Statement = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
+using Connection = sqlite::ConnectionHandle;
+using Statement = sqlite::StatementHandle;
 
 /// Compiles the first statement of `sql` and moves `sql` behind it.
 int prepare(sqlite3* db, char const*& sql, Statement& statement)
@@ -58,57 +47,11 @@ int openFile(std::string const& path, Connection& connection)
     {
         return SQLITE_CANTOPEN; // SQLite would open the file named by the part before the zero byte.
     }
-    // "./" takes the special meaning from ":memory:", "file:..." and the empty name.
-    std::string const fileName = !path.empty() && path.front() == '/' ? path : "./" + path;
+    std::string const fileName = connectionSettings::fileName(path);
     sqlite3* db = nullptr;
     int const code = sqlite3_open_v2(fileName.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     connection.reset(db);
     return code;
-}
-
-int setPragma(sqlite3* db, char const* pragma)
-{
-    return sqlite3_exec(db, pragma, nullptr, nullptr, nullptr);
-}
-
-/// Whether the file itself says that it is in write-ahead-log mode.
-int readWalMode(sqlite3* db, bool& isWal)
-{
-    char const* sql = "PRAGMA journal_mode";
-    Statement statement;
-    int code = prepare(db, sql, statement);
-    if (code == SQLITE_OK)
-    {
-        code = sqlite3_step(statement.get());
-    }
-    if (code != SQLITE_ROW)
-    {
-        return code;
-    }
-    auto const* const mode = reinterpret_cast<char const*>(sqlite3_column_text(statement.get(), 0));
-    isWal = mode != nullptr && std::string(mode) == "wal";
-    return SQLITE_OK;
-}
-
-/// The settings that make a finished statement last through a power cut.
-int makeDurable(sqlite3* db)
-{
-    // FULL: every commit waits until journal and database have reached the storage.
-    int code = setPragma(db, "PRAGMA synchronous=FULL");
-    if (code != SQLITE_OK)
-    {
-        return code;
-    }
-    bool isWal = false;
-    code = readWalMode(db, isWal);
-    if (code != SQLITE_OK || isWal)
-    {
-        return code; // Leaving write-ahead-log mode would rewrite the file; whoever chose the mode keeps it.
-    }
-    // PERSIST: a commit ends with zeroing and synchronising the journal's header. SQLite's default ends it with
-    // unlinking the journal and does not synchronise the directory: after a power cut the journal can be back and
-    // undo an acknowledged fault. Keeping the file also saves creating it anew, a large part of what a commit costs.
-    return setPragma(db, "PRAGMA journal_mode=PERSIST");
 }
 
 /// Whether `code` tells of the file's content, and not of a file that cannot be read at this time.
@@ -117,25 +60,15 @@ bool isContentRefused(int code)
     return code == SQLITE_NOTADB || code == SQLITE_CORRUPT || code == SQLITE_ERROR;
 }
 
-/// The longest pattern of LIKE and GLOB, in bytes. A long one in a file's constraint takes minutes to compare.
-constexpr int kLongestPattern = 1000;
-
 /// Sets the connection up without writing to its file.
 int configure(sqlite3* db)
 {
     // Another process may be recording: wait for it rather than lose a fault.
     timeLimits::waitForLocks(db);
-    // Files come from the field. A schema must not call functions with side effects, and SQL must not damage the file.
-    static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr));
-    static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr));
-    static_cast<void>(sqlite3_limit(db, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, kLongestPattern));
-    // A file that was only looked at keeps its bytes: closing does not move a write-ahead log into it.
-    static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr));
-    // A damaged page is reported when it is read, before wrong cells can be taken from it.
-    int code = setPragma(db, "PRAGMA cell_size_check=ON");
+    int code = connectionSettings::distrust(db);
     if (code == SQLITE_OK)
     {
-        code = makeDurable(db);
+        code = connectionSettings::makeDurable(db);
     }
     // A file that is no database opens all the same: the first statement says what is wrong with it.
     return isContentRefused(code) ? SQLITE_OK : code;

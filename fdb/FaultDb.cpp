@@ -3,20 +3,21 @@
 #include <fdb/FaultDb.h>
 
 #include <db/Sqlite3Db.h>
-#include <fdb/FaultDbLog.h>
+#include <db/internal/Folder.h>
+#include <fdb/internal/FaultDbLog.h>
 
+#include <cerrno>
+#include <climits>
 #include <cstdio>
-#include <fstream>
 #include <iostream> // Constructs std::cout before the object below, and so before anything here can log.
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace
 {
-
-constexpr char kFormatVersionComponent[] = "FormatVersion";
 
 /// Whether `path` is a name that the system takes whole; it would cut one with a zero byte and mean another file.
 bool isFileName(std::string const& path)
@@ -24,35 +25,82 @@ bool isFileName(std::string const& path)
     return path.find('\0') == std::string::npos;
 }
 
-/// Whether there is a file at `path` that can be opened for reading and writing.
+/// Whether the effective user may use the file at `path` as `mode` says. Opens nothing: closing a descriptor drops
+/// every lock that this process has on the file through another one.
+bool mayUse(std::string const& path, int mode)
+{
+    return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
+}
+
+/// Whether `path` names what cannot be opened for reading and writing, whatever its permissions say.
+bool isDirectoryOrSocket(std::string const& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && (S_ISDIR(status.st_mode) || S_ISSOCK(status.st_mode));
+}
+
+/// Whether there is a file at `path` that may be read and written.
 bool fileExists(std::string const& path)
 {
-    return isFileName(path) && std::fstream(path, std::ios::in | std::ios::out).is_open();
+    return isFileName(path) && mayUse(path, R_OK | W_OK) && !isDirectoryOrSocket(path);
 }
 
-bool createEmptyFile(std::string const& path)
+/// Where the symbolic link at `path` leads; empty when there is no link.
+std::string targetOfLink(std::string const& path)
 {
-    return isFileName(path) && std::fstream(path, std::ios::out | std::ios::trunc).is_open();
-}
-
-/// Makes the removal of the file at `path` last. Its journal may be needed to read it for as long as it can come back
-/// after a power cut, and the journal goes as soon as SQLite opens the new file.
-void syncFolderOf(std::string const& path)
-{
-    std::string const folder = path.substr(0, path.find_last_of('/') + 1) + ".";
-    int const descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor >= 0)
+    char target[PATH_MAX];
+    ssize_t const size = readlink(path.c_str(), target, sizeof target);
+    if (size <= 0)
     {
-        // Without success the old file is no worse off than its removal has left it.
-        static_cast<void>(fsync(descriptor));
-        static_cast<void>(close(descriptor));
+        return {};
     }
+    std::string const name(target, static_cast<std::size_t>(size));
+    return name.front() == '/' ? name : folder::folderOf(path) + name;
+}
+
+/// Creates an empty file where nothing is. What another process puts there meanwhile is neither opened nor emptied.
+bool createNewFile(std::string path)
+{
+    constexpr int kMostLinks = 40; // As many as the system follows.
+    constexpr mode_t kMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+    for (int links = 0; links <= kMostLinks && !path.empty(); ++links)
+    {
+        int const descriptor = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, kMode);
+        if (descriptor >= 0)
+        {
+            static_cast<void>(close(descriptor));
+            return true;
+        }
+        if (errno != EEXIST)
+        {
+            return false;
+        }
+        // O_EXCL does not follow links. One whose target is missing is followed here, a step at a time.
+        path = targetOfLink(path);
+    }
+    return false;
+}
+
+/// Whether there is an empty file at `path`, created when there was nothing. A file that holds something is left alone.
+bool provideEmptyFile(std::string const& path)
+{
+    struct stat status = {};
+    if (!isFileName(path))
+    {
+        return false;
+    }
+    if (stat(path.c_str(), &status) == 0)
+    {
+        return S_ISREG(status.st_mode) && status.st_size == 0 && mayUse(path, W_OK);
+    }
+    // Any other error says nothing about what is there.
+    return errno == ENOENT && createNewFile(path);
 }
 
 } // namespace
 
 FaultDb* FaultDb::m_pInstance = nullptr;
-std::string const FaultDb::SUPPORTED_VERSION = "1.0.0";
+std::string const FaultDb::SUPPORTED_VERSION = FdbSqlVersionTbl::kFormatVersion;
 
 // The pointer is deliberately not reset: nothing may ask for the object after this.
 FaultDb::Monitor::~Monitor()
@@ -71,7 +119,8 @@ FaultDb* FaultDb::getInstance()
 }
 
 FaultDb::FaultDb()
-    : m_versionTbl("FdbVersionTbl"), m_faultTbl("FdbFaultTbl"), m_faultStatisticTbl("FdbFaultStatisticTbl")
+    : m_versionTbl(FdbSqlVersionTbl::kTableName), m_faultTbl(FdbSqlFaultTbl::kTableName),
+      m_faultStatisticTbl(FdbSqlFaultStatisticTbl::kTableName)
 {
     m_versionTbl.init("");
     m_faultTbl.init("");
@@ -109,13 +158,16 @@ int FaultDb::createDb(std::string const& path, bool overwrite)
         {
             return RESULT_FAILED;
         }
-        syncFolderOf(path);
+        // The old file's journal may be needed to read it for as long as it can come back after a power cut, and the
+        // journal goes as soon as SQLite opens the new file. Without success the old file is no worse off than its
+        // removal has left it.
+        static_cast<void>(folder::synchroniseFolderOf(path));
     }
     if (isDebug)
     {
         faultDbLog::debug(kFunction, "Create RDB File: ", path);
     }
-    if (!createEmptyFile(path))
+    if (!provideEmptyFile(path))
     {
         return RESULT_FAILED;
     }
@@ -185,7 +237,7 @@ int FaultDb::createContent()
         return result;
     }
     FdbVersion version;
-    version.Component = kFormatVersionComponent;
+    version.Component = FdbSqlVersionTbl::kFormatVersionComponent;
     version.Version = SUPPORTED_VERSION;
     return insert(version);
 }
@@ -281,7 +333,7 @@ int FaultDb::getFormatVersion(FdbVersion& version)
 {
     std::string const query = "SELECT * FROM " + m_versionTbl.m_tblName + " WHERE " +
                               m_versionTbl.getColumnNameById(FdbSqlVersionTbl::kComponentColumn) + " LIKE '" +
-                              kFormatVersionComponent + "'";
+                              FdbSqlVersionTbl::kFormatVersionComponent + "'";
     FdbVersionTbl tbl;
     int const result = getVersionTbl(query, tbl);
     if (result < 0)

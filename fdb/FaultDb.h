@@ -56,13 +56,15 @@ public:
 
     /// Creates a new database file at `path` with its three tables and its format version, and closes it again.
     ///
-    /// A file exists when it can be opened for reading and writing; one that may only be written counts as missing and
-    /// is emptied. RESULT_OK; RESULT_FILE_EXISTS when the file exists and `overwrite` is false, the file untouched;
-    /// RESULT_FAILED when the old file cannot be removed or the new one not be created or opened; otherwise the code of
-    /// the table creation or insert that failed. With `overwrite` the old file is removed first. After a later failure
-    /// the file stays as far as it got; calling again with `overwrite` makes it good. The database is closed afterwards
-    /// in every case that got as far as the file; one that was open before is lost to this object (its connection stays
-    /// open), so close first. Also the way back after a failed `openDb`, see there.
+    /// A file exists when it may be read and written. RESULT_OK; RESULT_FILE_EXISTS when the file exists and
+    /// `overwrite` is false, the file untouched; RESULT_FAILED when the old file cannot be removed or the new one not
+    /// be created or opened, and for a file that holds something but must not be read or not be written, which is left
+    /// as it is; otherwise the code of the table creation or insert that failed. With `overwrite` an existing file is
+    /// removed first; nothing is ever emptied. Without `overwrite` no file that holds something is opened either, so
+    /// that locks which this process has on it stay. After a later failure the file stays as far as it got; calling
+    /// again with `overwrite` makes it good. The database is closed afterwards in every case that got as far as the
+    /// file; one that was open before is lost to this object (its connection stays open), so close first. Also the way
+    /// back after a failed `openDb`, see there.
     int createDb(std::string const& path, bool overwrite);
 
     /// Opens the database file at `path` and checks its format version.

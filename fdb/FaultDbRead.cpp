@@ -3,7 +3,7 @@
 #include <fdb/FaultDb.h>
 
 #include <db/Sqlite3Db.h>
-#include <fdb/FaultDbLog.h>
+#include <fdb/internal/FaultDbLog.h>
 #include <fdb/tables/SqlTblUtil.h>
 
 namespace

@@ -3,8 +3,8 @@
 #include <fdb/FaultDb.h>
 
 #include <db/Sqlite3Db.h>
-#include <db/TimeLimits.h>
-#include <fdb/FaultDbLog.h>
+#include <db/internal/TimeLimits.h>
+#include <fdb/internal/FaultDbLog.h>
 
 #include <sqlite3.h>
 

@@ -9,6 +9,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include <linux/securebits.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 TempDir::TempDir() : m_path(testing::TempDir() + "/firaim-XXXXXX")
@@ -103,22 +106,71 @@ std::string RawDb::value(std::string const& sql)
     return result[0][0].value_or("NULL");
 }
 
+bool succeedsElsewhere(std::string const& path, std::string const& sql)
+{
+    std::string const command = "'" FIRAIM_TEST_SQLITE_SHELL "' '" + path + "' \"" + sql + "\" >/dev/null 2>&1";
+    return std::system(command.c_str()) == 0;
+}
+
+namespace
+{
+
+__user_cap_header_struct capabilityHeader()
+{
+    return {_LINUX_CAPABILITY_VERSION_3, 0};
+}
+
+WithoutRoot::capabilities_t capabilities()
+{
+    __user_cap_header_struct header = capabilityHeader();
+    WithoutRoot::capabilities_t result = {};
+    EXPECT_EQ(syscall(SYS_capget, &header, result.data()), 0);
+    return result;
+}
+
+void setCapabilities(WithoutRoot::capabilities_t const& capabilities)
+{
+    __user_cap_header_struct header = capabilityHeader();
+    EXPECT_EQ(syscall(SYS_capset, &header, capabilities.data()), 0);
+}
+
+} // namespace
+
 WithoutRoot::WithoutRoot()
 {
-    constexpr uid_t kNobody = 65534;
-    if (geteuid() == 0)
+    if (geteuid() != 0)
     {
-        EXPECT_EQ(seteuid(kNobody), 0);
-        m_isSwitched = true;
+        return;
     }
+    constexpr auto kReadAll = CAP_TO_MASK(CAP_DAC_READ_SEARCH);
+    m_isSwitched = true;
+    m_capabilities = capabilities();
+    m_securebits = prctl(PR_GET_SECUREBITS);
+    // Not the user is changed: another one might not reach this program's folder, and so not start a program in it.
+    capabilities_t rest = m_capabilities;
+    rest[0].effective &= ~(kReadAll | CAP_TO_MASK(CAP_DAC_OVERRIDE) | CAP_TO_MASK(CAP_FOWNER));
+    rest[0].inheritable = rest[0].permitted & kReadAll;
+    setCapabilities(rest);
+    // Without success, programs are found as long as their folder is root's or open to all.
+    static_cast<void>(prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_DAC_READ_SEARCH, 0, 0));
+    // Otherwise the capabilities would come back with a program that is started, and for a test with `access`.
+    EXPECT_EQ(prctl(PR_SET_SECUREBITS, m_securebits | SECBIT_NOROOT | SECBIT_NO_SETUID_FIXUP), 0);
 }
 
 WithoutRoot::~WithoutRoot()
 {
     if (m_isSwitched)
     {
-        EXPECT_EQ(seteuid(0), 0);
+        EXPECT_EQ(prctl(PR_SET_SECUREBITS, m_securebits), 0);
+        setCapabilities(m_capabilities);
     }
+}
+
+void WithoutRoot::findPrograms()
+{
+    capabilities_t found = capabilities();
+    found[0].effective |= found[0].inheritable & found[0].permitted;
+    setCapabilities(found);
 }
 
 std::string readFile(std::string const& path)
@@ -133,6 +185,16 @@ void writeFile(std::string const& path, std::string const& bytes)
     std::ofstream file(path, std::ios::binary);
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     EXPECT_TRUE(file.flush()) << path;
+}
+
+std::map<std::string, std::string> filesIn(std::string const& folder)
+{
+    std::map<std::string, std::string> files;
+    for (auto const& entry : std::filesystem::directory_iterator(folder))
+    {
+        files[entry.path().filename().string()] = readFile(entry.path().string());
+    }
+    return files;
 }
 
 bool exists(std::string const& path)

@@ -6,13 +6,17 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <iosfwd>
 #include <locale>
+#include <map>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
+
+#include <linux/capability.h>
 
 struct sqlite3;
 
@@ -71,7 +75,12 @@ private:
     sqlite3* m_db = nullptr;
 };
 
-/// For tests about permissions, which do not hold for root: the effective user is nobody for as long as it lives.
+/// Runs a statement on the file in another process, which waits for no lock; whether that succeeds.
+bool succeedsElsewhere(std::string const& path, std::string const& sql);
+
+/// For tests about permissions, which do not hold for root: for as long as it lives, they hold for this thread as for
+/// the owner of root's files. Programs that it starts are held to them as well, except that they may read everything: a
+/// program must be able to load its files wherever they lie.
 class WithoutRoot
 {
 public:
@@ -80,8 +89,15 @@ public:
     WithoutRoot(WithoutRoot const&) = delete;
     WithoutRoot& operator=(WithoutRoot const&) = delete;
 
+    /// For a child process that is about to start a program: lets it find the program as well.
+    static void findPrograms();
+
+    using capabilities_t = std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3>;
+
 private:
     bool m_isSwitched = false;
+    int m_securebits = 0;
+    capabilities_t m_capabilities = {};
 };
 
 /// Digits in threes, as many applications' locales have them.
@@ -115,6 +131,8 @@ std::string textOf(T const& value)
 
 std::string readFile(std::string const& path);
 void writeFile(std::string const& path, std::string const& bytes);
+/// The content of each file in a folder, by its name there.
+std::map<std::string, std::string> filesIn(std::string const& folder);
 bool exists(std::string const& path);
 
 /// Records in which no two members hold the same value; `seed` tells several of them apart.

@@ -16,13 +16,16 @@ extern template int Sqlite3Db::getTbl<FaultStatistic, FaultStatistic>(short hand
 class FIRAIM_EXPORT FdbSqlFaultStatisticTbl : public SqlTbl<FaultStatistic>
 {
 public:
-    /// Ids of the columns that the facade selects by.
-    static constexpr unsigned short kFaultCodeColumn = 1;
-    static constexpr unsigned short kFaultActiveColumn = 8;   ///< see kFaultCodeColumn
-    static constexpr unsigned short kRdbStartupIdColumn = 11; ///< see kFaultCodeColumn
+    /// Ids of the columns that are selected by.
+    FIRAIM_HIDDEN static constexpr unsigned short kFaultCodeColumn = 1;
+    FIRAIM_HIDDEN static constexpr unsigned short kFaultActiveColumn = 8;   ///< see kFaultCodeColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kRdbStartupIdColumn = 11; ///< see kFaultCodeColumn
+
+    /// The table's name in the file.
+    FIRAIM_HIDDEN static constexpr char kTableName[] = "FdbFaultStatisticTbl";
 
     /// The text of an active fault in the file; the facade selects on it.
-    static constexpr char kActiveText[] = "active";
+    FIRAIM_HIDDEN static constexpr char kActiveText[] = "active";
 
     using SqlTbl<FaultStatistic>::SqlTbl;
     ~FdbSqlFaultStatisticTbl() override;

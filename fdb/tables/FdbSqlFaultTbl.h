@@ -15,9 +15,17 @@ extern template int Sqlite3Db::getTbl<Fault, Fault>(short handle, std::string qu
 class FIRAIM_EXPORT FdbSqlFaultTbl : public SqlTbl<Fault>
 {
 public:
-    /// Ids of the columns that the facade selects by.
-    static constexpr unsigned short kEntryIdColumn = 0;
-    static constexpr unsigned short kRdbStartupIdColumn = 14; ///< see kEntryIdColumn
+    /// Ids of the columns that are selected or looked at by themselves.
+    FIRAIM_HIDDEN static constexpr unsigned short kEntryIdColumn = 0;
+    FIRAIM_HIDDEN static constexpr unsigned short kFaultCodeColumn = 2;     ///< see kEntryIdColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kModuleNameColumn = 4;    ///< see kEntryIdColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kParameterColumn = 5;     ///< see kEntryIdColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kTimeStampUtcColumn = 6;  ///< see kEntryIdColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kStatusColumn = 8;        ///< see kEntryIdColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kRdbStartupIdColumn = 14; ///< see kEntryIdColumn
+
+    /// The table's name in the file.
+    FIRAIM_HIDDEN static constexpr char kTableName[] = "FdbFaultTbl";
 
     using SqlTbl<Fault>::SqlTbl;
     ~FdbSqlFaultTbl() override;

@@ -15,8 +15,16 @@ extern template int Sqlite3Db::getTbl<FdbVersion, FdbVersion>(short handle, std:
 class FIRAIM_EXPORT FdbSqlVersionTbl : public SqlTbl<FdbVersion>
 {
 public:
-    /// Id of the column that the facade selects by.
-    static constexpr unsigned short kComponentColumn = 1;
+    /// Ids of the columns that are selected by.
+    FIRAIM_HIDDEN static constexpr unsigned short kComponentColumn = 1;
+    FIRAIM_HIDDEN static constexpr unsigned short kVersionColumn = 2; ///< see kComponentColumn
+
+    /// The table's name in the file.
+    FIRAIM_HIDDEN static constexpr char kTableName[] = "FdbVersionTbl";
+
+    /// The component whose row tells the format of the file, and the one version of it that is written and accepted.
+    FIRAIM_HIDDEN static constexpr char kFormatVersionComponent[] = "FormatVersion";
+    FIRAIM_HIDDEN static constexpr char kFormatVersion[] = "1.0.0"; ///< see kFormatVersionComponent
 
     using SqlTbl<FdbVersion>::SqlTbl;
     ~FdbSqlVersionTbl() override;

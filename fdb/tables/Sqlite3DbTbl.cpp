@@ -2,7 +2,7 @@
 
 #include <db/LogUtil.h>
 #include <db/Sqlite3Db.h>
-#include <db/TimeLimits.h>
+#include <db/internal/TimeLimits.h>
 #include <fdb/tables/FdbSqlFaultStatisticTbl.h>
 #include <fdb/tables/FdbSqlFaultTbl.h>
 #include <fdb/tables/FdbSqlVersionTbl.h>

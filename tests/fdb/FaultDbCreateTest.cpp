@@ -141,7 +141,6 @@ TEST_F(CreateDb, FailsOnANameWithAZeroByteAndLeavesTheFileBeforeItAlone)
 TEST_F(CreateDb, FailsWhenTheOldFileCannotBeRemoved)
 {
     writeFile(path, "precious");
-    ASSERT_EQ(chmod(path.c_str(), 0666), 0);
     ASSERT_EQ(chmod(dir.path().c_str(), 0555), 0);
     db.setDbgLevel(1);
     {

@@ -1,4 +1,4 @@
-#include <db/TimeLimits.h>
+#include <db/internal/TimeLimits.h>
 
 #include <ctime>
 
@@ -7,23 +7,13 @@
 namespace
 {
 
-using steadyClock_t = std::chrono::steady_clock;
-
-/// SQLite's own handler waits up to 100 ms between two tries. A process that writes without a pause leaves gaps of far
-/// less than that, and others could wait in vain for all of their time. Who has waited for long tries more often, and
-/// so comes before those who have just begun to.
-constexpr int kPauseMs = 5;
-constexpr int kLatePauseMs = 1;
-constexpr std::chrono::milliseconds kLate(400);
-
 /// How many steps of SQLite's virtual machine pass between two looks at the clock. Some steps are heavy.
 constexpr int kStepsPerLook = 250;
 
 /// What one thread has been waiting for, and for how long.
 struct patience_t
 {
-    steadyClock_t::time_point waitBegin;
-    std::chrono::milliseconds slept;
+    lockWait::LockWait wait;
     int onceCount; ///< how many LosePatienceOnce live
     bool waitedInVain;
     bool wasInterrupted;
@@ -36,20 +26,9 @@ int onBusy(void*, int tries)
     {
         return 0;
     }
-    if (tries == 0)
-    {
-        patience.waitBegin = steadyClock_t::now();
-        patience.slept = {};
-    }
-    // The clock, because a pause can be longer than asked for; the sum, because the file system decides what a pause
-    // is.
-    if (patience.slept >= timeLimits::kPatience || steadyClock_t::now() - patience.waitBegin >= timeLimits::kPatience)
-    {
-        patience.waitedInVain = true;
-        return 0;
-    }
-    patience.slept += std::chrono::milliseconds(sqlite3_sleep(patience.slept < kLate ? kPauseMs : kLatePauseMs));
-    return 1;
+    bool const goesOn = patience.wait.pause(tries, lockWait::kPatience);
+    patience.waitedInVain = patience.waitedInVain || !goesOn;
+    return goesOn ? 1 : 0;
 }
 
 thread_local timeLimits::StatementWatch* innermostWatch = nullptr;

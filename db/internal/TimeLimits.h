@@ -1,6 +1,7 @@
 #pragma once
 
 #include <db/Export.h>
+#include <db/internal/LockWait.h>
 
 #include <chrono>
 #include <optional>
@@ -8,12 +9,12 @@
 struct sqlite3;
 
 /// What keeps an operation from taking for ever: how long it waits for other processes, and how long the file's own
-/// triggers and views may run. Internal to the libraries.
+/// triggers and views may run.
 namespace timeLimits
 {
 
-/// How long a statement waits for a lock, and how long the processor may work on one with a trigger or a view in it.
-constexpr std::chrono::seconds kPatience(5);
+/// How long the processor may work on a statement with a trigger or a view in it.
+constexpr std::chrono::seconds kPatience = lockWait::kPatience;
 
 /// From now on the statements of this connection wait for locks of other processes.
 FIRAIM_HIDDEN void waitForLocks(sqlite3* db);

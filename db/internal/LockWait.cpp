@@ -1,0 +1,34 @@
+#include <db/internal/LockWait.h>
+
+#include <algorithm>
+
+#include <sqlite3.h>
+
+namespace
+{
+
+using steadyClock_t = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kPause(5);
+constexpr std::chrono::milliseconds kLatePause(1);
+constexpr std::chrono::milliseconds kLate(400);
+
+} // namespace
+
+bool lockWait::LockWait::pause(int tries, std::chrono::milliseconds limit)
+{
+    if (tries == 0)
+    {
+        m_begin = steadyClock_t::now();
+        m_slept = {};
+    }
+    // The clock, because a pause can be longer than asked for; the sum, because the file system decides what a pause
+    // is.
+    if (m_slept >= limit || steadyClock_t::now() - m_begin >= limit)
+    {
+        return false;
+    }
+    std::chrono::milliseconds const wanted = std::min(m_slept < kLate ? kPause : kLatePause, limit - m_slept);
+    m_slept += std::chrono::milliseconds(sqlite3_sleep(static_cast<int>(wanted.count())));
+    return true;
+}

@@ -1,0 +1,154 @@
+#include <db/internal/ReadOnlyOpening.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include <sys/stat.h>
+
+namespace readOnlyOpening
+{
+
+namespace
+{
+
+using sqlite::Connection;
+
+constexpr sqlite3_int64 kReadVersionOffset = 19; ///< in the file header: what is needed to read the file
+constexpr char kReadVersionWal = 2;
+
+bool hasContent(std::string const& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && status.st_size > 0;
+}
+
+[[noreturn]] void failWithoutStatus(std::string const& path, int error)
+{
+    struct stat link = {};
+    if (error == ENOENT && lstat(path.c_str(), &link) == 0)
+    {
+        throw Failure(BAD_PATH, path + ": is a link to nowhere");
+    }
+    failure_t failure = UNREADABLE;
+    if (error == ENOENT)
+    {
+        failure = NO_FILE;
+    }
+    else if (error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG)
+    {
+        failure = BAD_PATH;
+    }
+    throw Failure(failure, path + ": " + std::generic_category().message(error));
+}
+
+/// Reads something, so that SQLite looks at the file and at what lies beside it.
+void touch(Connection const& connection)
+{
+    static_cast<void>(connection.number("SELECT count(*) FROM sqlite_master"));
+}
+
+/// Whether a log cannot be used: its index cannot be created on a read-only medium.
+bool isLogOutOfReach(Connection const& connection, sqlite::Error const& error)
+{
+    return (error.kind() == SQLITE_CANTOPEN || error.kind() == SQLITE_READONLY) && isInWalMode(connection);
+}
+
+Connection openImmutable(std::string const& path, sqlite::Waiting const& waiting)
+{
+    if (hasContent(path + "-wal"))
+    {
+        throw Failure(LOG_UNREADABLE, path +
+                                          ": faults that belong to it are still in its write-ahead log, which cannot "
+                                          "be read where nothing can be written. Copy it together with '" +
+                                          path +
+                                          "-wal' into another folder, run 'firaim recover' on the copy, and use that");
+    }
+    Connection connection(path, Connection::IMMUTABLE, waiting);
+    touch(connection);
+    return connection;
+}
+
+char const* adviceFor(int kind)
+{
+    switch (kind)
+    {
+    case SQLITE_NOTADB:
+        return "; it is no SQLite database";
+    case SQLITE_CORRUPT:
+        return "; 'firaim check' tells what is damaged";
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return "; another process keeps it locked, try again";
+    default:
+        return "";
+    }
+}
+
+} // namespace
+
+void requireFile(std::string const& path)
+{
+    if (path.empty())
+    {
+        throw Failure(BAD_PATH, "the name of the file is empty");
+    }
+    if (path.find('\0') != std::string::npos)
+    {
+        throw Failure(BAD_PATH, path.substr(0, path.find('\0')) + ": the name has a zero byte");
+    }
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0)
+    {
+        failWithoutStatus(path, errno);
+    }
+    if (!S_ISREG(status.st_mode))
+    {
+        throw Failure(BAD_PATH, path + (S_ISDIR(status.st_mode) ? ": is a folder" : ": is no regular file"));
+    }
+}
+
+Connection open(std::string const& path, sqlite::Waiting const& waiting)
+{
+    requireFile(path);
+    Connection connection(path, Connection::READ_ONLY, waiting);
+    try
+    {
+        touch(connection);
+    }
+    catch (sqlite::Error const& error)
+    {
+        if (!isLogOutOfReach(connection, error))
+        {
+            throw;
+        }
+        return openImmutable(path, waiting);
+    }
+    return connection;
+}
+
+bool isInWalMode(Connection const& connection)
+{
+    sqlite3_file* file = nullptr;
+    if (sqlite3_file_control(connection.get(), "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
+        file == nullptr || file->pMethods == nullptr)
+    {
+        return false;
+    }
+    char readVersion = 0;
+    return file->pMethods->xRead(file, &readVersion, 1, kReadVersionOffset) == SQLITE_OK &&
+           readVersion == kReadVersionWal;
+}
+
+std::string problemText(std::string const& path, sqlite::Error const& error)
+{
+    if (error.code() == SQLITE_READONLY_ROLLBACK)
+    {
+        return path +
+               ": a writer was cut off, and what it left half done must be rolled back before the file can be read, "
+               "which writes to it. Run 'firaim recover' on it; or, to leave it as it is, copy it together with '" +
+               path + "-journal' into another folder and run 'firaim recover' on the copy";
+    }
+    return path + ": " + error.what() + adviceFor(error.kind());
+}
+
+} // namespace readOnlyOpening

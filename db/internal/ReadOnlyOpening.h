@@ -1,0 +1,51 @@
+#pragma once
+
+#include <db/internal/Sqlite.h>
+
+#include <exception>
+#include <string>
+#include <utility>
+
+/// Opening a file for reading without ever changing a byte of it, also on a read-only medium and beside writers.
+namespace readOnlyOpening
+{
+
+enum failure_t
+{
+    NO_FILE,       ///< nothing has that name
+    BAD_PATH,      ///< the name is that of something else than a file, or no name at all
+    UNREADABLE,    ///< nothing can be said of what has that name
+    LOG_UNREADABLE ///< a write-ahead log with content cannot be read where nothing can be written
+};
+
+/// Why a file cannot even be looked at.
+class Failure : public std::exception
+{
+public:
+    Failure(failure_t failure, std::string text) : m_failure(failure), m_text(std::move(text)) {}
+
+    failure_t failure() const { return m_failure; }
+    /// With the name of the file.
+    char const* what() const noexcept override { return m_text.c_str(); }
+
+private:
+    failure_t m_failure;
+    std::string m_text;
+};
+
+/// Makes sure that `path` names a regular file or a link to one; opens nothing and waits for nothing. Throws Failure.
+void requireFile(std::string const& path);
+
+/// Opens the file and reads from it, so that SQLite has looked at it and at what lies beside it. A file in
+/// write-ahead-log mode is opened as IMMUTABLE where nothing can be written and its log is empty or missing.
+/// Throws Failure and sqlite::Error; SQLITE_READONLY_ROLLBACK means a hot journal.
+sqlite::Connection open(std::string const& path, sqlite::Waiting const& waiting = {});
+
+/// Whether the header of the connection's file asks for a write-ahead log. It is read through SQLite's own file:
+/// closing a file of our own would drop all locks that this process has on it.
+bool isInWalMode(sqlite::Connection const& connection);
+
+/// What went wrong with the file at `path`, and what may help.
+std::string problemText(std::string const& path, sqlite::Error const& error);
+
+} // namespace readOnlyOpening
