@@ -212,6 +212,21 @@ char const* FailingVfs::name(kind_t kind)
     return kNames[kind];
 }
 
+std::string FailingVfs::testName(kind_t kind)
+{
+    std::string result;
+    bool isStart = true;
+    for (char const c : std::string(name(kind)))
+    {
+        if (c != ' ')
+        {
+            result += isStart ? static_cast<char>(c - 'a' + 'A') : c;
+        }
+        isStart = c == ' ';
+    }
+    return result;
+}
+
 long long FailingVfs::takeSleptMs()
 {
     return std::exchange(sleptMicroseconds, 0) / 1000;

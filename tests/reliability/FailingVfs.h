@@ -2,7 +2,10 @@
 
 #include "FaultPlan.h"
 
+#include <gtest/gtest.h>
+
 #include <functional>
+#include <string>
 
 /// A file system for SQLite that hands every call to the real one and can fail the n-th call of one kind.
 ///
@@ -42,6 +45,9 @@ public:
     static FaultPlan& plan();
 
     static char const* name(kind_t kind);
+    /// The same in the form that the name of a test must have.
+    static std::string testName(kind_t kind);
+    static std::string testNameOf(testing::TestParamInfo<kind_t> const& info) { return testName(info.param); }
 
     /// What SQLite would have slept since the last call of this function, in milliseconds.
     static long long takeSleptMs();

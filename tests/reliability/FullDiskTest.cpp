@@ -3,50 +3,23 @@
 #include "Ledger.h"
 #include "LongRecords.h"
 #include "SilentConsole.h"
+#include "SmallStorage.h"
 
 #include <db/Sqlite3Db.h>
 #include <fdb/FaultDb.h>
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <string>
 #include <utility>
-
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {
 
 constexpr unsigned int kMostRecords = 200;
-constexpr int kFailed = 255; // Of a child process; what is neither this nor 0 is an errno.
-
-/// Runs `body` in a process of its own, whose limits and mounts end with it. The result is that of `body`, or `kFailed`
-/// after a failed expectation.
-template <class Body>
-int runInChild(Body body)
-{
-    std::fflush(nullptr); // What waits in buffers would be written by both.
-    pid_t const child = fork();
-    if (child == 0)
-    {
-        int const result = body();
-        std::fflush(nullptr);
-        _exit(testing::Test::HasFailure() ? kFailed : result);
-    }
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : kFailed;
-}
 
 /// A database whose storage fills up under it and is given back.
 class FilledDatabase
@@ -121,64 +94,6 @@ private:
     Fault m_first;
     Ledger<Fault> m_faults;
 };
-
-/// Limits what may be written to one file. What a write has room for is written; the rest fails with EFBIG.
-void limitFileSize(rlim_t bytes)
-{
-    rlimit limit = {};
-    EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
-    limit.rlim_cur = bytes;
-    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-}
-
-void liftFileSize()
-{
-    rlimit limit = {};
-    EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
-    limitFileSize(limit.rlim_max);
-}
-
-void writeText(char const* path, std::string const& text)
-{
-    std::ofstream(path) << text;
-}
-
-/// Gives the process mounts of its own, which without root takes a user namespace of its own.
-bool leaveMounts()
-{
-    if (geteuid() == 0)
-    {
-        return unshare(CLONE_NEWNS) == 0;
-    }
-    std::string const user = std::to_string(geteuid());
-    std::string const group = std::to_string(getegid());
-    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
-    {
-        return false;
-    }
-    // Files on the new file system need an owner; without these each would have one that has no number.
-    writeText("/proc/self/setgroups", "deny");
-    writeText("/proc/self/uid_map", user + " " + user + " 1");
-    writeText("/proc/self/gid_map", group + " " + group + " 1");
-    return true;
-}
-
-/// Mounts a file system of 320 KiB at `path`, for this process alone. 0, or the errno of what is not allowed.
-int mountSmall(char const* path)
-{
-    bool const isMounted = leaveMounts() && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                           mount("small", path, "tmpfs", 0, "size=320k") == 0;
-    return isMounted ? 0 : errno;
-}
-
-void fillUp(std::string const& path)
-{
-    std::ofstream file(path, std::ios::binary);
-    std::string const page(4096, 'x');
-    while (file << page << std::flush)
-    {
-    }
-}
 
 TEST(FullDiskTest, FileSizeLimitLosesNothingAcknowledgedAndLeavesTheObjectUsable)
 {

@@ -1,6 +1,7 @@
 // The power fails after every single operation on the disk, and the library opens what is left.
 
 #include "DiskModelVfs.h"
+#include "PowerCutSupport.h"
 #include "TestSupport.h"
 
 #include <db/Sqlite3Db.h>
@@ -10,7 +11,6 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -26,21 +26,6 @@ constexpr char kFileName[] = "faults.db";
 constexpr int kOperationCount = 360;
 constexpr int kControlOperationCount = 60;
 constexpr std::size_t kRandomStates = 5;
-
-// Sanitizers and emulators look for errors of the code, which the cut points in between do not bring to light.
-#if defined(FIRAIM_TEST_IS_EMULATED)
-constexpr std::size_t kCutStride = 5;
-#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t kCutStride = 3;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr std::size_t kCutStride = 3;
-#else
-constexpr std::size_t kCutStride = 1;
-#endif
-#else
-constexpr std::size_t kCutStride = 1;
-#endif
 
 /// What the two tables hold, by key. Rows are shared: there is one content for each step of the workload.
 struct Content
@@ -207,12 +192,7 @@ private:
     /// Every change of the files must have been recorded, or the cuts would be made elsewhere.
     void expectThatTheModelFollows()
     {
-        DiskModel::files_t files;
-        for (auto const& entry : std::filesystem::directory_iterator(m_directory))
-        {
-            files[entry.path().filename().string()] = readFile(entry.path().string());
-        }
-        EXPECT_TRUE(m_disk.current() == files) << "after " << m_acts.size() << " operations";
+        EXPECT_TRUE(m_disk.current() == filesIn(m_directory)) << "after " << m_acts.size() << " operations";
     }
 
     void create(bool overwrite)
@@ -386,21 +366,6 @@ private:
     std::size_t m_taken = 0;
 };
 
-/// What SQLite itself says of the file. A failing check is an answer here, not a failing test.
-bool isWhole(std::string const& path)
-{
-    auto const isOk = [](void* whole, int, char** cells, char**)
-    {
-        *static_cast<bool*>(whole) = cells[0] != nullptr && std::string(cells[0]) == "ok";
-        return 0;
-    };
-    bool whole = false;
-    sqlite3* db = nullptr;
-    int const opened = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
-    int const checked = sqlite3_exec(db, "PRAGMA integrity_check", isOk, &whole, nullptr);
-    return sqlite3_close(db) == SQLITE_OK && opened == SQLITE_OK && checked == SQLITE_OK && whole;
-}
-
 /// What was found wrong in a state.
 enum loss_t
 {
@@ -412,19 +377,6 @@ enum loss_t
 };
 
 constexpr char const* kLossNames[LOSS_COUNT] = {"no loss", "file refused", "file damaged", "content lost"};
-
-void layOut(DiskModel::files_t const& files, TempDir const& directory)
-{
-    // Emptied and not made anew: on some file systems a directory costs more than all the rest.
-    for (auto const& entry : std::filesystem::directory_iterator(directory.path()))
-    {
-        std::filesystem::remove(entry.path());
-    }
-    for (auto const& [name, bytes] : files)
-    {
-        writeFile(directory.file(name), bytes);
-    }
-}
 
 /// One state of the disk, opened by the library.
 class Recovery

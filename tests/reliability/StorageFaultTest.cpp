@@ -68,22 +68,6 @@ protected:
     Counts m_counts;
 };
 
-std::string nameOf(testing::TestParamInfo<FailingVfs::kind_t> const& info)
-{
-    std::string name;
-    bool isStart = true;
-    for (char const* c = FailingVfs::name(info.param); *c != '\0'; ++c)
-    {
-        name += isStart && *c != ' ' ? static_cast<char>(*c - 'a' + 'A') : *c;
-        isStart = *c == ' ';
-        if (isStart)
-        {
-            name.pop_back();
-        }
-    }
-    return name;
-}
-
 TEST_P(StorageFaultTest, LosesNothingAcknowledgedAndLeavesTheObjectUsable)
 {
     for (FaultWorkload::start_t const start :
@@ -121,6 +105,7 @@ protected:
         }
         static_cast<void>(FailingVfs::takeSleptMs());
     }
+    ~LockedFileTest() override { EXPECT_EQ(db.closeDb(), 0); }
 
     TempDir const dir;
     std::string const path = dir.file("faults.db");
@@ -189,6 +174,6 @@ TEST_F(LockedFileTest, IsWaitedForByEachRowOfARenumberingWhileRowsGetThrough)
 
 INSTANTIATE_TEST_SUITE_P(Each, StorageFaultTest,
                          testing::Range(FailingVfs::OPEN, FailingVfs::KIND_COUNT, static_cast<FailingVfs::kind_t>(1)),
-                         nameOf);
+                         FailingVfs::testNameOf);
 
 } // namespace
