@@ -1,8 +1,9 @@
-# Debian packages, made by scripts/package: the run time, what is needed to build against it, and the command.
+# Debian packages, made by scripts/package: the run time and what is needed to build against it, for the facade
+# and for the history library, and the command.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "firaim developers <firaim@example.org>")
-set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_COMPONENTS_ALL runtime development history history_development)
 if(FIRAIM_BUILD_TOOL)
     list(APPEND CPACK_COMPONENTS_ALL tools)
 endif()
@@ -19,11 +20,14 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Applications record the faults of an embedded device through this library.
 A fault that was acknowledged survives the power cut that follows.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libsqlite3-0 (>= ${sqlite_minimum})")
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "firaim0 (= ${version})")
+# The libraries share what is no interface for others, so they are of one version.
+set(CPACK_DEBIAN_HISTORY_PACKAGE_DEPENDS "firaim0 (= ${version}), libsqlite3-0 (>= ${sqlite_minimum})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "firaim0 (= ${version}), libfiraim-history0 (= ${version})")
 if(CMAKE_CROSSCOMPILING)
     # Debian's tool for the others knows this machine's packages only. They are those that the cross compiler builds for.
     set(run_time "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= ${CMAKE_CXX_COMPILER_VERSION})")
     string(APPEND CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS ", ${run_time}")
+    string(APPEND CPACK_DEBIAN_HISTORY_PACKAGE_DEPENDS ", ${run_time}")
     # The packages of utf8proc carry the number of its interface in their names.
     file(GLOB utf8proc LIST_DIRECTORIES FALSE "${FIRAIM_SYSROOT}/usr/lib/*/libutf8proc.so.?")
     string(REGEX REPLACE ".*\\.so\\." "libutf8proc" utf8proc "${utf8proc}")
@@ -34,16 +38,33 @@ else()
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
     list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
 endif()
-file(WRITE "${PROJECT_BINARY_DIR}/packages/shlibs" "firaim 0 firaim0 (>= ${PROJECT_VERSION})\n")
-file(WRITE "${PROJECT_BINARY_DIR}/packages/triggers" "activate-noawait ldconfig\n")
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
-    "${PROJECT_BINARY_DIR}/packages/shlibs;${PROJECT_BINARY_DIR}/packages/triggers")
+function(describe_library component library package)
+    set(folder "${PROJECT_BINARY_DIR}/packages/${package}")
+    file(WRITE "${folder}/shlibs" "${library} 0 ${package} (>= ${PROJECT_VERSION})\n")
+    file(WRITE "${folder}/triggers" "activate-noawait ldconfig\n")
+    set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA "${folder}/shlibs;${folder}/triggers" PARENT_SCOPE)
+endfunction()
+describe_library(RUNTIME firaim firaim0)
+describe_library(HISTORY libfiraim-history libfiraim-history0)
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libfiraim-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "firaim0 (= ${version})")
+# pkg-config finds no package whose private requirements are missing.
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "firaim0 (= ${version}), libsqlite3-dev (>= ${sqlite_minimum})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "This package holds what is needed to build against the library: headers,
 and what CMake and pkg-config ask for.")
+
+set(CPACK_DEBIAN_HISTORY_PACKAGE_NAME libfiraim-history0)
+set(CPACK_DEBIAN_HISTORY_PACKAGE_SECTION libs)
+set(CPACK_COMPONENT_HISTORY_DESCRIPTION "Several threads and processes record into one fault
+history through this library, and read and follow it without changing it.")
+
+set(CPACK_DEBIAN_HISTORY_DEVELOPMENT_PACKAGE_NAME libfiraim-history-dev)
+set(CPACK_DEBIAN_HISTORY_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_HISTORY_DEVELOPMENT_PACKAGE_DEPENDS
+    "libfiraim-history0 (= ${version}), libfiraim-dev (= ${version})")
+set(CPACK_COMPONENT_HISTORY_DEVELOPMENT_DESCRIPTION "This package holds what is needed to build against the recorder and
+the reader: headers, and what CMake and pkg-config ask for.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME firaim)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)

@@ -1,23 +1,12 @@
-#include <fdb/FaultDb.h>
-
-#include <iostream>
+#include <history/FaultRecorder.h>
 
 int main()
 {
-    FaultDb* const db = FaultDb::getInstance();
-    int const created = db->createDb("faults.db", false);
-    if ((created != RESULT_OK && created != RESULT_FILE_EXISTS) || db->openDb("faults.db", false) != RESULT_OK)
-    {
-        return 1;
-    }
-    Fault fault;
-    fault.FaultCode = FC_SENSOR_TIMEOUT;
-    fault.Status = FAULT_ACTIVE;
-    fault.Description = "no answer for 500 ms";
-    if (db->insert(fault) != RESULT_OK || db->getFaultById(fault, fault.EntryId) != RESULT_OK)
-    {
-        return 1;
-    }
-    std::cout << fault << '\n';
-    return db->closeDb();
+    firaim::FaultRecorder recorder;
+    int const opened = recorder.open("faults.db");
+    firaim::FaultEvent event;
+    event.code = FC_SENSOR_TIMEOUT;
+    event.module = "adc";
+    event.description = "no answer for 500 ms";
+    return opened == firaim::HISTORY_OK && recorder.record(event).result == firaim::HISTORY_OK ? 0 : 1;
 }

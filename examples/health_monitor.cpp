@@ -1,11 +1,10 @@
 // Watches the machine it runs on and keeps the history of its faults, as a logger would.
 
-#include "health_monitor/FaultRecorder.h"
-#include "health_monitor/Report.h"
 #include "health_monitor/Sampler.h"
 #include "health_monitor/Thresholds.h"
 
-#include <fdb/FaultDb.h>
+#include <history/FaultReader.h>
+#include <history/FaultRecorder.h>
 
 #include <CLI/CLI.hpp>
 
@@ -18,9 +17,12 @@
 #include <exception>
 #include <iostream>
 #include <limits>
+#include <set>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace
@@ -46,12 +48,13 @@ A threshold of 0 is not watched. A path that cannot be examined is a fault of it
 so is one on a read-only file system (FC_STORAGE_READ_ONLY).
 
 A fault is recorded when a threshold is crossed, and another, inactive one when it clears. The statistic of its code
-counts occurrences and active cycles (samples in which it was active) up to 65535. Times in the file are milliseconds
-since 1970 in UTC; the up-time is in seconds.
+counts occurrences and active cycles up to 65535; a cycle is a sample, and every code that is active in the file counts
+it. Times in a new file are milliseconds since 1970 in UTC, in an older one they are in its own unit; the up-time is in
+seconds.
 
-Each run records under the next start-up id. A fault that was still active when an earlier run ended is settled at the
-first sample: still crossed, it counts as a new occurrence under the new start-up id; no longer crossed, it is recorded
-as inactive. What this run does not watch stays as it is.
+Each run records under the next start-up id. A fault that was still active when an earlier run ended is settled when
+this run first looks at it: still crossed, it counts as a new occurrence under the new start-up id; no longer crossed,
+it is recorded as inactive. What this run does not watch keeps its state.
 
 Exit status: 0 when the samples were taken or SIGINT or SIGTERM ended the run, 1 when the database or the machine's
 state could not be read or written, 2 for bad usage.)";
@@ -157,18 +160,108 @@ private:
     sigset_t m_signals{};
 };
 
-void watch(Options const& options, StopSignals const& stop, FaultRecorder& recorder)
+/// Ends the run unless `result`, of a call of `object`, tells of success.
+template <class Object>
+void require(int result, Object const& object)
+{
+    if (result < 0)
+    {
+        throw std::runtime_error(object.lastProblem() + " (" + firaim::historyResultName(result) + ")");
+    }
+}
+
+/// A path may hold a line end or an escape sequence, which would upset the terminal.
+std::string printable(std::string text)
+{
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    return text;
+}
+
+/// The history of this machine's faults, as this run adds to it.
+class History
+{
+public:
+    explicit History(std::string const& path)
+    {
+        require(m_recorder.open(path), m_recorder);
+        require(m_reader.open(path), m_reader);
+        std::cout << "Watching under start-up id " << m_recorder.startupId() << " into " << path << std::endl;
+    }
+
+    /// Records what has changed since the last sample, and tells of it.
+    void record(std::vector<Finding> const& findings)
+    {
+        for (Finding const& finding : findings)
+        {
+            firaim::Receipt const receipt = record(finding);
+            require(receipt.result, m_recorder);
+            if (receipt.result == firaim::HISTORY_OK)
+            {
+                tell(receipt.key);
+            }
+        }
+        require(m_recorder.endCycle(), m_recorder);
+    }
+
+    /// Prints what has come of this run.
+    void summarise()
+    {
+        firaim::Counts counts;
+        std::vector<Fault> active;
+        require(m_reader.counts(counts), m_reader);
+        require(m_reader.activeNow(active), m_reader);
+        std::cout << m_recorder.counters().recorded << " faults recorded in this run, " << counts.faults
+                  << " in the file; active now:";
+        for (Fault const& fault : active)
+        {
+            std::cout << ' ' << printable(fault.FaultCodeName);
+        }
+        std::cout << (active.empty() ? " none" : "") << std::endl;
+    }
+
+private:
+    firaim::Receipt record(Finding const& finding)
+    {
+        // Nobody watched between two runs. So what is crossed at the first look is a new occurrence, also when it was
+        // left active: a machine that restarts again and again has restarted each time.
+        bool const isFirstLook = m_seen.insert({finding.code, finding.parameter}).second;
+        firaim::FaultEvent event;
+        event.code = finding.code;
+        event.module = "health_monitor"; // Tells this program's faults from those of others in the same file.
+        event.parameter = finding.parameter;
+        event.description = finding.description;
+        if (!finding.isCrossed)
+        {
+            event.description += isFirstLook ? " (cleared while not watched)" : "";
+            return m_recorder.clear(event);
+        }
+        return isFirstLook ? m_recorder.record(event) : m_recorder.raise(event);
+    }
+
+    /// Prints a fault as the file has it now.
+    void tell(unsigned long long key)
+    {
+        Fault fault;
+        require(m_reader.fault(key, fault), m_reader);
+        std::cout << fault.DateTimeString << ' ' << fault.FaultCodeName
+                  << (fault.Status == FAULT_ACTIVE ? " active: " : " inactive: ") << printable(fault.Parameter)
+                  << (fault.Parameter.empty() ? "" : ": ") << printable(fault.Description) << std::endl;
+    }
+
+    firaim::FaultRecorder m_recorder;
+    firaim::FaultReader m_reader;
+    std::set<std::pair<faultCode_t, std::string>> m_seen; ///< code and parameter of what this run has looked at
+};
+
+void watch(Options const& options, StopSignals const& stop, History& history)
 {
     using std::chrono::steady_clock;
     Sampler sampler(options.paths);
     steady_clock::time_point next = steady_clock::now();
     for (long long taken = 1;; ++taken)
     {
-        Sample const sample = sampler.take();
-        for (Fault const& fault : recorder.record(sample, compare(sample, options.thresholds)))
-        {
-            printEvent(std::cout, fault);
-        }
+        history.record(compare(sampler.take(), options.thresholds));
         if (taken == options.samples)
         {
             return;
@@ -185,17 +278,9 @@ void watch(Options const& options, StopSignals const& stop, FaultRecorder& recor
 void run(Options const& options)
 {
     StopSignals const stop;
-    FaultDb& db = *FaultDb::getInstance();
-    openOrCreate(db, options.database);
-    FaultRecorder recorder(db);
-    std::cout << "Watching under start-up id " << recorder.startupId() << " into " << options.database << std::endl;
-    watch(options, stop, recorder);
-    printReport(std::cout, db);
-    int const closed = db.closeDb();
-    if (closed != RESULT_OK)
-    {
-        throw DatabaseError("close the database", closed);
-    }
+    History history(options.database);
+    watch(options, stop, history);
+    history.summarise();
     if (!std::cout)
     {
         throw std::runtime_error("cannot write to standard output; the faults are recorded all the same");

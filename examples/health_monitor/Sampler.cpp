@@ -91,7 +91,6 @@ Sample Sampler::take()
     }
     m_clockOffsetMs = offsetMs;
 
-    sample.utcMilliseconds = static_cast<unsigned long long>(nowMs);
     sample.upTimeSeconds = static_cast<unsigned int>(readFirstNumber("/proc/uptime"));
     sample.availableMemoryMib = readAvailableMemoryMib();
     sample.load = readFirstNumber("/proc/loadavg");

@@ -19,7 +19,6 @@ struct FileSystemSample
 /// The state of the machine at one moment.
 struct Sample
 {
-    unsigned long long utcMilliseconds = 0; ///< since 1970-01-01 UTC
     unsigned int upTimeSeconds = 0;
     double availableMemoryMib = 0.0;
     double load = 0.0;                    ///< mean number of runnable processes over the last minute

@@ -1,4 +1,4 @@
-# Builds and runs the consumer in WORK: against the source tree in SOURCE as a subdirectory; or, by find_package and by
+# Builds and runs the consumers in WORK: against the source tree in SOURCE as a subdirectory; or, by find_package and by
 # pkg-config, against an installation of BUILD that was moved, or against the Debian packages in PACKAGES, unpacked.
 # Where there is an EMULATOR, it runs what was built. HAS_COMMAND says that the command is to be there, too.
 
@@ -31,6 +31,7 @@ file(MAKE_DIRECTORY "${WORK}")
 if(SOURCE)
     build_with_cmake("${WORK}/build" "-DFIRAIM_SOURCE_TREE=${SOURCE}")
     run_program("" "${WORK}/build/consumer")
+    run_program("" "${WORK}/build/history_consumer")
     return()
 endif()
 
@@ -49,6 +50,10 @@ file(GLOB_RECURSE libdb "${prefix}/libdb.so*")
 if(NOT libdb MATCHES "/firaim/libdb\\.so\\.0$")
     message(FATAL_ERROR "libdb is installed as ${libdb}, not as libdb.so.0 in a folder of its own")
 endif()
+file(GLOB_RECURSE private_headers "${prefix}/include/firaim/*/internal/*")
+if(private_headers)
+    message(FATAL_ERROR "Private headers are installed: ${private_headers}")
+endif()
 file(GLOB_RECURSE pc "${prefix}/*/firaim.pc")
 cmake_path(GET pc PARENT_PATH pkgconfig)
 cmake_path(GET pkgconfig PARENT_PATH libdir)
@@ -59,13 +64,16 @@ file(MAKE_DIRECTORY "${WORK}/another")
 run("${COMPILER}" ${compiler_flags} -shared -fPIC -Wl,-soname,libdb.so.0
     -o "${WORK}/another/libdb.so.0" "${WORK}/another.cpp")
 
-# Whoever loads firaim alone gets our libdb with it: the other one would leave symbols undefined.
+# Whoever loads one library alone gets our libdb with it: the other one would leave symbols undefined.
 file(WRITE "${WORK}/nothing.cpp" "int main() {}\n")
 run("${COMPILER}" ${compiler_flags} -o "${WORK}/nothing" "${WORK}/nothing.cpp")
-run_program("LD_LIBRARY_PATH=${WORK}/another;LD_PRELOAD=${libdir}/firaim.so.0;LD_BIND_NOW=1" "${WORK}/nothing")
+foreach(library firaim.so.0 libfiraim-history.so.0)
+    run_program("LD_LIBRARY_PATH=${WORK}/another;LD_PRELOAD=${libdir}/${library};LD_BIND_NOW=1" "${WORK}/nothing")
+endforeach()
 
 build_with_cmake("${WORK}/build" "-DCMAKE_PREFIX_PATH=${prefix}")
 run_program("LD_LIBRARY_PATH=${WORK}/another" "${WORK}/build/consumer")
+run_program("LD_LIBRARY_PATH=${WORK}/another" "${WORK}/build/history_consumer")
 
 # The command finds both libraries where it was moved to, or unpacked.
 if(HAS_COMMAND)
@@ -79,8 +87,13 @@ if(HAS_COMMAND)
     endforeach()
 endif()
 
-execute_process(COMMAND "${CMAKE_COMMAND}" -E env "PKG_CONFIG_PATH=${pkgconfig}" pkg-config --cflags --libs firaim
-    OUTPUT_VARIABLE flags COMMAND_ERROR_IS_FATAL ANY)
-separate_arguments(flags UNIX_COMMAND "${flags}")
-run("${COMPILER}" ${compiler_flags} -std=c++17 "${CMAKE_CURRENT_LIST_DIR}/consumer.cpp" ${flags} -o "${WORK}/consumer")
-run_program("LD_LIBRARY_PATH=${WORK}/another:${libdir}" "${WORK}/consumer")
+foreach(program_and_package "consumer;firaim" "history_consumer;firaim-history")
+    list(GET program_and_package 0 program)
+    list(GET program_and_package 1 package)
+    execute_process(COMMAND "${CMAKE_COMMAND}" -E env "PKG_CONFIG_PATH=${pkgconfig}" pkg-config --cflags --libs ${package}
+        OUTPUT_VARIABLE flags COMMAND_ERROR_IS_FATAL ANY)
+    separate_arguments(flags UNIX_COMMAND "${flags}")
+    run("${COMPILER}" ${compiler_flags} -std=c++17 "${CMAKE_CURRENT_LIST_DIR}/${program}.cpp" ${flags}
+        -o "${WORK}/${program}")
+    run_program("LD_LIBRARY_PATH=${WORK}/another:${libdir}" "${WORK}/${program}")
+endforeach()

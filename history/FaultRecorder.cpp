@@ -1,0 +1,321 @@
+#include <history/FaultRecorder.h>
+
+#include <history/internal/Backlog.h>
+#include <history/internal/CommitQueue.h>
+
+#include <limits>
+#include <new>
+
+#include <unistd.h>
+
+namespace firaim
+{
+
+namespace
+{
+
+/// SQLite's integers have a sign.
+constexpr unsigned long long kMostStamp = std::numeric_limits<std::int64_t>::max();
+
+bool hasZeroByte(std::string const& text)
+{
+    return text.find('\0') != std::string::npos;
+}
+
+/// Why an event cannot be recorded; null when it can.
+char const* refusalOf(FaultEvent const& event)
+{
+    for (std::string const* const text :
+         {&event.module, &event.parameter, &event.description, &event.signalsFile, &event.configBackup})
+    {
+        if (hasZeroByte(*text))
+        {
+            return "a text has a zero byte";
+        }
+    }
+    for (std::optional<std::string> const* const text :
+         {&event.timeZone, &event.codeName, &event.dateTimeText, &event.systemTimeText})
+    {
+        if (*text && hasZeroByte(**text))
+        {
+            return "a text has a zero byte";
+        }
+    }
+    if (event.code > std::numeric_limits<std::uint32_t>::max())
+    {
+        return "the fault code has more than 32 bits";
+    }
+    return event.time && *event.time > kMostStamp ? "the time is beyond 2^63 - 1" : nullptr;
+}
+
+} // namespace
+
+class FIRAIM_HIDDEN FaultRecorder::Core
+{
+public:
+    /// Runs one request; `event` is null for a request without one.
+    Request run(Request::kind_t kind, FaultEvent const* event, patience_t patience)
+    {
+        Request withoutMemory;
+        withoutMemory.receipt.result = HISTORY_FAILED;
+        try
+        {
+            std::vector<Request> requests(1);
+            prepare(requests.front(), kind, event);
+            queue.run(requests, patience);
+            return std::move(requests.front());
+        }
+        catch (std::bad_alloc const&)
+        {
+            return withoutMemory; // It was not begun.
+        }
+    }
+
+    void prepare(Request& request, Request::kind_t kind, FaultEvent const* event)
+    {
+        request.kind = kind;
+        request.event = event;
+        request.takeMoment();
+        char const* const refusal = event != nullptr ? refusalOf(*event) : nullptr;
+        if (refusal != nullptr)
+        {
+            request.phase = Request::DONE;
+            request.receipt.result = HISTORY_REFUSED;
+            request.problem = refusal;
+        }
+    }
+
+    Receipt record(FaultEvent const& event, patience_t patience)
+    {
+        try
+        {
+            std::vector<Request> requests(1);
+            prepareRecord(requests.front(), event);
+            queue.run(requests, patience);
+            return requests.front().receipt;
+        }
+        catch (std::bad_alloc const&)
+        {
+            return {HISTORY_FAILED, 0}; // It was not begun.
+        }
+    }
+
+    /// As `run`, for a RAISE or a CLEAR.
+    Receipt runEdge(Request::kind_t kind, FaultEvent const& event, patience_t patience)
+    {
+        Receipt const receipt = run(kind, &event, patience).receipt;
+        if (receipt.result >= 0)
+        {
+            backlog.stateSet(event, kind == Request::RAISE ? FAULT_ACTIVE : FAULT_INACTIVE);
+        }
+        return receipt;
+    }
+
+    /// As `prepare`, for an event that may be counted instead of recorded.
+    void prepareRecord(Request& request, FaultEvent const& event)
+    {
+        prepare(request, Request::RECORD, &event);
+        if (request.phase == Request::WAITING && !backlog.admits(request))
+        {
+            request.phase = Request::DONE;
+            request.receipt.result = HISTORY_COUNTED;
+        }
+    }
+
+    int close()
+    {
+        int const result = backlog.close();
+        if (result == HISTORY_INVALID_STATE)
+        {
+            return queue.refuse(result, "the recorder is not open");
+        }
+        static_cast<void>(queue.close()); // Only who has closed the backlog comes here.
+        return result == HISTORY_OK ? result
+                                    : queue.refuse(result, "not all that was posted or counted could be recorded");
+    }
+
+    CommitQueue queue;
+    Backlog backlog{queue};
+};
+
+FaultRecorder::FaultRecorder() : m_core(std::make_unique<Core>()), m_ownerPid(getpid()) {}
+
+FaultRecorder::~FaultRecorder()
+{
+    if (isForked())
+    {
+        static_cast<void>(m_core.release()); // The parent's: its locks may be held, and its connection is in use.
+        return;
+    }
+    static_cast<void>(m_core->close()); // What could not be stored, the handler has been told.
+}
+
+bool FaultRecorder::isForked() const
+{
+    return getpid() != m_ownerPid;
+}
+
+int FaultRecorder::open(std::string const& path, RecorderOptions const& options, patience_t patience)
+{
+    if (isForked())
+    {
+        return HISTORY_INVALID_STATE;
+    }
+    int const result = m_core->queue.open(path, options, patience);
+    if (result != HISTORY_OK)
+    {
+        return result;
+    }
+    try
+    {
+        m_core->backlog.open(options);
+    }
+    catch (...)
+    {
+        static_cast<void>(m_core->queue.close()); // What is open in part could never be closed.
+        throw;
+    }
+    return HISTORY_OK;
+}
+
+int FaultRecorder::close()
+{
+    return isForked() ? HISTORY_INVALID_STATE : m_core->close();
+}
+
+Receipt FaultRecorder::record(FaultEvent const& event, patience_t patience)
+{
+    return isForked() ? Receipt() : m_core->record(event, patience);
+}
+
+Receipt FaultRecorder::raise(FaultEvent const& event, patience_t patience)
+{
+    return isForked() ? Receipt() : m_core->runEdge(Request::RAISE, event, patience);
+}
+
+Receipt FaultRecorder::clear(FaultEvent const& event, patience_t patience)
+{
+    return isForked() ? Receipt() : m_core->runEdge(Request::CLEAR, event, patience);
+}
+
+int FaultRecorder::recordAll(std::vector<FaultEvent> const& events, std::vector<Receipt>& receipts, patience_t patience)
+{
+    receipts.assign(events.size(), Receipt());
+    if (isForked())
+    {
+        return HISTORY_INVALID_STATE;
+    }
+    std::vector<Request> requests;
+    try
+    {
+        requests = std::vector<Request>(events.size());
+        for (std::size_t i = 0; i < events.size(); ++i)
+        {
+            m_core->prepareRecord(requests[i], events[i]);
+        }
+    }
+    catch (std::bad_alloc const&)
+    {
+        receipts.assign(events.size(), {HISTORY_FAILED, 0});
+        return HISTORY_FAILED;
+    }
+    m_core->queue.run(requests, patience);
+    int result = HISTORY_OK;
+    for (std::size_t i = 0; i < requests.size(); ++i)
+    {
+        receipts[i] = requests[i].receipt;
+        result = result == HISTORY_OK ? receipts[i].result : result;
+    }
+    return result;
+}
+
+int FaultRecorder::clearCode(FaultEvent const& event, std::vector<unsigned long long>& keys, patience_t patience)
+{
+    keys.clear();
+    if (isForked())
+    {
+        return HISTORY_INVALID_STATE;
+    }
+    Request request = m_core->run(Request::CLEAR_CODE, &event, patience);
+    keys = std::move(request.keys);
+    if (request.receipt.result >= 0)
+    {
+        m_core->backlog.codeCleared(event.code);
+    }
+    return request.receipt.result;
+}
+
+int FaultRecorder::post(FaultEvent const& event)
+{
+    if (isForked())
+    {
+        return HISTORY_INVALID_STATE;
+    }
+    Request request;
+    m_core->prepareRecord(request, event);
+    if (request.phase == Request::DONE)
+    {
+        return request.receipt.result < 0 ? m_core->queue.refuse(request.receipt.result, request.problem)
+                                          : request.receipt.result;
+    }
+    int const result = m_core->backlog.post(request);
+    switch (result)
+    {
+    case HISTORY_INVALID_STATE:
+        return m_core->queue.refuse(result, "the recorder is not open");
+    case HISTORY_QUEUE_FULL:
+        return m_core->queue.refuse(result, "the queue of posted events is full");
+    case HISTORY_FAILED:
+        return m_core->queue.refuse(result, "no thread can be had");
+    default:
+        return result;
+    }
+}
+
+int FaultRecorder::flush(std::uint64_t& left, patience_t patience)
+{
+    if (isForked())
+    {
+        return HISTORY_INVALID_STATE;
+    }
+    int const result = m_core->backlog.flush(left, patience);
+    switch (result)
+    {
+    case HISTORY_INVALID_STATE:
+        return m_core->queue.refuse(result, "the recorder is not open");
+    case HISTORY_BUSY:
+        return m_core->queue.refuse(result, "not all that was posted or counted is recorded yet");
+    default:
+        return result; // What has failed left its own text.
+    }
+}
+
+int FaultRecorder::endCycle(patience_t patience)
+{
+    return isForked() ? static_cast<int>(HISTORY_INVALID_STATE)
+                      : m_core->run(Request::END_CYCLE, nullptr, patience).receipt.result;
+}
+
+unsigned int FaultRecorder::startupId() const
+{
+    return isForked() ? 0 : m_core->queue.startupId();
+}
+
+FaultRecorder::Counters FaultRecorder::counters() const
+{
+    if (isForked())
+    {
+        return {};
+    }
+    Counters counters = m_core->queue.counters();
+    counters.counted = m_core->backlog.counted();
+    counters.queued = m_core->backlog.queued();
+    return counters;
+}
+
+std::string FaultRecorder::lastProblem() const
+{
+    return isForked() ? std::string() : m_core->queue.lastProblem();
+}
+
+} // namespace firaim

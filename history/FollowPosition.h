@@ -1,0 +1,31 @@
+#pragma once
+
+#include <db/Export.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace firaim
+{
+
+/// Where a follower of new faults stands: behind the row with a key, in a file. A plain value that can be kept as text,
+/// over restarts too. The default is before the first fault of any file.
+///
+/// What tells one history from another is the row: device and inode alone change when a device is restarted with other
+/// disks or the file is copied or restored. So a file that holds the same row under the same key is the same history,
+/// under whatever number; any other file with another number is another one.
+struct FIRAIM_EXPORT FollowPosition
+{
+    std::uint64_t device = 0;             ///< of the file, as stat tells it; 0 with `inode` 0: of any file
+    std::uint64_t inode = 0;              ///< as `device`
+    std::optional<std::int64_t> key;      ///< of the last row; none before the first
+    std::optional<std::uint64_t> rowHash; ///< FNV-1a of the cells of that row; none when it is known to be gone
+
+    /// One line of printable ASCII without blanks.
+    std::string toText() const;
+    /// Returns whether `text` is one that `toText` gives; otherwise `position` is left as it was.
+    static bool fromText(std::string const& text, FollowPosition& position);
+};
+
+} // namespace firaim

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <history/FaultRecorder.h>
+#include <history/internal/CommitQueue.h>
+#include <history/internal/Mutex.h>
+#include <history/internal/Storms.h>
+
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace firaim
+{
+
+/// What is acknowledged before it is on the storage: posted events, and what storms have counted. A thread, started
+/// when there is something to do for the first time, passes both on to the commit queue. Any thread may call anything
+/// at any time but the destructor.
+class Backlog
+{
+public:
+    using patience_t = std::chrono::milliseconds;
+
+    explicit Backlog(CommitQueue& queue) : m_queue(queue) {}
+    /// Must be closed.
+    ~Backlog() = default;
+    Backlog(Backlog const&) = delete;
+    Backlog& operator=(Backlog const&) = delete;
+
+    void open(RecorderOptions const& options);
+    /// Records what is there, for 5 s at most, and ends the thread. HISTORY_OK; HISTORY_FAILED when that was not all;
+    /// HISTORY_INVALID_STATE when not open or being closed, by another thread.
+    int close();
+
+    /// Takes the event of `request`, whose event it copies. Returns a historyResult_t.
+    int post(Request const& request);
+
+    /// Whether a RECORD gets a row; if not, it is counted.
+    bool admits(Request const& request);
+    /// An edge of a triple, or the end of all triples of a code, is on the storage; see Storms.
+    void stateSet(FaultEvent const& event, faultStatus_t status);
+    void codeCleared(std::uint64_t code);
+
+    int flush(std::uint64_t& left, patience_t patience);
+
+    std::uint64_t queued();
+    std::uint64_t counted();
+
+private:
+    struct posted_t
+    {
+        FaultEvent event;
+        std::int64_t now;
+        unsigned int upTime;
+        std::int64_t doubtfulKey; ///< see Request
+        bool isSettled;           ///< recorded or lost; it goes as soon as all before it are
+    };
+
+    using time_t = Condition::time_t;
+
+    bool startThread();
+    void work();
+    bool isWorkThere(time_t now) const;
+    void waitForWork();
+    void workOnce();
+    void runBatch(std::vector<posted_t*> const& posted, std::vector<Storms::report_t> const& reports);
+    std::vector<posted_t*> firstPosted(std::uint64_t& end);
+    void giveBack(std::vector<Storms::report_t> const& reports);
+    void settle(std::vector<Request> const& requests, std::vector<posted_t*> const& posted,
+                std::vector<Storms::report_t> const& reports);
+    bool isFlushed(std::uint64_t postedTarget, std::uint64_t endTarget) const;
+    std::uint64_t unsettledBefore(std::uint64_t postedTarget) const;
+
+    CommitQueue& m_queue;
+    Mutex m_mutex; ///< held for moments only, never while the file is touched
+    Condition m_work;
+    Condition m_changed; ///< something was settled, or there is room
+    RecorderOptions m_options;
+    std::optional<Storms> m_storms;
+    bool m_isOpen = false;
+    bool m_isClosing = false;
+    bool m_isThreadRunning = false;
+    std::thread m_thread;
+    std::optional<time_t> m_watched; ///< the deadline of storms that the thread waits for
+    time_t m_retryAt{};              ///< not before then, after a failure
+    int m_lastResult = HISTORY_OK;
+
+    std::deque<posted_t> m_posted; ///< the first is not settled; the thread works on the first of them
+    std::uint64_t m_postedCount = 0;
+    std::uint64_t m_settledCount = 0; ///< that have gone from `m_posted`
+    std::uint64_t m_lostCount = 0;
+    std::uint64_t m_toldCount = 0; ///< lost ones that a `flush` has told of
+    std::uint64_t m_countedCount = 0;
+    std::uint64_t m_endsWanted = 0; ///< calls that want storms to end
+    std::uint64_t m_endsDone = 0;
+    std::uint64_t m_postedBeforeEnd = 0; ///< they are recorded before the storms end
+};
+
+} // namespace firaim

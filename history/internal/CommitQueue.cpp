@@ -1,0 +1,346 @@
+#include <history/internal/CommitQueue.h>
+
+#include <history/internal/Failure.h>
+
+#include <algorithm>
+#include <mutex>
+#include <new>
+
+namespace firaim
+{
+
+namespace
+{
+
+using clock_t = std::chrono::steady_clock;
+
+/// The largest group: it bounds how long others wait, and how large the journal gets.
+constexpr std::size_t kMostRequests = 1000;
+constexpr std::size_t kMostBytes = 1 << 20;
+/// How soon a call notices that it was cancelled.
+constexpr std::chrono::milliseconds kCancelLook(20);
+
+std::chrono::milliseconds timeTo(Condition::time_t end)
+{
+    auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(end - clock_t::now());
+    return std::max(left, std::chrono::milliseconds(0));
+}
+
+/// A patience of years is as good as for ever, and one below 0 is none.
+std::chrono::milliseconds bounded(std::chrono::milliseconds patience)
+{
+    constexpr std::chrono::hours kLongest(24 * 365);
+    return std::clamp<std::chrono::milliseconds>(patience, std::chrono::milliseconds(0), kLongest);
+}
+
+/// Short enough to need no memory.
+constexpr char kNoMemory[] = "out of memory";
+
+} // namespace
+
+CommitQueue::~CommitQueue()
+{
+    static_cast<void>(close());
+}
+
+int CommitQueue::open(std::string const& path, RecorderOptions const& options, patience_t patience)
+{
+    std::lock_guard<Mutex> const lock(m_mutex);
+    if (m_writer || m_isOpening || m_isClosing)
+    {
+        keep(m_problem, path, "open already");
+        return HISTORY_INVALID_STATE;
+    }
+    m_isOpening = true;
+    int result = HISTORY_OK;
+    std::string problem;
+    std::string ownPath;
+    RecorderOptions ownOptions;
+    std::unique_ptr<GroupWriter> writer;
+    {
+        Unlocked const unlocked(m_mutex);
+        try
+        {
+            m_group.reserve(kMostRequests); // Nobody leads yet.
+            ownPath = path;
+            ownOptions = options;
+            writer = std::make_unique<GroupWriter>(path, options);
+            writer->open(bounded(patience));
+        }
+        catch (Failure const& failure)
+        {
+            result = failure.result();
+            keep(problem, failure.text());
+        }
+        catch (std::bad_alloc const&)
+        {
+            result = HISTORY_FAILED;
+            keep(problem, path, kNoMemory);
+        }
+    }
+    m_isOpening = false;
+    if (result != HISTORY_OK)
+    {
+        m_problem.swap(problem);
+        bool const isEnded = options.isCancelled != nullptr && options.isCancelled() && result == HISTORY_BUSY;
+        return isEnded ? static_cast<int>(HISTORY_CANCELLED) : result;
+    }
+    m_writer = std::move(writer);
+    m_options = std::move(ownOptions);
+    m_path.swap(ownPath);
+    m_counters = {};
+    return HISTORY_OK;
+}
+
+int CommitQueue::close()
+{
+    std::unique_ptr<GroupWriter> writer;
+    std::lock_guard<Mutex> const lock(m_mutex);
+    if (!m_writer || m_isClosing)
+    {
+        keep(m_problem, "the recorder is not open");
+        return HISTORY_INVALID_STATE;
+    }
+    m_isClosing = true;
+    while (m_isLed || !m_waiting.empty())
+    {
+        m_idle.wait(m_mutex);
+    }
+    writer = std::move(m_writer);
+    {
+        Unlocked const unlocked(m_mutex);
+        writer.reset();
+    }
+    m_isClosing = false;
+    return HISTORY_OK;
+}
+
+void CommitQueue::run(std::vector<Request>& requests, patience_t patience)
+{
+    Call call;
+    call.deadline = clock_t::now() + bounded(patience);
+    std::lock_guard<Mutex> const lock(m_mutex);
+    enter(requests, call);
+    while (call.undone > 0)
+    {
+        if (!m_isLed)
+        {
+            lead(call);
+        }
+        else
+        {
+            wait(call);
+        }
+    }
+}
+
+/// Refuses the requests, or adds them to those that wait.
+void CommitQueue::enter(std::vector<Request>& requests, Call& call)
+{
+    if (!m_writer || m_isClosing)
+    {
+        keep(m_problem, "the recorder is not open");
+        return; // That is what the receipts of new requests say.
+    }
+    bool isMemoryShort = false;
+    for (Request& request : requests)
+    {
+        request.call = &call;
+        if (request.phase == Request::WAITING && !isMemoryShort)
+        {
+            isMemoryShort = !append(request);
+        }
+        else if (request.phase == Request::DONE && request.receipt.result < 0)
+        {
+            ++m_counters.refused;
+            keep(m_problem, m_path, request.problem);
+        }
+    }
+    if (isMemoryShort)
+    {
+        giveUp(call, HISTORY_FAILED, kNoMemory);
+        for (Request& request : requests)
+        {
+            if (request.phase == Request::WAITING)
+            {
+                request.phase = Request::DONE;
+                request.receipt = {HISTORY_FAILED, 0};
+                ++m_counters.refused;
+            }
+        }
+    }
+}
+
+/// Returns whether there was memory for it.
+bool CommitQueue::append(Request& request)
+{
+    try
+    {
+        m_waiting.push_back(&request);
+    }
+    catch (std::bad_alloc const&)
+    {
+        return false;
+    }
+    ++request.call->undone;
+    return true;
+}
+
+/// Waits for the leader, or until the call's time has passed.
+void CommitQueue::wait(Call& call)
+{
+    auto const now = clock_t::now();
+    bool const isEnded = isCancelled();
+    if (now < call.deadline && !isEnded)
+    {
+        call.changed.waitUntil(m_mutex, m_options.isCancelled == nullptr
+                                            ? call.deadline
+                                            : std::min<Condition::time_t>(call.deadline, now + kCancelLook));
+        return;
+    }
+    std::string problem;
+    keep(problem, m_path, "other calls of this process are still waiting");
+    giveUp(call, isEnded ? HISTORY_CANCELLED : HISTORY_BUSY, problem);
+    if (call.undone > 0)
+    {
+        call.changed.wait(m_mutex); // What is being written comes to an end.
+    }
+}
+
+void CommitQueue::lead(Call& call)
+{
+    m_isLed = true;
+    bool const needsSources = std::any_of(m_waiting.begin(), m_waiting.end(),
+                                          [&](Request const* request) { return m_writer->needsSources(*request); });
+    int result = HISTORY_OK;
+    std::string problem;
+    m_group.clear();
+    try
+    {
+        {
+            Unlocked const unlocked(m_mutex);
+            m_writer->begin(timeTo(call.deadline), needsSources);
+        }
+        takeGroup();
+        Condition::time_t end = call.deadline;
+        for (Request const* const request : m_group)
+        {
+            end = std::max(end, request->call->deadline);
+        }
+        Unlocked const unlocked(m_mutex);
+        m_writer->write(m_group, timeTo(end));
+    }
+    catch (Failure const& failure)
+    {
+        result = failure.result() == HISTORY_BUSY && isCancelled() ? HISTORY_CANCELLED : failure.result();
+        keep(problem, failure.text());
+    }
+    catch (std::bad_alloc const&)
+    {
+        result = HISTORY_FAILED;
+        keep(problem, m_path, kNoMemory);
+    }
+    m_isLed = false;
+    if (result != HISTORY_OK)
+    {
+        giveUp(call, result, problem);
+    }
+    bool const isCommitted = std::any_of(m_group.begin(), m_group.end(),
+                                         [](Request const* request) { return request->receipt.result >= 0; });
+    m_counters.groups += isCommitted ? 1 : 0;
+    m_counters.pruned = m_writer->pruned();
+    for (Request* const request : m_group)
+    {
+        finish(*request);
+    }
+    passOn();
+}
+
+void CommitQueue::takeGroup()
+{
+    std::size_t bytes = 0;
+    while (!m_waiting.empty() && m_group.size() < kMostRequests && bytes < kMostBytes)
+    {
+        Request* const request = m_waiting.front();
+        bytes += request->size();
+        request->phase = Request::TAKEN;
+        m_group.push_back(request);
+        m_waiting.pop_front();
+    }
+}
+
+/// Takes what still waits of a call out of the queue.
+void CommitQueue::giveUp(Call& call, int result, std::string const& problem)
+{
+    for (Request* const request : m_waiting)
+    {
+        if (request->call == &call)
+        {
+            request->receipt = {result, 0};
+            keep(request->problem, problem);
+            finish(*request);
+        }
+    }
+    auto const isOurs = [&](Request const* request) { return request->call == &call; };
+    m_waiting.erase(std::remove_if(m_waiting.begin(), m_waiting.end(), isOurs), m_waiting.end());
+}
+
+void CommitQueue::finish(Request& request)
+{
+    request.phase = Request::DONE;
+    m_counters.recorded += request.keys.size();
+    if (request.receipt.result < 0)
+    {
+        ++m_counters.refused;
+        keep(m_problem, request.problem);
+    }
+    if (--request.call->undone == 0)
+    {
+        request.call->changed.notifyAll();
+    }
+}
+
+/// Lets the next call lead, if there is one.
+void CommitQueue::passOn()
+{
+    if (!m_waiting.empty())
+    {
+        m_waiting.front()->call->changed.notifyAll();
+    }
+    else
+    {
+        m_idle.notifyAll();
+    }
+}
+
+bool CommitQueue::isCancelled() const
+{
+    return m_options.isCancelled != nullptr && m_options.isCancelled();
+}
+
+unsigned int CommitQueue::startupId()
+{
+    std::lock_guard<Mutex> const lock(m_mutex);
+    return m_writer ? m_writer->startupId() : 0;
+}
+
+FaultRecorder::Counters CommitQueue::counters()
+{
+    std::lock_guard<Mutex> const lock(m_mutex);
+    return m_counters;
+}
+
+int CommitQueue::refuse(int result, std::string const& problem)
+{
+    std::lock_guard<Mutex> const lock(m_mutex);
+    m_problem = m_path.empty() ? problem : m_path + ": " + problem;
+    return result;
+}
+
+std::string CommitQueue::lastProblem()
+{
+    std::lock_guard<Mutex> const lock(m_mutex);
+    return m_problem;
+}
+
+} // namespace firaim

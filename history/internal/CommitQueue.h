@@ -1,0 +1,66 @@
+#pragma once
+
+#include <history/internal/GroupWriter.h>
+#include <history/internal/Mutex.h>
+#include <history/internal/Request.h>
+
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace firaim
+{
+
+/// Lets the calls of several threads share commits: the first that waits leads. It begins the transaction, takes all
+/// that wait by then into one group, commits, and wakes each with its own result; then the next one leads. Any thread
+/// may call anything at any time but the destructor.
+class CommitQueue
+{
+public:
+    using patience_t = std::chrono::milliseconds;
+
+    CommitQueue() = default;
+    /// Closes.
+    ~CommitQueue();
+    CommitQueue(CommitQueue const&) = delete;
+    CommitQueue& operator=(CommitQueue const&) = delete;
+
+    int open(std::string const& path, RecorderOptions const& options, patience_t patience);
+    int close();
+
+    /// Runs the requests, whose results it sets, in their order.
+    void run(std::vector<Request>& requests, patience_t patience);
+
+    unsigned int startupId();
+    FaultRecorder::Counters counters();
+    std::string lastProblem();
+    /// Takes note why a call that never came here has failed; returns `result`.
+    int refuse(int result, std::string const& problem);
+
+private:
+    void enter(std::vector<Request>& requests, Call& call);
+    void wait(Call& call);
+    void lead(Call& call);
+    bool append(Request& request);
+    void takeGroup();
+    void giveUp(Call& call, int result, std::string const& problem);
+    void finish(Request& request);
+    void passOn();
+    bool isCancelled() const;
+
+    Mutex m_mutex; ///< held for moments only, never while the file is touched
+    std::deque<Request*> m_waiting;
+    std::vector<Request*> m_group; ///< that is being written; grown beforehand, so that taking one needs no memory
+    bool m_isLed = false;          ///< somebody uses the writer
+    bool m_isOpening = false;
+    bool m_isClosing = false;
+    Condition m_idle; ///< nobody leads and nobody waits
+    std::unique_ptr<GroupWriter> m_writer;
+    RecorderOptions m_options;
+    std::string m_path;
+    FaultRecorder::Counters m_counters;
+    std::string m_problem;
+};
+
+} // namespace firaim

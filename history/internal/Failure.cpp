@@ -1,0 +1,84 @@
+#include <history/internal/Failure.h>
+
+#include <new>
+
+namespace firaim
+{
+
+namespace
+{
+
+int resultOf(sqlite::Error const& error)
+{
+    switch (error.kind())
+    {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return HISTORY_BUSY;
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+        return HISTORY_DAMAGED;
+    case SQLITE_INTERRUPT:
+        return HISTORY_CANCELLED;
+    default:
+        return HISTORY_FAILED;
+    }
+}
+
+char const* adviceFor(sqlite::Error const& error)
+{
+    switch (error.kind())
+    {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return "; another process keeps it locked, try again";
+    case SQLITE_CORRUPT:
+        return "; 'firaim check' tells what is damaged";
+    case SQLITE_NOTADB:
+        return "; it is no SQLite database";
+    case SQLITE_FULL:
+        return "; make room on its storage and try again";
+    case SQLITE_READONLY:
+        return error.code() == SQLITE_READONLY_DBMOVED ? "; its file was removed or renamed while it was open" : "";
+    default:
+        return "";
+    }
+}
+
+} // namespace
+
+Failure::Failure(std::string const& path, sqlite::Error const& error)
+    : m_result(resultOf(error)), m_text(path + ": " + error.what() + adviceFor(error))
+{
+}
+
+void keep(std::string& to, std::string const& text) noexcept
+{
+    try
+    {
+        to = text;
+    }
+    catch (std::bad_alloc const&)
+    {
+        to.clear();
+    }
+}
+
+void keep(std::string& to, std::string const& path, std::string const& text) noexcept
+{
+    try
+    {
+        to = path + ": " + text;
+    }
+    catch (std::bad_alloc const&)
+    {
+        to.clear();
+    }
+}
+
+bool isDamage(sqlite::Error const& error)
+{
+    return error.kind() == SQLITE_CORRUPT || error.kind() == SQLITE_NOTADB;
+}
+
+} // namespace firaim

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <db/internal/Sqlite.h>
+#include <history/HistoryResult.h>
+
+#include <exception>
+#include <string>
+#include <utility>
+
+namespace firaim
+{
+
+/// Ends a call: its result and the text that says why.
+class Failure : public std::exception
+{
+public:
+    Failure(int result, std::string text) : m_result(result), m_text(std::move(text)) {}
+    /// What SQLite's `error` means for the file at `path`.
+    Failure(std::string const& path, sqlite::Error const& error);
+
+    int result() const { return m_result; }
+    std::string const& text() const { return m_text; }
+    char const* what() const noexcept override { return m_text.c_str(); }
+
+private:
+    int m_result;
+    std::string m_text;
+};
+
+/// Sets a text for `lastProblem`. Where memory is short, that costs the text and not what it is about.
+void keep(std::string& to, std::string const& text) noexcept;
+/// As above, with the name of the file before it.
+void keep(std::string& to, std::string const& path, std::string const& text) noexcept;
+
+/// Whether `error` says that the content of the file is damaged, and not that it cannot be read at this time.
+bool isDamage(sqlite::Error const& error);
+
+} // namespace firaim

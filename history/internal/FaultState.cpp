@@ -1,0 +1,397 @@
+#include <history/internal/FaultState.h>
+
+#include <algorithm>
+
+namespace firaim
+{
+
+namespace
+{
+
+/// Rows that are read before others get at the file: some milliseconds.
+constexpr std::int64_t kRowsInBatch = 10000;
+
+/// Ends the run of a statement, however its reader ends.
+class ResetAtEnd
+{
+public:
+    explicit ResetAtEnd(sqlite::Statement& statement) : m_statement(statement) {}
+    ~ResetAtEnd() { m_statement.reset(); }
+    ResetAtEnd(ResetAtEnd const&) = delete;
+    ResetAtEnd& operator=(ResetAtEnd const&) = delete;
+
+private:
+    sqlite::Statement& m_statement;
+};
+
+/// A text cell as the library decodes it.
+std::string_view decodedText(sqlite::Statement const& row, int column)
+{
+    if (row.isNull(column))
+    {
+        return "n/a";
+    }
+    std::string_view const text = row.text(column);
+    return text.substr(0, text.find('\0'));
+}
+
+} // namespace
+
+void requireOneChange(sqlite::Connection const& connection)
+{
+    if (sqlite3_changes(connection.get()) != 1)
+    {
+        throw sqlite::Error(nullptr, SQLITE_CONSTRAINT);
+    }
+}
+
+void FaultState::connect(sqlite::Connection const& connection)
+{
+    unsigned int status = FAULT_ACTIVE;
+    m_activeWord = m_faults.schema().convertValueToStr(FdbSqlFaultTbl::COLUMN_TYPE_CUSTOM, &status);
+    BoundTable const& faults = m_faults.bound();
+    BoundTable const& statistics = m_statisticTable.bound();
+    m_connection = &connection;
+    m_version = connection.prepare("PRAGMA data_version");
+    m_readStatistics = connection.prepare(statistics.selectText() + " ORDER BY " + statistics.key());
+    m_insertStatistic = connection.prepare(statistics.insertText());
+    m_updateStatistic = connection.prepare(statistics.updateText());
+    m_readRows = connection.prepare("SELECT " + faults.key() + ',' + rowColumns() + " FROM " + faults.name() +
+                                    " WHERE " + faults.key() + " > ?1 ORDER BY " + faults.key() + " LIMIT ?2");
+    m_seenVersion.reset();
+}
+
+void FaultState::disconnect()
+{
+    for (sqlite::Statement* const statement :
+         {&m_version, &m_readStatistics, &m_insertStatistic, &m_updateStatistic, &m_readRows})
+    {
+        *statement = {};
+    }
+    m_connection = nullptr;
+}
+
+void FaultState::forget()
+{
+    m_seenVersion.reset();
+    m_statistics.clear();
+    m_touched.clear();
+    forgetSources();
+}
+
+void FaultState::forgetSources()
+{
+    m_active.clear();
+    m_changes.clear();
+    m_areSourcesKnown = false;
+    m_seenKey = kBeforeAllKeys;
+    m_seenKeyBefore = m_seenKey;
+}
+
+/// Code, module, parameter and status.
+std::string FaultState::rowColumns() const
+{
+    BoundTable const& faults = m_faults.bound();
+    return faults.column(FdbSqlFaultTbl::kFaultCodeColumn) + ',' + faults.column(FdbSqlFaultTbl::kModuleNameColumn) +
+           ',' + faults.column(FdbSqlFaultTbl::kParameterColumn) + ',' + faults.column(FdbSqlFaultTbl::kStatusColumn);
+}
+
+void FaultState::refresh()
+{
+    m_version.step();
+    std::int64_t const version = m_version.integer(0);
+    m_version.reset();
+    if (m_seenVersion == version)
+    {
+        return;
+    }
+    readStatistics();
+    if (m_areSourcesKnown && !isLastSeenRowThere())
+    {
+        forgetSources(); // Keys may have begun anew, or an older row may be the newest of its triple.
+    }
+    if (m_areSourcesKnown)
+    {
+        bool isAtEnd = false;
+        readNewRows(std::nullopt, isAtEnd);
+        verifySources();
+    }
+    m_seenVersion = version;
+}
+
+void FaultState::readStatistics()
+{
+    m_statistics.clear();
+    ResetAtEnd const end(m_readStatistics);
+    while (m_readStatistics.step())
+    {
+        FaultStatistic const& statistic = m_statisticTable.decode(m_readStatistics);
+        m_statistics.emplace(statistic.FaultCode, statistic); // The first one of a code.
+    }
+}
+
+void FaultState::loadSources()
+{
+    bool isAtEnd = m_areSourcesKnown;
+    while (!isAtEnd)
+    {
+        readNewRows(kRowsInBatch, isAtEnd);
+    }
+    m_areSourcesKnown = true;
+    m_seenKeyBefore = m_seenKey;
+}
+
+/// Takes the rows behind the last one seen into account.
+void FaultState::readNewRows(std::optional<std::int64_t> rowLimit, bool& isAtEnd)
+{
+    std::int64_t rows = 0;
+    m_readRows.bind(1, m_seenKey).bind(2, rowLimit.value_or(-1));
+    ResetAtEnd const end(m_readRows);
+    while (m_readRows.step())
+    {
+        ++rows;
+        std::int64_t const key = m_readRows.integer(0);
+        bool const isActive = decodedText(m_readRows, 4) == m_activeWord;
+        set(static_cast<std::uint32_t>(m_readRows.integer(1)), {decodedText(m_readRows, 2), decodedText(m_readRows, 3)},
+            isActive ? std::optional(key) : std::nullopt);
+        m_seenKey = key;
+    }
+    isAtEnd = !rowLimit || rows < *rowLimit;
+}
+
+bool FaultState::isLastSeenRowThere()
+{
+    if (m_seenKey == kBeforeAllKeys)
+    {
+        return true;
+    }
+    m_readRows.bind(1, m_seenKey - 1).bind(2, std::int64_t(1));
+    bool const isThere = m_readRows.step() && m_readRows.integer(0) == m_seenKey;
+    m_readRows.reset();
+    return isThere;
+}
+
+/// Somebody else may have removed or rewritten the rows that made triples active.
+void FaultState::verifySources()
+{
+    std::vector<std::pair<std::uint32_t, source_t>> changed;
+    for (auto const& [code, sources] : m_active)
+    {
+        for (auto const& [source, key] : sources)
+        {
+            if (!isActiveRow(key, code, source))
+            {
+                changed.emplace_back(code, source);
+            }
+        }
+    }
+    for (auto const& [code, source] : changed)
+    {
+        set(code, source, newestIfActive(code, source));
+    }
+}
+
+bool FaultState::isActiveRow(std::int64_t key, std::uint32_t code, source_t const& source)
+{
+    m_readRows.bind(1, key - 1).bind(2, std::int64_t(1));
+    bool const isThere = m_readRows.step() && m_readRows.integer(0) == key &&
+                         static_cast<std::uint32_t>(m_readRows.integer(1)) == code &&
+                         decodedText(m_readRows, 2) == source.first && decodedText(m_readRows, 3) == source.second &&
+                         decodedText(m_readRows, 4) == m_activeWord;
+    m_readRows.reset();
+    return isThere;
+}
+
+/// The key of the newest row of a triple, when that is active.
+std::optional<std::int64_t> FaultState::newestIfActive(std::uint32_t code, source_t const& source)
+{
+    BoundTable const& faults = m_faults.bound();
+    sqlite::Statement row = m_connection->prepare(
+        "SELECT " + faults.key() + ',' + rowColumns() + " FROM " + faults.name() + " WHERE " +
+        faults.column(FdbSqlFaultTbl::kFaultCodeColumn) + " = ?1 ORDER BY " + faults.key() + " DESC");
+    row.bind(1, static_cast<std::int64_t>(code));
+    while (row.step())
+    {
+        if (decodedText(row, 2) == source.first && decodedText(row, 3) == source.second)
+        {
+            return decodedText(row, 4) == m_activeWord ? std::optional(row.integer(0)) : std::nullopt;
+        }
+    }
+    return std::nullopt;
+}
+
+FaultStatistic& FaultState::statistic(std::uint32_t code)
+{
+    FaultStatistic& statistic = m_statistics[code];
+    statistic.FaultCode = static_cast<faultCode_t>(code);
+    return statistic;
+}
+
+void FaultState::writeStatistics()
+{
+    std::sort(m_touched.begin(), m_touched.end());
+    m_touched.erase(std::unique(m_touched.begin(), m_touched.end()), m_touched.end());
+    for (std::uint32_t const code : m_touched)
+    {
+        FaultStatistic& statistic = m_statistics[code];
+        m_statisticTable.record() = statistic;
+        if (statistic.EntryId == 0)
+        {
+            m_statisticTable.bound().bind(m_insertStatistic);
+            m_insertStatistic.run();
+            requireOneChange(*m_connection);
+            statistic.EntryId = static_cast<unsigned long long>(sqlite3_last_insert_rowid(m_connection->get()));
+        }
+        else
+        {
+            m_statisticTable.bound().bind(m_updateStatistic, static_cast<std::int64_t>(statistic.EntryId));
+            m_updateStatistic.run();
+            requireOneChange(*m_connection);
+        }
+    }
+    m_written.swap(m_touched);
+    m_touched.clear();
+}
+
+std::vector<FaultStatistic> FaultState::written() const
+{
+    std::vector<FaultStatistic> statistics;
+    for (std::uint32_t const code : m_written)
+    {
+        statistics.push_back(m_statistics.at(code));
+    }
+    return statistics;
+}
+
+bool FaultState::holds(std::vector<FaultStatistic> const& statistics)
+{
+    sqlite::Statement match = m_connection->prepare(m_statisticTable.bound().matchText());
+    for (FaultStatistic const& statistic : statistics)
+    {
+        m_statisticTable.record() = statistic;
+        m_statisticTable.bound().bind(match, static_cast<std::int64_t>(statistic.EntryId));
+        if (!match.step())
+        {
+            return false;
+        }
+        match.reset();
+    }
+    return true;
+}
+
+std::optional<std::int64_t> FaultState::activeKey(std::uint32_t code, sourceView_t const& source) const
+{
+    sources_t const& sources = activeSources(code);
+    auto const found = sources.find(source);
+    return found != sources.end() ? std::optional(found->second) : std::nullopt;
+}
+
+sources_t const& FaultState::activeSources(std::uint32_t code) const
+{
+    auto const found = m_active.find(code);
+    return found != m_active.end() ? found->second : m_none;
+}
+
+std::vector<std::int64_t> FaultState::neededKeys() const
+{
+    std::vector<std::int64_t> keys;
+    for (auto const& [code, statistic] : m_statistics)
+    {
+        if (statistic.FaultActive == FAULT_ACTIVE)
+        {
+            keys.push_back(static_cast<std::int64_t>(statistic.FaultEntryId));
+        }
+    }
+    for (auto const& [code, sources] : m_active)
+    {
+        for (auto const& [source, key] : sources)
+        {
+            keys.push_back(key);
+        }
+    }
+    std::sort(keys.begin(), keys.end());
+    return keys;
+}
+
+void FaultState::rowWritten(std::uint32_t code, sourceView_t const& source, bool isActive, std::int64_t key)
+{
+    if (m_areSourcesKnown)
+    {
+        set(code, source, isActive ? std::optional(key) : std::nullopt);
+        m_seenKey = key;
+    }
+}
+
+void FaultState::set(std::uint32_t code, sourceView_t const& source, std::optional<std::int64_t> key)
+{
+    sources_t& sources = m_active[code];
+    auto const found = sources.find(source);
+    if (m_areSourcesKnown)
+    {
+        m_changes.push_back(
+            {code, source_t(source), found != sources.end() ? std::optional(found->second) : std::nullopt});
+    }
+    if (!key && found != sources.end())
+    {
+        sources.erase(found);
+    }
+    else if (key && found != sources.end())
+    {
+        found->second = *key;
+    }
+    else if (key)
+    {
+        sources.emplace(source_t(source), *key);
+    }
+}
+
+unsigned int FaultState::lastStartup()
+{
+    BoundTable const& faults = m_faults.bound();
+    auto last = static_cast<unsigned int>(
+        m_connection->number("SELECT " + faults.column(FdbSqlFaultTbl::kRdbStartupIdColumn) + " FROM " + faults.name() +
+                             " ORDER BY " + faults.key() + " DESC LIMIT 1"));
+    for (auto const& [code, statistic] : m_statistics)
+    {
+        last = std::max(last, statistic.RdbStartupId);
+    }
+    return last;
+}
+
+unsigned long long FaultState::lastTimeStamp()
+{
+    BoundTable const& faults = m_faults.bound();
+    return static_cast<unsigned long long>(
+        m_connection->number("SELECT " + faults.column(FdbSqlFaultTbl::kTimeStampUtcColumn) + " FROM " + faults.name() +
+                             " ORDER BY " + faults.key() + " DESC LIMIT 1"));
+}
+
+void FaultState::committed()
+{
+    m_changes.clear();
+    m_written.clear();
+    m_seenKeyBefore = m_seenKey;
+}
+
+void FaultState::rolledBack()
+{
+    for (auto change = m_changes.rbegin(); change != m_changes.rend(); ++change)
+    {
+        sources_t& sources = m_active[change->code];
+        if (change->before)
+        {
+            sources[change->source] = *change->before;
+        }
+        else
+        {
+            sources.erase(change->source);
+        }
+    }
+    m_changes.clear();
+    m_seenKey = m_seenKeyBefore;
+    m_touched.clear();
+    m_written.clear();
+    m_seenVersion.reset();
+}
+
+} // namespace firaim

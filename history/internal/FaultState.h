@@ -1,0 +1,136 @@
+#pragma once
+
+#include <db/internal/Sqlite.h>
+#include <history/internal/Tables.h>
+
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace firaim
+{
+
+/// The module and the parameter of a fault; with its code they make a triple.
+using source_t = std::pair<std::string, std::string>;
+using sourceView_t = std::pair<std::string_view, std::string_view>;
+
+/// Compares sources without copying their texts.
+struct SourceLess
+{
+    using is_transparent = void;
+
+    template <class A, class B>
+    bool operator()(A const& a, B const& b) const
+    {
+        int const order = std::string_view(a.first).compare(b.first);
+        return order < 0 || (order == 0 && std::string_view(a.second) < std::string_view(b.second));
+    }
+};
+
+/// The active sources of one code, with the keys of the rows that made them so.
+using sources_t = std::map<source_t, std::int64_t, SourceLess>;
+
+/// Fails unless the statement that was run last has changed a row: a trigger of the file can pass over it.
+void requireOneChange(sqlite::Connection const& connection);
+
+/// What a recorder remembers of its file: the statistics, and which triples are active.
+///
+/// Everything that reads or writes is called inside a write transaction, before it has written rows of its own where it
+/// reads; `loadSources` may also be called outside. `committed` or `rolledBack` says what became of the transaction.
+class FaultState
+{
+public:
+    /// Compiles its statements; `connection` must stay until `disconnect`.
+    void connect(sqlite::Connection const& connection);
+    void disconnect();
+    /// Forgets what was read: it belongs to another file.
+    void forget();
+
+    /// Brings what is remembered up to what others have written.
+    void refresh();
+
+    /// Makes sure that the active triples are known. Called outside a transaction, it lets go of the file now and then,
+    /// as it may read all faults.
+    void loadSources();
+    bool areSourcesKnown() const { return m_areSourcesKnown; }
+
+    /// The statistic of a code; one with the key 0 where the file has none yet.
+    FaultStatistic& statistic(std::uint32_t code);
+    /// The statistic has been changed and is to be written.
+    void touch(std::uint32_t code) { m_touched.push_back(code); }
+    /// Writes the statistics that were touched.
+    void writeStatistics();
+    /// The statistics that this transaction has written.
+    std::vector<FaultStatistic> written() const;
+    /// Whether the file holds exactly these rows.
+    bool holds(std::vector<FaultStatistic> const& statistics);
+    /// All statistics by code.
+    std::map<std::uint32_t, FaultStatistic>& statistics() { return m_statistics; }
+
+    /// The key of the row that made a triple active; none when it is not active. The triples must be known.
+    std::optional<std::int64_t> activeKey(std::uint32_t code, sourceView_t const& source) const;
+    /// The active triples of a code. The triples must be known.
+    sources_t const& activeSources(std::uint32_t code) const;
+    bool isAnyActive(std::uint32_t code) const { return !activeSources(code).empty(); }
+    /// The keys of the rows that something active refers to, sorted. The triples must be known.
+    std::vector<std::int64_t> neededKeys() const;
+    /// A row with that key was written for a triple.
+    void rowWritten(std::uint32_t code, sourceView_t const& source, bool isActive, std::int64_t key);
+
+    /// The largest start-up id of the newest fault and the statistics.
+    unsigned int lastStartup();
+    /// The time stamp of the newest fault; 0 without one.
+    unsigned long long lastTimeStamp();
+
+    void committed();
+    void rolledBack();
+
+private:
+    static constexpr std::int64_t kBeforeAllKeys = std::numeric_limits<std::int64_t>::min();
+
+    struct change_t
+    {
+        std::uint32_t code;
+        source_t source;
+        std::optional<std::int64_t> before;
+    };
+
+    void forgetSources();
+    void readStatistics();
+    bool isLastSeenRowThere();
+    void readNewRows(std::optional<std::int64_t> rowLimit, bool& isAtEnd);
+    void verifySources();
+    void set(std::uint32_t code, sourceView_t const& source, std::optional<std::int64_t> key);
+    std::optional<std::int64_t> newestIfActive(std::uint32_t code, source_t const& source);
+    bool isActiveRow(std::int64_t key, std::uint32_t code, source_t const& source);
+    std::string rowColumns() const;
+
+    FaultTable m_faults;
+    StatisticTable m_statisticTable;
+    std::string m_activeWord; ///< of the status of a fault
+
+    sqlite::Connection const* m_connection = nullptr;
+    sqlite::Statement m_version;
+    sqlite::Statement m_readStatistics;
+    sqlite::Statement m_insertStatistic;
+    sqlite::Statement m_updateStatistic;
+    sqlite::Statement m_readRows;
+
+    std::optional<std::int64_t> m_seenVersion; ///< of the file, as SQLite counts what others write
+    std::map<std::uint32_t, FaultStatistic> m_statistics;
+    std::vector<std::uint32_t> m_touched;
+    std::vector<std::uint32_t> m_written; ///< codes of statistics
+    std::map<std::uint32_t, sources_t> m_active;
+    sources_t const m_none = {};
+    bool m_areSourcesKnown = false;
+    std::int64_t m_seenKey = kBeforeAllKeys;       ///< of the last row that `m_active` takes into account
+    std::int64_t m_seenKeyBefore = kBeforeAllKeys; ///< the same, before this transaction
+    std::vector<change_t> m_changes;               ///< of `m_active` in this transaction
+};
+
+} // namespace firaim

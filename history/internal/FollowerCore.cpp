@@ -1,0 +1,333 @@
+#include <history/internal/FollowerCore.h>
+
+#include <db/internal/ReadOnlyOpening.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace firaim
+{
+
+namespace
+{
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+/// For changes that the system does not tell of.
+constexpr milliseconds kPollInterval(2000);
+/// With a write-ahead log the system tells of a change before SQLite shows it: as late as the storage is slow.
+constexpr milliseconds kRestlessInterval(50);
+constexpr milliseconds kRestlessness(1000);
+/// Many changes in a row are looked at together.
+constexpr milliseconds kGathering(20);
+/// While a writer is at work.
+constexpr milliseconds kRetry(20);
+/// For a lock at each look: long enough to tell a working writer's journal from a crashed one's.
+constexpr milliseconds kPatience(500);
+
+ReaderOptions withPatience(ReaderOptions options, milliseconds patience)
+{
+    options.patience = patience;
+    return options;
+}
+
+} // namespace
+
+FaultFollower::Core::Core(std::string const& path, ReaderOptions const& options, FollowPosition const& position,
+                          FaultQuery const& query)
+    : m_path(path), m_options(options), m_filter(query), m_watch(path, options.isCancelled), m_position(position),
+      m_core(std::make_shared<ReaderCore>()), m_rows(m_core->rows(historyTable_t::FAULTS, FaultQuery::OLDEST_FIRST))
+{
+    // What has changed since then is told; why it cannot be read, the first look says.
+    if (reopen(options.patience) == HISTORY_OK)
+    {
+        m_core->connection().waitFor({kPatience, m_options.isCancelled});
+    }
+}
+
+int FaultFollower::Core::take(Fault& fault)
+{
+    for (;;)
+    {
+        while (m_rows.advance())
+        {
+            m_position.key = m_rows.key();
+            m_isHashDue = true;
+            Fault const& decoded = m_table.decode(m_rows.row());
+            if (m_filter.accepts(decoded))
+            {
+                fault = decoded;
+                return HISTORY_OK;
+            }
+        }
+        m_position = position();
+        m_isHashDue = false;
+        int const result = look();
+        m_wasBusy = result == HISTORY_BUSY;
+        if (result != HISTORY_OK)
+        {
+            return result;
+        }
+    }
+}
+
+/// Reads the rows behind the position. HISTORY_OK when there are any; else as `take`.
+int FaultFollower::Core::look()
+{
+    std::optional<fileIdentity_t> const identity = identityOf(m_path);
+    bool const isOther = !identity || m_core->identity() != *identity;
+    if (isOther)
+    {
+        m_watch.retarget();
+    }
+    // What is read as immutable shows no change to those who have it open.
+    bool const isImmutable = m_core->isOpen() && m_core->connection().access() == sqlite::Connection::IMMUTABLE;
+    if (!m_core->isOpen() || isOther || isImmutable)
+    {
+        int const result = reopen(kPatience);
+        if (result != HISTORY_OK)
+        {
+            return tellOnce(result, m_core->problem());
+        }
+    }
+    try
+    {
+        int const result = lookClosely();
+        m_told = HISTORY_OK;
+        return result;
+    }
+    catch (...)
+    {
+        int const result = m_core->fail();
+        std::string const problem = m_core->problem();
+        if (result != HISTORY_BUSY && result != HISTORY_CANCELLED)
+        {
+            drop(); // One was cut off, or the content is being replaced: another connection sees it afresh.
+        }
+        return tellOnce(result, problem);
+    }
+}
+
+int FaultFollower::Core::lookClosely()
+{
+    // Before the rows: what comes in between is looked at once more.
+    std::int64_t const version = m_core->connection().number("PRAGMA data_version");
+    if (m_version == version && !m_isMore)
+    {
+        return HISTORY_END;
+    }
+    RowCursor::State& rows = *m_rows.m_state;
+    // The row of the position, the largest key and the new rows in one moment: nothing can be removed in between.
+    sqlite::Transaction transaction(m_core->connection(), "BEGIN");
+    RowCursor::KeyRange range;
+    range.first = m_position.key.value_or(range.first);
+    rows.restart(range);
+    m_isMore = false;
+    try
+    {
+        rows.fetch();
+        m_isMore = !rows.isDone;
+    }
+    catch (sqlite::Error const&)
+    {
+        if (rows.batch.size() <= 1)
+        {
+            throw;
+        }
+        m_isMore = true; // What came before the damage is given first; the next look ends at it.
+    }
+    int const result = compare();
+    m_version = m_isMore ? std::nullopt : std::optional(version);
+    if (result != HISTORY_OK)
+    {
+        return result;
+    }
+    return rows.hasNext() ? HISTORY_OK : HISTORY_END;
+}
+
+/// Sees whether what was read goes on from the position, and leaves out the row that was given. HISTORY_OK or what has
+/// happened instead.
+int FaultFollower::Core::compare()
+{
+    RowCursor::State& rows = *m_rows.m_state;
+    fileIdentity_t const before = {m_position.device, m_position.inode};
+    bool const isOther = before != fileIdentity_t() && before != m_core->identity();
+    bool const isRowThere = m_position.key && rows.batch.size() > 0 && rows.batch.key(0) == *m_position.key;
+    std::optional<std::uint64_t> hash;
+    if (isRowThere)
+    {
+        hash = hashOf(rows.batch.row(0));
+    }
+    bool const isRowSame = hash && hash == m_position.rowHash;
+    if (isOther && !isRowSame)
+    {
+        return beginAnew("another file has got this name; following that");
+    }
+    if (m_position.key && !isRowSame && m_core->largestFaultKey() < *m_position.key)
+    {
+        return beginAnew("its content was replaced; following that"); // Keys only ever grow.
+    }
+    m_position.device = m_core->identity().device;
+    m_position.inode = m_core->identity().inode;
+    rows.at = isRowThere ? 1 : 0;
+    if (!m_position.rowHash || isRowSame)
+    {
+        return HISTORY_OK;
+    }
+    m_position.rowHash = hash;
+    return tell(HISTORY_ROWS_REMOVED, m_path + ": rows were removed, or changed, where it was followed");
+}
+
+int FaultFollower::Core::beginAnew(std::string const& reason)
+{
+    m_position = FollowPosition();
+    m_position.device = m_core->identity().device;
+    m_position.inode = m_core->identity().inode;
+    m_rows.m_state->restart({});
+    m_isMore = true;
+    m_statistics.clear();
+    m_statisticVersion.reset();
+    m_changed.clear();
+    return tell(HISTORY_FILE_REPLACED, m_path + ": " + reason);
+}
+
+int FaultFollower::Core::reopen(milliseconds patience)
+{
+    drop();
+    auto core = std::make_shared<ReaderCore>(m_path, withPatience(m_options, patience));
+    int const result = core->open();
+    m_core = core;
+    if (result == HISTORY_OK)
+    {
+        m_rows = m_core->rows(historyTable_t::FAULTS, FaultQuery::OLDEST_FIRST);
+        if (!m_areStatisticsKnown)
+        {
+            m_areStatisticsKnown = compareStatistics(false) == HISTORY_OK;
+        }
+    }
+    return result;
+}
+
+void FaultFollower::Core::drop()
+{
+    m_core = std::make_shared<ReaderCore>();
+    m_rows = m_core->rows(historyTable_t::FAULTS, FaultQuery::OLDEST_FIRST);
+    m_version.reset();
+    m_statisticVersion.reset();
+}
+
+int FaultFollower::Core::tell(int result, std::string const& problem)
+{
+    m_problem = problem;
+    return result;
+}
+
+/// As `tell`, unless it was just that which was told last. A lock and a wish to end pass, and are told every time.
+int FaultFollower::Core::tellOnce(int result, std::string const& problem)
+{
+    if (result == HISTORY_BUSY || result == HISTORY_CANCELLED)
+    {
+        return tell(result, problem);
+    }
+    if (result == m_told && problem == m_problem)
+    {
+        return HISTORY_END;
+    }
+    m_told = result;
+    return tell(result, problem);
+}
+
+int FaultFollower::Core::takeStatistic(FaultStatistic& statistic)
+{
+    if (m_changed.empty() && m_core->isOpen())
+    {
+        int const result = compareStatistics(true);
+        if (result != HISTORY_OK)
+        {
+            return tell(result, m_core->problem());
+        }
+    }
+    if (m_changed.empty())
+    {
+        return HISTORY_END;
+    }
+    statistic = m_changed.front();
+    m_changed.pop_front();
+    return HISTORY_OK;
+}
+
+/// Sees which statistics have changed. HISTORY_OK or below 0.
+int FaultFollower::Core::compareStatistics(bool isTold)
+{
+    std::int64_t version = 0;
+    try
+    {
+        version = m_core->connection().number("PRAGMA data_version");
+    }
+    catch (...)
+    {
+        return m_core->fail();
+    }
+    if (m_statisticVersion == version)
+    {
+        return HISTORY_OK;
+    }
+    RowCursor rows = m_core->rows(historyTable_t::STATISTICS, FaultQuery::OLDEST_FIRST);
+    int result = rows.next();
+    for (; result == HISTORY_OK; result = rows.next())
+    {
+        std::uint64_t const hash = hashOf(rows.row());
+        auto const [known, isNew] = m_statistics.emplace(rows.key(), hash);
+        if (isTold && (isNew || known->second != hash))
+        {
+            m_changed.push_back(m_core->statistics().decode(rows.row()));
+        }
+        known->second = hash;
+    }
+    if (result != HISTORY_END)
+    {
+        return result;
+    }
+    m_statisticVersion = version;
+    return HISTORY_OK;
+}
+
+bool FaultFollower::Core::hasMore() const
+{
+    // A file that was never looked at, unless something is in the way.
+    bool const isNew = !m_version && m_told == HISTORY_OK && !m_wasBusy;
+    return m_rows.m_state->hasNext() || !m_changed.empty() || m_isMore || isNew;
+}
+
+bool FaultFollower::Core::waitForChange(milliseconds longest)
+{
+    if (m_wasBusy)
+    {
+        m_watch.pause(std::min(longest, kRetry));
+        return true;
+    }
+    bool const isRestless = steady_clock::now() - m_lastEvent < kRestlessness;
+    if (!m_watch.wait(std::min(longest, isRestless ? kRestlessInterval : kPollInterval)))
+    {
+        return false;
+    }
+    if (m_core->isOpen() && readOnlyOpening::isInWalMode(m_core->connection()))
+    {
+        m_lastEvent = steady_clock::now();
+    }
+    m_watch.pause(std::min(longest, kGathering));
+    return true;
+}
+
+FollowPosition FaultFollower::Core::position() const
+{
+    FollowPosition position = m_position;
+    if (m_isHashDue)
+    {
+        position.rowHash = hashOf(m_rows.row());
+    }
+    return position;
+}
+
+} // namespace firaim

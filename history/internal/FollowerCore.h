@@ -1,0 +1,74 @@
+#pragma once
+
+#include <history/FaultFollower.h>
+#include <history/internal/FileWatch.h>
+#include <history/internal/QueryFilter.h>
+#include <history/internal/ReaderCore.h>
+#include <history/internal/RowCursorState.h>
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace firaim
+{
+
+/// What a follower does without waiting, apart from `waitForChange`.
+class FIRAIM_HIDDEN FaultFollower::Core
+{
+public:
+    Core(std::string const& path, ReaderOptions const& options, FollowPosition const& position,
+         FaultQuery const& query);
+
+    /// Results as of FaultFollower::next with no time to wait.
+    int take(Fault& fault);
+    int takeStatistic(FaultStatistic& statistic);
+
+    /// Whether another `take` is worth its while at once.
+    bool hasMore() const;
+    /// Waits until the file seems to have changed, and so long at the most; returns whether it has.
+    bool waitForChange(std::chrono::milliseconds longest);
+    bool isCancelled() const { return m_options.isCancelled != nullptr && m_options.isCancelled(); }
+
+    FollowPosition position() const;
+    RowCursor const& row() const { return m_rows; }
+    std::string const& problem() const { return m_problem; }
+
+private:
+    int look();
+    int lookClosely();
+    int compare();
+    int beginAnew(std::string const& reason);
+    int reopen(std::chrono::milliseconds patience);
+    void drop();
+    int tell(int result, std::string const& problem);
+    int tellOnce(int result, std::string const& problem);
+    int compareStatistics(bool isTold);
+
+    std::string const m_path;
+    ReaderOptions const m_options;
+    QueryFilter const m_filter;
+    FileWatch m_watch;
+    FollowPosition m_position; ///< its hash is not that of its row while `m_isHashDue`
+    bool m_isHashDue = false;  ///< the row of the position is the present one of `m_rows`
+    std::shared_ptr<ReaderCore> m_core;
+    RowCursor m_rows;
+    FaultTable m_table;
+    std::optional<std::int64_t> m_version; ///< of the file, as SQLite counts what others write, when all was read
+    bool m_isMore = false;                 ///< behind the batch
+    bool m_wasBusy = false;                ///< a writer was at work when the file was looked at last
+    std::chrono::steady_clock::time_point m_lastEvent; ///< when the system last told of a change in a log
+
+    std::map<std::int64_t, std::uint64_t> m_statistics; ///< hashes by key, as they were last
+    std::optional<std::int64_t> m_statisticVersion;     ///< as `m_version`
+    bool m_areStatisticsKnown = false;
+    std::deque<FaultStatistic> m_changed;
+
+    int m_told = HISTORY_OK; ///< why the file cannot be looked at, as last said
+    std::string m_problem;
+};
+
+} // namespace firaim

@@ -1,0 +1,436 @@
+#include <history/internal/GroupWriter.h>
+
+#include <history/internal/Failure.h>
+#include <history/internal/RecorderFile.h>
+#include <history/internal/SetAside.h>
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+#include <sys/stat.h>
+#include <time.h>
+
+namespace firaim
+{
+
+namespace
+{
+
+/// Instructions of SQLite's machine between two looks at the clock: some hundred microseconds.
+constexpr int kInstructionsPerLook = 10000;
+/// How long the processor may work on one group. Only triggers that the file brings along take that long.
+constexpr std::chrono::seconds kLongestWork(5);
+constexpr int kDamagesToBelieve = 2;
+
+std::chrono::nanoseconds processorTime()
+{
+    timespec time = {};
+    static_cast<void>(clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time)); // Every Linux has this clock.
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+/// Whether `error` is about the storage or the whole file; another request would meet it as well.
+bool concernsAll(sqlite::Error const& error)
+{
+    switch (error.kind())
+    {
+    case SQLITE_CONSTRAINT:
+    case SQLITE_TOOBIG:
+    case SQLITE_ERROR:
+    case SQLITE_MISMATCH:
+    case SQLITE_INTERRUPT: // Its trigger takes too long.
+        return false;
+    default:
+        return true;
+    }
+}
+
+} // namespace
+
+GroupWriter::GroupWriter(std::string path, RecorderOptions const& options)
+    : m_path(std::move(path)), m_options(options), m_rows(m_options)
+{
+}
+
+GroupWriter::~GroupWriter()
+{
+    disconnect();
+}
+
+void GroupWriter::open(patience_t patience)
+{
+    static_cast<void>(connect(patience));
+}
+
+/// Opens the file. Damage counts as such when it is seen twice: once it may be a mishap of reading. Returns whether the
+/// file has been set aside and holds nothing of before.
+bool GroupWriter::connect(patience_t patience)
+{
+    sqlite::Waiting const waiting = {patience, m_options.isCancelled};
+    bool isAnew = false;
+    bool isMended = !m_options.setAsideCode; // Or is not to be.
+    while (!m_connection)
+    {
+        try
+        {
+            if (m_damagesSeen >= kDamagesToBelieve && !isMended)
+            {
+                m_damagesSeen = 0;
+                isMended = true;
+                isAnew = setAsideNow(waiting);
+            }
+            connectOnce(waiting);
+        }
+        catch (sqlite::Error const& error)
+        {
+            disconnect();
+            Failure const failure(m_path, error);
+            noteDamage(failure.result(), error.what());
+            if (!isDamage(error) || (m_damagesSeen >= kDamagesToBelieve && isMended))
+            {
+                m_damagesSeen = 0; // The next call looks twice again.
+                throw failure;
+            }
+        }
+        catch (std::exception const&) // Failure, or a lack of memory.
+        {
+            disconnect();
+            throw;
+        }
+    }
+    return isAnew;
+}
+
+void GroupWriter::noteDamage(int result, std::string const& damage)
+{
+    if (result == HISTORY_DAMAGED)
+    {
+        ++m_damagesSeen;
+        m_damage = damage;
+    }
+}
+
+void GroupWriter::connectOnce(sqlite::Waiting const& waiting)
+{
+    m_connection.emplace(openForRecording(m_path, waiting));
+    m_isPruningTooSlow = false;
+    // What was read from another file of that name is of no use.
+    struct stat status = {};
+    bool const isSame = stat(m_path.c_str(), &status) == 0 && status.st_dev == m_device && status.st_ino == m_inode;
+    m_device = status.st_dev;
+    m_inode = status.st_ino;
+    if (!isSame)
+    {
+        m_rows.forget();
+    }
+    sqlite3_progress_handler(m_connection->get(), kInstructionsPerLook, onProgress, this);
+    m_begin = m_connection->prepare("BEGIN IMMEDIATE");
+    m_commit = m_connection->prepare("COMMIT");
+    m_rows.connect(*m_connection);
+}
+
+/// Makes a new file of the damaged one, whose first row tells why; returns whether there was a need.
+bool GroupWriter::setAsideNow(sqlite::Waiting const& waiting)
+{
+    m_rows.forget();
+    bool const isAnew = setAside(m_path, m_damage, waiting,
+                                 [this](sqlite::Connection const& connection, std::string const& text)
+                                 { recordIncident(connection, text); });
+    m_rows.forget();
+    return isAnew;
+}
+
+void GroupWriter::recordIncident(sqlite::Connection const& connection, std::string const& text)
+{
+    FaultEvent event;
+    event.code = *m_options.setAsideCode;
+    event.description = text;
+    Request request;
+    request.event = &event;
+    request.takeMoment();
+    try
+    {
+        m_rows.connect(connection);
+        sqlite::Transaction transaction(connection, "BEGIN");
+        m_rows.write({&request});
+        transaction.commit();
+    }
+    catch (std::exception const&)
+    {
+        m_rows.disconnect(); // The connection goes first otherwise.
+        m_rows.rolledBack();
+        throw;
+    }
+    m_rows.disconnect();
+    m_rows.committed();
+}
+
+void GroupWriter::disconnect()
+{
+    m_rows.disconnect();
+    m_begin = {};
+    m_commit = {};
+    m_connection.reset();
+}
+
+void GroupWriter::waitFor(patience_t patience) const
+{
+    m_connection->waitFor({std::max(patience, patience_t(0)), m_options.isCancelled});
+}
+
+void GroupWriter::begin(patience_t patience, bool needsSources)
+{
+    if (m_connection && m_connection->isInTransaction())
+    {
+        disconnect(); // Rolling back has failed.
+    }
+    if (!m_connection)
+    {
+        static_cast<void>(connect(patience));
+    }
+    try
+    {
+        waitFor(patience);
+        if (needsSources)
+        {
+            m_rows.loadSources();
+        }
+        m_begin.run();
+    }
+    catch (sqlite::Error const& error)
+    {
+        Failure const failure(m_path, error);
+        noteDamage(failure.result(), error.what());
+        if (failure.result() != HISTORY_BUSY)
+        {
+            disconnect(); // Another try begins with another look at the file.
+        }
+        throw failure;
+    }
+}
+
+int GroupWriter::onProgress(void* self)
+{
+    auto const* const writer = static_cast<GroupWriter*>(self);
+    if (!writer->m_isWriting)
+    {
+        return writer->m_options.isCancelled != nullptr && writer->m_options.isCancelled() ? 1 : 0;
+    }
+    return processorTime() - writer->m_writeBegin > kLongestWork ? 1 : 0;
+}
+
+void GroupWriter::write(std::vector<Request*> const& group, patience_t patience)
+{
+    try
+    {
+        tryToWrite(group, patience);
+    }
+    catch (std::bad_alloc const&)
+    {
+        // Memory was short for dealing with a failure, too. Closing rolls back.
+        disconnect();
+        m_rows.forget();
+        m_isWriting = false;
+        m_isPruning = false;
+        for (Request* const request : group)
+        {
+            failWithoutMemory(*request, m_isCommitting ? HISTORY_UNKNOWN : HISTORY_FAILED);
+        }
+    }
+    m_isCommitting = false;
+}
+
+void GroupWriter::failWithoutMemory(Request& request, int result) const
+{
+    request.receipt = {result, 0};
+    request.keys.clear();
+    keep(request.problem, m_path, "out of memory");
+}
+
+void GroupWriter::tryToWrite(std::vector<Request*> const& group, patience_t patience)
+{
+    try
+    {
+        waitFor(patience);
+        writeTogether(group);
+    }
+    catch (sqlite::Error const& error)
+    {
+        bool const wasPruning = m_isPruning;
+        rollBack();
+        if (wasPruning)
+        {
+            m_isPruningTooSlow = error.kind() == SQLITE_INTERRUPT;
+            writeWithoutPruning(group, patience);
+        }
+        else if (error.kind() == SQLITE_INTERRUPT && group.size() == 1)
+        {
+            fail(group, Failure(HISTORY_FAILED, m_path + ": a trigger in the file takes too long"));
+            group.front()->isRefusedByFile = true;
+        }
+        else if (concernsAll(error) || group.size() == 1)
+        {
+            Failure const failure(m_path, error);
+            noteDamage(failure.result(), error.what());
+            fail(group, failure);
+            group.front()->isRefusedByFile = !concernsAll(error);
+        }
+        else
+        {
+            writeEachAlone(group, patience);
+        }
+    }
+    catch (std::bad_alloc const&)
+    {
+        if (m_isCommitting)
+        {
+            throw;
+        }
+        bool const wasPruning = m_isPruning;
+        rollBack();
+        if (wasPruning)
+        {
+            writeWithoutPruning(group, patience);
+            return;
+        }
+        fail(group, Failure(HISTORY_FAILED, m_path + ": out of memory"));
+    }
+}
+
+/// Pruning has ended the transaction; it must not keep the group from being stored.
+void GroupWriter::writeWithoutPruning(std::vector<Request*> const& group, patience_t patience)
+{
+    m_isPruningOff = true;
+    try
+    {
+        begin(patience, false);
+        write(group, patience);
+    }
+    catch (Failure const& failure)
+    {
+        fail(group, failure);
+    }
+    m_isPruningOff = false;
+}
+
+/// One of the group cannot be stored; it must not keep the others from it.
+void GroupWriter::writeEachAlone(std::vector<Request*> const& group, patience_t patience)
+{
+    std::vector<Request*> single(1);
+    for (Request* const request : group)
+    {
+        single.front() = request;
+        try
+        {
+            begin(patience, false);
+        }
+        catch (Failure const& failure)
+        {
+            fail(single, failure);
+            continue;
+        }
+        catch (std::bad_alloc const&)
+        {
+            failWithoutMemory(*request, HISTORY_FAILED);
+            continue;
+        }
+        write(single, patience);
+    }
+}
+
+void GroupWriter::writeTogether(std::vector<Request*> const& group)
+{
+    m_writeBegin = processorTime();
+    m_isWriting = true;
+    m_rows.write(group);
+    if (!m_isPruningOff && !m_isPruningTooSlow)
+    {
+        m_isPruning = true;
+        m_rows.prune();
+        m_isPruning = false;
+    }
+    m_isWriting = false;
+    commit(group);
+}
+
+void GroupWriter::commit(std::vector<Request*> const& group)
+{
+    m_isCommitting = true;
+    try
+    {
+        m_commit.run();
+    }
+    catch (sqlite::Error const& error)
+    {
+        if (error.kind() == SQLITE_BUSY && m_connection->isInTransaction())
+        {
+            m_isCommitting = false;
+            throw; // It has not begun.
+        }
+        settle(group, error);
+        return;
+    }
+    m_rows.committed();
+    m_damagesSeen = 0;
+}
+
+/// After a commit that failed: what the file says decides. Storage that fails in the last steps of a commit may have
+/// stored it.
+void GroupWriter::settle(std::vector<Request*> const& group, sqlite::Error const& error)
+{
+    Failure const failure(m_path, error);
+    noteDamage(failure.result(), error.what());
+    RowWriter::outcome_t outcome = m_rows.outcome();
+    rollBack();
+    disconnect();
+    try
+    {
+        bool const isAnew = connect(lockWait::kPatience);
+        if (!isAnew && m_rows.isStored(outcome))
+        {
+            m_rows.foundStored(std::move(outcome));
+            return;
+        }
+        fail(group, failure);
+    }
+    catch (std::exception const& problem)
+    {
+        disconnect();
+        for (Request* const request : group)
+        {
+            request->doubtfulKey = request->keys.empty() ? 0 : static_cast<std::int64_t>(request->keys.front());
+        }
+        fail(group, Failure(HISTORY_UNKNOWN,
+                            failure.text() + "; and whether it was stored cannot be read: " + problem.what()));
+    }
+}
+
+void GroupWriter::rollBack()
+{
+    m_isWriting = false;
+    m_isPruning = false;
+    m_rows.rolledBack();
+    // After some failures SQLite has rolled back on its own. Where rolling back fails, the next connection does it.
+    if (m_connection && m_connection->isInTransaction() &&
+        sqlite3_exec(m_connection->get(), "ROLLBACK", nullptr, nullptr, nullptr) != SQLITE_OK)
+    {
+        disconnect();
+    }
+}
+
+void GroupWriter::fail(std::vector<Request*> const& group, Failure const& failure)
+{
+    for (Request* const request : group)
+    {
+        request->receipt = {failure.result(), 0};
+        request->keys.clear();
+        keep(request->problem, failure.text());
+    }
+    if (failure.result() == HISTORY_FAILED || failure.result() == HISTORY_DAMAGED)
+    {
+        disconnect(); // Another try begins with another look at the file.
+    }
+}
+
+} // namespace firaim

@@ -1,0 +1,313 @@
+#include <history/internal/RecorderFile.h>
+
+#include <db/internal/ConnectionSettings.h>
+#include <db/internal/Folder.h>
+#include <history/internal/Failure.h>
+#include <history/internal/SetAside.h>
+#include <history/internal/Tables.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace firaim
+{
+
+namespace
+{
+
+constexpr char kJournalSuffix[] = "-journal";
+constexpr char kLogSuffix[] = "-wal";
+
+/// What has the name of the file.
+enum class found_t
+{
+    NOTHING,
+    EMPTY_FILE,
+    FILE_WITH_CONTENT
+};
+
+[[noreturn]] void refusePath(std::string const& path, char const* reason)
+{
+    throw Failure(HISTORY_BAD_PATH, path + ": " + reason);
+}
+
+[[noreturn]] void failWithErrno(std::string const& path, char const* action)
+{
+    throw Failure(HISTORY_FAILED, path + ": " + action + ": " + std::strerror(errno));
+}
+
+found_t lookAtPath(std::string const& path)
+{
+    if (path.empty() || path.find('\0') != std::string::npos)
+    {
+        refusePath(path, "is no name of a file");
+    }
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0)
+    {
+        bool const isThere = errno == ENOENT && lstat(path.c_str(), &status) == 0;
+        if (errno == ELOOP || (isThere && S_ISLNK(status.st_mode)))
+        {
+            refusePath(path, "is a link to a file that is not there");
+        }
+        if (isThere)
+        {
+            return lookAtPath(path); // Another process has created it meanwhile.
+        }
+        if (errno != ENOENT)
+        {
+            failWithErrno(path, "cannot be looked at");
+        }
+        return found_t::NOTHING;
+    }
+    if (!S_ISREG(status.st_mode))
+    {
+        refusePath(path, S_ISDIR(status.st_mode) ? "is a folder" : "is no regular file");
+    }
+    if (faccessat(AT_FDCWD, path.c_str(), R_OK | W_OK, AT_EACCESS) != 0)
+    {
+        failWithErrno(path, "cannot be read and written");
+    }
+    if (status.st_size == 1)
+    {
+        throw Failure(HISTORY_DAMAGED, path + ": is no database"); // SQLite takes such a file for an empty one.
+    }
+    return status.st_size == 0 ? found_t::EMPTY_FILE : found_t::FILE_WITH_CONTENT;
+}
+
+struct tables_t
+{
+    FaultTable fault;
+    StatisticTable statistic;
+    VersionTable version;
+
+    /// In the order in which they are created.
+    std::array<BoundTable const*, 3> all() const { return {&fault.bound(), &statistic.bound(), &version.bound()}; }
+};
+
+/// Whether the journal at `path` holds more than an empty header.
+bool holdsSomething(std::string const& path)
+{
+    int const descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    char first = 0;
+    bool const isRead = descriptor >= 0 && pread(descriptor, &first, 1, 0) == 1;
+    if (descriptor >= 0)
+    {
+        static_cast<void>(close(descriptor)); // Nothing was written through it, and a journal is never locked.
+    }
+    return isRead && first != 0;
+}
+
+/// Copies what lies beside a file that is missing or empty, and that SQLite would delete: it takes it for the remains
+/// of a database that is gone. The journal of another process that creates the database just now is there for moments
+/// only.
+void copyRemains(std::string const& path)
+{
+    constexpr std::chrono::milliseconds kPatienceWithCreator(500);
+    constexpr int kPauseMs = 5;
+    std::string const file = folder::withoutLinks(path);
+    auto const end = std::chrono::steady_clock::now() + kPatienceWithCreator;
+    while (holdsSomething(file + kJournalSuffix) && std::chrono::steady_clock::now() < end)
+    {
+        static_cast<void>(sqlite3_sleep(kPauseMs));
+        if (lookAtPath(path) == found_t::FILE_WITH_CONTENT)
+        {
+            return;
+        }
+    }
+    copyAside(file + kJournalSuffix);
+    copyAside(file + kLogSuffix);
+}
+
+/// How much of a fault database the content of a file is.
+enum class content_t
+{
+    NOTHING,    ///< of a new file
+    UNFINISHED, ///< some of the tables, without a row: its creation was cut off
+    WHOLE
+};
+
+bool hasRow(sqlite::Connection const& connection, std::string const& table)
+{
+    return connection.number("SELECT EXISTS(SELECT 1 FROM " + table + ")") != 0;
+}
+
+/// Whether the file holds nothing but tables of ours, as we write them, and no row.
+bool isUnfinished(sqlite::Connection const& connection, tables_t const& tables)
+{
+    sqlite::Statement object =
+        connection.prepare("SELECT name, sql FROM sqlite_master WHERE name NOT LIKE 'sqlite\\_%' ESCAPE '\\'");
+    while (object.step())
+    {
+        bool isOurs = false;
+        for (BoundTable const* const table : tables.all())
+        {
+            isOurs = isOurs || (object.text(0) == table->name() && object.text(1) == table->createText());
+        }
+        if (!isOurs || hasRow(connection, std::string(object.text(0))))
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool isTable(sqlite::Connection const& connection, std::string const& name)
+{
+    // The rows of a view or of a virtual table come from wherever the file says.
+    sqlite::Statement statement =
+        connection.prepare("SELECT 1 FROM sqlite_master WHERE name = ?1 AND type = 'table' AND rootpage > 0");
+    return statement.bind(1, name).step();
+}
+
+/// Rows are read and written by the places of their cells.
+bool hasColumns(sqlite::Connection const& connection, BoundTable const& table)
+{
+    sqlite::Statement found = connection.prepare("SELECT name FROM pragma_table_xinfo(?1) ORDER BY cid");
+    found.bind(1, table.name());
+    for (std::size_t id = 0; id < table.columnCount(); ++id)
+    {
+        if (!found.step() || found.text(0) != table.column(id))
+        {
+            return false;
+        }
+    }
+    return !found.step();
+}
+
+[[noreturn]] void refuseFile(std::string const& path, std::string const& reason)
+{
+    throw Failure(HISTORY_FOREIGN_FILE, path + ": no fault database: " + reason);
+}
+
+content_t lookAtContent(std::string const& path, sqlite::Connection const& connection, tables_t const& tables)
+{
+    if (connection.number("SELECT count(*) FROM sqlite_master") == 0)
+    {
+        if (connection.number("PRAGMA application_id") != 0 || connection.number("PRAGMA user_version") != 0)
+        {
+            refuseFile(path, "another program has begun it");
+        }
+        return content_t::NOTHING;
+    }
+    if (isUnfinished(connection, tables))
+    {
+        return content_t::UNFINISHED;
+    }
+    for (BoundTable const* const table : tables.all())
+    {
+        if (!isTable(connection, table->name()))
+        {
+            refuseFile(path, "it has no table " + table->name());
+        }
+        if (!hasColumns(connection, *table))
+        {
+            refuseFile(path, table->name() + " has not the columns of the file format, in their order; 'firaim check' "
+                                             "tells more");
+        }
+    }
+    return content_t::WHOLE;
+}
+
+void requireVersion(std::string const& path, sqlite::Connection const& connection, VersionTable const& versions)
+{
+    BoundTable const& table = versions.bound();
+    sqlite::Statement row = connection.prepare(
+        "SELECT " + table.column(FdbSqlVersionTbl::kVersionColumn) + " FROM " + table.name() + " WHERE " +
+        table.column(FdbSqlVersionTbl::kComponentColumn) + " LIKE '" + FdbSqlVersionTbl::kFormatVersionComponent + "'");
+    std::string const found = row.step() ? std::string(row.text(0)) : "missing";
+    bool const isOnlyOne = !row.step();
+    if (!isOnlyOne || found != FdbSqlVersionTbl::kFormatVersion)
+    {
+        throw Failure(HISTORY_VERSION_MISMATCH, path + ": format version " + (isOnlyOne ? found : "not the only one") +
+                                                    "; only files of version " + FdbSqlVersionTbl::kFormatVersion +
+                                                    " are written to");
+    }
+}
+
+void require(sqlite::Connection const& connection, int code)
+{
+    if (code != SQLITE_OK)
+    {
+        throw sqlite::Error(connection.get(), code);
+    }
+}
+
+/// Makes sure that the file is a fault database; creates its content where it has none.
+void prepareContent(std::string const& path, sqlite::Connection const& connection)
+{
+    tables_t const tables;
+    if (lookAtContent(path, connection, tables) != content_t::WHOLE)
+    {
+        sqlite::Transaction transaction(connection, "BEGIN EXCLUSIVE");
+        // Another process may have been faster.
+        if (lookAtContent(path, connection, tables) != content_t::WHOLE)
+        {
+            createContent(connection);
+            transaction.commit();
+            // SQLite has synchronised the folder for its journal, but that is nowhere promised.
+            static_cast<void>(folder::synchroniseFolderOf(path));
+        }
+    }
+    requireVersion(path, connection, tables.version);
+}
+
+} // namespace
+
+void createContent(sqlite::Connection const& connection)
+{
+    tables_t tables;
+    for (BoundTable const* const table : tables.all())
+    {
+        if (!isTable(connection, table->name()))
+        {
+            connection.run(table->createText());
+        }
+    }
+    FdbVersion& version = tables.version.record();
+    version.Component = FdbSqlVersionTbl::kFormatVersionComponent;
+    version.Version = FdbSqlVersionTbl::kFormatVersion;
+    sqlite::Statement insert = connection.prepare(tables.version.bound().insertText());
+    tables.version.bound().bind(insert);
+    insert.run();
+}
+
+sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting const& waiting)
+{
+    if (lookAtPath(path) != found_t::FILE_WITH_CONTENT)
+    {
+        copyRemains(path);
+    }
+    sqlite::Connection connection(path, sqlite::Connection::CREATE, waiting);
+    // Before anything is read, so that waiting for others is over when the settings ask the file.
+    static_cast<void>(connection.number("PRAGMA schema_version"));
+    require(connection, connectionSettings::makeDurable(connection.get()));
+    require(connection, connectionSettings::limitJournal(connection.get()));
+    prepareContent(path, connection);
+    return connection;
+}
+
+bool isSound(sqlite::Connection const& connection)
+{
+    try
+    {
+        sqlite::Statement check = connection.prepare("PRAGMA quick_check(1)");
+        return check.step() && check.text(0) == "ok";
+    }
+    catch (sqlite::Error const& error)
+    {
+        if (!isDamage(error))
+        {
+            throw;
+        }
+        return false;
+    }
+}
+
+} // namespace firaim

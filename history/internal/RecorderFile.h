@@ -1,0 +1,21 @@
+#pragma once
+
+#include <db/internal/Sqlite.h>
+
+#include <string>
+
+namespace firaim
+{
+
+/// Opens the fault database at `path` for recording, as FaultRecorder::open promises, and creates it where there is
+/// none. Throws Failure or sqlite::Error.
+sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting const& waiting);
+
+/// Creates the tables that are missing, and the version row. Throws sqlite::Error.
+void createContent(sqlite::Connection const& connection);
+
+/// Whether all that the file holds can be read. Throws sqlite::Error when something else than the content keeps it from
+/// being read.
+bool isSound(sqlite::Connection const& connection);
+
+} // namespace firaim

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <history/FaultRecorder.h>
+#include <history/internal/FaultState.h>
+#include <history/internal/Mutex.h>
+#include <history/internal/Storms.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace firaim
+{
+
+/// A call of a recorder, which waits for its requests.
+struct Call
+{
+    Condition changed; ///< tells it to look again
+    Condition::time_t deadline;
+    std::size_t undone = 0; ///< requests
+};
+
+/// What one call asks of a recorder, and what becomes of it. It belongs to the call.
+struct Request
+{
+    enum kind_t
+    {
+        RECORD,
+        RAISE,
+        CLEAR,
+        CLEAR_CODE,
+        END_CYCLE,
+        STORM ///< what was counted of one, and its row once it is over
+    };
+
+    enum phase_t
+    {
+        WAITING,
+        TAKEN, ///< part of the group that is being written
+        DONE
+    };
+
+    kind_t kind = RECORD;
+    FaultEvent const* event = nullptr;       ///< null for END_CYCLE
+    Storms::report_t const* storm = nullptr; ///< of a STORM
+    std::int64_t now = 0;                    ///< moment of the call, in milliseconds since 1970 UTC
+    unsigned int upTime = 0;                 ///< seconds since the machine's start
+    std::vector<source_t> sources;           ///< those that a CLEAR_CODE ends
+    std::string description;                 ///< of the row that a STORM gets
+
+    Receipt receipt;
+    std::vector<unsigned long long> keys; ///< of the rows that were written
+    std::string problem;                  ///< why it failed
+    std::int64_t doubtfulKey = 0;         ///< of its row, when an earlier commit of it has failed without telling how
+    bool isRefusedByFile = false;         ///< it failed alone, by a rule or a trigger of the file
+
+    phase_t phase = WAITING;
+    Call* call = nullptr;
+
+    /// Sets the moment of the call.
+    void takeMoment();
+    /// About how many bytes it adds to a transaction.
+    std::size_t size() const;
+    /// Whether it can only be decided when the active triples are known.
+    bool needsSources() const;
+};
+
+} // namespace firaim

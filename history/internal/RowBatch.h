@@ -1,0 +1,64 @@
+#pragma once
+
+#include <db/internal/Sqlite.h>
+#include <history/RowCursor.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace firaim
+{
+
+/// One cell that was taken from the file.
+struct cell_t
+{
+    RowCursor::cellType_t type = RowCursor::CELL_NULL;
+    std::uint32_t size = 0;  ///< of a text or blob, and of the text of a real
+    std::size_t offset = 0;  ///< of these bytes in the batch; a zero byte follows them
+    std::int64_t number = 0; ///< of an integer; of a blob, the offset of the text that SQLite makes of it
+    double real = 0;
+};
+
+/// A row of a batch; valid until the batch changes.
+struct rowView_t
+{
+    cell_t const* cells;
+    std::size_t count;
+    char const* bytes;
+
+    std::string_view bytesOf(cell_t const& cell) const { return {bytes + cell.offset, cell.size}; }
+};
+
+/// Rows in memory, so that the file is not locked while somebody works with them.
+class RowBatch
+{
+public:
+    /// `columns` is the number of cells in a row.
+    explicit RowBatch(std::size_t columns) : m_columns(columns) {}
+
+    void clear();
+    /// Adds the row that `statement` stands on; its key is in the column after the cells.
+    void append(sqlite::Statement const& statement);
+
+    std::size_t size() const { return m_keys.size(); }
+    /// About how much memory the rows take.
+    std::size_t byteCount() const { return m_bytes.size() + m_cells.size() * sizeof(cell_t); }
+    std::int64_t key(std::size_t row) const { return m_keys[row]; }
+    rowView_t row(std::size_t row) const { return {&m_cells[row * m_columns], m_columns, m_bytes.data()}; }
+
+private:
+    std::size_t keep(std::string_view bytes);
+
+    std::size_t m_columns;
+    std::vector<cell_t> m_cells;
+    std::vector<std::int64_t> m_keys;
+    std::string m_bytes;
+};
+
+/// A hash of the types and contents of all cells, the same on every machine: FNV-1a, 64 bits.
+std::uint64_t hashOf(rowView_t const& row);
+
+} // namespace firaim

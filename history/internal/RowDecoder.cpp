@@ -1,0 +1,131 @@
+#include <history/internal/RowDecoder.h>
+
+#include <fdb/records/Fault.h>
+#include <fdb/records/FaultStatistic.h>
+#include <fdb/records/FdbVersion.h>
+
+#include <array>
+#include <cstring>
+#include <limits>
+
+namespace firaim
+{
+
+namespace
+{
+
+/// As many columns as the widest table has.
+constexpr std::size_t kMostColumns = 16;
+
+/// Sets the number from a cell that holds one of its width; returns whether it does.
+template <class Integer>
+bool setNumber(cell_t const& cell, void* value)
+{
+    // A NULL is read as 0, without a report.
+    if (cell.type != RowCursor::CELL_INTEGER && cell.type != RowCursor::CELL_NULL)
+    {
+        return false;
+    }
+    if (cell.number < 0 || static_cast<std::uint64_t>(cell.number) > std::uint64_t{std::numeric_limits<Integer>::max()})
+    {
+        return false;
+    }
+    // The object may be an enumeration of that width.
+    auto const number = static_cast<Integer>(cell.number);
+    std::memcpy(value, &number, sizeof number);
+    return true;
+}
+
+bool setText(rowView_t const& row, cell_t const& cell, std::string& text)
+{
+    if (cell.type != RowCursor::CELL_TEXT)
+    {
+        return false;
+    }
+    text = row.bytes + cell.offset; // Up to the first zero byte.
+    return true;
+}
+
+/// Decodes a cell that is as the library writes it, without the detour over texts; returns whether it is.
+template <class T>
+bool decodeSoundCell(SqlTbl<T> const& tbl, typename SqlTbl<T>::column_t const& column, rowView_t const& row)
+{
+    cell_t const& cell = row.cells[column.id];
+    switch (column.type)
+    {
+    case SqlTbl<T>::COLUMN_TYPE_UINT64:
+        return setNumber<unsigned long long>(cell, column.value);
+    case SqlTbl<T>::COLUMN_TYPE_UINT32:
+        return setNumber<unsigned int>(cell, column.value);
+    case SqlTbl<T>::COLUMN_TYPE_UINT16:
+        return setNumber<unsigned short>(cell, column.value);
+    case SqlTbl<T>::COLUMN_TYPE_STRING:
+        return setText(row, cell, *static_cast<std::string*>(column.value));
+    default:
+        if (cell.type != RowCursor::CELL_TEXT)
+        {
+            return false;
+        }
+        tbl.convertValueFromStr(column.type, row.bytes + cell.offset, column.value);
+        return true;
+    }
+}
+
+/// Every cell as the text that SQLite makes of it.
+class CellTexts
+{
+public:
+    explicit CellTexts(rowView_t const& row)
+    {
+        for (std::size_t id = 0; id < row.count; ++id)
+        {
+            // The library's decoding takes cells that may be changed, and changes none.
+            m_cells[id] = const_cast<char*>(textOf(row, row.cells[id], m_digits[id]));
+        }
+    }
+
+    char** cells() { return m_cells.data(); }
+
+private:
+    static char const* textOf(rowView_t const& row, cell_t const& cell, std::string& digits)
+    {
+        switch (cell.type)
+        {
+        case RowCursor::CELL_NULL:
+            return nullptr;
+        case RowCursor::CELL_INTEGER:
+            digits = std::to_string(cell.number);
+            return digits.c_str();
+        case RowCursor::CELL_BLOB:
+            return row.bytes + cell.number;
+        default:
+            return row.bytes + cell.offset;
+        }
+    }
+
+    std::array<std::string, kMostColumns> m_digits;
+    std::array<char*, kMostColumns> m_cells = {};
+};
+
+} // namespace
+
+template <class T>
+T const& decodeRow(SqlTbl<T>& tbl, rowView_t const& row)
+{
+    for (auto const& [id, column] : tbl.m_columns)
+    {
+        if (!decodeSoundCell(tbl, column, row))
+        {
+            // The library's own decoding decides.
+            static_cast<void>(tbl.setDatafromSqlResult(CellTexts(row).cells()));
+            break;
+        }
+    }
+    return tbl.m_record;
+}
+
+template Fault const& decodeRow(SqlTbl<Fault>&, rowView_t const&);
+template FaultStatistic const& decodeRow(SqlTbl<FaultStatistic>&, rowView_t const&);
+template FdbVersion const& decodeRow(SqlTbl<FdbVersion>&, rowView_t const&);
+
+} // namespace firaim

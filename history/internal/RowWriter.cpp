@@ -1,0 +1,411 @@
+#include <history/internal/RowWriter.h>
+
+#include <db/FaultCode.h>
+
+#include <algorithm>
+#include <limits>
+#include <sstream>
+
+namespace firaim
+{
+
+namespace
+{
+
+constexpr char kUnknownName[] = "UNKNOWN_FAULT_CODE(";
+
+/// Counters stay at their largest value.
+void add(unsigned short& counter, std::uint64_t amount)
+{
+    constexpr std::uint64_t kMost = std::numeric_limits<unsigned short>::max();
+    counter = static_cast<unsigned short>(std::min(kMost, std::min(kMost, amount) + counter));
+}
+
+bool isNamed(std::string const& name)
+{
+    return name.compare(0, sizeof kUnknownName - 1, kUnknownName) != 0;
+}
+
+} // namespace
+
+RowWriter::RowWriter(RecorderOptions const& options)
+    : m_options(options), m_startupId(options.startupId),
+      m_isStartupChosen(options.startup == RecorderOptions::GIVEN_STARTUP), m_timeUnit(options.timeUnit),
+      m_retention(options.keepNewest)
+{
+}
+
+void RowWriter::connect(sqlite::Connection const& connection)
+{
+    m_connection = &connection;
+    m_insert = connection.prepare(m_faults.bound().insertText());
+    m_state.connect(connection);
+    m_retention.connect(connection, m_faults.bound());
+    {
+        sqlite::Transaction const reading(connection, "BEGIN");
+        m_state.refresh();
+        chooseStartup();
+        chooseTimeUnit();
+    }
+    m_state.committed();
+}
+
+void RowWriter::disconnect()
+{
+    m_state.disconnect();
+    m_retention.disconnect();
+    m_insert = {};
+    m_connection = nullptr;
+}
+
+void RowWriter::chooseStartup()
+{
+    if (m_isStartupChosen)
+    {
+        return;
+    }
+    m_startupId = m_state.lastStartup();
+    if (m_options.startup == RecorderOptions::NEXT_STARTUP && m_startupId < std::numeric_limits<unsigned int>::max())
+    {
+        ++m_startupId;
+    }
+    m_isStartupChosen = true;
+}
+
+void RowWriter::chooseTimeUnit()
+{
+    if (m_timeUnit == timeUnit_t::GUESSED)
+    {
+        m_timeUnit = unitOf(m_state.lastTimeStamp());
+    }
+}
+
+void RowWriter::write(std::vector<Request*> const& group)
+{
+    m_rows.clear();
+    m_state.refresh();
+    if (!m_state.areSourcesKnown() &&
+        std::any_of(group.begin(), group.end(), [&](Request const* request) { return needsSources(*request); }))
+    {
+        m_state.loadSources();
+    }
+    for (Request* const request : group)
+    {
+        request->keys.clear();
+        apply(*request);
+    }
+    m_state.writeStatistics();
+}
+
+void RowWriter::prune()
+{
+    constexpr std::int64_t kMostBeyond = 8; // A backlog goes in small pieces.
+    if (!m_rows.empty())
+    {
+        auto const most = 2 * static_cast<std::int64_t>(m_rows.size()) + kMostBeyond;
+        m_prunedNow = m_retention.prune(m_state, m_rows.back().key, most);
+    }
+}
+
+RowWriter::outcome_t RowWriter::outcome() const
+{
+    return {m_state.written(), m_countedInCycle};
+}
+
+void RowWriter::committed()
+{
+    m_rows.clear(); // Their requests belong to the callers.
+    m_state.committed();
+    m_countedInCycleBefore.reset();
+    m_pruned += m_prunedNow;
+    m_prunedNow = 0;
+}
+
+void RowWriter::rolledBack()
+{
+    m_state.rolledBack();
+    m_retention.rolledBack();
+    restoreCounted();
+    m_prunedNow = 0;
+}
+
+void RowWriter::forget()
+{
+    m_state.forget();
+    m_retention.rolledBack();
+    restoreCounted();
+    m_prunedNow = 0;
+}
+
+void RowWriter::restoreCounted()
+{
+    if (m_countedInCycleBefore)
+    {
+        m_countedInCycle.swap(*m_countedInCycleBefore);
+        m_countedInCycleBefore.reset();
+    }
+}
+
+void RowWriter::foundStored(outcome_t outcome)
+{
+    m_countedInCycle.swap(outcome.countedInCycle);
+}
+
+/// Whether the transaction is in the file: every row as it was to be written or, without a row, every statistic.
+bool RowWriter::isStored(outcome_t const& outcome)
+{
+    if (m_rows.empty())
+    {
+        return m_state.holds(outcome.statistics);
+    }
+    sqlite::Statement match = m_connection->prepare(m_faults.bound().matchText());
+    for (row_t const& row : m_rows)
+    {
+        fillRow(row);
+        m_faults.bound().bind(match, row.key);
+        if (!match.step())
+        {
+            return false;
+        }
+        match.reset();
+    }
+    return true;
+}
+
+void RowWriter::apply(Request& request)
+{
+    request.receipt = {HISTORY_OK, 0};
+    if (request.kind == Request::END_CYCLE)
+    {
+        applyEndCycle();
+        return;
+    }
+    if (request.kind == Request::CLEAR_CODE)
+    {
+        applyClearCode(request);
+        return;
+    }
+    if (request.kind == Request::STORM)
+    {
+        applyStorm(request);
+        return;
+    }
+    if (request.doubtfulKey != 0 && isThere(request))
+    {
+        request.receipt.key = static_cast<unsigned long long>(request.doubtfulKey);
+        return;
+    }
+    FaultEvent const& event = *request.event;
+    sourceView_t const source(event.module, event.parameter);
+    faultStatus_t status = event.status;
+    if (request.kind != Request::RECORD)
+    {
+        std::optional<std::int64_t> const active = m_state.activeKey(static_cast<std::uint32_t>(event.code), source);
+        bool const isRaised = request.kind == Request::RAISE;
+        if (active.has_value() == isRaised)
+        {
+            request.receipt = {HISTORY_UNCHANGED, static_cast<unsigned long long>(active.value_or(0))};
+            return;
+        }
+        status = isRaised ? FAULT_ACTIVE : FAULT_INACTIVE;
+    }
+    keepStatistic(writeRow(request, source, status, event.description));
+    request.receipt.key = request.keys.back();
+}
+
+/// Whether an earlier commit of a RECORD, whose outcome could not be read, has stored it.
+bool RowWriter::isThere(Request& request)
+{
+    FaultEvent const& event = *request.event;
+    FaultStatistic const& statistic = m_state.statistic(static_cast<std::uint32_t>(event.code));
+    fillRow({&request,
+             {event.module, event.parameter},
+             event.status,
+             codeNameOf(event, statistic),
+             &event.description,
+             request.doubtfulKey});
+    sqlite::Statement match = m_connection->prepare(m_faults.bound().matchText());
+    m_faults.bound().bind(match, request.doubtfulKey);
+    return match.step();
+}
+
+void RowWriter::applyClearCode(Request& request)
+{
+    auto const code = static_cast<std::uint32_t>(request.event->code);
+    request.sources.clear();
+    for (auto const& [source, key] : m_state.activeSources(code))
+    {
+        request.sources.push_back(source);
+    }
+    if (request.sources.empty() && m_state.statistic(code).FaultActive == FAULT_ACTIVE)
+    {
+        request.sources.emplace_back(request.event->module, request.event->parameter);
+    }
+    for (source_t const& source : request.sources)
+    {
+        keepStatistic(writeRow(request, source, FAULT_INACTIVE, request.event->description));
+    }
+    if (request.sources.empty())
+    {
+        request.receipt.result = HISTORY_UNCHANGED;
+    }
+}
+
+void RowWriter::applyEndCycle()
+{
+    for (auto& [code, statistic] : m_state.statistics())
+    {
+        if (statistic.FaultActive == FAULT_ACTIVE && m_countedInCycle.count(code) == 0)
+        {
+            add(statistic.FaultActiveCycleCnt, 1);
+            m_state.touch(code);
+        }
+    }
+    keepCountedInCycle();
+    m_countedInCycle.clear();
+}
+
+/// Called before a change, so that rolling back can undo it.
+void RowWriter::keepCountedInCycle()
+{
+    if (!m_countedInCycleBefore)
+    {
+        m_countedInCycleBefore = m_countedInCycle;
+    }
+}
+
+/// Counts what has no row; when the storm is over, one row tells of it, which is not counted.
+void RowWriter::applyStorm(Request& request)
+{
+    Storms::report_t const& storm = *request.storm;
+    FaultEvent const& event = storm.event;
+    FaultStatistic& statistic = m_state.statistic(static_cast<std::uint32_t>(event.code));
+    statistic.FaultCodeName = codeNameOf(event, statistic);
+    count(statistic, storm.uncounted.actives,
+          event.time.value_or(firaim::stampOf(storm.uncounted.lastTime, m_timeUnit).value_or(0)), timeZoneOf(event));
+    if (storm.isOver)
+    {
+        request.description = std::to_string(storm.total.events) + " more from " + utcText(storm.total.firstTime) +
+                              " to " + utcText(storm.total.lastTime);
+        row_t const& row = writeRow(request, {event.module, event.parameter}, event.status, request.description);
+        keepState(row, statistic);
+    }
+}
+
+RowWriter::row_t const& RowWriter::writeRow(Request& request, sourceView_t const& source, faultStatus_t status,
+                                            std::string const& description)
+{
+    FaultEvent const& event = *request.event;
+    auto const code = static_cast<std::uint32_t>(event.code);
+    m_rows.push_back({&request, source, status, codeNameOf(event, m_state.statistic(code)), &description, 0});
+    row_t& row = m_rows.back();
+    fillRow(row);
+    m_faults.bound().bind(m_insert);
+    m_insert.run();
+    requireOneChange(*m_connection);
+    row.key = sqlite3_last_insert_rowid(m_connection->get());
+    request.keys.push_back(static_cast<unsigned long long>(row.key));
+    m_state.rowWritten(code, source, status == FAULT_ACTIVE, row.key);
+    return row;
+}
+
+/// Sets the working record of the fault table to the whole of a row.
+void RowWriter::fillRow(row_t const& row)
+{
+    FaultEvent const& event = *row.request->event;
+    Fault& fault = m_faults.record();
+    fault.FaultCode = static_cast<faultCode_t>(event.code);
+    fault.FaultCodeName = row.codeName;
+    fault.ModuleName = row.source.first;
+    fault.Parameter = row.source.second;
+    fault.TimeStampUTC = stampOf(*row.request);
+    fault.TimeZone = timeZoneOf(event);
+    fault.Status = row.status;
+    fault.Description = *row.description;
+    fault.DiagSignalsDumpFileName = event.signalsFile;
+    fault.LoggerUpTime = event.upTime.value_or(row.request->upTime);
+    fault.LoggerLifeTime = event.lifeTime.value_or(0);
+    fault.CfgBackupFile = event.configBackup;
+    fault.RdbStartupId = event.startupId.value_or(m_startupId);
+    fault.SystemDateTimeString = event.systemTimeText ? *event.systemTimeText : utcText(row.request->now);
+    std::optional<std::int64_t> const time = timeOf(fault.TimeStampUTC, m_timeUnit);
+    fault.DateTimeString = event.dateTimeText ? *event.dateTimeText : time ? utcText(*time) : std::string();
+}
+
+unsigned long long RowWriter::stampOf(Request const& request) const
+{
+    return request.event->time.value_or(firaim::stampOf(request.now, m_timeUnit).value_or(0));
+}
+
+std::string const& RowWriter::timeZoneOf(FaultEvent const& event) const
+{
+    return event.timeZone ? *event.timeZone : m_options.timeZone;
+}
+
+/// Gives the statistic of a code what the row that was written last adds to it, see FaultRecorder.
+void RowWriter::keepStatistic(row_t const& row)
+{
+    Fault const& fault = m_faults.record();
+    FaultStatistic& statistic = m_state.statistic(fault.FaultCode);
+    statistic.FaultCodeName = row.codeName;
+    if (row.status == FAULT_ACTIVE)
+    {
+        count(statistic, 1, fault.TimeStampUTC, fault.TimeZone);
+    }
+    keepState(row, statistic);
+}
+
+/// A row of the code was written: the statistic refers to it, and tells whether anything of the code is active.
+void RowWriter::keepState(row_t const& row, FaultStatistic& statistic)
+{
+    bool const isActive = row.status == FAULT_ACTIVE || m_state.isAnyActive(statistic.FaultCode);
+    statistic.FaultActive = isActive ? FAULT_ACTIVE : FAULT_INACTIVE;
+    statistic.FaultEntryId = static_cast<unsigned long long>(row.key);
+    statistic.RdbStartupId = m_faults.record().RdbStartupId;
+    m_state.touch(statistic.FaultCode);
+}
+
+/// Counts events of a code that were active, the last of them at `timeStamp`.
+void RowWriter::count(FaultStatistic& statistic, std::uint64_t events, unsigned long long timeStamp,
+                      std::string const& timeZone)
+{
+    if (events == 0)
+    {
+        return;
+    }
+    if (statistic.OccurenceCnt == 0)
+    {
+        statistic.TimeFirstOccurredUTC = timeStamp;
+        statistic.TimeZoneFirstOccurred = timeZone;
+    }
+    statistic.TimeLastOccurredUTC = timeStamp;
+    statistic.TimeZoneLastOccurred = timeZone;
+    add(statistic.OccurenceCnt, events);
+    add(statistic.FaultActiveCycleCnt, events);
+    if (m_countedInCycle.count(statistic.FaultCode) == 0)
+    {
+        keepCountedInCycle();
+        m_countedInCycle.insert(statistic.FaultCode);
+    }
+    m_state.touch(statistic.FaultCode);
+}
+
+/// The name that a row of the event's code gets.
+std::string const& RowWriter::codeNameOf(FaultEvent const& event, FaultStatistic const& statistic)
+{
+    if (event.codeName)
+    {
+        return *event.codeName;
+    }
+    std::string& builtIn = m_builtInNames[static_cast<std::uint32_t>(event.code)];
+    if (builtIn.empty())
+    {
+        std::ostringstream name;
+        name << static_cast<faultCode_t>(event.code);
+        builtIn = name.str();
+    }
+    std::string const& known = statistic.FaultCodeName;
+    return isNamed(builtIn) || known.empty() || known == "n/a" ? builtIn : known;
+}
+
+} // namespace firaim

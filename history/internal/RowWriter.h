@@ -1,0 +1,121 @@
+#pragma once
+
+#include <db/internal/Sqlite.h>
+#include <history/internal/FaultState.h>
+#include <history/internal/Request.h>
+#include <history/internal/Retention.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace firaim
+{
+
+/// Writes the rows and statistics that requests ask for, inside a transaction that its caller begins and ends. One
+/// thread at a time uses it. Everything that touches the file throws sqlite::Error.
+class RowWriter
+{
+public:
+    /// `options` must outlive this object.
+    explicit RowWriter(RecorderOptions const& options);
+    RowWriter(RowWriter const&) = delete;
+    RowWriter& operator=(RowWriter const&) = delete;
+
+    /// Compiles its statements and reads what it has to know of the file; they must go, by `disconnect`, before the
+    /// connection does.
+    void connect(sqlite::Connection const& connection);
+    void disconnect();
+    /// Forgets what was read, which belongs to another file or to a transaction that came to nothing. Needs no memory.
+    void forget();
+
+    /// Reads which triples are active, outside a transaction and letting go of the file now and then.
+    void loadSources() { m_state.loadSources(); }
+    /// Whether a request can only be decided when the active triples are known. Any thread may ask.
+    bool needsSources(Request const& request) const { return m_retention.isOn() || request.needsSources(); }
+
+    /// Writes what the requests ask for and sets their receipts, as if the transaction were committed.
+    void write(std::vector<Request*> const& group);
+    /// Removes old rows, as many as the rows just written call for.
+    void prune();
+
+    /// What the transaction is to leave behind, besides its rows. Taken before it is rolled back.
+    struct outcome_t
+    {
+        std::vector<FaultStatistic> statistics;
+        std::set<std::uint32_t> countedInCycle;
+    };
+    outcome_t outcome() const;
+
+    void committed();
+    void rolledBack();
+
+    /// Whether the last transaction is in the file, on a new connection: every row as it was to be written or, where it
+    /// had none, every statistic. `foundStored` then takes note of that.
+    bool isStored(outcome_t const& outcome);
+    void foundStored(outcome_t outcome);
+
+    unsigned int startupId() const { return m_startupId; }
+    /// How many rows have been removed.
+    std::uint64_t pruned() const { return m_pruned; }
+
+private:
+    /// A row of this transaction, and what it takes to write the same row again.
+    struct row_t
+    {
+        Request* request;
+        sourceView_t source;
+        faultStatus_t status;
+        std::string codeName;
+        std::string const* description;
+        std::int64_t key;
+    };
+
+    void restoreCounted();
+    void chooseStartup();
+    void chooseTimeUnit();
+
+    void apply(Request& request);
+    bool isThere(Request& request);
+    void applyClearCode(Request& request);
+    void applyEndCycle();
+    void applyStorm(Request& request);
+
+    row_t const& writeRow(Request& request, sourceView_t const& source, faultStatus_t status,
+                          std::string const& description);
+    void fillRow(row_t const& row);
+    std::string const& codeNameOf(FaultEvent const& event, FaultStatistic const& statistic);
+    std::string const& timeZoneOf(FaultEvent const& event) const;
+    unsigned long long stampOf(Request const& request) const;
+
+    void keepCountedInCycle();
+    void keepStatistic(row_t const& row);
+    void keepState(row_t const& row, FaultStatistic& statistic);
+    void count(FaultStatistic& statistic, std::uint64_t events, unsigned long long timeStamp,
+               std::string const& timeZone);
+
+    RecorderOptions const& m_options;
+    unsigned int m_startupId;
+    bool m_isStartupChosen;
+    timeUnit_t m_timeUnit;
+
+    sqlite::Connection const* m_connection = nullptr;
+    sqlite::Statement m_insert;
+    FaultTable m_faults;
+    FaultState m_state;
+    Retention m_retention;
+    std::map<std::uint32_t, std::string> m_builtInNames;
+
+    std::vector<row_t> m_rows; ///< of this transaction
+    /// The codes that were recorded as active since the last `endCycle`.
+    std::set<std::uint32_t> m_countedInCycle;
+    /// The same before this transaction, if that has changed it: few do.
+    std::optional<std::set<std::uint32_t>> m_countedInCycleBefore;
+    std::uint64_t m_pruned = 0;
+    std::uint64_t m_prunedNow = 0; ///< in this transaction
+};
+
+} // namespace firaim

@@ -1,0 +1,188 @@
+#include <history/internal/Storms.h>
+
+#include <algorithm>
+
+namespace firaim
+{
+
+namespace
+{
+
+/// What is counted is on the storage within a second, the commit included.
+constexpr std::chrono::milliseconds kStoreWithin(960);
+/// Triples that are remembered; beyond that, those forget that have nothing to tell.
+constexpr std::size_t kMostIdle = 10000;
+
+void add(Storms::count_t& count, FaultEvent const& event, std::int64_t time)
+{
+    if (count.events++ == 0)
+    {
+        count.firstTime = time;
+    }
+    count.lastTime = time;
+    count.actives += event.status == FAULT_ACTIVE ? 1 : 0;
+}
+
+template <class Time>
+void sooner(std::optional<Time>& time, Time other)
+{
+    time = time ? std::min(*time, other) : other;
+}
+
+} // namespace
+
+Storms::Storms(unsigned int burst, unsigned int rowsPerMinute)
+    : m_burst(burst), m_interval(60.0 / std::max(rowsPerMinute, 1U)), m_forgetAt(kMostIdle)
+{
+}
+
+bool Storms::admits(FaultEvent const& event, std::int64_t time, time_t now)
+{
+    if (m_burst < 1)
+    {
+        return true;
+    }
+    bucket_t& bucket = bucketOf(event, now);
+    fill(bucket, now);
+    if (bucket.tokens >= 1)
+    {
+        bucket.tokens -= 1;
+        bucket.last.status = event.status;
+        return true;
+    }
+    add(bucket.uncounted, event, time);
+    add(bucket.total, event, time);
+    bucket.last = event;
+    bucket.lastCounted = now;
+    sooner(m_storeBy, now + kStoreWithin);
+    sooner(m_endBy, now + std::chrono::duration_cast<time_t::duration>(m_interval));
+    return false;
+}
+
+void Storms::stateSet(FaultEvent const& event, faultStatus_t status)
+{
+    auto const found = m_buckets.find(tripleOf(event));
+    if (found != m_buckets.end())
+    {
+        found->second.last.status = status;
+    }
+}
+
+void Storms::codeCleared(std::uint64_t code)
+{
+    for (auto bucket = m_buckets.lower_bound(tripleView_t(code, sourceView_t()));
+         bucket != m_buckets.end() && bucket->first.first == code; ++bucket)
+    {
+        bucket->second.last.status = FAULT_INACTIVE;
+    }
+}
+
+Storms::tripleView_t Storms::tripleOf(FaultEvent const& event)
+{
+    return {event.code, sourceView_t(event.module, event.parameter)};
+}
+
+Storms::bucket_t& Storms::bucketOf(FaultEvent const& event, time_t now)
+{
+    tripleView_t const triple = tripleOf(event);
+    auto const found = m_buckets.find(triple);
+    if (found != m_buckets.end())
+    {
+        return found->second;
+    }
+    if (m_buckets.size() >= m_forgetAt)
+    {
+        forgetIdle(now);
+        m_forgetAt = std::max(kMostIdle, 2 * m_buckets.size()); // So that few events look at all of them.
+    }
+    bucket_t bucket = {};
+    bucket.tokens = m_burst;
+    bucket.filled = now;
+    return m_buckets.emplace(triple_t(event.code, source_t(event.module, event.parameter)), std::move(bucket))
+        .first->second;
+}
+
+void Storms::forgetIdle(time_t now)
+{
+    for (auto bucket = m_buckets.begin(); bucket != m_buckets.end();)
+    {
+        fill(bucket->second, now);
+        bool const isIdle = bucket->second.tokens >= m_burst && bucket->second.total.events == 0;
+        bucket = isIdle ? m_buckets.erase(bucket) : std::next(bucket);
+    }
+}
+
+void Storms::fill(bucket_t& bucket, time_t now) const
+{
+    bucket.tokens = std::min(m_burst, bucket.tokens + (now - bucket.filled) / m_interval);
+    bucket.filled = now;
+}
+
+std::optional<Storms::time_t> Storms::deadline() const
+{
+    std::optional<time_t> result = m_storeBy;
+    if (m_endBy)
+    {
+        sooner(result, *m_endBy);
+    }
+    return result;
+}
+
+std::vector<Storms::report_t> Storms::take(time_t now, bool isEnding)
+{
+    auto const interval = std::chrono::duration_cast<time_t::duration>(m_interval);
+    std::vector<report_t> reports;
+    std::vector<bucket_t*> reported;
+    for (auto& [triple, bucket] : m_buckets)
+    {
+        bool const isOver = isEnding || bucket.lastCounted + interval <= now;
+        if (bucket.total.events > 0 && (isOver || bucket.uncounted.events > 0))
+        {
+            reported.push_back(&bucket);
+            reports.push_back({bucket.last, bucket.uncounted, bucket.total, isOver});
+        }
+    }
+    for (std::size_t i = 0; i < reports.size(); ++i)
+    {
+        reported[i]->uncounted = {};
+        if (reports[i].isOver)
+        {
+            reported[i]->total = {};
+        }
+    }
+    m_storeBy.reset();
+    m_endBy.reset();
+    for (auto const& [triple, bucket] : m_buckets)
+    {
+        if (bucket.total.events > 0)
+        {
+            sooner(m_endBy, bucket.lastCounted + interval);
+        }
+    }
+    return reports;
+}
+
+/// What was taken and could not be stored is to be stored with what comes.
+void Storms::notStored(report_t const& report, time_t now)
+{
+    auto const restore = [](count_t& count, count_t const& taken)
+    {
+        if (taken.events == 0)
+        {
+            return;
+        }
+        count.lastTime = count.events == 0 ? taken.lastTime : count.lastTime;
+        count.firstTime = taken.firstTime;
+        count.events += taken.events;
+        count.actives += taken.actives;
+    };
+    bucket_t& bucket = bucketOf(report.event, now); // As it has not been idle, it is there.
+    restore(bucket.uncounted, report.uncounted);
+    if (report.isOver)
+    {
+        restore(bucket.total, report.total);
+    }
+    sooner(m_storeBy, now + kStoreWithin);
+}
+
+} // namespace firaim

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <history/FaultEvent.h>
+#include <history/internal/FaultState.h>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace firaim
+{
+
+/// Limits the rows of each triple by a token bucket, and keeps account of what is above the limit. One thread at a time
+/// uses it.
+class Storms
+{
+public:
+    using time_t = std::chrono::steady_clock::time_point;
+
+    /// Not limited with a burst of 0.
+    Storms(unsigned int burst, unsigned int rowsPerMinute);
+
+    /// What has been counted for a triple.
+    struct count_t
+    {
+        std::uint64_t events = 0;   ///< without a row
+        std::uint64_t actives = 0;  ///< of them
+        std::int64_t firstTime = 0; ///< of the first and the last, in milliseconds since 1970 UTC
+        std::int64_t lastTime = 0;
+    };
+
+    /// What is to be stored of a triple's storm.
+    struct report_t
+    {
+        FaultEvent event;  ///< the last one
+        count_t uncounted; ///< not in the statistic yet
+        count_t total;     ///< since the last row that told of it
+        bool isOver;       ///< and gets such a row
+    };
+
+    /// Whether `event`, of the moment `time` in milliseconds since 1970 UTC, gets a row; if not, it is counted.
+    bool admits(FaultEvent const& event, std::int64_t time, time_t now);
+
+    /// The state of a triple, or that of all triples of a code, was set by a row: the row of a storm leaves it.
+    void stateSet(FaultEvent const& event, faultStatus_t status);
+    void codeCleared(std::uint64_t code);
+
+    /// When something has to be stored at the latest; none when nothing has.
+    std::optional<time_t> deadline() const;
+
+    /// What is to be stored now. With `isEnding` all storms are over. `notStored` gives a report back
+    /// that could not be stored. Without the memory for it, nothing is taken.
+    std::vector<report_t> take(time_t now, bool isEnding);
+    void notStored(report_t const& report, time_t now);
+
+private:
+    using triple_t = std::pair<std::uint64_t, source_t>;
+    using tripleView_t = std::pair<std::uint64_t, sourceView_t>;
+
+    struct TripleLess
+    {
+        using is_transparent = void;
+        template <class A, class B>
+        bool operator()(A const& a, B const& b) const
+        {
+            return a.first < b.first || (a.first == b.first && SourceLess()(a.second, b.second));
+        }
+    };
+
+    struct bucket_t
+    {
+        double tokens;
+        time_t filled;   ///< when `tokens` was right
+        FaultEvent last; ///< the last one that was counted, with the status that the triple has now
+        count_t uncounted;
+        count_t total;
+        time_t lastCounted; ///< when that was
+    };
+
+    static tripleView_t tripleOf(FaultEvent const& event);
+    bucket_t& bucketOf(FaultEvent const& event, time_t now);
+    void forgetIdle(time_t now);
+    void fill(bucket_t& bucket, time_t now) const;
+
+    double m_burst;
+    std::chrono::duration<double> m_interval; ///< between two tokens
+    std::map<triple_t, bucket_t, TripleLess> m_buckets;
+    std::size_t m_forgetAt;          ///< so many
+    std::optional<time_t> m_storeBy; ///< what is in no statistic yet
+    std::optional<time_t> m_endBy;   ///< the next look whether a storm is over
+};
+
+} // namespace firaim

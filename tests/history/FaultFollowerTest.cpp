@@ -1,0 +1,385 @@
+#include "HistorySupport.h"
+
+#include "Fixtures.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <thread>
+
+using namespace firaim;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace
+{
+
+/// Longer than any test may take.
+constexpr auto kLong = std::chrono::minutes(2);
+
+class FaultFollowerTest : public HistoryTest
+{
+protected:
+    FaultFollowerTest() { EXPECT_EQ(reader.open(path), HISTORY_OK) << reader.lastProblem(); }
+
+    FollowPosition newest()
+    {
+        FollowPosition position;
+        EXPECT_EQ(reader.newestPosition(position), HISTORY_OK) << reader.lastProblem();
+        return position;
+    }
+
+    /// What there is to follow now: keys of faults, and names of results.
+    static std::vector<std::string> take(FaultFollower& follower)
+    {
+        std::vector<std::string> told;
+        for (int calls = 0; calls < 10000; ++calls)
+        {
+            Fault fault;
+            int const result = follower.next(fault, 0ms);
+            if (result == HISTORY_END)
+            {
+                return told;
+            }
+            told.push_back(result == HISTORY_OK ? std::to_string(fault.EntryId) : historyResultName(result));
+        }
+        ADD_FAILURE() << "there is no end to it";
+        return told;
+    }
+
+    /// Another fault database with one fault, in a file of its own.
+    std::string makeOther(std::string const& description) const
+    {
+        std::string const other = dir.file("other.db");
+        std::filesystem::copy(path, other);
+        RawDb(other).exec("DELETE FROM FdbFaultTbl; DELETE FROM sqlite_sequence; INSERT INTO FdbFaultTbl(Description) "
+                          "VALUES('" +
+                          description + "')");
+        return other;
+    }
+};
+
+std::vector<unsigned short> takeCounts(FaultFollower& follower)
+{
+    std::vector<unsigned short> counts;
+    FaultStatistic statistic;
+    int result = HISTORY_OK;
+    while ((result = follower.nextStatistic(statistic)) == HISTORY_OK)
+    {
+        counts.push_back(statistic.OccurenceCnt);
+    }
+    EXPECT_EQ(result, HISTORY_END) << follower.lastProblem();
+    return counts;
+}
+
+} // namespace
+
+TEST_F(FaultFollowerTest, GivesWhatComesAfterThePosition)
+{
+    addFaults(3);
+    FaultFollower follower = reader.follow(newest());
+    EXPECT_THAT(take(follower), IsEmpty());
+    addFaults(2);
+    EXPECT_THAT(take(follower), ElementsAre("4", "5"));
+    EXPECT_THAT(take(follower), IsEmpty());
+}
+
+TEST_F(FaultFollowerTest, BeginsWithTheFirstFaultWithoutAPosition)
+{
+    addFaults(2);
+    FaultFollower follower = reader.follow({});
+    EXPECT_THAT(take(follower), ElementsAre("1", "2"));
+}
+
+TEST_F(FaultFollowerTest, GivesManyFaultsOnceAndInOrder)
+{
+    FaultFollower follower = reader.follow(newest());
+    addFaults(3000);
+    std::vector<std::string> expected;
+    for (int key = 1; key <= 3000; ++key)
+    {
+        expected.push_back(std::to_string(key));
+    }
+    EXPECT_EQ(take(follower), expected);
+}
+
+TEST_F(FaultFollowerTest, GoesOnExactlyWhereAKeptPositionIsUnderAFilter)
+{
+    addFaults(50);
+    FaultQuery query;
+    query.codes = {1001};
+    FollowPosition position;
+    std::vector<std::string> told;
+    std::vector<std::string> expected;
+    for (int key = 1; key <= 100; ++key)
+    {
+        if (key % 50 % 3 == 1)
+        {
+            expected.push_back(std::to_string(key));
+        }
+    }
+    addFaults(50);
+    // Every piece is one fault of a follower that is made anew from the text.
+    for (;;)
+    {
+        ASSERT_TRUE(FollowPosition::fromText(position.toText(), position));
+        FaultFollower follower = reader.follow(position, query);
+        Fault fault;
+        if (follower.next(fault, 0ms) != HISTORY_OK)
+        {
+            position = follower.position();
+            break;
+        }
+        told.push_back(std::to_string(fault.EntryId));
+        position = follower.position();
+    }
+    EXPECT_EQ(told, expected);
+    EXPECT_EQ(position.key, 100) << "a refused row moves the position as well";
+}
+
+TEST_F(FaultFollowerTest, GoesOnFromThePositionOfACursor)
+{
+    addFaults(5);
+    FaultQuery query;
+    query.limit = 3;
+    FaultCursor cursor = reader.faults(query);
+    Fault fault;
+    FollowPosition position;
+    while (cursor.next(fault) == HISTORY_OK)
+    {
+        position = cursor.followPosition();
+    }
+    FaultFollower follower = reader.follow(position);
+    EXPECT_THAT(take(follower), ElementsAre("4", "5"));
+}
+
+TEST_F(FaultFollowerTest, IgnoresRowsThatWereTrimmedBeforeItsPosition)
+{
+    addFaults(10);
+    FaultFollower follower = reader.follow(newest());
+    exec("DELETE FROM FdbFaultTbl WHERE EntryId < 10");
+    addFaults(1);
+    EXPECT_THAT(take(follower), ElementsAre("11"));
+}
+
+TEST_F(FaultFollowerTest, TellsOnceThatRowsWereRemoved)
+{
+    addFaults(10);
+    FaultFollower follower = reader.follow(newest());
+    EXPECT_THAT(take(follower), IsEmpty());
+    addFaults(5);
+    exec("DELETE FROM FdbFaultTbl WHERE EntryId < 13");
+    EXPECT_THAT(take(follower), ElementsAre("ROWS_REMOVED", "13", "14", "15"));
+    EXPECT_THAT(follower.lastProblem(), HasSubstr(path));
+    exec("DELETE FROM FdbFaultTbl");
+    EXPECT_THAT(take(follower), ElementsAre("ROWS_REMOVED"));
+    EXPECT_THAT(take(follower), IsEmpty());
+    addFaults(1);
+    EXPECT_THAT(take(follower), ElementsAre("16"));
+}
+
+TEST_F(FaultFollowerTest, TellsThatRowsWereRemovedBehindWhatWasReadAlready)
+{
+    addFaults(2000);
+    FaultFollower follower = reader.follow({});
+    Fault fault;
+    ASSERT_EQ(follower.next(fault, 0ms), HISTORY_OK);
+    exec("DELETE FROM FdbFaultTbl WHERE EntryId < 1990");
+    std::vector<std::string> const told = take(follower);
+    EXPECT_EQ(std::count(told.begin(), told.end(), "ROWS_REMOVED"), 1);
+    EXPECT_EQ(told.back(), "2000");
+}
+
+TEST_F(FaultFollowerTest, TellsOnceThatRowsWereRemovedSinceAKeptPosition)
+{
+    addFaults(10);
+    FollowPosition const position = newest();
+    exec("DELETE FROM FdbFaultTbl");
+    FaultFollower follower = reader.follow(position);
+    EXPECT_THAT(take(follower), ElementsAre("ROWS_REMOVED"));
+    FaultFollower next = reader.follow(follower.position());
+    EXPECT_THAT(take(next), IsEmpty());
+}
+
+TEST_F(FaultFollowerTest, TellsOnceThatTheRowOfItsPositionWasOverwritten)
+{
+    addFaults(3);
+    FaultFollower follower = reader.follow(newest());
+    exec("UPDATE FdbFaultTbl SET Description = 'another' WHERE EntryId = 3");
+    addFaults(1);
+    EXPECT_THAT(take(follower), ElementsAre("ROWS_REMOVED", "4"));
+    EXPECT_THAT(take(follower), IsEmpty());
+}
+
+TEST_F(FaultFollowerTest, FollowsAnotherFileOfTheNameFromItsBeginning)
+{
+    addFaults(3);
+    FaultFollower follower = reader.follow(newest());
+    ASSERT_EQ(std::rename(makeOther("new").c_str(), path.c_str()), 0);
+    EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1"));
+    EXPECT_THAT(follower.lastProblem(), HasSubstr("another file has got this name"));
+    addFaults(1);
+    EXPECT_THAT(take(follower), ElementsAre("2"));
+}
+
+TEST_F(FaultFollowerTest, TellsThatAKeptPositionIsOfAnotherFile)
+{
+    addFaults(3);
+    FollowPosition const position = newest();
+    ASSERT_EQ(std::rename(makeOther("new").c_str(), path.c_str()), 0);
+    FaultFollower follower = reader.follow(position);
+    EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1"));
+}
+
+TEST_F(FaultFollowerTest, TakesACopyThatHoldsTheRowOfItsPositionForTheSameHistory)
+{
+    addFaults(3);
+    FaultFollower follower = reader.follow(newest());
+    std::string const copy = dir.file("copy.db");
+    std::filesystem::copy(path, copy);
+    ASSERT_EQ(std::rename(copy.c_str(), path.c_str()), 0);
+    addFaults(1);
+    EXPECT_THAT(take(follower), ElementsAre("4"));
+}
+
+TEST_F(FaultFollowerTest, FollowsNewContentOfTheSameFileFromItsBeginning)
+{
+    addFaults(3);
+    FaultFollower follower = reader.follow(newest());
+    exec("DELETE FROM FdbFaultTbl; DELETE FROM sqlite_sequence; INSERT INTO FdbFaultTbl(Description) VALUES('new')");
+    EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1"));
+    EXPECT_THAT(follower.lastProblem(), HasSubstr("its content was replaced"));
+}
+
+TEST_F(FaultFollowerTest, EndsInAFileThatKeepsNoSequence)
+{
+    exec("DROP TABLE FdbFaultTbl; CREATE TABLE FdbFaultTbl(EntryId INTEGER PRIMARY KEY, Description TEXT); INSERT INTO "
+         "FdbFaultTbl VALUES(1, 'a'), (2, 'b')");
+    FaultFollower follower = reader.follow({});
+    EXPECT_THAT(take(follower), ElementsAre("1", "2"));
+    exec("INSERT INTO FdbFaultTbl VALUES(3, 'c')");
+    EXPECT_THAT(take(follower), ElementsAre("3"));
+}
+
+TEST_F(FaultFollowerTest, TellsOnceThatTheFileIsGoneAndGoesOnWhenItIsBack)
+{
+    addFaults(3);
+    FaultFollower follower = reader.follow(newest());
+    std::string const aside = dir.file("aside.db");
+    ASSERT_EQ(std::rename(path.c_str(), aside.c_str()), 0);
+    EXPECT_THAT(take(follower), ElementsAre("NO_FILE"));
+    EXPECT_THAT(take(follower), IsEmpty());
+    ASSERT_EQ(std::rename(aside.c_str(), path.c_str()), 0);
+    addFaults(1);
+    EXPECT_THAT(take(follower), ElementsAre("4"));
+}
+
+TEST_F(FaultFollowerTest, TellsOnceWhatIsInTheWay)
+{
+    addFaults(3);
+    FaultFollower follower = reader.follow(newest());
+    std::string const crashed = makeHotJournal();
+    ASSERT_EQ(std::rename((crashed + "-journal").c_str(), (path + "-journal").c_str()), 0);
+    ASSERT_EQ(std::rename(crashed.c_str(), path.c_str()), 0);
+    EXPECT_THAT(take(follower), ElementsAre("HOT_JOURNAL"));
+    EXPECT_THAT(take(follower), IsEmpty());
+}
+
+TEST_F(FaultFollowerTest, TellsThatAWriterKeepsTheFileLocked)
+{
+    FaultFollower follower = reader.follow(newest());
+    LockingProcess const other(path);
+    Fault fault;
+    EXPECT_EQ(follower.next(fault, 1ms), HISTORY_BUSY);
+    EXPECT_EQ(follower.next(fault, 1ms), HISTORY_BUSY);
+}
+
+TEST_F(FaultFollowerTest, IsWokenByAnotherThreadsFault)
+{
+    for (std::string const mode : {"DELETE", "PERSIST", "WAL"})
+    {
+        RawDb writer(path);
+        writer.exec("PRAGMA journal_mode=" + mode);
+        FaultFollower follower = reader.follow(newest());
+        Fault fault;
+        ASSERT_EQ(follower.next(fault, 0ms), HISTORY_END) << mode;
+        std::thread other([&] { writer.exec("INSERT INTO FdbFaultTbl(Description) VALUES('late')"); });
+        EXPECT_EQ(follower.next(fault, kLong), HISTORY_OK) << mode;
+        EXPECT_EQ(fault.Description, "late") << mode;
+        other.join();
+    }
+}
+
+TEST_F(FaultFollowerTest, WaitingEndsWhenItIsCancelled)
+{
+    ReaderOptions options;
+    options.isCancelled = []
+    {
+        static int calls = 0;
+        return ++calls > 20;
+    };
+    FaultReader cancelled;
+    ASSERT_EQ(cancelled.open(path, options), HISTORY_OK);
+    FaultFollower follower = cancelled.follow(newest());
+    Fault fault;
+    EXPECT_EQ(follower.next(fault, kLong), HISTORY_CANCELLED);
+    EXPECT_EQ(follower.wait(kLong), HISTORY_CANCELLED);
+}
+
+TEST_F(FaultFollowerTest, WaitTellsWhetherThereMayBeSomething)
+{
+    FaultFollower follower = reader.follow(newest());
+    EXPECT_EQ(follower.wait(0ms), HISTORY_OK) << "it has not looked yet";
+    EXPECT_THAT(take(follower), IsEmpty());
+    EXPECT_EQ(follower.wait(1ms), HISTORY_END);
+    addFaults(1);
+    EXPECT_EQ(follower.wait(kLong), HISTORY_OK);
+    EXPECT_THAT(take(follower), ElementsAre("1"));
+}
+
+TEST_F(FaultFollowerTest, GivesStatisticsThatHaveChanged)
+{
+    exec("INSERT INTO FdbFaultStatisticTbl(FaultCode, OccurenceCnt) VALUES(1, 1), (2, 2)");
+    FaultFollower follower = reader.follow(newest());
+    EXPECT_THAT(takeCounts(follower), IsEmpty());
+    exec("UPDATE FdbFaultStatisticTbl SET OccurenceCnt = 5 WHERE FaultCode = 2");
+    exec("INSERT INTO FdbFaultStatisticTbl(FaultCode, OccurenceCnt) VALUES(3, 7)");
+    EXPECT_THAT(takeCounts(follower), ElementsAre(5, 7));
+    exec("UPDATE FdbFaultStatisticTbl SET OccurenceCnt = OccurenceCnt");
+    EXPECT_THAT(takeCounts(follower), IsEmpty());
+}
+
+TEST_F(FaultFollowerTest, GivesEveryStatisticOfAnotherFile)
+{
+    exec("INSERT INTO FdbFaultStatisticTbl(FaultCode, OccurenceCnt) VALUES(1, 1), (2, 2)");
+    addFaults(1);
+    FaultFollower follower = reader.follow(newest());
+    EXPECT_THAT(takeCounts(follower), IsEmpty());
+    ASSERT_EQ(std::rename(makeOther("new").c_str(), path.c_str()), 0);
+    EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1"));
+    EXPECT_THAT(takeCounts(follower), ElementsAre(1, 2));
+}
+
+TEST_F(FaultFollowerTest, SeesAFileThatCannotChangeAgainWhenItHasBeenReplaced)
+{
+    addFaults(2);
+    exec("PRAGMA journal_mode=WAL");
+    std::string const other = makeOther("new");
+    FollowPosition position = newest();
+    ASSERT_EQ(reader.close(), HISTORY_OK);
+    ASSERT_EQ(std::filesystem::remove(path + "-shm") && std::filesystem::remove(path + "-wal"), true);
+    FaultReader immutable;
+    {
+        ReadOnlyMedium const medium(dir.path());
+        WithoutRoot const nobody;
+        ASSERT_EQ(immutable.open(path), HISTORY_OK) << immutable.lastProblem();
+        ASSERT_TRUE(immutable.isImmutable());
+    }
+    FaultFollower follower = immutable.follow(position);
+    EXPECT_THAT(take(follower), IsEmpty());
+    ASSERT_EQ(std::rename(other.c_str(), path.c_str()), 0);
+    EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1"));
+}

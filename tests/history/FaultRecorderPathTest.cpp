@@ -1,0 +1,277 @@
+// What a recorder makes of each thing that a path can name, and of what lies beside it.
+
+#include "RecorderFixtures.h"
+
+#include <filesystem>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace
+{
+
+using namespace firaim;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace fs = std::filesystem;
+
+class FaultRecorderPathTest : public FaultRecorderTest
+{
+protected:
+    /// That the path is refused, nothing is made in the folder, and a good path is opened afterwards.
+    void expectBadPath(std::string const& name)
+    {
+        std::vector<std::string> const before = names();
+        EXPECT_EQ(recorder.open(name), HISTORY_BAD_PATH) << name;
+        EXPECT_NE(recorder.lastProblem(), "");
+        EXPECT_EQ(names(), before);
+        EXPECT_EQ(recorder.open(dir.file("good.db")), HISTORY_OK) << recorder.lastProblem();
+    }
+
+    /// All that is in the folder.
+    std::vector<std::string> names() const
+    {
+        std::vector<std::string> result;
+        for (auto const& entry : fs::directory_iterator(dir.path()))
+        {
+            result.push_back(entry.path().filename().string());
+        }
+        std::sort(result.begin(), result.end());
+        return result;
+    }
+
+    /// The copies in the folder.
+    std::vector<std::string> copies() const
+    {
+        std::vector<std::string> result;
+        for (std::string const& name : names())
+        {
+            if (name.find(".aside-") != std::string::npos)
+            {
+                result.push_back(name);
+            }
+        }
+        return result;
+    }
+};
+
+/// The folder in which names without a folder are looked up.
+class CurrentFolder
+{
+public:
+    explicit CurrentFolder(std::string const& path) { fs::current_path(path); }
+    ~CurrentFolder() { fs::current_path(m_before); }
+    CurrentFolder(CurrentFolder const&) = delete;
+    CurrentFolder& operator=(CurrentFolder const&) = delete;
+
+private:
+    fs::path const m_before = fs::current_path();
+};
+
+TEST_F(FaultRecorderPathTest, FolderIsABadPath)
+{
+    ASSERT_TRUE(fs::create_directory(path));
+    expectBadPath(path);
+    EXPECT_TRUE(fs::is_empty(path));
+}
+
+TEST_F(FaultRecorderPathTest, DeviceIsABadPath)
+{
+    expectBadPath("/dev/null");
+}
+
+TEST_F(FaultRecorderPathTest, PipeIsABadPathAndNotWaitedFor)
+{
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    expectBadPath(path);
+}
+
+TEST_F(FaultRecorderPathTest, LinkToNowhereIsABadPath)
+{
+    fs::create_symlink(dir.file("nowhere"), path);
+    expectBadPath(path);
+}
+
+TEST_F(FaultRecorderPathTest, LinkToItselfIsABadPath)
+{
+    fs::create_symlink(path, path);
+    expectBadPath(path);
+}
+
+TEST_F(FaultRecorderPathTest, EmptyNameIsABadPath)
+{
+    expectBadPath("");
+}
+
+TEST_F(FaultRecorderPathTest, NameWithAZeroByteIsABadPath)
+{
+    expectBadPath(path + std::string(1, '\0') + "tail");
+    EXPECT_FALSE(exists(path));
+}
+
+TEST_F(FaultRecorderPathTest, LinkToAFileIsThatFile)
+{
+    fs::create_symlink(path, dir.file("link"));
+    createWithFacade();
+    ASSERT_EQ(recorder.open(dir.file("link")), HISTORY_OK) << recorder.lastProblem();
+    EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
+    EXPECT_EQ(value(kCountOfFaults), "1");
+}
+
+TEST_F(FaultRecorderPathTest, NameThatMeansSomethingElseToSqliteIsThatOfAFile)
+{
+    CurrentFolder const folder(dir.path());
+    for (std::string const name : {":memory:", "file:a?mode=memory", "file:b"})
+    {
+        SCOPED_TRACE(name);
+        FaultRecorder another;
+        ASSERT_EQ(another.open(name), HISTORY_OK) << another.lastProblem();
+        EXPECT_EQ(another.record(eventOf(1)).result, HISTORY_OK);
+        EXPECT_EQ(RawDb(dir.file(name)).value(kCountOfFaults), "1");
+    }
+}
+
+TEST_F(FaultRecorderPathTest, MissingFolderFailsAndIsNotMade)
+{
+    EXPECT_EQ(recorder.open(dir.file("no/faults.db")), HISTORY_FAILED);
+    EXPECT_THAT(recorder.lastProblem(), HasSubstr(dir.file("no/faults.db")));
+    EXPECT_THAT(names(), ElementsAre());
+    ASSERT_TRUE(fs::create_directory(dir.file("no")));
+    EXPECT_EQ(recorder.open(dir.file("no/faults.db")), HISTORY_OK) << "once the folder is there";
+}
+
+TEST_F(FaultRecorderPathTest, FileThatMayNotBeWrittenFailsAndIsLeft)
+{
+    createWithFacade();
+    ASSERT_EQ(chmod(path.c_str(), 0444), 0);
+    ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
+    std::string const before = readFile(path);
+    {
+        WithoutRoot const user;
+        EXPECT_EQ(recorder.open(path), HISTORY_FAILED);
+        EXPECT_THAT(recorder.lastProblem(), HasSubstr("Permission denied"));
+    }
+    EXPECT_TRUE(readFile(path) == before);
+    ASSERT_EQ(chmod(path.c_str(), 0666), 0);
+    EXPECT_EQ(recorder.open(path), HISTORY_OK) << "once it may";
+}
+
+TEST_F(FaultRecorderPathTest, FolderThatMayNotBeWrittenFails)
+{
+    ASSERT_EQ(chmod(dir.path().c_str(), 0555), 0);
+    {
+        WithoutRoot const user;
+        EXPECT_EQ(recorder.open(path), HISTORY_FAILED);
+    }
+    EXPECT_THAT(names(), ElementsAre());
+    ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
+    EXPECT_EQ(recorder.open(path), HISTORY_OK) << "once it may";
+}
+
+TEST_F(FaultRecorderPathTest, JournalOfAMissingFileIsCopiedFirst)
+{
+    std::string const bytes = "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7" + std::string(100000, 'j');
+    writeFile(path + "-journal", bytes);
+    open();
+    ASSERT_EQ(copies().size(), 1U);
+    EXPECT_THAT(copies()[0], testing::MatchesRegex("faults\\.db-journal\\.aside-....-..-..-1"));
+    EXPECT_TRUE(readFile(dir.file(copies()[0])) == bytes);
+    EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
+}
+
+TEST_F(FaultRecorderPathTest, LogOfAnEmptyFileIsCopiedFirst)
+{
+    std::string const bytes = "\x37\x7f\x06\x82" + std::string(5000, 'w');
+    writeFile(path, "");
+    writeFile(path + "-wal", bytes);
+    open();
+    ASSERT_EQ(copies().size(), 1U);
+    EXPECT_THAT(copies()[0], testing::MatchesRegex("faults\\.db-wal\\.aside-....-..-..-1"));
+    EXPECT_TRUE(readFile(dir.file(copies()[0])) == bytes);
+}
+
+TEST_F(FaultRecorderPathTest, SecondCopyOfADayLeavesTheFirst)
+{
+    for (std::string const bytes : {"first", "second"})
+    {
+        std::remove(path.c_str());
+        writeFile(path + "-journal", bytes);
+        FaultRecorder another;
+        ASSERT_EQ(another.open(path), HISTORY_OK) << another.lastProblem();
+    }
+    ASSERT_EQ(copies().size(), 2U);
+    EXPECT_EQ(readFile(dir.file(copies()[0])), "first");
+    EXPECT_EQ(readFile(dir.file(copies()[1])), "second");
+}
+
+TEST_F(FaultRecorderPathTest, JournalBesideTheEmptyFileOfALinkIsCopiedFirst)
+{
+    writeFile(path, "");
+    writeFile(path + "-journal", "journal");
+    fs::create_symlink(path, dir.file("link"));
+    ASSERT_EQ(recorder.open(dir.file("link")), HISTORY_OK) << recorder.lastProblem();
+    ASSERT_EQ(copies().size(), 1U);
+    EXPECT_EQ(readFile(dir.file(copies()[0])), "journal");
+}
+
+TEST_F(FaultRecorderPathTest, JournalThatWasPlayedBackIsNotCopied)
+{
+    writeFile(path + "-journal", std::string(512, '\0'));
+    open();
+    EXPECT_THAT(copies(), ElementsAre());
+}
+
+TEST_F(FaultRecorderPathTest, JournalThatCannotBeCopiedIsLeftAndNothingIsCreated)
+{
+    writeFile(path + "-journal", "journal");
+    ASSERT_EQ(chmod((path + "-journal").c_str(), 0), 0);
+    ASSERT_EQ(chmod(dir.path().c_str(), 0777), 0);
+    {
+        WithoutRoot const user;
+        EXPECT_EQ(recorder.open(path), HISTORY_FAILED);
+    }
+    EXPECT_THAT(names(), ElementsAre("faults.db-journal"));
+    ASSERT_EQ(chmod((path + "-journal").c_str(), 0600), 0);
+    EXPECT_EQ(readFile(path + "-journal"), "journal");
+    EXPECT_EQ(recorder.open(path), HISTORY_OK) << recorder.lastProblem();
+}
+
+TEST_F(FaultRecorderPathTest, FileThatWasRemovedWhileOpenFailsOneCallAndIsMadeAnew)
+{
+    open();
+    ASSERT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK);
+    ASSERT_EQ(std::remove(path.c_str()), 0);
+    EXPECT_EQ(recorder.record(eventOf(2)).result, HISTORY_FAILED);
+    EXPECT_THAT(recorder.lastProblem(), HasSubstr(path));
+    EXPECT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK) << "in the new file the triple is not active";
+    EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1");
+    EXPECT_EQ(statistic(1, "OccurenceCnt"), "1");
+}
+
+TEST_F(FaultRecorderPathTest, RaiseInAFileThatWasRemovedIsNotUnchanged)
+{
+    open();
+    ASSERT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK);
+    ASSERT_EQ(std::remove(path.c_str()), 0);
+    EXPECT_EQ(recorder.raise(eventOf(1)).result, HISTORY_FAILED);
+    EXPECT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK);
+    EXPECT_EQ(value(kCountOfFaults), "1");
+}
+
+TEST_F(FaultRecorderPathTest, FolderThatWasRemovedWhileOpenFailsUntilItIsBack)
+{
+    std::string const folder = dir.file("folder");
+    ASSERT_TRUE(fs::create_directory(folder));
+    ASSERT_EQ(recorder.open(folder + "/faults.db"), HISTORY_OK);
+    ASSERT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
+    fs::remove_all(folder);
+    EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_FAILED);
+    EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_FAILED);
+    EXPECT_FALSE(exists(folder));
+    ASSERT_TRUE(fs::create_directory(folder));
+    EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
+    EXPECT_EQ(RawDb(folder + "/faults.db").value(kCountOfFaults), "1");
+}
+
+} // namespace

@@ -1,0 +1,191 @@
+// Damaged files beside other processes, and files of other programs.
+
+#include "DamageSupport.h"
+
+#include <optional>
+
+namespace
+{
+
+using namespace firaim;
+using namespace std::chrono_literals;
+using testing::SizeIs;
+
+class FaultRecorderSharedDamageTest : public DamageTest
+{
+protected:
+    void expectLeftAlone(std::string const& what)
+    {
+        SCOPED_TRACE(what);
+        std::string const bytes = readFile(path);
+        int const result = recorder.open(path, settingAside(), 200ms);
+        EXPECT_TRUE(result == HISTORY_DAMAGED || result == HISTORY_FOREIGN_FILE)
+            << historyResultName(result) << ' ' << recorder.lastProblem();
+        EXPECT_TRUE(readFile(path) == bytes);
+        EXPECT_THAT(copies(), SizeIs(0));
+        if (result >= 0)
+        {
+            EXPECT_EQ(recorder.close(), HISTORY_OK);
+        }
+        std::filesystem::remove(path);
+    }
+
+    void createForeign(std::string const& columns) const
+    {
+        exec("CREATE TABLE other (" + columns + ")");
+        exec("INSERT INTO other(a) WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 3000) "
+             "SELECT 'text ' || i FROM n");
+    }
+};
+
+constexpr char kFewColumns[] = "id INTEGER PRIMARY KEY, a, b, c";
+constexpr char kSixteenColumns[] = "id INTEGER PRIMARY KEY, a, b, c, d, e, f, g, h, i, j, k, l, m, n, o";
+
+TEST_F(FaultRecorderSharedDamageTest, FilesOfOtherProgramsAreLeftAlone)
+{
+    createForeign(kFewColumns);
+    expectLeftAlone("sound");
+    createForeign(kFewColumns);
+    destroyFirstPage();
+    expectLeftAlone("first page destroyed");
+    createForeign(kFewColumns);
+    std::filesystem::resize_file(path, 3 * kPage);
+    expectLeftAlone("cut off");
+    createForeign(kSixteenColumns);
+    std::filesystem::resize_file(path, 3 * kPage);
+    expectLeftAlone("cut off, with as many columns as a fault");
+    createForeign(kSixteenColumns);
+    destroyPage(value("SELECT rootpage FROM sqlite_master"));
+    expectLeftAlone("root page destroyed");
+}
+
+TEST_F(FaultRecorderSharedDamageTest, FilesThatAreNoDatabasesAreLeftAlone)
+{
+    std::string lines;
+    for (int i = 0; i < 10000; ++i)
+    {
+        lines += "a line of text with the number " + std::to_string(i) + "\n";
+    }
+    for (std::string const& content : {std::string("x"), std::string("hello\n"), lines, std::string(100000, '\0'),
+                                       std::string(100000, '\x0d'), std::string(100000, '\xff')})
+    {
+        writeFile(path, content);
+        expectLeftAlone(content.substr(0, 10));
+    }
+}
+
+TEST_F(FaultRecorderSharedDamageTest, LockedFileIsNotResetAndNoCopiesPileUp)
+{
+    create();
+    RawDb reader(path);
+    reader.exec("BEGIN");
+    ASSERT_EQ(reader.value(kCountOfFaults), "200");
+    destroyFirstPage();
+    std::string const bytes = readFile(path);
+    for (int i = 0; i < 5; ++i)
+    {
+        EXPECT_EQ(recorder.open(path, settingAside(), 20ms), HISTORY_BUSY) << recorder.lastProblem();
+    }
+    EXPECT_TRUE(readFile(path) == bytes);
+    EXPECT_THAT(copies(), SizeIs(0));
+    reader.exec("COMMIT");
+    EXPECT_EQ(recorder.open(path, settingAside()), HISTORY_OK) << recorder.lastProblem();
+    expectAnew("1");
+}
+
+TEST_F(FaultRecorderSharedDamageTest, ProcessThatHasTheFileOpenGoesOnInTheSameFile)
+{
+    create();
+    ino_t const before = inode();
+    Signal opened;
+    Signal reset;
+    pid_t const child = startChild(
+        [&]
+        {
+            FaultRecorder own;
+            EXPECT_EQ(own.open(path, settingAside()), HISTORY_OK);
+            EXPECT_EQ(own.raise(eventOf(21)).result, HISTORY_OK);
+            opened.give();
+            reset.wait();
+            EXPECT_EQ(own.record(eventOf(22)).result, HISTORY_OK) << own.lastProblem();
+            EXPECT_EQ(own.raise(eventOf(21)).result, HISTORY_OK) << "its row is in the copy";
+        });
+    opened.wait();
+    destroyFirstPage();
+    open(settingAside());
+    reset.give();
+    expectSuccess(child);
+    EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
+    expectAnew("4");
+    EXPECT_EQ(inode(), before);
+    EXPECT_THAT(copies(), SizeIs(1));
+}
+
+TEST_F(FaultRecorderSharedDamageTest, TwoRecordersThatFindTheDamageSetItAsideOnce)
+{
+    create();
+    Signal ready;
+    Signal begin;
+    std::vector<pid_t> children;
+    for (std::uint64_t code = 1; code <= 3; ++code)
+    {
+        children.push_back(startChild(
+            [&, code]
+            {
+                FaultRecorder own;
+                ready.give();
+                begin.wait();
+                EXPECT_EQ(own.open(path, settingAside(), 30s), HISTORY_OK) << own.lastProblem();
+                EXPECT_EQ(own.record(eventOf(code), 30s).result, HISTORY_OK) << own.lastProblem();
+            }));
+    }
+    for (std::size_t i = 0; i < children.size(); ++i)
+    {
+        ready.wait();
+    }
+    destroyFirstPage();
+    for (std::size_t i = 0; i < children.size(); ++i)
+    {
+        begin.give();
+    }
+    for (pid_t const child : children)
+    {
+        expectSuccess(child);
+    }
+    EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl WHERE FaultCode = 4711"), "1");
+    EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl WHERE FaultCode < 10"), "3");
+    EXPECT_THAT(copies(), SizeIs(1));
+}
+
+TEST_F(FaultRecorderSharedDamageTest, DatabaseWithALogIsCopiedWithItAndBeginsAnew)
+{
+    create();
+    std::string log;
+    std::string bytes;
+    {
+        RawDb raw(path);
+        ASSERT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
+        raw.exec("UPDATE FdbFaultTbl SET Description = 'in the log' WHERE EntryId < 5");
+        log = readFile(path + "-wal");
+        bytes = readFile(path);
+    }
+    writeFile(path, bytes);
+    writeFile(path + "-wal", log);
+    destroyPage(value("SELECT rootpage FROM sqlite_master WHERE name = 'FdbFaultStatisticTbl'"));
+    writeFile(path + "-wal", log);
+    std::string const damaged = readFile(path);
+    open(settingAside());
+    EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK) << recorder.lastProblem();
+    expectAnew("2");
+    bool isFileThere = false;
+    bool isLogThere = false;
+    for (auto const& [name, content] : copies())
+    {
+        isFileThere = isFileThere || (name.find("faults.db.aside-") == 0 && content == damaged);
+        isLogThere = isLogThere || (name.find("faults.db-wal.aside-") == 0 && content == log);
+    }
+    EXPECT_TRUE(isFileThere);
+    EXPECT_TRUE(isLogThere);
+}
+
+} // namespace

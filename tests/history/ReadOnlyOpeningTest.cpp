@@ -1,0 +1,189 @@
+#include "HistorySupport.h"
+
+#include "Fixtures.h"
+
+#include <db/internal/ReadOnlyOpening.h>
+
+#include <filesystem>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+using readOnlyOpening::Failure;
+using readOnlyOpening::failure_t;
+
+namespace
+{
+
+class ReadOnlyOpening : public HistoryTest
+{
+protected:
+    /// How opening `name` fails, as a text that tells failures apart.
+    static std::string failureOf(std::string const& name)
+    {
+        try
+        {
+            readOnlyOpening::open(name, {0ms});
+        }
+        catch (Failure const& failure)
+        {
+            return std::to_string(failure.failure()) + " " + failure.what();
+        }
+        catch (sqlite::Error const& error)
+        {
+            return "SQLite " + std::to_string(error.code());
+        }
+        return "none";
+    }
+
+    void putIntoWalMode() const { EXPECT_EQ(RawDb(path).value("PRAGMA journal_mode=WAL"), "wal"); }
+};
+
+std::string expected(failure_t failure, std::string const& text)
+{
+    return std::to_string(failure) + " " + text;
+}
+
+/// Whether another process finds none of SQLite's locks on the file. It asks the system: a forked SQLite believes that
+/// its parent's locks are its own.
+bool isFreeForOthers(std::string const& path)
+{
+    int const child = fork();
+    if (child == 0)
+    {
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        lock.l_start = 0x40000000; // Where SQLite's locks are, in every file.
+        lock.l_len = 512;
+        bool const isAsked = fcntl(open(path.c_str(), O_RDWR), F_GETLK, &lock) == 0;
+        _exit(isAsked && lock.l_type == F_UNLCK ? 0 : 1);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status == 0;
+}
+
+} // namespace
+
+TEST_F(ReadOnlyOpening, TellsWhatIsNoFileWithoutOpeningIt)
+{
+    using namespace readOnlyOpening;
+    std::string const fifo = dir.file("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    std::string const link = dir.file("link");
+    ASSERT_EQ(symlink("nowhere", link.c_str()), 0);
+    std::string const loop = dir.file("loop");
+    ASSERT_EQ(symlink("loop", loop.c_str()), 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::string const socketName = dir.file("socket");
+    socketName.copy(address.sun_path, sizeof address.sun_path - 1);
+    int const descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_EQ(bind(descriptor, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
+    close(descriptor);
+    std::string const missing = dir.file("missing.db");
+    std::string const below = path + "/below";
+
+    EXPECT_EQ(failureOf(missing), expected(NO_FILE, missing + ": No such file or directory"));
+    EXPECT_EQ(failureOf(":memory:"), expected(NO_FILE, ":memory:: No such file or directory"));
+    EXPECT_EQ(failureOf(below), expected(BAD_PATH, below + ": Not a directory"));
+    EXPECT_EQ(failureOf(dir.path()), expected(BAD_PATH, dir.path() + ": is a folder"));
+    EXPECT_EQ(failureOf("/dev/zero"), expected(BAD_PATH, "/dev/zero: is no regular file"));
+    EXPECT_EQ(failureOf(fifo), expected(BAD_PATH, fifo + ": is no regular file"));
+    EXPECT_EQ(failureOf(socketName), expected(BAD_PATH, socketName + ": is no regular file"));
+    EXPECT_EQ(failureOf(link), expected(BAD_PATH, link + ": is a link to nowhere"));
+    EXPECT_EQ(failureOf(loop), expected(BAD_PATH, loop + ": Too many levels of symbolic links"));
+    EXPECT_EQ(failureOf(""), expected(BAD_PATH, "the name of the file is empty"));
+    EXPECT_EQ(failureOf(path + std::string(1, '\0') + "x"), expected(BAD_PATH, path + ": the name has a zero byte"));
+}
+
+TEST_F(ReadOnlyOpening, FollowsALinkToAFile)
+{
+    std::string const link = dir.file("link");
+    ASSERT_EQ(symlink("faults.db", link.c_str()), 0);
+    EXPECT_EQ(failureOf(link), "none");
+}
+
+TEST_F(ReadOnlyOpening, TellsTheJournalOfACrashedWriter)
+{
+    EXPECT_EQ(failureOf(makeHotJournal()), "SQLite " + std::to_string(SQLITE_READONLY_ROLLBACK));
+}
+
+TEST_F(ReadOnlyOpening, KnowsTheModeOfAFileFromItsHeader)
+{
+    EXPECT_FALSE(readOnlyOpening::isInWalMode(readOnlyOpening::open(path)));
+    putIntoWalMode();
+    EXPECT_TRUE(readOnlyOpening::isInWalMode(readOnlyOpening::open(path)));
+}
+
+TEST_F(ReadOnlyOpening, ReadsAnEmptyLogsFileAsImmutableWhereNothingCanBeWritten)
+{
+    putIntoWalMode();
+    ReadOnlyMedium const medium(dir.path());
+    WithoutRoot const nobody;
+    EXPECT_EQ(readOnlyOpening::open(path).access(), sqlite::Connection::IMMUTABLE);
+}
+
+TEST_F(ReadOnlyOpening, IsNotImmutableWhereTheLogCanBeUsed)
+{
+    putIntoWalMode();
+    EXPECT_EQ(readOnlyOpening::open(path).access(), sqlite::Connection::READ_ONLY);
+}
+
+TEST_F(ReadOnlyOpening, TellsOfALogThatCannotBeReadWhereNothingCanBeWritten)
+{
+    std::string const left = dir.file("left.db");
+    {
+        RawDb raw(path);
+        EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
+        raw.exec("INSERT INTO FdbFaultTbl(Description) VALUES('in the log')");
+        std::filesystem::copy(path, left);
+        std::filesystem::copy(path + "-wal", left + "-wal");
+    }
+    ReadOnlyMedium const medium(dir.path());
+    WithoutRoot const nobody;
+    EXPECT_EQ(failureOf(left).substr(0, 2), std::to_string(readOnlyOpening::LOG_UNREADABLE) + " ");
+}
+
+TEST_F(ReadOnlyOpening, TellsOfAFileThatMayNotBeRead)
+{
+    ASSERT_EQ(chmod(path.c_str(), 0), 0);
+    ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
+    WithoutRoot const nobody;
+    EXPECT_EQ(failureOf(path), "SQLite " + std::to_string(SQLITE_CANTOPEN));
+}
+
+TEST_F(ReadOnlyOpening, LeavesTheLocksOfThisProcessOnTheFile)
+{
+    RawDb raw(path);
+    raw.exec("BEGIN IMMEDIATE");
+    ASSERT_FALSE(isFreeForOthers(path));
+    EXPECT_FALSE(readOnlyOpening::isInWalMode(readOnlyOpening::open(path)));
+    EXPECT_FALSE(isFreeForOthers(path));
+    raw.exec("ROLLBACK");
+    EXPECT_TRUE(isFreeForOthers(path));
+}
+
+TEST_F(ReadOnlyOpening, OfALockedFileLeavesTheLocksOfThisProcess)
+{
+    RawDb raw(path);
+    raw.exec("BEGIN EXCLUSIVE");
+    EXPECT_EQ(failureOf(path), "SQLite " + std::to_string(SQLITE_BUSY));
+    EXPECT_FALSE(isFreeForOthers(path));
+    raw.exec("ROLLBACK");
+}
+
+TEST_F(ReadOnlyOpening, ImmutableLeavesTheLocksOfThisProcess)
+{
+    RawDb raw(path);
+    raw.exec("BEGIN IMMEDIATE");
+    EXPECT_EQ(sqlite::Connection(path, sqlite::Connection::IMMUTABLE).number("SELECT count(*) FROM FdbVersionTbl"), 1);
+    EXPECT_FALSE(isFreeForOthers(path));
+    raw.exec("ROLLBACK");
+}

@@ -1,0 +1,132 @@
+#pragma once
+
+#include "Fixtures.h"
+
+#include <fdb/FaultDb.h>
+#include <history/FaultRecorder.h>
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+/// An event without anything that the clock fills in.
+inline firaim::FaultEvent eventOf(std::uint64_t code, std::string module = "module",
+                                  std::string parameter = "parameter", faultStatus_t status = FAULT_ACTIVE)
+{
+    firaim::FaultEvent event;
+    event.code = code;
+    event.status = status;
+    event.module = std::move(module);
+    event.parameter = std::move(parameter);
+    event.time = 1'772'366'400'000;
+    event.upTime = 10;
+    return event;
+}
+
+/// What begins in one process and is waited for in another: a pipe of which one end is each process's.
+class Signal
+{
+public:
+    Signal() { EXPECT_EQ(pipe(m_ends), 0); }
+    ~Signal()
+    {
+        close(m_ends[0]);
+        close(m_ends[1]);
+    }
+    Signal(Signal const&) = delete;
+    Signal& operator=(Signal const&) = delete;
+
+    void give(char byte = '+') const { EXPECT_EQ(write(m_ends[1], &byte, 1), 1); }
+    char wait() const
+    {
+        char byte = 0;
+        EXPECT_EQ(read(m_ends[0], &byte, 1), 1);
+        return byte;
+    }
+
+private:
+    int m_ends[2] = {-1, -1};
+};
+
+/// Begins `body` in a process of its own, whose exit status says whether all that it expected holds.
+template <class Body>
+pid_t startChild(Body const& body)
+{
+    std::fflush(nullptr); // What waits in buffers would be written by both.
+    pid_t const child = fork();
+    if (child == 0)
+    {
+        body();
+        std::fflush(nullptr);
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    return child;
+}
+
+inline void expectSuccess(pid_t child)
+{
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0) << "an expectation of the other process failed";
+}
+
+/// A path for a file, and a recorder; nothing is opened yet.
+class FaultRecorderTest : public testing::Test
+{
+protected:
+    using rows_t = std::vector<RawDb::row_t>;
+
+    static constexpr char kStatistics[] = "SELECT * FROM FdbFaultStatisticTbl ORDER BY EntryId";
+    static constexpr char kFaults[] = "SELECT * FROM FdbFaultTbl ORDER BY EntryId";
+    static constexpr char kCountOfFaults[] = "SELECT count(*) FROM FdbFaultTbl";
+
+    void open(firaim::RecorderOptions const& options = {})
+    {
+        ASSERT_EQ(recorder.open(path, options), firaim::HISTORY_OK) << recorder.lastProblem();
+    }
+
+    /// The file as the facade makes it, which is closed again.
+    void createWithFacade() const
+    {
+        Console const console;
+        ASSERT_EQ(FaultDb::getInstance()->createDb(path, false), RESULT_OK);
+    }
+
+    rows_t rows(std::string const& query) const { return RawDb(path).rows(query); }
+    std::string value(std::string const& query) const { return RawDb(path).value(query); }
+    void exec(std::string const& statement) const { RawDb(path).exec(statement); }
+
+    /// One cell of the first statistic of a code.
+    std::string statistic(std::uint64_t code, std::string const& column) const
+    {
+        return value("SELECT " + column + " FROM FdbFaultStatisticTbl WHERE FaultCode = " + std::to_string(code) +
+                     " ORDER BY EntryId LIMIT 1");
+    }
+
+    TempDir dir;
+    std::string const path = dir.file("faults.db");
+    firaim::FaultRecorder recorder;
+};
+
+/// Writes with the facade, as an application beside the recorder does.
+class Facade
+{
+public:
+    explicit Facade(std::string const& path) { EXPECT_EQ(m_db->openDb(path, false), RESULT_OK); }
+    ~Facade() { EXPECT_EQ(m_db->closeDb(), RESULT_OK); }
+    Facade(Facade const&) = delete;
+    Facade& operator=(Facade const&) = delete;
+
+    FaultDb* operator->() const { return m_db; }
+
+private:
+    Console m_console;
+    FaultDb* m_db = FaultDb::getInstance();
+};
