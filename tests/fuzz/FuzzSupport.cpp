@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -78,6 +79,45 @@ std::vector<cells_t> rawRows(sqlite3* db, std::string const& sql)
     }
     require(sqlite3_finalize(statement) == SQLITE_OK, "the statement runs");
     return rows;
+}
+
+std::size_t Input::byte()
+{
+    std::string const next = bytes(1);
+    return next.empty() ? 0 : static_cast<unsigned char>(next.front());
+}
+
+std::uint64_t Input::number()
+{
+    std::string const next = bytes(sizeof(std::uint64_t));
+    std::uint64_t number = 0;
+    std::memcpy(&number, next.data(), next.size());
+    return number;
+}
+
+std::string Input::bytes(std::size_t size)
+{
+    std::string const next(m_rest.substr(0, size));
+    m_rest.remove_prefix(next.size());
+    return next;
+}
+
+std::string Input::text()
+{
+    constexpr std::size_t kLong = 0xf0;
+    constexpr std::size_t kRepetitions = 300;
+    std::size_t const length = byte();
+    if (length < kLong)
+    {
+        return bytes(length % 8);
+    }
+    std::string const unit = bytes(4);
+    std::string text;
+    for (std::size_t i = 0; i < (length - kLong) * kRepetitions; ++i)
+    {
+        text += unit;
+    }
+    return text;
 }
 
 std::vector<std::string_view> split(std::string_view text, char separator)

@@ -45,6 +45,26 @@ using cells_t = std::vector<std::optional<std::string>>;
 /// The rows of `sql` as SQLite gives them; a statement that fails is a finding.
 std::vector<cells_t> rawRows(sqlite3* db, std::string const& sql);
 
+/// The input of a target that is read from its beginning, number by number; behind its end there are zeros.
+class Input
+{
+public:
+    Input(std::uint8_t const* data, std::size_t size) : m_rest(reinterpret_cast<char const*>(data), size) {}
+
+    bool isAtEnd() const { return m_rest.empty(); }
+    /// The next byte.
+    std::size_t byte();
+    /// The next eight bytes.
+    std::uint64_t number();
+    /// The next bytes, as many as there are up to `size`.
+    std::string bytes(std::size_t size);
+    /// A length and so many bytes. Most texts are short, so that the same ones come again; some need several pages.
+    std::string text();
+
+private:
+    std::string_view m_rest;
+};
+
 /// The pieces of `text` between the separators; always at least one.
 std::vector<std::string_view> split(std::string_view text, char separator);
 

@@ -1,9 +1,12 @@
-// Several threads in one process: calls that the threads serialise, and log lines that they do not.
+// Several threads in one process: calls that the threads serialise, log lines and recorders that they do not.
 
 #include "Fixtures.h"
 
 #include <db/LogUtil.h>
+#include <history/FaultRecorder.h>
 
+#include <array>
+#include <atomic>
 #include <cstdio>
 #include <functional>
 #include <map>
@@ -64,6 +67,95 @@ void Threads::record(unsigned int number)
     EXPECT_GT(count, 0);
     FaultTbl faults;
     EXPECT_GT(serialised([&] { return db.getFaultTbl(faults); }), 0);
+}
+
+/// A recorder that all threads use at once.
+class ThreadsOfARecorder : public Threads
+{
+protected:
+    static firaim::RecorderOptions options()
+    {
+        firaim::RecorderOptions options;
+        options.queueLimit = 16;
+        options.stormBurst = 20;
+        options.stormRowsPerMinute = 600;
+        options.keepNewest = 200;
+        return options;
+    }
+
+    static firaim::FaultEvent eventOf(unsigned int number)
+    {
+        firaim::FaultEvent event;
+        event.code = 1 + number % 3;
+        event.module = "module " + std::to_string(number % 2);
+        event.status = number % 5 == 0 ? FAULT_INACTIVE : FAULT_ACTIVE;
+        return event;
+    }
+
+    /// One call of every kind; notes how many events of status active were taken.
+    void callAll(unsigned int number);
+    void expectPossible(int result) const
+    {
+        EXPECT_TRUE(result >= 0 || result == firaim::HISTORY_INVALID_STATE || result == firaim::HISTORY_QUEUE_FULL)
+            << firaim::historyResultName(result) << ' ' << recorder.lastProblem();
+    }
+    void note(int result, firaim::FaultEvent const& event)
+    {
+        expectPossible(result);
+        bool const isTaken = result == firaim::HISTORY_OK || result == firaim::HISTORY_COUNTED ||
+                             result == firaim::HISTORY_QUEUED;
+        occurrences[static_cast<std::size_t>(event.code)] += isTaken && event.status == FAULT_ACTIVE ? 1 : 0;
+    }
+    void expectAllCounted() const
+    {
+        RawDb raw(path);
+        EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
+        for (unsigned int code = 1; code <= 3; ++code)
+        {
+            EXPECT_EQ(raw.value("SELECT OccurenceCnt FROM FdbFaultStatisticTbl WHERE FaultCode = " +
+                                std::to_string(code)),
+                      std::to_string(occurrences[code]));
+        }
+    }
+
+    static constexpr std::chrono::minutes kLong{1};
+    firaim::FaultRecorder recorder;
+    std::array<std::atomic<unsigned int>, 4> occurrences{};
+};
+
+void ThreadsOfARecorder::callAll(unsigned int number)
+{
+    firaim::FaultEvent event = eventOf(number);
+    note(recorder.record(event, kLong).result, event);
+    note(recorder.post(event), event);
+    std::vector<firaim::Receipt> receipts;
+    static_cast<void>(recorder.recordAll({event, event}, receipts, kLong)); // The receipts tell.
+    for (firaim::Receipt const& receipt : receipts)
+    {
+        note(receipt.result, event);
+    }
+    event.status = FAULT_ACTIVE;
+    note(recorder.raise(event, kLong).result, event);
+    expectPossible(recorder.clear(event, kLong).result);
+    std::vector<unsigned long long> keys;
+    std::uint64_t left = 0;
+    switch (number % 8)
+    {
+    case 0:
+        expectPossible(recorder.flush(left, kLong));
+        break;
+    case 1:
+        expectPossible(recorder.endCycle(kLong));
+        break;
+    case 2:
+        expectPossible(recorder.clearCode(event, keys, kLong));
+        break;
+    default:
+        EXPECT_LE(recorder.counters().queued, 16U);
+        EXPECT_LE(recorder.startupId(), 1000U);
+        static_cast<void>(recorder.lastProblem().size()); // Another thread may have failed, or none.
+        break;
+    }
 }
 
 } // namespace
@@ -139,4 +231,54 @@ TEST_F(Threads, TheFirstUseOfTheProcessesObjectMayBeInAnyThread)
             objects.insert(FaultDb::getInstance());
         });
     EXPECT_EQ(objects.size(), 1U);
+}
+
+TEST_F(ThreadsOfARecorder, LoseNoEventWhateverTheyCall)
+{
+    ASSERT_EQ(recorder.open(path, options()), firaim::HISTORY_OK) << recorder.lastProblem();
+    inThreads(
+        [this](unsigned int thread)
+        {
+            for (unsigned int round = 0; round < kRounds; ++round)
+            {
+                callAll(thread + 7 * round);
+            }
+        });
+    firaim::FaultRecorder::Counters const counters = recorder.counters();
+    EXPECT_EQ(recorder.close(), firaim::HISTORY_OK) << recorder.lastProblem();
+    expectAllCounted();
+    EXPECT_GT(counters.counted, 0U) << "there was no storm";
+    EXPECT_GT(counters.pruned, 0U);
+    std::printf("threads: %llu rows in %llu commits, %llu counted, %llu pruned\n",
+                static_cast<unsigned long long>(counters.recorded), static_cast<unsigned long long>(counters.groups),
+                static_cast<unsigned long long>(counters.counted), static_cast<unsigned long long>(counters.pruned));
+}
+
+TEST_F(ThreadsOfARecorder, MayCallWhileOthersOpenAndClose)
+{
+    std::atomic<unsigned int> closed(0);
+    inThreads(
+        [&](unsigned int thread)
+        {
+            for (unsigned int round = 0; round < kRounds; ++round)
+            {
+                if (thread < 3)
+                {
+                    static_cast<void>(recorder.open(path, options(), kLong)); // Another thread may have been faster.
+                    closed += recorder.close() == firaim::HISTORY_OK ? 1 : 0;
+                }
+                else
+                {
+                    callAll(thread + 7 * round);
+                }
+            }
+        });
+    EXPECT_GT(closed, 0U);
+    ASSERT_EQ(recorder.open(path, options(), kLong), firaim::HISTORY_OK) << recorder.lastProblem();
+    for (unsigned int number = 1; number < 4; ++number)
+    {
+        callAll(number); // So that each code has a statistic.
+    }
+    EXPECT_EQ(recorder.close(), firaim::HISTORY_OK) << recorder.lastProblem();
+    expectAllCounted();
 }

@@ -1,0 +1,456 @@
+// Queries over fault tables of any content, against a filter in the plainest form over all decoded rows; and texts of
+// positions, which are refused or come back.
+//
+// Input: a length and the text of a position, the query, then the rows of the table. The first byte of a row is its
+// key, the second says how many more rows like it follow, the third which cells are other ones than the library writes.
+
+#include "FuzzSupport.h"
+
+#include <history/FaultReader.h>
+#include <history/FaultRecorder.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <locale>
+#include <map>
+#include <memory>
+#include <sstream>
+
+using namespace firaim;
+
+namespace
+{
+
+constexpr std::size_t kColumns = 16;
+constexpr std::size_t kMaxRows = 24; ///< more than the first batch of a cursor
+constexpr std::uint32_t kCodes[] = {0, 0x0101, 0xfffffff0, 7};
+constexpr char const* kTexts[] = {"", "a", "Module", "n/a", "mODULE b", "\xc3\x84\xff", "it's", "0"};
+
+std::string knownOrOwnText(fuzz::Input& input)
+{
+    std::size_t const choice = input.byte();
+    return choice < 192 ? kTexts[choice % std::size(kTexts)] : input.text();
+}
+
+std::int64_t key(fuzz::Input& input)
+{
+    std::size_t const choice = input.byte();
+    switch (choice)
+    {
+    case 255:
+        return static_cast<std::int64_t>(input.number());
+    case 254:
+        return std::numeric_limits<std::int64_t>::max();
+    case 253:
+        return std::numeric_limits<std::int64_t>::min();
+    default:
+        return static_cast<std::int64_t>(choice) - 20;
+    }
+}
+
+/// A time in the middle of those that the rows have, or any.
+std::int64_t time(fuzz::Input& input)
+{
+    std::size_t const choice = input.byte();
+    return choice == 255 ? static_cast<std::int64_t>(input.number())
+                         : 1'772'366'400'000 + static_cast<std::int64_t>(choice);
+}
+
+FaultQuery readQuery(fuzz::Input& input)
+{
+    FaultQuery query;
+    std::size_t const given = input.byte();
+    std::size_t const more = input.byte();
+    query.order = (given & 1U) != 0 ? FaultQuery::OLDEST_FIRST : FaultQuery::NEWEST_FIRST;
+    query.isActiveOnly = (given & 2U) != 0;
+    query.timeUnit = static_cast<timeUnit_t>(more / 8 % 5);
+    for (std::size_t i = 0; i < more % 2 + more / 64; ++i)
+    {
+        std::size_t const choice = input.byte();
+        query.codes.push_back(choice < 240 ? kCodes[choice % std::size(kCodes)]
+                                           : static_cast<std::uint32_t>(input.number()));
+    }
+    for (std::size_t i = 0; i < more / 2 % 2; ++i)
+    {
+        query.modules.push_back(knownOrOwnText(input));
+        query.modules.push_back(knownOrOwnText(input));
+    }
+    if ((more & 4U) != 0)
+    {
+        query.startups = {static_cast<unsigned int>(input.byte() % 4), static_cast<unsigned int>(input.number())};
+    }
+    if ((given & 4U) != 0)
+    {
+        query.since = time(input);
+    }
+    if ((given & 8U) != 0)
+    {
+        query.until = time(input);
+    }
+    if ((given & 16U) != 0)
+    {
+        query.text = knownOrOwnText(input);
+    }
+    if ((given & 32U) != 0)
+    {
+        query.afterKey = key(input);
+    }
+    if ((given & 64U) != 0)
+    {
+        query.beforeKey = key(input);
+    }
+    if ((given & 128U) != 0)
+    {
+        query.limit = input.byte();
+    }
+    return query;
+}
+
+/// The fault table, written by SQLite itself and read by the library. Both connections stay: the rows of an input are
+/// all that it finds.
+class Table
+{
+public:
+    Table();
+    ~Table();
+    Table(Table const&) = delete;
+    Table& operator=(Table const&) = delete;
+
+    void fill(fuzz::Input& input);
+    std::vector<fuzz::cells_t> rows() { return fuzz::rawRows(m_db, "SELECT * FROM FdbFaultTbl"); }
+    FaultReader& reader() { return m_reader; }
+
+private:
+    void exec(char const* sql);
+    void bindSound(std::size_t kind);
+    void bindAny(int column, fuzz::Input& input);
+    void bind(int column, std::string const& text);
+
+    fuzz::MemoryDir m_dir;
+    sqlite3* m_db = nullptr;
+    sqlite3_stmt* m_insert = nullptr;
+    FaultReader m_reader;
+};
+
+Table::Table()
+{
+    std::string const path = m_dir.file("faults.db");
+    FaultRecorder recorder;
+    fuzz::require(recorder.open(path) == HISTORY_OK && recorder.close() == HISTORY_OK, "a file can be made");
+    fuzz::require(sqlite3_open(path.c_str(), &m_db) == SQLITE_OK, "SQLite opens the file");
+    exec("PRAGMA journal_mode=MEMORY; PRAGMA synchronous=OFF");
+    std::string insert = "INSERT OR REPLACE INTO FdbFaultTbl VALUES(?";
+    for (std::size_t i = 1; i < kColumns; ++i)
+    {
+        insert += ",?";
+    }
+    insert += ")";
+    fuzz::require(sqlite3_prepare_v2(m_db, insert.c_str(), -1, &m_insert, nullptr) == SQLITE_OK, "the rows are of 16");
+    fuzz::require(m_reader.open(path) == HISTORY_OK, "the reader is opened");
+}
+
+Table::~Table()
+{
+    sqlite3_finalize(m_insert);
+    fuzz::require(sqlite3_close(m_db) == SQLITE_OK, "SQLite closes the file");
+}
+
+void Table::exec(char const* sql)
+{
+    fuzz::require(sqlite3_exec(m_db, sql, nullptr, nullptr, nullptr) == SQLITE_OK, sql);
+}
+
+void Table::bind(int column, std::string const& text)
+{
+    sqlite3_bind_text(m_insert, column, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+}
+
+/// Cells as the library writes them.
+void Table::bindSound(std::size_t kind)
+{
+    constexpr std::int64_t kStamps[] = {1'772'366'400, 1'772'366'400'100, 1'772'366'400'100'000, 0};
+    for (int column = 2; column <= static_cast<int>(kColumns); ++column)
+    {
+        bind(column, kTexts[(kind + static_cast<std::size_t>(column)) % std::size(kTexts)]);
+    }
+    sqlite3_bind_int64(m_insert, 3, kCodes[kind % std::size(kCodes)]);
+    sqlite3_bind_int64(m_insert, 7, kStamps[kind / 4 % std::size(kStamps)] + static_cast<std::int64_t>(kind));
+    bind(9, kind % 2 == 0 ? "ErrorActive" : "ErrorInactive");
+    sqlite3_bind_int64(m_insert, 12, static_cast<std::int64_t>(kind));
+    sqlite3_bind_int64(m_insert, 13, 5);
+    sqlite3_bind_int64(m_insert, 15, static_cast<std::int64_t>(kind / 16 % 4));
+}
+
+void Table::bindAny(int column, fuzz::Input& input)
+{
+    std::size_t const type = input.byte();
+    std::string text;
+    std::uint64_t number = 0;
+    double real = 0;
+    switch (type % 6)
+    {
+    case 0:
+        sqlite3_bind_null(m_insert, column);
+        break;
+    case 1:
+        sqlite3_bind_int64(m_insert, column, static_cast<std::int64_t>(input.number()));
+        break;
+    case 2:
+        number = input.number();
+        std::memcpy(&real, &number, sizeof real);
+        sqlite3_bind_double(m_insert, column, real);
+        break;
+    case 3:
+        text = input.text();
+        sqlite3_bind_blob(m_insert, column, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+        break;
+    case 4: // A word or a number that something follows.
+        text = std::string(kTexts[type / 8 % std::size(kTexts)]) + input.text();
+        bind(column, text);
+        break;
+    default:
+        bind(column, input.text());
+    }
+}
+
+void Table::fill(fuzz::Input& input)
+{
+    exec("BEGIN; DELETE FROM FdbFaultTbl");
+    for (std::size_t rows = 0; rows < kMaxRows && !input.isAtEnd();)
+    {
+        std::int64_t rowKey = key(input);
+        std::size_t const like = input.byte();
+        std::size_t const others = input.byte();
+        bindSound(input.byte());
+        for (std::size_t i = 0; i < others % 4; ++i)
+        {
+            bindAny(static_cast<int>(input.byte() % (kColumns - 1)) + 2, input);
+        }
+        // Unsigned, so that it may pass the largest key.
+        for (std::size_t i = 0; i <= (like < 224 ? 0 : like - 224) && rows < kMaxRows; ++i, ++rows)
+        {
+            sqlite3_bind_int64(m_insert, 1, rowKey);
+            fuzz::require(sqlite3_step(m_insert) == SQLITE_DONE, "the row is written");
+            sqlite3_reset(m_insert);
+            rowKey = static_cast<std::int64_t>(static_cast<std::uint64_t>(rowKey) + 1);
+        }
+    }
+    exec("COMMIT");
+}
+
+std::string decodedText(std::optional<std::string> const& cell)
+{
+    return cell ? cell->substr(0, cell->find('\0')) : "n/a";
+}
+
+template <class Integer>
+Integer decodedNumber(std::optional<std::string> const& cell)
+{
+    std::istringstream stream(cell ? decodedText(cell) : "0");
+    stream.imbue(std::locale::classic());
+    Integer value = 0;
+    return stream >> value ? value : 0;
+}
+
+Fault decoded(fuzz::cells_t const& cells)
+{
+    Fault fault;
+    fault.EntryId = decodedNumber<unsigned long long>(cells[0]);
+    fault.DateTimeString = decodedText(cells[1]);
+    fault.FaultCode = static_cast<faultCode_t>(decodedNumber<unsigned int>(cells[2]));
+    fault.FaultCodeName = decodedText(cells[3]);
+    fault.ModuleName = decodedText(cells[4]);
+    fault.Parameter = decodedText(cells[5]);
+    fault.TimeStampUTC = decodedNumber<unsigned long long>(cells[6]);
+    fault.TimeZone = decodedText(cells[7]);
+    fault.Status = decodedText(cells[8]) == "ErrorActive" ? FAULT_ACTIVE : FAULT_INACTIVE;
+    fault.Description = decodedText(cells[9]);
+    fault.DiagSignalsDumpFileName = decodedText(cells[10]);
+    fault.LoggerUpTime = decodedNumber<unsigned int>(cells[11]);
+    fault.LoggerLifeTime = decodedNumber<unsigned int>(cells[12]);
+    fault.CfgBackupFile = decodedText(cells[13]);
+    fault.RdbStartupId = decodedNumber<unsigned int>(cells[14]);
+    fault.SystemDateTimeString = decodedText(cells[15]);
+    return fault;
+}
+
+bool areSame(Fault const& a, Fault const& b)
+{
+    return a.EntryId == b.EntryId && a.DateTimeString == b.DateTimeString && a.FaultCode == b.FaultCode &&
+           a.FaultCodeName == b.FaultCodeName && a.ModuleName == b.ModuleName && a.Parameter == b.Parameter &&
+           a.TimeStampUTC == b.TimeStampUTC && a.TimeZone == b.TimeZone && a.Status == b.Status &&
+           a.Description == b.Description && a.DiagSignalsDumpFileName == b.DiagSignalsDumpFileName &&
+           a.LoggerUpTime == b.LoggerUpTime && a.LoggerLifeTime == b.LoggerLifeTime &&
+           a.CfgBackupFile == b.CfgBackupFile && a.RdbStartupId == b.RdbStartupId &&
+           a.SystemDateTimeString == b.SystemDateTimeString;
+}
+
+std::string lowered(std::string text)
+{
+    for (char& letter : text)
+    {
+        letter = letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + ('a' - 'A')) : letter;
+    }
+    return text;
+}
+
+template <class Value>
+bool isAmong(std::vector<Value> const& values, Value const& value)
+{
+    return values.empty() || std::count(values.begin(), values.end(), value) > 0;
+}
+
+bool isWanted(FaultQuery const& query, std::int64_t rowKey, Fault const& fault)
+{
+    if ((query.afterKey && rowKey <= *query.afterKey) || (query.beforeKey && rowKey >= *query.beforeKey) ||
+        (query.isActiveOnly && fault.Status != FAULT_ACTIVE))
+    {
+        return false;
+    }
+    auto const stamp = timeOf(fault.TimeStampUTC, query.timeUnit);
+    if ((query.since && (!stamp || *stamp < *query.since)) || (query.until && (!stamp || *stamp >= *query.until)))
+    {
+        return false;
+    }
+    bool isMentioned = !query.text;
+    for (std::string const* const text : {&fault.Description, &fault.Parameter, &fault.ModuleName, &fault.FaultCodeName,
+                                          &fault.DiagSignalsDumpFileName, &fault.CfgBackupFile})
+    {
+        isMentioned = isMentioned || lowered(*text).find(lowered(*query.text)) != std::string::npos;
+    }
+    return isMentioned && isAmong(query.codes, static_cast<std::uint32_t>(fault.FaultCode)) &&
+           isAmong(query.modules, fault.ModuleName) && isAmong(query.startups, fault.RdbStartupId);
+}
+
+struct found_t
+{
+    std::int64_t key;
+    Fault fault;
+};
+
+std::vector<found_t> filtered(std::map<std::int64_t, Fault> const& faults, FaultQuery const& query)
+{
+    std::vector<found_t> found;
+    for (auto const& [rowKey, fault] : faults)
+    {
+        if (isWanted(query, rowKey, fault))
+        {
+            found.push_back({rowKey, fault});
+        }
+    }
+    if (query.order == FaultQuery::NEWEST_FIRST)
+    {
+        std::reverse(found.begin(), found.end());
+    }
+    if (query.limit && *query.limit < found.size())
+    {
+        found.erase(found.begin() + static_cast<std::ptrdiff_t>(*query.limit), found.end());
+    }
+    return found;
+}
+
+void requireNext(FaultCursor& cursor, found_t const& expected)
+{
+    Fault fault;
+    fuzz::require(cursor.next(fault) == HISTORY_OK, "no fault is missing");
+    fuzz::require(cursor.key() == expected.key && cursor.position() == expected.key, "the faults are in their order");
+    fuzz::require(areSame(fault, expected.fault), "the fault is decoded as its cells say");
+}
+
+void requireEnd(FaultCursor& cursor)
+{
+    Fault untouched;
+    untouched.Description = "untouched";
+    for (int i = 0; i < 2; ++i)
+    {
+        fuzz::require(cursor.next(untouched) == HISTORY_END && untouched.Description == "untouched", "there is an end");
+    }
+}
+
+/// The whole answer.
+void requireAnswer(FaultReader& reader, FaultQuery const& query, std::vector<found_t> const& expected)
+{
+    FaultCursor cursor = reader.faults(query);
+    for (found_t const& fault : expected)
+    {
+        requireNext(cursor, fault);
+    }
+    requireEnd(cursor);
+}
+
+/// What another cursor gives that goes on where one has stopped.
+void requireRest(FaultReader& reader, FaultQuery const& query, std::vector<found_t> const& expected)
+{
+    std::size_t const half = expected.size() / 2;
+    FaultCursor first = reader.faults(query);
+    for (std::size_t i = 0; i < half; ++i)
+    {
+        requireNext(first, expected[i]);
+    }
+    FaultQuery rest = query;
+    if (half > 0)
+    {
+        (query.order == FaultQuery::OLDEST_FIRST ? rest.afterKey : rest.beforeKey) = first.position();
+        rest.limit = query.limit ? std::optional(*query.limit - half) : std::nullopt;
+    }
+    FaultCursor second = reader.faults(rest);
+    for (std::size_t i = half; i < expected.size(); ++i)
+    {
+        requireNext(second, expected[i]);
+    }
+    requireEnd(second);
+}
+
+void requirePosition(std::string const& text)
+{
+    FollowPosition const untouched = {9, 8, 7, 6};
+    FollowPosition position = untouched;
+    bool const isOne = FollowPosition::fromText(text, position);
+    fuzz::require(position.toText() == (isOne ? text : untouched.toText()), "a position comes back or is refused");
+}
+
+std::unique_ptr<Table> table;
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    fuzz::silenceLog();
+    table = std::make_unique<Table>();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
+{
+    fuzz::Input input(data, size);
+    std::size_t const kind = input.byte();
+    // Most numbers are no position without its beginning.
+    requirePosition((kind % 2 == 0 ? "" : "firaim1:") + input.bytes(kind / 2));
+    FaultQuery query = readQuery(input);
+    table->fill(input);
+
+    std::map<std::int64_t, Fault> faults;
+    for (fuzz::cells_t const& cells : table->rows())
+    {
+        faults.emplace(std::stoll(cells[0].value()), decoded(cells));
+    }
+    FaultReader& reader = table->reader();
+    requireRest(reader, query, filtered(faults, query));
+    for (FaultQuery::order_t const order : {FaultQuery::NEWEST_FIRST, FaultQuery::OLDEST_FIRST})
+    {
+        query.order = order;
+        requireAnswer(reader, query, filtered(faults, query));
+    }
+
+    Counts counts;
+    fuzz::require(reader.counts(counts) == HISTORY_OK && counts.faults == faults.size(), "every row is counted");
+    if (!faults.empty() && faults.rbegin()->first >= 0)
+    {
+        auto const& [rowKey, fault] = *faults.rbegin();
+        Fault read;
+        fuzz::require(reader.fault(static_cast<unsigned long long>(rowKey), read) == HISTORY_OK && areSame(read, fault),
+                      "the fault is found by its key");
+    }
+    return 0;
+}

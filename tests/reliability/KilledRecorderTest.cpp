@@ -1,0 +1,171 @@
+// Two processes record into one file, each with several threads, and are killed at random moments. What they
+// acknowledged is in the file, once and with its statistic; nothing is there by halves.
+
+#include "ChildProcess.h"
+#include "TestSupport.h"
+
+#include <history/HistoryResult.h>
+
+#include <csignal>
+#include <cstdio>
+#include <map>
+#include <random>
+#include <sstream>
+
+#include <sys/wait.h>
+
+namespace
+{
+
+constexpr unsigned int kSeed = 20260301;
+constexpr unsigned int kRounds = 20;
+constexpr unsigned int kMaxAcknowledgements = 400; ///< of a process before it is killed
+constexpr unsigned int kMaxBacklog = 10000;        ///< more than a pipe holds
+constexpr unsigned int kMaxSilenceUs = 200;        ///< as long as some commits take
+constexpr char kSharedCode[] = "3";                ///< whose one triple is raised and cleared only
+
+class KilledRecorders : public testing::Test
+{
+protected:
+    /// Starts both, and kills one while the other one goes on.
+    void round(unsigned int number)
+    {
+        ChildProcess first({FIRAIM_TEST_ENDLESS_RECORDER, path, std::to_string(number) + "/first"});
+        ChildProcess second({FIRAIM_TEST_ENDLESS_RECORDER, path, std::to_string(number) + "/second"});
+        ASSERT_NO_FATAL_FAILURE(read(first, below(kMaxAcknowledgements)));
+        ASSERT_NO_FATAL_FAILURE(read(second, below(kMaxAcknowledgements)));
+        ASSERT_NO_FATAL_FAILURE(kill(first));
+        ASSERT_NO_FATAL_FAILURE(read(second, below(kMaxAcknowledgements)));
+        ASSERT_NO_FATAL_FAILURE(kill(second));
+        std::string const journal = path + "-journal";
+        hotJournals += exists(journal) && readFile(journal).substr(0, 2) == "\xd9\xd5" ? 1 : 0;
+        expectFileHoldsAll();
+    }
+
+    std::size_t acknowledged() const { return m_rows.size(); }
+
+    unsigned int hotJournals = 0;
+    std::size_t unacknowledged = 0; ///< rows that are there, of calls that had not returned
+
+private:
+    struct row_t
+    {
+        std::string status;
+        std::string description;
+    };
+
+    unsigned int below(unsigned int limit) { return static_cast<unsigned int>(m_random()) % limit; }
+
+    void take(std::string const& line)
+    {
+        std::istringstream words(line);
+        int result = firaim::HISTORY_FAILED;
+        unsigned long long key = 0;
+        row_t row;
+        ASSERT_TRUE(words >> result >> key >> row.status >> row.description) << line;
+        if (result == firaim::HISTORY_UNCHANGED)
+        {
+            return;
+        }
+        ASSERT_EQ(result, firaim::HISTORY_OK) << line;
+        ASSERT_TRUE(m_rows.emplace(key, row).second) << "a key twice: " << line;
+    }
+
+    void read(ChildProcess& recorder, unsigned int count)
+    {
+        for (; count > 0; --count)
+        {
+            auto const line = recorder.readLine();
+            ASSERT_TRUE(line) << "the recorder has ended";
+            ASSERT_NO_FATAL_FAILURE(take(*line));
+        }
+    }
+
+    /// Kills it while it is at something, not while it waits for the pipe to take its acknowledgements.
+    void kill(ChildProcess& recorder)
+    {
+        long long const silenceUs = below(kMaxSilenceUs);
+        for (unsigned int left = kMaxBacklog; left > 0; --left)
+        {
+            auto const line = recorder.readLine(silenceUs);
+            if (!line)
+            {
+                break;
+            }
+            ASSERT_NO_FATAL_FAILURE(take(*line));
+        }
+        recorder.kill();
+        int const status = recorder.wait();
+        ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+        for (auto line = recorder.readLine(); line; line = recorder.readLine())
+        {
+            ASSERT_NO_FATAL_FAILURE(take(*line));
+        }
+    }
+
+    void expectFileHoldsAll()
+    {
+        RawDb raw(path);
+        EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
+        if (m_rows.empty() && raw.value("SELECT count(*) FROM sqlite_master") == "0")
+        {
+            return; // Both were killed before there was a database.
+        }
+        std::map<unsigned long long, row_t> found;
+        for (auto const& row : raw.rows("SELECT EntryId, Status = 'ErrorActive', Description FROM FdbFaultTbl"))
+        {
+            found[std::stoull(*row[0])] = {*row[1], *row[2]};
+        }
+        for (auto const& [key, row] : m_rows)
+        {
+            EXPECT_EQ(found[key].status, row.status) << "key " << key;
+            EXPECT_EQ(found[key].description, row.description) << "key " << key;
+        }
+        unacknowledged = found.size() - m_rows.size();
+        EXPECT_EQ(raw.value("SELECT count(*) FROM (SELECT 1 FROM FdbFaultTbl GROUP BY Description HAVING count(*) > "
+                            "1)"),
+                  "0")
+            << "rows twice";
+        expectStatistics(raw);
+        expectEdgesOnly(raw);
+    }
+
+    /// They are of the same commits as the rows, all of which are acknowledged ones or more.
+    static void expectStatistics(RawDb& raw)
+    {
+        EXPECT_EQ(raw.rows("SELECT FaultCode, OccurenceCnt, FaultEntryId FROM FdbFaultStatisticTbl ORDER BY FaultCode"),
+                  raw.rows("SELECT FaultCode, min(sum(Status = 'ErrorActive'), 65535), max(EntryId) FROM FdbFaultTbl "
+                           "GROUP BY FaultCode ORDER BY FaultCode"));
+    }
+
+    static void expectEdgesOnly(RawDb& raw)
+    {
+        std::string last = "ErrorInactive";
+        for (auto const& row : raw.rows(std::string("SELECT Status FROM FdbFaultTbl WHERE FaultCode = ") + kSharedCode +
+                                        " ORDER BY EntryId"))
+        {
+            EXPECT_NE(*row[0], last) << "raised or cleared twice";
+            last = *row[0];
+        }
+    }
+
+    TempDir const m_directory;
+    std::string const path = m_directory.file("faults.db");
+    std::map<unsigned long long, row_t> m_rows; ///< acknowledged, by key
+    std::mt19937 m_random{kSeed};
+};
+
+} // namespace
+
+TEST_F(KilledRecorders, LoseNothingThatTheyAcknowledgedAndKeepStatisticsRight)
+{
+    for (unsigned int number = 0; number < kRounds; ++number)
+    {
+        SCOPED_TRACE("round " + std::to_string(number) + " of seed " + std::to_string(kSeed));
+        ASSERT_NO_FATAL_FAILURE(round(number));
+    }
+    std::printf("killed recorders: %u rounds of 2 processes with 4 threads, %zu rows acknowledged; %zu rows of calls "
+                "that had not returned, %u commits rolled back\n",
+                kRounds, acknowledged(), unacknowledged, hotJournals);
+    EXPECT_GT(acknowledged(), kRounds);
+}

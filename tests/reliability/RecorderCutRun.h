@@ -1,0 +1,86 @@
+#pragma once
+
+#include "DiskModelVfs.h"
+#include "TestSupport.h"
+
+#include <history/FaultRecorder.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What a fault database holds: every cell.
+struct recorded_t
+{
+    std::string faults;
+    std::map<std::uint64_t, std::string> statistics; ///< by code
+    std::map<std::uint64_t, unsigned int> counts;    ///< occurrences by code
+
+    bool operator==(recorded_t const& other) const { return faults == other.faults && statistics == other.statistics; }
+};
+
+/// Read through SQLite alone; none when SQLite cannot read it.
+std::optional<recorded_t> readRecorded(std::string const& path);
+
+/// A run of a recorder on the disk model: what each call leaves, and what it did to the disk.
+class RecorderCutRun
+{
+public:
+    static constexpr char kFileName[] = "faults.db";
+
+    /// One call.
+    struct call_t
+    {
+        std::string name;
+        std::size_t end; ///< operations on the disk up to its return
+        recorded_t before;
+        recorded_t after;
+        std::optional<std::uint64_t> stormCode; ///< whose count may be stored some time before the row of the storm
+
+        /// Whether the file may hold this when the power fails before the call has returned.
+        bool allows(recorded_t const& found) const;
+    };
+
+    void run();
+
+    std::vector<call_t> const& calls() const { return m_calls; }
+    std::vector<DiskOperation> const& operations() const { return m_operations; }
+    std::uint64_t pruned() const { return m_pruned; }
+    std::uint64_t rows() const { return m_rows; }
+
+private:
+    using keys_t = std::vector<unsigned long long>;
+
+    firaim::FaultEvent eventOf(std::uint64_t code, std::string const& module, faultStatus_t status = FAULT_ACTIVE);
+    void open(firaim::RecorderOptions const& options);
+    void close();
+    void record(std::uint64_t code, std::string const& module, faultStatus_t status);
+    void raise(std::uint64_t code, std::string const& module);
+    void clear(std::uint64_t code, std::string const& module);
+    void recordGroup();
+    void endCycle();
+    void clearCode(std::uint64_t code);
+    void storm(std::uint64_t code);
+    void mixture();
+
+    void acknowledged(firaim::FaultEvent const& event, firaim::Receipt const& receipt);
+    void finish(std::string const& name, std::optional<std::uint64_t> stormCode = std::nullopt);
+    void expectAcknowledged();
+
+    TempDir m_directory;
+    std::string const m_path = m_directory.file(kFileName);
+    DiskModelVfs& m_vfs = DiskModelVfs::getInstance();
+    firaim::FaultRecorder m_recorder;
+    std::uint64_t m_keepNewest = 0; ///< of the recorders so far
+    std::uint64_t m_pruned = 0;
+    std::uint64_t m_rows = 0;
+    unsigned int m_number = 0;
+    std::map<unsigned long long, firaim::FaultEvent> m_acknowledged; ///< by key
+    std::map<std::uint64_t, unsigned int> m_occurrences;             ///< acknowledged, by code
+    recorded_t m_content;
+    std::vector<call_t> m_calls;
+    std::vector<DiskOperation> m_operations;
+    DiskModel m_disk;
+};

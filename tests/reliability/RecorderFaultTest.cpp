@@ -1,0 +1,128 @@
+// A recorder above storage and memory that fail: what a call returns is what the file holds, and the next call works.
+
+#include "FailingMemory.h"
+#include "FailingVfs.h"
+#include "RecorderWorkload.h"
+#include "SilentConsole.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+
+namespace
+{
+
+// An emulator looks for errors of the code, which the allocations in between do not bring to light.
+#ifdef FIRAIM_TEST_IS_EMULATED
+constexpr unsigned int kStride = 7;
+#else
+constexpr unsigned int kStride = 1;
+#endif
+
+class RecorderFaultTest : public testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        FailingMemory::install();
+        FailingVfs::install();
+    }
+
+    RecorderFaultTest() { FailingVfs::select(FailingVfs::KIND_COUNT); }
+
+    /// Fails each step that `plan` counts in turn, in each call of the recorder, until the call makes fewer.
+    void failEach(FaultPlan& plan, FaultPlan::persistence_t persistence, unsigned int stride = 1)
+    {
+        for (int call = 0; call < RecorderWorkload::CALL_COUNT; ++call)
+        {
+            // What is made once and kept is made by this one.
+            static_cast<void>(failOne(plan, persistence, static_cast<RecorderWorkload::call_t>(call), 0));
+            unsigned int fired = 1;
+            for (unsigned int n = 1; fired != 0 && !HasFailure(); n += stride)
+            {
+                auto const called = static_cast<RecorderWorkload::call_t>(call);
+                SCOPED_TRACE(std::string(RecorderWorkload::name(called)) + ", failure " + std::to_string(n) +
+                             (persistence == FaultPlan::ONCE ? ", once" : ", until cleared"));
+                long long const blocksBefore = FailingMemory::liveBlocks();
+                long long const bytesBefore = sqlite3_memory_used();
+                fired = failOne(plan, persistence, called, n);
+                EXPECT_EQ(FailingMemory::liveBlocks(), blocksBefore) << "a leak";
+                EXPECT_EQ(sqlite3_memory_used(), bytesBefore) << "a leak in SQLite";
+            }
+        }
+    }
+
+    unsigned int m_faults = 0;
+    unsigned int m_tolerated = 0;
+    unsigned int m_unknown = 0;
+
+private:
+    unsigned int failOne(FaultPlan& plan, FaultPlan::persistence_t persistence, RecorderWorkload::call_t call,
+                         unsigned int n)
+    {
+        SilentConsole const console;
+        RecorderWorkload workload(plan, call);
+        plan.arm(n, persistence);
+        workload.run();
+        plan.clear();
+        workload.expectFileAsReported();
+        workload.expectWorksOn();
+        m_faults += plan.fired();
+        m_tolerated += plan.fired() != 0 && workload.isDone() ? 1 : 0;
+        m_unknown += workload.isUnknown() ? 1 : 0;
+        return plan.fired();
+    }
+};
+
+class RecorderStorageTest : public RecorderFaultTest, public testing::WithParamInterface<FailingVfs::kind_t>
+{
+};
+
+TEST_P(RecorderStorageTest, OneFailureIsReportedAsWhatTheFileHolds)
+{
+    FailingVfs::select(GetParam());
+    failEach(FailingVfs::plan(), FaultPlan::ONCE);
+    std::printf("recorder faults: %-16s %5u calls failed once, %u tolerated\n", FailingVfs::name(GetParam()), m_faults,
+                m_tolerated);
+    EXPECT_GT(m_faults, 0U) << "no call of this kind was made";
+    EXPECT_EQ(m_unknown, 0U) << "the file could be read";
+}
+
+TEST_P(RecorderStorageTest, LastingFailureIsReportedAsWhatTheFileHoldsOrAsUnknown)
+{
+    FailingVfs::select(GetParam());
+    failEach(FailingVfs::plan(), FaultPlan::UNTIL_CLEARED);
+    std::printf("recorder faults: %-16s %5u calls failed until cleared, %u unknown\n", FailingVfs::name(GetParam()),
+                m_faults, m_unknown);
+    EXPECT_GT(m_faults, 0U) << "no call of this kind was made";
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, RecorderStorageTest,
+                         // No file is removed: the journal is kept.
+                         testing::Values(FailingVfs::OPEN, FailingVfs::READ, FailingVfs::SHORT_READ, FailingVfs::WRITE,
+                                         FailingVfs::SHORT_WRITE, FailingVfs::FULL_DISK, FailingVfs::FULL_DISK_MIDWAY,
+                                         FailingVfs::TRUNCATE, FailingVfs::SYNC, FailingVfs::LOCK_BUSY,
+                                         FailingVfs::LOCK_ERROR, FailingVfs::CHECK_LOCK, FailingVfs::UNLOCK,
+                                         FailingVfs::ACCESS, FailingVfs::FILE_SIZE),
+                         FailingVfs::testNameOf);
+
+TEST_F(RecorderFaultTest, SqliteWithoutMemoryReportsWhatTheFileHolds)
+{
+    failEach(FailingMemory::plan(FailingMemory::SQLITE_MALLOC), FaultPlan::ONCE, kStride);
+    failEach(FailingMemory::plan(FailingMemory::SQLITE_MALLOC), FaultPlan::UNTIL_CLEARED, kStride);
+    std::printf("recorder faults: SQLite's memory  %u allocations failed, %u tolerated\n", m_faults, m_tolerated);
+    EXPECT_GT(m_faults, 0U);
+}
+
+TEST_F(RecorderFaultTest, RecorderWithoutMemoryReportsWhatTheFileHolds)
+{
+    failEach(FailingMemory::plan(FailingMemory::OPERATOR_NEW), FaultPlan::ONCE, kStride);
+    failEach(FailingMemory::plan(FailingMemory::OPERATOR_NEW), FaultPlan::UNTIL_CLEARED, kStride);
+    std::printf("recorder faults: operator new     %u allocations failed, %u tolerated\n", m_faults, m_tolerated);
+    EXPECT_GT(m_faults, 0U);
+}
+
+} // namespace

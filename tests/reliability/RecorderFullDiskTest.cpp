@@ -1,0 +1,194 @@
+// A recorder on storage that really is full.
+
+#include "SmallStorage.h"
+#include "TestSupport.h"
+
+#include <history/FaultRecorder.h>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using namespace firaim;
+
+constexpr unsigned int kMostRecords = 500;
+
+FaultEvent longEvent(unsigned int number)
+{
+    FaultEvent event;
+    event.code = 1 + number % 3;
+    event.module = std::to_string(number);
+    event.description = std::string(3000, 'd');
+    return event;
+}
+
+/// A recorder whose storage fills up under it and is given back.
+class FilledRecorder
+{
+public:
+    explicit FilledRecorder(std::string path) : m_path(std::move(path))
+    {
+        EXPECT_EQ(m_recorder.open(m_path), HISTORY_OK) << m_recorder.lastProblem();
+    }
+
+    /// Records until the storage is full, by single events or by groups.
+    void fill(bool isByGroups)
+    {
+        int result = HISTORY_OK;
+        while (result == HISTORY_OK && m_number < kMostRecords)
+        {
+            result = record(isByGroups);
+        }
+        EXPECT_EQ(result, HISTORY_FAILED) << "the storage never was full";
+        EXPECT_GT(m_recorded.size(), 3U) << "the storage was full from the beginning";
+        EXPECT_EQ(record(isByGroups), HISTORY_FAILED);
+        expectFile();
+    }
+
+    void goOn()
+    {
+        EXPECT_EQ(recordOne(), HISTORY_OK) << m_recorder.lastProblem();
+        EXPECT_EQ(recordGroup(), HISTORY_OK) << m_recorder.lastProblem();
+        expectFile();
+    }
+
+private:
+    int record(bool isGroup) { return isGroup ? recordGroup() : recordOne(); }
+
+    int recordOne()
+    {
+        FaultEvent const event = longEvent(++m_number);
+        int const result = m_recorder.record(event).result;
+        keep(event, result);
+        return result;
+    }
+
+    int recordGroup()
+    {
+        std::vector<FaultEvent> events;
+        for (unsigned int i = 0; i < 5; ++i)
+        {
+            events.push_back(longEvent(++m_number));
+        }
+        std::vector<Receipt> receipts;
+        int const result = m_recorder.recordAll(events, receipts);
+        for (std::size_t i = 0; i < events.size(); ++i)
+        {
+            keep(events[i], receipts[i].result);
+        }
+        return result;
+    }
+
+    void keep(FaultEvent const& event, int result)
+    {
+        if (result == HISTORY_OK)
+        {
+            m_recorded.insert(event.module);
+        }
+    }
+
+    /// The rows are those with a receipt that says so, each once, and the statistics agree.
+    void expectFile()
+    {
+        RawDb raw(m_path);
+        EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
+        std::multiset<std::string> found;
+        for (RawDb::row_t const& row : raw.rows("SELECT ModuleName FROM FdbFaultTbl"))
+        {
+            found.insert(row[0].value_or(""));
+        }
+        EXPECT_EQ(found, std::multiset<std::string>(m_recorded.begin(), m_recorded.end()));
+        EXPECT_EQ(raw.value("SELECT sum(OccurenceCnt) FROM FdbFaultStatisticTbl"), std::to_string(m_recorded.size()));
+    }
+
+    std::string m_path;
+    unsigned int m_number = 0;
+    std::set<std::string> m_recorded;
+    FaultRecorder m_recorder;
+};
+
+class RecorderFullDiskTest : public testing::TestWithParam<bool>
+{
+protected:
+    TempDir const dir;
+};
+
+TEST_P(RecorderFullDiskTest, FileSizeLimitStoresWhatTheReceiptsSay)
+{
+    int const result = runInChild(
+        [this]
+        {
+            std::signal(SIGXFSZ, SIG_IGN);
+            FilledRecorder filled(dir.file("faults.db"));
+            limitFileSize(200 * 1024);
+            filled.fill(GetParam());
+            liftFileSize();
+            filled.goOn();
+            return 0;
+        });
+    EXPECT_EQ(result, 0);
+}
+
+TEST_P(RecorderFullDiskTest, SmallFileSystemStoresWhatTheReceiptsSay)
+{
+    int const result = runInChild(
+        [this]
+        {
+            if (int const refusal = mountSmall(dir.path().c_str()))
+            {
+                return refusal;
+            }
+            std::string const ballast = dir.file("ballast");
+            writeFile(ballast, std::string(64 * 1024, 'x'));
+            FilledRecorder filled(dir.file("faults.db"));
+            filled.fill(GetParam());
+            EXPECT_EQ(std::remove(ballast.c_str()), 0);
+            filled.goOn();
+            return 0;
+        });
+    if (result != 0 && result != kFailed)
+    {
+        GTEST_SKIP() << "no file system may be mounted here: " << std::strerror(result);
+    }
+    EXPECT_EQ(result, 0);
+}
+
+TEST(RecorderOnFullDiskTest, OpenOnAFullFileSystemFailsUntilThereIsRoom)
+{
+    TempDir const dir;
+    int const result = runInChild(
+        [&]
+        {
+            if (int const refusal = mountSmall(dir.path().c_str()))
+            {
+                return refusal;
+            }
+            std::string const ballast = dir.file("ballast");
+            fillUp(ballast);
+            FaultRecorder recorder;
+            EXPECT_EQ(recorder.open(dir.file("faults.db")), HISTORY_FAILED);
+            EXPECT_EQ(recorder.open(dir.file("faults.db")), HISTORY_FAILED);
+            EXPECT_EQ(std::remove(ballast.c_str()), 0);
+            EXPECT_EQ(recorder.open(dir.file("faults.db")), HISTORY_OK) << recorder.lastProblem();
+            EXPECT_EQ(recorder.record(longEvent(1)).result, HISTORY_OK) << recorder.lastProblem();
+            return 0;
+        });
+    if (result != 0 && result != kFailed)
+    {
+        GTEST_SKIP() << "no file system may be mounted here: " << std::strerror(result);
+    }
+    EXPECT_EQ(result, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, RecorderFullDiskTest, testing::Bool(),
+                         [](auto const& tested) { return tested.param ? "ByGroups" : "ByEvents"; });
+
+} // namespace

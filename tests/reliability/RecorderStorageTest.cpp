@@ -1,0 +1,200 @@
+// A recorder with storage that fails now and then.
+
+#include "FailingVfs.h"
+
+#include "TestSupport.h"
+
+#include <history/FaultRecorder.h>
+
+#include <cstdio>
+#include <filesystem>
+
+namespace
+{
+
+using namespace firaim;
+
+FaultEvent eventOf(std::uint64_t code)
+{
+    FaultEvent event;
+    event.code = code;
+    event.status = FAULT_INACTIVE;
+    event.module = "module";
+    event.description.assign(20000, 'x');
+    return event;
+}
+
+class RecorderStorageTest : public testing::Test
+{
+protected:
+    RecorderStorageTest() { FailingVfs::install(); }
+    ~RecorderStorageTest() override { FailingVfs::plan().clear(); }
+
+    TempDir dir;
+};
+
+/// The pages of a long text are read by the pruning alone, which gives them back.
+TEST_F(RecorderStorageTest, PruningThatCannotReadFailsNoRecording)
+{
+    constexpr unsigned int kRows = 60;
+    unsigned int failures = 0;
+    unsigned int unpruned = 0;
+    for (unsigned int n = 1; n <= 40; ++n)
+    {
+        SCOPED_TRACE(n);
+        std::string const file = dir.file(std::to_string(n));
+        {
+            FaultRecorder first;
+            ASSERT_EQ(first.open(file), HISTORY_OK);
+            for (unsigned int i = 0; i < kRows; ++i)
+            {
+                ASSERT_EQ(first.record(eventOf(1)).result, HISTORY_OK);
+            }
+        }
+        RecorderOptions options;
+        options.keepNewest = 10;
+        FaultRecorder recorder;
+        ASSERT_EQ(recorder.open(file, options), HISTORY_OK);
+        ASSERT_EQ(recorder.raise(eventOf(2)).result, HISTORY_OK);
+        FailingVfs::select(FailingVfs::READ);
+        FailingVfs::plan().arm(n, FaultPlan::ONCE);
+        FailingVfs::plan().resume();
+        Receipt const receipt = recorder.record(eventOf(1));
+        FailingVfs::plan().pause();
+        FailingVfs::plan().clear();
+        failures += FailingVfs::plan().fired();
+        unpruned += FailingVfs::plan().fired() != 0 && receipt.result == HISTORY_OK ? 1 : 0;
+        RawDb raw(file);
+        EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
+        EXPECT_EQ(raw.value("SELECT max(EntryId) FROM FdbFaultTbl"),
+                  std::to_string(kRows + (receipt.result == HISTORY_OK ? 2 : 1)));
+        EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK) << recorder.lastProblem();
+        EXPECT_LT(std::stoi(raw.value("SELECT count(*) FROM FdbFaultTbl")), static_cast<int>(kRows));
+    }
+    EXPECT_GT(failures, 10U);
+    EXPECT_GT(unpruned, 10U) << "no failure has met the pruning";
+    std::printf("pruning: %u reads failed, %u of them in the pruning\n", failures, unpruned);
+}
+
+/// Storage that fails at any call, and for a while: what was posted is recorded once it works again, once.
+TEST_F(RecorderStorageTest, PostedEventsOutliveStorageThatFailsForAWhile)
+{
+    for (FailingVfs::kind_t const kind : {FailingVfs::WRITE, FailingVfs::FULL_DISK, FailingVfs::FULL_DISK_MIDWAY,
+                                          FailingVfs::SYNC, FailingVfs::LOCK_BUSY, FailingVfs::READ, FailingVfs::OPEN})
+    {
+        for (unsigned int const n : {1U, 3U, 6U})
+        {
+            SCOPED_TRACE(std::string(FailingVfs::name(kind)) + ' ' + std::to_string(n));
+            std::string const file = dir.file(std::to_string(kind) + '-' + std::to_string(n));
+            RecorderOptions options;
+            options.onLost = [](std::uint64_t count) { ADD_FAILURE() << count << " are lost"; };
+            FaultRecorder recorder;
+            ASSERT_EQ(recorder.open(file, options), HISTORY_OK);
+            FailingVfs::select(kind);
+            FailingVfs::plan().arm(n, FaultPlan::UNTIL_CLEARED);
+            FailingVfs::plan().resume();
+            for (std::uint64_t i = 0; i < 20; ++i)
+            {
+                ASSERT_EQ(recorder.post(eventOf(i)), HISTORY_QUEUED);
+            }
+            std::uint64_t left = 0;
+            static_cast<void>(recorder.flush(left, std::chrono::milliseconds(50))); // Some kinds fail nothing.
+            FailingVfs::plan().pause();
+            FailingVfs::plan().clear();
+            EXPECT_EQ(recorder.flush(left, std::chrono::minutes(1)), HISTORY_OK) << recorder.lastProblem();
+            EXPECT_EQ(left, 0U);
+            EXPECT_EQ(recorder.close(), HISTORY_OK);
+            RawDb raw(file);
+            EXPECT_EQ(raw.value("SELECT count(*) || ' ' || count(DISTINCT FaultCode) FROM FdbFaultTbl"), "20 20");
+        }
+    }
+}
+
+/// A file is set aside with storage that fails. The parameters: the page that is damaged, and what fails.
+class SetAsideStorageTest : public RecorderStorageTest,
+                            public testing::WithParamInterface<std::tuple<std::size_t, FailingVfs::kind_t>>
+{
+protected:
+    SetAsideStorageTest()
+    {
+        constexpr std::size_t kPage = 4096;
+        FaultRecorder recorder;
+        EXPECT_EQ(recorder.open(path), HISTORY_OK);
+        EXPECT_EQ(recorder.record(eventOf(7)).result, HISTORY_OK);
+        EXPECT_EQ(recorder.close(), HISTORY_OK);
+        damaged = readFile(path);
+        damaged.replace((std::get<0>(GetParam()) - 1) * kPage, kPage, kPage, '\x5a');
+        options.setAsideCode = 4711;
+    }
+
+    /// Opens the damaged file while the `n`-th call fails; returns whether one has. Afterwards all works again.
+    bool openWithFailure(unsigned int n, FaultPlan::persistence_t persistence)
+    {
+        std::filesystem::remove_all(dir.path());
+        std::filesystem::create_directory(dir.path());
+        writeFile(path, damaged);
+        FailingVfs::select(std::get<1>(GetParam()));
+        FailingVfs::plan().arm(n, persistence);
+        FailingVfs::plan().resume();
+        {
+            FaultRecorder recorder;
+            static_cast<void>(recorder.open(path, options, std::chrono::milliseconds(50)));
+        }
+        FailingVfs::plan().pause();
+        FailingVfs::plan().clear();
+        return FailingVfs::plan().fired() != 0;
+    }
+
+    void expectSetAsideOnce()
+    {
+        FaultRecorder recorder;
+        EXPECT_EQ(recorder.open(path, options), HISTORY_OK) << recorder.lastProblem();
+        EXPECT_EQ(recorder.record(eventOf(8)).result, HISTORY_OK) << recorder.lastProblem();
+        EXPECT_EQ(recorder.close(), HISTORY_OK);
+        RawDb raw(path);
+        EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
+        EXPECT_EQ(raw.value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "4711,8");
+        std::size_t copies = 0;
+        for (auto const& [name, bytes] : filesIn(dir.path()))
+        {
+            if (name.find(".aside-") != std::string::npos)
+            {
+                ++copies;
+                EXPECT_TRUE(bytes == damaged) << "what the file held is lost";
+            }
+        }
+        EXPECT_EQ(copies, 1U) << "whatever was tried";
+    }
+
+    std::string const path = dir.file("faults.db");
+    std::string damaged;
+    RecorderOptions options;
+};
+
+TEST_P(SetAsideStorageTest, FailureLeavesTheDamagedFileOrAWholeCopyOfItAndTheNextTrySucceeds)
+{
+    unsigned int failures = 0;
+    for (FaultPlan::persistence_t const persistence : {FaultPlan::ONCE, FaultPlan::UNTIL_CLEARED})
+    {
+        for (unsigned int n = 1; openWithFailure(n, persistence); ++n)
+        {
+            SCOPED_TRACE(n);
+            ++failures;
+            expectSetAsideOnce();
+        }
+    }
+    std::printf("setting aside: %u failures\n", failures);
+    EXPECT_GT(failures, 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Each, SetAsideStorageTest,
+    testing::Combine(testing::Values(1, 2),
+                     testing::Values(FailingVfs::OPEN, FailingVfs::READ, FailingVfs::SHORT_READ, FailingVfs::WRITE,
+                                     FailingVfs::SHORT_WRITE, FailingVfs::FULL_DISK, FailingVfs::FULL_DISK_MIDWAY,
+                                     FailingVfs::TRUNCATE, FailingVfs::SYNC, FailingVfs::LOCK_BUSY,
+                                     FailingVfs::LOCK_ERROR, FailingVfs::REMOVE, FailingVfs::FILE_SIZE)),
+    [](auto const& set)
+    { return FailingVfs::testName(std::get<1>(set.param)) + "OnPage" + std::to_string(std::get<0>(set.param)); });
+
+} // namespace
