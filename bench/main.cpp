@@ -10,6 +10,7 @@
 
 #include "AllocationCount.h"
 #include "Files.h"
+#include "Report.h"
 #include "Workloads.h"
 
 #include <benchmark/benchmark.h>
@@ -23,7 +24,6 @@
 
 #include <spawn.h>
 #include <sys/resource.h>
-#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -38,12 +38,6 @@ namespace
 
 constexpr char kOurs[] = "/ours";
 constexpr char kFloor[] = "/floor";
-
-/// Where files cost no waiting, so that what is left is the processor's work.
-char const* memoryFolder()
-{
-    return access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-}
 
 setting_t const kWhole = {memoryFolder(), "/var/tmp", 100'000, 1000, {1000, 100'000, 1'000'000}};
 setting_t const kCounted = {memoryFolder(), memoryFolder(), 1000, 100, {}};
@@ -117,31 +111,6 @@ void registerSide(workload_t const& workload, std::string const& name, void (Wor
     }
 }
 
-std::string timeText(double seconds)
-{
-    char text[32];
-    if (seconds < 1e-6)
-    {
-        std::snprintf(text, sizeof text, "%.0f ns", seconds * 1e9);
-    }
-    else if (seconds < 1e-3)
-    {
-        std::snprintf(text, sizeof text, "%.2f us", seconds * 1e6);
-    }
-    else
-    {
-        std::snprintf(text, sizeof text, "%.2f ms", seconds * 1e3);
-    }
-    return text;
-}
-
-std::string ratioText(double ratio)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "%.2f", ratio);
-    return text;
-}
-
 /// Allocations of the program and of SQLite for one call of ours, as text.
 std::string allocationText(workload_t const& workload)
 {
@@ -168,10 +137,7 @@ std::string allocationText(workload_t const& workload)
 
 void printEnvironment(setting_t const& setting)
 {
-    utsname system = {};
-    uname(&system);
-    std::printf("%s %s %s, %ld processors, SQLite %s, %s\n", system.sysname, system.release, system.machine,
-                sysconf(_SC_NPROCESSORS_ONLN), sqlite3_libversion(), __VERSION__);
+    std::printf("%s\n", systemText().c_str());
     std::printf("CPU time on files in %s, what a caller waits on files in %s\n", setting.memoryFolder.c_str(),
                 setting.diskFolder.c_str());
     std::printf("a fault's INSERT text has %zu bytes on average; medians of interleaved repetitions\n\n",

@@ -1,0 +1,188 @@
+// Recording by one thread and by several, with and without retention.
+
+#include "HistoryPeers.h"
+#include "HistoryTables.h"
+#include "Report.h"
+#include "Turns.h"
+
+#include <filesystem>
+#include <memory>
+#include <thread>
+
+namespace
+{
+
+constexpr unsigned int kRowsBefore = 1000;
+constexpr unsigned int kThreads = 8;
+
+/// A call of each side records `calls` faults; seconds for one.
+std::vector<double> secondsPerFault(meter_t meter, unsigned int rounds, unsigned int calls,
+                                    std::vector<RecordingSide*> const& sides)
+{
+    std::vector<std::function<void()>> turns;
+    for (RecordingSide* const side : sides)
+    {
+        turns.push_back([=] { side->record(calls); });
+    }
+    std::vector<double> medians = medianTurns(meter, rounds, turns);
+    for (double& median : medians)
+    {
+        median /= calls;
+    }
+    return medians;
+}
+
+/// A recorder, bound statements and the facade, each with a file in `folder`.
+class ThreePeers
+{
+public:
+    explicit ThreePeers(std::string const& folder)
+        : m_folder(folder), m_recorder(create("recorder.db")), m_byRecorder(m_recorder), m_byHand(create("hand.db")),
+          m_byFacade(create("facade.db"))
+    {
+    }
+
+    std::vector<RecordingSide*> sides() { return {&m_byRecorder, &m_byHand, &m_byFacade}; }
+
+private:
+    std::string create(char const* name)
+    {
+        createFile(m_folder.file(name), kRowsBefore);
+        return m_folder.file(name);
+    }
+
+    Folder m_folder;
+    OpenRecorder m_recorder;
+    ByRecorder m_byRecorder;
+    ByHand m_byHand;
+    ByFacade m_byFacade;
+};
+
+/// What each call took of sides that a thread of its own has.
+class Crowd
+{
+public:
+    explicit Crowd(std::vector<std::unique_ptr<RecordingSide>> sides) : m_sides(std::move(sides)) {}
+
+    void run(unsigned int callsEach)
+    {
+        std::vector<std::vector<double>> latencies(m_sides.size());
+        std::vector<std::thread> threads;
+        for (std::size_t i = 0; i < m_sides.size(); ++i)
+        {
+            threads.emplace_back([=, &latencies] { latencies[i] = call(*m_sides[i], callsEach); });
+        }
+        for (std::size_t i = 0; i < threads.size(); ++i)
+        {
+            threads[i].join();
+            m_latencies.insert(m_latencies.end(), latencies[i].begin(), latencies[i].end());
+        }
+    }
+
+    double p99() { return quantile(m_latencies, 0.99); }
+
+private:
+    static std::vector<double> call(RecordingSide& side, unsigned int calls)
+    {
+        std::vector<double> latencies;
+        for (unsigned int i = 0; i < calls; ++i)
+        {
+            double const begin = secondsNow(meter_t::WALL);
+            side.record();
+            latencies.push_back(secondsNow(meter_t::WALL) - begin);
+        }
+        return latencies;
+    }
+
+    std::vector<std::unique_ptr<RecordingSide>> m_sides;
+    std::vector<double> m_latencies;
+};
+
+std::uintmax_t kib(std::string const& path)
+{
+    return std::filesystem::file_size(path) / 1024;
+}
+
+} // namespace
+
+void compareRecording(historySetting_t const& setting)
+{
+    constexpr char kWork[] = "record fault + statistic, CPU";
+    constexpr char kDurable[] = "record fault + statistic, durable";
+    constexpr char kByHand[] = "bound statements, one transaction";
+    constexpr char kByFacade[] = "the facade's insert + update";
+    {
+        ThreePeers peers(setting.memoryFolder);
+        std::vector<double> const cpu = secondsPerFault(meter_t::CPU, setting.rounds, setting.calls, peers.sides());
+        printTimes(kWork, kByHand, cpu[1], cpu[0], 1.15);
+        printTimes(kWork, kByFacade, cpu[2], cpu[0], 0.45);
+    }
+    ThreePeers peers(setting.diskFolder);
+    std::vector<double> const wall =
+        secondsPerFault(meter_t::WALL, setting.rounds, setting.durableCalls, peers.sides());
+    printTimes(kDurable, kByHand, wall[1], wall[0], 0);
+    printTimes(kDurable, kByFacade, wall[2], wall[0], 0.60);
+}
+
+void compareThreads(historySetting_t const& setting)
+{
+    Folder const folder(setting.diskFolder);
+    std::string const alonePath = folder.file("alone.db");
+    std::string const sharedPath = folder.file("shared.db");
+    std::string const peerPath = folder.file("hand.db");
+    for (std::string const& path : {alonePath, sharedPath, peerPath})
+    {
+        createFile(path, kRowsBefore);
+    }
+    OpenRecorder forOne(alonePath);
+    OpenRecorder forAll(sharedPath);
+    std::vector<std::unique_ptr<RecordingSide>> one;
+    std::vector<std::unique_ptr<RecordingSide>> sharing;
+    std::vector<std::unique_ptr<RecordingSide>> peers;
+    one.push_back(std::make_unique<ByRecorder>(forOne));
+    for (unsigned int i = 0; i < kThreads; ++i)
+    {
+        sharing.push_back(std::make_unique<ByRecorder>(forAll));
+        peers.push_back(std::make_unique<ByHand>(peerPath));
+    }
+    Crowd alone(std::move(one));
+    Crowd together(std::move(sharing));
+    Crowd byHand(std::move(peers));
+    unsigned int const calls = setting.durableCalls;
+    std::vector<double> const turns =
+        medianTurns(meter_t::WALL, setting.rounds,
+                    {[&] { together.run(calls); }, [&] { byHand.run(calls); }, [&] { alone.run(calls); }});
+    double const perFault = turns[0] / (kThreads * calls);
+    printTimes("8 threads, durable, per fault", "8 threads with a connection each", turns[1] / (kThreads * calls),
+               perFault, 0.40);
+    printTimes("8 threads, durable, per fault", "one thread of the recorder", turns[2] / calls, perFault, 0.40);
+    double const p99 = together.p99();
+    printTimes("8 threads, durable, p99 of a call", "one thread of the recorder", alone.p99(), p99, 3);
+    printTimes("8 threads, durable, p99 of a call", "8 threads with a connection each", byHand.p99(), p99, 0);
+}
+
+void compareRetention(historySetting_t const& setting)
+{
+    Folder const folder(setting.diskFolder);
+    std::string const keptPath = folder.file("kept.db");
+    createFile(keptPath, 0);
+    createFile(folder.file("all.db"), 0);
+    firaim::RecorderOptions options;
+    options.keepNewest = setting.keptRows;
+    OpenRecorder keeping(keptPath, options);
+    OpenRecorder growing(folder.file("all.db"));
+    keeping.fill(2 * setting.keptRows);
+    std::uintmax_t const sizeBefore = kib(keptPath);
+    keeping.fill(setting.filledRows - 2 * setting.keptRows);
+    growing.fill(setting.filledRows);
+    ByRecorder byKeeping(keeping);
+    ByRecorder byGrowing(growing);
+    std::vector<double> const seconds =
+        secondsPerFault(meter_t::WALL, setting.rounds, setting.durableCalls, {&byKeeping, &byGrowing});
+    std::string const rows = "retention of " + std::to_string(setting.keptRows) + " rows";
+    printTimes("record with " + rows + ", durable", "without retention", seconds[1], seconds[0], 1.5);
+    std::uintmax_t const size = kib(keptPath);
+    print({"file size with " + rows, "the same after " + std::to_string(2 * setting.keptRows) + " rows",
+           std::to_string(sizeBefore) + " KiB", std::to_string(size) + " KiB",
+           ratioText(static_cast<double>(size) / static_cast<double>(sizeBefore)), "flat"});
+}
