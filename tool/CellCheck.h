@@ -1,8 +1,10 @@
 #pragma once
 
 #include "Format.h"
-#include "Sqlite.h"
 
+#include <history/RowCursor.h>
+
+#include <cstddef>
 #include <string>
 
 namespace tool
@@ -10,6 +12,6 @@ namespace tool
 
 /// What is wrong with a cell: that it holds something that the library would not have written there, and reads as
 /// something else. Empty when nothing is.
-std::string cellProblem(Statement const& row, int column, column_t const& expected);
+std::string cellProblem(firaim::RowCursor const& row, std::size_t cell, column_t const& expected);
 
 } // namespace tool

@@ -2,8 +2,6 @@
 
 #include "Text.h"
 
-#include <sqlite3.h>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -12,6 +10,8 @@
 
 namespace tool
 {
+
+using firaim::RowCursor;
 
 namespace
 {
@@ -61,25 +61,25 @@ bool isPlainText(std::string_view value)
 
 } // namespace
 
-void appendCsv(std::string& text, Statement const& row, int column)
+void appendCsv(std::string& text, RowCursor const& row, std::size_t cell)
 {
-    switch (row.type(column))
+    switch (row.type(cell))
     {
-    case SQLITE_NULL:
+    case RowCursor::CELL_NULL:
         return;
-    case SQLITE_INTEGER:
-        appendInteger(text, row.integer(column));
+    case RowCursor::CELL_INTEGER:
+        appendInteger(text, row.integer(cell));
         return;
-    case SQLITE_FLOAT:
-        appendReal(text, row.real(column));
+    case RowCursor::CELL_REAL:
+        appendReal(text, row.real(cell));
         return;
-    case SQLITE_BLOB:
-        text += hexadecimal(row.blob(column));
+    case RowCursor::CELL_BLOB:
+        text += hexadecimal(row.bytes(cell));
         return;
     default:
         break;
     }
-    std::string_view const value = row.text(column);
+    std::string_view const value = row.bytes(cell);
     if (needsCsvQuotes(value))
     {
         appendQuoted(text, value, '"');
@@ -90,35 +90,35 @@ void appendCsv(std::string& text, Statement const& row, int column)
     }
 }
 
-void appendSql(std::string& text, Statement const& row, int column)
+void appendSql(std::string& text, RowCursor const& row, std::size_t cell)
 {
-    switch (row.type(column))
+    switch (row.type(cell))
     {
-    case SQLITE_NULL:
+    case RowCursor::CELL_NULL:
         text += "NULL";
         return;
-    case SQLITE_INTEGER:
-        appendInteger(text, row.integer(column));
+    case RowCursor::CELL_INTEGER:
+        appendInteger(text, row.integer(cell));
         return;
-    case SQLITE_FLOAT:
-        if (std::isinf(row.real(column)))
+    case RowCursor::CELL_REAL:
+        if (std::isinf(row.real(cell)))
         {
-            text += row.real(column) < 0 ? "-9e999" : "9e999";
+            text += row.real(cell) < 0 ? "-9e999" : "9e999";
         }
         else
         {
-            appendReal(text, row.real(column));
+            appendReal(text, row.real(cell));
         }
         return;
-    case SQLITE_BLOB:
+    case RowCursor::CELL_BLOB:
         text += "X'";
-        text += hexadecimal(row.blob(column));
+        text += hexadecimal(row.bytes(cell));
         text.push_back('\'');
         return;
     default:
         break;
     }
-    std::string_view const value = row.text(column);
+    std::string_view const value = row.bytes(cell);
     if (isPlainText(value))
     {
         appendQuoted(text, value, '\'');

@@ -1,11 +1,13 @@
 #pragma once
 
-#include "Sqlite.h"
+#include <db/internal/Sqlite.h>
+#include <history/FaultReader.h>
+#include <history/FaultRecorder.h>
 
+#include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace tool
 {
@@ -16,42 +18,64 @@ class FaultFile
 public:
     /// Opens the file at `path` and makes sure that it is a fault database. Throws a Problem when it cannot be read or
     /// is none. One of another format version is accepted, and that is said on standard error.
-    explicit FaultFile(std::string const& path);
+    /// It waits for other processes for as long as `patience` says, here and whenever it is read.
+    explicit FaultFile(std::string const& path, std::chrono::milliseconds patience = lockWait::kPatience);
 
-    Connection const& connection() const { return m_connection; }
-    /// Gives the connection away.
-    Connection takeConnection() { return std::move(m_connection); }
-    std::string const& path() const { return m_connection.path(); }
+    std::string const& path() const { return m_path; }
+    firaim::FaultReader& reader() { return m_reader; }
     /// The text of the format version; none unless there is exactly one.
     std::optional<std::string> const& formatVersion() const { return m_formatVersion; }
 
+    /// Whether `result`, of the reader or one of its cursors, says that what was asked for is there. Throws a Problem,
+    /// or interrupt::Interrupted, when it could not be read.
+    bool isFound(int result) const;
+
 private:
-    Connection m_connection;
+    std::string const m_path;
+    firaim::FaultReader m_reader;
     std::optional<std::string> m_formatVersion;
 };
 
 /// Opens a file for looking at it without asking what it holds, apart from its being an SQLite database.
-Connection openForLooking(std::string const& path);
+sqlite::Connection openForLooking(std::string const& path);
 
-/// The format versions in the file, of which there should be one.
-std::vector<std::string> readFormatVersions(Connection const& connection);
+/// Opens the fault database at `path`, of the one format version that the library writes, for changing it so that a
+/// finished transaction lasts. Throws a Problem that says what is wrong with it. What a writer left half done in it is
+/// rolled back.
+sqlite::Connection openForChanging(std::string const& path);
 
-/// Keeps one large transaction from leaving a large journal beside the file, for as long as the connection is open.
-constexpr char kJournalSizeLimit[] = "PRAGMA journal_size_limit=65536";
+/// Changes a fault database, opened by `openForChanging`, in one transaction: all of it is stored, or nothing. `change`
+/// returns whether there was anything to do. When a commit fails in its last steps, `isDone` looks what became of it,
+/// in a connection of its own. Throws a Problem; nothing is stored then.
+void changeFile(std::string const& path, std::function<bool(sqlite::Connection const&)> const& change,
+                std::function<bool(sqlite::Connection const&)> const& isDone);
 
-/// Makes sure that there is a regular file at `path`. Throws a Problem that says what is there instead.
-void requireFile(std::string const& path);
-
-/// Makes sure that there is a regular file at `path` that can be written to. Throws a Problem.
-void requireWritableFile(std::string const& path);
+/// Opens the fault database at `path`, which must be there, for recording, and waits for other processes for as long as
+/// `patience` says. Throws a Problem.
+void openRecorder(firaim::FaultRecorder& recorder, std::string const& path, firaim::RecorderOptions options,
+                  std::chrono::milliseconds patience = lockWait::kPatience);
 
 /// Rolls back what a crashed writer left half done in the file at `path`, and moves what is in its write-ahead log into
 /// the file, which can then be read alone. Throws a Problem when that cannot be done.
 void recoverFile(std::string const& path);
 
-/// Makes sure that the file at `path` is a fault database that can be written to, of the one format version that the
-/// library writes. Throws a Problem that says what is wrong. It may be a file that a writer left half written: what was
-/// left half done is rolled back as soon as the library opens it.
-void requireWritableFaultFile(std::string const& path);
+/// Ends the command because of a `result` below 0; `problem` is what the library says of it.
+[[noreturn]] void throwFailure(int result, std::string const& problem);
+/// Ends the command because a call of SQLite has failed at the file at `path`.
+[[noreturn]] void throwFailure(std::string const& path, sqlite::Error const& error);
+
+/// Runs what uses the file at `path` through SQLite itself, whose failures end the command.
+template <class Work>
+auto usingSqlite(std::string const& path, Work const& work)
+{
+    try
+    {
+        return work();
+    }
+    catch (sqlite::Error const& error)
+    {
+        throwFailure(path, error);
+    }
+}
 
 } // namespace tool

@@ -1,38 +1,54 @@
 #include "FaultFilter.h"
 
 #include "Codes.h"
+#include "Format.h"
 #include "Output.h"
+#include "Problem.h"
 #include "Text.h"
 
+#include <limits>
 #include <utility>
 
 namespace tool
 {
 
+using firaim::FaultQuery;
+using firaim::historyTable_t;
+using firaim::RowCursor;
+
 namespace
 {
 
-/// The number of a code that only the file knows by name: a device may have its own table.
-std::optional<unsigned int> codeInFile(std::string const& name, Connection const& connection)
+/// The code of the first row that has `name` as that code's name.
+std::optional<unsigned int> codeIn(RowCursor row, std::size_t code, std::size_t codeName, std::string const& name,
+                                   FaultFile const& file)
 {
-    for (char const* const table : {"FdbFaultStatisticTbl", "FdbFaultTbl"})
+    while (file.isFound(row.next()))
     {
-        Statement statement = connection.prepare("SELECT FaultCode FROM " + std::string(table) +
-                                                 " WHERE FaultCodeName = ?1 COLLATE NOCASE LIMIT 1");
-        if (statement.bind(1, name).step())
+        if (row.type(codeName) == RowCursor::CELL_TEXT && equalIgnoringCase(row.bytes(codeName), name))
         {
-            return static_cast<unsigned int>(statement.integer(0));
+            return static_cast<unsigned int>(row.integer(code));
         }
     }
     return std::nullopt;
 }
 
-unsigned int requireCode(std::string const& text, Connection const& connection)
+/// The number of a code that only the file knows by name: a device may have its own table.
+std::optional<unsigned int> codeInFile(std::string const& name, FaultFile& file)
+{
+    std::optional<unsigned int> const code = codeIn(file.reader().rows(historyTable_t::STATISTICS),
+                                                    statisticColumn::CODE, statisticColumn::CODE_NAME, name, file);
+    return code ? code
+                : codeIn(file.reader().rows(historyTable_t::FAULTS), faultColumn::CODE, faultColumn::CODE_NAME, name,
+                         file);
+}
+
+unsigned int requireCode(std::string const& text, FaultFile& file)
 {
     std::optional<unsigned int> code = codeOf(text);
     if (!code)
     {
-        code = codeInFile(text, connection);
+        code = codeInFile(text, file);
     }
     if (!code)
     {
@@ -41,17 +57,10 @@ unsigned int requireCode(std::string const& text, Connection const& connection)
     return *code;
 }
 
-bool mentions(Fault const& fault, std::string const& text)
+bool isAnyFound(FaultQuery const& query, FaultFile& file)
 {
-    for (std::string const* const member : {&fault.Description, &fault.Parameter, &fault.ModuleName,
-                                            &fault.FaultCodeName, &fault.DiagSignalsDumpFileName, &fault.CfgBackupFile})
-    {
-        if (containsIgnoringCase(*member, text))
-        {
-            return true;
-        }
-    }
-    return false;
+    Fault fault;
+    return file.isFound(file.reader().faults(query).next(fault));
 }
 
 } // namespace
@@ -59,35 +68,6 @@ bool mentions(Fault const& fault, std::string const& text)
 bool FilterOptions::areSet() const
 {
     return code || module || grep || since || until || startup || after || isActiveOnly;
-}
-
-keyRange_t rangeOf(FilterOptions const& options)
-{
-    keyRange_t range;
-    if (options.after)
-    {
-        if (*options.after == range.last)
-        {
-            throw Problem(STATUS_BAD_USAGE, "no key is larger than " + std::to_string(range.last));
-        }
-        range.first = *options.after + 1;
-    }
-    return range;
-}
-
-void reportUnanswered(FaultFilter const& filter, FilterOptions const& options)
-{
-    std::string const among = options.after ? " after key " + std::to_string(*options.after) : "";
-    std::vector<std::string> const complaints = filter.unanswered();
-    for (std::string const& complaint : complaints)
-    {
-        complain(complaint + among);
-    }
-    if (complaints.empty())
-    {
-        complain(filter.isEmpty() ? "there is no fault" + among
-                                  : "no fault" + among + " answers to all that was asked for");
-    }
 }
 
 period_t requireTime(std::string const& text, TimeStyle const& style)
@@ -101,32 +81,36 @@ period_t requireTime(std::string const& text, TimeStyle const& style)
     return *period;
 }
 
-FaultFilter::FaultFilter(FilterOptions const& options, TimeStyle const& style, Connection const& connection)
+FaultFilter::FaultFilter(FilterOptions const& options, TimeStyle const& style, FaultFile& file) : m_file(file)
 {
+    if (options.after == std::numeric_limits<long long>::max())
+    {
+        throw Problem(STATUS_BAD_USAGE, "no key is larger than " + std::to_string(*options.after));
+    }
+    m_query.timeUnit = style.unit;
+    m_query.afterKey = options.after;
     if (options.code)
     {
-        unsigned int const code = requireCode(*options.code, connection);
-        add("no fault has the code " + *options.code,
-            [code](Fault const& fault) { return static_cast<unsigned int>(fault.FaultCode) == code; });
+        unsigned int const code = requireCode(*options.code, file);
+        add("no fault has the code " + *options.code, [&](FaultQuery& query) { query.codes = {code}; });
     }
     if (options.module)
     {
         add("no fault is of the module '" + *options.module + "'",
-            [module = *options.module](Fault const& fault) { return fault.ModuleName == module; });
+            [&](FaultQuery& query) { query.modules = {*options.module}; });
     }
     if (options.startup)
     {
         add("no fault has the start-up id " + std::to_string(*options.startup),
-            [startup = *options.startup](Fault const& fault) { return fault.RdbStartupId == startup; });
+            [&](FaultQuery& query) { query.startups = {*options.startup}; });
     }
     if (options.isActiveOnly)
     {
-        add("no fault was recorded as active", [](Fault const& fault) { return fault.Status == FAULT_ACTIVE; });
+        add("no fault was recorded as active", [](FaultQuery& query) { query.isActiveOnly = true; });
     }
     if (options.grep)
     {
-        add("no fault mentions '" + *options.grep + "'",
-            [text = *options.grep](Fault const& fault) { return mentions(fault, text); });
+        add("no fault mentions '" + *options.grep + "'", [&](FaultQuery& query) { query.text = options.grep; });
     }
     addTimes(options, style);
 }
@@ -137,53 +121,41 @@ void FaultFilter::addTimes(FilterOptions const& options, TimeStyle const& style)
     {
         std::int64_t const begin = requireTime(*options.since, style).begin;
         add("no fault is dated " + isoText(begin, style) + " or later",
-            [begin, style](Fault const& fault)
-            {
-                std::optional<std::int64_t> const time = timeOf(fault.TimeStampUTC, style);
-                return time && *time >= begin;
-            });
+            [begin](FaultQuery& query) { query.since = begin; });
     }
     if (options.until)
     {
         std::int64_t const end = requireTime(*options.until, style).end;
-        add("no fault is dated before " + isoText(end, style),
-            [end, style](Fault const& fault)
-            {
-                std::optional<std::int64_t> const time = timeOf(fault.TimeStampUTC, style);
-                return time && *time < end;
-            });
+        add("no fault is dated before " + isoText(end, style), [end](FaultQuery& query) { query.until = end; });
     }
 }
 
-void FaultFilter::add(std::string complaint, std::function<bool(Fault const&)> holds)
+void FaultFilter::add(std::string complaint, std::function<void(FaultQuery&)> const& ask)
 {
-    m_criteria.push_back({std::move(complaint), std::move(holds)});
+    FaultQuery alone;
+    alone.timeUnit = m_query.timeUnit;
+    alone.afterKey = m_query.afterKey;
+    ask(alone);
+    ask(m_query);
+    m_criteria.push_back({std::move(complaint), std::move(alone)});
 }
 
-bool FaultFilter::accepts(Fault const& fault)
+void FaultFilter::reportUnanswered() const
 {
-    bool isAccepted = true;
-    // All are asked, so that each can tell whether anything answers to it.
-    for (criterion_t& criterion : m_criteria)
-    {
-        bool const holds = criterion.holds(fault);
-        criterion.isAnswered = criterion.isAnswered || holds;
-        isAccepted = isAccepted && holds;
-    }
-    return isAccepted;
-}
-
-std::vector<std::string> FaultFilter::unanswered() const
-{
-    std::vector<std::string> complaints;
+    std::string const among = m_query.afterKey ? " after key " + std::to_string(*m_query.afterKey) : "";
+    bool isAnyUnanswered = false;
     for (criterion_t const& criterion : m_criteria)
     {
-        if (!criterion.isAnswered)
+        if (!isAnyFound(criterion.query, m_file))
         {
-            complaints.push_back(criterion.complaint);
+            complain(criterion.complaint + among);
+            isAnyUnanswered = true;
         }
     }
-    return complaints;
+    if (!isAnyUnanswered)
+    {
+        complain(isEmpty() ? "there is no fault" + among : "no fault" + among + " answers to all that was asked for");
+    }
 }
 
 } // namespace tool

@@ -1,12 +1,10 @@
 #pragma once
 
-#include "Rows.h"
-#include "Sqlite.h"
+#include "FaultFile.h"
 #include "Times.h"
 
-#include <fdb/records/Fault.h>
+#include <history/FaultQuery.h>
 
-#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -30,39 +28,36 @@ struct FilterOptions
     bool areSet() const;
 };
 
-/// Tells which faults are wanted. Nothing of it ever becomes SQL: the faults are compared one by one.
+/// Tells which faults are wanted, and why there are none.
 class FaultFilter
 {
 public:
-    /// Throws a Problem for a code or time that means nothing. `connection` is asked for the names of codes that this
-    /// program does not know.
-    FaultFilter(FilterOptions const& options, TimeStyle const& style, Connection const& connection);
+    /// Throws a Problem for a code, time or key that means nothing. `file` is asked for the names of codes that this
+    /// program does not know; it must outlive this object.
+    FaultFilter(FilterOptions const& options, TimeStyle const& style, FaultFile& file);
 
+    /// The faults that answer to all that was asked for.
+    firaim::FaultQuery const& query() const { return m_query; }
+    /// Whether it is only the key that decides.
     bool isEmpty() const { return m_criteria.empty(); }
-    bool accepts(Fault const& fault);
 
-    /// What no fault at all answered to, each as a whole sentence. Means something when all faults were asked about.
-    std::vector<std::string> unanswered() const;
+    /// Says on standard error why nothing was found: what no fault at all answers to, each as a whole sentence.
+    void reportUnanswered() const;
 
 private:
     struct criterion_t
     {
-        std::string complaint; ///< when nothing answers to it
-        std::function<bool(Fault const&)> holds;
-        bool isAnswered = false;
+        std::string complaint;    ///< when nothing answers to it
+        firaim::FaultQuery query; ///< it alone
     };
 
-    void add(std::string complaint, std::function<bool(Fault const&)> holds);
+    void add(std::string complaint, std::function<void(firaim::FaultQuery&)> const& ask);
     void addTimes(FilterOptions const& options, TimeStyle const& style);
 
+    FaultFile& m_file;
+    firaim::FaultQuery m_query;
     std::vector<criterion_t> m_criteria;
 };
-
-/// The keys that can be wanted at all.
-keyRange_t rangeOf(FilterOptions const& options);
-
-/// Says on standard error why nothing was found.
-void reportUnanswered(FaultFilter const& filter, FilterOptions const& options);
 
 /// The period that the text of an option names. Throws a Problem when it names none.
 period_t requireTime(std::string const& text, TimeStyle const& style);

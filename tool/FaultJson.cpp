@@ -1,13 +1,15 @@
 #include "FaultJson.h"
 
 #include "Codes.h"
-#include "Json.h"
+
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <limits>
-#include <map>
-#include <set>
 #include <stdexcept>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
 
 namespace tool
 {
@@ -15,87 +17,112 @@ namespace tool
 namespace
 {
 
-using setter_t = void (*)(FaultRequest&, json_t const&, TimeStyle const&);
+using firaim::FaultEvent;
 
-std::string textIn(json_t const& value)
+/// The value of a field.
+struct value_t
 {
-    if (!value.is_string())
+    enum type_t
+    {
+        TEXT,
+        NUMBER, ///< a whole one, from 0 on
+        TRUTH,
+        OTHER
+    };
+
+    type_t type = OTHER;
+    std::string* text = nullptr; ///< may be taken
+    unsigned long long number = 0;
+    bool truth = false;
+};
+
+using setter_t = void (*)(FaultRequest&, value_t const&, TimeStyle const&);
+
+std::string& textIn(value_t const& value)
+{
+    if (value.type != value_t::TEXT)
     {
         throw std::invalid_argument("must be a text");
     }
-    auto const& text = value.get_ref<std::string const&>();
-    if (text.find('\0') != std::string::npos)
+    if (value.text->find('\0') != std::string::npos)
     {
         throw std::invalid_argument("holds a zero byte, which a text in the file cannot");
     }
-    return text;
+    return *value.text;
 }
 
 template <class Number>
-Number numberIn(json_t const& value)
+Number numberIn(value_t const& value)
 {
     // SQLite's integers have a sign.
     constexpr auto kMost =
         std::min<unsigned long long>(std::numeric_limits<Number>::max(), std::numeric_limits<std::int64_t>::max());
-    if (!value.is_number_unsigned() || value.get<unsigned long long>() > kMost)
+    if (value.type != value_t::NUMBER || value.number > kMost)
     {
         throw std::invalid_argument("must be a whole number from 0 to " + std::to_string(kMost));
     }
-    return static_cast<Number>(value.get<unsigned long long>());
+    return static_cast<Number>(value.number);
 }
 
-template <std::string Fault::*member>
-void setText(FaultRequest& request, json_t const& value, TimeStyle const&)
+template <std::string FaultEvent::*member>
+void setText(FaultRequest& request, value_t const& value, TimeStyle const&)
 {
-    request.fault.*member = textIn(value);
+    request.event.*member = std::move(textIn(value));
 }
 
-template <unsigned int Fault::*member>
-void setNumber(FaultRequest& request, json_t const& value, TimeStyle const&)
+/// An empty text is filled in as one that is not there.
+template <std::optional<std::string> FaultEvent::*member>
+void setOptionalText(FaultRequest& request, value_t const& value, TimeStyle const&)
 {
-    request.fault.*member = numberIn<unsigned int>(value);
-}
-
-void setCode(FaultRequest& request, json_t const& value, TimeStyle const&)
-{
-    if (!value.is_string())
+    std::string& text = textIn(value);
+    if (!text.empty())
     {
-        request.fault.FaultCode = static_cast<faultCode_t>(numberIn<unsigned int>(value));
+        request.event.*member = std::move(text);
+    }
+}
+
+template <class Number, std::optional<Number> FaultEvent::*member>
+void setNumber(FaultRequest& request, value_t const& value, TimeStyle const&)
+{
+    request.event.*member = numberIn<Number>(value);
+}
+
+void setCode(FaultRequest& request, value_t const& value, TimeStyle const&)
+{
+    if (value.type != value_t::TEXT)
+    {
+        request.event.code = numberIn<unsigned int>(value);
         return;
     }
-    std::optional<unsigned int> const code = codeOf(textIn(value));
+    std::string const& text = textIn(value);
+    std::optional<unsigned int> const code = codeOf(text);
     if (!code)
     {
-        throw std::invalid_argument(unknownCodeText(textIn(value)));
+        throw std::invalid_argument(unknownCodeText(text));
     }
-    request.fault.FaultCode = static_cast<faultCode_t>(*code);
+    request.event.code = *code;
 }
 
-void setStatus(FaultRequest& request, json_t const& value, TimeStyle const&)
+void setStatus(FaultRequest& request, value_t const& value, TimeStyle const&)
 {
-    std::string const text = textIn(value);
+    std::string const& text = textIn(value);
     if (text != "ErrorActive" && text != "ErrorInactive")
     {
         throw std::invalid_argument("must be \"ErrorActive\" or \"ErrorInactive\"");
     }
-    request.fault.Status = text == "ErrorActive" ? FAULT_ACTIVE : FAULT_INACTIVE;
+    request.event.status = text == "ErrorActive" ? FAULT_ACTIVE : FAULT_INACTIVE;
 }
 
-void setInactive(FaultRequest& request, json_t const& value, TimeStyle const&)
+void setInactive(FaultRequest& request, value_t const& value, TimeStyle const&)
 {
-    if (!value.is_boolean())
+    if (value.type != value_t::TRUTH)
     {
         throw std::invalid_argument("must be true or false");
     }
-    request.fault.Status = value.get<bool>() ? FAULT_INACTIVE : FAULT_ACTIVE;
+    request.event.status = value.truth ? FAULT_INACTIVE : FAULT_ACTIVE;
 }
 
-void setStamp(FaultRequest& request, json_t const& value, TimeStyle const&)
-{
-    request.stamp = numberIn<unsigned long long>(value);
-}
-
-void setTime(FaultRequest& request, json_t const& value, TimeStyle const& style)
+void setTime(FaultRequest& request, value_t const& value, TimeStyle const& style)
 {
     std::optional<period_t> const period = parseTime(textIn(value), style);
     if (!period || period->begin < 0)
@@ -105,115 +132,205 @@ void setTime(FaultRequest& request, json_t const& value, TimeStyle const& style)
     request.time = period->begin;
 }
 
-void setStartup(FaultRequest& request, json_t const& value, TimeStyle const&)
-{
-    request.startup = numberIn<unsigned int>(value);
-}
+void passOver(FaultRequest&, value_t const&, TimeStyle const&) {}
 
-void passOver(FaultRequest&, json_t const&, TimeStyle const&) {}
+constexpr setter_t kSetStamp = setNumber<unsigned long long, &FaultEvent::time>;
+constexpr setter_t kSetStartup = setNumber<unsigned int, &FaultEvent::startupId>;
+constexpr setter_t kSetUpTime = setNumber<unsigned int, &FaultEvent::upTime>;
+constexpr setter_t kSetLifeTime = setNumber<unsigned int, &FaultEvent::lifeTime>;
 
-std::map<std::string, setter_t> const& setters()
+std::unordered_map<std::string_view, setter_t> const& setters()
 {
-    static std::map<std::string, setter_t> const map = {
+    static std::unordered_map<std::string_view, setter_t> const map = {
         {"EntryId", passOver},
         {"FaultCode", setCode},
         {"code", setCode},
-        {"FaultCodeName", setText<&Fault::FaultCodeName>},
-        {"ModuleName", setText<&Fault::ModuleName>},
-        {"module", setText<&Fault::ModuleName>},
-        {"Parameter", setText<&Fault::Parameter>},
-        {"param", setText<&Fault::Parameter>},
-        {"Description", setText<&Fault::Description>},
-        {"description", setText<&Fault::Description>},
+        {"FaultCodeName", setOptionalText<&FaultEvent::codeName>},
+        {"ModuleName", setText<&FaultEvent::module>},
+        {"module", setText<&FaultEvent::module>},
+        {"Parameter", setText<&FaultEvent::parameter>},
+        {"param", setText<&FaultEvent::parameter>},
+        {"Description", setText<&FaultEvent::description>},
+        {"description", setText<&FaultEvent::description>},
         {"Status", setStatus},
         {"inactive", setInactive},
-        {"RdbStartupId", setStartup},
-        {"startup", setStartup},
-        {"TimeStampUTC", setStamp},
+        {"RdbStartupId", kSetStartup},
+        {"startup", kSetStartup},
+        {"TimeStampUTC", kSetStamp},
         {"Time", setTime},
         {"time", setTime},
-        {"TimeZone", setText<&Fault::TimeZone>},
-        {"time-zone", setText<&Fault::TimeZone>},
-        {"DateTimeString", setText<&Fault::DateTimeString>},
-        {"SystemDateTimeString", setText<&Fault::SystemDateTimeString>},
-        {"DiagSignalsDumpFileName", setText<&Fault::DiagSignalsDumpFileName>},
-        {"signals-file", setText<&Fault::DiagSignalsDumpFileName>},
-        {"CfgBackupFile", setText<&Fault::CfgBackupFile>},
-        {"config-backup", setText<&Fault::CfgBackupFile>},
-        {"LoggerUpTime", setNumber<&Fault::LoggerUpTime>},
-        {"up-time", setNumber<&Fault::LoggerUpTime>},
-        {"LoggerLifeTime", setNumber<&Fault::LoggerLifeTime>},
-        {"life-time", setNumber<&Fault::LoggerLifeTime>}};
+        {"TimeZone", setOptionalText<&FaultEvent::timeZone>},
+        {"time-zone", setOptionalText<&FaultEvent::timeZone>},
+        {"DateTimeString", setOptionalText<&FaultEvent::dateTimeText>},
+        {"SystemDateTimeString", setOptionalText<&FaultEvent::systemTimeText>},
+        {"DiagSignalsDumpFileName", setText<&FaultEvent::signalsFile>},
+        {"signals-file", setText<&FaultEvent::signalsFile>},
+        {"CfgBackupFile", setText<&FaultEvent::configBackup>},
+        {"config-backup", setText<&FaultEvent::configBackup>},
+        {"LoggerUpTime", kSetUpTime},
+        {"up-time", kSetUpTime},
+        {"LoggerLifeTime", kSetLifeTime},
+        {"life-time", kSetLifeTime}};
     return map;
 }
 
-json_t parse(std::string const& line)
+/// Takes the fields as the parser meets them, without a copy of the whole object. That the line is no JSON is said
+/// before anything else, wherever in it that shows, so what is wrong with a field waits for the end.
+class FaultHandler : public nlohmann::json_sax<nlohmann::json>
 {
-    std::set<setter_t> met;
-    auto const lookAhead = [&met](int depth, json_t::parse_event_t event, json_t const& value)
+public:
+    FaultHandler(FaultRequest& request, TimeStyle const& style) : m_request(request), m_style(style)
     {
-        // Before what is deeper than a fault can be takes much memory.
-        if (depth > 0 && (event == json_t::parse_event_t::object_start || event == json_t::parse_event_t::array_start))
+        m_met.reserve(setters().size());
+    }
+
+    /// Throws std::invalid_argument when the object is no fault.
+    void finish() const
+    {
+        if (!m_isObject)
+        {
+            throw std::invalid_argument("no JSON object");
+        }
+        if (!m_hasCode)
+        {
+            throw std::invalid_argument("FaultCode is missing");
+        }
+        if (!m_problem.empty())
+        {
+            throw std::invalid_argument(m_problem);
+        }
+    }
+
+    bool null() override
+    {
+        requireKnown(); // What a column did not hold, and a time that was not set, are exported so.
+        return true;
+    }
+    bool boolean(bool truth) override
+    {
+        value_t value;
+        value.type = value_t::TRUTH;
+        value.truth = truth;
+        return take(value);
+    }
+    bool number_integer(number_integer_t) override { return take({}); }
+    bool number_unsigned(number_unsigned_t number) override
+    {
+        value_t value;
+        value.type = value_t::NUMBER;
+        value.number = number;
+        return take(value);
+    }
+    bool number_float(number_float_t, string_t const&) override { return take({}); }
+    bool string(string_t& text) override
+    {
+        value_t value;
+        value.type = value_t::TEXT;
+        value.text = &text;
+        return take(value);
+    }
+    bool binary(binary_t&) override { return take({}); }
+
+    bool start_object(std::size_t) override
+    {
+        requireTop();
+        m_isObject = true;
+        return true;
+    }
+    bool start_array(std::size_t) override
+    {
+        requireTop();
+        m_isIn = true;
+        return true;
+    }
+    bool end_object() override { return true; }
+    bool end_array() override { return true; }
+
+    bool key(string_t& name) override
+    {
+        auto const setter = setters().find(name);
+        m_setter = setter == setters().end() ? nullptr : setter->second;
+        m_name = name;
+        if (m_setter != nullptr && std::find(m_met.begin(), m_met.end(), m_setter) != m_met.end())
+        {
+            throw std::invalid_argument("'" + name + "' is given twice");
+        }
+        m_met.push_back(m_setter);
+        return true;
+    }
+
+    bool parse_error(std::size_t position, std::string const&, nlohmann::detail::exception const& problem) override
+    {
+        // The parser says of a number that is too large that it is out of range.
+        constexpr int kOutOfRange = 406;
+        throw std::invalid_argument(problem.id == kOutOfRange ? "a number is larger than any number can be"
+                                                              : "no JSON, at byte " + std::to_string(position));
+    }
+
+private:
+    /// What is deeper than a fault can be takes much memory.
+    void requireTop()
+    {
+        if (m_isObject || m_isIn)
         {
             throw std::invalid_argument("a field holds a list or an object");
         }
-        auto const setter =
-            event == json_t::parse_event_t::key ? setters().find(value.get_ref<std::string const&>()) : setters().end();
-        if (setter != setters().end() && !met.insert(setter->second).second)
+    }
+
+    bool requireKnown()
+    {
+        if (m_isObject && m_setter == nullptr)
         {
-            throw std::invalid_argument("'" + setter->first + "' is given twice");
+            keepProblem("unknown field '" + m_name + "'");
+        }
+        return m_isObject && m_setter != nullptr;
+    }
+
+    bool take(value_t const& value)
+    {
+        // The code is there even where it means nothing.
+        m_hasCode = m_hasCode || m_setter == setCode;
+        if (requireKnown())
+        {
+            try
+            {
+                m_setter(m_request, value, m_style);
+            }
+            catch (std::invalid_argument const& problem)
+            {
+                keepProblem(m_name + ": " + problem.what());
+            }
         }
         return true;
-    };
-    try
-    {
-        return json_t::parse(line, lookAhead);
     }
-    catch (json_t::parse_error const& problem)
+
+    void keepProblem(std::string const& problem)
     {
-        throw std::invalid_argument("no JSON, at byte " + std::to_string(problem.byte));
+        if (m_problem.empty())
+        {
+            m_problem = problem;
+        }
     }
-    catch (json_t::exception const&)
-    {
-        throw std::invalid_argument("a number is larger than any number can be");
-    }
-}
+
+    FaultRequest& m_request;
+    TimeStyle const& m_style;
+    std::vector<setter_t> m_met;
+    setter_t m_setter = nullptr; ///< of the field at work; null for one that is not known
+    std::string m_name;          ///< of that field
+    std::string m_problem;       ///< the first one
+    bool m_isObject = false;
+    bool m_isIn = false; ///< inside of a list
+    bool m_hasCode = false;
+};
 
 } // namespace
 
 FaultRequest readFault(std::string const& line, TimeStyle const& style)
 {
-    json_t const object = parse(line);
-    if (!object.is_object())
-    {
-        throw std::invalid_argument("no JSON object");
-    }
-    if (object.value("FaultCode", json_t()).is_null() && object.value("code", json_t()).is_null())
-    {
-        throw std::invalid_argument("FaultCode is missing");
-    }
     FaultRequest request;
-    request.fault.Status = FAULT_ACTIVE;
-    for (auto const& [name, value] : object.items())
-    {
-        auto const setter = setters().find(name);
-        if (setter == setters().end())
-        {
-            throw std::invalid_argument("unknown field '" + name + "'");
-        }
-        try
-        {
-            if (value.is_null())
-            {
-                continue; // What a column did not hold, and a time that was not set, are exported so.
-            }
-            setter->second(request, value, style);
-        }
-        catch (std::invalid_argument const& problem)
-        {
-            throw std::invalid_argument(name + ": " + problem.what());
-        }
-    }
+    FaultHandler handler(request, style);
+    static_cast<void>(nlohmann::json::sax_parse(line, &handler)); // It throws what is wrong.
+    handler.finish();
     return request;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Recorder.h"
+#include "FaultRequest.h"
 
 #include <string>
 

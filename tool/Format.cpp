@@ -1,9 +1,11 @@
 #include "Format.h"
 
-#include <fdb/FaultDb.h>
+#include <fdb/tables/FdbSqlVersionTbl.h>
 
 namespace tool
 {
+
+using firaim::historyTable_t;
 
 namespace
 {
@@ -56,12 +58,13 @@ std::vector<std::string> statusWords(SqlTbl<T> const& tbl)
 }
 
 template <class Table, class T>
-tableFormat_t describe(char const* name)
+tableFormat_t describe(firaim::historyTable_t table)
 {
-    Table tbl(name);
+    Table tbl(Table::kTableName);
     tbl.init("");
     tableFormat_t format;
-    format.name = name;
+    format.table = table;
+    format.name = Table::kTableName;
     format.createStatement = "CREATE TABLE \"" + format.name + "\" (";
     for (auto const& [id, column] : tbl.m_columns)
     {
@@ -83,19 +86,19 @@ tableFormat_t describe(char const* name)
 
 tableFormat_t const& faultFormat()
 {
-    static tableFormat_t const format = describe<FdbSqlFaultTbl, Fault>("FdbFaultTbl");
+    static tableFormat_t const format = describe<FdbSqlFaultTbl, Fault>(historyTable_t::FAULTS);
     return format;
 }
 
 tableFormat_t const& statisticFormat()
 {
-    static tableFormat_t const format = describe<FdbSqlFaultStatisticTbl, FaultStatistic>("FdbFaultStatisticTbl");
+    static tableFormat_t const format = describe<FdbSqlFaultStatisticTbl, FaultStatistic>(historyTable_t::STATISTICS);
     return format;
 }
 
 tableFormat_t const& versionFormat()
 {
-    static tableFormat_t const format = describe<FdbSqlVersionTbl, FdbVersion>("FdbVersionTbl");
+    static tableFormat_t const format = describe<FdbSqlVersionTbl, FdbVersion>(historyTable_t::VERSIONS);
     return format;
 }
 

@@ -1,5 +1,10 @@
 #pragma once
 
+#include <fdb/tables/FdbSqlFaultStatisticTbl.h>
+#include <fdb/tables/FdbSqlFaultTbl.h>
+#include <history/RowCursor.h>
+
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -27,6 +32,7 @@ struct column_t
 
 struct tableFormat_t
 {
+    firaim::historyTable_t table;
     std::string name;
     std::vector<column_t> columns; ///< in the order of the file; the key is the first
     std::string createStatement;   ///< as sqlite_master holds it
@@ -42,14 +48,17 @@ std::vector<tableFormat_t const*> const& allFormats();
 /// Positions of columns in the formats above.
 namespace faultColumn
 {
-constexpr int ENTRY_ID = 0;
-constexpr int TIME_STAMP = 6;
+constexpr std::size_t CODE = FdbSqlFaultTbl::kFaultCodeColumn;
+constexpr std::size_t CODE_NAME = 3;
+constexpr std::size_t TIME_STAMP = FdbSqlFaultTbl::kTimeStampUtcColumn;
 } // namespace faultColumn
 
 namespace statisticColumn
 {
-constexpr int TIME_FIRST = 3;
-constexpr int TIME_LAST = 4;
+constexpr std::size_t CODE = FdbSqlFaultStatisticTbl::kFaultCodeColumn;
+constexpr std::size_t CODE_NAME = 2;
+constexpr std::size_t TIME_FIRST = 3;
+constexpr std::size_t TIME_LAST = 4;
 } // namespace statisticColumn
 
 } // namespace tool

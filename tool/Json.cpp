@@ -2,34 +2,34 @@
 
 #include "Text.h"
 
-#include <sqlite3.h>
-
 namespace tool
 {
+
+using firaim::RowCursor;
 
 namespace
 {
 
-json_t jsonCell(Statement const& row, int column)
+json_t jsonCell(RowCursor const& row, std::size_t cell)
 {
-    switch (row.type(column))
+    switch (row.type(cell))
     {
-    case SQLITE_NULL:
+    case RowCursor::CELL_NULL:
         return nullptr;
-    case SQLITE_INTEGER:
-        return row.integer(column);
-    case SQLITE_FLOAT:
-        return row.real(column);
-    case SQLITE_BLOB:
-        return hexadecimal(row.blob(column));
+    case RowCursor::CELL_INTEGER:
+        return row.integer(cell);
+    case RowCursor::CELL_REAL:
+        return row.real(cell);
+    case RowCursor::CELL_BLOB:
+        return hexadecimal(row.bytes(cell));
     default:
-        return std::string(row.text(column));
+        return std::string(row.bytes(cell));
     }
 }
 
-json_t jsonTimeCell(Statement const& row, int column, TimeStyle const& style)
+json_t jsonTimeCell(RowCursor const& row, std::size_t cell, TimeStyle const& style)
 {
-    std::int64_t const stamp = row.type(column) == SQLITE_INTEGER ? row.integer(column) : 0;
+    std::int64_t const stamp = row.type(cell) == RowCursor::CELL_INTEGER ? row.integer(cell) : 0;
     return jsonTime(stamp > 0 ? static_cast<unsigned long long>(stamp) : 0, style);
 }
 
@@ -43,18 +43,18 @@ std::string jsonText(json_t const& value, Terminal const& terminal)
 
 json_t jsonTime(unsigned long long stamp, TimeStyle const& style)
 {
-    std::optional<std::int64_t> const time = timeOf(stamp, style);
+    std::optional<std::int64_t> const time = firaim::timeOf(stamp, style.unit);
     return time ? json_t(isoText(*time, style)) : json_t(nullptr);
 }
 
-json_t jsonRow(Statement const& row, tableFormat_t const& format, TimeStyle const& style)
+json_t jsonRow(RowCursor const& row, tableFormat_t const& format, TimeStyle const& style)
 {
     // The names differ from each other: there is no need to look for each among those before it.
     json_t::object_t fields;
     fields.reserve(format.columns.size() + 2);
     for (std::size_t column = 0; column < format.columns.size(); ++column)
     {
-        fields.emplace_back(format.columns[column].name, jsonCell(row, static_cast<int>(column)));
+        fields.emplace_back(format.columns[column].name, jsonCell(row, column));
     }
     if (&format == &faultFormat())
     {

@@ -2,8 +2,9 @@
 
 #include "Format.h"
 #include "Output.h"
-#include "Sqlite.h"
 #include "Times.h"
+
+#include <history/RowCursor.h>
 
 #include <nlohmann/json.hpp>
 
@@ -20,7 +21,7 @@ std::string jsonText(json_t const& value, Terminal const& terminal);
 
 /// A row as an object: the columns of `format` by name, as the file holds them, and its times once more as ISO 8601
 /// texts. A blob is a text of hexadecimal digits.
-json_t jsonRow(Statement const& row, tableFormat_t const& format, TimeStyle const& style);
+json_t jsonRow(firaim::RowCursor const& row, tableFormat_t const& format, TimeStyle const& style);
 
 /// The ISO 8601 text of a stamp, null when it was not set.
 json_t jsonTime(unsigned long long stamp, TimeStyle const& style);

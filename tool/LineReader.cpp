@@ -3,6 +3,7 @@
 #include "Interrupt.h"
 #include "Problem.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <system_error>
@@ -39,31 +40,50 @@ void LineReader::fill()
         return;
     }
     m_isAtEnd = size == 0;
-    m_pending.append(chunk.data(), static_cast<std::size_t>(size));
-    // What will be refused anyway is not kept.
-    std::size_t const lineEnd = m_pending.find('\n');
-    if (lineEnd == std::string::npos && m_pending.size() > m_longestLine)
+    m_pending.erase(0, m_begin);
+    m_lineEnd -= m_lineEnd == std::string::npos ? 0 : m_begin;
+    m_begin = 0;
+    if (m_lineEnd == std::string::npos)
     {
-        m_taken += m_pending.size() - m_longestLine;
-        m_pending.resize(m_longestLine);
+        // What was there before has no end of a line in it.
+        auto const* const end = std::find(chunk.data(), chunk.data() + size, '\n');
+        m_lineEnd = end == chunk.data() + size ? std::string::npos
+                                               : m_pending.size() + static_cast<std::size_t>(end - chunk.data());
+    }
+    m_pending.append(chunk.data(), static_cast<std::size_t>(size));
+    if (m_lineEnd == std::string::npos && m_pending.size() > m_longestLine)
+    {
+        // What will be refused anyway is not kept.
+        m_taken += m_pending.size();
+        m_pending.clear();
         m_isCut = true;
     }
 }
 
 bool LineReader::take(std::string& line, bool& isTooLong)
 {
-    std::size_t const end = m_pending.find('\n');
-    if (end == std::string::npos && m_pending.empty())
+    if (m_lineEnd == std::string::npos && !hasPending())
     {
         return false;
     }
-    line = m_pending.substr(0, end);
+    std::size_t const end = std::min(m_lineEnd, m_pending.size());
+    line.assign(m_pending, m_begin, end - m_begin);
     isTooLong = m_isCut || line.size() > m_longestLine;
     m_isCut = false;
-    std::size_t const used = end == std::string::npos ? m_pending.size() : end + 1;
-    m_pending.erase(0, used);
-    m_taken += used;
+    std::size_t const next = m_lineEnd == std::string::npos ? m_pending.size() : m_lineEnd + 1;
+    m_taken += next - m_begin;
+    m_begin = next;
+    m_lineEnd = m_pending.find('\n', m_begin);
     return true;
+}
+
+bool LineReader::hasMore()
+{
+    if (!hasPending() && !m_isAtEnd && interrupt::waitFor(STDIN_FILENO, interrupt::READING, 0))
+    {
+        fill();
+    }
+    return hasPending();
 }
 
 std::size_t LineReader::total() const

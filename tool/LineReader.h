@@ -10,15 +10,17 @@ namespace tool
 class LineReader
 {
 public:
-    /// Longer lines are cut off there, and said to be.
+    /// Longer lines are thrown away, and said to be too long.
     explicit LineReader(std::size_t longestLine) : m_longestLine(longestLine) {}
 
     /// Whether a whole line can be taken without waiting.
-    bool hasLine() const { return m_pending.find('\n') != std::string::npos || m_isAtEnd; }
+    bool hasLine() const { return m_lineEnd != std::string::npos || m_isAtEnd; }
+    /// Whether there is anything that was not taken, as far as can be told without waiting.
+    bool hasMore();
     /// Waits for more input; a signal ends that. Throws a Problem when it cannot be read.
     void fill();
     /// Takes the next line into `line`, without its end; returns whether there was one. `isTooLong` tells of a line
-    /// that was cut off. Needs `hasLine`.
+    /// that was thrown away, at least in part. Needs `hasLine`.
     bool take(std::string& line, bool& isTooLong);
 
     /// How many bytes have been taken, and how many there are; 0 when that is not known.
@@ -26,10 +28,14 @@ public:
     std::size_t total() const;
 
 private:
+    bool hasPending() const { return m_begin < m_pending.size() || m_isCut; }
+
     std::size_t const m_longestLine;
     std::string m_pending;
+    std::size_t m_begin = 0; ///< of what has not been taken
     std::size_t m_taken = 0;
-    bool m_isCut = false; ///< the rest of the line in `m_pending` was thrown away, or is to be
+    std::size_t m_lineEnd = std::string::npos; ///< of the first line in `m_pending`, if that is whole
+    bool m_isCut = false;                      ///< what came before of that line was thrown away
     bool m_isAtEnd = false;
 };
 

@@ -21,6 +21,9 @@ namespace tool
 namespace
 {
 
+/// What goes out at once: the rows of some milliseconds.
+constexpr std::size_t kMuch = 1 << 16;
+
 /// Whether somebody reads what is written to `descriptor`.
 bool hasReader(int descriptor)
 {
@@ -145,6 +148,28 @@ void Output::flush()
         interrupt::check();
     }
     m_pending.clear();
+}
+
+void Output::flushIfMuch()
+{
+    if (m_pending.size() >= kMuch)
+    {
+        flush();
+    }
+}
+
+void reportDone(std::string const& text, Output& output)
+{
+    try
+    {
+        output.writeLine(text);
+        output.flush();
+    }
+    catch (...)
+    {
+        complain("this was done all the same: " + text);
+        throw;
+    }
 }
 
 void complain(std::string_view text)

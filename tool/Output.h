@@ -54,6 +54,8 @@ public:
 
     /// Writes what was held back. Throws ReaderGone, interrupt::Interrupted, or a Problem when it cannot be written.
     void flush();
+    /// The same as soon as that is worth its while.
+    void flushIfMuch();
 
 private:
     Terminal const m_terminal;
@@ -62,6 +64,10 @@ private:
     LogBuffer m_logLines;
     std::streambuf* m_consoleBuffer;
 };
+
+/// Prints a line that says what was done to the file. When it cannot be written, standard error gets it: the file is
+/// changed all the same.
+void reportDone(std::string const& text, Output& output);
 
 /// One line on standard error, the control characters in it shown.
 void complain(std::string_view text);

@@ -18,6 +18,8 @@ public:
     Progress(Progress const&) = delete;
     Progress& operator=(Progress const&) = delete;
 
+    /// Whether it can be shown at all.
+    bool isVisible() const { return m_terminal.isDecorated; }
     /// Shows `share`, between 0 and 1; not more often than the eye can follow.
     void show(double share);
     /// The same where nobody knows how much there will be: what has been done.

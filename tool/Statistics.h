@@ -1,7 +1,7 @@
 #pragma once
 
+#include "FaultFile.h"
 #include "Json.h"
-#include "Sqlite.h"
 #include "Times.h"
 
 #include <fdb/records/FaultStatistic.h>
@@ -19,6 +19,9 @@ struct statisticRow_t
 };
 
 /// All statistics, in the order of their keys. There is one for each code, so that they fit into memory.
-std::vector<statisticRow_t> readStatistics(Connection const& connection, TimeStyle const& style);
+std::vector<statisticRow_t> readStatistics(FaultFile& file, TimeStyle const& style);
+
+/// A statistic as an object, as `jsonRow` has it for a row whose cells are all sound.
+json_t jsonStatistic(FaultStatistic const& statistic, TimeStyle const& style);
 
 } // namespace tool

@@ -2,10 +2,8 @@
 
 #include <array>
 #include <charconv>
-#include <chrono>
 #include <cstdio>
 #include <ctime>
-#include <limits>
 #include <string_view>
 
 namespace tool
@@ -18,13 +16,9 @@ constexpr std::int64_t kSecond = 1000;
 constexpr std::int64_t kMinute = 60 * kSecond;
 constexpr std::int64_t kHour = 60 * kMinute;
 constexpr std::int64_t kDay = 24 * kHour;
-constexpr unsigned long long kNanosecondsPerMillisecond = 1000000;
-constexpr unsigned long long kMicrosecondsPerMillisecond = 1000;
 /// The end of the year 9999, the last that ISO 8601 can name.
 constexpr std::int64_t kCalendarEnd = 253402300800 * kSecond;
 constexpr std::size_t kDigitsOfMillisecond = 3;
-/// SQLite's integers have a sign.
-constexpr unsigned long long kMostStamp = std::numeric_limits<std::int64_t>::max();
 
 /// Takes pieces from the front of a text; once one was missing, nothing else is found.
 class Scanner
@@ -132,20 +126,6 @@ void scanTimeOfDay(Scanner& scanner, writtenTime_t& time)
     scanZone(scanner, time);
 }
 
-timeUnit_t guessUnit(unsigned long long stamp)
-{
-    // In seconds these are the years up to 5138; in each smaller unit, those from 1973 to 5138.
-    if (stamp < 100'000'000'000)
-    {
-        return timeUnit_t::SECONDS;
-    }
-    if (stamp < 100'000'000'000'000)
-    {
-        return timeUnit_t::MILLISECONDS;
-    }
-    return stamp < 100'000'000'000'000'000 ? timeUnit_t::MICROSECONDS : timeUnit_t::NANOSECONDS;
-}
-
 /// Whether there is such a date and such a time of day.
 bool isInCalendar(std::tm const& written)
 {
@@ -195,56 +175,25 @@ std::optional<period_t> parseTime(std::string const& text, TimeStyle const& styl
 
 std::string isoText(std::int64_t milliseconds, TimeStyle const& style)
 {
+    if (!style.isLocal)
+    {
+        return firaim::utcText(milliseconds);
+    }
     // Rounded down, also before 1970.
     std::int64_t const fraction = (milliseconds % kSecond + kSecond) % kSecond;
     auto const seconds = static_cast<std::time_t>((milliseconds - fraction) / kSecond);
     std::tm calendar = {};
-    if (milliseconds >= kCalendarEnd ||
-        (style.isLocal ? localtime_r(&seconds, &calendar) : gmtime_r(&seconds, &calendar)) == nullptr)
+    if (milliseconds >= kCalendarEnd || localtime_r(&seconds, &calendar) == nullptr)
     {
         return std::to_string(milliseconds);
     }
     std::array<char, 40> piece;
     std::string text(piece.data(), std::strftime(piece.data(), piece.size(), "%Y-%m-%dT%H:%M:%S", &calendar));
-    std::snprintf(piece.data(), piece.size(), ".%03d", static_cast<int>(fraction));
-    text += piece.data();
-    if (!style.isLocal)
-    {
-        return text + "Z";
-    }
     long const minutes = calendar.tm_gmtoff / 60;
     long const amount = minutes < 0 ? -minutes : minutes;
-    std::snprintf(piece.data(), piece.size(), "%c%02ld:%02ld", minutes < 0 ? '-' : '+', amount / 60, amount % 60);
+    std::snprintf(piece.data(), piece.size(), ".%03d%c%02ld:%02ld", static_cast<int>(fraction), minutes < 0 ? '-' : '+',
+                  amount / 60, amount % 60);
     return text + piece.data();
-}
-
-std::optional<std::int64_t> timeOf(unsigned long long stamp, TimeStyle const& style)
-{
-    timeUnit_t const unit = style.unit == timeUnit_t::GUESSED ? guessUnit(stamp) : style.unit;
-    unsigned long long milliseconds = stamp;
-    switch (unit)
-    {
-    case timeUnit_t::SECONDS:
-        if (stamp >= static_cast<unsigned long long>(kCalendarEnd))
-        {
-            return std::nullopt;
-        }
-        milliseconds = stamp * kSecond;
-        break;
-    case timeUnit_t::MICROSECONDS:
-        milliseconds = stamp / kMicrosecondsPerMillisecond;
-        break;
-    case timeUnit_t::NANOSECONDS:
-        milliseconds = stamp / kNanosecondsPerMillisecond;
-        break;
-    default:
-        break;
-    }
-    if (stamp == 0 || milliseconds >= static_cast<unsigned long long>(kCalendarEnd))
-    {
-        return std::nullopt;
-    }
-    return static_cast<std::int64_t>(milliseconds);
 }
 
 std::string stampText(unsigned long long stamp, TimeStyle const& style)
@@ -253,48 +202,8 @@ std::string stampText(unsigned long long stamp, TimeStyle const& style)
     {
         return "-";
     }
-    std::optional<std::int64_t> const time = timeOf(stamp, style);
+    std::optional<std::int64_t> const time = firaim::timeOf(stamp, style.unit);
     return time ? isoText(*time, style) : std::to_string(stamp);
-}
-
-timeUnit_t unitOf(unsigned long long stamp)
-{
-    // A clock that was never set counts from 1970, in any unit.
-    constexpr unsigned long long kYear2001 = 1'000'000'000;
-    return stamp < kYear2001 ? timeUnit_t::GUESSED : guessUnit(stamp);
-}
-
-std::optional<unsigned long long> stampOf(std::int64_t milliseconds, timeUnit_t unit, TimeStyle const& reader)
-{
-    if (milliseconds <= 0)
-    {
-        return std::nullopt;
-    }
-    auto const amount = static_cast<unsigned long long>(milliseconds);
-    unsigned long long stamp = amount;
-    switch (unit)
-    {
-    case timeUnit_t::SECONDS:
-        stamp = amount / kSecond;
-        break;
-    case timeUnit_t::MICROSECONDS:
-        stamp = amount * kMicrosecondsPerMillisecond;
-        break;
-    case timeUnit_t::NANOSECONDS:
-        stamp = amount > kMostStamp / kNanosecondsPerMillisecond ? 0 : amount * kNanosecondsPerMillisecond;
-        break;
-    default:
-        break;
-    }
-    std::optional<std::int64_t> const read = timeOf(stamp, reader);
-    bool const isReadAgain = read && *read / kSecond == milliseconds / kSecond;
-    return isReadAgain ? std::optional(stamp) : std::nullopt;
-}
-
-std::int64_t currentTime()
-{
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
 } // namespace tool

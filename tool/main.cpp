@@ -5,13 +5,8 @@
 #include "Output.h"
 #include "Problem.h"
 
-#include <CLI/CLI.hpp>
-
-#include <algorithm>
 #include <csignal>
 #include <exception>
-#include <iostream>
-#include <sstream>
 #include <string>
 
 namespace
@@ -26,27 +21,23 @@ to standard error.
 Exit status: 0 done; 1 the answer is no: there is no such fault, 'check' found something, not all could be done; 2 bad
 usage; 3 the file cannot be used.)";
 
-void declare(CLI::App& app, Request& request)
+void addCommands(CommandLine& line, Request& request)
 {
-    setUpTexts(app);
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "firaim " FIRAIM_VERSION);
-    app.footer(kFooter);
-    addCreate(app, request);
-    addRecord(app, request);
-    addClear(app, request);
-    addList(app, request);
-    addShow(app, request);
-    addStats(app, request);
-    addSummary(app, request);
-    addWatch(app, request);
-    addExport(app, request);
-    addRenumber(app, request);
-    addBackup(app, request);
-    addTrim(app, request);
-    addCheck(app, request);
-    addRecover(app, request);
-    addCodes(app, request);
+    addCreate(line, request);
+    addRecord(line, request);
+    addClear(line, request);
+    addList(line, request);
+    addShow(line, request);
+    addStats(line, request);
+    addSummary(line, request);
+    addWatch(line, request);
+    addExport(line, request);
+    addRenumber(line, request);
+    addBackup(line, request);
+    addTrim(line, request);
+    addCheck(line, request);
+    addRecover(line, request);
+    addCodes(line, request);
 }
 
 /// After a problem, which is what matters.
@@ -61,47 +52,20 @@ void flushQuietly(Output& output)
     }
 }
 
-bool hasCommand(CLI::App& app, std::string const& name)
-{
-    auto const commands = app.get_subcommands([](CLI::App const*) { return true; });
-    return std::any_of(commands.begin(), commands.end(),
-                       [&](CLI::App const* command) { return command->get_name() == name; });
-}
-
-/// Help and version are results; what is wrong with the arguments is not.
-int explain(CLI::App const& app, CLI::ParseError const& problem, Output& output)
-{
-    std::ostringstream results;
-    std::ostringstream complaints;
-    int const code = app.exit(problem, results, complaints);
-    std::string text = results.str();
-    if (!text.empty() && text.back() != '\n')
-    {
-        text += '\n'; // A footer ends without one.
-    }
-    output.write(text);
-    output.flush();
-    std::cerr << complaints.str() << std::flush;
-    return code == 0 ? STATUS_DONE : STATUS_BAD_USAGE;
-}
-
 int run(int argc, char** argv, Output& output)
 {
-    CLI::App app("Records faults in a fault database, looks at it, follows it and hands it over.", "firaim");
+    CommandLine line("firaim", "Records faults in a fault database, looks at it, follows it and hands it over.",
+                     kFooter, "firaim " FIRAIM_VERSION);
     Request request = {output, nullptr};
-    declare(app, request);
-    if (argc > 1 && argv[1][0] != '-' && !hasCommand(app, argv[1]))
+    addCommands(line, request);
+    if (argc > 1 && argv[1][0] != '-' && !line.hasCommand(argv[1]))
     {
         throw Problem(STATUS_BAD_USAGE,
                       "unknown command '" + std::string(argv[1]) + "'; --help lists those that there are");
     }
-    try
+    if (auto const status = line.read(argc, argv, output))
     {
-        app.parse(argc, argv);
-    }
-    catch (CLI::ParseError const& problem)
-    {
-        return explain(app, problem, output);
+        return *status;
     }
     try
     {

@@ -238,9 +238,10 @@ TEST_F(CommandLine, WritingToAnotherFormatVersionIsRefusedAndLookingIsNot)
 TEST_F(CommandLine, TheLibrarysLogLinesGoToStandardError)
 {
     createSample();
-    outcome_t const outcome = runTool({"renumber", path, "--from", "2", "--to", "3"});
-    EXPECT_EQ(outcome.output, "moved 2 faults and 2 statistics from start-up id 2 to 3\n");
-    EXPECT_THAT(outcome.errors, StartsWith("[INFO] FDB::updateRdbStartup() new ID=3old ID=2\n"));
+    RawDb(path).exec("UPDATE FdbFaultTbl SET LoggerUpTime = 'x' WHERE EntryId = 3");
+    outcome_t const outcome = runTool({"list", path, "--last", "1", "--json"});
+    EXPECT_THAT(outcome.output, StartsWith("[\n{\"EntryId\":3,"));
+    EXPECT_THAT(outcome.errors, StartsWith("[ERROR] Casting value x\n"));
 }
 
 TEST_F(CommandLine, OutputThatCannotBeWrittenIsAFailure)

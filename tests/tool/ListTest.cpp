@@ -286,7 +286,7 @@ TEST_F(Statistics, OfActiveFaultsAlone)
 TEST_F(Summary, IsThePageThatATechnicianWantsFirst)
 {
     EXPECT_EQ(output({"summary", path}), "File            " + path +
-                                             " (20 KiB)\n"
+                                             "\nSize            20 KiB\n"
                                              "Format version  1.0.0\n"
                                              "Period          2031-05-04T03:02:01.000Z to 2031-05-05T03:02:01.500Z\n"
                                              "Duration        1 d\n"

@@ -1,6 +1,7 @@
 // Looking at a file never changes a byte of it, whatever state it is in and wherever it lies.
 
 #include "ToolProcess.h"
+#include "tool/FaultFile.h"
 
 #include <gmock/gmock.h>
 
@@ -80,9 +81,8 @@ TEST_F(Looking, WorksWhereNothingCanBeWritten)
 {
     ASSERT_EQ(chmod(path.c_str(), 0444), 0);
     ASSERT_EQ(chmod(dir.path().c_str(), 0555), 0);
-    ASSERT_EQ(chmod(elsewhere.path().c_str(), 0777), 0);
     {
-        WithoutRoot const nobody;
+        WithoutRoot const user;
         for (auto const& command : commands(path))
         {
             outcome_t const outcome = runTool(command);
@@ -98,10 +98,9 @@ TEST_F(Looking, AtAWriteAheadLogFileWorksWhereNothingCanBeWritten)
     ASSERT_FALSE(exists(path + "-wal"));
     ASSERT_EQ(chmod(path.c_str(), 0444), 0);
     ASSERT_EQ(chmod(dir.path().c_str(), 0555), 0);
-    ASSERT_EQ(chmod(elsewhere.path().c_str(), 0777), 0);
     std::string const bytes = readFile(path);
     {
-        WithoutRoot const nobody;
+        WithoutRoot const user;
         for (auto const& command : commands(path))
         {
             outcome_t const outcome = runTool(command);
@@ -134,7 +133,7 @@ TEST_F(Looking, AtAWriteAheadLogThatCannotBeReadSaysWhatToDoAndRecoverDoesIt)
     }
     ASSERT_EQ(chmod(dir.path().c_str(), 0555), 0);
     {
-        WithoutRoot const nobody;
+        WithoutRoot const user;
         outcome_t const outcome = runTool({"list", left});
         EXPECT_EQ(outcome.status, 3);
         EXPECT_THAT(outcome.errors, HasSubstr("faults that belong to it are still in its write-ahead log"));
@@ -165,6 +164,17 @@ TEST_F(Looking, RecoveringRollsBackWhatAWriterLeftHalfDone)
     EXPECT_EQ(output({"recover", crashed}), "");
     EXPECT_EQ(output({"export", crashed, "--format", "csv"}), output({"export", path, "--format", "csv"}));
     EXPECT_EQ(RawDb(crashed).value("PRAGMA integrity_check"), "ok");
+}
+
+TEST_F(Looking, AndRecoveringLeaveTheLocksOfTheirProcessAlone)
+{
+    RawDb raw(path);
+    raw.exec("BEGIN IMMEDIATE");
+    tool::recoverFile(path);
+    tool::openForLooking(path);
+    EXPECT_FALSE(succeedsElsewhere(path, "DELETE FROM FdbFaultTbl")) << "the file is locked";
+    raw.exec("COMMIT");
+    EXPECT_TRUE(succeedsElsewhere(path, "DELETE FROM FdbFaultTbl"));
 }
 
 TEST_F(Looking, AtAFileThatAWriterKeepsLockedEndsWithAReason)

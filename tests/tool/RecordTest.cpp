@@ -226,6 +226,36 @@ TEST_F(Recording, SaysWhichLinesWereNotRecordedWhenTheFileCannotBeWritten)
               std::to_string(std::count(outcome.output.begin(), outcome.output.end(), '\n')));
 }
 
+TEST_F(Recording, NamesTheFirstLineThatIsNotRecordedWhenItEndsEarly)
+{
+    setting_t setting;
+    for (int line = 0; line < 3000; ++line)
+    {
+        setting.input += "{\"FaultCode\":1025,\"Description\":\"some text of some length\"}\n";
+    }
+    setting.longestFile = 250000;
+    outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
+    auto const recorded = std::count(outcome.output.begin(), outcome.output.end(), '\n');
+    EXPECT_GT(recorded, 0);
+    EXPECT_THAT(outcome.errors,
+                HasSubstr("firaim: line " + std::to_string(recorded + 1) + " and all after it: not recorded\n"));
+}
+
+TEST_F(Recording, ASignalWhileTheFileIsLockedNamesTheLinesThatAreNotRecorded)
+{
+    ToolProcess process({"record", path, "--stdin"}, {}, true);
+    process.write("{\"FaultCode\":1025}\n");
+    EXPECT_EQ(process.readLine(), "1");
+    RawDb other(path);
+    other.exec("BEGIN IMMEDIATE");
+    process.write("{\"FaultCode\":1025}\n{\"FaultCode\":1025}\n");
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.finish(), 128 + SIGTERM);
+    EXPECT_THAT(process.errors, HasSubstr("firaim: line 2 and all after it: not recorded\n"));
+    other.exec("COMMIT");
+    EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"), "1");
+}
+
 TEST_F(Recording, AcceptsNamesInAnyCaseAndWithoutPrefix)
 {
     output({"record", path, "--code", "bus_off"});
@@ -243,8 +273,7 @@ TEST_F(Recording, SuggestsCodesThatAreMeant)
 TEST_F(Recording, AReadOnlyFileIsRefused)
 {
     ASSERT_EQ(chmod(path.c_str(), 0444), 0);
-    ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
-    WithoutRoot const nobody;
+    WithoutRoot const user;
     outcome_t const outcome = runTool({"record", path, "--code", "FC_BUS_OFF"});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("cannot be written"));
@@ -258,6 +287,38 @@ TEST_F(Recording, ClearingMarksTheStatisticAndRecordsWhatIsOver)
     EXPECT_EQ(value("SELECT Status || ' ' || ModuleName || ' ' || Parameter || ' ' || Description || ' ' || "
                     "RdbStartupId FROM FdbFaultTbl WHERE EntryId = 2"),
               "ErrorInactive it's p plugged in again 3");
+}
+
+TEST_F(Recording, ClearingEndsEveryActiveModuleAndParameterOfTheCode)
+{
+    output({"record", path, "--code", "FC_BUS_OFF", "--module", "can0"});
+    output({"record", path, "--code", "FC_BUS_OFF", "--module", "can1", "--param", "p"});
+    EXPECT_EQ(output({"clear", path, "--code", "FC_BUS_OFF"}), "3\n4\n");
+    EXPECT_EQ(value("SELECT group_concat(Status || ModuleName || Parameter) FROM FdbFaultTbl WHERE EntryId > 2"),
+              "ErrorInactivecan0,ErrorInactivecan1p");
+    EXPECT_EQ(statistic("FaultActive"), "inactive");
+}
+
+TEST_F(Recording, ClearingAModuleLeavesTheOthersOfTheCodeActive)
+{
+    output({"record", path, "--code", "FC_BUS_OFF", "--module", "can0"});
+    output({"record", path, "--code", "FC_BUS_OFF", "--module", "can1"});
+    EXPECT_EQ(output({"clear", path, "--code", "FC_BUS_OFF", "--module", "can1"}), "3\n");
+    EXPECT_EQ(value("SELECT Status || ModuleName FROM FdbFaultTbl WHERE EntryId = 3"), "ErrorInactivecan1");
+    EXPECT_EQ(statistic("FaultActive"), "active");
+    outcome_t const outcome = runTool({"clear", path, "--code", "FC_BUS_OFF", "--module", "can1"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.errors, HasSubstr("FC_BUS_OFF of the module 'can1' is not active; nothing was recorded"));
+}
+
+TEST_F(Recording, ACodeThatOnlyTheFileHasANameForKeepsIt)
+{
+    RawDb(path).exec("INSERT INTO FdbFaultStatisticTbl SELECT NULL, 7777, 'FC_OF_THE_DEVICE', 0, 0, 'UTC', 'UTC', 1, "
+                     "'inactive', 1, 0, 0");
+    output({"record", path, "--code", "7777"});
+    EXPECT_EQ(value("SELECT FaultCodeName || OccurenceCnt FROM FdbFaultStatisticTbl WHERE FaultCode = 7777"),
+              "FC_OF_THE_DEVICE2");
+    EXPECT_EQ(value("SELECT FaultCodeName FROM FdbFaultTbl"), "FC_OF_THE_DEVICE");
 }
 
 TEST_F(Recording, ClearingWhatIsNotActiveIsAnsweredWithNo)
@@ -319,6 +380,28 @@ TEST_F(Recording, ReadsManyFromStandardInputAndSaysWhatWasRefused)
     EXPECT_EQ(statistic("OccurenceCnt || ' ' || FaultEntryId"), "2 3");
 }
 
+TEST_F(Recording, ALineThatIsTooLongIsRefusedAndTheNextOneIsNot)
+{
+    setting_t setting;
+    setting.input = "{\"FaultCode\":1,\"Description\":\"" + std::string(17 << 20, 'x') + "\"}\n{\"FaultCode\":2}\n" +
+                    std::string(40 << 20, 'y');
+    outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "1\n");
+    EXPECT_EQ(outcome.errors, "firaim: line 1: longer than 16 MiB\nfiraim: line 3: longer than 16 MiB\n");
+    EXPECT_EQ(value("SELECT FaultCode FROM FdbFaultTbl"), "2");
+}
+
+TEST_F(Recording, SaysThatStatisticsShareACode)
+{
+    output({"record", path, "--code", "FC_BUS_OFF"});
+    RawDb(path).exec("INSERT INTO FdbFaultStatisticTbl(FaultCode) VALUES(1025)");
+    outcome_t const outcome = runTool({"record", path, "--code", "FC_BUS_OFF"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "2\n");
+    EXPECT_THAT(outcome.errors, HasSubstr("several statistics have the code 1025"));
+}
+
 TEST_F(Recording, WhatOneFileExportsAnotherRecords)
 {
     insertFault("Description,LoggerLifeTime,RdbStartupId", "'it''s \"äöü\" \n', 4294967295, 4294967295");
@@ -360,6 +443,33 @@ TEST_F(Recording, ASignalEndsItWithAllThatWasNamedRecorded)
     EXPECT_EQ(value("SELECT count(*) - 1 FROM FdbFaultTbl"),
               std::to_string(std::count(process.output.begin(), process.output.end(), '\n')));
     EXPECT_EQ(value("PRAGMA integrity_check"), "ok");
+}
+
+TEST_F(Recording, ImportersLetEachOtherAndSingleRecordersIn)
+{
+    constexpr int kImporters = 4;
+    constexpr int kLines = 10000;
+    setting_t setting;
+    for (int line = 0; line < kLines; ++line)
+    {
+        setting.input += "{\"FaultCode\":1025}\n";
+    }
+    std::vector<std::unique_ptr<ToolProcess>> importers;
+    for (int i = 0; i < kImporters; ++i)
+    {
+        importers.push_back(
+            std::make_unique<ToolProcess>(std::vector<std::string>{"record", path, "--stdin"}, setting));
+    }
+    EXPECT_TRUE(importers.front()->readLine());
+    outcome_t const single = runTool({"record", path, "--code", "FC_CLOCK_JUMP"});
+    EXPECT_EQ(single.status, 0) << single.errors;
+    for (auto const& importer : importers)
+    {
+        EXPECT_EQ(importer->finish(), 0) << importer->errors;
+    }
+    EXPECT_EQ(statistic("OccurenceCnt"), std::to_string(kImporters * kLines));
+    EXPECT_GT(value("SELECT max(EntryId) - (SELECT EntryId FROM FdbFaultTbl WHERE FaultCode = 769) FROM FdbFaultTbl"),
+              "0");
 }
 
 TEST_F(Recording, SeveralProgramsAtOnceLoseNoCountAndNameTheirOwnFaults)

@@ -99,13 +99,12 @@ ToolProcess::ToolProcess(std::vector<std::string> arguments, setting_t const& se
         dup2(out.theirs, STDOUT_FILENO);
         dup2(err.theirs, STDERR_FILENO);
         setEnvironment(setting.environment);
-        // A test without root's rights means the whole program, which a script may have to start.
-        exitIfFailed(setreuid(geteuid(), geteuid()));
         if (setting.longestFile != 0)
         {
             rlimit const limit = {setting.longestFile, setting.longestFile};
             exitIfFailed(setrlimit(RLIMIT_FSIZE, &limit));
         }
+        WithoutRoot::findPrograms();
         execv(argv[0], argv.data());
         _exit(127);
     }

@@ -27,7 +27,24 @@ class Watching : public ToolTest
 protected:
     Watching() { createSample(); }
 
-    void record(std::string const& code) { output({"record", path, "--code", code, "--time", "2031-05-06T00:00Z"}); }
+    void record(std::string const& code) { record(path, code); }
+
+    /// Another database, with one fault in it; returns its name.
+    std::string makeOther()
+    {
+        std::string const other = dir.file("other.db");
+        output({"create", other});
+        record(other, "FC_CLOCK_JUMP");
+        return other;
+    }
+
+    static constexpr char kFaultOfTheOther[] = "2031-05-06T00:00:00.000Z  fault 1  FC_CLOCK_JUMP  active";
+
+private:
+    void record(std::string const& file, std::string const& code)
+    {
+        output({"record", file, "--code", code, "--time", "2031-05-06T00:00Z"});
+    }
 };
 
 /// Records faults through the program, one after the other, until it is told to stop; none may be refused.
@@ -176,11 +193,9 @@ TEST_F(Watching, GoesOnWithAnotherFileOfTheSameName)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_TRUE(watch.readLine());
-    std::string const other = dir.file("other.db");
-    output({"create", other});
-    output({"record", other, "--code", "FC_CLOCK_JUMP", "--time", "2031-05-06T00:00Z"});
+    std::string const other = makeOther();
     ASSERT_EQ(std::rename(other.c_str(), path.c_str()), 0);
-    EXPECT_EQ(watch.readLine(), "2031-05-06T00:00:00.000Z  fault 1  FC_CLOCK_JUMP  active");
+    EXPECT_EQ(watch.readLine(), kFaultOfTheOther);
     watch.signal(SIGINT);
     EXPECT_EQ(watch.finish(), 0);
     EXPECT_THAT(watch.errors, HasSubstr("another file has got this name"));
@@ -194,30 +209,26 @@ TEST_F(Watching, WaitsForAFileThatIsCreatedAnewInItsPlace)
     ASSERT_EQ(std::rename(dir.file("empty").c_str(), path.c_str()), 0);
     output({"create", path, "--force"});
     record("FC_CLOCK_JUMP");
-    EXPECT_EQ(watch.readLine(), "2031-05-06T00:00:00.000Z  fault 1  FC_CLOCK_JUMP  active");
+    EXPECT_EQ(watch.readLine(), kFaultOfTheOther);
 }
 
 TEST_F(Watching, GoesOnWhereALinkLeadsTo)
 {
     std::string const link = dir.file("link");
-    std::string const other = dir.file("other.db");
     ASSERT_EQ(symlink(path.c_str(), link.c_str()), 0);
     ToolProcess watch({"watch", link, "--last", "1"});
     EXPECT_TRUE(watch.readLine());
-    output({"create", other});
-    output({"record", other, "--code", "FC_CLOCK_JUMP", "--time", "2031-05-06T00:00Z"});
+    std::string const other = makeOther();
     ASSERT_EQ(symlink(other.c_str(), dir.file("link2").c_str()), 0);
     ASSERT_EQ(std::rename(dir.file("link2").c_str(), link.c_str()), 0);
-    EXPECT_EQ(watch.readLine(), "2031-05-06T00:00:00.000Z  fault 1  FC_CLOCK_JUMP  active");
+    EXPECT_EQ(watch.readLine(), kFaultOfTheOther);
 }
 
 TEST_F(Watching, BeginsAnewWhereTheContentWasReplaced)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_TRUE(watch.readLine());
-    std::string const other = dir.file("other.db");
-    output({"create", other});
-    output({"record", other, "--code", "FC_CLOCK_JUMP", "--time", "2031-05-06T00:00Z"});
+    std::string const other = makeOther();
     RawDb raw(path);
     {
         // As SQLite restores a backup: in the same file.
@@ -227,7 +238,7 @@ TEST_F(Watching, BeginsAnewWhereTheContentWasReplaced)
         EXPECT_EQ(sqlite3_backup_step(backup, -1), SQLITE_DONE);
         EXPECT_EQ(sqlite3_backup_finish(backup), SQLITE_OK);
     }
-    EXPECT_EQ(watch.readLine(), "2031-05-06T00:00:00.000Z  fault 1  FC_CLOCK_JUMP  active");
+    EXPECT_EQ(watch.readLine(), kFaultOfTheOther);
     watch.signal(SIGINT);
     EXPECT_EQ(watch.finish(), 0);
     EXPECT_THAT(watch.errors, HasSubstr("its content was replaced"));

@@ -5,7 +5,7 @@
 #include "../Interrupt.h"
 #include "../Progress.h"
 
-#include <sqlite3.h>
+#include <db/internal/Folder.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -82,14 +82,8 @@ public:
             throw Problem(STATUS_BAD_FILE, target + ": " + std::generic_category().message(errno));
         }
         m_isKept = true;
-        std::string const folder = target.substr(0, target.find_last_of('/') + 1) + ".";
-        int const descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (descriptor >= 0)
-        {
-            // Without success the copy is as good as any other new file.
-            static_cast<void>(fsync(descriptor));
-            static_cast<void>(close(descriptor));
-        }
+        // Without success the copy is as good as any other new file.
+        static_cast<void>(folder::synchroniseFolderOf(target));
     }
 
 private:
@@ -117,15 +111,15 @@ struct FinishBackup
     void operator()(sqlite3_backup* backup) const { static_cast<void>(sqlite3_backup_finish(backup)); }
 };
 
-/// Copies all pages of the one database into the other.
-void copyPages(Connection const& from, Connection const& to)
+/// Copies all pages of the one database into the other, whose file is `target`.
+void copyPages(sqlite::Connection const& from, sqlite::Connection const& to, std::string const& target)
 {
     Progress progress("copying");
     std::unique_ptr<sqlite3_backup, FinishBackup> const backup(
         sqlite3_backup_init(to.get(), "main", from.get(), "main"));
     if (!backup)
     {
-        throw SqliteProblem(to.path(), to.get(), sqlite3_extended_errcode(to.get()));
+        throwFailure(target, sqlite::Error(to.get(), sqlite3_extended_errcode(to.get())));
     }
     int pagesAtOnce = kPagesAtOnce;
     int left = INT_MAX;
@@ -144,7 +138,7 @@ void copyPages(Connection const& from, Connection const& to)
         }
         if (code != SQLITE_OK)
         {
-            throw SqliteProblem(from.path(), nullptr, code);
+            throw sqlite::Error(nullptr, code);
         }
         int const leftNow = sqlite3_backup_remaining(backup.get());
         int const total = sqlite3_backup_pagecount(backup.get());
@@ -196,14 +190,21 @@ void requireFreeName(Options const& options)
 
 int backup(Options const& options, Output&)
 {
-    FaultFile const file(options.path);
+    static_cast<void>(FaultFile(options.path)); // Makes sure that it is a fault database.
+    sqlite::Connection const file = openForLooking(options.path);
     requireFreeName(options);
     struct stat status = {};
     static_cast<void>(stat(options.path.c_str(), &status)); // It was opened a moment ago.
     PartialFile partial(options.copy, status.st_mode);
     {
-        Connection const copy(partial.path(), Connection::READ_WRITE);
-        copyPages(file.connection(), copy);
+        sqlite::Connection const copy =
+            usingSqlite(options.copy,
+                        [&]
+                        {
+                            return sqlite::Connection(partial.path(), sqlite::Connection::READ_WRITE,
+                                                      {lockWait::kPatience, interrupt::isPending});
+                        });
+        usingSqlite(options.path, [&] { copyPages(file, copy, options.copy); });
     }
     partial.keepAs(options.copy, options.isForced);
     return STATUS_DONE;
@@ -211,15 +212,15 @@ int backup(Options const& options, Output&)
 
 } // namespace
 
-void addBackup(CLI::App& app, Request& request)
+void addBackup(CommandLine& line, Request& request)
 {
-    CLI::App* const command =
-        addCommand(app, "backup", "Make a consistent copy while others write", "  firaim backup faults.db copy.db");
+    Command command =
+        line.add("backup", "Make a consistent copy while others write", "  firaim backup faults.db copy.db");
     auto const options = std::make_shared<Options>();
-    addFile(*command, options->path);
-    command->add_option("COPY", options->copy, "The file to create")->required()->type_name("");
-    command->add_flag("--force", options->isForced, "Replace a file that is there");
-    runWith(*command, request, options, backup);
+    addFile(command, options->path);
+    command.argument("COPY", options->copy, "The file to create");
+    command.flag("--force", options->isForced, "Replace a file that is there");
+    runWith(command, request, options, backup);
 }
 
 } // namespace tool

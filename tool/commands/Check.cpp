@@ -3,27 +3,25 @@
 #include "../CellCheck.h"
 #include "../Command.h"
 #include "../FaultFile.h"
+#include "../Findings.h"
 #include "../Format.h"
-#include "../Json.h"
+#include "../Interrupt.h"
 #include "../Progress.h"
-#include "../Rows.h"
 #include "../Text.h"
 
-#include <fdb/FaultDb.h>
-
-#include <sqlite3.h>
+#include <db/internal/ReadOnlyOpening.h>
+#include <fdb/tables/FdbSqlVersionTbl.h>
 
 #include <algorithm>
-#include <map>
+#include <vector>
 
 namespace tool
 {
 
+using firaim::RowCursor;
+
 namespace
 {
-
-/// A badly damaged file would have as many findings as cells.
-constexpr std::size_t kMostFindingsOfAKind = 20;
 
 struct Options
 {
@@ -31,41 +29,45 @@ struct Options
     bool isJson = false;
 };
 
-/// What is wrong, of one kind.
-struct kind_t
-{
-    char const* name;
-    char const* advice;
-};
-
-constexpr kind_t kIntegrity = {"integrity",
-                               "the file itself is damaged: keep it, restore a backup, or save what can be read with "
-                               "'firaim export'"};
-constexpr kind_t kSchema = {"schema", "the file was not created by the library, or was changed since: create a new one "
-                                      "and record into it what 'firaim export' reads"};
-constexpr kind_t kVersion = {"version", "an application opens it in compatible mode at most: use the software that "
-                                        "wrote it, or restore a backup"};
-constexpr kind_t kReference = {"reference",
-                               "'firaim trim' removes no such fault: the statistic still counts right, and "
-                               "is put right when the fault occurs again"};
-constexpr kind_t kStatistic = {"statistic", "applications keep one row for each code: the library writes all of them "
-                                            "when the fault occurs again, and reads the first"};
-constexpr kind_t kCell = {"cell", "applications read something else than was recorded: look at the row with 'firaim "
-                                  "export --format sql'"};
+constexpr findingKind_t kIntegrity = {
+    "integrity", "the file itself is damaged: keep it, restore a backup, or save what can be read with 'firaim export'",
+    true};
+constexpr findingKind_t kSchema = {"schema",
+                                   "the file was not created by the library, or was changed since: create a new one "
+                                   "and record into it what 'firaim export' reads",
+                                   true};
+constexpr findingKind_t kVersion = {"version",
+                                    "an application opens it in compatible mode at most: use the software that wrote "
+                                    "it, or restore a backup",
+                                    true};
+constexpr findingKind_t kReference = {"reference",
+                                      "'firaim trim' removes no such fault: the statistic still counts right, and is "
+                                      "put right when the fault occurs again",
+                                      true};
+constexpr findingKind_t kRemoved = {"removed",
+                                    "nothing: 'firaim trim' removes the faults of inactive statistics, which still "
+                                    "count right",
+                                    false};
+constexpr findingKind_t kStatistic = {"statistic",
+                                      "applications keep one row for each code: the library writes all of them when "
+                                      "the fault occurs again, and reads the first",
+                                      true};
+constexpr findingKind_t kCell = {"cell",
+                                 "applications read something else than was recorded: look at the row with 'firaim "
+                                 "export --format sql'",
+                                 true};
 
 class Checker
 {
 public:
-    Checker(Options const& options, Output& output) : m_output(output), m_connection(openForLooking(options.path))
+    Checker(Options const& options, Output& output)
+        : m_path(options.path), m_output(output), m_connection(openForLooking(options.path)),
+          m_findings(output, options.isJson)
     {
-        if (options.isJson)
-        {
-            m_array.emplace(output);
-        }
     }
 
-    /// Returns the number of findings.
-    std::size_t run()
+    /// Returns whether there is no problem.
+    bool run()
     {
         checkIntegrity();
         if (checkSchema())
@@ -73,13 +75,10 @@ public:
             checkVersion();
             checkStatistics();
             checkReferences();
-            for (tableFormat_t const* const format : allFormats())
-            {
-                checkCells(*format);
-            }
+            checkCells();
         }
-        end();
-        return m_findings;
+        m_findings.end(m_path);
+        return m_findings.problems() == 0;
     }
 
 private:
@@ -92,8 +91,6 @@ private:
         bool isSomeKey; ///< one of the two
     };
 
-    void report(kind_t const& kind, std::string const& what);
-    void end();
     void checkIntegrity();
     bool checkSchema();
     bool checkTable(tableFormat_t const& format);
@@ -102,62 +99,21 @@ private:
     void checkColumn(tableFormat_t const& format, column_t const& expected, foundColumn_t const& found);
     void checkExtras();
     void checkVersion();
+    std::vector<std::string> readFormatVersions() const;
     void checkStatistics();
     void checkReferences();
-    void checkCells(tableFormat_t const& format);
+    void checkCells();
+    void checkCells(tableFormat_t const& format, firaim::FaultReader& reader);
+    void checkRow(RowCursor const& row, tableFormat_t const& format, std::vector<bool> const& isThere);
     /// Runs a part of the check; what SQLite cannot read is a finding, too.
     template <class Part>
     bool attempt(Part const& part);
 
+    std::string const m_path;
     Output& m_output;
-    Connection const m_connection;
-    std::optional<JsonArray> m_array;
-    std::size_t m_findings = 0;
-    std::map<std::string, std::size_t> m_findingsByKind;
-    std::vector<kind_t> m_kinds; ///< in the order in which they were met
+    sqlite::Connection const m_connection;
+    Findings m_findings;
 };
-
-void Checker::report(kind_t const& kind, std::string const& what)
-{
-    ++m_findings;
-    std::size_t const already = m_findingsByKind[kind.name]++;
-    if (already == 0)
-    {
-        m_kinds.push_back(kind);
-    }
-    if (m_array)
-    {
-        m_array->add({{"Kind", kind.name}, {"Finding", what}, {"Advice", kind.advice}});
-    }
-    else if (already < kMostFindingsOfAKind)
-    {
-        m_output.writeLine(std::string(kind.name) + ": " + visible(what, m_output.terminal().isAsciiOnly()));
-    }
-}
-
-void Checker::end()
-{
-    if (m_array)
-    {
-        m_array->end();
-        m_output.writeLine("");
-        return;
-    }
-    for (kind_t const& kind : m_kinds)
-    {
-        std::size_t const count = m_findingsByKind[kind.name];
-        if (count > kMostFindingsOfAKind)
-        {
-            m_output.writeLine(std::string(kind.name) + ": and " + grouped(count - kMostFindingsOfAKind) + " more");
-        }
-    }
-    for (kind_t const& kind : m_kinds)
-    {
-        m_output.writeLine("what to do (" + std::string(kind.name) + "): " + kind.advice);
-    }
-    m_output.writeLine(visible(m_connection.path(), m_output.terminal().isAsciiOnly()) + ": " +
-                       (m_findings == 0 ? "nothing is wrong" : counted(m_findings, "finding")));
-}
 
 template <class Part>
 bool Checker::attempt(Part const& part)
@@ -167,13 +123,15 @@ bool Checker::attempt(Part const& part)
         part();
         return true;
     }
-    catch (SqliteProblem const& problem)
+    catch (sqlite::Error const& error)
     {
-        if ((problem.code() & 0xff) != SQLITE_CORRUPT && problem.code() != SQLITE_ERROR)
+        if (error.kind() != SQLITE_CORRUPT && error.code() != SQLITE_ERROR)
         {
             throw;
         }
-        report(kIntegrity, problem.what());
+        // What SQLite does not know by name is missing in the schema.
+        m_findings.add(error.code() == SQLITE_ERROR ? kSchema : kIntegrity,
+                       readOnlyOpening::problemText(m_path, error));
         return false;
     }
 }
@@ -183,13 +141,13 @@ void Checker::checkIntegrity()
     attempt(
         [&]
         {
-            Statement statement = m_connection.prepare("PRAGMA integrity_check(20)");
+            sqlite::Statement statement = m_connection.prepare("PRAGMA integrity_check(20)");
             while (statement.step())
             {
                 std::string const text(statement.text(0));
                 if (text != "ok")
                 {
-                    report(kIntegrity, text);
+                    m_findings.add(kIntegrity, text);
                 }
             }
         });
@@ -211,26 +169,26 @@ bool Checker::checkSchema()
 
 bool Checker::checkTable(tableFormat_t const& format)
 {
-    Statement statement = m_connection.prepare("SELECT type, sql FROM sqlite_master WHERE name = ?1");
+    sqlite::Statement statement = m_connection.prepare("SELECT type, sql FROM sqlite_master WHERE name = ?1");
     statement.bind(1, format.name);
     if (!statement.step())
     {
-        report(kSchema, "table " + format.name + " is missing");
+        m_findings.add(kSchema, "table " + format.name + " is missing");
         return false;
     }
     std::string const type(statement.text(0));
     if (type != "table")
     {
-        report(kSchema, format.name + " is a " + type + " and not a table");
+        m_findings.add(kSchema, format.name + " is a " + type + " and not a table");
         return false;
     }
     std::string const sql(statement.text(1));
     statement.reset();
-    std::size_t const before = m_findings;
+    std::size_t const before = m_findings.count();
     checkColumns(format);
-    if (sql != format.createStatement && m_findings == before)
+    if (sql != format.createStatement && m_findings.count() == before)
     {
-        report(kSchema, format.name + " was created by another statement: " + sql);
+        m_findings.add(kSchema, format.name + " was created by another statement: " + sql);
     }
     return true;
 }
@@ -246,11 +204,11 @@ void Checker::checkColumns(tableFormat_t const& format)
     {
         for (; next != found.end() && !isIn(format.columns, next->name); ++next)
         {
-            report(kSchema, format.name + " has a column '" + next->name + "', which does not belong there");
+            m_findings.add(kSchema, format.name + " has a column '" + next->name + "', which does not belong there");
         }
         if (!isIn(found, expected.name))
         {
-            report(kSchema, format.name + " has no column '" + expected.name + "'");
+            m_findings.add(kSchema, format.name + " has no column '" + expected.name + "'");
         }
         else if (next != found.end() && next->name == expected.name)
         {
@@ -258,7 +216,7 @@ void Checker::checkColumns(tableFormat_t const& format)
         }
         else
         {
-            report(kSchema, format.name + " has the column '" + expected.name + "' in another place");
+            m_findings.add(kSchema, format.name + " has the column '" + expected.name + "' in another place");
             next = next == found.end() ? next : next + 1;
         }
     }
@@ -266,14 +224,14 @@ void Checker::checkColumns(tableFormat_t const& format)
     {
         if (!isIn(format.columns, next->name))
         {
-            report(kSchema, format.name + " has a column '" + next->name + "', which does not belong there");
+            m_findings.add(kSchema, format.name + " has a column '" + next->name + "', which does not belong there");
         }
     }
 }
 
 std::vector<Checker::foundColumn_t> Checker::readColumns(tableFormat_t const& format) const
 {
-    Statement column =
+    sqlite::Statement column =
         m_connection.prepare("SELECT name, type, \"notnull\", pk FROM pragma_table_xinfo(?1) ORDER BY cid");
     column.bind(1, format.name);
     std::vector<foundColumn_t> found;
@@ -292,24 +250,38 @@ void Checker::checkColumn(tableFormat_t const& format, column_t const& expected,
     bool const isKey = expected.content == content_t::KEY;
     if (found.type != expected.sqlType)
     {
-        report(kSchema, place + " is of type '" + found.type + "' instead of '" + expected.sqlType + "'");
+        m_findings.add(kSchema, place + " is of type '" + found.type + "' instead of '" + expected.sqlType + "'");
     }
     else if (isKey ? !found.isKey : found.isSomeKey)
     {
-        report(kSchema, place + (isKey ? " is not the key" : " must not be a key, and may be empty"));
+        m_findings.add(kSchema, place + (isKey ? " is not the key" : " must not be a key, and may be empty"));
     }
 }
 
 void Checker::checkExtras()
 {
-    Statement statement = m_connection.prepare(
+    sqlite::Statement statement = m_connection.prepare(
         "SELECT type, name FROM sqlite_master WHERE name NOT LIKE 'sqlite\\_%' ESCAPE '\\' AND NOT (type = 'table' AND "
-        "name IN ('FdbFaultTbl', 'FdbFaultStatisticTbl', 'FdbVersionTbl'))");
+        "name IN (?1, ?2, ?3))");
+    statement.bind(1, faultFormat().name).bind(2, statisticFormat().name).bind(3, versionFormat().name);
     while (statement.step())
     {
-        report(kSchema, std::string(statement.text(0)) + " '" + std::string(statement.text(1)) +
-                            "' is not part of the file format");
+        m_findings.add(kSchema, std::string(statement.text(0)) + " '" + std::string(statement.text(1)) +
+                                    "' is not part of the file format");
     }
+}
+
+/// The format versions in the file, of which there should be one.
+std::vector<std::string> Checker::readFormatVersions() const
+{
+    sqlite::Statement statement =
+        m_connection.prepare("SELECT Version FROM " + versionFormat().name + " WHERE Component LIKE 'FormatVersion'");
+    std::vector<std::string> versions;
+    while (statement.step())
+    {
+        versions.emplace_back(statement.text(0));
+    }
+    return versions;
 }
 
 void Checker::checkVersion()
@@ -317,19 +289,19 @@ void Checker::checkVersion()
     attempt(
         [&]
         {
-            std::vector<std::string> const versions = readFormatVersions(m_connection);
+            std::vector<std::string> const versions = readFormatVersions();
             for (std::string const& version : versions)
             {
-                if (version != FaultDb::SUPPORTED_VERSION)
+                if (version != FdbSqlVersionTbl::kFormatVersion)
                 {
-                    report(kVersion,
-                           "format version is '" + version + "' instead of '" + FaultDb::SUPPORTED_VERSION + "'");
+                    m_findings.add(kVersion, "format version is '" + version + "' instead of '" +
+                                                 FdbSqlVersionTbl::kFormatVersion + "'");
                 }
             }
             if (versions.size() != 1)
             {
-                report(kVersion,
-                       "FdbVersionTbl has " + counted(versions.size(), "row") + " of FormatVersion instead of 1 row");
+                m_findings.add(kVersion, versionFormat().name + " has " + counted(versions.size(), "row") +
+                                             " of FormatVersion instead of 1 row");
             }
         });
 }
@@ -339,12 +311,14 @@ void Checker::checkStatistics()
     attempt(
         [&]
         {
-            Statement statement = m_connection.prepare("SELECT FaultCode, count(*) FROM FdbFaultStatisticTbl GROUP BY "
-                                                       "FaultCode HAVING count(*) > 1");
+            sqlite::Statement statement =
+                m_connection.prepare("SELECT FaultCode, count(*) FROM " + statisticFormat().name +
+                                     " GROUP BY "
+                                     "FaultCode HAVING count(*) > 1");
             while (statement.step())
             {
-                report(kStatistic, "FaultCode " + std::string(statement.text(0)) + " has " +
-                                       std::string(statement.text(1)) + " rows in FdbFaultStatisticTbl");
+                m_findings.add(kStatistic, "FaultCode " + std::string(statement.text(0)) + " has " +
+                                               std::string(statement.text(1)) + " rows in " + statisticFormat().name);
             }
         });
 }
@@ -356,74 +330,102 @@ void Checker::checkReferences()
     attempt(
         [&]
         {
-            Statement statement = m_connection.prepare(
-                "SELECT s.EntryId, s.FaultCode, s.FaultEntryId FROM FdbFaultStatisticTbl s WHERE s.FaultEntryId <> 0 "
-                "AND NOT EXISTS (SELECT 1 FROM FdbFaultTbl f WHERE f.EntryId = s.FaultEntryId) AND NOT (s.FaultActive "
-                "IS NOT 'active' AND s.FaultEntryId BETWEEN 1 AND (SELECT seq FROM sqlite_sequence WHERE name = "
-                "'FdbFaultTbl'))");
+            sqlite::Statement statement = m_connection.prepare(
+                "SELECT s.EntryId, s.FaultCode, s.FaultEntryId, s.FaultActive IS NOT 'active' AND s.FaultEntryId "
+                "BETWEEN 1 AND (SELECT seq FROM sqlite_sequence WHERE name = ?1) FROM " +
+                statisticFormat().name + " s WHERE s.FaultEntryId <> 0 AND NOT EXISTS (SELECT 1 FROM " +
+                faultFormat().name + " f WHERE f.EntryId = s.FaultEntryId)");
+            statement.bind(1, faultFormat().name);
             while (statement.step())
             {
-                report(kReference, "FdbFaultStatisticTbl row " + std::string(statement.text(0)) + " (FaultCode " +
-                                       std::string(statement.text(1)) + ") refers to fault " +
-                                       std::string(statement.text(2)) + ", which is missing");
+                m_findings.add(statement.integer(3) != 0 ? kRemoved : kReference,
+                               statisticFormat().name + " row " + std::string(statement.text(0)) + " (FaultCode " +
+                                   std::string(statement.text(1)) + ") refers to fault " +
+                                   std::string(statement.text(2)) + ", which is missing");
             }
         });
 }
 
-void Checker::checkCells(tableFormat_t const& format)
+void Checker::checkCells()
+{
+    firaim::FaultReader reader;
+    firaim::ReaderOptions options;
+    options.isCancelled = interrupt::isPending;
+    options.isAnyVersionRead = true;
+    int const result = reader.open(m_path, options);
+    if (result == firaim::HISTORY_FOREIGN_FILE)
+    {
+        return; // A table that has no rows of its own is a finding already.
+    }
+    if (result < 0)
+    {
+        throwFailure(result, reader.lastProblem());
+    }
+    for (tableFormat_t const* const format : allFormats())
+    {
+        checkCells(*format, reader);
+    }
+}
+
+void Checker::checkCells(tableFormat_t const& format, firaim::FaultReader& reader)
 {
     Progress progress("checking " + format.name, m_output.terminal());
-    attempt(
-        [&]
+    std::vector<bool> isThere;
+    std::vector<foundColumn_t> const found = readColumns(format);
+    for (column_t const& column : format.columns)
+    {
+        isThere.push_back(
+            std::any_of(found.begin(), found.end(), [&](foundColumn_t const& one) { return one.name == column.name; }));
+    }
+    RowCursor row = reader.rows(format.table);
+    int result = row.next();
+    for (; result == firaim::HISTORY_OK; result = row.next())
+    {
+        checkRow(row, format, isThere);
+        m_output.flushIfMuch();
+        if (progress.isVisible())
         {
-            std::vector<foundColumn_t> const found = readColumns(format);
-            auto const isThere = [&](column_t const& column) {
-                return std::any_of(found.begin(), found.end(),
-                                   [&](foundColumn_t const& one) { return one.name == column.name; });
-            };
-            RowReader reader(m_connection, format, order_t::OLDEST_FIRST);
-            reader.read(
-                [&](Statement const& row)
-                {
-                    for (std::size_t column = 0; column < format.columns.size(); ++column)
-                    {
-                        std::string const problem =
-                            isThere(format.columns[column])
-                                ? cellProblem(row, static_cast<int>(column), format.columns[column])
-                                : "";
-                        if (!problem.empty())
-                        {
-                            report(kCell, format.name + " row " +
-                                              std::string(row.text(static_cast<int>(format.columns.size()))) + ": " +
-                                              format.columns[column].name + " " + problem);
-                        }
-                    }
-                    return true;
-                },
-                [&]
-                {
-                    m_output.flush();
-                    progress.show(reader.progress());
-                });
-        });
+            progress.show(row.progress());
+        }
+    }
+    if (result == firaim::HISTORY_DAMAGED)
+    {
+        m_findings.add(kIntegrity, reader.lastProblem());
+    }
+    else if (result < 0)
+    {
+        throwFailure(result, reader.lastProblem());
+    }
+}
+
+void Checker::checkRow(RowCursor const& row, tableFormat_t const& format, std::vector<bool> const& isThere)
+{
+    for (std::size_t column = 0; column < format.columns.size(); ++column)
+    {
+        std::string const problem = isThere[column] ? cellProblem(row, column, format.columns[column]) : "";
+        if (!problem.empty())
+        {
+            m_findings.add(kCell, format.name + " row " + std::to_string(row.key()) + ": " +
+                                      format.columns[column].name + " " + problem);
+        }
+    }
 }
 
 int check(Options const& options, Output& output)
 {
-    return Checker(options, output).run() == 0 ? STATUS_DONE : STATUS_NO;
+    return usingSqlite(options.path, [&] { return Checker(options, output).run() ? STATUS_DONE : STATUS_NO; });
 }
 
 } // namespace
 
-void addCheck(CLI::App& app, Request& request)
+void addCheck(CommandLine& line, Request& request)
 {
-    CLI::App* const command =
-        addCommand(app, "check", "Say what is wrong with a file and what can be done; changes nothing",
-                   "  firaim check faults.db");
+    Command command = line.add("check", "Say what is wrong with a file and what can be done; changes nothing",
+                               "  firaim check faults.db");
     auto const options = std::make_shared<Options>();
-    addFile(*command, options->path);
-    addJson(*command, options->isJson);
-    runWith(*command, request, options, check);
+    addFile(command, options->path);
+    addJson(command, options->isJson);
+    runWith(command, request, options, check);
 }
 
 } // namespace tool

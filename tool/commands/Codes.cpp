@@ -49,12 +49,12 @@ int listCodes(Options const& options, Output& output)
 
 } // namespace
 
-void addCodes(CLI::App& app, Request& request)
+void addCodes(CommandLine& line, Request& request)
 {
-    CLI::App* const command = addCommand(app, "codes", "List the fault codes by name and number", "  firaim codes");
+    Command command = line.add("codes", "List the fault codes by name and number", "  firaim codes");
     auto const options = std::make_shared<Options>();
-    addJson(*command, options->isJson);
-    runWith(*command, request, options, listCodes);
+    addJson(command, options->isJson);
+    runWith(command, request, options, listCodes);
 }
 
 } // namespace tool

@@ -42,7 +42,7 @@ private:
     sigset_t m_before;
 };
 
-/// Whether something has the name `path`. The library takes a file that it must not read for none, and would empty it.
+/// Whether something has the name `path`, be it a link that leads nowhere or a file that must not be read.
 bool isTaken(std::string const& path)
 {
     struct stat status = {};
@@ -96,13 +96,13 @@ int create(Options const& options, Output&)
 
 } // namespace
 
-void addCreate(CLI::App& app, Request& request)
+void addCreate(CommandLine& line, Request& request)
 {
-    CLI::App* const command = addCommand(app, "create", "Create a fault database", "  firaim create faults.db");
+    Command command = line.add("create", "Create a fault database", "  firaim create faults.db");
     auto const options = std::make_shared<Options>();
-    command->add_option("FILE", options->path, "The file to create")->required()->type_name("");
-    command->add_flag("--force", options->isForced, "Replace a file that is there; what it holds is lost");
-    runWith(*command, request, options, create);
+    command.argument("FILE", options->path, "The file to create");
+    command.flag("--force", options->isForced, "Replace a file that is there; what it holds is lost");
+    runWith(command, request, options, create);
 }
 
 } // namespace tool

@@ -3,9 +3,9 @@
 #include "../CellText.h"
 #include "../Command.h"
 #include "../FaultFile.h"
+#include "../FaultFilter.h"
 #include "../Json.h"
 #include "../Progress.h"
-#include "../Rows.h"
 #include "../Text.h"
 
 #include <memory>
@@ -13,6 +13,8 @@
 
 namespace tool
 {
+
+using firaim::RowCursor;
 
 namespace
 {
@@ -37,7 +39,7 @@ public:
 
     virtual void begin() {}
     virtual void beginTable(tableFormat_t const&) {}
-    virtual void add(Statement const& row, tableFormat_t const& format) = 0;
+    virtual void add(RowCursor const& row, tableFormat_t const& format) = 0;
     virtual void endTable() {}
     virtual void end() {}
 
@@ -60,7 +62,7 @@ public:
         m_output.writeLine(line);
     }
 
-    void add(Statement const& row, tableFormat_t const& format) override
+    void add(RowCursor const& row, tableFormat_t const& format) override
     {
         m_line.clear();
         for (std::size_t column = 0; column < format.columns.size(); ++column)
@@ -69,7 +71,7 @@ public:
             {
                 m_line.push_back(',');
             }
-            appendCsv(m_line, row, static_cast<int>(column));
+            appendCsv(m_line, row, column);
         }
         m_output.writeLine(m_output.terminal().isThere ? visible(m_line, m_output.terminal().isAsciiOnly()) : m_line);
     }
@@ -83,7 +85,7 @@ class JsonLinesWriter : public Writer
 public:
     JsonLinesWriter(Output& output, TimeStyle const& style) : Writer(output), m_style(style) {}
 
-    void add(Statement const& row, tableFormat_t const& format) override
+    void add(RowCursor const& row, tableFormat_t const& format) override
     {
         m_output.writeLine(jsonText(jsonRow(row, format, m_style), m_output.terminal()));
     }
@@ -107,7 +109,7 @@ public:
         m_rows = std::make_unique<JsonArray>(m_output);
     }
 
-    void add(Statement const& row, tableFormat_t const& format) override { m_rows->add(jsonRow(row, format, m_style)); }
+    void add(RowCursor const& row, tableFormat_t const& format) override { m_rows->add(jsonRow(row, format, m_style)); }
     void endTable() override { m_rows->end(); }
     void end() override { m_output.write("\n}\n"); }
 
@@ -121,7 +123,7 @@ private:
 class SqlWriter : public Writer
 {
 public:
-    SqlWriter(Output& output, Connection const& connection) : Writer(output), m_connection(connection) {}
+    SqlWriter(Output& output, std::string path) : Writer(output), m_path(std::move(path)) {}
 
     void begin() override { m_output.write("BEGIN TRANSACTION;\n"); }
 
@@ -131,7 +133,7 @@ public:
         m_tables.insert(format.name);
     }
 
-    void add(Statement const& row, tableFormat_t const& format) override
+    void add(RowCursor const& row, tableFormat_t const& format) override
     {
         m_line = "INSERT INTO \"" + format.name + "\" VALUES(";
         for (std::size_t column = 0; column < format.columns.size(); ++column)
@@ -140,7 +142,7 @@ public:
             {
                 m_line.push_back(',');
             }
-            appendSql(m_line, row, static_cast<int>(column));
+            appendSql(m_line, row, column);
         }
         m_line += ");";
         m_output.writeLine(m_line);
@@ -152,27 +154,33 @@ public:
         {
             m_output.writeLine("DELETE FROM sqlite_sequence WHERE name = '" + table + "';");
         }
-        Statement sequence = m_connection.prepare("SELECT name, seq FROM sqlite_sequence ORDER BY rowid");
+        usingSqlite(m_path, [this] { writeSequences(); });
+        m_output.write("COMMIT;\n");
+    }
+
+private:
+    void writeSequences()
+    {
+        sqlite::Connection const connection = openForLooking(m_path);
+        sqlite::Statement sequence =
+            connection.prepare("SELECT name, seq FROM sqlite_sequence WHERE typeof(seq) = 'integer' ORDER BY rowid");
         while (sequence.step())
         {
             std::string const name(sequence.text(0));
             if (m_tables.count(name) == 1)
             {
-                std::string line = "INSERT INTO sqlite_sequence VALUES('" + name + "',";
-                appendSql(line, sequence, 1);
-                m_output.writeLine(line + ");");
+                m_output.writeLine("INSERT INTO sqlite_sequence VALUES('" + name + "'," +
+                                   std::string(sequence.text(1)) + ");");
             }
         }
-        m_output.write("COMMIT;\n");
     }
 
-private:
-    Connection const& m_connection;
+    std::string const m_path;
     std::string m_line;
     std::set<std::string> m_tables;
 };
 
-std::unique_ptr<Writer> writerFor(Options const& options, Output& output, Connection const& connection)
+std::unique_ptr<Writer> writerFor(Options const& options, Output& output)
 {
     if (options.format == "csv")
     {
@@ -186,7 +194,7 @@ std::unique_ptr<Writer> writerFor(Options const& options, Output& output, Connec
     {
         return std::make_unique<JsonWriter>(output, options.style);
     }
-    return std::make_unique<SqlWriter>(output, connection);
+    return std::make_unique<SqlWriter>(output, options.path);
 }
 
 /// The tables that are asked for. A format that has one kind of row in a file gets the faults unless told otherwise.
@@ -211,75 +219,123 @@ std::vector<tableFormat_t const*> tablesFor(Options const& options)
     return {table == "faults" ? &faultFormat() : table == "statistics" ? &statisticFormat() : &versionFormat()};
 }
 
+/// Writes the rows of tables, or the faults that a filter lets through.
+class Exporter
+{
+public:
+    Exporter(Options const& options, Output& output)
+        : m_file(options.path), m_filter(options.filter, options.style, m_file), m_output(output),
+          m_progress("exporting", output.terminal()), m_writer(writerFor(options, output))
+    {
+    }
+
+    void run(std::vector<tableFormat_t const*> const& tables)
+    {
+        m_writer->begin();
+        for (tableFormat_t const* const format : tables)
+        {
+            m_writer->beginTable(*format);
+            if (format != &faultFormat() || m_filter.isEmpty())
+            {
+                writeRows(*format);
+            }
+            else
+            {
+                writeFaults();
+            }
+            m_writer->endTable();
+        }
+        m_writer->end();
+        m_output.flush();
+    }
+
+    bool isAnyWritten() const { return m_isAnyWritten; }
+    FaultFilter const& filter() const { return m_filter; }
+
+private:
+    void writeRows(tableFormat_t const& format)
+    {
+        RowCursor::KeyRange range;
+        if (m_filter.query().afterKey && &format == &faultFormat())
+        {
+            range.first = *m_filter.query().afterKey + 1;
+        }
+        RowCursor cursor = m_file.reader().rows(format.table, firaim::FaultQuery::OLDEST_FIRST, range);
+        while (m_file.isFound(cursor.next()))
+        {
+            write(cursor, format);
+        }
+    }
+
+    void writeFaults()
+    {
+        firaim::FaultQuery query = m_filter.query();
+        query.order = firaim::FaultQuery::OLDEST_FIRST;
+        firaim::FaultCursor cursor = m_file.reader().faults(query);
+        Fault fault;
+        while (m_file.isFound(cursor.next(fault)))
+        {
+            write(cursor.row(), faultFormat());
+        }
+    }
+
+    void write(RowCursor const& row, tableFormat_t const& format)
+    {
+        m_writer->add(row, format);
+        m_isAnyWritten = true;
+        m_output.flushIfMuch();
+        if (m_progress.isVisible())
+        {
+            m_progress.show(row.progress());
+        }
+    }
+
+    FaultFile m_file;
+    FaultFilter const m_filter;
+    Output& m_output;
+    Progress m_progress;
+    std::unique_ptr<Writer> const m_writer;
+    bool m_isAnyWritten = false;
+};
+
 int exportRows(Options const& options, Output& output)
 {
     std::vector<tableFormat_t const*> const tables = tablesFor(options);
-    FaultFile const file(options.path);
-    FaultFilter filter(options.filter, options.style, file.connection());
-    std::unique_ptr<Writer> const writer = writerFor(options, output, file.connection());
-    FaultDecoder decoder;
-    Progress progress("exporting", output.terminal());
-    bool isAnyWritten = false;
-    writer->begin();
-    for (tableFormat_t const* const format : tables)
+    Exporter exporter(options, output);
+    exporter.run(tables);
+    if (!exporter.isAnyWritten() && options.filter.areSet())
     {
-        writer->beginTable(*format);
-        RowReader reader(file.connection(), *format, order_t::OLDEST_FIRST,
-                         format == &faultFormat() ? rangeOf(options.filter) : keyRange_t());
-        reader.read(
-            [&](Statement const& row)
-            {
-                if (filter.isEmpty() || format != &faultFormat() || filter.accepts(decoder.decode(row)))
-                {
-                    writer->add(row, *format);
-                    isAnyWritten = true;
-                }
-                return true;
-            },
-            [&]
-            {
-                output.flush();
-                progress.show(reader.progress());
-            });
-        writer->endTable();
-    }
-    writer->end();
-    output.flush();
-    if (!isAnyWritten && options.filter.areSet())
-    {
-        reportUnanswered(filter, options.filter);
+        exporter.filter().reportUnanswered();
     }
     return STATUS_DONE;
 }
 
 } // namespace
 
-void addExport(CLI::App& app, Request& request)
+void addExport(CommandLine& line, Request& request)
 {
-    CLI::App* const command = addCommand(app, "export", "Write faults, or the whole file, for other programs",
-                                         "  firaim export faults.db --format csv > faults.csv\n"
-                                         "  firaim export faults.db --format json | jq .FdbFaultStatisticTbl\n"
-                                         "  firaim export faults.db --format sql | sqlite3 new.db");
+    Command command = line.add("export", "Write faults, or the whole file, for other programs",
+                               "  firaim export faults.db --format csv > faults.csv\n"
+                               "  firaim export faults.db --format json | jq .FdbFaultStatisticTbl\n"
+                               "  firaim export faults.db --format sql | sqlite3 new.db");
     auto const options = std::make_shared<Options>();
-    addFile(*command, options->path);
+    addFile(command, options->path);
     command
-        ->add_option("--format", options->format,
-                     "csv (with a heading, quoted as RFC 4180 says), json (an object with a list for each table), "
-                     "jsonl (an object on "
-                     "each line) or sql (statements that make the tables anew)")
-        ->required()
-        ->check(CLI::IsMember({"csv", "json", "jsonl", "sql"}).description(""))
-        ->type_name("FORMAT");
+        .text("--format", options->format,
+              "csv (with a heading, quoted as RFC 4180 says), json (an object with a list for each table), jsonl (an "
+              "object on each line) or sql (statements that make the tables anew)",
+              "FORMAT")
+        .require()
+        .allow({"csv", "json", "jsonl", "sql"});
     command
-        ->add_option("--table", options->table,
-                     "faults, statistics, versions or all; all for json and sql without filters, otherwise faults; csv "
-                     "and jsonl "
-                     "hold one")
-        ->check(CLI::IsMember({"faults", "statistics", "versions", "all"}).description(""))
-        ->type_name("TABLE");
-    addFilters(*command, options->filter);
-    addTimeStyle(*command, options->style);
-    runWith(*command, request, options, exportRows);
+        .text("--table", options->table,
+              "faults, statistics, versions or all; all for json and sql without filters, otherwise faults; csv and "
+              "jsonl hold one",
+              "TABLE")
+        .allow({"faults", "statistics", "versions", "all"});
+    addFilters(command, options->filter);
+    addTimeStyle(command, options->style);
+    runWith(command, request, options, exportRows);
 }
 
 } // namespace tool

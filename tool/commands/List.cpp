@@ -3,8 +3,8 @@
 #include "../Codes.h"
 #include "../Command.h"
 #include "../FaultFile.h"
+#include "../FaultFilter.h"
 #include "../Json.h"
-#include "../Rows.h"
 #include "../TextTable.h"
 
 namespace tool
@@ -41,7 +41,7 @@ public:
         }
     }
 
-    void add(Statement const& row, Fault const& fault)
+    void add(firaim::RowCursor const& row, Fault const& fault)
     {
         if (m_array)
         {
@@ -81,52 +81,42 @@ private:
 
 int list(Options const& options, Output& output)
 {
-    FaultFile const file(options.path);
-    FaultFilter filter(options.filter, options.style, file.connection());
-    RowReader reader(file.connection(), faultFormat(), order_t::NEWEST_FIRST, rangeOf(options.filter));
-    FaultDecoder decoder;
+    FaultFile file(options.path);
+    FaultFilter const filter(options.filter, options.style, file);
+    firaim::FaultQuery query = filter.query();
+    query.limit = options.last;
+    firaim::FaultCursor cursor = file.reader().faults(query);
     Lister lister(options, output);
-    unsigned long long left = options.last.value_or(std::numeric_limits<unsigned long long>::max());
+    Fault fault;
     bool isAnyListed = false;
-    reader.read(
-        [&](Statement const& row)
-        {
-            if (left == 0)
-            {
-                return false;
-            }
-            Fault const& fault = decoder.decode(row);
-            if (filter.accepts(fault))
-            {
-                lister.add(row, fault);
-                isAnyListed = true;
-                --left;
-            }
-            return left > 0;
-        },
-        [&] { output.flush(); });
+    while (file.isFound(cursor.next(fault)))
+    {
+        lister.add(cursor.row(), fault);
+        isAnyListed = true;
+        output.flushIfMuch();
+    }
     lister.end();
     if (!isAnyListed && options.last != 0)
     {
-        reportUnanswered(filter, options.filter);
+        filter.reportUnanswered();
     }
     return STATUS_DONE;
 }
 
 } // namespace
 
-void addList(CLI::App& app, Request& request)
+void addList(CommandLine& line, Request& request)
 {
-    CLI::App* const command = addCommand(app, "list", "List faults, the newest first",
-                                         "  firaim list faults.db --last 20\n"
-                                         "  firaim list faults.db --code FC_BUS_OFF --since 2031-05-04");
+    Command command = line.add("list", "List faults, the newest first",
+                               "  firaim list faults.db --last 20\n"
+                               "  firaim list faults.db --code FC_BUS_OFF --since 2031-05-04");
     auto const options = std::make_shared<Options>();
-    addFile(*command, options->path);
-    addFilters(*command, options->filter);
-    addNumber(*command, "--last", options->last, "No more than the newest N of them");
-    addTimeStyle(*command, options->style);
-    addJson(*command, options->isJson);
-    runWith(*command, request, options, list);
+    addFile(command, options->path);
+    addFilters(command, options->filter);
+    command.number("--last", options->last, "No more than the newest N of them");
+    addTimeStyle(command, options->style);
+    addJson(command, options->isJson);
+    runWith(command, request, options, list);
 }
 
 } // namespace tool

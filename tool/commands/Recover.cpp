@@ -22,14 +22,14 @@ int recover(Options const& options, Output&)
 
 } // namespace
 
-void addRecover(CLI::App& app, Request& request)
+void addRecover(CommandLine& line, Request& request)
 {
-    CLI::App* const command = addCommand(
-        app, "recover", "Roll back what a writer that was cut off left half done, so that the file can be read",
-        "  firaim recover faults.db");
+    Command command =
+        line.add("recover", "Roll back what a writer that was cut off left half done, so that the file can be read",
+                 "  firaim recover faults.db");
     auto const options = std::make_shared<Options>();
-    addFile(*command, options->path);
-    runWith(*command, request, options, recover);
+    addFile(command, options->path);
+    runWith(command, request, options, recover);
 }
 
 } // namespace tool

@@ -4,8 +4,9 @@
 #include "../Command.h"
 #include "../FaultFile.h"
 #include "../Json.h"
-#include "../Rows.h"
 #include "../TextTable.h"
+
+#include <limits>
 
 namespace tool
 {
@@ -21,10 +22,23 @@ struct Options
     bool isJson = false;
 };
 
-void print(Statement const& row, Options const& options, Output& output)
+/// The fault with that key, if there is one.
+firaim::FaultQuery queryOf(long long key)
 {
-    FaultDecoder decoder;
-    Fault const& fault = decoder.decode(row);
+    firaim::FaultQuery query;
+    if (key > std::numeric_limits<long long>::min())
+    {
+        query.afterKey = key - 1;
+    }
+    if (key < std::numeric_limits<long long>::max())
+    {
+        query.beforeKey = key + 1;
+    }
+    return query;
+}
+
+void print(Fault const& fault, Options const& options, Output& output)
+{
     bool const isActive = fault.Status == FAULT_ACTIVE;
     auto const number = [](unsigned long long value) { return std::to_string(value); };
     TextTable table(output, {{"FIELD"}, {"VALUE"}}, true);
@@ -50,35 +64,35 @@ void print(Statement const& row, Options const& options, Output& output)
 
 int show(Options const& options, Output& output)
 {
-    FaultFile const file(options.path);
-    Statement row = file.connection().prepare(selectText(file.connection(), faultFormat()) + " WHERE EntryId = ?1");
-    row.bind(1, options.key);
-    if (!row.step())
+    FaultFile file(options.path);
+    firaim::FaultCursor cursor = file.reader().faults(queryOf(options.key));
+    Fault fault;
+    if (!file.isFound(cursor.next(fault)))
     {
         throw Problem(STATUS_NO, options.path + ": there is no fault with the key " + std::to_string(options.key));
     }
     if (options.isJson)
     {
-        output.writeLine(jsonText(jsonRow(row, faultFormat(), options.style), output.terminal()));
+        output.writeLine(jsonText(jsonRow(cursor.row(), faultFormat(), options.style), output.terminal()));
     }
     else
     {
-        print(row, options, output);
+        print(fault, options, output);
     }
     return STATUS_DONE;
 }
 
 } // namespace
 
-void addShow(CLI::App& app, Request& request)
+void addShow(CommandLine& line, Request& request)
 {
-    CLI::App* const command = addCommand(app, "show", "Show every field of one fault", "  firaim show faults.db 17");
+    Command command = line.add("show", "Show every field of one fault", "  firaim show faults.db 17");
     auto const options = std::make_shared<Options>();
-    addFile(*command, options->path);
-    addNumber(*command, "ID", options->key, "Its key")->required()->type_name("");
-    addTimeStyle(*command, options->style);
-    addJson(*command, options->isJson);
-    runWith(*command, request, options, show);
+    addFile(command, options->path);
+    command.number("ID", options->key, "Its key", "").require();
+    addTimeStyle(command, options->style);
+    addJson(command, options->isJson);
+    runWith(command, request, options, show);
 }
 
 } // namespace tool

@@ -98,8 +98,8 @@ void print(std::vector<statisticRow_t> const& rows, Options const& options, Outp
 
 int stats(Options const& options, Output& output)
 {
-    FaultFile const file(options.path);
-    std::vector<statisticRow_t> rows = readStatistics(file.connection(), options.style);
+    FaultFile file(options.path);
+    std::vector<statisticRow_t> rows = readStatistics(file, options.style);
     if (options.isActiveOnly)
     {
         rows.erase(std::remove_if(rows.begin(), rows.end(),
@@ -130,23 +130,22 @@ int stats(Options const& options, Output& output)
 
 } // namespace
 
-void addStats(CLI::App& app, Request& request)
+void addStats(CommandLine& line, Request& request)
 {
-    CLI::App* const command = addCommand(app, "stats", "Show the statistic of each fault code",
-                                         "  firaim stats faults.db --active\n"
-                                         "  firaim stats faults.db --sort last");
+    Command command = line.add("stats", "Show the statistic of each fault code",
+                               "  firaim stats faults.db --active\n"
+                               "  firaim stats faults.db --sort last");
     auto const options = std::make_shared<Options>();
-    addFile(*command, options->path);
-    command->add_flag("--active", options->isActiveOnly, "Only those of faults that are active now");
+    addFile(command, options->path);
+    command.flag("--active", options->isActiveOnly, "Only those of faults that are active now");
     command
-        ->add_option("--sort", options->order,
-                     "Order: count (largest first), last (latest first), first (earliest first), active, name, code")
-        ->check(CLI::IsMember({"count", "last", "first", "active", "name", "code"}).description(""))
-        ->type_name("BY");
-    command->add_flag("--reverse", options->isReversed, "The other way round");
-    addTimeStyle(*command, options->style);
-    addJson(*command, options->isJson);
-    runWith(*command, request, options, stats);
+        .text("--sort", options->order,
+              "Order: count (largest first), last (latest first), first (earliest first), active, name, code", "BY")
+        .allow({"count", "last", "first", "active", "name", "code"});
+    command.flag("--reverse", options->isReversed, "The other way round");
+    addTimeStyle(command, options->style);
+    addJson(command, options->isJson);
+    runWith(command, request, options, stats);
 }
 
 } // namespace tool

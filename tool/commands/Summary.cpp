@@ -5,7 +5,6 @@
 #include "../FaultFile.h"
 #include "../Json.h"
 #include "../Progress.h"
-#include "../Rows.h"
 #include "../Statistics.h"
 #include "../Text.h"
 #include "../TextTable.h"
@@ -57,23 +56,25 @@ std::string sizeText(unsigned long long bytes)
                                     : grouped(bytes / (kKiB * kKiB)) + " MiB";
 }
 
-Faults walk(FaultFile const& file, TimeStyle const& style, Progress& progress)
+Faults walk(FaultFile& file, TimeStyle const& style, Progress& progress)
 {
     Faults faults;
-    FaultDecoder decoder;
-    RowReader reader(file.connection(), faultFormat(), order_t::OLDEST_FIRST);
-    reader.read(
-        [&](Statement const& row)
+    firaim::FaultQuery query;
+    query.order = firaim::FaultQuery::OLDEST_FIRST;
+    firaim::FaultCursor cursor = file.reader().faults(query);
+    Fault fault;
+    while (file.isFound(cursor.next(fault)))
+    {
+        ++faults.count;
+        faults.active += fault.Status == FAULT_ACTIVE ? 1 : 0;
+        ++faults.startups[fault.RdbStartupId];
+        std::optional<std::int64_t> const time = firaim::timeOf(fault.TimeStampUTC, style.unit);
+        time ? faults.timeline.add(*time) : static_cast<void>(++faults.withoutTime);
+        if (progress.isVisible())
         {
-            Fault const& fault = decoder.decode(row);
-            ++faults.count;
-            faults.active += fault.Status == FAULT_ACTIVE ? 1 : 0;
-            ++faults.startups[fault.RdbStartupId];
-            std::optional<std::int64_t> const time = timeOf(fault.TimeStampUTC, style);
-            time ? faults.timeline.add(*time) : static_cast<void>(++faults.withoutTime);
-            return true;
-        },
-        [&] { progress.show(reader.progress()); });
+            progress.show(cursor.progress());
+        }
+    }
     return faults;
 }
 
@@ -193,15 +194,22 @@ void printFaults(Faults const& faults, TimeStyle const& style, Output& output)
 }
 
 /// What is known at once goes out at once; walking through a large file takes its time.
-void print(FaultFile const& file, Options const& options, Output& output)
+void print(FaultFile& file, Options const& options, Output& output)
 {
     Terminal const& terminal = output.terminal();
-    auto const line = [&](char const* name, std::string const& value)
-    { output.writeLine(styled(name, style_t::STRONG, terminal) + visible(value, terminal.isAsciiOnly())); };
-    line("File            ", file.path() + " (" + sizeText(sizeOf(file.path())) + ")");
-    line("Format version  ", file.formatVersion().value_or("missing or not the only one"));
+    auto const line = [&](std::string const& name, std::string const& value)
+    {
+        constexpr std::size_t kNameWidth = 16;
+        std::string const text = visible(value, terminal.isAsciiOnly());
+        auto const room = static_cast<std::size_t>(terminal.width) - kNameWidth;
+        output.writeLine(styled(name, style_t::STRONG, terminal) + std::string(kNameWidth - name.size(), ' ') +
+                         (terminal.isThere ? shortened(text, room, ellipsisFor(terminal)) : text));
+    };
+    line("File", file.path());
+    line("Size", sizeText(sizeOf(file.path())));
+    line("Format version", file.formatVersion().value_or("missing or not the only one"));
     output.flush();
-    std::vector<statisticRow_t> const statistics = readStatistics(file.connection(), options.style);
+    std::vector<statisticRow_t> const statistics = readStatistics(file, options.style);
     std::vector<statisticRow_t> const active = activeOnes(statistics);
     Faults faults;
     {
@@ -209,13 +217,13 @@ void print(FaultFile const& file, Options const& options, Output& output)
         faults = walk(file, options.style, progress);
     }
     Timeline const& timeline = faults.timeline;
-    line("Period          ", timeline.isEmpty() ? "-"
-                                                : isoText(timeline.first(), options.style) + " to " +
-                                                      isoText(timeline.last(), options.style));
-    line("Duration        ", timeline.isEmpty() ? "-" : durationText(timeline.last() - timeline.first()));
-    line("Faults          ", grouped(faults.count) + ", " + grouped(faults.active) + " of them recorded as active, " +
-                                 counted(faults.startups.size(), "start-up"));
-    line("Statistics      ", counted(statistics.size(), "code") + ", " + grouped(active.size()) + " active now");
+    line("Period", timeline.isEmpty()
+                       ? "-"
+                       : isoText(timeline.first(), options.style) + " to " + isoText(timeline.last(), options.style));
+    line("Duration", timeline.isEmpty() ? "-" : durationText(timeline.last() - timeline.first()));
+    line("Faults", grouped(faults.count) + ", " + grouped(faults.active) + " of them recorded as active, " +
+                       counted(faults.startups.size(), "start-up"));
+    line("Statistics", counted(statistics.size(), "code") + ", " + grouped(active.size()) + " active now");
     printActive(active, options.style, output);
     if (!statistics.empty())
     {
@@ -239,9 +247,9 @@ json_t jsonOf(std::vector<statisticRow_t> const& statistics)
     return list;
 }
 
-json_t jsonSummary(FaultFile const& file, Options const& options)
+json_t jsonSummary(FaultFile& file, Options const& options)
 {
-    std::vector<statisticRow_t> const statistics = readStatistics(file.connection(), options.style);
+    std::vector<statisticRow_t> const statistics = readStatistics(file, options.style);
     std::vector<statisticRow_t> const active = activeOnes(statistics);
     Progress progress("reading");
     Faults const faults = walk(file, options.style, progress);
@@ -275,7 +283,7 @@ json_t jsonSummary(FaultFile const& file, Options const& options)
 
 int summarize(Options const& options, Output& output)
 {
-    FaultFile const file(options.path);
+    FaultFile file(options.path);
     if (options.isJson)
     {
         output.writeLine(jsonText(jsonSummary(file, options), output.terminal()));
@@ -289,15 +297,14 @@ int summarize(Options const& options, Output& output)
 
 } // namespace
 
-void addSummary(CLI::App& app, Request& request)
+void addSummary(CommandLine& line, Request& request)
 {
-    CLI::App* const command =
-        addCommand(app, "summary", "Show what a file holds on one page", "  firaim summary faults.db");
+    Command command = line.add("summary", "Show what a file holds on one page", "  firaim summary faults.db");
     auto const options = std::make_shared<Options>();
-    addFile(*command, options->path);
-    addTimeStyle(*command, options->style);
-    addJson(*command, options->isJson);
-    runWith(*command, request, options, summarize);
+    addFile(command, options->path);
+    addTimeStyle(command, options->style);
+    addJson(command, options->isJson);
+    runWith(command, request, options, summarize);
 }
 
 } // namespace tool

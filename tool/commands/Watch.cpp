@@ -3,19 +3,19 @@
 #include "../Codes.h"
 #include "../Command.h"
 #include "../FaultFile.h"
-#include "../FileWatch.h"
 #include "../Interrupt.h"
 #include "../Json.h"
-#include "../Rows.h"
 #include "../Statistics.h"
 #include "../Text.h"
 #include "../TextTable.h"
 
-#include <sqlite3.h>
+#include <history/FaultFollower.h>
 
 #include <algorithm>
+#include <chrono>
 #include <limits>
-#include <map>
+
+#include <sys/stat.h>
 
 namespace tool
 {
@@ -23,12 +23,12 @@ namespace tool
 namespace
 {
 
-/// For changes that the system does not tell of.
-constexpr int kLongestWaitMs = 2000;
-/// When the file was locked by a writer at the moment of looking.
-constexpr int kRetryMs = 20;
-/// Many changes in a row are looked at together.
-constexpr int kGatheringMs = 50;
+using std::chrono::milliseconds;
+
+/// Rows that are said before statistics get their turn.
+constexpr int kMostFaultsInARow = 1000;
+/// One wait of many: for somebody whom the file keeps waiting there is nothing to do in between.
+constexpr milliseconds kLongestWait = std::chrono::hours(1);
 
 struct Options
 {
@@ -38,187 +38,124 @@ struct Options
     bool isJson = false;
 };
 
-/// Says what has changed since the last look.
+bool isThere(std::string const& path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0;
+}
+
+/// Behind the fault that comes before the last ones that were asked for.
+firaim::FollowPosition beginOf(Options const& options, FaultFile& file)
+{
+    firaim::FaultQuery query;
+    query.limit = options.last < std::numeric_limits<unsigned long long>::max() ? options.last + 1 : options.last;
+    firaim::FaultCursor cursor = file.reader().faults(query);
+    firaim::FollowPosition position;
+    Fault fault;
+    unsigned long long found = 0;
+    while (file.isFound(cursor.next(fault)))
+    {
+        position = cursor.followPosition();
+        ++found;
+    }
+    return found > options.last ? position : firaim::FollowPosition();
+}
+
+/// Says what is new.
 class Follower
 {
 public:
-    Follower(Options const& options, Output& output)
-        : m_options(options), m_output(output), m_file(std::in_place, options.path)
-    {
-    }
+    Follower(Options const& options, Output& output) : Follower(options, output, FaultFile(options.path)) {}
 
-    /// Begins with what is there already: nothing of that is said but the last faults that were asked for.
-    void begin();
-    /// Returns whether the file could be looked at.
-    bool look();
-    /// Goes on with another file of the same name, from its beginning, as soon as that is a fault database.
-    void changeFile();
+    /// Says what is new now.
+    void look();
+    /// Waits until there may be something new.
+    void wait() { static_cast<void>(m_follower.wait(kLongestWait)); }
 
 private:
-    void lookClosely();
-    void beginAnew(std::string const& reason);
-    void reopen();
-    void giveReason(Problem const& problem);
-    void lookAtFaults();
-    void lookAtStatistics(bool isSaid);
-    void say(Statement const& row, Fault const& fault);
-    void say(statisticRow_t const& row);
+    Follower(Options const& options, Output& output, FaultFile&& file);
+
+    bool lookAtFaults();
+    void lookAtStatistics();
+    void giveReason(int result);
+    void say(Fault const& fault);
+    void say(FaultStatistic const& statistic);
     std::string shown(std::string const& text) const;
     void sayLine(std::string const& text, faultStatus_t status, std::string const& rest);
 
     Options const& m_options;
     Output& m_output;
-    std::optional<FaultFile> m_file; ///< none until another file of the name can be opened
-    std::string m_reason;            ///< why it cannot, as last said
-    FaultDecoder m_decoder;
-    std::optional<std::int64_t> m_version; ///< of the file, as SQLite counts what others write
-    std::int64_t m_lastKey = std::numeric_limits<std::int64_t>::min();
-    std::map<unsigned long long, json_t> m_statistics; ///< by key, as they were
+    firaim::FaultFollower m_follower;
+    bool m_isGone = false; ///< there is no file of that name, as was said
 };
 
-void Follower::begin()
+Follower::Follower(Options const& options, Output& output, FaultFile&& file)
+    : m_options(options), m_output(output), m_follower(file.reader().follow(beginOf(options, file)))
 {
-    auto const offset = std::min<unsigned long long>(m_options.last, std::numeric_limits<std::int64_t>::max());
-    Statement newest =
-        m_file->connection().prepare("SELECT EntryId FROM FdbFaultTbl ORDER BY EntryId DESC LIMIT 1 OFFSET ?1");
-    if (newest.bind(1, static_cast<std::int64_t>(offset)).step())
+}
+
+void Follower::look()
+{
+    if (m_isGone && isThere(m_options.path))
     {
-        m_lastKey = newest.integer(0);
+        m_isGone = false;
+        complain(m_options.path + ": it is back");
     }
-    newest.reset();
-    lookAtStatistics(false);
-    lookAtFaults();
+    bool isMore = true;
+    while (isMore)
+    {
+        isMore = lookAtFaults();
+        lookAtStatistics();
+        m_output.flush();
+    }
+}
+
+/// Says some of the new faults; returns whether there may be more.
+bool Follower::lookAtFaults()
+{
+    Fault fault;
+    for (int said = 0; said < kMostFaultsInARow; ++said)
+    {
+        int const result = m_follower.next(fault, milliseconds(0));
+        if (result == firaim::HISTORY_OK)
+        {
+            say(fault);
+            m_output.flushIfMuch();
+            continue;
+        }
+        interrupt::check();
+        if (result == firaim::HISTORY_END || result == firaim::HISTORY_BUSY)
+        {
+            return false;
+        }
+        giveReason(result);
+    }
+    return true;
+}
+
+void Follower::lookAtStatistics()
+{
+    FaultStatistic statistic;
+    while (m_follower.nextStatistic(statistic) == firaim::HISTORY_OK)
+    {
+        say(statistic);
+    }
+}
+
+/// Says what has become of the file. It may only just be about to be created: its next change will tell.
+void Follower::giveReason(int result)
+{
     m_output.flush();
-    // From now on there is always another look.
-    m_file->connection().waitForLocks(0);
+    m_isGone = result == firaim::HISTORY_NO_FILE;
+    complain(m_follower.lastProblem());
 }
 
-bool Follower::look()
-{
-    try
-    {
-        if (!m_file || m_file->connection().isForEver())
-        {
-            reopen();
-        }
-        if (m_file)
-        {
-            lookClosely();
-        }
-        m_output.flush();
-        return true;
-    }
-    catch (SqliteProblem const& problem)
-    {
-        m_output.flush();
-        if ((problem.code() & 0xff) == SQLITE_BUSY)
-        {
-            return false; // A writer is at work.
-        }
-        // One was cut off, or the content is being replaced: its next change will tell.
-        giveReason(problem);
-        m_file.reset();
-        m_version.reset();
-        return true;
-    }
-}
-
-void Follower::lookClosely()
-{
-    // Before the rows: what comes in between is looked at once more.
-    std::int64_t const version = m_file->connection().number("PRAGMA data_version");
-    if (m_version != version)
-    {
-        if (m_file->connection().number("SELECT seq FROM sqlite_sequence WHERE name = 'FdbFaultTbl'") < m_lastKey)
-        {
-            beginAnew("its content was replaced; following that"); // Keys only ever grow.
-        }
-        lookAtFaults();
-        lookAtStatistics(true);
-        m_version = version;
-    }
-}
-
-void Follower::changeFile()
-{
-    m_file.reset();
-    m_version.reset();
-    beginAnew("another file has got this name; following that");
-}
-
-void Follower::beginAnew(std::string const& reason)
-{
-    complain(m_options.path + ": " + reason);
-    m_lastKey = std::numeric_limits<std::int64_t>::min();
-    m_statistics.clear();
-    m_reason.clear();
-}
-
-void Follower::reopen()
-{
-    try
-    {
-        m_file.emplace(m_options.path);
-        m_file->connection().waitForLocks(0);
-        m_version.reset();
-    }
-    catch (Problem const& problem)
-    {
-        giveReason(problem); // It may only just be about to be created; its next change will tell.
-    }
-}
-
-/// Says once why nothing can be said of the file.
-void Follower::giveReason(Problem const& problem)
-{
-    if (problem.what() != m_reason)
-    {
-        m_reason = problem.what();
-        complain(m_reason);
-    }
-}
-
-void Follower::lookAtFaults()
-{
-    keyRange_t range;
-    if (m_lastKey == range.last)
-    {
-        return;
-    }
-    range.first = m_lastKey + 1;
-    RowReader reader(m_file->connection(), faultFormat(), order_t::OLDEST_FIRST, range);
-    reader.read(
-        [&](Statement const& row)
-        {
-            say(row, m_decoder.decode(row));
-            m_lastKey = row.integer(faultColumn::ENTRY_ID);
-            return true;
-        },
-        [&] { m_output.flush(); });
-}
-
-void Follower::lookAtStatistics(bool isSaid)
-{
-    for (statisticRow_t const& row : readStatistics(m_file->connection(), m_options.style))
-    {
-        json_t& known = m_statistics[row.statistic.EntryId];
-        if (known != row.json)
-        {
-            known = row.json;
-            if (isSaid)
-            {
-                say(row);
-            }
-        }
-    }
-}
-
-void Follower::say(Statement const& row, Fault const& fault)
+void Follower::say(Fault const& fault)
 {
     if (m_options.isJson)
     {
         json_t event = {{"Event", "fault"}};
-        event.update(jsonRow(row, faultFormat(), m_options.style));
+        event.update(jsonRow(m_follower.row(), faultFormat(), m_options.style));
         m_output.writeLine(jsonText(event, m_output.terminal()));
         return;
     }
@@ -232,16 +169,15 @@ void Follower::say(Statement const& row, Fault const& fault)
             fault.Status, rest);
 }
 
-void Follower::say(statisticRow_t const& row)
+void Follower::say(FaultStatistic const& statistic)
 {
     if (m_options.isJson)
     {
         json_t event = {{"Event", "statistic"}};
-        event.update(row.json);
+        event.update(jsonStatistic(statistic, m_options.style));
         m_output.writeLine(jsonText(event, m_output.terminal()));
         return;
     }
-    FaultStatistic const& statistic = row.statistic;
     sayLine(stampText(statistic.TimeLastOccurredUTC, m_options.style) + "  statistic  " +
                 shown(codeText(statistic.FaultCode, statistic.FaultCodeName)) + "  ",
             statistic.FaultActive, "  count " + std::to_string(statistic.OccurenceCnt));
@@ -268,50 +204,17 @@ void Follower::sayLine(std::string const& text, faultStatus_t status, std::strin
                        (terminal.isThere ? shortened(rest, width - used, ellipsisFor(terminal)) : rest));
 }
 
-/// Waits for the file to come back, when something removed or replaced it.
-void followName(Options const& options, FileWatch& files, Follower& follower)
-{
-    if (!files.isThere())
-    {
-        complain(options.path + ": the file is gone; waiting for it to come back");
-        while (!files.isThere() && !interrupt::isPending())
-        {
-            files.wait(kLongestWaitMs);
-        }
-        if (!interrupt::isPending())
-        {
-            complain(options.path + ": it is back");
-        }
-    }
-    if (files.isReplaced())
-    {
-        follower.changeFile();
-    }
-}
-
-void follow(Options const& options, Output& output)
-{
-    FileWatch files(options.path);
-    Follower follower(options, output);
-    follower.begin();
-    bool isSeen = false; // What was written since the beginning may not be told of any more.
-    while (!interrupt::isPending())
-    {
-        if (isSeen)
-        {
-            files.wait(kLongestWaitMs);
-        }
-        interrupt::pause(isSeen ? kGatheringMs : kRetryMs);
-        followName(options, files, follower);
-        isSeen = follower.look();
-    }
-}
-
 int watch(Options const& options, Output& output)
 {
     try
     {
-        follow(options, output);
+        Follower follower(options, output);
+        while (true)
+        {
+            follower.look();
+            follower.wait();
+            interrupt::check();
+        }
     }
     catch (interrupt::Interrupted const&)
     {
@@ -322,16 +225,16 @@ int watch(Options const& options, Output& output)
 
 } // namespace
 
-void addWatch(CLI::App& app, Request& request)
+void addWatch(CommandLine& line, Request& request)
 {
-    CLI::App* const command = addCommand(app, "watch", "Follow new faults and changing statistics until interrupted",
-                                         "  firaim watch faults.db --last 10");
+    Command command = line.add("watch", "Follow new faults and changing statistics until interrupted",
+                               "  firaim watch faults.db --last 10");
     auto const options = std::make_shared<Options>();
-    addFile(*command, options->path);
-    addNumber(*command, "--last", options->last, "Begin with the newest N faults that are there");
-    addTimeStyle(*command, options->style);
-    addJson(*command, options->isJson);
-    runWith(*command, request, options, watch);
+    addFile(command, options->path);
+    command.number("--last", options->last, "Begin with the newest N faults that are there");
+    addTimeStyle(command, options->style);
+    addJson(command, options->isJson);
+    runWith(command, request, options, watch);
 }
 
 } // namespace tool
