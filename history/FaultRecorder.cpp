@@ -100,17 +100,6 @@ public:
         }
     }
 
-    /// As `run`, for a RAISE or a CLEAR.
-    Receipt runEdge(Request::kind_t kind, FaultEvent const& event, patience_t patience)
-    {
-        Receipt const receipt = run(kind, &event, patience).receipt;
-        if (receipt.result >= 0)
-        {
-            backlog.stateSet(event, kind == Request::RAISE ? FAULT_ACTIVE : FAULT_INACTIVE);
-        }
-        return receipt;
-    }
-
     /// As `prepare`, for an event that may be counted instead of recorded.
     void prepareRecord(Request& request, FaultEvent const& event)
     {
@@ -190,12 +179,12 @@ Receipt FaultRecorder::record(FaultEvent const& event, patience_t patience)
 
 Receipt FaultRecorder::raise(FaultEvent const& event, patience_t patience)
 {
-    return isForked() ? Receipt() : m_core->runEdge(Request::RAISE, event, patience);
+    return isForked() ? Receipt() : m_core->run(Request::RAISE, &event, patience).receipt;
 }
 
 Receipt FaultRecorder::clear(FaultEvent const& event, patience_t patience)
 {
-    return isForked() ? Receipt() : m_core->runEdge(Request::CLEAR, event, patience);
+    return isForked() ? Receipt() : m_core->run(Request::CLEAR, &event, patience).receipt;
 }
 
 int FaultRecorder::recordAll(std::vector<FaultEvent> const& events, std::vector<Receipt>& receipts, patience_t patience)
@@ -238,10 +227,6 @@ int FaultRecorder::clearCode(FaultEvent const& event, std::vector<unsigned long 
     }
     Request request = m_core->run(Request::CLEAR_CODE, &event, patience);
     keys = std::move(request.keys);
-    if (request.receipt.result >= 0)
-    {
-        m_core->backlog.codeCleared(event.code);
-    }
     return request.receipt.result;
 }
 
@@ -267,6 +252,8 @@ int FaultRecorder::post(FaultEvent const& event)
         return m_core->queue.refuse(result, "the queue of posted events is full");
     case HISTORY_FAILED:
         return m_core->queue.refuse(result, "no thread can be had");
+    case HISTORY_CANCELLED:
+        return m_core->queue.refuse(result, "the wait for room in the queue was ended");
     default:
         return result;
     }
@@ -284,6 +271,7 @@ int FaultRecorder::flush(std::uint64_t& left, patience_t patience)
     case HISTORY_INVALID_STATE:
         return m_core->queue.refuse(result, "the recorder is not open");
     case HISTORY_BUSY:
+    case HISTORY_CANCELLED:
         return m_core->queue.refuse(result, "not all that was posted or counted is recorded yet");
     default:
         return result; // What has failed left its own text.

@@ -165,13 +165,13 @@ public:
     /// Takes `event` into a queue, from which a thread of the recorder records it as `record` does. It tries again
     /// while the file is locked or its storage fails; an event that the file refuses, while others beside it are
     /// stored, is lost. HISTORY_QUEUED; HISTORY_COUNTED; HISTORY_QUEUE_FULL; HISTORY_REFUSED; HISTORY_INVALID_STATE;
-    /// HISTORY_FAILED when no thread can be had.
+    /// HISTORY_FAILED when no thread can be had; HISTORY_CANCELLED while it waited for room.
     int post(FaultEvent const& event);
 
     /// Waits until all that was posted and counted before is on the storage. A storm gets its row.
-    /// HISTORY_OK; HISTORY_BUSY when the time has passed, HISTORY_FAILED when storing failed: `left` then says how many
-    /// posted events are not recorded, which are still tried, and how many were lost since a `flush` told of such;
-    /// HISTORY_INVALID_STATE.
+    /// HISTORY_OK; HISTORY_BUSY when the time has passed, HISTORY_CANCELLED, HISTORY_FAILED when storing failed: `left`
+    /// then says how many posted events are not recorded, which are still tried, and how many were lost since a `flush`
+    /// told of such; HISTORY_INVALID_STATE.
     int flush(std::uint64_t& left, patience_t patience = kPatience);
 
     /// Ends every active triple of the code of `event`: writes a row for each as `clear` does, with the texts, times

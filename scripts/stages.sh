@@ -3,7 +3,7 @@
 
 logs=build/logs
 jobs=$(nproc)
-harnesses='power cuts|recorder power cuts|killed|many processes|storage faults|memory faults|full disk|random operations|damaged files|threads'
+harnesses='power cuts|recorder power cuts|recorder faults|setting aside|killed|many processes|storage faults|memory faults|full disk|random operations|damaged files|threads'
 # The presets other than clang mean g++ whatever the caller's shell is set up for.
 export CXX=g++
 # Durability is tested on a model of a disk, and need not be paid for by every other test.

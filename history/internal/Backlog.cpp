@@ -40,6 +40,11 @@ private:
 
 } // namespace
 
+Backlog::Backlog(CommitQueue& queue) : m_queue(queue)
+{
+    m_queue.tellEdges([this](Request const& request) { edgeStored(request); });
+}
+
 void Backlog::open(RecorderOptions const& options)
 {
     std::lock_guard<Mutex> const lock(m_mutex);
@@ -67,13 +72,16 @@ int Backlog::close()
             return HISTORY_INVALID_STATE;
         }
         m_isClosing = true;
+        m_closeBy = clock_t::now() + kLongestClose;
         m_changed.notifyAll();
     }
-    std::uint64_t left = 0;
-    bool const isFlushed = flush(left, kLongestClose) == HISTORY_OK;
+    bool isFlushed = false;
     std::thread thread;
     {
         std::lock_guard<Mutex> const lock(m_mutex);
+        std::uint64_t left = 0;
+        // Whoever cancels waits is about to end, and posted events are to outlive that.
+        isFlushed = waitForAll(left, m_closeBy, nullptr) == HISTORY_OK;
         m_isOpen = false;
         m_isThreadRunning = false;
         m_work.notifyAll();
@@ -104,7 +112,11 @@ int Backlog::post(Request const& request)
     std::lock_guard<Mutex> const lock(m_mutex);
     while (m_isOpen && !m_isClosing && m_posted.size() >= m_options.queueLimit && m_options.doesPostWait)
     {
-        m_changed.wait(m_mutex);
+        if (m_options.isCancelled != nullptr && m_options.isCancelled())
+        {
+            return HISTORY_CANCELLED;
+        }
+        waitForChange(std::nullopt, m_options.isCancelled);
     }
     if (!m_isOpen || m_isClosing)
     {
@@ -141,21 +153,21 @@ bool Backlog::admits(Request const& request)
     return false;
 }
 
-void Backlog::stateSet(FaultEvent const& event, faultStatus_t status)
+/// Called before anything else is written. A storm's row, which comes later, leaves the state.
+void Backlog::edgeStored(Request const& request)
 {
     std::lock_guard<Mutex> const lock(m_mutex);
-    if (m_isOpen)
+    if (!m_storms)
     {
-        m_storms->stateSet(event, status);
+        return;
     }
-}
-
-void Backlog::codeCleared(std::uint64_t code)
-{
-    std::lock_guard<Mutex> const lock(m_mutex);
-    if (m_isOpen)
+    if (request.kind == Request::CLEAR_CODE)
     {
-        m_storms->codeCleared(code);
+        m_storms->codeCleared(request.event->code);
+    }
+    else
+    {
+        m_storms->stateSet(*request.event, request.kind == Request::RAISE ? FAULT_ACTIVE : FAULT_INACTIVE);
     }
 }
 
@@ -183,10 +195,11 @@ int Backlog::flush(std::uint64_t& left, patience_t patience)
     time_t const end = clock_t::now() + std::min<patience_t>(patience, std::chrono::hours(24 * 365));
     std::lock_guard<Mutex> const lock(m_mutex);
     left = 0;
-    if (!m_isOpen)
-    {
-        return HISTORY_INVALID_STATE;
-    }
+    return m_isOpen ? waitForAll(left, end, m_options.isCancelled) : static_cast<int>(HISTORY_INVALID_STATE);
+}
+
+int Backlog::waitForAll(std::uint64_t& left, time_t end, bool (*isCancelled)())
+{
     if (!m_isThreadRunning)
     {
         return HISTORY_OK; // There never was anything.
@@ -196,9 +209,11 @@ int Backlog::flush(std::uint64_t& left, patience_t patience)
     std::uint64_t const endTarget = ++m_endsWanted;
     m_postedBeforeEnd = m_postedCount;
     m_work.notifyOne();
-    while (m_isOpen && !isFlushed(postedTarget, endTarget) && clock_t::now() < end)
+    bool isEnded = false;
+    while (m_isOpen && !isFlushed(postedTarget, endTarget) && !isEnded && clock_t::now() < end)
     {
-        m_changed.waitUntil(m_mutex, end);
+        waitForChange(end, isCancelled);
+        isEnded = isCancelled != nullptr && isCancelled();
     }
     bool const isDone = isFlushed(postedTarget, endTarget);
     left = m_lostCount - lostBefore + unsettledBefore(postedTarget);
@@ -207,7 +222,28 @@ int Backlog::flush(std::uint64_t& left, patience_t patience)
     {
         return left == 0 ? HISTORY_OK : HISTORY_FAILED;
     }
+    if (isEnded)
+    {
+        return HISTORY_CANCELLED;
+    }
     return m_lastResult < 0 && m_lastResult != HISTORY_BUSY ? HISTORY_FAILED : HISTORY_BUSY;
+}
+
+void Backlog::waitForChange(std::optional<time_t> end, bool (*isCancelled)())
+{
+    if (isCancelled != nullptr)
+    {
+        time_t const look = clock_t::now() + CommitQueue::kCancelLook;
+        end = end ? std::min(*end, look) : look;
+    }
+    if (end)
+    {
+        m_changed.waitUntil(m_mutex, *end);
+    }
+    else
+    {
+        m_changed.wait(m_mutex);
+    }
 }
 
 bool Backlog::isFlushed(std::uint64_t postedTarget, std::uint64_t endTarget) const
@@ -341,13 +377,29 @@ void Backlog::runBatch(std::vector<posted_t*> const& posted, std::vector<Storms:
         request.kind = Request::STORM;
         request.event = &reports[i].event;
         request.storm = &reports[i];
+        request.status = [this, &report = reports[i]]
+        {
+            std::lock_guard<Mutex> const lock(m_mutex);
+            return m_storms->statusOf(report);
+        };
         request.takeMoment();
     }
+    patience_t const patience = patienceOfAttempt();
     {
         Unlocked const unlocked(m_mutex);
-        m_queue.run(requests, kPatienceOfAttempt);
+        m_queue.run(requests, patience);
     }
     settle(requests, posted, reports);
+}
+
+Backlog::patience_t Backlog::patienceOfAttempt() const
+{
+    if (!m_isClosing)
+    {
+        return kPatienceOfAttempt;
+    }
+    auto const left = std::chrono::duration_cast<patience_t>(m_closeBy - clock_t::now());
+    return std::clamp<patience_t>(left, patience_t(0), kPatienceOfAttempt);
 }
 
 void Backlog::giveBack(std::vector<Storms::report_t> const& reports)
@@ -373,7 +425,7 @@ void Backlog::settle(std::vector<Request> const& requests, std::vector<posted_t*
         m_lastResult = result < 0 ? result : m_lastResult;
         if (i >= posted.size())
         {
-            if (result < 0 && result != HISTORY_UNKNOWN)
+            if (result < 0) // Counted twice rather than not at all where nobody can tell.
             {
                 m_storms->notStored(reports[i - posted.size()], clock_t::now());
                 isAnyKept = true;

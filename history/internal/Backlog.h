@@ -23,7 +23,8 @@ class Backlog
 public:
     using patience_t = std::chrono::milliseconds;
 
-    explicit Backlog(CommitQueue& queue) : m_queue(queue) {}
+    /// `queue` tells it of edges.
+    explicit Backlog(CommitQueue& queue);
     /// Must be closed.
     ~Backlog() = default;
     Backlog(Backlog const&) = delete;
@@ -39,9 +40,6 @@ public:
 
     /// Whether a RECORD gets a row; if not, it is counted.
     bool admits(Request const& request);
-    /// An edge of a triple, or the end of all triples of a code, is on the storage; see Storms.
-    void stateSet(FaultEvent const& event, faultStatus_t status);
-    void codeCleared(std::uint64_t code);
 
     int flush(std::uint64_t& left, patience_t patience);
 
@@ -60,6 +58,7 @@ private:
 
     using time_t = Condition::time_t;
 
+    void edgeStored(Request const& request);
     bool startThread();
     void work();
     bool isWorkThere(time_t now) const;
@@ -70,6 +69,9 @@ private:
     void giveBack(std::vector<Storms::report_t> const& reports);
     void settle(std::vector<Request> const& requests, std::vector<posted_t*> const& posted,
                 std::vector<Storms::report_t> const& reports);
+    int waitForAll(std::uint64_t& left, time_t end, bool (*isCancelled)());
+    void waitForChange(std::optional<time_t> end, bool (*isCancelled)());
+    patience_t patienceOfAttempt() const;
     bool isFlushed(std::uint64_t postedTarget, std::uint64_t endTarget) const;
     std::uint64_t unsettledBefore(std::uint64_t postedTarget) const;
 
@@ -81,6 +83,7 @@ private:
     std::optional<Storms> m_storms;
     bool m_isOpen = false;
     bool m_isClosing = false;
+    time_t m_closeBy{}; ///< when closing
     bool m_isThreadRunning = false;
     std::thread m_thread;
     std::optional<time_t> m_watched; ///< the deadline of storms that the thread waits for

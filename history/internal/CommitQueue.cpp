@@ -17,8 +17,6 @@ using clock_t = std::chrono::steady_clock;
 /// The largest group: it bounds how long others wait, and how large the journal gets.
 constexpr std::size_t kMostRequests = 1000;
 constexpr std::size_t kMostBytes = 1 << 20;
-/// How soon a call notices that it was cancelled.
-constexpr std::chrono::milliseconds kCancelLook(20);
 
 std::chrono::milliseconds timeTo(Condition::time_t end)
 {
@@ -229,6 +227,7 @@ void CommitQueue::lead(Call& call)
         }
         Unlocked const unlocked(m_mutex);
         m_writer->write(m_group, timeTo(end));
+        tellEdges();
     }
     catch (Failure const& failure)
     {
@@ -259,13 +258,30 @@ void CommitQueue::lead(Call& call)
 void CommitQueue::takeGroup()
 {
     std::size_t bytes = 0;
+    bool hasEdge = false;
     while (!m_waiting.empty() && m_group.size() < kMostRequests && bytes < kMostBytes)
     {
         Request* const request = m_waiting.front();
+        if (hasEdge && request->kind == Request::STORM)
+        {
+            return; // It is to know what became of the edge.
+        }
+        hasEdge = hasEdge || request->isEdge();
         bytes += request->size();
         request->phase = Request::TAKEN;
         m_group.push_back(request);
         m_waiting.pop_front();
+    }
+}
+
+void CommitQueue::tellEdges() const
+{
+    for (Request const* const request : m_group)
+    {
+        if (request->isEdge() && request->receipt.result >= 0)
+        {
+            m_edgeSink(*request);
+        }
     }
 }
 

@@ -5,8 +5,10 @@
 #include <history/internal/Request.h>
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace firaim
@@ -19,6 +21,8 @@ class CommitQueue
 {
 public:
     using patience_t = std::chrono::milliseconds;
+    /// How soon a waiting call notices that it was cancelled.
+    static constexpr patience_t kCancelLook{20};
 
     CommitQueue() = default;
     /// Closes.
@@ -32,6 +36,9 @@ public:
     /// Runs the requests, whose results it sets, in their order.
     void run(std::vector<Request>& requests, patience_t patience);
 
+    /// Calls `sink` for each stored edge before anything is written after it. Set before the first `open`.
+    void tellEdges(std::function<void(Request const&)> sink) { m_edgeSink = std::move(sink); }
+
     unsigned int startupId();
     FaultRecorder::Counters counters();
     std::string lastProblem();
@@ -44,11 +51,13 @@ private:
     void lead(Call& call);
     bool append(Request& request);
     void takeGroup();
+    void tellEdges() const;
     void giveUp(Call& call, int result, std::string const& problem);
     void finish(Request& request);
     void passOn();
     bool isCancelled() const;
 
+    std::function<void(Request const&)> m_edgeSink;
     Mutex m_mutex; ///< held for moments only, never while the file is touched
     std::deque<Request*> m_waiting;
     std::vector<Request*> m_group; ///< that is being written; grown beforehand, so that taking one needs no memory

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,7 @@ struct Request
     kind_t kind = RECORD;
     FaultEvent const* event = nullptr;       ///< null for END_CYCLE
     Storms::report_t const* storm = nullptr; ///< of a STORM
+    std::function<faultStatus_t()> status;   ///< that the triple of a STORM has by now
     std::int64_t now = 0;                    ///< moment of the call, in milliseconds since 1970 UTC
     unsigned int upTime = 0;                 ///< seconds since the machine's start
     std::vector<source_t> sources;           ///< those that a CLEAR_CODE ends
@@ -64,6 +66,7 @@ struct Request
     std::size_t size() const;
     /// Whether it can only be decided when the active triples are known.
     bool needsSources() const;
+    bool isEdge() const { return kind == RAISE || kind == CLEAR || kind == CLEAR_CODE; }
 };
 
 } // namespace firaim

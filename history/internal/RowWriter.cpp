@@ -287,7 +287,7 @@ void RowWriter::applyStorm(Request& request)
     {
         request.description = std::to_string(storm.total.events) + " more from " + utcText(storm.total.firstTime) +
                               " to " + utcText(storm.total.lastTime);
-        row_t const& row = writeRow(request, {event.module, event.parameter}, event.status, request.description);
+        row_t const& row = writeRow(request, {event.module, event.parameter}, request.status(), request.description);
         keepState(row, statistic);
     }
 }

@@ -77,6 +77,12 @@ void Storms::codeCleared(std::uint64_t code)
     }
 }
 
+faultStatus_t Storms::statusOf(report_t const& report) const
+{
+    auto const found = m_buckets.find(tripleOf(report.event));
+    return found != m_buckets.end() ? found->second.last.status : report.event.status;
+}
+
 Storms::tripleView_t Storms::tripleOf(FaultEvent const& event)
 {
     return {event.code, sourceView_t(event.module, event.parameter)};

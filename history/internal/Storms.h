@@ -48,6 +48,8 @@ public:
     /// The state of a triple, or that of all triples of a code, was set by a row: the row of a storm leaves it.
     void stateSet(FaultEvent const& event, faultStatus_t status);
     void codeCleared(std::uint64_t code);
+    /// The status that the triple of a report has by now.
+    faultStatus_t statusOf(report_t const& report) const;
 
     /// When something has to be stored at the latest; none when nothing has.
     std::optional<time_t> deadline() const;

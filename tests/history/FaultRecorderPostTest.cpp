@@ -1,6 +1,7 @@
 // Posted events: the queue, the thread behind it, and what becomes of them when the file cannot be written.
 
 #include "RecorderFixtures.h"
+#include "Waiters.h"
 
 #include <atomic>
 #include <csignal>
@@ -310,6 +311,29 @@ TEST_F(FaultRecorderPostTest, OneOfSeveralThreadsCloses)
         ASSERT_EQ(closed, 1);
     }
     EXPECT_EQ(value(kCountOfFaults), "150");
+}
+
+TEST_F(FaultRecorderPostTest, CancellingEndsWaitsForTheQueueAndLosesNothing)
+{
+    createWithFacade();
+    Waiters::reset();
+    RecorderOptions options;
+    options.isCancelled = Waiters::isCancelled;
+    options.queueLimit = 1;
+    options.doesPostWait = true;
+    open(options);
+    {
+        LockingProcess const other(path);
+        EXPECT_EQ(recorder.post(eventOf(1)), HISTORY_QUEUED);
+        Waiters::cancel();
+        EXPECT_EQ(recorder.post(eventOf(2)), HISTORY_CANCELLED);
+        EXPECT_THAT(recorder.lastProblem(), testing::HasSubstr("room"));
+        EXPECT_EQ(recorder.flush(left, std::chrono::minutes(10)), HISTORY_CANCELLED);
+        EXPECT_EQ(left, 1U);
+    }
+    EXPECT_EQ(recorder.close(), HISTORY_OK) << recorder.lastProblem();
+    EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1");
+    Waiters::reset();
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // Storms: what a recorder counts instead of giving it a row.
 
 #include "RecorderFixtures.h"
+#include "Waiters.h"
 
 #include <thread>
 
@@ -18,12 +19,13 @@ class FaultRecorderStormTest : public FaultRecorderTest
 {
 protected:
     /// A recorder that gives a triple no further row within the test.
-    void openLimited()
+    void openLimited() { open(limited()); }
+    static RecorderOptions limited()
     {
         RecorderOptions options;
         options.stormBurst = kBurst;
         options.stormRowsPerMinute = 1;
-        open(options);
+        return options;
     }
 
     void exhaust(FaultEvent const& event)
@@ -137,6 +139,32 @@ TEST_F(FaultRecorderStormTest, RowOfTheStormLeavesAnEdgeThatCameAfterIt)
     EXPECT_EQ(statistic(1, "FaultActive"), value("SELECT FaultActive FROM FdbFaultStatisticTbl"));
     EXPECT_EQ(recorder.clear(eventOf(1)).result, HISTORY_UNCHANGED);
     EXPECT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK);
+}
+
+TEST_F(FaultRecorderStormTest, RowOfTheStormLeavesAnEdgeThatIsBeingStoredWhenTheStormEnds)
+{
+    createWithFacade();
+    Waiters::reset();
+    RecorderOptions options = limited();
+    options.isCancelled = Waiters::isCancelled;
+    open(options);
+    exhaust(eventOf(1));
+    EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_COUNTED);
+    Waiters::reset();
+    std::thread clearing;
+    std::thread flushing;
+    {
+        LockingProcess const other(path);
+        clearing = std::thread([this] { EXPECT_EQ(recorder.clear(eventOf(1)).result, HISTORY_OK); });
+        Waiters::waitFor(1);
+        flushing = std::thread([this] { flush(); });
+        Waiters::waitFor(2); // The recorder's thread stands behind the edge with what it knows of the storm.
+    }
+    clearing.join();
+    flushing.join();
+    EXPECT_EQ(value("SELECT group_concat(Status) FROM (SELECT Status FROM FdbFaultTbl ORDER BY EntryId)"),
+              "ErrorActive,ErrorActive,ErrorActive,ErrorInactive,ErrorInactive");
+    EXPECT_EQ(recorder.clear(eventOf(1)).result, HISTORY_UNCHANGED);
 }
 
 TEST_F(FaultRecorderStormTest, RowOfTheStormLeavesACodeThatWasClearedAfterIt)
