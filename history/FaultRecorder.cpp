@@ -62,6 +62,10 @@ public:
         {
             std::vector<Request> requests(1);
             prepare(requests.front(), kind, event);
+            if (requests.front().isEdge() && requests.front().phase == Request::WAITING)
+            {
+                backlog.prepareEdge(requests.front());
+            }
             queue.run(requests, patience);
             return std::move(requests.front());
         }
@@ -109,6 +113,19 @@ public:
             request.phase = Request::DONE;
             request.receipt.result = HISTORY_COUNTED;
         }
+    }
+
+    int endCycle(patience_t patience)
+    {
+        auto const begin = std::chrono::steady_clock::now();
+        // What was acknowledged before belongs to the cycle that ends.
+        int const result = backlog.passOn(patience);
+        if (result != HISTORY_OK)
+        {
+            return queue.refuse(result, "not all that was posted or counted in this cycle is recorded yet");
+        }
+        auto const passed = std::chrono::duration_cast<patience_t>(std::chrono::steady_clock::now() - begin);
+        return run(Request::END_CYCLE, nullptr, patience - passed).receipt.result;
     }
 
     int close()
@@ -280,8 +297,7 @@ int FaultRecorder::flush(std::uint64_t& left, patience_t patience)
 
 int FaultRecorder::endCycle(patience_t patience)
 {
-    return isForked() ? static_cast<int>(HISTORY_INVALID_STATE)
-                      : m_core->run(Request::END_CYCLE, nullptr, patience).receipt.result;
+    return isForked() ? static_cast<int>(HISTORY_INVALID_STATE) : m_core->endCycle(patience);
 }
 
 unsigned int FaultRecorder::startupId() const

@@ -51,7 +51,7 @@ struct RecorderOptions
 
     std::size_t queueLimit = 1024; ///< most events that `post` holds
     bool doesPostWait = false;     ///< for room in a full queue, instead of refusing the event
-    /// Told by `close` and the destructor how many posted events could not be recorded, when there are any.
+    /// Told by `close` and the destructor how many posted or counted events could not be recorded, when there are any.
     std::function<void(std::uint64_t)> onLost;
 
     /// Limits the rows of a triple that `record` writes: so many at once, then so many a minute, on the clock that
@@ -180,7 +180,8 @@ public:
     /// HISTORY_UNCHANGED when nothing of the code is active; otherwise as `record`.
     int clearCode(FaultEvent const& event, std::vector<unsigned long long>& keys, patience_t patience = kPatience);
 
-    /// Counts a further cycle of every active code, see above. HISTORY_OK; otherwise as `record`.
+    /// Records what was posted and counted before, then counts a further cycle of every active code, see above.
+    /// HISTORY_OK; otherwise as `record`.
     int endCycle(patience_t patience = kPatience);
 
     /// The start-up id that is recorded under; 0 when not open.

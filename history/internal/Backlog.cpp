@@ -42,7 +42,7 @@ private:
 
 Backlog::Backlog(CommitQueue& queue) : m_queue(queue)
 {
-    m_queue.tellEdges([this](Request const& request) { edgeStored(request); });
+    m_queue.tellStored([this](Request const& request) { stored(request); });
 }
 
 void Backlog::open(RecorderOptions const& options)
@@ -56,6 +56,8 @@ void Backlog::open(RecorderOptions const& options)
     m_lostCount = 0;
     m_toldCount = 0;
     m_countedCount = 0;
+    m_storesWanted = 0;
+    m_storesDone = 0;
     m_endsWanted = 0;
     m_endsDone = 0;
     m_postedBeforeEnd = 0;
@@ -95,7 +97,7 @@ int Backlog::close()
     std::uint64_t lost = 0;
     {
         std::lock_guard<Mutex> const lock(m_mutex);
-        lost = m_lostCount + unsettledBefore(m_postedCount);
+        lost = m_lostCount + unsettledBefore(m_postedCount) + m_storms->uncounted();
         m_posted.clear();
         m_settledCount = m_postedCount;
         m_isClosing = false;
@@ -130,18 +132,19 @@ int Backlog::post(Request const& request)
     {
         return HISTORY_FAILED;
     }
-    m_posted.push_back({*request.event, request.now, request.upTime, 0, false});
+    m_posted.push_back({*request.event, request.now, request.upTime, request.order, 0, false});
     ++m_postedCount;
     m_work.notifyOne();
     return HISTORY_QUEUED;
 }
 
-bool Backlog::admits(Request const& request)
+bool Backlog::admits(Request& request)
 {
     std::lock_guard<Mutex> const lock(m_mutex);
+    request.order = ++m_order;
     // Without a thread nothing could be counted; the row is then the better answer.
     if (!m_isOpen || m_isClosing || m_options.stormBurst == 0 || !startThread() ||
-        m_storms->admits(*request.event, request.now, clock_t::now()))
+        m_storms->admits(*request.event, request.now, request.order, clock_t::now()))
     {
         return true;
     }
@@ -153,21 +156,45 @@ bool Backlog::admits(Request const& request)
     return false;
 }
 
-/// Called before anything else is written. A storm's row, which comes later, leaves the state.
-void Backlog::edgeStored(Request const& request)
+void Backlog::prepareEdge(Request& request)
+{
+    std::lock_guard<Mutex> const lock(m_mutex);
+    request.order = ++m_order;
+    if (m_isOpen && m_options.stormBurst > 0)
+    {
+        request.status = [this, event = request.event]
+        {
+            std::lock_guard<Mutex> const laterLock(m_mutex);
+            return m_storms->countedStatusOf(*event);
+        };
+    }
+}
+
+/// Called before anything else is written: the row of a storm, which comes later, leaves the state.
+void Backlog::stored(Request const& request)
 {
     std::lock_guard<Mutex> const lock(m_mutex);
     if (!m_storms)
     {
         return;
     }
-    if (request.kind == Request::CLEAR_CODE)
+    switch (request.kind)
     {
-        m_storms->codeCleared(request.event->code);
-    }
-    else
-    {
-        m_storms->stateSet(*request.event, request.kind == Request::RAISE ? FAULT_ACTIVE : FAULT_INACTIVE);
+    case Request::RECORD:
+        m_storms->stateSet(*request.event, request.event->status, request.order);
+        break;
+    case Request::RAISE:
+        m_storms->stateSet(*request.event, FAULT_ACTIVE, request.order);
+        break;
+    case Request::CLEAR:
+        m_storms->stateSet(*request.event, FAULT_INACTIVE, request.order);
+        break;
+    case Request::CLEAR_CODE:
+        m_storms->codeCleared(request.event->code, request.order);
+        break;
+    case Request::END_CYCLE:
+    case Request::STORM:
+        break;
     }
 }
 
@@ -190,12 +217,30 @@ bool Backlog::startThread()
     }
 }
 
+Backlog::time_t Backlog::endOf(patience_t patience)
+{
+    constexpr std::chrono::hours kLongest(24 * 365);
+    return clock_t::now() + std::clamp<patience_t>(patience, patience_t(0), kLongest);
+}
+
 int Backlog::flush(std::uint64_t& left, patience_t patience)
 {
-    time_t const end = clock_t::now() + std::min<patience_t>(patience, std::chrono::hours(24 * 365));
+    time_t const end = endOf(patience);
     std::lock_guard<Mutex> const lock(m_mutex);
     left = 0;
     return m_isOpen ? waitForAll(left, end, m_options.isCancelled) : static_cast<int>(HISTORY_INVALID_STATE);
+}
+
+int Backlog::passOn(patience_t patience)
+{
+    time_t const end = endOf(patience);
+    std::lock_guard<Mutex> const lock(m_mutex);
+    if (!m_isOpen || !m_isThreadRunning)
+    {
+        return HISTORY_OK; // There is nothing.
+    }
+    ++m_storesWanted;
+    return waitFor({m_postedCount, m_storesWanted, 0}, end, m_options.isCancelled);
 }
 
 int Backlog::waitForAll(std::uint64_t& left, time_t end, bool (*isCancelled)())
@@ -204,23 +249,28 @@ int Backlog::waitForAll(std::uint64_t& left, time_t end, bool (*isCancelled)())
     {
         return HISTORY_OK; // There never was anything.
     }
-    std::uint64_t const postedTarget = m_postedCount;
-    std::uint64_t const lostBefore = m_toldCount;
-    std::uint64_t const endTarget = ++m_endsWanted;
+    ++m_endsWanted;
     m_postedBeforeEnd = m_postedCount;
+    goal_t const goal = {m_postedCount, 0, m_endsWanted};
+    std::uint64_t const lostBefore = m_toldCount;
+    int const result = waitFor(goal, end, isCancelled);
+    left = m_lostCount - lostBefore + unsettledBefore(goal.posted);
+    m_toldCount = m_lostCount;
+    return result == HISTORY_OK && left > 0 ? static_cast<int>(HISTORY_FAILED) : result;
+}
+
+int Backlog::waitFor(goal_t const& goal, time_t end, bool (*isCancelled)())
+{
     m_work.notifyOne();
     bool isEnded = false;
-    while (m_isOpen && !isFlushed(postedTarget, endTarget) && !isEnded && clock_t::now() < end)
+    while (m_isOpen && !isReached(goal) && !isEnded && clock_t::now() < end)
     {
         waitForChange(end, isCancelled);
         isEnded = isCancelled != nullptr && isCancelled();
     }
-    bool const isDone = isFlushed(postedTarget, endTarget);
-    left = m_lostCount - lostBefore + unsettledBefore(postedTarget);
-    m_toldCount = m_lostCount;
-    if (isDone)
+    if (isReached(goal))
     {
-        return left == 0 ? HISTORY_OK : HISTORY_FAILED;
+        return HISTORY_OK;
     }
     if (isEnded)
     {
@@ -246,9 +296,9 @@ void Backlog::waitForChange(std::optional<time_t> end, bool (*isCancelled)())
     }
 }
 
-bool Backlog::isFlushed(std::uint64_t postedTarget, std::uint64_t endTarget) const
+bool Backlog::isReached(goal_t const& goal) const
 {
-    return m_settledCount >= postedTarget && m_endsDone >= endTarget;
+    return m_settledCount >= goal.posted && m_storesDone >= goal.stores && m_endsDone >= goal.ends;
 }
 
 /// Of the events that were posted first, so many in all, those that are neither recorded nor lost.
@@ -291,7 +341,8 @@ void Backlog::work()
 bool Backlog::isWorkThere(time_t now) const
 {
     std::optional<time_t> const stormDeadline = m_storms->deadline();
-    bool const isThere = !m_posted.empty() || m_endsWanted > m_endsDone || (stormDeadline && *stormDeadline <= now);
+    bool const isThere = !m_posted.empty() || m_endsWanted > m_endsDone || m_storesWanted > m_storesDone ||
+                         (stormDeadline && *stormDeadline <= now);
     return isThere && now >= m_retryAt;
 }
 
@@ -318,18 +369,20 @@ void Backlog::workOnce()
 {
     try
     {
+        std::uint64_t const stores = m_storesWanted;
         std::uint64_t const ends = m_endsWanted;
         std::uint64_t end = 0;
         std::vector<posted_t*> const posted = firstPosted(end);
         // The row of a storm is written after the rows that were posted before it, so that it leaves the right status.
         bool const isEnding = ends > m_endsDone && end >= m_postedBeforeEnd;
         runBatch(posted, m_storms->take(clock_t::now(), isEnding));
-        if (isEnding && m_retryAt == time_t{})
+        if (m_retryAt == time_t{})
         {
-            m_endsDone = ends;
+            m_storesDone = stores;
+            m_endsDone = isEnding ? ends : m_endsDone;
         }
     }
-    catch (std::bad_alloc const&)
+    catch (std::exception const&) // Of memory, or of a standard output that was told to throw.
     {
         m_lastResult = HISTORY_FAILED;
         m_retryAt = clock_t::now() + kPauseAfterFailure;
@@ -369,6 +422,7 @@ void Backlog::runBatch(std::vector<posted_t*> const& posted, std::vector<Storms:
         requests[i].event = &posted[i]->event;
         requests[i].now = posted[i]->now;
         requests[i].upTime = posted[i]->upTime;
+        requests[i].order = posted[i]->order;
         requests[i].doubtfulKey = posted[i]->doubtfulKey;
     }
     for (std::size_t i = 0; i < reports.size(); ++i)
@@ -377,10 +431,11 @@ void Backlog::runBatch(std::vector<posted_t*> const& posted, std::vector<Storms:
         request.kind = Request::STORM;
         request.event = &reports[i].event;
         request.storm = &reports[i];
+        request.order = reports[i].uncounted.lastOrder;
         request.status = [this, &report = reports[i]]
         {
             std::lock_guard<Mutex> const lock(m_mutex);
-            return m_storms->statusOf(report);
+            return m_storms->statusOf(report.event);
         };
         request.takeMoment();
     }
@@ -425,9 +480,14 @@ void Backlog::settle(std::vector<Request> const& requests, std::vector<posted_t*
         m_lastResult = result < 0 ? result : m_lastResult;
         if (i >= posted.size())
         {
-            if (result < 0) // Counted twice rather than not at all where nobody can tell.
+            Storms::report_t const& report = reports[i - posted.size()];
+            if (result < 0 && isAnyStored && requests[i].isRefusedByFile)
             {
-                m_storms->notStored(reports[i - posted.size()], clock_t::now());
+                m_lostCount += report.uncounted.events;
+            }
+            else if (result < 0) // Counted twice rather than not at all where nobody can tell.
+            {
+                m_storms->notStored(report, clock_t::now());
                 isAnyKept = true;
             }
             continue;

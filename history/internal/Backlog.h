@@ -23,7 +23,7 @@ class Backlog
 public:
     using patience_t = std::chrono::milliseconds;
 
-    /// `queue` tells it of edges.
+    /// `queue` tells it of what is stored.
     explicit Backlog(CommitQueue& queue);
     /// Must be closed.
     ~Backlog() = default;
@@ -39,9 +39,13 @@ public:
     int post(Request const& request);
 
     /// Whether a RECORD gets a row; if not, it is counted.
-    bool admits(Request const& request);
+    bool admits(Request& request);
+    /// Lets an edge know what was counted of its triple.
+    void prepareEdge(Request& request);
 
     int flush(std::uint64_t& left, patience_t patience);
+    /// As `flush`, without a row for storms, and without regard to what was lost.
+    int passOn(patience_t patience);
 
     std::uint64_t queued();
     std::uint64_t counted();
@@ -52,13 +56,22 @@ private:
         FaultEvent event;
         std::int64_t now;
         unsigned int upTime;
+        std::uint64_t order;      ///< see Request
         std::int64_t doubtfulKey; ///< see Request
         bool isSettled;           ///< recorded or lost; it goes as soon as all before it are
     };
 
     using time_t = Condition::time_t;
 
-    void edgeStored(Request const& request);
+    /// What a call waits for.
+    struct goal_t
+    {
+        std::uint64_t posted; ///< so many are settled
+        std::uint64_t stores; ///< of `m_storesWanted`
+        std::uint64_t ends;   ///< of `m_endsWanted`
+    };
+
+    void stored(Request const& request);
     bool startThread();
     void work();
     bool isWorkThere(time_t now) const;
@@ -69,10 +82,12 @@ private:
     void giveBack(std::vector<Storms::report_t> const& reports);
     void settle(std::vector<Request> const& requests, std::vector<posted_t*> const& posted,
                 std::vector<Storms::report_t> const& reports);
+    static time_t endOf(patience_t patience);
     int waitForAll(std::uint64_t& left, time_t end, bool (*isCancelled)());
+    int waitFor(goal_t const& goal, time_t end, bool (*isCancelled)());
     void waitForChange(std::optional<time_t> end, bool (*isCancelled)());
     patience_t patienceOfAttempt() const;
-    bool isFlushed(std::uint64_t postedTarget, std::uint64_t endTarget) const;
+    bool isReached(goal_t const& goal) const;
     std::uint64_t unsettledBefore(std::uint64_t postedTarget) const;
 
     CommitQueue& m_queue;
@@ -96,6 +111,9 @@ private:
     std::uint64_t m_lostCount = 0;
     std::uint64_t m_toldCount = 0; ///< lost ones that a `flush` has told of
     std::uint64_t m_countedCount = 0;
+    std::uint64_t m_order = 0;        ///< of the last acknowledgement
+    std::uint64_t m_storesWanted = 0; ///< calls that want counts to be stored
+    std::uint64_t m_storesDone = 0;
     std::uint64_t m_endsWanted = 0; ///< calls that want storms to end
     std::uint64_t m_endsDone = 0;
     std::uint64_t m_postedBeforeEnd = 0; ///< they are recorded before the storms end

@@ -227,7 +227,7 @@ void CommitQueue::lead(Call& call)
         }
         Unlocked const unlocked(m_mutex);
         m_writer->write(m_group, timeTo(end));
-        tellEdges();
+        tellStored();
     }
     catch (Failure const& failure)
     {
@@ -264,7 +264,7 @@ void CommitQueue::takeGroup()
         Request* const request = m_waiting.front();
         if (hasEdge && request->kind == Request::STORM)
         {
-            return; // It is to know what became of the edge.
+            return; // Its row is to leave the state that the edge sets.
         }
         hasEdge = hasEdge || request->isEdge();
         bytes += request->size();
@@ -274,13 +274,13 @@ void CommitQueue::takeGroup()
     }
 }
 
-void CommitQueue::tellEdges() const
+void CommitQueue::tellStored() const
 {
     for (Request const* const request : m_group)
     {
-        if (request->isEdge() && request->receipt.result >= 0)
+        if (m_options.stormBurst > 0 && request->receipt.result >= 0)
         {
-            m_edgeSink(*request);
+            m_sink(*request);
         }
     }
 }

@@ -36,8 +36,9 @@ public:
     /// Runs the requests, whose results it sets, in their order.
     void run(std::vector<Request>& requests, patience_t patience);
 
-    /// Calls `sink` for each stored edge before anything is written after it. Set before the first `open`.
-    void tellEdges(std::function<void(Request const&)> sink) { m_edgeSink = std::move(sink); }
+    /// Where storms are limited, calls `sink` for each request that is stored, before anything is written after it. Set
+    /// before the first `open`.
+    void tellStored(std::function<void(Request const&)> sink) { m_sink = std::move(sink); }
 
     unsigned int startupId();
     FaultRecorder::Counters counters();
@@ -51,13 +52,13 @@ private:
     void lead(Call& call);
     bool append(Request& request);
     void takeGroup();
-    void tellEdges() const;
+    void tellStored() const;
     void giveUp(Call& call, int result, std::string const& problem);
     void finish(Request& request);
     void passOn();
     bool isCancelled() const;
 
-    std::function<void(Request const&)> m_edgeSink;
+    std::function<void(Request const&)> m_sink;
     Mutex m_mutex; ///< held for moments only, never while the file is touched
     std::deque<Request*> m_waiting;
     std::vector<Request*> m_group; ///< that is being written; grown beforehand, so that taking one needs no memory

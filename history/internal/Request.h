@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -45,11 +46,14 @@ struct Request
     kind_t kind = RECORD;
     FaultEvent const* event = nullptr;       ///< null for END_CYCLE
     Storms::report_t const* storm = nullptr; ///< of a STORM
-    std::function<faultStatus_t()> status;   ///< that the triple of a STORM has by now
-    std::int64_t now = 0;                    ///< moment of the call, in milliseconds since 1970 UTC
-    unsigned int upTime = 0;                 ///< seconds since the machine's start
-    std::vector<source_t> sources;           ///< those that a CLEAR_CODE ends
-    std::string description;                 ///< of the row that a STORM gets
+    /// Asked when it is written: the status that a storm of its triple has counted, of a RAISE or a CLEAR; the one that
+    /// the triple has by now, of a STORM.
+    std::function<std::optional<faultStatus_t>()> status;
+    std::uint64_t order = 0;       ///< of its acknowledgement among those of its recorder, where storms are limited
+    std::int64_t now = 0;          ///< moment of the call, in milliseconds since 1970 UTC
+    unsigned int upTime = 0;       ///< seconds since the machine's start
+    std::vector<source_t> sources; ///< those that a CLEAR_CODE ends
+    std::string description;       ///< of the row that a STORM gets
 
     Receipt receipt;
     std::vector<unsigned long long> keys; ///< of the rows that were written

@@ -131,6 +131,7 @@ void RowWriter::rolledBack()
 
 void RowWriter::forget()
 {
+    m_lastOrder.clear();
     m_state.forget();
     m_retention.rolledBack();
     restoreCounted();
@@ -202,7 +203,9 @@ void RowWriter::apply(Request& request)
     {
         std::optional<std::int64_t> const active = m_state.activeKey(static_cast<std::uint32_t>(event.code), source);
         bool const isRaised = request.kind == Request::RAISE;
-        if (active.has_value() == isRaised)
+        // A storm may have counted what no row tells yet.
+        std::optional<faultStatus_t> const counted = request.status ? request.status() : std::nullopt;
+        if (active.has_value() == isRaised && (!counted || (*counted == FAULT_ACTIVE) == isRaised))
         {
             request.receipt = {HISTORY_UNCHANGED, static_cast<unsigned long long>(active.value_or(0))};
             return;
@@ -281,13 +284,14 @@ void RowWriter::applyStorm(Request& request)
     FaultEvent const& event = storm.event;
     FaultStatistic& statistic = m_state.statistic(static_cast<std::uint32_t>(event.code));
     statistic.FaultCodeName = codeNameOf(event, statistic);
-    count(statistic, storm.uncounted.actives,
+    count(statistic, request.order, storm.uncounted.actives,
           event.time.value_or(firaim::stampOf(storm.uncounted.lastTime, m_timeUnit).value_or(0)), timeZoneOf(event));
     if (storm.isOver)
     {
         request.description = std::to_string(storm.total.events) + " more from " + utcText(storm.total.firstTime) +
                               " to " + utcText(storm.total.lastTime);
-        row_t const& row = writeRow(request, {event.module, event.parameter}, request.status(), request.description);
+        row_t const& row = writeRow(request, {event.module, event.parameter}, request.status().value_or(event.status),
+                                    request.description);
         keepState(row, statistic);
     }
 }
@@ -350,7 +354,9 @@ void RowWriter::keepStatistic(row_t const& row)
     statistic.FaultCodeName = row.codeName;
     if (row.status == FAULT_ACTIVE)
     {
-        count(statistic, 1, fault.TimeStampUTC, fault.TimeZone);
+        std::uint64_t& lastOrder = m_lastOrder[statistic.FaultCode];
+        lastOrder = std::max(lastOrder, row.request->order);
+        count(statistic, lastOrder, 1, fault.TimeStampUTC, fault.TimeZone);
     }
     keepState(row, statistic);
 }
@@ -365,9 +371,9 @@ void RowWriter::keepState(row_t const& row, FaultStatistic& statistic)
     m_state.touch(statistic.FaultCode);
 }
 
-/// Counts events of a code that were active, the last of them at `timeStamp`.
-void RowWriter::count(FaultStatistic& statistic, std::uint64_t events, unsigned long long timeStamp,
-                      std::string const& timeZone)
+/// Counts events of a code that were active, the last of them at `timeStamp` and in that order.
+void RowWriter::count(FaultStatistic& statistic, std::uint64_t order, std::uint64_t events,
+                      unsigned long long timeStamp, std::string const& timeZone)
 {
     if (events == 0)
     {
@@ -378,8 +384,13 @@ void RowWriter::count(FaultStatistic& statistic, std::uint64_t events, unsigned 
         statistic.TimeFirstOccurredUTC = timeStamp;
         statistic.TimeZoneFirstOccurred = timeZone;
     }
-    statistic.TimeLastOccurredUTC = timeStamp;
-    statistic.TimeZoneLastOccurred = timeZone;
+    std::uint64_t& lastOrder = m_lastOrder[statistic.FaultCode];
+    if (order >= lastOrder) // A count comes later than the rows that were written meanwhile.
+    {
+        lastOrder = order;
+        statistic.TimeLastOccurredUTC = timeStamp;
+        statistic.TimeZoneLastOccurred = timeZone;
+    }
     add(statistic.OccurenceCnt, events);
     add(statistic.FaultActiveCycleCnt, events);
     if (m_countedInCycle.count(statistic.FaultCode) == 0)

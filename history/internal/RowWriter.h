@@ -94,7 +94,7 @@ private:
     void keepCountedInCycle();
     void keepStatistic(row_t const& row);
     void keepState(row_t const& row, FaultStatistic& statistic);
-    void count(FaultStatistic& statistic, std::uint64_t events, unsigned long long timeStamp,
+    void count(FaultStatistic& statistic, std::uint64_t order, std::uint64_t events, unsigned long long timeStamp,
                std::string const& timeZone);
 
     RecorderOptions const& m_options;
@@ -108,6 +108,7 @@ private:
     FaultState m_state;
     Retention m_retention;
     std::map<std::uint32_t, std::string> m_builtInNames;
+    std::map<std::uint32_t, std::uint64_t> m_lastOrder; ///< see Request, of each code's last occurrence
 
     std::vector<row_t> m_rows; ///< of this transaction
     /// The codes that were recorded as active since the last `endCycle`.

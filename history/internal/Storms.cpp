@@ -13,13 +13,14 @@ constexpr std::chrono::milliseconds kStoreWithin(960);
 /// Triples that are remembered; beyond that, those forget that have nothing to tell.
 constexpr std::size_t kMostIdle = 10000;
 
-void add(Storms::count_t& count, FaultEvent const& event, std::int64_t time)
+void add(Storms::count_t& count, FaultEvent const& event, std::int64_t time, std::uint64_t order)
 {
     if (count.events++ == 0)
     {
         count.firstTime = time;
     }
     count.lastTime = time;
+    count.lastOrder = order;
     count.actives += event.status == FAULT_ACTIVE ? 1 : 0;
 }
 
@@ -36,7 +37,7 @@ Storms::Storms(unsigned int burst, unsigned int rowsPerMinute)
 {
 }
 
-bool Storms::admits(FaultEvent const& event, std::int64_t time, time_t now)
+bool Storms::admits(FaultEvent const& event, std::int64_t time, std::uint64_t order, time_t now)
 {
     if (m_burst < 1)
     {
@@ -47,40 +48,67 @@ bool Storms::admits(FaultEvent const& event, std::int64_t time, time_t now)
     if (bucket.tokens >= 1)
     {
         bucket.tokens -= 1;
-        bucket.last.status = event.status;
         return true;
     }
-    add(bucket.uncounted, event, time);
-    add(bucket.total, event, time);
-    bucket.last = event;
+    FaultEvent copy = event; // Without the memory for it, nothing is counted.
+    bucket.last = std::move(copy);
+    bucket.order = order;
+    add(bucket.uncounted, event, time, order);
+    add(bucket.total, event, time, order);
     bucket.lastCounted = now;
     sooner(m_storeBy, now + kStoreWithin);
     sooner(m_endBy, now + std::chrono::duration_cast<time_t::duration>(m_interval));
     return false;
 }
 
-void Storms::stateSet(FaultEvent const& event, faultStatus_t status)
+void Storms::setStatus(bucket_t& bucket, faultStatus_t status, std::uint64_t order)
+{
+    if (order > bucket.order)
+    {
+        bucket.last.status = status;
+        bucket.order = order;
+    }
+}
+
+void Storms::stateSet(FaultEvent const& event, faultStatus_t status, std::uint64_t order)
 {
     auto const found = m_buckets.find(tripleOf(event));
     if (found != m_buckets.end())
     {
-        found->second.last.status = status;
+        setStatus(found->second, status, order);
     }
 }
 
-void Storms::codeCleared(std::uint64_t code)
+void Storms::codeCleared(std::uint64_t code, std::uint64_t order)
 {
     for (auto bucket = m_buckets.lower_bound(tripleView_t(code, sourceView_t()));
          bucket != m_buckets.end() && bucket->first.first == code; ++bucket)
     {
-        bucket->second.last.status = FAULT_INACTIVE;
+        setStatus(bucket->second, FAULT_INACTIVE, order);
     }
 }
 
-faultStatus_t Storms::statusOf(report_t const& report) const
+std::optional<faultStatus_t> Storms::statusOf(FaultEvent const& event) const
 {
-    auto const found = m_buckets.find(tripleOf(report.event));
-    return found != m_buckets.end() ? found->second.last.status : report.event.status;
+    auto const found = m_buckets.find(tripleOf(event));
+    return found != m_buckets.end() ? std::optional(found->second.last.status) : std::nullopt;
+}
+
+std::optional<faultStatus_t> Storms::countedStatusOf(FaultEvent const& event) const
+{
+    auto const found = m_buckets.find(tripleOf(event));
+    bool const isCounted = found != m_buckets.end() && found->second.total.events > 0;
+    return isCounted ? std::optional(found->second.last.status) : std::nullopt;
+}
+
+std::uint64_t Storms::uncounted() const
+{
+    std::uint64_t events = 0;
+    for (auto const& [triple, bucket] : m_buckets)
+    {
+        events += bucket.uncounted.events;
+    }
+    return events;
 }
 
 Storms::tripleView_t Storms::tripleOf(FaultEvent const& event)
@@ -178,6 +206,7 @@ void Storms::notStored(report_t const& report, time_t now)
             return;
         }
         count.lastTime = count.events == 0 ? taken.lastTime : count.lastTime;
+        count.lastOrder = std::max(count.lastOrder, taken.lastOrder);
         count.firstTime = taken.firstTime;
         count.events += taken.events;
         count.actives += taken.actives;

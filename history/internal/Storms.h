@@ -31,6 +31,7 @@ public:
         std::uint64_t actives = 0;  ///< of them
         std::int64_t firstTime = 0; ///< of the first and the last, in milliseconds since 1970 UTC
         std::int64_t lastTime = 0;
+        std::uint64_t lastOrder = 0; ///< of the last one among all calls of the recorder
     };
 
     /// What is to be stored of a triple's storm.
@@ -42,14 +43,20 @@ public:
         bool isOver;       ///< and gets such a row
     };
 
-    /// Whether `event`, of the moment `time` in milliseconds since 1970 UTC, gets a row; if not, it is counted.
-    bool admits(FaultEvent const& event, std::int64_t time, time_t now);
+    /// Whether `event`, of the moment `time` in milliseconds since 1970 UTC, gets a row; if not, it is counted. `order`
+    /// grows from call to call.
+    bool admits(FaultEvent const& event, std::int64_t time, std::uint64_t order, time_t now);
 
-    /// The state of a triple, or that of all triples of a code, was set by a row: the row of a storm leaves it.
-    void stateSet(FaultEvent const& event, faultStatus_t status);
-    void codeCleared(std::uint64_t code);
-    /// The status that the triple of a report has by now.
-    faultStatus_t statusOf(report_t const& report) const;
+    /// The state of a triple, or that of all triples of a code, was set by a row that was asked for at `order`: the row
+    /// of a storm leaves it, unless what was counted is newer.
+    void stateSet(FaultEvent const& event, faultStatus_t status, std::uint64_t order);
+    void codeCleared(std::uint64_t code, std::uint64_t order);
+    /// The status that a triple has by now; none where nothing is known of it.
+    std::optional<faultStatus_t> statusOf(FaultEvent const& event) const;
+    /// The same; none unless something was counted that has no row yet.
+    std::optional<faultStatus_t> countedStatusOf(FaultEvent const& event) const;
+    /// How many events are in no statistic yet.
+    std::uint64_t uncounted() const;
 
     /// When something has to be stored at the latest; none when nothing has.
     std::optional<time_t> deadline() const;
@@ -76,13 +83,15 @@ private:
     struct bucket_t
     {
         double tokens;
-        time_t filled;   ///< when `tokens` was right
-        FaultEvent last; ///< the last one that was counted, with the status that the triple has now
+        time_t filled;       ///< when `tokens` was right
+        FaultEvent last;     ///< the last one that was counted, with the status that the triple has now
+        std::uint64_t order; ///< of what has set that status
         count_t uncounted;
         count_t total;
         time_t lastCounted; ///< when that was
     };
 
+    static void setStatus(bucket_t& bucket, faultStatus_t status, std::uint64_t order);
     static tripleView_t tripleOf(FaultEvent const& event);
     bucket_t& bucketOf(FaultEvent const& event, time_t now);
     void forgetIdle(time_t now);

@@ -197,6 +197,103 @@ TEST_F(FaultRecorderStormTest, RowOfTheStormSetsTheStatusThatWasCountedLast)
     EXPECT_EQ(recorder.clear(eventOf(1)).result, HISTORY_UNCHANGED);
 }
 
+TEST_F(FaultRecorderStormTest, EdgesGoByWhatWasCountedAsWell)
+{
+    openLimited();
+    FaultEvent const active = eventOf(1);
+    FaultEvent inactive = active;
+    inactive.status = FAULT_INACTIVE;
+    exhaust(active);
+    EXPECT_EQ(recorder.record(inactive).result, HISTORY_COUNTED);
+    EXPECT_EQ(recorder.raise(active).result, HISTORY_OK) << "it was not active any more";
+    EXPECT_EQ(recorder.raise(active).result, HISTORY_UNCHANGED);
+    EXPECT_EQ(statistic(1, "OccurenceCnt"), "4");
+    EXPECT_EQ(recorder.clear(active).result, HISTORY_OK);
+    EXPECT_EQ(recorder.record(active).result, HISTORY_COUNTED);
+    EXPECT_EQ(recorder.clear(active).result, HISTORY_OK) << "it was active again";
+    EXPECT_EQ(recorder.clear(active).result, HISTORY_UNCHANGED);
+    flush();
+    EXPECT_EQ(newest("Status"), "ErrorInactive");
+    EXPECT_EQ(statistic(1, "FaultActive || OccurenceCnt"), "inactive5");
+}
+
+TEST_F(FaultRecorderStormTest, EventThatWasNotStoredLeavesTheStatusOfTheStorm)
+{
+    RecorderOptions options = limited();
+    options.queueLimit = 1;
+    createWithFacade();
+    open(options);
+    FaultEvent inactive = eventOf(1);
+    inactive.status = FAULT_INACTIVE;
+    EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
+    {
+        LockingProcess const other(path);
+        EXPECT_EQ(recorder.post(eventOf(2)), HISTORY_QUEUED);
+        EXPECT_EQ(recorder.record(inactive, std::chrono::milliseconds(0)).result, HISTORY_BUSY);
+        EXPECT_EQ(recorder.post(inactive), HISTORY_QUEUE_FULL);
+        EXPECT_EQ(recorder.record(eventOf(1), std::chrono::milliseconds(0)).result, HISTORY_COUNTED);
+        EXPECT_EQ(recorder.record(inactive, std::chrono::milliseconds(0)).result, HISTORY_COUNTED);
+        EXPECT_EQ(recorder.record(eventOf(1), std::chrono::milliseconds(0)).result, HISTORY_COUNTED);
+    }
+    flush();
+    EXPECT_EQ(value("SELECT group_concat(Status) FROM (SELECT Status FROM FdbFaultTbl WHERE FaultCode = 1 "
+                    "ORDER BY EntryId)"),
+              "ErrorActive,ErrorActive");
+    EXPECT_EQ(statistic(1, "FaultActive || OccurenceCnt"), "active3");
+}
+
+TEST_F(FaultRecorderStormTest, CycleEndsWithWhatWasCountedAndPostedInIt)
+{
+    openLimited();
+    exhaust(eventOf(1));
+    EXPECT_EQ(recorder.endCycle(), HISTORY_OK);
+    EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_COUNTED);
+    EXPECT_EQ(recorder.post(eventOf(2)), HISTORY_QUEUED);
+    EXPECT_EQ(recorder.endCycle(), HISTORY_OK);
+    EXPECT_EQ(statistic(1, "OccurenceCnt || ' ' || FaultActiveCycleCnt"), "4 4");
+    EXPECT_EQ(statistic(2, "OccurenceCnt || ' ' || FaultActiveCycleCnt"), "1 1");
+    EXPECT_EQ(value(kCountOfFaults), "4") << "the storm is not over";
+    EXPECT_EQ(recorder.endCycle(), HISTORY_OK);
+    flush();
+    EXPECT_EQ(statistic(1, "OccurenceCnt || ' ' || FaultActiveCycleCnt"), "4 5");
+    EXPECT_EQ(statistic(2, "OccurenceCnt || ' ' || FaultActiveCycleCnt"), "1 2");
+}
+
+TEST_F(FaultRecorderStormTest, CountLeavesTheLastOccurrenceOfALaterRow)
+{
+    openLimited();
+    FaultEvent event = eventOf(1);
+    exhaust(event);
+    *event.time += 1;
+    EXPECT_EQ(recorder.record(event).result, HISTORY_COUNTED);
+    EXPECT_EQ(recorder.clear(event).result, HISTORY_OK);
+    *event.time += 1;
+    EXPECT_EQ(recorder.raise(event).result, HISTORY_OK);
+    flush();
+    EXPECT_EQ(statistic(1, "TimeLastOccurredUTC"), std::to_string(*event.time));
+    *event.time += 1;
+    EXPECT_EQ(recorder.record(event).result, HISTORY_COUNTED);
+    flush();
+    EXPECT_EQ(statistic(1, "TimeLastOccurredUTC"), std::to_string(*event.time));
+}
+
+TEST_F(FaultRecorderStormTest, CountsThatCannotBeStoredAtCloseAreToldAsLost)
+{
+    createWithFacade();
+    RecorderOptions options = limited();
+    std::uint64_t lost = 0;
+    options.onLost = [&lost](std::uint64_t count) { lost += count; };
+    open(options);
+    exhaust(eventOf(1));
+    exec("CREATE TRIGGER refuse BEFORE UPDATE ON FdbFaultStatisticTbl BEGIN SELECT RAISE(ABORT, 'no'); END");
+    for (int i = 0; i < 100; ++i)
+    {
+        EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_COUNTED);
+    }
+    EXPECT_EQ(recorder.close(), HISTORY_FAILED);
+    EXPECT_EQ(lost, 100U);
+}
+
 TEST_F(FaultRecorderStormTest, EventsOfOneCallAndPostedOnesAreLimitedTogether)
 {
     openLimited();

@@ -21,7 +21,7 @@ protected:
 
     bool admits(FaultEvent const& event, std::chrono::milliseconds time)
     {
-        return storms.admits(event, kWallBegin + time.count(), at(time));
+        return storms.admits(event, kWallBegin + time.count(), ++order, at(time));
     }
 
     /// Uses up what the triple of `event` may write at once.
@@ -39,6 +39,7 @@ protected:
     }
 
     Storms::time_t const m_begin{std::chrono::hours(1000)};
+    std::uint64_t order = 0;
     Storms storms{kBurst, kPerMinute};
 };
 
@@ -58,7 +59,7 @@ TEST_F(StormsTest, WithoutABurstEverythingIsAdmitted)
     Storms unlimited(0, kPerMinute);
     for (int i = 0; i < 100000; ++i)
     {
-        ASSERT_TRUE(unlimited.admits(eventOf(1), kWallBegin, at(0s)));
+        ASSERT_TRUE(unlimited.admits(eventOf(1), kWallBegin, ++order, at(0s)));
     }
     EXPECT_FALSE(unlimited.deadline());
 }
@@ -66,9 +67,9 @@ TEST_F(StormsTest, WithoutABurstEverythingIsAdmitted)
 TEST_F(StormsTest, RateOfNoRowsIsTakenForOneAMinute)
 {
     Storms slow(1, 0);
-    EXPECT_TRUE(slow.admits(eventOf(1), kWallBegin, at(0s)));
-    EXPECT_FALSE(slow.admits(eventOf(1), kWallBegin, at(59s)));
-    EXPECT_TRUE(slow.admits(eventOf(1), kWallBegin, at(61s)));
+    EXPECT_TRUE(slow.admits(eventOf(1), kWallBegin, ++order, at(0s)));
+    EXPECT_FALSE(slow.admits(eventOf(1), kWallBegin, ++order, at(59s)));
+    EXPECT_TRUE(slow.admits(eventOf(1), kWallBegin, ++order, at(61s)));
 }
 
 TEST_F(StormsTest, LongPauseGivesNoMoreThanTheBurst)
@@ -109,7 +110,7 @@ TEST_F(StormsTest, HourOfEventsAdmitsExactlyWhatTheRateSays)
         std::uint64_t refused = 0;
         for (std::chrono::milliseconds time = 0s; time < 1h; time += c.interval)
         {
-            bool const isAdmitted = one.admits(eventOf(1), kWallBegin, at(time));
+            bool const isAdmitted = one.admits(eventOf(1), kWallBegin, ++order, at(time));
             ++(isAdmitted ? admitted : refused);
         }
         EXPECT_LE(admitted, c.admitted);
@@ -232,7 +233,7 @@ TEST_F(StormsTest, RowOfAStormHasTheStatusThatWasSetLast)
 {
     exhaust(eventOf(1), 0s);
     EXPECT_FALSE(admits(eventOf(1), 1ms));
-    storms.stateSet(eventOf(1), FAULT_INACTIVE);
+    storms.stateSet(eventOf(1), FAULT_INACTIVE, ++order);
     EXPECT_EQ(take(2ms, true).at(0).event.status, FAULT_INACTIVE) << "an edge came after what was counted";
 
     EXPECT_FALSE(admits(eventOf(1), 3ms));
@@ -242,7 +243,20 @@ TEST_F(StormsTest, RowOfAStormHasTheStatusThatWasSetLast)
     FaultEvent inactive = eventOf(1);
     inactive.status = FAULT_INACTIVE;
     EXPECT_TRUE(admits(inactive, 11s));
+    EXPECT_EQ(storms.statusOf(eventOf(1)), FAULT_ACTIVE) << "its row may come to nothing";
+    storms.stateSet(inactive, FAULT_INACTIVE, order);
     EXPECT_EQ(take(12s, true).at(0).event.status, FAULT_INACTIVE) << "a row came after what was counted";
+}
+
+TEST_F(StormsTest, RowThatWasAskedForBeforeTheLastCountLeavesItsStatus)
+{
+    exhaust(eventOf(1), 0s);
+    std::uint64_t const before = ++order;
+    EXPECT_FALSE(admits(eventOf(1), 1ms));
+    storms.stateSet(eventOf(1), FAULT_INACTIVE, before);
+    EXPECT_EQ(storms.countedStatusOf(eventOf(1)), FAULT_ACTIVE);
+    EXPECT_EQ(take(2ms, true).at(0).event.status, FAULT_ACTIVE);
+    EXPECT_EQ(storms.countedStatusOf(eventOf(1)), std::nullopt) << "it has its row";
 }
 
 TEST_F(StormsTest, ClearingACodeIsAboutItsTriplesOnly)
@@ -252,7 +266,7 @@ TEST_F(StormsTest, ClearingACodeIsAboutItsTriplesOnly)
         exhaust(event, 0s);
         EXPECT_FALSE(admits(event, 1ms));
     }
-    storms.codeCleared(2);
+    storms.codeCleared(2, ++order);
     for (auto const& report : take(2ms, true))
     {
         EXPECT_EQ(report.event.status, report.event.code == 2 ? FAULT_INACTIVE : FAULT_ACTIVE) << report.event.code;
@@ -274,8 +288,8 @@ TEST_F(StormsTest, CountsOfManyTriplesSurviveForgetting)
     Storms one(1, kPerMinute);
     for (std::uint64_t code = 0; code < kTriples; ++code)
     {
-        ASSERT_TRUE(one.admits(eventOf(code), kWallBegin, at(0s)));
-        ASSERT_FALSE(one.admits(eventOf(code), kWallBegin, at(0s)));
+        ASSERT_TRUE(one.admits(eventOf(code), kWallBegin, ++order, at(0s)));
+        ASSERT_FALSE(one.admits(eventOf(code), kWallBegin, ++order, at(0s)));
     }
     std::vector<Storms::report_t> const reports = one.take(at(1h), true);
     EXPECT_EQ(reports.size(), kTriples);
@@ -306,7 +320,7 @@ TEST_F(StormsTest, MinuteOfTenThousandEventsASecondTakesAtMost130Commits)
         {
             store(now, false);
         }
-        bool const isRow = storms.admits(eventOf(1), kWallBegin, now);
+        bool const isRow = storms.admits(eventOf(1), kWallBegin, ++order, now);
         rows += isRow ? 1 : 0;
         commits += isRow ? 1 : 0;
     }
