@@ -128,9 +128,9 @@ public:
         return run(Request::END_CYCLE, nullptr, patience - passed).receipt.result;
     }
 
-    int close()
+    int close(patience_t patience)
     {
-        int const result = backlog.close();
+        int const result = backlog.close(patience);
         if (result == HISTORY_INVALID_STATE)
         {
             return queue.refuse(result, "the recorder is not open");
@@ -153,7 +153,7 @@ FaultRecorder::~FaultRecorder()
         static_cast<void>(m_core.release()); // The parent's: its locks may be held, and its connection is in use.
         return;
     }
-    static_cast<void>(m_core->close()); // What could not be stored, the handler has been told.
+    static_cast<void>(m_core->close(kPatience)); // What could not be stored, the handler has been told.
 }
 
 bool FaultRecorder::isForked() const
@@ -184,9 +184,9 @@ int FaultRecorder::open(std::string const& path, RecorderOptions const& options,
     return HISTORY_OK;
 }
 
-int FaultRecorder::close()
+int FaultRecorder::close(patience_t patience)
 {
-    return isForked() ? HISTORY_INVALID_STATE : m_core->close();
+    return isForked() ? HISTORY_INVALID_STATE : m_core->close(patience);
 }
 
 Receipt FaultRecorder::record(FaultEvent const& event, patience_t patience)
@@ -247,7 +247,7 @@ int FaultRecorder::clearCode(FaultEvent const& event, std::vector<unsigned long 
     return request.receipt.result;
 }
 
-int FaultRecorder::post(FaultEvent const& event)
+int FaultRecorder::post(FaultEvent const& event, patience_t patience)
 {
     if (isForked())
     {
@@ -260,7 +260,7 @@ int FaultRecorder::post(FaultEvent const& event)
         return request.receipt.result < 0 ? m_core->queue.refuse(request.receipt.result, request.problem)
                                           : request.receipt.result;
     }
-    int const result = m_core->backlog.post(request);
+    int const result = m_core->backlog.post(request, patience);
     switch (result)
     {
     case HISTORY_INVALID_STATE:

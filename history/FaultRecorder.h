@@ -50,7 +50,7 @@ struct RecorderOptions
     bool (*isCancelled)() = nullptr;
 
     std::size_t queueLimit = 1024; ///< most events that `post` holds
-    bool doesPostWait = false;     ///< for room in a full queue, instead of refusing the event
+    bool doesPostWait = false;     ///< for room in a full queue, as long as its patience says
     /// Told by `close` and the destructor how many posted or counted events could not be recorded, when there are any.
     std::function<void(std::uint64_t)> onLost;
 
@@ -137,10 +137,10 @@ public:
     int open(std::string const& path, RecorderOptions const& options = {}, patience_t patience = kPatience);
 
     /// Ends recording: calls that come now give HISTORY_INVALID_STATE, those under way are waited for, and what was
-    /// posted or counted is recorded, for 5 s at most.
+    /// posted or counted is recorded, which takes no longer than `patience`.
     /// HISTORY_OK; HISTORY_FAILED when that was not possible for all of it, with the recorder closed all the same;
     /// HISTORY_INVALID_STATE when not open.
-    int close();
+    int close(patience_t patience = kPatience);
 
     /// Writes a row for `event` and sets the state of its triple to `event.status`.
     ///
@@ -164,9 +164,10 @@ public:
 
     /// Takes `event` into a queue, from which a thread of the recorder records it as `record` does. It tries again
     /// while the file is locked or its storage fails; an event that the file refuses, while others beside it are
-    /// stored, is lost. HISTORY_QUEUED; HISTORY_COUNTED; HISTORY_QUEUE_FULL; HISTORY_REFUSED; HISTORY_INVALID_STATE;
-    /// HISTORY_FAILED when no thread can be had; HISTORY_CANCELLED while it waited for room.
-    int post(FaultEvent const& event);
+    /// stored, is lost. `patience` is for RecorderOptions::doesPostWait. HISTORY_QUEUED; HISTORY_COUNTED;
+    /// HISTORY_QUEUE_FULL; HISTORY_REFUSED; HISTORY_INVALID_STATE; HISTORY_FAILED when no thread can be had;
+    /// HISTORY_CANCELLED while it waited for room.
+    int post(FaultEvent const& event, patience_t patience = kPatience);
 
     /// Waits until all that was posted and counted before is on the storage. A storm gets its row.
     /// HISTORY_OK; HISTORY_BUSY when the time has passed, HISTORY_CANCELLED, HISTORY_FAILED when storing failed: `left`

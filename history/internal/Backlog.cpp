@@ -15,7 +15,6 @@ namespace
 using clock_t = std::chrono::steady_clock;
 
 constexpr std::size_t kMostInBatch = 1000;
-constexpr std::chrono::seconds kLongestClose(5);
 /// How long one attempt waits for other processes, so that closing is soon noticed.
 constexpr std::chrono::milliseconds kPatienceOfAttempt(500);
 constexpr std::chrono::milliseconds kPauseAfterFailure(200);
@@ -65,7 +64,7 @@ void Backlog::open(RecorderOptions const& options)
     m_retryAt = {};
 }
 
-int Backlog::close()
+int Backlog::close(patience_t patience)
 {
     {
         std::lock_guard<Mutex> const lock(m_mutex);
@@ -74,7 +73,7 @@ int Backlog::close()
             return HISTORY_INVALID_STATE;
         }
         m_isClosing = true;
-        m_closeBy = clock_t::now() + kLongestClose;
+        m_closeBy = endOf(patience);
         m_changed.notifyAll();
     }
     bool isFlushed = false;
@@ -109,16 +108,18 @@ int Backlog::close()
     return isFlushed && lost == 0 ? HISTORY_OK : HISTORY_FAILED;
 }
 
-int Backlog::post(Request const& request)
+int Backlog::post(Request const& request, patience_t patience)
 {
+    time_t const end = endOf(patience);
     std::lock_guard<Mutex> const lock(m_mutex);
-    while (m_isOpen && !m_isClosing && m_posted.size() >= m_options.queueLimit && m_options.doesPostWait)
+    while (m_isOpen && !m_isClosing && m_posted.size() >= m_options.queueLimit && m_options.doesPostWait &&
+           clock_t::now() < end)
     {
         if (m_options.isCancelled != nullptr && m_options.isCancelled())
         {
             return HISTORY_CANCELLED;
         }
-        waitForChange(std::nullopt, m_options.isCancelled);
+        waitForChange(end, m_options.isCancelled);
     }
     if (!m_isOpen || m_isClosing)
     {
@@ -279,21 +280,10 @@ int Backlog::waitFor(goal_t const& goal, time_t end, bool (*isCancelled)())
     return m_lastResult < 0 && m_lastResult != HISTORY_BUSY ? HISTORY_FAILED : HISTORY_BUSY;
 }
 
-void Backlog::waitForChange(std::optional<time_t> end, bool (*isCancelled)())
+void Backlog::waitForChange(time_t end, bool (*isCancelled)())
 {
-    if (isCancelled != nullptr)
-    {
-        time_t const look = clock_t::now() + CommitQueue::kCancelLook;
-        end = end ? std::min(*end, look) : look;
-    }
-    if (end)
-    {
-        m_changed.waitUntil(m_mutex, *end);
-    }
-    else
-    {
-        m_changed.wait(m_mutex);
-    }
+    m_changed.waitUntil(m_mutex,
+                        isCancelled == nullptr ? end : std::min(end, clock_t::now() + CommitQueue::kCancelLook));
 }
 
 bool Backlog::isReached(goal_t const& goal) const

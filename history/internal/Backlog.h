@@ -31,12 +31,13 @@ public:
     Backlog& operator=(Backlog const&) = delete;
 
     void open(RecorderOptions const& options);
-    /// Records what is there, for 5 s at most, and ends the thread. HISTORY_OK; HISTORY_FAILED when that was not all;
+    /// Records what is there, for so long, and ends the thread. HISTORY_OK; HISTORY_FAILED when that was not all;
     /// HISTORY_INVALID_STATE when not open or being closed, by another thread.
-    int close();
+    int close(patience_t patience);
 
-    /// Takes the event of `request`, whose event it copies. Returns a historyResult_t.
-    int post(Request const& request);
+    /// Takes the event of `request`, which it copies, and waits for room for so long where that is wanted. Returns a
+    /// historyResult_t.
+    int post(Request const& request, patience_t patience);
 
     /// Whether a RECORD gets a row; if not, it is counted.
     bool admits(Request& request);
@@ -85,7 +86,7 @@ private:
     static time_t endOf(patience_t patience);
     int waitForAll(std::uint64_t& left, time_t end, bool (*isCancelled)());
     int waitFor(goal_t const& goal, time_t end, bool (*isCancelled)());
-    void waitForChange(std::optional<time_t> end, bool (*isCancelled)());
+    void waitForChange(time_t end, bool (*isCancelled)());
     patience_t patienceOfAttempt() const;
     bool isReached(goal_t const& goal) const;
     std::uint64_t unsettledBefore(std::uint64_t postedTarget) const;

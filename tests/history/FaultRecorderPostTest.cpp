@@ -313,6 +313,22 @@ TEST_F(FaultRecorderPostTest, OneOfSeveralThreadsCloses)
     EXPECT_EQ(value(kCountOfFaults), "150");
 }
 
+TEST_F(FaultRecorderPostTest, WaitingForRoomAndClosingTakeAsLongAsTheirPatienceSays)
+{
+    createWithFacade();
+    RecorderOptions options;
+    options.queueLimit = 1;
+    options.doesPostWait = true;
+    std::uint64_t lost = 0;
+    options.onLost = [&lost](std::uint64_t count) { lost += count; };
+    open(options);
+    LockingProcess const other(path);
+    EXPECT_EQ(recorder.post(eventOf(1)), HISTORY_QUEUED);
+    EXPECT_EQ(recorder.post(eventOf(2), std::chrono::milliseconds(20)), HISTORY_QUEUE_FULL);
+    EXPECT_EQ(recorder.close(std::chrono::milliseconds(20)), HISTORY_FAILED);
+    EXPECT_EQ(lost, 1U);
+}
+
 TEST_F(FaultRecorderPostTest, CancellingEndsWaitsForTheQueueAndLosesNothing)
 {
     createWithFacade();
