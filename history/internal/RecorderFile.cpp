@@ -138,8 +138,8 @@ bool hasRow(sqlite::Connection const& connection, std::string const& table)
     return connection.number("SELECT EXISTS(SELECT 1 FROM " + table + ")") != 0;
 }
 
-/// Whether the file holds nothing but tables of ours, as we write them, and no row.
-bool isUnfinished(sqlite::Connection const& connection, tables_t const& tables)
+/// Whether the file holds nothing but tables of ours, as we write them.
+bool holdsOurTablesOnly(sqlite::Connection const& connection, tables_t const& tables)
 {
     sqlite::Statement object =
         connection.prepare("SELECT name, sql FROM sqlite_master WHERE name NOT LIKE 'sqlite\\_%' ESCAPE '\\'");
@@ -150,7 +150,7 @@ bool isUnfinished(sqlite::Connection const& connection, tables_t const& tables)
         {
             isOurs = isOurs || (object.text(0) == table->name() && object.text(1) == table->createText());
         }
-        if (!isOurs || hasRow(connection, std::string(object.text(0))))
+        if (!isOurs)
         {
             return false;
         }
@@ -164,6 +164,24 @@ bool isTable(sqlite::Connection const& connection, std::string const& name)
     sqlite::Statement statement =
         connection.prepare("SELECT 1 FROM sqlite_master WHERE name = ?1 AND type = 'table' AND rootpage > 0");
     return statement.bind(1, name).step();
+}
+
+/// Whether the file holds nothing but tables of ours, as we write them, and no row. Rows are read last: a damaged one
+/// must not hide that the tables, or the version, are another program's.
+bool isUnfinished(sqlite::Connection const& connection, tables_t const& tables)
+{
+    if (!holdsOurTablesOnly(connection, tables))
+    {
+        return false;
+    }
+    for (BoundTable const* const table : {&tables.version.bound(), &tables.fault.bound(), &tables.statistic.bound()})
+    {
+        if (isTable(connection, table->name()) && hasRow(connection, table->name()))
+        {
+            return false;
+        }
+    }
+    return true;
 }
 
 /// Rows are read and written by the places of their cells.
@@ -186,6 +204,22 @@ bool hasColumns(sqlite::Connection const& connection, BoundTable const& table)
     throw Failure(HISTORY_FOREIGN_FILE, path + ": no fault database: " + reason);
 }
 
+void requireTables(std::string const& path, sqlite::Connection const& connection, tables_t const& tables)
+{
+    for (BoundTable const* const table : tables.all())
+    {
+        if (!isTable(connection, table->name()))
+        {
+            refuseFile(path, "it has no table " + table->name());
+        }
+        if (!hasColumns(connection, *table))
+        {
+            refuseFile(path, table->name() + " has not the columns of the file format, in their order; 'firaim check' "
+                                             "tells more");
+        }
+    }
+}
+
 content_t lookAtContent(std::string const& path, sqlite::Connection const& connection, tables_t const& tables)
 {
     if (connection.number("SELECT count(*) FROM sqlite_master") == 0)
@@ -200,18 +234,7 @@ content_t lookAtContent(std::string const& path, sqlite::Connection const& conne
     {
         return content_t::UNFINISHED;
     }
-    for (BoundTable const* const table : tables.all())
-    {
-        if (!isTable(connection, table->name()))
-        {
-            refuseFile(path, "it has no table " + table->name());
-        }
-        if (!hasColumns(connection, *table))
-        {
-            refuseFile(path, table->name() + " has not the columns of the file format, in their order; 'firaim check' "
-                                             "tells more");
-        }
-    }
+    requireTables(path, connection, tables);
     return content_t::WHOLE;
 }
 
@@ -291,6 +314,11 @@ sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting con
     require(connection, connectionSettings::limitJournal(connection.get()));
     prepareContent(path, connection);
     return connection;
+}
+
+void requireFaultDatabase(std::string const& path, sqlite::Connection const& connection)
+{
+    requireTables(path, connection, tables_t());
 }
 
 bool isSound(sqlite::Connection const& connection)

@@ -201,17 +201,17 @@ void require(sqlite::Connection const& connection, int code)
     }
 }
 
-/// Whether the file seems to be ours: by its schema or, where that cannot be read, by its rows.
-bool isOurs(sqlite::Connection const& connection, PageFile const& file)
+/// Makes sure that the file is ours: by its schema or, where that cannot be read, by its rows. Throws Failure where it
+/// is not; `damage` is what SQLite says of it.
+void requireOurs(std::string const& path, sqlite::Connection const& connection, PageFile const& file,
+                 std::string const& damage)
 {
+    // Or SQLite does not look into a file that has been cut off.
+    require(connection, sqlite3_db_config(connection.get(), SQLITE_DBCONFIG_DEFENSIVE, 0, nullptr));
+    connection.run("PRAGMA writable_schema=ON");
     try
     {
-        // Or SQLite does not look into a file that has been cut off.
-        require(connection, sqlite3_db_config(connection.get(), SQLITE_DBCONFIG_DEFENSIVE, 0, nullptr));
-        connection.run("PRAGMA writable_schema=ON");
-        FaultTable const faults;
-        sqlite::Statement table = connection.prepare("SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ?1");
-        return table.bind(1, faults.bound().name()).step();
+        requireFaultDatabase(path, connection);
     }
     catch (sqlite::Error const& error)
     {
@@ -219,7 +219,12 @@ bool isOurs(sqlite::Connection const& connection, PageFile const& file)
         {
             throw;
         }
-        return holdsFaults(file);
+        if (!holdsFaults(file))
+        {
+            throw Failure(HISTORY_DAMAGED, path + ": " + damage +
+                                               "; it is left as it is, as nothing in it tells that it is a fault "
+                                               "database");
+        }
     }
 }
 
@@ -274,8 +279,8 @@ void replaceContent(sqlite::Connection const& connection, sqlite::Connection con
 }
 
 /// Locks the file and makes a new database of it, unless it turns out to be sound once it is locked. Under the lock,
-/// while the file is as it was, `beforeReset` is called, and `recordIncident` with a connection to the new content.
-/// Returns whether it was made anew.
+/// while the file is as it was, `beforeReset` is called with the connection that has the lock, and `recordIncident`
+/// with a connection to the new content. Returns whether it was made anew.
 template <class Before, class Record>
 bool reset(std::string const& path, sqlite::Waiting const& waiting, Before const& beforeReset,
            Record const& recordIncident)
@@ -293,7 +298,7 @@ bool reset(std::string const& path, sqlite::Waiting const& waiting, Before const
     {
         return false;
     }
-    beforeReset();
+    beforeReset(connection);
     // Tables that were created in the file itself would take the place of old pages that no journal keeps.
     sqlite::Connection const content({}, sqlite::Connection::MEMORY);
     content.run("PRAGMA page_size=" + std::to_string(connection.number("PRAGMA page_size")));
@@ -316,17 +321,10 @@ bool setAside(std::string const& path, std::string const& damage, sqlite::Waitin
 {
     std::string const realPath = folder::withoutLinks(path);
     std::string name;
-    auto const copyIfOurs = [&]
+    auto const copyIfOurs = [&](sqlite::Connection const& connection)
     {
-        // As immutable: it needs no lock, as the file is locked here, and plays back no journal.
-        sqlite::Connection const connection(path, sqlite::Connection::IMMUTABLE, waiting);
         PageFile const file(connection);
-        if (!isOurs(connection, file))
-        {
-            throw Failure(HISTORY_DAMAGED, path + ": " + damage +
-                                               "; it is left as it is, as nothing in it tells that it is a fault "
-                                               "database");
-        }
+        requireOurs(path, connection, file, damage);
         Copies copies;
         copies.add(copyBeside(realPath + "-journal"));
         copies.add(copyBeside(realPath + "-wal"));

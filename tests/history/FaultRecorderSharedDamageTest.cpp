@@ -14,13 +14,13 @@ using testing::SizeIs;
 class FaultRecorderSharedDamageTest : public DamageTest
 {
 protected:
-    void expectLeftAlone(std::string const& what)
+    void expectLeftAlone(std::string const& what,
+                         std::vector<int> const& results = {HISTORY_DAMAGED, HISTORY_FOREIGN_FILE})
     {
         SCOPED_TRACE(what);
         std::string const bytes = readFile(path);
         int const result = recorder.open(path, settingAside(), 200ms);
-        EXPECT_TRUE(result == HISTORY_DAMAGED || result == HISTORY_FOREIGN_FILE)
-            << historyResultName(result) << ' ' << recorder.lastProblem();
+        EXPECT_THAT(results, testing::Contains(result)) << recorder.lastProblem();
         EXPECT_TRUE(readFile(path) == bytes);
         EXPECT_THAT(copies(), SizeIs(0));
         if (result >= 0)
@@ -30,6 +30,20 @@ protected:
         std::filesystem::remove(path);
     }
 
+    /// The log that statements leave in a file in that mode; the file is as before.
+    std::string logOf(std::string const& statements) const
+    {
+        std::string const before = readFile(path);
+        std::string log;
+        {
+            RawDb raw(path);
+            raw.exec(statements);
+            log = readFile(path + "-wal");
+        }
+        writeFile(path, before);
+        return log;
+    }
+
     void createForeign(std::string const& columns) const
     {
         exec("CREATE TABLE other (" + columns + ")");
@@ -37,6 +51,9 @@ protected:
              "SELECT 'text ' || i FROM n");
     }
 };
+
+constexpr char kForeignTable[] = "CREATE TABLE customers(name); INSERT INTO customers VALUES('somebody')";
+constexpr char kRootOfFaults[] = "SELECT rootpage FROM sqlite_master WHERE name = 'FdbFaultTbl'";
 
 constexpr char kFewColumns[] = "id INTEGER PRIMARY KEY, a, b, c";
 constexpr char kSixteenColumns[] = "id INTEGER PRIMARY KEY, a, b, c, d, e, f, g, h, i, j, k, l, m, n, o";
@@ -57,6 +74,35 @@ TEST_F(FaultRecorderSharedDamageTest, FilesOfOtherProgramsAreLeftAlone)
     createForeign(kSixteenColumns);
     destroyPage(value("SELECT rootpage FROM sqlite_master"));
     expectLeftAlone("root page destroyed");
+}
+
+TEST_F(FaultRecorderSharedDamageTest, FileOfAnotherProgramWithATableLikeOursIsForeignAndLeftAlone)
+{
+    create();
+    exec("DROP TABLE FdbFaultStatisticTbl; DROP TABLE FdbVersionTbl; PRAGMA application_id = 77");
+    exec(kForeignTable);
+    destroyPage(value(kRootOfFaults));
+    expectLeftAlone("", {HISTORY_FOREIGN_FILE});
+}
+
+TEST_F(FaultRecorderSharedDamageTest, CutOffFileOfAnotherProgramWithATableLikeOursIsForeignAndLeftAlone)
+{
+    create();
+    exec("DROP TABLE FdbFaultStatisticTbl; DROP TABLE FdbVersionTbl");
+    exec(kForeignTable);
+    std::filesystem::resize_file(path, 2 * kPage);
+    expectLeftAlone("", {HISTORY_FOREIGN_FILE});
+}
+
+TEST_F(FaultRecorderSharedDamageTest, FileOfAnotherProgramWhoseSchemaIsInTheLogIsForeignAndLeftAlone)
+{
+    create();
+    exec("PRAGMA journal_mode=WAL");
+    std::string const log =
+        logOf("DROP TABLE FdbFaultStatisticTbl; DROP TABLE FdbVersionTbl; CREATE TABLE customers(a)");
+    destroyPage(value(kRootOfFaults));
+    writeFile(path + "-wal", log);
+    expectLeftAlone("", {HISTORY_FOREIGN_FILE});
 }
 
 TEST_F(FaultRecorderSharedDamageTest, FilesThatAreNoDatabasesAreLeftAlone)
