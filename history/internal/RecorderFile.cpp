@@ -318,7 +318,19 @@ sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting con
 
 void requireFaultDatabase(std::string const& path, sqlite::Connection const& connection)
 {
-    requireTables(path, connection, tables_t());
+    tables_t const tables;
+    requireTables(path, connection, tables);
+    try
+    {
+        requireVersion(path, connection, tables.version);
+    }
+    catch (sqlite::Error const& error)
+    {
+        if (!isDamage(error))
+        {
+            throw;
+        }
+    }
 }
 
 bool isSound(sqlite::Connection const& connection)

@@ -54,6 +54,7 @@ protected:
 
 constexpr char kForeignTable[] = "CREATE TABLE customers(name); INSERT INTO customers VALUES('somebody')";
 constexpr char kRootOfFaults[] = "SELECT rootpage FROM sqlite_master WHERE name = 'FdbFaultTbl'";
+constexpr char kOtherVersion[] = "UPDATE FdbVersionTbl SET Version = '9.9'";
 
 constexpr char kFewColumns[] = "id INTEGER PRIMARY KEY, a, b, c";
 constexpr char kSixteenColumns[] = "id INTEGER PRIMARY KEY, a, b, c, d, e, f, g, h, i, j, k, l, m, n, o";
@@ -103,6 +104,18 @@ TEST_F(FaultRecorderSharedDamageTest, FileOfAnotherProgramWhoseSchemaIsInTheLogI
     destroyPage(value(kRootOfFaults));
     writeFile(path + "-wal", log);
     expectLeftAlone("", {HISTORY_FOREIGN_FILE});
+}
+
+TEST_F(FaultRecorderSharedDamageTest, DamagedFileOfAnotherFormatVersionIsLeftAlone)
+{
+    create();
+    exec(kOtherVersion);
+    destroyPage(value(kRootOfFaults));
+    expectLeftAlone("root page destroyed", {HISTORY_VERSION_MISMATCH});
+    create();
+    exec(kOtherVersion);
+    std::filesystem::resize_file(path, 6 * kPage);
+    expectLeftAlone("cut off", {HISTORY_VERSION_MISMATCH});
 }
 
 TEST_F(FaultRecorderSharedDamageTest, FilesThatAreNoDatabasesAreLeftAlone)
