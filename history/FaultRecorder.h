@@ -67,7 +67,8 @@ struct RecorderOptions
     /// is copied aside (file, journal and log, to the same name with ".aside-", date and number), and its content is
     /// replaced in place, in one transaction, by that of a new one, whose first fault tells under this code what
     /// happened. Without a code, `open` refuses the file. A file of which nothing tells that it is a fault database is
-    /// left as it is in any case.
+    /// left as it is in any case. HISTORY_BUSY where others keep it locked; a file in write-ahead-log mode is also left
+    /// while another process has it open, even idle.
     std::optional<std::uint32_t> setAsideCode;
 };
 

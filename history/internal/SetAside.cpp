@@ -293,6 +293,10 @@ bool reset(std::string const& path, sqlite::Waiting const& waiting, Before const
     // keeps others from the file, and two would wait for each other.
     connection.run("PRAGMA locking_mode=EXCLUSIVE");
     connection.run("ROLLBACK");
+    // Of a file with a write-ahead log, that has given the lock back: there, only a transaction that begins in this
+    // mode locks it for good.
+    connection.run("BEGIN EXCLUSIVE");
+    connection.run("ROLLBACK");
     ignoreContent(connection, false);
     if (isSound(connection))
     {

@@ -4,6 +4,8 @@
 
 #include <optional>
 
+#include <sqlite3.h>
+
 namespace
 {
 
@@ -52,8 +54,42 @@ protected:
     }
 };
 
+/// Has another process try to record into a file whenever a database in memory is opened: that happens between the copy
+/// of a damaged file and its reset.
+class RecordingMeanwhile
+{
+public:
+    explicit RecordingMeanwhile(std::string const& path)
+    {
+        s_path = path;
+        s_results.clear();
+        EXPECT_EQ(sqlite3_auto_extension(reinterpret_cast<void (*)()>(onOpen)), SQLITE_OK);
+    }
+    ~RecordingMeanwhile() { sqlite3_cancel_auto_extension(reinterpret_cast<void (*)()>(onOpen)); }
+    RecordingMeanwhile(RecordingMeanwhile const&) = delete;
+    RecordingMeanwhile& operator=(RecordingMeanwhile const&) = delete;
+
+    /// Whether it was possible.
+    std::vector<bool> const& results() const { return s_results; }
+
+private:
+    static int onOpen(sqlite3* opened, char** /*message*/, sqlite3_api_routines const* /*api*/)
+    {
+        char const* const name = sqlite3_db_filename(opened, "main");
+        if (name == nullptr || *name == '\0')
+        {
+            s_results.push_back(succeedsElsewhere(s_path, "INSERT INTO FdbFaultTbl(FaultCode) VALUES(1)"));
+        }
+        return SQLITE_OK;
+    }
+
+    static inline std::string s_path;
+    static inline std::vector<bool> s_results;
+};
+
 constexpr char kForeignTable[] = "CREATE TABLE customers(name); INSERT INTO customers VALUES('somebody')";
 constexpr char kRootOfFaults[] = "SELECT rootpage FROM sqlite_master WHERE name = 'FdbFaultTbl'";
+constexpr char kRootOfStatistics[] = "SELECT rootpage FROM sqlite_master WHERE name = 'FdbFaultStatisticTbl'";
 constexpr char kOtherVersion[] = "UPDATE FdbVersionTbl SET Version = '9.9'";
 
 constexpr char kFewColumns[] = "id INTEGER PRIMARY KEY, a, b, c";
@@ -245,6 +281,48 @@ TEST_F(FaultRecorderSharedDamageTest, DatabaseWithALogIsCopiedWithItAndBeginsAne
     }
     EXPECT_TRUE(isFileThere);
     EXPECT_TRUE(isLogThere);
+}
+
+TEST_F(FaultRecorderSharedDamageTest, NobodyRecordsBetweenTheCopyAndTheReset)
+{
+    create();
+    destroyPage(value(kRootOfStatistics));
+    RecordingMeanwhile const meanwhile(path);
+    open(settingAside());
+    EXPECT_THAT(meanwhile.results(), testing::ElementsAre(false));
+    expectAnew("1");
+}
+
+TEST_F(FaultRecorderSharedDamageTest, NobodyRecordsBetweenTheCopyAndTheResetOfAFileWithALog)
+{
+    create();
+    exec("PRAGMA journal_mode=WAL");
+    std::string const log = logOf("UPDATE FdbFaultTbl SET Description = 'in the log' WHERE EntryId < 5");
+    destroyPage(value(kRootOfStatistics));
+    writeFile(path + "-wal", log);
+    RecordingMeanwhile const meanwhile(path);
+    open(settingAside());
+    EXPECT_THAT(meanwhile.results(), testing::ElementsAre(false));
+    expectAnew("1");
+}
+
+TEST_F(FaultRecorderSharedDamageTest, FileWithALogThatAnotherProcessHasOpenIsNotReset)
+{
+    create();
+    exec("PRAGMA journal_mode=WAL");
+    std::string const log = logOf("UPDATE FdbFaultTbl SET Description = 'in the log' WHERE EntryId < 5");
+    destroyPage(value(kRootOfStatistics));
+    writeFile(path + "-wal", log);
+    std::string const bytes = readFile(path);
+    {
+        RawDb idle(path);
+        ASSERT_EQ(idle.value(kCountOfFaults), "200");
+        EXPECT_EQ(recorder.open(path, settingAside(), 20ms), HISTORY_BUSY) << recorder.lastProblem();
+        EXPECT_TRUE(readFile(path) == bytes);
+        EXPECT_THAT(copies(), SizeIs(0));
+    }
+    open(settingAside());
+    expectAnew("1");
 }
 
 } // namespace
