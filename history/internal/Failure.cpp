@@ -1,5 +1,7 @@
 #include <history/internal/Failure.h>
 
+#include <cerrno>
+#include <cstring>
 #include <new>
 
 namespace firaim
@@ -50,6 +52,19 @@ char const* adviceFor(sqlite::Error const& error)
 Failure::Failure(std::string const& path, sqlite::Error const& error)
     : m_result(resultOf(error)), m_text(path + ": " + error.what() + adviceFor(error))
 {
+}
+
+void failWithErrno(std::string const& path, char const* action)
+{
+    throw Failure(HISTORY_FAILED, path + ": " + action + ": " + std::strerror(errno));
+}
+
+void require(sqlite::Connection const& connection, int code)
+{
+    if (code != SQLITE_OK)
+    {
+        throw sqlite::Error(connection.get(), code);
+    }
 }
 
 void keep(std::string& to, std::string const& text) noexcept

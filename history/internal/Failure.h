@@ -27,6 +27,12 @@ private:
     std::string m_text;
 };
 
+/// Throws Failure for `action` on the file at `path`, which has failed with `errno`.
+[[noreturn]] void failWithErrno(std::string const& path, char const* action);
+
+/// Throws sqlite::Error unless a call of SQLite has returned SQLITE_OK.
+void require(sqlite::Connection const& connection, int code);
+
 /// Sets a text for `lastProblem`. Where memory is short, that costs the text and not what it is about.
 void keep(std::string& to, std::string const& text) noexcept;
 /// As above, with the name of the file before it.

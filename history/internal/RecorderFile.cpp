@@ -9,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -35,11 +34,6 @@ enum class found_t
 [[noreturn]] void refusePath(std::string const& path, char const* reason)
 {
     throw Failure(HISTORY_BAD_PATH, path + ": " + reason);
-}
-
-[[noreturn]] void failWithErrno(std::string const& path, char const* action)
-{
-    throw Failure(HISTORY_FAILED, path + ": " + action + ": " + std::strerror(errno));
 }
 
 found_t lookAtPath(std::string const& path)
@@ -251,14 +245,6 @@ void requireVersion(std::string const& path, sqlite::Connection const& connectio
         throw Failure(HISTORY_VERSION_MISMATCH, path + ": format version " + (isOnlyOne ? found : "not the only one") +
                                                     "; only files of version " + FdbSqlVersionTbl::kFormatVersion +
                                                     " are written to");
-    }
-}
-
-void require(sqlite::Connection const& connection, int code)
-{
-    if (code != SQLITE_OK)
-    {
-        throw sqlite::Error(connection.get(), code);
     }
 }
 

@@ -14,8 +14,8 @@ sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting con
 /// Creates the tables that are missing, and the version row. Throws sqlite::Error.
 void createContent(sqlite::Connection const& connection);
 
-/// Makes sure that the schema of the file is that of a fault database, and its format version ours, if that can be read.
-/// Throws Failure where one of them is another's, and sqlite::Error where the schema cannot be read.
+/// Makes sure that the schema of the file is that of a fault database, and its format version ours, if that can be
+/// read. Throws Failure where one of them is another's, and sqlite::Error where the schema cannot be read.
 void requireFaultDatabase(std::string const& path, sqlite::Connection const& connection);
 
 /// Whether all that the file holds can be read. Throws sqlite::Error when something else than the content keeps it from

@@ -43,11 +43,6 @@ private:
     int m_number;
 };
 
-[[noreturn]] void failWithErrno(std::string const& path, char const* action)
-{
-    throw Failure(HISTORY_FAILED, path + ": " + action + ": " + std::strerror(errno));
-}
-
 /// What is copied: its size, and how to read up to so many bytes at a place; 0 where they cannot be read.
 struct content_t
 {
@@ -191,14 +186,6 @@ copy_t copyBeside(std::string const& path)
     }
     return makeCopy(path, {status.st_size, [&](std::int64_t offset, char* bytes, std::size_t size)
                            { return readAt(from.get(), offset, bytes, size); }});
-}
-
-void require(sqlite::Connection const& connection, int code)
-{
-    if (code != SQLITE_OK)
-    {
-        throw sqlite::Error(connection.get(), code);
-    }
 }
 
 /// Makes sure that the file is ours: by its schema or, where that cannot be read, by its rows. Throws Failure where it
