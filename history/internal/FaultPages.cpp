@@ -98,9 +98,16 @@ std::size_t PageFile::read(std::int64_t offset, char* bytes, std::size_t size) c
 {
     auto const count =
         static_cast<std::size_t>(std::clamp<std::int64_t>(m_size - offset, 0, static_cast<std::int64_t>(size)));
-    bool const isRead =
-        count > 0 && m_file->pMethods->xRead(m_file, bytes, static_cast<int>(count), offset) == SQLITE_OK;
-    return isRead ? count : 0;
+    int const code = count == 0 ? SQLITE_OK : m_file->pMethods->xRead(m_file, bytes, static_cast<int>(count), offset);
+    if (code == SQLITE_IOERR_SHORT_READ)
+    {
+        return 0; // The file has become shorter meanwhile.
+    }
+    if (code != SQLITE_OK)
+    {
+        throw sqlite::Error(nullptr, code);
+    }
+    return count;
 }
 
 bool holdsFaults(PageFile const& file)

@@ -17,7 +17,7 @@ public:
 
     std::int64_t size() const { return m_size; }
 
-    /// Reads up to `size` bytes; returns how many there were, 0 at the end and where they cannot be read.
+    /// Reads up to `size` bytes; returns how many there were, 0 at the end. Throws sqlite::Error.
     std::size_t read(std::int64_t offset, char* bytes, std::size_t size) const;
 
 private:
@@ -26,7 +26,8 @@ private:
 };
 
 /// Whether the file holds a page of a table with rows like those of the fault table. Such a page is a leaf of a tree of
-/// rows whose records have the fault table's number of cells, the key first, which is stored as NULL.
+/// rows whose records have the fault table's number of cells, the key first, which is stored as NULL. Throws
+/// sqlite::Error.
 bool holdsFaults(PageFile const& file);
 
 } // namespace firaim

@@ -43,14 +43,16 @@ private:
     int m_number;
 };
 
-/// What is copied: its size, and how to read up to so many bytes at a place; 0 where they cannot be read.
+/// What is copied: its size, and how to read up to so many bytes at a place. Reading gives 0 at the end, and throws
+/// where it fails.
 struct content_t
 {
     std::int64_t size;
     std::function<std::size_t(std::int64_t offset, char* bytes, std::size_t size)> read;
 };
 
-/// Passes the bytes on, piece by piece; returns whether all could be read and `take(offset, bytes, size)` took them.
+/// Passes the bytes on, piece by piece; returns whether there were as many as there should be and
+/// `take(offset, bytes, size)` took them.
 template <class Take>
 bool forEachPiece(content_t const& content, Take const& take)
 {
@@ -58,7 +60,12 @@ bool forEachPiece(content_t const& content, Take const& take)
     for (std::int64_t offset = 0; offset < content.size;)
     {
         std::size_t const size = content.read(offset, buffer.data(), buffer.size());
-        if (size == 0 || !take(offset, buffer.data(), size))
+        if (size == 0)
+        {
+            errno = EIO; // It has become shorter meanwhile.
+            return false;
+        }
+        if (!take(offset, buffer.data(), size))
         {
             return false;
         }
@@ -67,14 +74,15 @@ bool forEachPiece(content_t const& content, Take const& take)
     return true;
 }
 
-std::size_t readAt(int descriptor, std::int64_t offset, char* bytes, std::size_t size)
+/// As pread, without being interrupted.
+ssize_t readAt(int descriptor, std::int64_t offset, char* bytes, std::size_t size)
 {
     ssize_t count = -1;
     do
     {
         count = pread(descriptor, bytes, size, static_cast<off_t>(offset));
     } while (count < 0 && errno == EINTR);
-    return count < 0 ? 0 : static_cast<std::size_t>(count);
+    return count;
 }
 
 /// Writes all of it; returns whether that was possible.
@@ -107,8 +115,9 @@ bool isCopied(std::string const& name, content_t const& content)
     return copy.get() >= 0 && fstat(copy.get(), &status) == 0 && S_ISREG(status.st_mode) &&
            status.st_size == content.size &&
            forEachPiece(content,
-                        [&](std::int64_t offset, char const* bytes, std::size_t size) {
-                            return readAt(copy.get(), offset, piece.data(), size) == size &&
+                        [&](std::int64_t offset, char const* bytes, std::size_t size)
+                        {
+                            return readAt(copy.get(), offset, piece.data(), size) == static_cast<ssize_t>(size) &&
                                    std::memcmp(bytes, piece.data(), size) == 0;
                         }) &&
            synchronise(copy.get(), name);
@@ -119,101 +128,6 @@ struct copy_t
     std::string name;
     bool isNew;
 };
-
-/// Copies `content`, which belongs to the file at `path`, to a name beside it with the date and a number, unless one of
-/// the day's copies holds the same: attempts that fail again and again must not fill the storage. The copy is open to
-/// no more users than the file.
-copy_t makeCopy(std::string const& path, content_t const& content)
-{
-    struct stat original = {};
-    mode_t const mode = stat(path.c_str(), &original) == 0 ? original.st_mode & 0666U : 0600U;
-    constexpr int kMostCopies = 1000;
-    std::string const date = utcText(currentTime()).substr(0, 10);
-    std::string name;
-    int descriptor = -1;
-    errno = EEXIST;
-    for (int number = 1; number <= kMostCopies && descriptor < 0 && errno == EEXIST; ++number)
-    {
-        name = path + ".aside-" + date + '-' + std::to_string(number);
-        if (isCopied(name, content))
-        {
-            return {name, false};
-        }
-        descriptor = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    }
-    Descriptor const to(descriptor);
-    auto const write = [&](std::int64_t /*offset*/, char const* bytes, std::size_t size)
-    { return writeWhole(to.get(), bytes, size); };
-    if (to.get() < 0 || !forEachPiece(content, write) || !synchronise(to.get(), name))
-    {
-        int const problem = errno;
-        if (to.get() >= 0)
-        {
-            static_cast<void>(unlink(name.c_str())); // Half a copy is of no use.
-        }
-        errno = problem;
-        failWithErrno(name, "cannot be written, to keep what is left of a damaged database");
-    }
-    return {name, true};
-}
-
-/// The bytes of a database, read by SQLite's own descriptor: closing another one would give up the locks that this
-/// process holds on it.
-copy_t copyDatabase(std::string const& path, PageFile const& file)
-{
-    return makeCopy(path, {file.size(), [&](std::int64_t offset, char* bytes, std::size_t size)
-                           { return file.read(offset, bytes, size); }});
-}
-
-/// Copies what lies beside a database, if it holds something; without a name where there is nothing to copy.
-copy_t copyBeside(std::string const& path)
-{
-    Descriptor const from(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-    struct stat status = {};
-    if (from.get() < 0 && errno == ENOENT)
-    {
-        return {{}, false};
-    }
-    if (from.get() < 0 || fstat(from.get(), &status) != 0)
-    {
-        failWithErrno(path, "cannot be read, and belongs to a database that is gone or damaged");
-    }
-    // A journal with an empty header has been played back, or was never needed.
-    char first = 0;
-    if (!S_ISREG(status.st_mode) || readAt(from.get(), 0, &first, 1) != 1 || first == 0)
-    {
-        return {{}, false};
-    }
-    return makeCopy(path, {status.st_size, [&](std::int64_t offset, char* bytes, std::size_t size)
-                           { return readAt(from.get(), offset, bytes, size); }});
-}
-
-/// Makes sure that the file is ours: by its schema or, where that cannot be read, by its rows. Throws Failure where it
-/// is not; `damage` is what SQLite says of it.
-void requireOurs(std::string const& path, sqlite::Connection const& connection, PageFile const& file,
-                 std::string const& damage)
-{
-    // Or SQLite does not look into a file that has been cut off.
-    require(connection, sqlite3_db_config(connection.get(), SQLITE_DBCONFIG_DEFENSIVE, 0, nullptr));
-    connection.run("PRAGMA writable_schema=ON");
-    try
-    {
-        requireFaultDatabase(path, connection);
-    }
-    catch (sqlite::Error const& error)
-    {
-        if (!isDamage(error))
-        {
-            throw;
-        }
-        if (!holdsFaults(file))
-        {
-            throw Failure(HISTORY_DAMAGED, path + ": " + damage +
-                                               "; it is left as it is, as nothing in it tells that it is a fault "
-                                               "database");
-        }
-    }
-}
 
 /// Copies that go again unless they are to stay.
 class Copies
@@ -242,6 +156,110 @@ public:
 private:
     std::vector<std::string> m_names;
 };
+
+/// Copies `content`, which belongs to the file at `path`, to a name beside it with the date and a number, unless one of
+/// the day's copies holds the same: attempts that fail again and again must not fill the storage. The copy is open to
+/// no more users than the file.
+copy_t makeCopy(std::string const& path, content_t const& content)
+{
+    struct stat original = {};
+    mode_t const mode = stat(path.c_str(), &original) == 0 ? original.st_mode & 0666U : 0600U;
+    constexpr int kMostCopies = 1000;
+    std::string const date = utcText(currentTime()).substr(0, 10);
+    std::string name;
+    int descriptor = -1;
+    errno = EEXIST;
+    for (int number = 1; number <= kMostCopies && descriptor < 0 && errno == EEXIST; ++number)
+    {
+        name = path + ".aside-" + date + '-' + std::to_string(number);
+        if (isCopied(name, content))
+        {
+            return {name, false};
+        }
+        descriptor = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    }
+    Descriptor const to(descriptor);
+    auto const write = [&](std::int64_t /*offset*/, char const* bytes, std::size_t size)
+    { return writeWhole(to.get(), bytes, size); };
+    Copies half; // Which is of no use.
+    if (to.get() >= 0)
+    {
+        half.add({name, true});
+    }
+    if (to.get() < 0 || !forEachPiece(content, write) || !synchronise(to.get(), name))
+    {
+        failWithErrno(name, "cannot be written, to keep what is left of a damaged database");
+    }
+    half.keep();
+    return {name, true};
+}
+
+/// The bytes of a database, read by SQLite's own descriptor: closing another one would give up the locks that this
+/// process holds on it.
+copy_t copyDatabase(std::string const& path, PageFile const& file)
+{
+    return makeCopy(path, {file.size(), [&](std::int64_t offset, char* bytes, std::size_t size)
+                           { return file.read(offset, bytes, size); }});
+}
+
+/// Copies what lies beside a database, if it holds something; without a name where there is nothing to copy.
+copy_t copyBeside(std::string const& path)
+{
+    Descriptor const from(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    struct stat status = {};
+    if (from.get() < 0 && errno == ENOENT)
+    {
+        return {{}, false};
+    }
+    auto const fail = [&] { failWithErrno(path, "cannot be read, and belongs to a database that is gone or damaged"); };
+    auto const read = [&](std::int64_t offset, char* bytes, std::size_t size)
+    {
+        ssize_t const count = readAt(from.get(), offset, bytes, size);
+        if (count < 0)
+        {
+            fail(); // SQLite would delete it all the same.
+        }
+        return static_cast<std::size_t>(count);
+    };
+    if (from.get() < 0 || fstat(from.get(), &status) != 0)
+    {
+        fail();
+    }
+    // A journal with an empty header has been played back, or was never needed.
+    char first = 0;
+    if (!S_ISREG(status.st_mode) || read(0, &first, 1) != 1 || first == 0)
+    {
+        return {{}, false};
+    }
+    return makeCopy(path, {status.st_size, read});
+}
+
+/// Makes sure that the file is ours: by its schema or, where that cannot be read, by its rows. Throws Failure where it
+/// is not; `damage` is what SQLite says of it.
+void requireOurs(std::string const& path, sqlite::Connection const& connection, PageFile const& file,
+                 std::string const& damage)
+{
+    // Or SQLite does not look into a file that has been cut off.
+    require(connection, sqlite3_db_config(connection.get(), SQLITE_DBCONFIG_DEFENSIVE, 0, nullptr));
+    connection.run("PRAGMA writable_schema=ON");
+    try
+    {
+        requireFaultDatabase(path, connection);
+    }
+    catch (sqlite::Error const& error)
+    {
+        if (!isDamage(error))
+        {
+            throw;
+        }
+        if (!holdsFaults(file))
+        {
+            throw Failure(HISTORY_DAMAGED, path + ": " + damage +
+                                               "; it is left as it is, as nothing in it tells that it is a fault "
+                                               "database");
+        }
+    }
+}
 
 /// Whether SQLite takes the file for an empty one, whatever it holds.
 void ignoreContent(sqlite::Connection const& connection, bool isOn)

@@ -2,6 +2,8 @@
 
 #include "RecorderFixtures.h"
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 #include <fcntl.h>
@@ -234,6 +236,17 @@ TEST_F(FaultRecorderPathTest, JournalThatCannotBeCopiedIsLeftAndNothingIsCreated
     EXPECT_THAT(names(), ElementsAre("faults.db-journal"));
     ASSERT_EQ(chmod((path + "-journal").c_str(), 0600), 0);
     EXPECT_EQ(readFile(path + "-journal"), "journal");
+    EXPECT_EQ(recorder.open(path), HISTORY_OK) << recorder.lastProblem();
+}
+
+TEST_F(FaultRecorderPathTest, LogThatCannotBeReadIsLeftAndNothingIsCreated)
+{
+    fs::create_symlink("/proc/self/mem", path + "-wal"); // Nothing can be read at its beginning.
+    EXPECT_EQ(recorder.open(path), HISTORY_FAILED);
+    EXPECT_THAT(recorder.lastProblem(), HasSubstr("faults.db-wal: cannot be read"));
+    EXPECT_THAT(recorder.lastProblem(), HasSubstr(std::strerror(EIO)));
+    EXPECT_THAT(names(), ElementsAre("faults.db-wal"));
+    ASSERT_EQ(std::remove((path + "-wal").c_str()), 0);
     EXPECT_EQ(recorder.open(path), HISTORY_OK) << recorder.lastProblem();
 }
 
