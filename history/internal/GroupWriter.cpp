@@ -134,13 +134,27 @@ void GroupWriter::connectOnce(sqlite::Waiting const& waiting)
 bool GroupWriter::setAsideNow(sqlite::Waiting const& waiting)
 {
     m_rows.forget();
-    bool const isAnew = setAside(m_path, m_damage, waiting,
-                                 [this](sqlite::Connection const& connection, std::string const& text)
-                                 { recordIncident(connection, text); });
+    bool isAnew = false;
+    try
+    {
+        isAnew = setAside(m_path, m_damage, waiting,
+                          [this](sqlite::Connection const& connection, std::string const& text)
+                          { recordIncident(connection, text); });
+    }
+    catch (std::exception const&)
+    {
+        m_rows.forget(); // The incident is in no file.
+        throw;
+    }
+    if (isAnew)
+    {
+        m_rows.committed();
+    }
     m_rows.forget();
     return isAnew;
 }
 
+/// Writes the row into the new content, which is not in the file yet.
 void GroupWriter::recordIncident(sqlite::Connection const& connection, std::string const& text)
 {
     FaultEvent event;
@@ -163,7 +177,6 @@ void GroupWriter::recordIncident(sqlite::Connection const& connection, std::stri
         throw;
     }
     m_rows.disconnect();
-    m_rows.committed();
 }
 
 void GroupWriter::disconnect()

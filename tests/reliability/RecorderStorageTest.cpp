@@ -110,6 +110,53 @@ TEST_F(RecorderStorageTest, PostedEventsOutliveStorageThatFailsForAWhile)
     }
 }
 
+/// The file is mended by somebody else after its reset has failed: the incident, which is nowhere, was not counted.
+TEST_F(RecorderStorageTest, IncidentOfAResetThatFailedIsForgotten)
+{
+    constexpr std::size_t kPage = 4096;
+    constexpr std::uint32_t kIncident = 4711;
+    unsigned int failures = 0;
+    for (unsigned int n = 1;; ++n)
+    {
+        SCOPED_TRACE(n);
+        std::string const file = dir.file(std::to_string(n));
+        {
+            FaultEvent active = eventOf(kIncident);
+            active.status = FAULT_ACTIVE;
+            FaultRecorder first;
+            ASSERT_EQ(first.open(file), HISTORY_OK);
+            ASSERT_EQ(first.record(active).result, HISTORY_OK);
+        }
+        RecorderOptions options;
+        options.setAsideCode = kIncident;
+        FaultRecorder recorder;
+        ASSERT_EQ(recorder.open(file, options), HISTORY_OK);
+        std::string const sound = readFile(file);
+        writeFile(file, std::string(sound).replace(0, kPage, kPage, '\x5a'));
+        ASSERT_EQ(recorder.record(eventOf(1)).result, HISTORY_DAMAGED);
+        FailingVfs::select(FailingVfs::WRITE);
+        FailingVfs::plan().arm(n, FaultPlan::ONCE);
+        FailingVfs::plan().resume();
+        Receipt const receipt = recorder.record(eventOf(1));
+        FailingVfs::plan().pause();
+        FailingVfs::plan().clear();
+        if (FailingVfs::plan().fired() == 0)
+        {
+            break;
+        }
+        if (receipt.result == HISTORY_OK || readFile(file).front() != '\x5a')
+        {
+            continue; // What has failed was not the reset.
+        }
+        ++failures;
+        std::filesystem::remove(file + "-journal");
+        writeFile(file, sound);
+        EXPECT_EQ(recorder.endCycle(), HISTORY_OK) << recorder.lastProblem();
+        EXPECT_EQ(RawDb(file).value("SELECT FaultActiveCycleCnt FROM FdbFaultStatisticTbl"), "2");
+    }
+    EXPECT_GT(failures, 0U);
+}
+
 /// A file is set aside with storage that fails. The parameters: the page that is damaged, and what fails.
 class SetAsideStorageTest : public RecorderStorageTest,
                             public testing::WithParamInterface<std::tuple<std::size_t, FailingVfs::kind_t>>
