@@ -6,6 +6,7 @@
 #include <history/internal/SetAside.h>
 #include <history/internal/Tables.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -101,14 +102,18 @@ bool holdsSomething(std::string const& path)
 /// Copies what lies beside a file that is missing or empty, and that SQLite would delete: it takes it for the remains
 /// of a database that is gone. The journal of another process that creates the database just now is there for moments
 /// only.
-void copyRemains(std::string const& path)
+void copyRemains(std::string const& path, sqlite::Waiting const& waiting)
 {
     constexpr std::chrono::milliseconds kPatienceWithCreator(500);
     constexpr int kPauseMs = 5;
     std::string const file = folder::withoutLinks(path);
-    auto const end = std::chrono::steady_clock::now() + kPatienceWithCreator;
+    auto const end = std::chrono::steady_clock::now() + std::min(kPatienceWithCreator, waiting.limit);
     while (holdsSomething(file + kJournalSuffix) && std::chrono::steady_clock::now() < end)
     {
+        if (waiting.isCancelled != nullptr && waiting.isCancelled())
+        {
+            throw Failure(HISTORY_CANCELLED, path + ": cancelled while a journal lies beside no database");
+        }
         static_cast<void>(sqlite3_sleep(kPauseMs));
         if (lookAtPath(path) == found_t::FILE_WITH_CONTENT)
         {
@@ -291,7 +296,7 @@ sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting con
 {
     if (lookAtPath(path) != found_t::FILE_WITH_CONTENT)
     {
-        copyRemains(path);
+        copyRemains(path, waiting);
     }
     sqlite::Connection connection(path, sqlite::Connection::CREATE, waiting);
     // Before anything is read, so that waiting for others is over when the settings ask the file.

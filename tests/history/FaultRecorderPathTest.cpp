@@ -239,6 +239,15 @@ TEST_F(FaultRecorderPathTest, JournalThatCannotBeCopiedIsLeftAndNothingIsCreated
     EXPECT_EQ(recorder.open(path), HISTORY_OK) << recorder.lastProblem();
 }
 
+TEST_F(FaultRecorderPathTest, WaitingBesideTheJournalOfAMissingFileEndsWhenCancelled)
+{
+    writeFile(path + "-journal", "journal");
+    RecorderOptions options;
+    options.isCancelled = [] { return true; };
+    EXPECT_EQ(recorder.open(path, options), HISTORY_CANCELLED);
+    EXPECT_THAT(names(), ElementsAre("faults.db-journal"));
+}
+
 TEST_F(FaultRecorderPathTest, LogThatCannotBeReadIsLeftAndNothingIsCreated)
 {
     fs::create_symlink("/proc/self/mem", path + "-wal"); // Nothing can be read at its beginning.
