@@ -31,7 +31,13 @@ protected:
 };
 
 using Renumbering = Changing;
-using Trimming = Changing;
+/// All but the last of the three faults are over.
+class Trimming : public Changing
+{
+protected:
+    Trimming() { RawDb(path).exec("UPDATE FdbFaultTbl SET Status = 'ErrorInactive' WHERE EntryId = 1"); }
+};
+
 using CopyingAFile = Changing;
 
 } // namespace
@@ -138,13 +144,50 @@ TEST_F(Trimming, SaysWhatWasDoneWhenOnlyThatCouldNotBeWritten)
 
 TEST_F(Trimming, NeverRemovesAFaultThatAnActiveStatisticRefersTo)
 {
-    RawDb(path).exec("UPDATE FdbFaultStatisticTbl SET FaultEntryId = 1 WHERE EntryId = 1; INSERT INTO "
-                     "FdbFaultStatisticTbl(FaultActive) VALUES('active')");
+    RawDb(path).exec("UPDATE FdbFaultTbl SET Status = 'ErrorInactive'; UPDATE FdbFaultStatisticTbl SET FaultEntryId = "
+                     "1 WHERE EntryId = 1; INSERT INTO FdbFaultStatisticTbl(FaultActive) VALUES('active')");
     EXPECT_EQ(output({"trim", path, "--keep", "0"}),
-              "removed 2 faults\n1 old fault stays: active statistics refer to it\n");
+              "removed 2 faults; 1 old fault stays: it tells what is active, or an active statistic refers to it\n");
     EXPECT_EQ(faults(), "1");
     RawDb(path).exec("UPDATE FdbFaultStatisticTbl SET FaultActive = 'inactive'");
     EXPECT_EQ(output({"trim", path, "--keep", "0"}), "removed 1 fault\n");
+}
+
+TEST_F(Trimming, WhatIsActiveStaysActiveWhicheverRowItsStatisticRefersTo)
+{
+    output({"record", path, "--code", "7", "--module", "ch1"});
+    output({"record", path, "--code", "7", "--module", "ch1", "--param", "p"});
+    output({"record", path, "--code", "7", "--module", "ch2"});
+    output({"record", path, "--code", "7", "--module", "ch1", "--param", "p", "--inactive"});
+    output({"record", path, "--code", "7", "--module", "ch2", "--inactive"});
+    EXPECT_THAT(output({"trim", path, "--keep", "1"}), HasSubstr("removed 5 faults"));
+    EXPECT_EQ(faults(), "3,4,8");
+    EXPECT_EQ(output({"clear", path, "--code", "7", "--module", "ch1"}), "9\n");
+    output({"trim", path, "--keep", "1"});
+    EXPECT_EQ(faults(), "3,9") << "the first of these is of another code, which is active";
+}
+
+TEST_F(Trimming, SparesTheNewestRowOfAnActiveFaultOnlyAndThatOneWhateverItsCells)
+{
+    insertFault("ModuleName,Parameter", "NULL,'p'");
+    insertFault("ModuleName,Parameter", "'n/a',CAST('p' AS BLOB)");
+    insertFault("ModuleName,Status", "'it''s','ErrorActive'");
+    insertFault("ModuleName,Status", "'it''s',NULL");
+    insertFault("FaultCode", "1");
+    EXPECT_EQ(output({"trim", path, "--keep", "1"}),
+              "removed 5 faults; 2 old faults stay: they tell what is active, or active statistics refer to them\n");
+    EXPECT_EQ(faults(), "3,5,8");
+}
+
+TEST_F(Trimming, WhatIsOverStaysOverWhenTheClockWentBack)
+{
+    output({"record", path, "--code", "7", "--time", "2031-06-01"});
+    output({"record", path, "--code", "7", "--time", "2031-01-01", "--inactive"});
+    output({"record", path, "--code", "8", "--time", "2031-01-01"});
+    output({"record", path, "--code", "8", "--time", "2031-01-01", "--inactive"});
+    EXPECT_EQ(output({"trim", path, "--before", "2031-02-01"}),
+              "removed 2 faults; 1 old fault stays: it tells what is active, or an active statistic refers to it\n");
+    EXPECT_EQ(runTool({"clear", path, "--code", "7"}).status, 1);
 }
 
 TEST_F(Trimming, RemovesThoseBeforeATimeButNoneWithoutOne)
@@ -159,8 +202,10 @@ TEST_F(Trimming, RemovesThoseBeforeATimeButNoneWithoutOne)
 TEST_F(Trimming, NeverUsesAKeyAgain)
 {
     output({"trim", path, "--keep", "1", "--vacuum"});
-    RawDb(path).exec("UPDATE FdbFaultStatisticTbl SET FaultActive = 'inactive'");
+    RawDb(path).exec("UPDATE FdbFaultTbl SET Status = 'ErrorInactive'; UPDATE FdbFaultStatisticTbl SET FaultActive = "
+                     "'inactive'");
     output({"trim", path, "--keep", "0", "--vacuum"});
+    EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"), "0");
     EXPECT_EQ(output({"record", path, "--code", "FC_BUS_OFF"}), "4\n");
 }
 
@@ -176,7 +221,8 @@ TEST_F(Trimming, VacuumGivesTheSpaceBack)
     RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) INSERT INTO "
                      "FdbFaultTbl(Description) SELECT 'some text' FROM n");
     auto const before = std::filesystem::file_size(path);
-    EXPECT_THAT(output({"trim", path, "--keep", "10", "--vacuum"}), HasSubstr("removed 4,992 faults\n"));
+    EXPECT_THAT(output({"trim", path, "--keep", "10", "--vacuum"}),
+                HasSubstr("removed 4,992 faults; 1 old fault stays"));
     EXPECT_LT(std::filesystem::file_size(path), before / 4);
     EXPECT_LE(std::filesystem::file_size(path + "-journal"), 65536u);
     EXPECT_EQ(value("PRAGMA integrity_check"), "ok");

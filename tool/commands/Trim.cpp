@@ -6,7 +6,13 @@
 #include "../Text.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <limits>
+#include <map>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
 
 namespace tool
 {
@@ -50,20 +56,45 @@ std::string referredTo()
            " WHERE FaultActive = 'active' AND FaultEntryId NOT NULL)";
 }
 
-std::string removable(Options const& options)
+/// Keys of faults, sorted.
+using keys_t = std::vector<std::int64_t>;
+
+/// The SQL function tells_state(key): whether the fault with that key is needed to tell what is active.
+void tellsState(sqlite3_context* context, int, sqlite3_value** arguments)
 {
-    return oldFaults(options) + " AND NOT " + referredTo();
+    auto const* const keys = static_cast<keys_t const*>(sqlite3_user_data(context));
+    sqlite3_result_int(context, std::binary_search(keys->begin(), keys->end(), sqlite3_value_int64(arguments[0])));
 }
 
-void addFaultTime(sqlite::Connection const& connection, TimeStyle const& style)
+/// What stays, however old it is.
+std::string needed()
 {
-    int const code = sqlite3_create_function_v2(connection.get(), "fault_time", 1,
-                                                SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY,
-                                                const_cast<TimeStyle*>(&style), faultTime, nullptr, nullptr, nullptr);
+    return "(tells_state(EntryId) OR " + referredTo() + ")";
+}
+
+using function_t = void (*)(sqlite3_context*, int, sqlite3_value**);
+
+/// Adds a function of one argument, or replaces it; `data` must stay as long as statements call it.
+void addFunction(sqlite::Connection const& connection, char const* name, function_t function, void const* data)
+{
+    int const code =
+        sqlite3_create_function_v2(connection.get(), name, 1, SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY,
+                                   const_cast<void*>(data), function, nullptr, nullptr, nullptr);
     if (code != SQLITE_OK)
     {
         throw sqlite::Error(connection.get(), code);
     }
+}
+
+/// A text cell as the library decodes it.
+std::string decodedText(sqlite::Statement const& row, int column)
+{
+    if (row.isNull(column))
+    {
+        return "n/a";
+    }
+    std::string_view const text = row.text(column);
+    return std::string(text.substr(0, text.find('\0')));
 }
 
 /// The value of that parameter.
@@ -77,6 +108,55 @@ std::int64_t limitOf(Options const& options, sqlite::Connection const& connectio
         connection.prepare("SELECT EntryId FROM " + faultFormat().name + " ORDER BY EntryId DESC LIMIT 1 OFFSET ?1");
     oldestKept.bind(1, std::max<std::int64_t>(*options.keep, 1) - 1);
     return oldestKept.step() ? oldestKept.integer(0) : std::numeric_limits<std::int64_t>::min();
+}
+
+/// The newest fault of a code, module and parameter tells whether that is active. The keys of those that are needed for
+/// that: it is active, or, once the old faults are gone, it would seem so by an older one that stays.
+///
+/// One pass, as nothing in the file is indexed. Only what is active takes memory.
+keys_t keysThatTellState(Options const& options, sqlite::Connection const& connection, std::int64_t limit)
+{
+    struct newest_t
+    {
+        std::int64_t key = 0;
+        bool isRestActive = false; ///< as those that are not removed for their age tell it
+    };
+    std::map<std::tuple<std::uint32_t, std::string, std::string>, newest_t> states;
+    sqlite::Statement row =
+        connection.prepare("SELECT EntryId, FaultCode, ModuleName, Parameter, Status, " + oldFaults(options) +
+                           " AND NOT " + referredTo() + " FROM " + faultFormat().name + " ORDER BY EntryId");
+    row.bind(1, limit);
+    while (row.step())
+    {
+        bool const isActive = decodedText(row, 4) == "ErrorActive";
+        bool const isRemovable = row.integer(5) != 0;
+        std::tuple const triple(static_cast<std::uint32_t>(row.integer(1)), decodedText(row, 2), decodedText(row, 3));
+        auto state = states.find(triple);
+        if (state == states.end())
+        {
+            if (!isActive)
+            {
+                continue;
+            }
+            state = states.emplace(triple, newest_t()).first;
+        }
+        state->second.key = row.integer(0);
+        if (!isRemovable)
+        {
+            state->second.isRestActive = isActive;
+        }
+        if (!isActive && !state->second.isRestActive)
+        {
+            states.erase(state);
+        }
+    }
+    keys_t keys;
+    for (auto const& [triple, newest] : states)
+    {
+        keys.push_back(newest.key);
+    }
+    std::sort(keys.begin(), keys.end());
+    return keys;
 }
 
 unsigned long long count(sqlite::Connection const& connection, std::string const& condition, std::int64_t limit)
@@ -94,13 +174,40 @@ struct amounts_t
     unsigned long long kept = 0;
 };
 
-amounts_t look(Options const& options, sqlite::Connection const& connection)
+/// The old faults in one file, within one transaction.
+class OldFaults
 {
-    addFaultTime(connection, options.style);
-    std::int64_t const limit = limitOf(options, connection);
-    return {count(connection, removable(options), limit),
-            count(connection, oldFaults(options) + " AND " + referredTo(), limit)};
-}
+public:
+    /// Both must outlive this object. Another one can be made of the connection only when this one has gone.
+    OldFaults(Options const& options, sqlite::Connection const& connection)
+        : m_condition(oldFaults(options)), m_connection(connection)
+    {
+        addFunction(connection, "fault_time", faultTime, &options.style);
+        addFunction(connection, "tells_state", tellsState, &m_keys);
+        m_limit = limitOf(options, connection);
+        m_keys = keysThatTellState(options, connection, m_limit);
+    }
+    OldFaults(OldFaults const&) = delete;
+    OldFaults& operator=(OldFaults const&) = delete;
+
+    unsigned long long countRemovable() const { return count(m_connection, removable(), m_limit); }
+    unsigned long long countKept() const { return count(m_connection, m_condition + " AND " + needed(), m_limit); }
+
+    void remove() const
+    {
+        sqlite::Statement statement =
+            m_connection.prepare("DELETE FROM " + faultFormat().name + " WHERE " + removable());
+        statement.bind(1, m_limit).run();
+    }
+
+private:
+    std::string removable() const { return m_condition + " AND NOT " + needed(); }
+
+    std::string const m_condition;
+    sqlite::Connection const& m_connection;
+    std::int64_t m_limit = 0;
+    keys_t m_keys; ///< of those that tell what is active
+};
 
 amounts_t lookOnly(Options const& options)
 {
@@ -110,7 +217,8 @@ amounts_t lookOnly(Options const& options)
                        [&]
                        {
                            sqlite::Transaction const transaction(connection, "BEGIN");
-                           return look(options, connection);
+                           OldFaults const old(options, connection);
+                           return amounts_t{old.countRemovable(), old.countKept()};
                        });
 }
 
@@ -121,26 +229,26 @@ amounts_t remove(Options const& options)
         options.path,
         [&](sqlite::Connection const& connection)
         {
-            addFaultTime(connection, options.style);
-            std::int64_t const limit = limitOf(options, connection);
-            amounts.kept = count(connection, oldFaults(options) + " AND " + referredTo(), limit);
-            sqlite::Statement statement =
-                connection.prepare("DELETE FROM " + faultFormat().name + " WHERE " + removable(options));
-            statement.bind(1, limit).run();
+            OldFaults const old(options, connection);
+            amounts.kept = old.countKept();
+            old.remove();
             amounts.removed = static_cast<unsigned long long>(sqlite3_changes(connection.get()));
             return amounts.removed > 0;
         },
-        [&](sqlite::Connection const& connection) { return look(options, connection).removed == 0; });
+        [&](sqlite::Connection const& connection) { return OldFaults(options, connection).countRemovable() == 0; });
     return amounts;
 }
 
 std::string reportOf(Options const& options, amounts_t const& amounts)
 {
-    std::string const kept =
-        amounts.kept == 0 ? ""
-                          : "\n" + counted(amounts.kept, "old fault") + (amounts.kept == 1 ? " stays" : " stay") +
-                                ": active statistics refer to " + (amounts.kept == 1 ? "it" : "them");
-    return (options.isDryRun ? "would remove " : "removed ") + counted(amounts.removed, "fault") + kept;
+    std::string report = (options.isDryRun ? "would remove " : "removed ") + counted(amounts.removed, "fault");
+    if (amounts.kept > 0)
+    {
+        report += "; " + counted(amounts.kept, "old fault") +
+                  (amounts.kept == 1 ? " stays: it tells what is active, or an active statistic refers to it"
+                                     : " stay: they tell what is active, or active statistics refer to them");
+    }
+    return report;
 }
 
 int trim(Options const& options, Output& output)
@@ -172,11 +280,10 @@ int trim(Options const& options, Output& output)
 
 void addTrim(CommandLine& line, Request& request)
 {
-    Command command = line.add("trim",
-                               "Remove old faults, but none that an active statistic refers to; keys are "
-                               "never used again",
-                               "  firaim trim faults.db --keep 10000 --dry-run\n"
-                               "  firaim trim faults.db --before 2031-01-01 --vacuum");
+    Command command =
+        line.add("trim", "Remove old faults, but none that something active needs; keys are never used again",
+                 "  firaim trim faults.db --keep 10000 --dry-run\n"
+                 "  firaim trim faults.db --before 2031-01-01 --vacuum");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
     Option const keep = command.number("--keep", options->keep, "Keep the newest N");
