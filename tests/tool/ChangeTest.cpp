@@ -216,6 +216,29 @@ TEST_F(Trimming, ADryRunChangesNothing)
     EXPECT_EQ(readFile(path), before);
 }
 
+TEST_F(Trimming, VacuumsAlsoWhenTheReportCannotBeWritten)
+{
+    RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) INSERT INTO "
+                     "FdbFaultTbl(Description) SELECT 'some text' FROM n");
+    auto const before = std::filesystem::file_size(path);
+    EXPECT_EQ(runWithFullOutput("trim '" + path + "' --keep 10 --vacuum"), 3);
+    EXPECT_LT(std::filesystem::file_size(path), before / 4);
+    EXPECT_THAT(readFile(dir.file("err")),
+                HasSubstr("this was done all the same: removed 4,992 faults; 1 old fault stays"));
+}
+
+TEST_F(Trimming, SaysWhatWasRemovedWhenOnlyTheVacuumFails)
+{
+    RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20000) INSERT INTO "
+                     "FdbFaultTbl(Description) SELECT hex(zeroblob(200)) FROM n");
+    setting_t setting;
+    setting.longestFile = std::filesystem::file_size(path); // The journal of a vacuum is larger.
+    outcome_t const outcome = runTool({"trim", path, "--keep", "20001", "--vacuum"}, setting);
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.errors, HasSubstr("this was done all the same: removed 2 faults\n"));
+    EXPECT_EQ(faults().substr(0, 4), "3,4,");
+}
+
 TEST_F(Trimming, VacuumGivesTheSpaceBack)
 {
     RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) INSERT INTO "

@@ -251,6 +251,21 @@ std::string reportOf(Options const& options, amounts_t const& amounts)
     return report;
 }
 
+/// `done` is what was done before, and remains when this fails.
+void vacuum(std::string const& path, std::string const& done)
+{
+    try
+    {
+        sqlite::Connection const connection = openForChanging(path);
+        usingSqlite(path, [&] { connection.run("VACUUM"); });
+    }
+    catch (...)
+    {
+        complain("this was done all the same: " + done);
+        throw;
+    }
+}
+
 int trim(Options const& options, Output& output)
 {
     // Checked before anything is opened.
@@ -267,12 +282,12 @@ int trim(Options const& options, Output& output)
         output.writeLine(reportOf(options, lookOnly(options)));
         return STATUS_DONE;
     }
-    reportDone(reportOf(options, remove(options)), output);
+    std::string const report = reportOf(options, remove(options));
     if (options.isVacuumed)
     {
-        sqlite::Connection const connection = openForChanging(options.path);
-        usingSqlite(options.path, [&] { connection.run("VACUUM"); });
+        vacuum(options.path, report);
     }
+    reportDone(report, output);
     return STATUS_DONE;
 }
 
