@@ -311,6 +311,19 @@ TEST_F(Recording, ClearingAModuleLeavesTheOthersOfTheCodeActive)
     EXPECT_THAT(outcome.errors, HasSubstr("FC_BUS_OFF of the module 'can1' is not active; nothing was recorded"));
 }
 
+TEST_F(Recording, ClearingAnEmptyModuleOrParameterLeavesTheOthersOfTheCodeActive)
+{
+    output({"record", path, "--code", "FC_BUS_OFF"});
+    output({"record", path, "--code", "FC_BUS_OFF", "--module", "can0"});
+    EXPECT_EQ(output({"clear", path, "--code", "FC_BUS_OFF", "--module", ""}), "3\n");
+    EXPECT_EQ(statistic("FaultActive"), "active");
+    outcome_t const outcome = runTool({"clear", path, "--code", "FC_BUS_OFF", "--param", ""});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.errors, HasSubstr("FC_BUS_OFF with the parameter '' is not active; nothing was recorded"));
+    EXPECT_EQ(output({"clear", path, "--code", "FC_BUS_OFF", "--module", "can0", "--param", ""}), "4\n");
+    EXPECT_EQ(statistic("FaultActive"), "inactive");
+}
+
 TEST_F(Recording, ACodeThatOnlyTheFileHasANameForKeepsIt)
 {
     RawDb(path).exec("INSERT INTO FdbFaultStatisticTbl SELECT NULL, 7777, 'FC_OF_THE_DEVICE', 0, 0, 'UTC', 'UTC', 1, "

@@ -6,7 +6,9 @@
 #include "../FaultRequest.h"
 #include "../LineRecorder.h"
 
+#include <optional>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace tool
@@ -22,6 +24,8 @@ struct Options
     std::string time;
     TimeStyle style;
     firaim::FaultEvent event;
+    std::optional<std::string> module; ///< an empty one differs from none where a fault is to be cleared
+    std::optional<std::string> parameter;
     bool isInactive = false;
     bool isFromInput = false;
 };
@@ -42,6 +46,8 @@ FaultRequest requestOf(Options const& options)
     FaultRequest request;
     request.event = options.event;
     request.event.code = requireCode(options.code);
+    request.event.module = options.module.value_or("");
+    request.event.parameter = options.parameter.value_or("");
     request.event.status = options.isInactive ? FAULT_INACTIVE : FAULT_ACTIVE;
     if (request.event.timeZone == "")
     {
@@ -128,10 +134,8 @@ std::string inactiveText(Options const& options)
     FaultFile file(options.path);
     FaultStatistic statistic;
     bool const isKnown = file.isFound(file.reader().statistic(requireCode(options.code), statistic));
-    std::string const& module = options.event.module;
-    std::string const& parameter = options.event.parameter;
-    std::string const triple = (module.empty() ? "" : " of the module '" + module + "'") +
-                               (parameter.empty() ? "" : " with the parameter '" + parameter + "'");
+    std::string const triple = (options.module ? " of the module '" + *options.module + "'" : "") +
+                               (options.parameter ? " with the parameter '" + *options.parameter + "'" : "");
     return options.path + ": " + options.code + triple + (isKnown ? " is not active" : " has never occurred") +
            "; nothing was recorded";
 }
@@ -145,7 +149,7 @@ int clear(Options const& options, Output& output)
     firaim::FaultEvent const event = eventOf(options, completer);
     std::vector<unsigned long long> keys;
     int result = firaim::HISTORY_OK;
-    if (event.module.empty() && event.parameter.empty())
+    if (!options.module && !options.parameter)
     {
         result = recorder.clearCode(event, keys);
     }
@@ -172,8 +176,8 @@ int clear(Options const& options, Output& output)
 std::vector<Option> addFaultOptions(Command& command, Options& options)
 {
     firaim::FaultEvent& event = options.event;
-    return {command.text("--module", event.module, "Module that reports it", "NAME"),
-            command.text("--param", event.parameter, "Parameter", "TEXT"),
+    return {command.text("--module", options.module, "Module that reports it", "NAME"),
+            command.text("--param", options.parameter, "Parameter", "TEXT"),
             command.text("--description", event.description, "Description", "TEXT"),
             command.number("--startup", event.startupId, "Start-up id; that of the newest fault if absent"),
             command.text("--time", options.time, "Time, such as 2031-05-04T03:02:01Z; now if absent", "TIME"),
