@@ -16,10 +16,30 @@ using sqlite::Connection;
 constexpr sqlite3_int64 kReadVersionOffset = 19; ///< in the file header: what is needed to read the file
 constexpr char kReadVersionWal = 2;
 
-bool hasContent(std::string const& path)
+constexpr off_t kLargestEmptyFile = 1; ///< SQLite takes a file of one byte for an empty one
+
+bool isLargerThan(off_t size, std::string const& path)
 {
     struct stat status = {};
-    return stat(path.c_str(), &status) == 0 && status.st_size > 0;
+    return stat(path.c_str(), &status) == 0 && status.st_size > size;
+}
+
+bool hasContent(std::string const& path)
+{
+    return isLargerThan(0, path);
+}
+
+/// SQLite takes the log beside an empty file for a leftover and removes it, also on a read-only connection.
+void requireNoLogOfEmptyFile(std::string const& path)
+{
+    std::string const log = path + "-wal";
+    if (!isLargerThan(kLargestEmptyFile, path) && hasContent(log))
+    {
+        throw Failure(EMPTIED, path +
+                                   ": it is empty, but its write-ahead log is not, and SQLite would remove that when "
+                                   "it opens the file. Copy '" +
+                                   log + "' into another folder first");
+    }
 }
 
 [[noreturn]] void failWithoutStatus(std::string const& path, int error)
@@ -110,6 +130,7 @@ void requireFile(std::string const& path)
 Connection open(std::string const& path, sqlite::Waiting const& waiting)
 {
     requireFile(path);
+    requireNoLogOfEmptyFile(path);
     Connection connection(path, Connection::READ_ONLY, waiting);
     try
     {

@@ -12,10 +12,11 @@ namespace readOnlyOpening
 
 enum failure_t
 {
-    NO_FILE,       ///< nothing has that name
-    BAD_PATH,      ///< the name is that of something else than a file, or no name at all
-    UNREADABLE,    ///< nothing can be said of what has that name
-    LOG_UNREADABLE ///< a write-ahead log with content cannot be read where nothing can be written
+    NO_FILE,        ///< nothing has that name
+    BAD_PATH,       ///< the name is that of something else than a file, or no name at all
+    UNREADABLE,     ///< nothing can be said of what has that name
+    LOG_UNREADABLE, ///< a write-ahead log with content cannot be read where nothing can be written
+    EMPTIED         ///< nothing is in the file, although its write-ahead log has content
 };
 
 /// Why a file cannot even be looked at.
@@ -37,7 +38,8 @@ private:
 void requireFile(std::string const& path);
 
 /// Opens the file and reads from it, so that SQLite has looked at it and at what lies beside it. A file in
-/// write-ahead-log mode is opened as IMMUTABLE where nothing can be written and its log is empty or missing.
+/// write-ahead-log mode is opened as IMMUTABLE where nothing can be written and its log is empty or missing. An empty
+/// file beside a log with content is not opened: SQLite would remove the log.
 /// Throws Failure and sqlite::Error; SQLITE_READONLY_ROLLBACK means a hot journal.
 sqlite::Connection open(std::string const& path, sqlite::Waiting const& waiting = {});
 

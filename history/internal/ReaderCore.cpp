@@ -20,6 +20,8 @@ int resultOf(readOnlyOpening::failure_t failure)
         return HISTORY_BAD_PATH;
     case readOnlyOpening::LOG_UNREADABLE:
         return HISTORY_LOG_UNREADABLE;
+    case readOnlyOpening::EMPTIED:
+        return HISTORY_DAMAGED;
     case readOnlyOpening::UNREADABLE:
         break;
     }

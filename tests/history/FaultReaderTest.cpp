@@ -120,6 +120,21 @@ TEST_F(FaultReaderTest, SaysWhatToDoWithTheJournalOfACrashedWriter)
     EXPECT_TRUE(folder() == before);
 }
 
+TEST_F(FaultReaderTest, TakesAnEmptiedFileBesideItsLogForDamagedAndSaysHowToKeepTheLog)
+{
+    std::string const emptied = dir.file("emptied.db");
+    {
+        RawDb raw(path);
+        EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
+        raw.exec("INSERT INTO FdbFaultTbl(Description) VALUES('in the log')");
+        writeFile(emptied + "-wal", readFile(path + "-wal"));
+    }
+    writeFile(emptied, "");
+    EXPECT_EQ(reader.open(emptied), HISTORY_DAMAGED);
+    EXPECT_THAT(problem(), StartsWith(emptied + ": it is empty"));
+    EXPECT_THAT(problem(), HasSubstr("Copy '" + emptied + "-wal' into another folder"));
+}
+
 TEST_F(FaultReaderTest, TellsWhyAFileCannotBeOpened)
 {
     std::string const missing = dir.file("missing.db");

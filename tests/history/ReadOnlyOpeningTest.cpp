@@ -41,6 +41,18 @@ protected:
         return "none";
     }
 
+    /// Makes a file whose last fault is in its write-ahead log only; returns its name.
+    std::string makeFileWithLog() const
+    {
+        RawDb raw(path);
+        EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
+        raw.exec("INSERT INTO FdbFaultTbl(Description) VALUES('in the log')");
+        std::string const left = dir.file("left.db");
+        std::filesystem::copy(path, left);
+        std::filesystem::copy(path + "-wal", left + "-wal");
+        return left;
+    }
+
     void putIntoWalMode() const { EXPECT_EQ(RawDb(path).value("PRAGMA journal_mode=WAL"), "wal"); }
 };
 
@@ -138,17 +150,22 @@ TEST_F(ReadOnlyOpening, IsNotImmutableWhereTheLogCanBeUsed)
 
 TEST_F(ReadOnlyOpening, TellsOfALogThatCannotBeReadWhereNothingCanBeWritten)
 {
-    std::string const left = dir.file("left.db");
-    {
-        RawDb raw(path);
-        EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
-        raw.exec("INSERT INTO FdbFaultTbl(Description) VALUES('in the log')");
-        std::filesystem::copy(path, left);
-        std::filesystem::copy(path + "-wal", left + "-wal");
-    }
+    std::string const left = makeFileWithLog();
     ReadOnlyMedium const medium(dir.path());
     WithoutRoot const nobody;
     EXPECT_EQ(failureOf(left).substr(0, 2), std::to_string(readOnlyOpening::LOG_UNREADABLE) + " ");
+}
+
+TEST_F(ReadOnlyOpening, RefusesAnEmptiedFileAndLeavesItsLog)
+{
+    std::string const left = makeFileWithLog();
+    for (std::string const content : {"", "S"}) // For SQLite, a file of one byte is empty, too.
+    {
+        writeFile(left, content);
+        auto const before = folder();
+        EXPECT_EQ(failureOf(left).substr(0, 2), std::to_string(readOnlyOpening::EMPTIED) + " ");
+        EXPECT_TRUE(folder() == before) << content.size();
+    }
 }
 
 TEST_F(ReadOnlyOpening, TellsOfAFileThatMayNotBeRead)
