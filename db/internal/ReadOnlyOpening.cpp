@@ -1,5 +1,7 @@
 #include <db/internal/ReadOnlyOpening.h>
 
+#include <db/internal/Folder.h>
+
 #include <cerrno>
 #include <system_error>
 
@@ -29,10 +31,16 @@ bool hasContent(std::string const& path)
     return isLargerThan(0, path);
 }
 
+/// SQLite keeps the log beside the file that a link leads to.
+std::string logOf(std::string const& path)
+{
+    return folder::withoutLinks(path) + "-wal";
+}
+
 /// SQLite takes the log beside an empty file for a leftover and removes it, also on a read-only connection.
 void requireNoLogOfEmptyFile(std::string const& path)
 {
-    std::string const log = path + "-wal";
+    std::string const log = logOf(path);
     if (!isLargerThan(kLargestEmptyFile, path) && hasContent(log))
     {
         throw Failure(EMPTIED, path +
@@ -75,13 +83,13 @@ bool isLogOutOfReach(Connection const& connection, sqlite::Error const& error)
 
 Connection openImmutable(std::string const& path, sqlite::Waiting const& waiting)
 {
-    if (hasContent(path + "-wal"))
+    if (hasContent(logOf(path)))
     {
         throw Failure(LOG_UNREADABLE, path +
                                           ": faults that belong to it are still in its write-ahead log, which cannot "
-                                          "be read where nothing can be written. Copy it together with '" +
-                                          path +
-                                          "-wal' into another folder, run 'firaim recover' on the copy, and use that");
+                                          "be read where nothing can be written. Copy '" +
+                                          folder::withoutLinks(path) + "' together with '" + logOf(path) +
+                                          "' into another folder, run 'firaim recover' on the copy, and use that");
     }
     Connection connection(path, Connection::IMMUTABLE, waiting);
     touch(connection);
@@ -164,10 +172,11 @@ std::string problemText(std::string const& path, sqlite::Error const& error)
 {
     if (error.code() == SQLITE_READONLY_ROLLBACK)
     {
+        std::string const file = folder::withoutLinks(path);
         return path +
                ": a writer was cut off, and what it left half done must be rolled back before the file can be read, "
-               "which writes to it. Run 'firaim recover' on it; or, to leave it as it is, copy it together with '" +
-               path + "-journal' into another folder and run 'firaim recover' on the copy";
+               "which writes to it. Run 'firaim recover' on it; or, to leave it as it is, copy '" +
+               file + "' together with '" + file + "-journal' into another folder and run 'firaim recover' on the copy";
     }
     return path + ": " + error.what() + adviceFor(error.kind());
 }

@@ -132,7 +132,7 @@ TEST_F(FaultReaderTest, TakesAnEmptiedFileBesideItsLogForDamagedAndSaysHowToKeep
     writeFile(emptied, "");
     EXPECT_EQ(reader.open(emptied), HISTORY_DAMAGED);
     EXPECT_THAT(problem(), StartsWith(emptied + ": it is empty"));
-    EXPECT_THAT(problem(), HasSubstr("Copy '" + emptied + "-wal' into another folder"));
+    EXPECT_THAT(problem(), HasSubstr("/emptied.db-wal' into another folder"));
 }
 
 TEST_F(FaultReaderTest, TellsWhyAFileCannotBeOpened)

@@ -2,7 +2,10 @@
 
 #include "Fixtures.h"
 
+#include <db/internal/Folder.h>
 #include <db/internal/ReadOnlyOpening.h>
+
+#include <gmock/gmock.h>
 
 #include <filesystem>
 
@@ -166,6 +169,39 @@ TEST_F(ReadOnlyOpening, RefusesAnEmptiedFileAndLeavesItsLog)
         EXPECT_EQ(failureOf(left).substr(0, 2), std::to_string(readOnlyOpening::EMPTIED) + " ");
         EXPECT_TRUE(folder() == before) << content.size();
     }
+}
+
+TEST_F(ReadOnlyOpening, LooksForTheLogBesideTheFileThatALinkLeadsTo)
+{
+    std::string const left = makeFileWithLog();
+    TempDir const other;
+    std::string const link = other.file("link.db");
+    ASSERT_EQ(symlink(left.c_str(), link.c_str()), 0);
+    ASSERT_EQ(chmod(other.path().c_str(), 0755), 0);
+    {
+        ReadOnlyMedium const medium(dir.path());
+        WithoutRoot const nobody;
+        std::string const failure = failureOf(link);
+        EXPECT_EQ(failure.substr(0, 2), std::to_string(readOnlyOpening::LOG_UNREADABLE) + " ");
+        EXPECT_THAT(failure, testing::HasSubstr("Copy '" + folder::withoutLinks(left) + "' together with '" +
+                                                folder::withoutLinks(left) + "-wal'"));
+    }
+    writeFile(left, "");
+    auto const before = folder();
+    EXPECT_EQ(failureOf(link).substr(0, 2), std::to_string(readOnlyOpening::EMPTIED) + " ");
+    EXPECT_TRUE(folder() == before);
+}
+
+TEST_F(ReadOnlyOpening, NamesTheJournalBesideTheFileThatALinkLeadsTo)
+{
+    std::string const crashed = makeHotJournal();
+    std::string const link = dir.file("link.db");
+    ASSERT_EQ(symlink(crashed.c_str(), link.c_str()), 0);
+    sqlite::Error const error(nullptr, SQLITE_READONLY_ROLLBACK);
+    std::string const text = readOnlyOpening::problemText(link, error);
+    EXPECT_THAT(text, testing::StartsWith(link + ": a writer was cut off"));
+    EXPECT_THAT(text, testing::HasSubstr("copy '" + folder::withoutLinks(crashed) + "' together with '" +
+                                         folder::withoutLinks(crashed) + "-journal'"));
 }
 
 TEST_F(ReadOnlyOpening, TellsOfAFileThatMayNotBeRead)
