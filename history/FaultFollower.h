@@ -38,12 +38,14 @@ public:
     /// 0.5 s, also with no time to wait.
     ///
     /// HISTORY_OK; HISTORY_END when none came in that time; HISTORY_CANCELLED.
-    /// HISTORY_ROWS_REMOVED, once, when the row at the position is gone or is another one: rows may have been removed
-    /// before they were given. HISTORY_FILE_REPLACED, once, when the history is another one: another file has the name,
-    /// or keys went back; it is followed from its beginning. `lastProblem` tells which.
-    /// HISTORY_BUSY when a writer kept the file locked until the end of the wait.
-    /// HISTORY_NO_FILE, HISTORY_HOT_JOURNAL, HISTORY_DAMAGED and whatever else FaultReader::open gives: once for each
-    /// cause, without further waiting. With any but HISTORY_OK, `fault` is left as it was.
+    /// HISTORY_ROWS_REMOVED, once for each gap, when rows behind the position are missing: they were removed before
+    /// they were read. Keys that another program has left out count as removed; whether the query asks for what is
+    /// missing is not known. Before the first row of a history there is no gap. Also once when the row at the position
+    /// is gone or is another one: rows may have been removed then. HISTORY_FILE_REPLACED, once, when the history is
+    /// another one: another file has the name, or keys went back; it is followed from its beginning. `lastProblem`
+    /// tells which. HISTORY_BUSY when a writer kept the file locked until the end of the wait. HISTORY_NO_FILE,
+    /// HISTORY_HOT_JOURNAL, HISTORY_DAMAGED and whatever else FaultReader::open gives: once for each cause, without
+    /// further waiting. With any but HISTORY_OK, `fault` is left as it was.
     int next(Fault& fault, std::chrono::milliseconds wait);
 
     /// Waits until there may be something for `next` or `nextStatistic`, which then need not wait. HISTORY_OK, also
@@ -58,8 +60,8 @@ public:
     /// HISTORY_OK; HISTORY_END; below 0 as `next`. With any but HISTORY_OK, `statistic` is left as it was.
     int nextStatistic(FaultStatistic& statistic);
 
-    /// Behind the last row that was read, also where the query refused it. What is followed from there goes on exactly
-    /// where this follower is.
+    /// Behind the last row that was read, also where the query refused it, or behind the removed rows that were told of
+    /// since. What is followed from there goes on exactly where this follower is.
     FollowPosition position() const;
 
     /// What the last result that was neither HISTORY_OK nor HISTORY_END means, with the name of the file.

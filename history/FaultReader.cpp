@@ -278,11 +278,20 @@ int FaultReader::newestPosition(FollowPosition& position)
     {
         position = newest.followPosition();
     }
-    else if (result == HISTORY_END)
+    if (result != HISTORY_END)
     {
-        position = {m_core->identity().device, m_core->identity().inode, std::nullopt, std::nullopt};
+        return result;
     }
-    return result == HISTORY_END ? HISTORY_OK : result;
+    try
+    {
+        // Behind what was removed, so that a follower can tell what is removed from now on.
+        position = {m_core->identity().device, m_core->identity().inode, m_core->largestFaultKey(), std::nullopt};
+        return HISTORY_OK;
+    }
+    catch (...)
+    {
+        return m_core->fail();
+    }
 }
 
 bool FaultReader::isImmutable() const

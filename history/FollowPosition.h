@@ -19,7 +19,7 @@ struct FIRAIM_EXPORT FollowPosition
 {
     std::uint64_t device = 0;             ///< of the file, as stat tells it; 0 with `inode` 0: of any file
     std::uint64_t inode = 0;              ///< as `device`
-    std::optional<std::int64_t> key;      ///< of the last row; none before the first
+    std::optional<std::int64_t> key;      ///< of the last row, also where that is gone; none before the first
     std::optional<std::uint64_t> rowHash; ///< FNV-1a of the cells of that row; none when it is known to be gone
 
     /// One line of printable ASCII without blanks.

@@ -50,7 +50,11 @@ int FaultFollower::Core::take(Fault& fault)
 {
     for (;;)
     {
-        while (m_rows.advance())
+        if (std::optional<std::int64_t> const last = lastRemoved())
+        {
+            return passRemoved(*last);
+        }
+        if (m_rows.advance())
         {
             m_position.key = m_rows.key();
             m_isHashDue = true;
@@ -60,6 +64,7 @@ int FaultFollower::Core::take(Fault& fault)
                 fault = decoded;
                 return HISTORY_OK;
             }
+            continue;
         }
         m_position = position();
         m_isHashDue = false;
@@ -72,7 +77,38 @@ int FaultFollower::Core::take(Fault& fault)
     }
 }
 
-/// Reads the rows behind the position. HISTORY_OK when there are any; else as `take`.
+/// The largest key of the rows that are missing between the position and the next row, or behind the last row; none
+/// unless some are. Keys have no gaps of their own: a transaction that is rolled back gives its keys back.
+std::optional<std::int64_t> FaultFollower::Core::lastRemoved() const
+{
+    if (!m_position.key)
+    {
+        return std::nullopt; // What a history begins with is not known.
+    }
+    RowCursor::State const& rows = *m_rows.m_state;
+    if (!rows.hasNext())
+    {
+        return m_largestKey && *m_largestKey > *m_position.key ? m_largestKey : std::nullopt;
+    }
+    std::int64_t const next = rows.batch.key(rows.at);
+    // In a damaged file, the next key may be smaller.
+    return next > *m_position.key && next - 1 > *m_position.key ? std::optional(next - 1) : std::nullopt;
+}
+
+/// Moves the position on to the removed row with the key `last`, and tells of what is passed.
+int FaultFollower::Core::passRemoved(std::int64_t last)
+{
+    std::int64_t const first = *m_position.key + 1;
+    m_position.key = last;
+    m_position.rowHash.reset();
+    m_isHashDue = false;
+    std::string const which = first == last ? "row " + std::to_string(last) + " was removed before it was read"
+                                            : "rows " + std::to_string(first) + " to " + std::to_string(last) +
+                                                  " were removed before they were read";
+    return tell(HISTORY_ROWS_REMOVED, m_path + ": " + which);
+}
+
+/// Reads the rows behind the position. HISTORY_OK when there is anything to give or to tell; else as `take`.
 int FaultFollower::Core::look()
 {
     std::optional<fileIdentity_t> const identity = identityOf(m_path);
@@ -124,10 +160,15 @@ int FaultFollower::Core::lookClosely()
     range.first = m_position.key.value_or(range.first);
     rows.restart(range);
     m_isMore = false;
+    m_largestKey.reset();
     try
     {
         rows.fetch();
         m_isMore = !rows.isDone;
+        if (rows.isDone)
+        {
+            m_largestKey = m_core->largestFaultKey();
+        }
     }
     catch (sqlite::Error const&)
     {
@@ -143,7 +184,7 @@ int FaultFollower::Core::lookClosely()
     {
         return result;
     }
-    return rows.hasNext() ? HISTORY_OK : HISTORY_END;
+    return rows.hasNext() || lastRemoved() ? HISTORY_OK : HISTORY_END;
 }
 
 /// Sees whether what was read goes on from the position, and leaves out the row that was given. HISTORY_OK or what has
@@ -171,11 +212,19 @@ int FaultFollower::Core::compare()
     m_position.device = m_core->identity().device;
     m_position.inode = m_core->identity().inode;
     rows.at = isRowThere ? 1 : 0;
+    if (!m_position.key && !rows.hasNext())
+    {
+        m_position.key = m_largestKey; // Without a row, it is known which one comes next.
+    }
     if (!m_position.rowHash || isRowSame)
     {
         return HISTORY_OK;
     }
     m_position.rowHash = hash;
+    if (std::optional<std::int64_t> const last = lastRemoved())
+    {
+        return passRemoved(*last); // Told together.
+    }
     return tell(HISTORY_ROWS_REMOVED, m_path + ": rows were removed, or changed, where it was followed");
 }
 
@@ -297,7 +346,7 @@ bool FaultFollower::Core::hasMore() const
 {
     // A file that was never looked at, unless something is in the way.
     bool const isNew = !m_version && m_told == HISTORY_OK && !m_wasBusy;
-    return m_rows.m_state->hasNext() || !m_changed.empty() || m_isMore || isNew;
+    return m_rows.m_state->hasNext() || lastRemoved() || !m_changed.empty() || m_isMore || isNew;
 }
 
 bool FaultFollower::Core::waitForChange(milliseconds longest)

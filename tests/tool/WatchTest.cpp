@@ -244,6 +244,18 @@ TEST_F(Watching, BeginsAnewWhereTheContentWasReplaced)
     EXPECT_THAT(watch.errors, HasSubstr("its content was replaced"));
 }
 
+TEST_F(Watching, SaysOnceWhichRowsWereRemovedBeforeTheyWereRead)
+{
+    ToolProcess watch({"watch", path, "--last", "1"});
+    EXPECT_TRUE(watch.readLine());
+    RawDb(path).exec("BEGIN; INSERT INTO FdbFaultTbl(FaultCode, Status) VALUES(1025, 'ErrorActive'), (1025, "
+                     "'ErrorActive'), (1025, 'ErrorActive'); DELETE FROM FdbFaultTbl WHERE EntryId IN (4, 5); COMMIT");
+    EXPECT_THAT(watch.readLine().value_or(""), HasSubstr("  fault 6  "));
+    watch.signal(SIGINT);
+    EXPECT_EQ(watch.finish(), 0);
+    EXPECT_EQ(watch.errors, "firaim: " + path + ": rows 4 to 5 were removed before they were read\n");
+}
+
 TEST_F(Watching, EndsWhenItsReaderHasGone)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
