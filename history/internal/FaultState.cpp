@@ -8,7 +8,7 @@ namespace firaim
 namespace
 {
 
-/// Rows that are read before others get at the file: some milliseconds.
+/// Rows that are read in one piece: some milliseconds.
 constexpr std::int64_t kRowsInBatch = 10000;
 
 /// Ends the run of a statement, however its reader ends.
@@ -110,11 +110,9 @@ void FaultState::refresh()
     {
         forgetSources(); // Keys may have begun anew, or an older row may be the newest of its triple.
     }
-    if (m_areSourcesKnown)
+    if (m_areSourcesKnown && !(readNewRows() && areActiveRowsThere()))
     {
-        bool isAtEnd = false;
-        readNewRows(std::nullopt, isAtEnd);
-        verifySources();
+        forgetSources(); // Reading them anew takes long: not here, where others may have to wait for it.
     }
     m_seenVersion = version;
 }
@@ -132,20 +130,18 @@ void FaultState::readStatistics()
 
 void FaultState::loadSources()
 {
-    bool isAtEnd = m_areSourcesKnown;
-    while (!isAtEnd)
+    while (!m_areSourcesKnown)
     {
-        readNewRows(kRowsInBatch, isAtEnd);
+        m_areSourcesKnown = readNewRows();
     }
-    m_areSourcesKnown = true;
     m_seenKeyBefore = m_seenKey;
 }
 
-/// Takes the rows behind the last one seen into account.
-void FaultState::readNewRows(std::optional<std::int64_t> rowLimit, bool& isAtEnd)
+/// Takes a batch of the rows behind the last one seen into account; returns whether it was the last one.
+bool FaultState::readNewRows()
 {
     std::int64_t rows = 0;
-    m_readRows.bind(1, m_seenKey).bind(2, rowLimit.value_or(-1));
+    m_readRows.bind(1, m_seenKey).bind(2, kRowsInBatch);
     ResetAtEnd const end(m_readRows);
     while (m_readRows.step())
     {
@@ -156,7 +152,7 @@ void FaultState::readNewRows(std::optional<std::int64_t> rowLimit, bool& isAtEnd
             isActive ? std::optional(key) : std::nullopt);
         m_seenKey = key;
     }
-    isAtEnd = !rowLimit || rows < *rowLimit;
+    return rows < kRowsInBatch;
 }
 
 bool FaultState::isLastSeenRowThere()
@@ -171,24 +167,20 @@ bool FaultState::isLastSeenRowThere()
     return isThere;
 }
 
-/// Somebody else may have removed or rewritten the rows that made triples active.
-void FaultState::verifySources()
+/// Whether the rows that made triples active are as they were: somebody else may have removed or rewritten them.
+bool FaultState::areActiveRowsThere()
 {
-    std::vector<std::pair<std::uint32_t, source_t>> changed;
     for (auto const& [code, sources] : m_active)
     {
         for (auto const& [source, key] : sources)
         {
             if (!isActiveRow(key, code, source))
             {
-                changed.emplace_back(code, source);
+                return false;
             }
         }
     }
-    for (auto const& [code, source] : changed)
-    {
-        set(code, source, newestIfActive(code, source));
-    }
+    return true;
 }
 
 bool FaultState::isActiveRow(std::int64_t key, std::uint32_t code, source_t const& source)
@@ -200,24 +192,6 @@ bool FaultState::isActiveRow(std::int64_t key, std::uint32_t code, source_t cons
                          decodedText(m_readRows, 4) == m_activeWord;
     m_readRows.reset();
     return isThere;
-}
-
-/// The key of the newest row of a triple, when that is active.
-std::optional<std::int64_t> FaultState::newestIfActive(std::uint32_t code, source_t const& source)
-{
-    BoundTable const& faults = m_faults.bound();
-    sqlite::Statement row = m_connection->prepare(
-        "SELECT " + faults.key() + ',' + rowColumns() + " FROM " + faults.name() + " WHERE " +
-        faults.column(FdbSqlFaultTbl::kFaultCodeColumn) + " = ?1 ORDER BY " + faults.key() + " DESC");
-    row.bind(1, static_cast<std::int64_t>(code));
-    while (row.step())
-    {
-        if (decodedText(row, 2) == source.first && decodedText(row, 3) == source.second)
-        {
-            return decodedText(row, 4) == m_activeWord ? std::optional(row.integer(0)) : std::nullopt;
-        }
-    }
-    return std::nullopt;
 }
 
 FaultStatistic& FaultState::statistic(std::uint32_t code)

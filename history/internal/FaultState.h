@@ -51,11 +51,13 @@ public:
     /// Forgets what was read: it belongs to another file.
     void forget();
 
-    /// Brings what is remembered up to what others have written.
+    /// Brings what is remembered up to what others have written. Reads a bounded number of faults: where that is not
+    /// enough to tell which triples are active, they are known no longer.
     void refresh();
 
     /// Makes sure that the active triples are known. Called outside a transaction, it lets go of the file now and then,
-    /// as it may read all faults.
+    /// as it may read all faults; `refresh`, in the transaction, then takes what others have written meanwhile into
+    /// account.
     void loadSources();
     bool areSourcesKnown() const { return m_areSourcesKnown; }
 
@@ -103,10 +105,9 @@ private:
     void forgetSources();
     void readStatistics();
     bool isLastSeenRowThere();
-    void readNewRows(std::optional<std::int64_t> rowLimit, bool& isAtEnd);
-    void verifySources();
+    bool readNewRows();
+    bool areActiveRowsThere();
     void set(std::uint32_t code, sourceView_t const& source, std::optional<std::int64_t> key);
-    std::optional<std::int64_t> newestIfActive(std::uint32_t code, source_t const& source);
     bool isActiveRow(std::int64_t key, std::uint32_t code, source_t const& source);
     std::string rowColumns() const;
 

@@ -22,6 +22,8 @@ constexpr int kInstructionsPerLook = 10000;
 /// How long the processor may work on one group. Only triggers that the file brings along take that long.
 constexpr std::chrono::seconds kLongestWork(5);
 constexpr int kDamagesToBelieve = 2;
+/// How often the active triples are read in pieces that let others in.
+constexpr int kMostReadings = 3;
 
 std::chrono::nanoseconds processorTime()
 {
@@ -167,6 +169,7 @@ void GroupWriter::recordIncident(sqlite::Connection const& connection, std::stri
     {
         m_rows.connect(connection);
         sqlite::Transaction transaction(connection, "BEGIN");
+        m_rows.prepare({&request});
         m_rows.write({&request});
         transaction.commit();
     }
@@ -207,9 +210,12 @@ void GroupWriter::begin(patience_t patience, bool needsSources)
         waitFor(patience);
         if (needsSources)
         {
-            m_rows.loadSources();
+            beginWithSources();
         }
-        m_begin.run();
+        else
+        {
+            m_begin.run();
+        }
     }
     catch (sqlite::Error const& error)
     {
@@ -221,6 +227,32 @@ void GroupWriter::begin(patience_t patience, bool needsSources)
         }
         throw failure;
     }
+}
+
+/// Begins the transaction when it is known which triples are active. Others can change that after the reading of it,
+/// which then begins anew. When that does not come to an end, they are read inside the transaction.
+void GroupWriter::beginWithSources()
+{
+    for (int reading = 0; reading < kMostReadings; ++reading)
+    {
+        m_rows.loadSources();
+        m_begin.run();
+        try
+        {
+            if (m_rows.refresh())
+            {
+                return;
+            }
+        }
+        catch (std::exception const&)
+        {
+            rollBack(); // Others need not wait for the next try.
+            throw;
+        }
+        m_rows.rolledBack();
+        m_connection->run("ROLLBACK");
+    }
+    m_begin.run();
 }
 
 int GroupWriter::onProgress(void* self)
@@ -270,6 +302,7 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, patience_t pati
     }
     catch (sqlite::Error const& error)
     {
+        bool const wasWriting = m_isWriting;
         bool const wasPruning = m_isPruning;
         rollBack();
         if (wasPruning)
@@ -287,7 +320,7 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, patience_t pati
             Failure const failure(m_path, error);
             noteDamage(failure.result(), error.what());
             fail(group, failure);
-            group.front()->isRefusedByFile = !concernsAll(error);
+            group.front()->isRefusedByFile = wasWriting && !concernsAll(error);
         }
         else
         {
@@ -354,7 +387,8 @@ void GroupWriter::writeEachAlone(std::vector<Request*> const& group, patience_t 
 
 void GroupWriter::writeTogether(std::vector<Request*> const& group)
 {
-    m_writeBegin = processorTime();
+    m_rows.prepare(group);
+    m_writeBegin = processorTime(); // What is read for the group is not the work of triggers.
     m_isWriting = true;
     m_rows.write(group);
     if (!m_isPruningOff && !m_isPruningTooSlow)

@@ -50,6 +50,7 @@ private:
     bool setAsideNow(sqlite::Waiting const& waiting);
     void recordIncident(sqlite::Connection const& connection, std::string const& text);
     void disconnect();
+    void beginWithSources();
     void waitFor(patience_t patience) const;
 
     void tryToWrite(std::vector<Request*> const& group, patience_t patience);

@@ -80,15 +80,24 @@ void RowWriter::chooseTimeUnit()
     }
 }
 
-void RowWriter::write(std::vector<Request*> const& group)
+bool RowWriter::refresh()
+{
+    m_state.refresh();
+    return m_state.areSourcesKnown();
+}
+
+void RowWriter::prepare(std::vector<Request*> const& group)
 {
     m_rows.clear();
-    m_state.refresh();
-    if (!m_state.areSourcesKnown() &&
+    if (!refresh() &&
         std::any_of(group.begin(), group.end(), [&](Request const* request) { return needsSources(*request); }))
     {
         m_state.loadSources();
     }
+}
+
+void RowWriter::write(std::vector<Request*> const& group)
+{
     for (Request* const request : group)
     {
         request->keys.clear();

@@ -37,6 +37,11 @@ public:
     /// Whether a request can only be decided when the active triples are known. Any thread may ask.
     bool needsSources(Request const& request) const { return m_retention.isOn() || request.needsSources(); }
 
+    /// Brings what is remembered up to what others have written, inside a transaction; returns whether it is known
+    /// which triples are active.
+    bool refresh();
+    /// Reads what `write` has to know, inside its transaction.
+    void prepare(std::vector<Request*> const& group);
     /// Writes what the requests ask for and sets their receipts, as if the transaction were committed.
     void write(std::vector<Request*> const& group);
     /// Removes old rows, as many as the rows just written call for.

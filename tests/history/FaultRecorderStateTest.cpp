@@ -289,6 +289,39 @@ TEST_F(FaultRecorderStateTest, RemovedStatisticIsBegunAnew)
     EXPECT_EQ(statistic(1, "OccurenceCnt || FaultActive"), "1active");
 }
 
+// A look through the table for each of the triples would take longer than a group may.
+TEST_F(FaultRecorderStateTest, EventIsStoredAfterTheRowsOfManyActiveTriplesWereRemoved)
+{
+    std::vector<FaultEvent> events;
+    for (int i = 0; i < 4000; ++i)
+    {
+        events.push_back(eventOf(1, "m" + std::to_string(i)));
+    }
+    std::vector<Receipt> receipts;
+    ASSERT_EQ(recorder.recordAll(events, receipts), HISTORY_OK);
+    ASSERT_EQ(recorder.raise(events.front()).result, HISTORY_UNCHANGED);
+    exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 60000) INSERT INTO "
+         "FdbFaultTbl(FaultCode, ModuleName, Parameter, Status) SELECT 1, 'foreign', 'p', 'ErrorInactive' FROM n");
+    ASSERT_EQ(recorder.record(eventOf(2)).result, HISTORY_OK);
+    ASSERT_EQ(clear(1), HISTORY_UNCHANGED);
+    exec("DELETE FROM FdbFaultTbl WHERE EntryId <= 3999");
+    EXPECT_EQ(recorder.record(eventOf(2)).result, HISTORY_OK) << recorder.lastProblem();
+    EXPECT_EQ(recorder.clear(events.front()).result, HISTORY_UNCHANGED) << recorder.lastProblem();
+    EXPECT_EQ(recorder.raise(events.back()).result, HISTORY_UNCHANGED) << "its row is there";
+    EXPECT_EQ(recorder.raise(events.front()).result, HISTORY_OK) << recorder.lastProblem();
+}
+
+TEST_F(FaultRecorderStateTest, MoreForeignRowsThanAreReadInOnePieceCount)
+{
+    ASSERT_EQ(raise(1), HISTORY_OK);
+    exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 25000) INSERT INTO "
+         "FdbFaultTbl(FaultCode, ModuleName, Parameter, Status) SELECT 3, 'foreign', i % 100, 'ErrorActive' FROM n");
+    insertForeign(1, "m", FAULT_INACTIVE);
+    EXPECT_EQ(clear(1), HISTORY_UNCHANGED);
+    EXPECT_EQ(recorder.raise(eventOf(3, "foreign", "99")).result, HISTORY_UNCHANGED);
+    EXPECT_EQ(raise(1), HISTORY_OK);
+}
+
 TEST_F(FaultRecorderStateTest, CellsThatAreNullAreTextsOfTheirOwn)
 {
     exec("INSERT INTO FdbFaultTbl(FaultCode, Status) VALUES(1, 'ErrorActive')");
