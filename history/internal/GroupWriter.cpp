@@ -255,14 +255,11 @@ void GroupWriter::beginWithSources()
     m_begin.run();
 }
 
+/// Ends what takes too long. What is read waits for nobody and comes to an end, so it is done even when cancelled.
 int GroupWriter::onProgress(void* self)
 {
     auto const* const writer = static_cast<GroupWriter*>(self);
-    if (!writer->m_isWriting)
-    {
-        return writer->m_options.isCancelled != nullptr && writer->m_options.isCancelled() ? 1 : 0;
-    }
-    return processorTime() - writer->m_writeBegin > kLongestWork ? 1 : 0;
+    return writer->m_isWriting && processorTime() - writer->m_writeBegin > kLongestWork ? 1 : 0;
 }
 
 void GroupWriter::write(std::vector<Request*> const& group, patience_t patience)

@@ -161,17 +161,16 @@ TEST_F(FaultRecorderLockTest, WaitingOpenEndsWhenItIsCancelled)
     EXPECT_EQ(recorder.open(path, m_options), HISTORY_OK);
 }
 
-TEST_F(FaultRecorderLockTest, ReadingOfManyRowsEndsWhenItIsCancelled)
+TEST_F(FaultRecorderLockTest, ReadingOfManyRowsIsDoneThoughItIsCancelled)
 {
     createWithFacade();
     exec("INSERT INTO FdbFaultTbl(FaultCode, Status) WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c "
          "WHERE x < 5000) SELECT x, 'ErrorActive' FROM c");
     open(m_options);
     Waiters::cancel();
-    EXPECT_EQ(recorder.raise(eventOf(10000)).result, HISTORY_CANCELLED);
-    Waiters::reset();
-    EXPECT_EQ(recorder.raise(eventOf(10000)).result, HISTORY_OK);
+    EXPECT_EQ(recorder.raise(eventOf(10000)).result, HISTORY_OK) << "there is nobody to wait for";
     EXPECT_EQ(recorder.raise(eventOf(5000, "n/a", "n/a")).result, HISTORY_UNCHANGED);
+    Waiters::reset();
 }
 
 TEST_F(FaultRecorderLockTest, ProcessesThatCreateAtOnceShareOneDatabase)
