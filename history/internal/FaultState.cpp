@@ -1,5 +1,7 @@
 #include <history/internal/FaultState.h>
 
+#include <history/internal/ResetAtEnd.h>
+
 #include <algorithm>
 
 namespace firaim
@@ -10,19 +12,6 @@ namespace
 
 /// Rows that are read in one piece: some milliseconds.
 constexpr std::int64_t kRowsInBatch = 10000;
-
-/// Ends the run of a statement, however its reader ends.
-class ResetAtEnd
-{
-public:
-    explicit ResetAtEnd(sqlite::Statement& statement) : m_statement(statement) {}
-    ~ResetAtEnd() { m_statement.reset(); }
-    ResetAtEnd(ResetAtEnd const&) = delete;
-    ResetAtEnd& operator=(ResetAtEnd const&) = delete;
-
-private:
-    sqlite::Statement& m_statement;
-};
 
 /// A text cell as the library decodes it.
 std::string_view decodedText(sqlite::Statement const& row, int column)
@@ -162,9 +151,8 @@ bool FaultState::isLastSeenRowThere()
         return true;
     }
     m_readRows.bind(1, m_seenKey - 1).bind(2, std::int64_t(1));
-    bool const isThere = m_readRows.step() && m_readRows.integer(0) == m_seenKey;
-    m_readRows.reset();
-    return isThere;
+    ResetAtEnd const end(m_readRows);
+    return m_readRows.step() && m_readRows.integer(0) == m_seenKey;
 }
 
 /// Whether the rows that made triples active are as they were: somebody else may have removed or rewritten them.
@@ -186,12 +174,10 @@ bool FaultState::areActiveRowsThere()
 bool FaultState::isActiveRow(std::int64_t key, std::uint32_t code, source_t const& source)
 {
     m_readRows.bind(1, key - 1).bind(2, std::int64_t(1));
-    bool const isThere = m_readRows.step() && m_readRows.integer(0) == key &&
-                         static_cast<std::uint32_t>(m_readRows.integer(1)) == code &&
-                         decodedText(m_readRows, 2) == source.first && decodedText(m_readRows, 3) == source.second &&
-                         decodedText(m_readRows, 4) == m_activeWord;
-    m_readRows.reset();
-    return isThere;
+    ResetAtEnd const end(m_readRows);
+    return m_readRows.step() && m_readRows.integer(0) == key &&
+           static_cast<std::uint32_t>(m_readRows.integer(1)) == code && decodedText(m_readRows, 2) == source.first &&
+           decodedText(m_readRows, 3) == source.second && decodedText(m_readRows, 4) == m_activeWord;
 }
 
 FaultStatistic& FaultState::statistic(std::uint32_t code)

@@ -25,6 +25,19 @@ constexpr int kDamagesToBelieve = 2;
 /// How often the active triples are read in pieces that let others in.
 constexpr int kMostReadings = 3;
 
+/// Sets a flag for as long as it lives.
+class SetMeanwhile
+{
+public:
+    explicit SetMeanwhile(bool& flag) : m_flag(flag) { m_flag = true; }
+    ~SetMeanwhile() { m_flag = false; }
+    SetMeanwhile(SetMeanwhile const&) = delete;
+    SetMeanwhile& operator=(SetMeanwhile const&) = delete;
+
+private:
+    bool& m_flag;
+};
+
 std::chrono::nanoseconds processorTime()
 {
     timespec time = {};
@@ -344,7 +357,7 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, patience_t pati
 /// Pruning has ended the transaction; it must not keep the group from being stored.
 void GroupWriter::writeWithoutPruning(std::vector<Request*> const& group, patience_t patience)
 {
-    m_isPruningOff = true;
+    SetMeanwhile const noPruning(m_isPruningOff);
     try
     {
         begin(patience, false);
@@ -354,7 +367,6 @@ void GroupWriter::writeWithoutPruning(std::vector<Request*> const& group, patien
     {
         fail(group, failure);
     }
-    m_isPruningOff = false;
 }
 
 /// One of the group cannot be stored; it must not keep the others from it.

@@ -1,8 +1,9 @@
 #include <history/internal/Retention.h>
 
+#include <history/internal/ResetAtEnd.h>
+
 #include <algorithm>
 #include <string>
-#include <vector>
 
 namespace firaim
 {
@@ -51,13 +52,7 @@ std::uint64_t Retention::prune(FaultState const& state, std::int64_t newestKey, 
         removed += remove(*spared) ? 1 : 0;
         spared = m_spared.erase(spared);
     }
-    std::vector<std::int64_t> candidates;
-    m_candidates.bind(1, m_examined).bind(2, limit).bind(3, most - tries);
-    while (m_candidates.step())
-    {
-        candidates.push_back(m_candidates.integer(0));
-    }
-    for (std::int64_t const candidate : candidates)
+    for (std::int64_t const candidate : candidates(limit, most - tries))
     {
         m_examined = candidate;
         if (isNeeded(candidate))
@@ -70,6 +65,19 @@ std::uint64_t Retention::prune(FaultState const& state, std::int64_t newestKey, 
         }
     }
     return removed;
+}
+
+/// The keys of up to `most` old rows that were not looked at yet.
+std::vector<std::int64_t> Retention::candidates(std::int64_t limit, std::int64_t most)
+{
+    std::vector<std::int64_t> keys;
+    m_candidates.bind(1, m_examined).bind(2, limit).bind(3, most);
+    ResetAtEnd const end(m_candidates);
+    while (m_candidates.step())
+    {
+        keys.push_back(m_candidates.integer(0));
+    }
+    return keys;
 }
 
 bool Retention::remove(std::int64_t key)

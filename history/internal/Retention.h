@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <limits>
 #include <set>
+#include <vector>
 
 namespace firaim
 {
@@ -31,6 +32,7 @@ public:
     void rolledBack();
 
 private:
+    std::vector<std::int64_t> candidates(std::int64_t limit, std::int64_t most);
     bool remove(std::int64_t key);
 
     static constexpr std::int64_t kBeforeAllKeys = std::numeric_limits<std::int64_t>::min();

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 namespace
 {
@@ -123,6 +124,44 @@ TEST_F(RecorderFaultTest, RecorderWithoutMemoryReportsWhatTheFileHolds)
     failEach(FailingMemory::plan(FailingMemory::OPERATOR_NEW), FaultPlan::UNTIL_CLEARED, kStride);
     std::printf("recorder faults: operator new     %u allocations failed, %u tolerated\n", m_faults, m_tolerated);
     EXPECT_GT(m_faults, 0U);
+}
+
+TEST_F(RecorderFaultTest, RecorderWithoutMemoryWhilePruningPrunesOnAndKeepsNobodyOut)
+{
+    FaultPlan& plan = FailingMemory::plan(FailingMemory::OPERATOR_NEW);
+    firaim::FaultEvent event;
+    event.code = 7;
+    event.codeName = "name";
+    event.module = "module";
+    firaim::RecorderOptions options;
+    options.keepNewest = 10;
+    unsigned int fired = 1;
+    for (unsigned int n = 1; fired != 0 && !HasFailure(); ++n)
+    {
+        SCOPED_TRACE("failure " + std::to_string(n));
+        TempDir const dir;
+        std::string const path = dir.file("faults.db");
+        firaim::FaultRecorder recorder;
+        ASSERT_EQ(recorder.open(path), firaim::HISTORY_OK);
+        std::vector<firaim::Receipt> receipts;
+        ASSERT_EQ(recorder.recordAll(std::vector<firaim::FaultEvent>(100, event), receipts), firaim::HISTORY_OK);
+        ASSERT_EQ(recorder.close(), firaim::HISTORY_OK);
+        ASSERT_EQ(recorder.open(path, options), firaim::HISTORY_OK);
+        ASSERT_EQ(recorder.record(event).result, firaim::HISTORY_OK);
+        plan.arm(n, FaultPlan::ONCE);
+        plan.resume();
+        static_cast<void>(recorder.record(event)); // What it reports, the tests above look at.
+        plan.pause();
+        plan.clear();
+        fired = plan.fired();
+        {
+            RawDb other(path);
+            other.exec("UPDATE FdbVersionTbl SET Version = Version");
+        }
+        std::uint64_t const pruned = recorder.counters().pruned;
+        EXPECT_EQ(recorder.record(event).result, firaim::HISTORY_OK) << recorder.lastProblem();
+        EXPECT_GT(recorder.counters().pruned, pruned);
+    }
 }
 
 } // namespace
