@@ -36,7 +36,8 @@ enum historyResult_t : int
     HISTORY_REFUSED = -6,
     /// Another process kept the file locked for as long as was waited; nothing of it is stored.
     HISTORY_BUSY = -7,
-    /// The storage failed in the last steps of a commit, and the file cannot be read to see what became of it.
+    /// The storage failed in the last steps of a commit. The file cannot be read to see what became of it, or what is
+    /// found there cannot be made sure of.
     HISTORY_UNKNOWN = -8,
     /// Another program's file. It is left as it is.
     HISTORY_FOREIGN_FILE = -9,

@@ -221,6 +221,10 @@ void GroupWriter::begin(patience_t patience, bool needsSources)
     try
     {
         waitFor(patience);
+        if (m_isSyncInDoubt)
+        {
+            makeDurable();
+        }
         if (needsSources)
         {
             beginWithSources();
@@ -284,6 +288,7 @@ void GroupWriter::write(std::vector<Request*> const& group, patience_t patience)
     catch (std::bad_alloc const&)
     {
         // Memory was short for dealing with a failure, too. Closing rolls back.
+        m_isSyncInDoubt = m_isSyncInDoubt || m_isCommitting;
         disconnect();
         m_rows.forget();
         m_isWriting = false;
@@ -431,12 +436,13 @@ void GroupWriter::commit(std::vector<Request*> const& group)
     m_damagesSeen = 0;
 }
 
-/// After a commit that failed: what the file says decides. Storage that fails in the last steps of a commit may have
-/// stored it.
+/// After a commit that failed: what the file says decides, once that is known to be on the storage. Storage that fails
+/// in the last steps of a commit may have stored it.
 void GroupWriter::settle(std::vector<Request*> const& group, sqlite::Error const& error)
 {
     Failure const failure(m_path, error);
     noteDamage(failure.result(), error.what());
+    m_isSyncInDoubt = true;
     RowWriter::outcome_t outcome = m_rows.outcome();
     rollBack();
     disconnect();
@@ -445,9 +451,11 @@ void GroupWriter::settle(std::vector<Request*> const& group, sqlite::Error const
         bool const isAnew = connect(lockWait::kPatience);
         if (!isAnew && m_rows.isStored(outcome))
         {
+            makeDurable();
             m_rows.foundStored(std::move(outcome));
             return;
         }
+        m_isSyncInDoubt = false;
         fail(group, failure);
     }
     catch (std::exception const& problem)
@@ -458,8 +466,37 @@ void GroupWriter::settle(std::vector<Request*> const& group, sqlite::Error const
             request->doubtfulKey = request->keys.empty() ? 0 : static_cast<std::int64_t>(request->keys.front());
         }
         fail(group, Failure(HISTORY_UNKNOWN,
-                            failure.text() + "; and whether it was stored cannot be read: " + problem.what()));
+                            failure.text() + "; and whether it is on the storage is not known: " + problem.what()));
     }
+}
+
+/// Puts on the storage what a commit has left in the file although its synchronising failed. Until then, the rows can
+/// be read, and a power cut can take them: after a failure the system takes the pages for written, and synchronising
+/// once more passes over them. So all that the failed call was to write is written anew. Throws sqlite::Error.
+///
+/// - With a rollback journal, rows are only found when the database was synchronised and the journal's header zeroed;
+///   what is missing is the zeroed header. Any commit that changes a page writes the header, zeroes it again and
+///   synchronises both.
+/// - In a write-ahead log a lost frame makes all later ones worthless. A checkpoint copies the frames into the
+/// database,
+///   synchronises that and empties the log; the commit then begins the log anew, under a new salt, and synchronises it.
+///
+/// The page that is changed is the first one: it gets the user version that it has. Rewriting a row with its own values
+/// would change no page, and SQLite then writes nothing.
+void GroupWriter::makeDurable()
+{
+    {
+        sqlite::Statement checkpoint = m_connection->prepare("PRAGMA wal_checkpoint(TRUNCATE)");
+        if (checkpoint.step() && checkpoint.integer(0) != 0)
+        {
+            throw sqlite::Error(nullptr, SQLITE_BUSY); // Somebody reads what is in the log.
+        }
+    }
+    std::string const version = "PRAGMA user_version";
+    sqlite::Transaction transaction(*m_connection, "BEGIN IMMEDIATE");
+    m_connection->run(version + '=' + std::to_string(m_connection->number(version)));
+    transaction.commit();
+    m_isSyncInDoubt = false;
 }
 
 void GroupWriter::rollBack()

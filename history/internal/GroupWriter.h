@@ -61,6 +61,7 @@ private:
     void commit(std::vector<Request*> const& group);
     void rollBack();
     void settle(std::vector<Request*> const& group, sqlite::Error const& error);
+    void makeDurable();
     void fail(std::vector<Request*> const& group, Failure const& failure);
 
     static int onProgress(void* self);
@@ -81,6 +82,9 @@ private:
     std::chrono::nanoseconds m_writeBegin{}; ///< processor time of this thread
     bool m_isWriting = false;
     bool m_isCommitting = false; ///< from here on, a failure does not say that nothing was stored
+    /// A commit has failed, and what it left in the file may be in the system's memory alone. Nothing is written or
+    /// acknowledged before that is mended.
+    bool m_isSyncInDoubt = false;
 };
 
 } // namespace firaim

@@ -19,6 +19,7 @@ public:
         m_left = n;
         m_persistence = persistence;
         m_fired = 0;
+        m_passed = 0;
     }
 
     void clear() { m_left = 0; }
@@ -28,26 +29,31 @@ public:
     /// Asked by each call that could fail: whether this one does.
     bool strikes()
     {
-        if (!m_isCounting || m_left == 0)
+        if (!m_isCounting)
         {
             return false;
         }
-        if (m_left > 1)
+        if (m_left != 1)
         {
-            --m_left;
+            m_left -= m_left == 0 ? 0 : 1;
+            m_passed += m_fired != 0 ? 1 : 0;
             return false;
         }
         m_left = m_persistence == ONCE ? 0 : 1;
         ++m_fired;
+        m_passed = 0;
         return true;
     }
 
     /// How many calls have failed since `arm`.
     unsigned int fired() const { return m_fired; }
+    /// How many counted calls have not failed since the last one that has.
+    unsigned int passedAfterFailure() const { return m_passed; }
 
 private:
     unsigned int m_left = 0;
     unsigned int m_fired = 0;
+    unsigned int m_passed = 0;
     persistence_t m_persistence = ONCE;
     bool m_isCounting = false;
 };

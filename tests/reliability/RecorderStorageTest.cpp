@@ -157,6 +157,100 @@ TEST_F(RecorderStorageTest, IncidentOfAResetThatFailedIsForgotten)
     EXPECT_GT(failures, 0U);
 }
 
+/// Synchronising fails. The parameter: whether the file is in write-ahead-log mode.
+class RecorderSyncTest : public RecorderStorageTest, public testing::WithParamInterface<bool>
+{
+protected:
+    /// Opens a new file, with one fault of code 1.
+    void openNew(FaultRecorder& recorder, RecorderOptions const& options = {})
+    {
+        path = dir.file(std::to_string(++files));
+        ASSERT_EQ(recorder.open(path), HISTORY_OK);
+        ASSERT_EQ(recorder.close(), HISTORY_OK);
+        RawDb(path).exec(GetParam() ? "PRAGMA journal_mode = WAL; PRAGMA user_version = -7"
+                                    : "PRAGMA user_version = -7");
+        ASSERT_EQ(recorder.open(path, options), HISTORY_OK);
+        ASSERT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
+    }
+
+    /// From now on the `n`-th synchronising fails.
+    static void beginFailing(unsigned int n, FaultPlan::persistence_t persistence)
+    {
+        FailingVfs::select(FailingVfs::SYNC);
+        FailingVfs::plan().arm(n, persistence);
+        FailingVfs::plan().resume();
+    }
+
+    static void endFailing()
+    {
+        FailingVfs::plan().pause();
+        FailingVfs::plan().clear();
+    }
+
+    std::string codes() const { return RawDb(path).value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"); }
+
+    std::string path;
+    unsigned int files = 0;
+};
+
+TEST_P(RecorderSyncTest, NothingIsAcknowledgedBeforeALaterSyncHasSucceeded)
+{
+    unsigned int acknowledged = 0;
+    unsigned int unknown = 0;
+    for (FaultPlan::persistence_t const persistence : {FaultPlan::ONCE, FaultPlan::UNTIL_CLEARED})
+    {
+        for (unsigned int n = 1, fired = 1; fired != 0; ++n)
+        {
+            SCOPED_TRACE(std::to_string(n) + (persistence == FaultPlan::ONCE ? ", once" : ", until cleared"));
+            FaultRecorder recorder;
+            openNew(recorder);
+            beginFailing(n, persistence);
+            int const result = recorder.record(eventOf(2)).result;
+            endFailing();
+            fired = FailingVfs::plan().fired();
+            std::string const stored = codes();
+            EXPECT_EQ(recorder.record(eventOf(3)).result, HISTORY_OK) << recorder.lastProblem();
+            EXPECT_EQ(codes(), stored + ",3");
+            EXPECT_EQ(RawDb(path).value("PRAGMA user_version"), "-7");
+            EXPECT_TRUE(result == HISTORY_UNKNOWN || stored == (result == HISTORY_OK ? "1,2" : "1")) << result;
+            if (fired != 0 && result == HISTORY_OK)
+            {
+                EXPECT_GT(FailingVfs::plan().passedAfterFailure(), 0U) << "it may be in the system's memory alone";
+                ++acknowledged;
+            }
+            unknown += result == HISTORY_UNKNOWN ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(acknowledged, 1U) << "the last sync of a commit failed once";
+    EXPECT_GT(unknown, 0U) << "the last sync of a commit failed, and so did those after it";
+}
+
+TEST_P(RecorderSyncTest, PostedEventThatIsFoundIsRecordedOnceALaterSyncHasSucceeded)
+{
+    for (unsigned int n = 1, fired = 1; fired != 0; ++n)
+    {
+        SCOPED_TRACE(n);
+        FaultRecorder recorder;
+        openNew(recorder);
+        beginFailing(n, FaultPlan::UNTIL_CLEARED);
+        ASSERT_EQ(recorder.post(eventOf(2)), HISTORY_QUEUED);
+        std::uint64_t left = 0;
+        int const result = recorder.flush(left, std::chrono::milliseconds(50));
+        FailingVfs::plan().pause();
+        fired = FailingVfs::plan().fired();
+        EXPECT_EQ(result, fired == 0 ? HISTORY_OK : HISTORY_FAILED);
+        FailingVfs::plan().clear();
+        FailingVfs::plan().resume();
+        EXPECT_EQ(recorder.flush(left, std::chrono::minutes(1)), HISTORY_OK) << recorder.lastProblem();
+        FailingVfs::plan().pause();
+        EXPECT_TRUE(fired == 0 || FailingVfs::plan().passedAfterFailure() > 0);
+        EXPECT_EQ(codes(), "1,2");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, RecorderSyncTest, testing::Bool(),
+                         [](auto const& set) { return set.param ? "WriteAheadLog" : "RollbackJournal"; });
+
 /// A file is set aside with storage that fails. The parameters: the page that is damaged, and what fails.
 class SetAsideStorageTest : public RecorderStorageTest,
                             public testing::WithParamInterface<std::tuple<std::size_t, FailingVfs::kind_t>>
