@@ -161,7 +161,8 @@ void RowWriter::foundStored(outcome_t outcome)
     m_countedInCycle.swap(outcome.countedInCycle);
 }
 
-/// Whether the transaction is in the file: every row as it was to be written or, without a row, every statistic.
+/// Whether the transaction is in the file: every row as it was to be written or, without a row, every statistic. Rows
+/// that are too old to be kept may have been removed in the same transaction; the newest one never is.
 bool RowWriter::isStored(outcome_t const& outcome)
 {
     if (m_rows.empty())
@@ -171,6 +172,11 @@ bool RowWriter::isStored(outcome_t const& outcome)
     sqlite::Statement match = m_connection->prepare(m_faults.bound().matchText());
     for (row_t const& row : m_rows)
     {
+        auto const age = static_cast<std::uint64_t>(m_rows.back().key - row.key);
+        if (m_retention.isOn() && age >= m_options.keepNewest)
+        {
+            continue;
+        }
         fillRow(row);
         m_faults.bound().bind(match, row.key);
         if (!match.step())

@@ -58,8 +58,8 @@ public:
     void committed();
     void rolledBack();
 
-    /// Whether the last transaction is in the file, on a new connection: every row as it was to be written or, where it
-    /// had none, every statistic. `foundStored` then takes note of that.
+    /// Whether the last transaction is in the file, on a new connection: every row that is kept, as it was to be
+    /// written, or, where it had none, every statistic. `foundStored` then takes note of that.
     bool isStored(outcome_t const& outcome);
     void foundStored(outcome_t outcome);
 

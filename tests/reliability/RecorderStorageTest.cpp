@@ -248,6 +248,28 @@ TEST_P(RecorderSyncTest, PostedEventThatIsFoundIsRecordedOnceALaterSyncHasSuccee
     }
 }
 
+TEST_P(RecorderSyncTest, GroupThatHasRemovedRowsOfItsOwnIsFound)
+{
+    std::vector<FaultEvent> const events(20, eventOf(2));
+    RecorderOptions options;
+    options.keepNewest = 5;
+    unsigned int acknowledged = 0;
+    for (unsigned int n = 1, fired = 1; fired != 0; ++n)
+    {
+        SCOPED_TRACE(n);
+        FaultRecorder recorder;
+        openNew(recorder, options);
+        beginFailing(n, FaultPlan::ONCE);
+        std::vector<Receipt> receipts;
+        int const result = recorder.recordAll(events, receipts);
+        endFailing();
+        fired = FailingVfs::plan().fired();
+        EXPECT_EQ(RawDb(path).value("SELECT max(EntryId) FROM FdbFaultTbl"), result == HISTORY_OK ? "21" : "1");
+        acknowledged += fired != 0 && result == HISTORY_OK ? 1 : 0;
+    }
+    EXPECT_EQ(acknowledged, 1U) << "no failed commit had stored it";
+}
+
 INSTANTIATE_TEST_SUITE_P(Each, RecorderSyncTest, testing::Bool(),
                          [](auto const& set) { return set.param ? "WriteAheadLog" : "RollbackJournal"; });
 
