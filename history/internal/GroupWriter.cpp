@@ -45,6 +45,12 @@ std::chrono::nanoseconds processorTime()
     return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
+std::chrono::milliseconds timeTo(std::chrono::steady_clock::time_point end)
+{
+    auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    return std::max(left, std::chrono::milliseconds(0));
+}
+
 /// Whether `error` is about the storage or the whole file; another request would meet it as well.
 bool concernsAll(sqlite::Error const& error)
 {
@@ -203,9 +209,10 @@ void GroupWriter::disconnect()
     m_connection.reset();
 }
 
-void GroupWriter::waitFor(patience_t patience) const
+/// The next waits for others end then, at the latest.
+void GroupWriter::waitUntil(time_t end) const
 {
-    m_connection->waitFor({std::max(patience, patience_t(0)), m_options.isCancelled});
+    m_connection->waitFor({timeTo(end), m_options.isCancelled});
 }
 
 void GroupWriter::begin(patience_t patience, bool needsSources)
@@ -214,13 +221,14 @@ void GroupWriter::begin(patience_t patience, bool needsSources)
     {
         disconnect(); // Rolling back has failed.
     }
+    time_t const end = std::chrono::steady_clock::now() + patience;
     if (!m_connection)
     {
         static_cast<void>(connect(patience));
     }
     try
     {
-        waitFor(patience);
+        waitUntil(end);
         if (m_isSyncInDoubt)
         {
             makeDurable();
@@ -281,9 +289,14 @@ int GroupWriter::onProgress(void* self)
 
 void GroupWriter::write(std::vector<Request*> const& group, patience_t patience)
 {
+    writeUntil(group, std::chrono::steady_clock::now() + patience);
+}
+
+void GroupWriter::writeUntil(std::vector<Request*> const& group, time_t end)
+{
     try
     {
-        tryToWrite(group, patience);
+        tryToWrite(group, end);
     }
     catch (std::bad_alloc const&)
     {
@@ -308,11 +321,11 @@ void GroupWriter::failWithoutMemory(Request& request, int result) const
     keep(request.problem, m_path, "out of memory");
 }
 
-void GroupWriter::tryToWrite(std::vector<Request*> const& group, patience_t patience)
+void GroupWriter::tryToWrite(std::vector<Request*> const& group, time_t end)
 {
     try
     {
-        waitFor(patience);
+        waitUntil(end);
         writeTogether(group);
     }
     catch (sqlite::Error const& error)
@@ -323,7 +336,7 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, patience_t pati
         if (wasPruning)
         {
             m_isPruningTooSlow = error.kind() == SQLITE_INTERRUPT;
-            writeWithoutPruning(group, patience);
+            writeWithoutPruning(group, end);
         }
         else if (error.kind() == SQLITE_INTERRUPT && group.size() == 1)
         {
@@ -339,7 +352,7 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, patience_t pati
         }
         else
         {
-            writeEachAlone(group, patience);
+            writeEachAlone(group, end);
         }
     }
     catch (std::bad_alloc const&)
@@ -352,7 +365,7 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, patience_t pati
         rollBack();
         if (wasPruning)
         {
-            writeWithoutPruning(group, patience);
+            writeWithoutPruning(group, end);
             return;
         }
         fail(group, Failure(HISTORY_FAILED, m_path + ": out of memory"));
@@ -360,13 +373,13 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, patience_t pati
 }
 
 /// Pruning has ended the transaction; it must not keep the group from being stored.
-void GroupWriter::writeWithoutPruning(std::vector<Request*> const& group, patience_t patience)
+void GroupWriter::writeWithoutPruning(std::vector<Request*> const& group, time_t end)
 {
     SetMeanwhile const noPruning(m_isPruningOff);
     try
     {
-        begin(patience, false);
-        write(group, patience);
+        begin(timeTo(end), false);
+        writeUntil(group, end);
     }
     catch (Failure const& failure)
     {
@@ -374,8 +387,8 @@ void GroupWriter::writeWithoutPruning(std::vector<Request*> const& group, patien
     }
 }
 
-/// One of the group cannot be stored; it must not keep the others from it.
-void GroupWriter::writeEachAlone(std::vector<Request*> const& group, patience_t patience)
+/// One of the group cannot be stored; it must not keep the others from it, which share the time that there is.
+void GroupWriter::writeEachAlone(std::vector<Request*> const& group, time_t end)
 {
     std::vector<Request*> single(1);
     for (Request* const request : group)
@@ -383,7 +396,7 @@ void GroupWriter::writeEachAlone(std::vector<Request*> const& group, patience_t 
         single.front() = request;
         try
         {
-            begin(patience, false);
+            begin(timeTo(end), false);
         }
         catch (Failure const& failure)
         {
@@ -395,7 +408,7 @@ void GroupWriter::writeEachAlone(std::vector<Request*> const& group, patience_t 
             failWithoutMemory(*request, HISTORY_FAILED);
             continue;
         }
-        write(single, patience);
+        writeUntil(single, end);
     }
 }
 

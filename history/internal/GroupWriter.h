@@ -44,6 +44,8 @@ public:
     bool needsSources(Request const& request) const { return m_rows.needsSources(request); }
 
 private:
+    using time_t = std::chrono::steady_clock::time_point;
+
     bool connect(patience_t patience);
     void connectOnce(sqlite::Waiting const& waiting);
     void noteDamage(int result, std::string const& damage);
@@ -51,13 +53,14 @@ private:
     void recordIncident(sqlite::Connection const& connection, std::string const& text);
     void disconnect();
     void beginWithSources();
-    void waitFor(patience_t patience) const;
+    void waitUntil(time_t end) const;
 
-    void tryToWrite(std::vector<Request*> const& group, patience_t patience);
+    void writeUntil(std::vector<Request*> const& group, time_t end);
+    void tryToWrite(std::vector<Request*> const& group, time_t end);
     void failWithoutMemory(Request& request, int result) const;
     void writeTogether(std::vector<Request*> const& group);
-    void writeWithoutPruning(std::vector<Request*> const& group, patience_t patience);
-    void writeEachAlone(std::vector<Request*> const& group, patience_t patience);
+    void writeWithoutPruning(std::vector<Request*> const& group, time_t end);
+    void writeEachAlone(std::vector<Request*> const& group, time_t end);
     void commit(std::vector<Request*> const& group);
     void rollBack();
     void settle(std::vector<Request*> const& group, sqlite::Error const& error);

@@ -3,6 +3,7 @@
 #include "RecorderFixtures.h"
 #include "Waiters.h"
 
+#include <atomic>
 #include <csignal>
 #include <optional>
 #include <thread>
@@ -14,6 +15,7 @@ using namespace firaim;
 using testing::HasSubstr;
 
 constexpr std::chrono::milliseconds kShort(100);
+constexpr std::chrono::milliseconds kLongEnoughToCount(300);
 constexpr std::chrono::minutes kLong(1);
 
 class FaultRecorderLockTest : public FaultRecorderTest
@@ -85,6 +87,37 @@ TEST_F(FaultRecorderLockTest, CommitWaitsForAReaderAndThenWritesNothing)
     EXPECT_EQ(value(kCountOfFaults), "1");
     EXPECT_EQ(recorder.raise(eventOf(2)).result, HISTORY_OK) << "the state was not kept either";
     EXPECT_EQ(statistic(2, "OccurenceCnt"), "1");
+}
+
+/// How often a waiting call has asked whether it is to end: once for each try.
+std::atomic<unsigned int> g_looks;
+
+TEST_F(FaultRecorderLockTest, EventsOfAGroupThatAreWrittenAloneShareOnePatience)
+{
+    m_options.isCancelled = []
+    {
+        ++g_looks;
+        return false;
+    };
+    open(m_options);
+    ASSERT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
+    exec("CREATE TRIGGER onInsert BEFORE INSERT ON FdbFaultTbl WHEN new.ModuleName = 'bad' "
+         "BEGIN SELECT RAISE(ABORT, 'no'); END");
+    RawDb reader(path);
+    reader.exec("BEGIN");
+    ASSERT_EQ(reader.value(kCountOfFaults), "1");
+    g_looks = 0;
+    EXPECT_EQ(recorder.record(eventOf(2), kLongEnoughToCount).result, HISTORY_BUSY);
+    unsigned int const looksOfOne = g_looks;
+    std::vector<FaultEvent> events(40, eventOf(2));
+    events.front().module = "bad";
+    std::vector<Receipt> receipts;
+    g_looks = 0;
+    EXPECT_EQ(recorder.recordAll(events, receipts, kLongEnoughToCount), HISTORY_FAILED);
+    EXPECT_EQ(receipts.back().result, HISTORY_BUSY);
+    EXPECT_LT(g_looks.load(), looksOfOne * 10 + 2 * events.size()) << "each has at most two tries of its own";
+    reader.exec("COMMIT");
+    EXPECT_EQ(value(kCountOfFaults), "1");
 }
 
 TEST_F(FaultRecorderLockTest, CallThatWaitsBehindAnotherGivesUpAlone)
