@@ -75,6 +75,11 @@ int CommitQueue::open(std::string const& path, RecorderOptions const& options, p
             result = HISTORY_FAILED;
             keep(problem, path, kNoMemory);
         }
+        catch (std::exception const& exception)
+        {
+            result = HISTORY_FAILED; // The application's std::cout may throw.
+            keep(problem, path, exception.what());
+        }
     }
     m_isOpening = false;
     if (result != HISTORY_OK)
@@ -238,6 +243,11 @@ void CommitQueue::lead(Call& call)
     {
         result = HISTORY_FAILED;
         keep(problem, m_path, kNoMemory);
+    }
+    catch (std::exception const& exception)
+    {
+        result = HISTORY_FAILED;
+        keep(problem, m_path, exception.what());
     }
     m_isLed = false;
     if (result != HISTORY_OK)

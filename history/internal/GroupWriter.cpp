@@ -37,6 +37,7 @@ public:
 private:
     bool& m_flag;
 };
+constexpr char kNoMemory[] = "out of memory";
 
 std::chrono::nanoseconds processorTime()
 {
@@ -300,25 +301,35 @@ void GroupWriter::writeUntil(std::vector<Request*> const& group, time_t end)
     }
     catch (std::bad_alloc const&)
     {
-        // Memory was short for dealing with a failure, too. Closing rolls back.
-        m_isSyncInDoubt = m_isSyncInDoubt || m_isCommitting;
-        disconnect();
-        m_rows.forget();
-        m_isWriting = false;
-        m_isPruning = false;
-        for (Request* const request : group)
-        {
-            failWithoutMemory(*request, m_isCommitting ? HISTORY_UNKNOWN : HISTORY_FAILED);
-        }
+        abandon(group, kNoMemory); // It was short for dealing with a failure, too.
+    }
+    catch (std::exception const& exception)
+    {
+        abandon(group, exception.what());
     }
     m_isCommitting = false;
 }
 
-void GroupWriter::failWithoutMemory(Request& request, int result) const
+/// Ends what cannot be gone on with; needs no memory. Closing rolls back.
+void GroupWriter::abandon(std::vector<Request*> const& group, char const* problem)
+{
+    m_isSyncInDoubt = m_isSyncInDoubt || m_isCommitting;
+    disconnect();
+    m_rows.forget();
+    m_isWriting = false;
+    m_isPruning = false;
+    m_isPruningOff = false;
+    for (Request* const request : group)
+    {
+        failPlainly(*request, m_isCommitting ? HISTORY_UNKNOWN : HISTORY_FAILED, problem);
+    }
+}
+
+void GroupWriter::failPlainly(Request& request, int result, char const* problem) const
 {
     request.receipt = {result, 0};
     request.keys.clear();
-    keep(request.problem, m_path, "out of memory");
+    keep(request.problem, m_path, problem);
 }
 
 void GroupWriter::tryToWrite(std::vector<Request*> const& group, time_t end)
@@ -405,7 +416,12 @@ void GroupWriter::writeEachAlone(std::vector<Request*> const& group, time_t end)
         }
         catch (std::bad_alloc const&)
         {
-            failWithoutMemory(*request, HISTORY_FAILED);
+            failPlainly(*request, HISTORY_FAILED, kNoMemory);
+            continue;
+        }
+        catch (std::exception const& exception)
+        {
+            failPlainly(*request, HISTORY_FAILED, exception.what());
             continue;
         }
         writeUntil(single, end);

@@ -57,7 +57,8 @@ private:
 
     void writeUntil(std::vector<Request*> const& group, time_t end);
     void tryToWrite(std::vector<Request*> const& group, time_t end);
-    void failWithoutMemory(Request& request, int result) const;
+    void abandon(std::vector<Request*> const& group, char const* problem);
+    void failPlainly(Request& request, int result, char const* problem) const;
     void writeTogether(std::vector<Request*> const& group);
     void writeWithoutPruning(std::vector<Request*> const& group, time_t end);
     void writeEachAlone(std::vector<Request*> const& group, time_t end);

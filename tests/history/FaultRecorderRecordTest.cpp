@@ -3,7 +3,9 @@
 #include "RecorderFixtures.h"
 
 #include <fstream>
+#include <iostream>
 #include <limits>
+#include <streambuf>
 
 namespace
 {
@@ -292,6 +294,47 @@ TEST_F(FaultRecorderRecordTest, ClosedRecorderRefusesEverything)
     ASSERT_EQ(recorder.close(), HISTORY_OK);
     expectClosed();
     EXPECT_EQ(value(kCountOfFaults), "0");
+}
+
+/// Standard output that takes nothing, of an application that wants an exception then.
+class ThrowingConsole
+{
+public:
+    ThrowingConsole() : m_before(std::cout.rdbuf(&m_nothing)) { std::cout.exceptions(std::ios::badbit); }
+    ~ThrowingConsole()
+    {
+        std::cout.exceptions(std::ios::goodbit);
+        std::cout.clear();
+        std::cout.rdbuf(m_before);
+    }
+    ThrowingConsole(ThrowingConsole const&) = delete;
+    ThrowingConsole& operator=(ThrowingConsole const&) = delete;
+
+private:
+    class : public std::streambuf
+    {
+    } m_nothing;
+    std::streambuf* m_before;
+};
+
+TEST_F(FaultRecorderRecordTest, DamagedCellThatCannotBeReportedFailsTheCallAndTheNextOneWorks)
+{
+    open();
+    ASSERT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
+    exec("UPDATE FdbFaultStatisticTbl SET OccurenceCnt = 'many'");
+    FaultRecorder other;
+    {
+        ThrowingConsole const console;
+        EXPECT_EQ(recorder.record(eventOf(2)).result, HISTORY_FAILED);
+        EXPECT_EQ(recorder.raise(eventOf(2)).result, HISTORY_FAILED);
+        EXPECT_EQ(other.open(path), HISTORY_FAILED);
+    }
+    EXPECT_THAT(recorder.lastProblem(), HasSubstr(path));
+    EXPECT_THAT(other.lastProblem(), HasSubstr(path));
+    Console const console;
+    EXPECT_EQ(recorder.record(eventOf(3)).result, HISTORY_OK) << recorder.lastProblem();
+    EXPECT_EQ(other.open(path), HISTORY_OK) << other.lastProblem();
+    EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,3");
 }
 
 TEST_F(FaultRecorderRecordTest, KeyIsThatOfTheRowWhateverOthersInsert)
