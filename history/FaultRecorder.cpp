@@ -230,7 +230,8 @@ int FaultRecorder::recordAll(std::vector<FaultEvent> const& events, std::vector<
     for (std::size_t i = 0; i < requests.size(); ++i)
     {
         receipts[i] = requests[i].receipt;
-        result = result == HISTORY_OK ? receipts[i].result : result;
+        int const own = receipts[i].result;
+        result = result == HISTORY_OK || (result > 0 && own < 0) ? own : result;
     }
     return result;
 }

@@ -158,8 +158,8 @@ public:
     Receipt clear(FaultEvent const& event, patience_t patience = kPatience);
 
     /// As if as many threads called `record`, one for each of `events`, in their order: they share commits, and one
-    /// that is refused or fails leaves the others alone. `receipts` gets one for each. Returns HISTORY_OK when all are
-    /// recorded, else the first receipt's result that is another.
+    /// that is refused or fails leaves the others alone. `receipts` gets one for each. Returns the first
+    /// receipt's result that is below 0; without one, the first above 0; HISTORY_OK when all are recorded.
     int recordAll(std::vector<FaultEvent> const& events, std::vector<Receipt>& receipts,
                   patience_t patience = kPatience);
 

@@ -155,6 +155,22 @@ TEST_F(FaultRecorderGroupTest, EventsOfOneCallAreRecordedInTheirOrder)
     EXPECT_LT(recorder.counters().groups, 10U);
 }
 
+TEST_F(FaultRecorderGroupTest, FirstFailureOfACallOutweighsWhatIsWell)
+{
+    ASSERT_EQ(recorder.close(), HISTORY_OK);
+    RecorderOptions options;
+    options.stormBurst = 1;
+    open(options);
+    exec("CREATE TRIGGER onInsert BEFORE INSERT ON FdbFaultTbl WHEN new.ModuleName = 'bad' "
+         "BEGIN SELECT RAISE(ABORT, 'no'); END");
+    std::vector<Receipt> receipts;
+    EXPECT_EQ(recorder.recordAll({eventOf(1), eventOf(1)}, receipts), HISTORY_COUNTED);
+    EXPECT_EQ(recorder.recordAll({eventOf(2), eventOf(2), eventOf(1ULL << 32U), eventOf(3, "bad")}, receipts),
+              HISTORY_REFUSED);
+    EXPECT_THAT(resultsOf(receipts),
+                testing::ElementsAre(HISTORY_OK, HISTORY_COUNTED, HISTORY_REFUSED, HISTORY_FAILED));
+}
+
 TEST_F(FaultRecorderGroupTest, NoEventsAreRecordedAtOnce)
 {
     LockingProcess const other(path);
