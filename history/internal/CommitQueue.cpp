@@ -14,7 +14,7 @@ namespace
 
 using clock_t = std::chrono::steady_clock;
 
-/// The largest group: it bounds how long others wait, and how large the journal gets.
+/// The largest group: it bounds how long others wait, and how large the journal gets. One request alone may be larger.
 constexpr std::size_t kMostRequests = 1000;
 constexpr std::size_t kMostBytes = 1 << 20;
 
@@ -269,9 +269,13 @@ void CommitQueue::takeGroup()
 {
     std::size_t bytes = 0;
     bool hasEdge = false;
-    while (!m_waiting.empty() && m_group.size() < kMostRequests && bytes < kMostBytes)
+    while (!m_waiting.empty() && m_group.size() < kMostRequests)
     {
         Request* const request = m_waiting.front();
+        if (!m_group.empty() && bytes + request->size() > kMostBytes)
+        {
+            return;
+        }
         if (hasEdge && request->kind == Request::STORM)
         {
             return; // Its row is to leave the state that the edge sets.

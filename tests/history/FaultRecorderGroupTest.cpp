@@ -171,6 +171,17 @@ TEST_F(FaultRecorderGroupTest, FirstFailureOfACallOutweighsWhatIsWell)
                 testing::ElementsAre(HISTORY_OK, HISTORY_COUNTED, HISTORY_REFUSED, HISTORY_FAILED));
 }
 
+TEST_F(FaultRecorderGroupTest, LargeEventsShareNoCommit)
+{
+    std::vector<FaultEvent> events = {eventOf(1), eventOf(2), eventOf(3)};
+    events[1].description.assign(700'000, 'd');
+    events[2].description.assign(700'000, 'd');
+    std::vector<Receipt> receipts;
+    EXPECT_EQ(recorder.recordAll(events, receipts), HISTORY_OK);
+    EXPECT_EQ(recorder.counters().groups, 2U);
+    EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,2,3");
+}
+
 TEST_F(FaultRecorderGroupTest, NoEventsAreRecordedAtOnce)
 {
     LockingProcess const other(path);
