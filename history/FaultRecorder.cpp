@@ -258,7 +258,7 @@ int FaultRecorder::post(FaultEvent const& event, patience_t patience)
     m_core->prepareRecord(request, event);
     if (request.phase == Request::DONE)
     {
-        return request.receipt.result < 0 ? m_core->queue.refuse(request.receipt.result, request.problem)
+        return request.receipt.result < 0 ? m_core->queue.refusePosted(request.receipt.result, request.problem.c_str())
                                           : request.receipt.result;
     }
     int const result = m_core->backlog.post(request, patience);
@@ -267,11 +267,11 @@ int FaultRecorder::post(FaultEvent const& event, patience_t patience)
     case HISTORY_INVALID_STATE:
         return m_core->queue.refuse(result, "the recorder is not open");
     case HISTORY_QUEUE_FULL:
-        return m_core->queue.refuse(result, "the queue of posted events is full");
+        return m_core->queue.refusePosted(result, "the queue of posted events is full");
     case HISTORY_FAILED:
-        return m_core->queue.refuse(result, "no thread can be had");
+        return m_core->queue.refusePosted(result, "no thread can be had");
     case HISTORY_CANCELLED:
-        return m_core->queue.refuse(result, "the wait for room in the queue was ended");
+        return m_core->queue.refusePosted(result, "the wait for room in the queue was ended");
     default:
         return result;
     }

@@ -33,6 +33,7 @@ std::chrono::milliseconds bounded(std::chrono::milliseconds patience)
 
 /// Short enough to need no memory.
 constexpr char kNoMemory[] = "out of memory";
+constexpr char kNotOpen[] = "the recorder is not open";
 
 } // namespace
 
@@ -99,9 +100,9 @@ int CommitQueue::close()
 {
     std::unique_ptr<GroupWriter> writer;
     std::lock_guard<Mutex> const lock(m_mutex);
-    if (!m_writer || m_isClosing)
+    if (!isOpen())
     {
-        keep(m_problem, "the recorder is not open");
+        keep(m_problem, kNotOpen);
         return HISTORY_INVALID_STATE;
     }
     m_isClosing = true;
@@ -140,10 +141,17 @@ void CommitQueue::run(std::vector<Request>& requests, patience_t patience)
 /// Refuses the requests, or adds them to those that wait.
 void CommitQueue::enter(std::vector<Request>& requests, Call& call)
 {
-    if (!m_writer || m_isClosing)
+    if (!isOpen())
     {
-        keep(m_problem, "the recorder is not open");
-        return; // That is what the receipts of new requests say.
+        keep(m_problem, kNotOpen);
+        for (Request& request : requests)
+        {
+            if (request.receipt.result == HISTORY_REFUSED)
+            {
+                request.receipt.result = HISTORY_INVALID_STATE; // As the receipts of new requests say.
+            }
+        }
+        return;
     }
     bool isMemoryShort = false;
     for (Request& request : requests)
@@ -364,6 +372,19 @@ int CommitQueue::refuse(int result, std::string const& problem)
 {
     std::lock_guard<Mutex> const lock(m_mutex);
     m_problem = m_path.empty() ? problem : m_path + ": " + problem;
+    return result;
+}
+
+int CommitQueue::refusePosted(int result, char const* problem)
+{
+    std::lock_guard<Mutex> const lock(m_mutex);
+    if (!isOpen())
+    {
+        keep(m_problem, kNotOpen);
+        return HISTORY_INVALID_STATE;
+    }
+    ++m_counters.refused;
+    keep(m_problem, m_path, problem);
     return result;
 }
 

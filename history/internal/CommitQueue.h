@@ -45,6 +45,9 @@ public:
     std::string lastProblem();
     /// Takes note why a call that never came here has failed; returns `result`.
     int refuse(int result, std::string const& problem);
+    /// As `refuse`, for an event that was posted and not taken, which counts as refused; HISTORY_INVALID_STATE when not
+    /// open.
+    int refusePosted(int result, char const* problem);
 
 private:
     void enter(std::vector<Request>& requests, Call& call);
@@ -57,6 +60,7 @@ private:
     void finish(Request& request);
     void passOn();
     bool isCancelled() const;
+    bool isOpen() const { return m_writer && !m_isClosing; }
 
     std::function<void(Request const&)> m_sink;
     Mutex m_mutex; ///< held for moments only, never while the file is touched

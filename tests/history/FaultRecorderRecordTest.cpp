@@ -272,6 +272,17 @@ TEST_F(FaultRecorderRecordTest, NumberThatIsTooLargeIsRefusedAndNothingWritten)
     EXPECT_TRUE(readFile(path) == before);
 }
 
+TEST_F(FaultRecorderRecordTest, PostedEventThatIsRefusedCounts)
+{
+    RecorderOptions options;
+    options.queueLimit = 0;
+    open(options);
+    EXPECT_EQ(recorder.post(eventOf(1ULL << 32U)), HISTORY_REFUSED);
+    EXPECT_EQ(recorder.counters().refused, 1U);
+    EXPECT_EQ(recorder.post(eventOf(1)), HISTORY_QUEUE_FULL);
+    EXPECT_EQ(recorder.counters().refused, 2U);
+}
+
 TEST_F(FaultRecorderRecordTest, ClosedRecorderRefusesEverything)
 {
     std::vector<unsigned long long> keys;
@@ -284,7 +295,15 @@ TEST_F(FaultRecorderRecordTest, ClosedRecorderRefusesEverything)
         EXPECT_EQ(recorder.clearCode(eventOf(1), keys), HISTORY_INVALID_STATE);
         EXPECT_EQ(recorder.endCycle(), HISTORY_INVALID_STATE);
         EXPECT_EQ(recorder.recordAll({eventOf(1)}, receipts), HISTORY_INVALID_STATE);
+        EXPECT_EQ(recorder.post(eventOf(1)), HISTORY_INVALID_STATE);
         EXPECT_EQ(recorder.startupId(), 0U);
+        FaultEvent const impossible = eventOf(1ULL << 32U);
+        EXPECT_EQ(recorder.record(impossible).result, HISTORY_INVALID_STATE);
+        EXPECT_EQ(recorder.raise(impossible).result, HISTORY_INVALID_STATE);
+        EXPECT_EQ(recorder.clearCode(impossible, keys), HISTORY_INVALID_STATE);
+        EXPECT_EQ(recorder.recordAll({impossible}, receipts), HISTORY_INVALID_STATE);
+        EXPECT_EQ(recorder.post(impossible), HISTORY_INVALID_STATE);
+        EXPECT_THAT(recorder.lastProblem(), HasSubstr("not open"));
     };
     EXPECT_EQ(recorder.lastProblem(), "");
     EXPECT_EQ(recorder.close(), HISTORY_INVALID_STATE);
