@@ -79,6 +79,7 @@ public:
     {
         request.kind = kind;
         request.event = event;
+        request.hasReceipt = true;
         request.takeMoment();
         char const* const refusal = event != nullptr ? refusalOf(*event) : nullptr;
         if (refusal != nullptr)

@@ -193,8 +193,8 @@ public:
     struct Counters
     {
         std::uint64_t recorded = 0; ///< rows
-        std::uint64_t groups = 0;   ///< commits
-        std::uint64_t refused = 0;  ///< events with a receipt below 0
+        std::uint64_t groups = 0;   ///< commits that stored something
+        std::uint64_t refused = 0;  ///< calls and events with a result below 0
         std::uint64_t counted = 0;  ///< events in storms, without a row
         std::uint64_t pruned = 0;   ///< rows that were removed
         std::uint64_t queued = 0;   ///< posted events that are not recorded yet

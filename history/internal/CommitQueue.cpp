@@ -176,7 +176,7 @@ void CommitQueue::enter(std::vector<Request>& requests, Call& call)
             {
                 request.phase = Request::DONE;
                 request.receipt = {HISTORY_FAILED, 0};
-                ++m_counters.refused;
+                m_counters.refused += request.hasReceipt ? 1 : 0;
             }
         }
     }
@@ -262,9 +262,7 @@ void CommitQueue::lead(Call& call)
     {
         giveUp(call, result, problem);
     }
-    bool const isCommitted = std::any_of(m_group.begin(), m_group.end(),
-                                         [](Request const* request) { return request->receipt.result >= 0; });
-    m_counters.groups += isCommitted ? 1 : 0;
+    m_counters.groups = m_writer->groups();
     m_counters.pruned = m_writer->pruned();
     for (Request* const request : m_group)
     {
@@ -329,7 +327,7 @@ void CommitQueue::finish(Request& request)
     m_counters.recorded += request.keys.size();
     if (request.receipt.result < 0)
     {
-        ++m_counters.refused;
+        m_counters.refused += request.hasReceipt ? 1 : 0;
         keep(m_problem, request.problem);
     }
     if (--request.call->undone == 0)

@@ -433,6 +433,7 @@ void GroupWriter::writeTogether(std::vector<Request*> const& group)
     m_rows.prepare(group);
     m_writeBegin = processorTime(); // What is read for the group is not the work of triggers.
     m_isWriting = true;
+    m_changesBefore = sqlite3_total_changes(m_connection->get());
     m_rows.write(group);
     if (!m_isPruningOff && !m_isPruningTooSlow)
     {
@@ -447,6 +448,7 @@ void GroupWriter::writeTogether(std::vector<Request*> const& group)
 void GroupWriter::commit(std::vector<Request*> const& group)
 {
     m_isCommitting = true;
+    m_hasWritten = sqlite3_total_changes(m_connection->get()) != m_changesBefore;
     try
     {
         m_commit.run();
@@ -462,6 +464,7 @@ void GroupWriter::commit(std::vector<Request*> const& group)
         return;
     }
     m_rows.committed();
+    m_groups += m_hasWritten ? 1 : 0;
     m_damagesSeen = 0;
 }
 
@@ -482,6 +485,7 @@ void GroupWriter::settle(std::vector<Request*> const& group, sqlite::Error const
         {
             makeDurable();
             m_rows.foundStored(std::move(outcome));
+            m_groups += m_hasWritten ? 1 : 0;
             return;
         }
         m_isSyncInDoubt = false;

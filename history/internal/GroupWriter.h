@@ -41,6 +41,8 @@ public:
     /// As of RowWriter.
     unsigned int startupId() const { return m_rows.startupId(); }
     std::uint64_t pruned() const { return m_rows.pruned(); }
+    /// How many commits have stored something.
+    std::uint64_t groups() const { return m_groups; }
     bool needsSources(Request const& request) const { return m_rows.needsSources(request); }
 
 private:
@@ -84,6 +86,9 @@ private:
     bool m_isPruningOff = false;
     bool m_isPruningTooSlow = false; ///< a trigger of the file keeps it from ending; not tried again until reconnected
     std::chrono::nanoseconds m_writeBegin{}; ///< processor time of this thread
+    int m_changesBefore = 0;                 ///< rows that the connection had changed before this group
+    bool m_hasWritten = false;
+    std::uint64_t m_groups = 0; ///< see `groups`
     bool m_isWriting = false;
     bool m_isCommitting = false; ///< from here on, a failure does not say that nothing was stored
     /// A commit has failed, and what it left in the file may be in the system's memory alone. Nothing is written or

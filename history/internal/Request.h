@@ -56,6 +56,7 @@ struct Request
     std::string description;       ///< of the row that a STORM gets
 
     Receipt receipt;
+    bool hasReceipt = false;              ///< a caller gets it; what was posted is tried again instead
     std::vector<unsigned long long> keys; ///< of the rows that were written
     std::string problem;                  ///< why it failed
     std::int64_t doubtfulKey = 0;         ///< of its row, when an earlier commit of it has failed without telling how

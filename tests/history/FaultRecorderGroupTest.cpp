@@ -205,6 +205,33 @@ TEST_F(FaultRecorderGroupTest, EventThatATriggerRefusesFailsAlone)
         EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,3");
         EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultStatisticTbl"), "1,3");
     }
+    EXPECT_EQ(recorder.counters().groups, 6U) << "each was committed alone";
+    EXPECT_EQ(recorder.counters().refused, 3U);
+}
+
+TEST_F(FaultRecorderGroupTest, GroupThatChangesNothingIsNotCounted)
+{
+    ASSERT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK);
+    ASSERT_EQ(recorder.raise(eventOf(1)).result, HISTORY_UNCHANGED);
+    ASSERT_EQ(recorder.clear(eventOf(2)).result, HISTORY_UNCHANGED);
+    EXPECT_EQ(recorder.counters().groups, 1U);
+    ASSERT_EQ(recorder.endCycle(), HISTORY_OK); // Its first cycle is counted.
+    EXPECT_EQ(recorder.counters().groups, 1U);
+    ASSERT_EQ(recorder.endCycle(), HISTORY_OK);
+    EXPECT_EQ(recorder.counters().groups, 2U);
+}
+
+TEST_F(FaultRecorderGroupTest, TriesOfAPostedEventAreNotCountedAsRefused)
+{
+    createTrigger("bad", "RAISE(ABORT, 'no')");
+    ASSERT_EQ(recorder.post(eventOf(1, "bad")), HISTORY_QUEUED);
+    std::uint64_t left = 0;
+    EXPECT_NE(recorder.flush(left, std::chrono::milliseconds(300)), HISTORY_OK);
+    EXPECT_EQ(left, 1U);
+    EXPECT_EQ(recorder.counters().refused, 0U);
+    exec("DROP TRIGGER onInsert");
+    EXPECT_EQ(recorder.flush(left), HISTORY_OK);
+    EXPECT_EQ(recorder.counters().recorded, 1U);
 }
 
 TEST_F(FaultRecorderGroupTest, EventThatATriggerPassesOverFailsAlone)
