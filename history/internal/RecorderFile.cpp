@@ -219,14 +219,33 @@ void requireTables(std::string const& path, sqlite::Connection const& connection
     }
 }
 
+/// Texts are stored byte for byte in UTF-8 only.
+void requireEncoding(std::string const& path, sqlite::Connection const& connection)
+{
+    sqlite::Statement encoding = connection.prepare("PRAGMA encoding");
+    if (encoding.step() && encoding.text(0) != "UTF-8")
+    {
+        refuseFile(path, "its texts are in " + std::string(encoding.text(0)));
+    }
+}
+
+bool holdsAnyOfOurTables(sqlite::Connection const& connection, tables_t const& tables)
+{
+    auto const all = tables.all();
+    return std::any_of(all.begin(), all.end(),
+                       [&](BoundTable const* table) { return isTable(connection, table->name()); });
+}
+
 content_t lookAtContent(std::string const& path, sqlite::Connection const& connection, tables_t const& tables)
 {
+    requireEncoding(path, connection);
+    if (!holdsAnyOfOurTables(connection, tables) &&
+        (connection.number("PRAGMA application_id") != 0 || connection.number("PRAGMA user_version") != 0))
+    {
+        refuseFile(path, "another program has begun it");
+    }
     if (connection.number("SELECT count(*) FROM sqlite_master") == 0)
     {
-        if (connection.number("PRAGMA application_id") != 0 || connection.number("PRAGMA user_version") != 0)
-        {
-            refuseFile(path, "another program has begun it");
-        }
         return content_t::NOTHING;
     }
     if (isUnfinished(connection, tables))
@@ -310,6 +329,7 @@ sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting con
 void requireFaultDatabase(std::string const& path, sqlite::Connection const& connection)
 {
     tables_t const tables;
+    requireEncoding(path, connection);
     requireTables(path, connection, tables);
     try
     {
