@@ -39,7 +39,7 @@ enum historyResult_t : int
     /// The storage failed in the last steps of a commit. The file cannot be read to see what became of it, or what is
     /// found there cannot be made sure of.
     HISTORY_UNKNOWN = -8,
-    /// Another program's file. It is left as it is.
+    /// Another program's file, or no database at all. It is left as it is.
     HISTORY_FOREIGN_FILE = -9,
     /// A fault database whose content is damaged.
     HISTORY_DAMAGED = -10,

@@ -1,6 +1,8 @@
 #include <history/internal/FaultPages.h>
 
 #include <algorithm>
+#include <array>
+#include <string_view>
 #include <vector>
 
 namespace firaim
@@ -108,6 +110,14 @@ std::size_t PageFile::read(std::int64_t offset, char* bytes, std::size_t size) c
         throw sqlite::Error(nullptr, code);
     }
     return count;
+}
+
+bool hasDatabaseHeader(PageFile const& file)
+{
+    constexpr std::string_view kMagic("SQLite format 3\0", 16);
+    std::array<char, kMagic.size()> bytes = {};
+    return file.read(0, bytes.data(), bytes.size()) == kMagic.size() &&
+           std::string_view(bytes.data(), bytes.size()) == kMagic;
 }
 
 bool holdsFaults(PageFile const& file)

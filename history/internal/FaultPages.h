@@ -25,6 +25,9 @@ private:
     std::int64_t m_size = 0;
 };
 
+/// Whether the file begins as a database does. Throws sqlite::Error.
+bool hasDatabaseHeader(PageFile const& file);
+
 /// Whether the file holds a page of a table with rows like those of the fault table. Such a page is a leaf of a tree of
 /// rows whose records have the fault table's number of cells, the key first, which is stored as NULL. Throws
 /// sqlite::Error.

@@ -3,6 +3,7 @@
 #include <db/internal/ConnectionSettings.h>
 #include <db/internal/Folder.h>
 #include <history/internal/Failure.h>
+#include <history/internal/FaultPages.h>
 #include <history/internal/SetAside.h>
 #include <history/internal/Tables.h>
 
@@ -71,7 +72,7 @@ found_t lookAtPath(std::string const& path)
     }
     if (status.st_size == 1)
     {
-        throw Failure(HISTORY_DAMAGED, path + ": is no database"); // SQLite takes such a file for an empty one.
+        throw Failure(HISTORY_FOREIGN_FILE, path + ": is no database"); // SQLite takes such a file for an empty one.
     }
     return status.st_size == 0 ? found_t::EMPTY_FILE : found_t::FILE_WITH_CONTENT;
 }
@@ -272,6 +273,29 @@ void requireVersion(std::string const& path, sqlite::Connection const& connectio
     }
 }
 
+/// Reads the header of the file before anything else, so that waiting for others is over when the settings ask the
+/// file.
+void lookAtHeader(std::string const& path, sqlite::Connection const& connection)
+{
+    try
+    {
+        static_cast<void>(connection.number("PRAGMA schema_version"));
+    }
+    catch (sqlite::Error const& error)
+    {
+        if (error.kind() != SQLITE_NOTADB)
+        {
+            throw;
+        }
+        PageFile const file(connection);
+        if (!hasDatabaseHeader(file) && !holdsFaults(file))
+        {
+            throw Failure(HISTORY_FOREIGN_FILE, Failure(path, error).text());
+        }
+        throw;
+    }
+}
+
 /// Makes sure that the file is a fault database; creates its content where it has none.
 void prepareContent(std::string const& path, sqlite::Connection const& connection)
 {
@@ -318,8 +342,7 @@ sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting con
         copyRemains(path, waiting);
     }
     sqlite::Connection connection(path, sqlite::Connection::CREATE, waiting);
-    // Before anything is read, so that waiting for others is over when the settings ask the file.
-    static_cast<void>(connection.number("PRAGMA schema_version"));
+    lookAtHeader(path, connection);
     require(connection, connectionSettings::makeDurable(connection.get()));
     require(connection, connectionSettings::limitJournal(connection.get()));
     prepareContent(path, connection);
