@@ -68,6 +68,12 @@ bool concernsAll(sqlite::Error const& error)
     }
 }
 
+/// Whether a rule of the file, a constraint or a trigger, forbids what was to be written.
+bool isForbidden(sqlite::Error const& error)
+{
+    return error.kind() == SQLITE_CONSTRAINT || error.kind() == SQLITE_TOOBIG || error.kind() == SQLITE_MISMATCH;
+}
+
 } // namespace
 
 GroupWriter::GroupWriter(std::string path, RecorderOptions const& options)
@@ -352,6 +358,11 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, time_t end)
         else if (error.kind() == SQLITE_INTERRUPT && group.size() == 1)
         {
             fail(group, Failure(HISTORY_FAILED, m_path + ": a trigger in the file takes too long"));
+            group.front()->isRefusedByFile = true;
+        }
+        else if (isForbidden(error) && group.size() == 1)
+        {
+            fail(group, Failure(HISTORY_REFUSED, m_path + ": " + error.what()));
             group.front()->isRefusedByFile = true;
         }
         else if (concernsAll(error) || group.size() == 1)

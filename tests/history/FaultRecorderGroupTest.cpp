@@ -190,7 +190,7 @@ TEST_F(FaultRecorderGroupTest, NoEventsAreRecordedAtOnce)
     EXPECT_EQ(receipts.size(), 0U);
 }
 
-TEST_F(FaultRecorderGroupTest, EventThatATriggerRefusesFailsAlone)
+TEST_F(FaultRecorderGroupTest, EventThatATriggerRefusesIsRefusedAlone)
 {
     for (char const* const action :
          {"RAISE(ABORT, 'not this one')", "RAISE(FAIL, 'not this one')", "RAISE(ROLLBACK, 'not this one')"})
@@ -199,8 +199,8 @@ TEST_F(FaultRecorderGroupTest, EventThatATriggerRefusesFailsAlone)
         exec("DROP TRIGGER IF EXISTS onInsert; DELETE FROM FdbFaultTbl; DELETE FROM FdbFaultStatisticTbl");
         createTrigger("bad", action);
         std::vector<Receipt> receipts;
-        EXPECT_EQ(recorder.recordAll({eventOf(1), eventOf(2, "bad"), eventOf(3)}, receipts), HISTORY_FAILED);
-        EXPECT_THAT(resultsOf(receipts), testing::ElementsAre(HISTORY_OK, HISTORY_FAILED, HISTORY_OK));
+        EXPECT_EQ(recorder.recordAll({eventOf(1), eventOf(2, "bad"), eventOf(3)}, receipts), HISTORY_REFUSED);
+        EXPECT_THAT(resultsOf(receipts), testing::ElementsAre(HISTORY_OK, HISTORY_REFUSED, HISTORY_OK));
         EXPECT_THAT(recorder.lastProblem(), testing::AllOf(HasSubstr(path), HasSubstr("not this one")));
         EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,3");
         EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultStatisticTbl"), "1,3");
@@ -234,12 +234,12 @@ TEST_F(FaultRecorderGroupTest, TriesOfAPostedEventAreNotCountedAsRefused)
     EXPECT_EQ(recorder.counters().recorded, 1U);
 }
 
-TEST_F(FaultRecorderGroupTest, EventThatATriggerPassesOverFailsAlone)
+TEST_F(FaultRecorderGroupTest, EventThatATriggerPassesOverIsRefusedAlone)
 {
     createTrigger("bad", "RAISE(IGNORE)");
     std::vector<Receipt> receipts;
-    EXPECT_EQ(recorder.recordAll({eventOf(1), eventOf(2, "bad"), eventOf(3)}, receipts), HISTORY_FAILED);
-    EXPECT_THAT(resultsOf(receipts), testing::ElementsAre(HISTORY_OK, HISTORY_FAILED, HISTORY_OK));
+    EXPECT_EQ(recorder.recordAll({eventOf(1), eventOf(2, "bad"), eventOf(3)}, receipts), HISTORY_REFUSED);
+    EXPECT_THAT(resultsOf(receipts), testing::ElementsAre(HISTORY_OK, HISTORY_REFUSED, HISTORY_OK));
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,3");
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultStatisticTbl"), "1,3");
 }
@@ -249,10 +249,10 @@ TEST_F(FaultRecorderGroupTest, StatisticThatATriggerRefusesKeepsItsRowOut)
     exec("CREATE TRIGGER onStatistic BEFORE INSERT ON FdbFaultStatisticTbl WHEN new.FaultCode = 2 "
          "BEGIN SELECT RAISE(ABORT, 'no'); END");
     std::vector<Receipt> receipts;
-    EXPECT_EQ(recorder.recordAll({eventOf(1), eventOf(2), eventOf(3)}, receipts), HISTORY_FAILED);
-    EXPECT_THAT(resultsOf(receipts), testing::ElementsAre(HISTORY_OK, HISTORY_FAILED, HISTORY_OK));
+    EXPECT_EQ(recorder.recordAll({eventOf(1), eventOf(2), eventOf(3)}, receipts), HISTORY_REFUSED);
+    EXPECT_THAT(resultsOf(receipts), testing::ElementsAre(HISTORY_OK, HISTORY_REFUSED, HISTORY_OK));
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,3");
-    EXPECT_EQ(recorder.raise(eventOf(2)).result, HISTORY_FAILED) << "it was not active";
+    EXPECT_EQ(recorder.raise(eventOf(2)).result, HISTORY_REFUSED) << "it was not active";
 }
 
 TEST_F(FaultRecorderGroupTest, TriggerWithoutAnEndIsEndedAndFailsItsEventAlone)
