@@ -6,6 +6,7 @@
 #include "Text.h"
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -144,6 +145,7 @@ void LineRecorder::recordBatch()
 /// Problem when it never will be.
 void LineRecorder::settle(std::vector<firaim::Receipt> const& receipts)
 {
+    std::string const problem = m_recorder.lastProblem(); // Of the last line that failed.
     // A failure that concerns the file concerns all lines from one on; those in between are refused by themselves.
     std::size_t settled = receipts.size();
     while (settled > 0 && receipts[settled - 1].result != firaim::HISTORY_OK &&
@@ -151,16 +153,19 @@ void LineRecorder::settle(std::vector<firaim::Receipt> const& receipts)
     {
         --settled;
     }
-    std::vector<firaim::Receipt> const done(receipts.begin(), receipts.begin() + static_cast<std::ptrdiff_t>(settled));
-    std::vector<unsigned long long> const lines(m_lines.begin(),
-                                                m_lines.begin() + static_cast<std::ptrdiff_t>(settled));
-    m_events.erase(m_events.begin(), m_events.begin() + static_cast<std::ptrdiff_t>(settled));
-    m_lines.erase(m_lines.begin(), m_lines.begin() + static_cast<std::ptrdiff_t>(settled));
+    std::vector<firaim::Receipt> done(receipts.begin(), receipts.begin() + static_cast<std::ptrdiff_t>(settled));
+    auto const eventsEnd = m_events.begin() + static_cast<std::ptrdiff_t>(settled);
+    std::vector<firaim::FaultEvent> const events(std::make_move_iterator(m_events.begin()),
+                                                 std::make_move_iterator(eventsEnd));
+    m_events.erase(m_events.begin(), eventsEnd);
+    auto const linesEnd = m_lines.begin() + static_cast<std::ptrdiff_t>(settled);
+    std::vector<unsigned long long> const lines(m_lines.begin(), linesEnd);
+    m_lines.erase(m_lines.begin(), linesEnd);
     for (std::size_t i = 0; i < settled; ++i)
     {
         if (done[i].result != firaim::HISTORY_OK)
         {
-            refuse(lines[i], m_recorder.lastProblem());
+            done[i] = recordAlone(lines[i], events[i]);
         }
     }
     int const result = settled < receipts.size() ? receipts[settled].result : static_cast<int>(firaim::HISTORY_OK);
@@ -173,12 +178,27 @@ void LineRecorder::settle(std::vector<firaim::Receipt> const& receipts)
     name(done);
     if (result < 0 && result != firaim::HISTORY_BUSY)
     {
-        throwFailure(result, m_recorder.lastProblem());
+        throwFailure(result, problem);
     }
     if (m_events.empty())
     {
         m_bytes = 0;
     }
+}
+
+/// Tries a line again that was refused beside others, as only a try of its own tells the reason.
+firaim::Receipt LineRecorder::recordAlone(unsigned long long line, firaim::FaultEvent const& event)
+{
+    firaim::Receipt receipt;
+    do
+    {
+        receipt = m_recorder.record(event);
+    } while (receipt.result == firaim::HISTORY_BUSY);
+    if (receipt.result != firaim::HISTORY_OK)
+    {
+        refuse(line, m_recorder.lastProblem());
+    }
+    return receipt;
 }
 
 /// Prints the keys of what was recorded.

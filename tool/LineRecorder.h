@@ -33,6 +33,7 @@ private:
     void take(std::string const& line);
     void recordBatch();
     void settle(std::vector<firaim::Receipt> const& receipts);
+    firaim::Receipt recordAlone(unsigned long long line, firaim::FaultEvent const& event);
     void name(std::vector<firaim::Receipt> const& receipts);
     void refuse(unsigned long long line, std::string const& reason);
     void letOthersIn(std::chrono::steady_clock::duration atWork);

@@ -26,6 +26,13 @@ protected:
     {
         return value("SELECT " + columns + " FROM FdbFaultStatisticTbl WHERE FaultCode = 1025");
     }
+
+    /// Makes the file refuse the faults of a module.
+    void refuseModule(std::string const& module, std::string const& reason)
+    {
+        RawDb(path).exec("CREATE TRIGGER refuse_" + module + " BEFORE INSERT ON FdbFaultTbl WHEN new.ModuleName = '" +
+                         module + "' BEGIN SELECT RAISE(ABORT, '" + reason + "'); END");
+    }
 };
 
 class Creating : public ToolTest
@@ -391,6 +398,37 @@ TEST_F(Recording, ReadsManyFromStandardInputAndSaysWhatWasRefused)
                     "EntryId = 2"),
               "mpErrorInactive42031-05-04T03:02:01.000Z");
     EXPECT_EQ(statistic("OccurenceCnt || ' ' || FaultEntryId"), "2 3");
+}
+
+TEST_F(Recording, ALineThatTheFileRefusesAtTheEndOfABatchDoesNotEndIt)
+{
+    refuseModule("bad", "not this one");
+    ToolProcess process({"record", path, "--stdin"}, {}, true);
+    // What is there at once is one batch.
+    process.write("{\"FaultCode\":1}\n{\"FaultCode\":2,\"ModuleName\":\"bad\"}\n");
+    EXPECT_EQ(process.readLine(), "1");
+    process.write("{\"FaultCode\":3,\"ModuleName\":\"bad\"}\n");
+    process.write("{\"FaultCode\":4}\n");
+    EXPECT_EQ(process.readLine(), "2");
+    process.closeInput();
+    EXPECT_EQ(process.finish(), 1);
+    EXPECT_EQ(process.errors,
+              "firaim: line 2: " + path + ": not this one\nfiraim: line 3: " + path + ": not this one\n");
+    EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,4");
+}
+
+TEST_F(Recording, EachLineThatTheFileRefusesGetsItsOwnReason)
+{
+    refuseModule("a", "not a");
+    refuseModule("b", "not b");
+    setting_t setting;
+    setting.input = "{\"FaultCode\":1,\"module\":\"a\"}\n{\"FaultCode\":2}\n{\"FaultCode\":3,\"module\":\"b\"}\n"
+                    "{\"FaultCode\":4}\n{\"FaultCode\":5,\"module\":\"a\"}\n";
+    outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "1\n2\n");
+    EXPECT_EQ(outcome.errors, "firaim: line 1: " + path + ": not a\nfiraim: line 3: " + path +
+                                  ": not b\nfiraim: line 5: " + path + ": not a\n");
 }
 
 TEST_F(Recording, ALineThatIsTooLongIsRefusedAndTheNextOneIsNot)
