@@ -15,6 +15,19 @@ constexpr std::int64_t kRowsInFirstBatch = 16;
 constexpr std::int64_t kMostRowsInBatch = 512;
 constexpr std::size_t kMostBytesInBatch = 1 << 20;
 
+/// Ends the run of a statement, and with it its lock, when it goes out of scope.
+class RunGuard
+{
+public:
+    explicit RunGuard(sqlite::Statement& statement) : m_statement(statement) {}
+    ~RunGuard() { m_statement.reset(); }
+    RunGuard(RunGuard const&) = delete;
+    RunGuard& operator=(RunGuard const&) = delete;
+
+private:
+    sqlite::Statement& m_statement;
+};
+
 std::size_t columnCount(ReaderCore& core, historyTable_t table)
 {
     switch (table)
@@ -83,6 +96,7 @@ void RowCursor::State::fetch()
         return;
     }
     statement.bind(1, left.first).bind(2, left.last).bind(3, rowsInBatch);
+    RunGuard const guard(statement);
     std::int64_t rows = 0;
     while (statement.step())
     {
@@ -91,12 +105,10 @@ void RowCursor::State::fetch()
         if (!moveOn(batch.key(batch.size() - 1)))
         {
             isDone = true;
-            statement.reset();
             return;
         }
         if (batch.byteCount() >= kMostBytesInBatch)
         {
-            statement.reset();
             return;
         }
     }

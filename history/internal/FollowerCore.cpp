@@ -135,6 +135,7 @@ int FaultFollower::Core::look()
     }
     catch (...)
     {
+        m_rows.m_state->restart({}); // What was read was not compared with the position.
         int const result = m_core->fail();
         std::string const problem = m_core->problem();
         if (result != HISTORY_BUSY && result != HISTORY_CANCELLED)

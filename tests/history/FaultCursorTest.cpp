@@ -1,11 +1,13 @@
 #include "HistorySupport.h"
 
+#include "AllocationSupport.h"
 #include "Fixtures.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <numeric>
 
 using namespace firaim;
@@ -351,4 +353,35 @@ TEST_F(FaultCursorTest, TellsHowFarItIs)
         }
         EXPECT_EQ(rows.progress(), 1.0);
     }
+}
+
+TEST_F(FaultCursorTest, HoldsNoLockAndGoesOnAfterMemoryRanOut)
+{
+    addFaults(100);
+    open();
+    FaultCursor cursor = reader.faults(oldestFirst());
+    std::vector<unsigned long long> found;
+    Fault fault;
+    while (found.size() < 16 && cursor.next(fault) == HISTORY_OK)
+    {
+        found.push_back(fault.EntryId);
+    }
+    bool hasRunOut = false;
+    try
+    {
+        // The next batch is larger: memory runs out in the middle of it.
+        RefusedAllocations const refused;
+        static_cast<void>(cursor.next(fault));
+    }
+    catch (std::bad_alloc const&)
+    {
+        hasRunOut = true;
+    }
+    ASSERT_TRUE(hasRunOut);
+    exec("UPDATE FdbVersionTbl SET Version = Version");
+    while (cursor.next(fault) == HISTORY_OK)
+    {
+        found.push_back(fault.EntryId);
+    }
+    EXPECT_EQ(found, numbers(100));
 }
