@@ -40,10 +40,12 @@ FaultFollower::Core::Core(std::string const& path, ReaderOptions const& options,
       m_core(std::make_shared<ReaderCore>()), m_rows(m_core->rows(historyTable_t::FAULTS, FaultQuery::OLDEST_FIRST))
 {
     // What has changed since then is told; why it cannot be read, the first look says.
-    if (reopen(options.patience) == HISTORY_OK)
+    int const result = reopen(options.patience);
+    if (result == HISTORY_OK)
     {
         m_core->connection().waitFor({kPatience, m_options.isCancelled});
     }
+    m_areStatisticsKnown = m_areStatisticsKnown || result == HISTORY_NO_FILE; // There are none.
 }
 
 int FaultFollower::Core::take(Fault& fault)

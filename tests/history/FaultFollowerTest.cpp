@@ -524,6 +524,19 @@ TEST_F(FaultFollowerTest, GivesEveryStatisticOfAnotherFile)
     EXPECT_THAT(takeCounts(follower), ElementsAre(1, 2));
 }
 
+TEST_F(FaultFollowerTest, GivesEveryStatisticOfAFileThatWasMissingWhenItWasMade)
+{
+    addFaults(1);
+    exec("INSERT INTO FdbFaultStatisticTbl(FaultCode, OccurenceCnt) VALUES(1, 1), (2, 2)");
+    std::string const aside = dir.file("aside.db");
+    ASSERT_EQ(std::rename(path.c_str(), aside.c_str()), 0);
+    FaultFollower follower = reader.follow({});
+    EXPECT_THAT(take(follower), ElementsAre("NO_FILE"));
+    ASSERT_EQ(std::rename(aside.c_str(), path.c_str()), 0);
+    EXPECT_THAT(take(follower), ElementsAre("1"));
+    EXPECT_THAT(takeCounts(follower), ElementsAre(1, 2));
+}
+
 TEST_F(FaultFollowerTest, SeesAFileThatCannotChangeAgainWhenItHasBeenReplaced)
 {
     addFaults(2);
