@@ -13,8 +13,13 @@ namespace
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-/// A wait that ends, which the clock can count.
 constexpr milliseconds kLongestWait = std::chrono::hours(24 * 365 * 10);
+
+/// A wait that the clock can count.
+milliseconds countable(milliseconds wait)
+{
+    return std::clamp(wait, milliseconds(0), kLongestWait);
+}
 
 } // namespace
 
@@ -30,7 +35,7 @@ FaultFollower::~FaultFollower() = default;
 
 int FaultFollower::next(Fault& fault, milliseconds wait)
 {
-    steady_clock::time_point const end = steady_clock::now() + std::min(wait, kLongestWait);
+    steady_clock::time_point const end = steady_clock::now() + countable(wait);
     for (;;)
     {
         int const result = m_core->take(fault);
@@ -53,8 +58,8 @@ int FaultFollower::next(Fault& fault, milliseconds wait)
 
 int FaultFollower::wait(milliseconds wait)
 {
-    steady_clock::time_point const end = steady_clock::now() + std::min(wait, kLongestWait);
-    bool const hasMore = m_core->hasMore() || m_core->waitForChange(std::min(wait, kLongestWait));
+    steady_clock::time_point const end = steady_clock::now() + countable(wait);
+    bool const hasMore = m_core->hasMore() || m_core->waitForChange(countable(wait));
     if (m_core->isCancelled())
     {
         return HISTORY_CANCELLED;

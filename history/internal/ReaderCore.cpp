@@ -78,13 +78,17 @@ int ReaderCore::open()
 /// Opens the file that has the name, and sees which one that is.
 void ReaderCore::openFile()
 {
+    // What the clock can count.
+    constexpr std::chrono::hours kLongest(24 * 365);
+    auto const patience =
+        std::clamp<std::chrono::milliseconds>(m_options.patience, std::chrono::milliseconds(0), kLongest);
     std::optional<fileIdentity_t> after;
     do
     {
         // Somebody may give the name to another file in between.
         m_identity = identityOf(m_path).value_or(fileIdentity_t());
         m_connection.reset();
-        m_connection = readOnlyOpening::open(m_path, {m_options.patience, m_options.isCancelled});
+        m_connection = readOnlyOpening::open(m_path, {patience, m_options.isCancelled});
         after = identityOf(m_path);
     } while (after && *after != m_identity);
     // Most rows are read once: a larger cache holds pages that nobody asks for again.

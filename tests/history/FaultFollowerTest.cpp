@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <limits>
 #include <thread>
 
 using namespace firaim;
@@ -535,6 +536,23 @@ TEST_F(FaultFollowerTest, GivesEveryStatisticOfAFileThatWasMissingWhenItWasMade)
     ASSERT_EQ(std::rename(aside.c_str(), path.c_str()), 0);
     EXPECT_THAT(take(follower), ElementsAre("1"));
     EXPECT_THAT(takeCounts(follower), ElementsAre(1, 2));
+}
+
+TEST_F(FaultFollowerTest, DoesNotWaitForATimeBelowZeroThatTheClockCannotCount)
+{
+    static int looks;
+    ReaderOptions options;
+    options.isCancelled = [] { return ++looks > 1; };
+    looks = std::numeric_limits<int>::min();
+    FaultReader impatient;
+    ASSERT_EQ(impatient.open(path, options), HISTORY_OK);
+    FaultFollower follower = impatient.follow(newest());
+    // In nanoseconds, 64 bits make an hour of it.
+    auto const wait = -std::chrono::milliseconds(18446744073709) + 1h;
+    Fault fault;
+    looks = 0;
+    EXPECT_EQ(follower.next(fault, wait), HISTORY_END);
+    EXPECT_EQ(follower.next(fault, 0ms), HISTORY_CANCELLED);
 }
 
 TEST_F(FaultFollowerTest, SeesAFileThatCannotChangeAgainWhenItHasBeenReplaced)

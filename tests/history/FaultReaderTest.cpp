@@ -151,6 +151,27 @@ TEST_F(FaultReaderTest, TellsWhyAFileCannotBeOpened)
     EXPECT_EQ(reader.open(path), HISTORY_OK) << "a failed call leaves the reader usable";
 }
 
+TEST_F(FaultReaderTest, WaitsForALockWithAPatienceThatTheClockCannotCount)
+{
+    RawDb other(path);
+    other.exec("BEGIN EXCLUSIVE");
+    static RawDb* locking;
+    static int looks;
+    locking = &other;
+    looks = 0;
+    ReaderOptions options;
+    options.patience = std::chrono::milliseconds::max();
+    options.isCancelled = []
+    {
+        if (++looks == 3)
+        {
+            locking->exec("COMMIT");
+        }
+        return false;
+    };
+    EXPECT_EQ(reader.open(path, options), HISTORY_OK) << problem();
+}
+
 TEST_F(FaultReaderTest, TellsAFileThatLacksATable)
 {
     EXPECT_EQ(openAs("DROP TABLE FdbFaultTbl"), HISTORY_FOREIGN_FILE);
