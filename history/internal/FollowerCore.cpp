@@ -120,8 +120,9 @@ int FaultFollower::Core::look()
         m_watch.retarget();
     }
     // What is read as immutable shows no change to those who have it open.
-    bool const isImmutable = m_core->isOpen() && m_core->connection().access() == sqlite::Connection::IMMUTABLE;
-    if (!m_core->isOpen() || isOther || isImmutable)
+    bool const isStale =
+        m_core->isOpen() && m_core->connection().access() == sqlite::Connection::IMMUTABLE && !m_isMore;
+    if (!m_core->isOpen() || isOther || isStale)
     {
         int const result = reopen(kPatience);
         if (result != HISTORY_OK)

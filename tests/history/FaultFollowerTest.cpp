@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <history/FaultRecorder.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -553,6 +554,26 @@ TEST_F(FaultFollowerTest, DoesNotWaitForATimeBelowZeroThatTheClockCannotCount)
     looks = 0;
     EXPECT_EQ(follower.next(fault, wait), HISTORY_END);
     EXPECT_EQ(follower.next(fault, 0ms), HISTORY_CANCELLED);
+}
+
+TEST_F(FaultFollowerTest, OpensAFileThatCannotChangeOnlyWhenAllOfItWasRead)
+{
+    addFaults(1000);
+    exec("PRAGMA journal_mode=WAL");
+    ReadOnlyMedium const medium(dir.path());
+    WithoutRoot const nobody;
+    FaultReader immutable;
+    ASSERT_EQ(immutable.open(path), HISTORY_OK) << immutable.lastProblem();
+    ASSERT_TRUE(immutable.isImmutable());
+    FaultFollower follower = immutable.follow({});
+    static int opened;
+    opened = 0;
+    auto const count = reinterpret_cast<void (*)()>(+[]() -> int { return ++opened, SQLITE_OK; });
+    ASSERT_EQ(sqlite3_auto_extension(count), SQLITE_OK);
+    EXPECT_EQ(take(follower).size(), 1000U);
+    EXPECT_EQ(sqlite3_cancel_auto_extension(count), 1);
+    // Each time once as a file that could change and once as one that cannot: for the first look and for the last.
+    EXPECT_EQ(opened, 4);
 }
 
 TEST_F(FaultFollowerTest, SeesAFileThatCannotChangeAgainWhenItHasBeenReplaced)
