@@ -17,12 +17,13 @@ class FIRAIM_EXPORT FdbSqlFaultTbl : public SqlTbl<Fault>
 public:
     /// Ids of the columns that are selected or looked at by themselves.
     FIRAIM_HIDDEN static constexpr unsigned short kEntryIdColumn = 0;
-    FIRAIM_HIDDEN static constexpr unsigned short kFaultCodeColumn = 2;     ///< see kEntryIdColumn
-    FIRAIM_HIDDEN static constexpr unsigned short kModuleNameColumn = 4;    ///< see kEntryIdColumn
-    FIRAIM_HIDDEN static constexpr unsigned short kParameterColumn = 5;     ///< see kEntryIdColumn
-    FIRAIM_HIDDEN static constexpr unsigned short kTimeStampUtcColumn = 6;  ///< see kEntryIdColumn
-    FIRAIM_HIDDEN static constexpr unsigned short kStatusColumn = 8;        ///< see kEntryIdColumn
-    FIRAIM_HIDDEN static constexpr unsigned short kRdbStartupIdColumn = 14; ///< see kEntryIdColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kFaultCodeColumn = 2;       ///< see kEntryIdColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kModuleNameColumn = 4;      ///< see kEntryIdColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kParameterColumn = 5;       ///< see kEntryIdColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kTimeStampUtcColumn = 6;    ///< see kEntryIdColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kStatusColumn = 8;          ///< see kEntryIdColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kRdbStartupIdColumn = 14;   ///< see kEntryIdColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kSystemDateTimeColumn = 15; ///< see kEntryIdColumn
 
     /// The table's name in the file.
     FIRAIM_HIDDEN static constexpr char kTableName[] = "FdbFaultTbl";

@@ -3,6 +3,7 @@
 #include <history/internal/ResetAtEnd.h>
 
 #include <algorithm>
+#include <functional>
 
 namespace firaim
 {
@@ -22,6 +23,11 @@ std::string_view decodedText(sqlite::Statement const& row, int column)
     }
     std::string_view const text = row.text(column);
     return text.substr(0, text.find('\0'));
+}
+
+std::size_t hashOf(std::string_view text)
+{
+    return std::hash<std::string_view>()(text);
 }
 
 } // namespace
@@ -47,13 +53,17 @@ void FaultState::connect(sqlite::Connection const& connection)
     m_updateStatistic = connection.prepare(statistics.updateText());
     m_readRows = connection.prepare("SELECT " + faults.key() + ',' + rowColumns() + " FROM " + faults.name() +
                                     " WHERE " + faults.key() + " > ?1 ORDER BY " + faults.key() + " LIMIT ?2");
+    m_readMark = connection.prepare("SELECT " + faults.column(FdbSqlFaultTbl::kFaultCodeColumn) + ',' +
+                                    faults.column(FdbSqlFaultTbl::kTimeStampUtcColumn) + ',' +
+                                    faults.column(FdbSqlFaultTbl::kSystemDateTimeColumn) + " FROM " + faults.name() +
+                                    " WHERE " + faults.key() + " = ?1");
     m_seenVersion.reset();
 }
 
 void FaultState::disconnect()
 {
     for (sqlite::Statement* const statement :
-         {&m_version, &m_readStatistics, &m_insertStatistic, &m_updateStatistic, &m_readRows})
+         {&m_version, &m_readStatistics, &m_insertStatistic, &m_updateStatistic, &m_readRows, &m_readMark})
     {
         *statement = {};
     }
@@ -73,8 +83,8 @@ void FaultState::forgetSources()
     m_active.clear();
     m_changes.clear();
     m_areSourcesKnown = false;
-    m_seenKey = kBeforeAllKeys;
-    m_seenKeyBefore = m_seenKey;
+    m_seen = {};
+    m_seenBefore = m_seen;
 }
 
 /// Code, module, parameter and status.
@@ -121,38 +131,65 @@ void FaultState::loadSources()
 {
     while (!m_areSourcesKnown)
     {
+        // What a piece begins behind and what it ends with are of one content.
+        std::optional<sqlite::Transaction> piece;
+        if (!m_connection->isInTransaction())
+        {
+            piece.emplace(*m_connection, "BEGIN");
+        }
+        if (!isLastSeenRowThere())
+        {
+            forgetSources();
+        }
         m_areSourcesKnown = readNewRows();
     }
-    m_seenKeyBefore = m_seenKey;
+    m_seenBefore = m_seen;
 }
 
 /// Takes a batch of the rows behind the last one seen into account; returns whether it was the last one.
 bool FaultState::readNewRows()
 {
     std::int64_t rows = 0;
-    m_readRows.bind(1, m_seenKey).bind(2, kRowsInBatch);
+    std::int64_t last = m_seen.key;
+    m_readRows.bind(1, last).bind(2, kRowsInBatch);
     ResetAtEnd const end(m_readRows);
     while (m_readRows.step())
     {
         ++rows;
-        std::int64_t const key = m_readRows.integer(0);
+        last = m_readRows.integer(0);
         bool const isActive = decodedText(m_readRows, 4) == m_activeWord;
         set(static_cast<std::uint32_t>(m_readRows.integer(1)), {decodedText(m_readRows, 2), decodedText(m_readRows, 3)},
-            isActive ? std::optional(key) : std::nullopt);
-        m_seenKey = key;
+            isActive ? std::optional(last) : std::nullopt);
+    }
+    if (rows != 0)
+    {
+        m_seen = markOf(last).value_or(rowMark_t());
     }
     return rows < kRowsInBatch;
 }
 
+/// What the row with that key is told by, none when there is none.
+std::optional<FaultState::rowMark_t> FaultState::markOf(std::int64_t key)
+{
+    m_readMark.bind(1, key);
+    ResetAtEnd const end(m_readMark);
+    if (!m_readMark.step())
+    {
+        return std::nullopt;
+    }
+    return rowMark_t{key, static_cast<std::uint32_t>(m_readMark.integer(0)), m_readMark.integer(1),
+                     hashOf(m_readMark.text(2))};
+}
+
 bool FaultState::isLastSeenRowThere()
 {
-    if (m_seenKey == kBeforeAllKeys)
+    if (m_seen.key == kBeforeAllKeys)
     {
         return true;
     }
-    m_readRows.bind(1, m_seenKey - 1).bind(2, std::int64_t(1));
-    ResetAtEnd const end(m_readRows);
-    return m_readRows.step() && m_readRows.integer(0) == m_seenKey;
+    std::optional<rowMark_t> const mark = markOf(m_seen.key);
+    return mark && mark->code == m_seen.code && mark->timeStamp == m_seen.timeStamp &&
+           mark->systemTimeHash == m_seen.systemTimeHash;
 }
 
 /// Whether the rows that made triples active are as they were: somebody else may have removed or rewritten them.
@@ -273,12 +310,13 @@ std::vector<std::int64_t> FaultState::neededKeys() const
     return keys;
 }
 
-void FaultState::rowWritten(std::uint32_t code, sourceView_t const& source, bool isActive, std::int64_t key)
+void FaultState::rowWritten(Fault const& row, std::int64_t key)
 {
     if (m_areSourcesKnown)
     {
-        set(code, source, isActive ? std::optional(key) : std::nullopt);
-        m_seenKey = key;
+        auto const code = static_cast<std::uint32_t>(row.FaultCode);
+        set(code, {row.ModuleName, row.Parameter}, row.Status == FAULT_ACTIVE ? std::optional(key) : std::nullopt);
+        m_seen = {key, code, static_cast<std::int64_t>(row.TimeStampUTC), hashOf(row.SystemDateTimeString)};
     }
 }
 
@@ -330,7 +368,7 @@ void FaultState::committed()
 {
     m_changes.clear();
     m_written.clear();
-    m_seenKeyBefore = m_seenKey;
+    m_seenBefore = m_seen;
 }
 
 void FaultState::rolledBack()
@@ -348,7 +386,7 @@ void FaultState::rolledBack()
         }
     }
     m_changes.clear();
-    m_seenKey = m_seenKeyBefore;
+    m_seen = m_seenBefore;
     m_touched.clear();
     m_written.clear();
     m_seenVersion.reset();

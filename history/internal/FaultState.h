@@ -3,6 +3,7 @@
 #include <db/internal/Sqlite.h>
 #include <history/internal/Tables.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <map>
@@ -81,8 +82,8 @@ public:
     bool isAnyActive(std::uint32_t code) const { return !activeSources(code).empty(); }
     /// The keys of the rows that something active refers to, sorted. The triples must be known.
     std::vector<std::int64_t> neededKeys() const;
-    /// A row with that key was written for a triple.
-    void rowWritten(std::uint32_t code, sourceView_t const& source, bool isActive, std::int64_t key);
+    /// `row` was written with that key.
+    void rowWritten(Fault const& row, std::int64_t key);
 
     /// The largest start-up id of the newest fault and the statistics.
     unsigned int lastStartup();
@@ -95,6 +96,15 @@ public:
 private:
     static constexpr std::int64_t kBeforeAllKeys = std::numeric_limits<std::int64_t>::min();
 
+    /// Tells a row from another one that has the same key after the content was replaced.
+    struct rowMark_t
+    {
+        std::int64_t key = kBeforeAllKeys;
+        std::uint32_t code = 0;
+        std::int64_t timeStamp = 0;
+        std::size_t systemTimeHash = 0; ///< of the text of the moment when it was written
+    };
+
     struct change_t
     {
         std::uint32_t code;
@@ -104,6 +114,7 @@ private:
 
     void forgetSources();
     void readStatistics();
+    std::optional<rowMark_t> markOf(std::int64_t key);
     bool isLastSeenRowThere();
     bool readNewRows();
     bool areActiveRowsThere();
@@ -121,6 +132,7 @@ private:
     sqlite::Statement m_insertStatistic;
     sqlite::Statement m_updateStatistic;
     sqlite::Statement m_readRows;
+    sqlite::Statement m_readMark;
 
     std::optional<std::int64_t> m_seenVersion; ///< of the file, as SQLite counts what others write
     std::map<std::uint32_t, FaultStatistic> m_statistics;
@@ -129,9 +141,9 @@ private:
     std::map<std::uint32_t, sources_t> m_active;
     sources_t const m_none = {};
     bool m_areSourcesKnown = false;
-    std::int64_t m_seenKey = kBeforeAllKeys;       ///< of the last row that `m_active` takes into account
-    std::int64_t m_seenKeyBefore = kBeforeAllKeys; ///< the same, before this transaction
-    std::vector<change_t> m_changes;               ///< of `m_active` in this transaction
+    rowMark_t m_seen;                ///< the last row that `m_active` takes into account
+    rowMark_t m_seenBefore;          ///< the same, before this transaction
+    std::vector<change_t> m_changes; ///< of `m_active` in this transaction
 };
 
 } // namespace firaim

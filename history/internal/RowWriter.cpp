@@ -324,7 +324,7 @@ RowWriter::row_t const& RowWriter::writeRow(Request& request, sourceView_t const
     requireOneChange(*m_connection);
     row.key = sqlite3_last_insert_rowid(m_connection->get());
     request.keys.push_back(static_cast<unsigned long long>(row.key));
-    m_state.rowWritten(code, source, status == FAULT_ACTIVE, row.key);
+    m_state.rowWritten(m_faults.record(), row.key);
     return row;
 }
 

@@ -279,6 +279,44 @@ TEST_F(FaultRecorderStateTest, KeysThatBeginAnewAreNoticed)
     EXPECT_EQ(raise(3), HISTORY_UNCHANGED);
 }
 
+TEST_F(FaultRecorderStateTest, KeysThatBeginAnewAreNoticedWhenAsManyRowsAreThereAgain)
+{
+    for (bool const isOurs : {true, false})
+    {
+        SCOPED_TRACE(isOurs ? "the last row seen is our own" : "the last row seen is another's");
+        ASSERT_EQ(raise(1), HISTORY_OK);
+        ASSERT_EQ(clear(1), HISTORY_OK);
+        if (!isOurs)
+        {
+            insertForeign(8, "m", FAULT_INACTIVE);
+            ASSERT_EQ(clear(1), HISTORY_UNCHANGED);
+        }
+        exec("DELETE FROM FdbFaultTbl; DELETE FROM FdbFaultStatisticTbl; "
+             "DELETE FROM sqlite_sequence WHERE name = 'FdbFaultTbl'");
+        FaultRecorder other;
+        ASSERT_EQ(other.open(path), HISTORY_OK);
+        for (int const code : {3, 1, 2, 4})
+        {
+            ASSERT_EQ(other.raise(eventOf(static_cast<std::uint64_t>(code), "n")).result, HISTORY_OK);
+        }
+        EXPECT_EQ(raise(3, "n"), HISTORY_UNCHANGED);
+        EXPECT_EQ(clear(4, "n"), HISTORY_OK);
+        EXPECT_EQ(clear(1), HISTORY_UNCHANGED);
+        exec("DELETE FROM FdbFaultTbl");
+    }
+}
+
+TEST_F(FaultRecorderStateTest, RowOfTheSameTripleIsNotedAsAnotherByItsMoment)
+{
+    FaultEvent event = eventOf(1, "m");
+    event.systemTimeText = "before";
+    ASSERT_EQ(recorder.record(eventOf(2, "m", "parameter", FAULT_INACTIVE)).result, HISTORY_OK);
+    ASSERT_EQ(recorder.raise(event).key, 2U);
+    exec("UPDATE FdbFaultTbl SET FaultCode = 3, Status = 'ErrorActive' WHERE EntryId = 1; "
+         "UPDATE FdbFaultTbl SET SystemDateTimeString = 'after' WHERE EntryId = 2");
+    EXPECT_EQ(clear(3), HISTORY_OK);
+}
+
 TEST_F(FaultRecorderStateTest, RemovedStatisticIsBegunAnew)
 {
     ASSERT_EQ(raise(1), HISTORY_OK);
