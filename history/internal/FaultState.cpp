@@ -129,6 +129,19 @@ void FaultState::readStatistics()
 
 void FaultState::loadSources()
 {
+    try
+    {
+        readAllSources();
+    }
+    catch (std::exception const&)
+    {
+        forgetSources(); // What was read in part would not be kept up to date.
+        throw;
+    }
+}
+
+void FaultState::readAllSources()
+{
     while (!m_areSourcesKnown)
     {
         // What a piece begins behind and what it ends with are of one content.
@@ -387,6 +400,10 @@ void FaultState::rolledBack()
     }
     m_changes.clear();
     m_seen = m_seenBefore;
+    if (!m_areSourcesKnown)
+    {
+        forgetSources();
+    }
     m_touched.clear();
     m_written.clear();
     m_seenVersion.reset();

@@ -116,6 +116,7 @@ private:
     void readStatistics();
     std::optional<rowMark_t> markOf(std::int64_t key);
     bool isLastSeenRowThere();
+    void readAllSources();
     bool readNewRows();
     bool areActiveRowsThere();
     void set(std::uint32_t code, sourceView_t const& source, std::optional<std::int64_t> key);

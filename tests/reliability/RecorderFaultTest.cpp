@@ -9,6 +9,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -124,6 +125,41 @@ TEST_F(RecorderFaultTest, RecorderWithoutMemoryReportsWhatTheFileHolds)
     failEach(FailingMemory::plan(FailingMemory::OPERATOR_NEW), FaultPlan::UNTIL_CLEARED, kStride);
     std::printf("recorder faults: operator new     %u allocations failed, %u tolerated\n", m_faults, m_tolerated);
     EXPECT_GT(m_faults, 0U);
+}
+
+TEST_F(RecorderFaultTest, TripleThatAnInterruptedReadingFoundActiveIsReadAgain)
+{
+    FailingVfs::select(FailingVfs::LOCK_BUSY);
+    FaultPlan& plan = FailingVfs::plan();
+    firaim::FaultEvent event;
+    event.code = 7;
+    event.module = "m";
+    firaim::FaultEvent other;
+    other.code = 8;
+    unsigned int fired = 1;
+    for (unsigned int n = 1; fired != 0 && !HasFailure(); ++n)
+    {
+        SCOPED_TRACE("failure " + std::to_string(n));
+        TempDir const dir;
+        std::string const path = dir.file("faults.db");
+        firaim::FaultRecorder recorder;
+        ASSERT_EQ(recorder.open(path), firaim::HISTORY_OK);
+        ASSERT_EQ(recorder.raise(event).key, 1U);
+        ASSERT_EQ(recorder.close(), firaim::HISTORY_OK);
+        RawDb raw(path);
+        raw.exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 25000) INSERT INTO "
+                 "FdbFaultTbl(FaultCode, Status) SELECT 1, 'ErrorInactive' FROM n");
+        ASSERT_EQ(recorder.open(path), firaim::HISTORY_OK);
+        plan.arm(n, FaultPlan::ONCE);
+        plan.resume();
+        static_cast<void>(recorder.clear(other, std::chrono::milliseconds(0)));
+        plan.pause();
+        plan.clear();
+        fired = plan.fired();
+        raw.exec("DELETE FROM FdbFaultTbl WHERE EntryId = 1");
+        EXPECT_EQ(recorder.record(other).result, firaim::HISTORY_OK) << recorder.lastProblem();
+        EXPECT_EQ(recorder.raise(event).result, firaim::HISTORY_OK) << recorder.lastProblem();
+    }
 }
 
 TEST_F(RecorderFaultTest, RecorderWithoutMemoryWhilePruningPrunesOnAndKeepsNobodyOut)
