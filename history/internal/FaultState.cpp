@@ -369,12 +369,13 @@ unsigned int FaultState::lastStartup()
     return last;
 }
 
-unsigned long long FaultState::lastTimeStamp()
+std::optional<unsigned long long> FaultState::lastTimeStamp()
 {
     BoundTable const& faults = m_faults.bound();
-    return static_cast<unsigned long long>(
-        m_connection->number("SELECT " + faults.column(FdbSqlFaultTbl::kTimeStampUtcColumn) + " FROM " + faults.name() +
-                             " ORDER BY " + faults.key() + " DESC LIMIT 1"));
+    sqlite::Statement newest =
+        m_connection->prepare("SELECT " + faults.column(FdbSqlFaultTbl::kTimeStampUtcColumn) + " FROM " +
+                              faults.name() + " ORDER BY " + faults.key() + " DESC LIMIT 1");
+    return newest.step() ? std::optional(static_cast<unsigned long long>(newest.integer(0))) : std::nullopt;
 }
 
 void FaultState::committed()

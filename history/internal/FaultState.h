@@ -87,8 +87,8 @@ public:
 
     /// The largest start-up id of the newest fault and the statistics.
     unsigned int lastStartup();
-    /// The time stamp of the newest fault; 0 without one.
-    unsigned long long lastTimeStamp();
+    /// The time stamp of the newest fault; none without a fault.
+    std::optional<unsigned long long> lastTimeStamp();
 
     void committed();
     void rolledBack();

@@ -76,7 +76,8 @@ void RowWriter::chooseTimeUnit()
 {
     if (m_timeUnit == timeUnit_t::GUESSED)
     {
-        m_timeUnit = unitOf(m_state.lastTimeStamp());
+        std::optional<unsigned long long> const newest = m_state.lastTimeStamp();
+        m_timeUnit = newest ? unitOf(*newest) : timeUnit_t::MILLISECONDS;
     }
 }
 

@@ -143,6 +143,15 @@ TEST_F(FaultRecorderStartTest, NewFileCountsMilliseconds)
     expectNow(1000);
 }
 
+TEST_F(FaultRecorderStartTest, NewFileCountsMillisecondsWhateverItsFirstTimeLooksLike)
+{
+    open();
+    FaultEvent event = eventOf(1);
+    event.time = 2'000'000'000;
+    ASSERT_EQ(recorder.record(event).result, HISTORY_OK);
+    EXPECT_EQ(value("SELECT DateTimeString FROM FdbFaultTbl"), "1970-01-24T03:33:20.000Z");
+}
+
 TEST_F(FaultRecorderStartTest, GivenUnitIsUsed)
 {
     unsigned long long perSecond = 1;
