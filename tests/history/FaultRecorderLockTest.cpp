@@ -113,7 +113,7 @@ TEST_F(FaultRecorderLockTest, EventsOfAGroupThatAreWrittenAloneShareOnePatience)
     events.front().module = "bad";
     std::vector<Receipt> receipts;
     g_looks = 0;
-    EXPECT_EQ(recorder.recordAll(events, receipts, kLongEnoughToCount), HISTORY_FAILED);
+    EXPECT_EQ(recorder.recordAll(events, receipts, kLongEnoughToCount), HISTORY_REFUSED);
     EXPECT_EQ(receipts.back().result, HISTORY_BUSY);
     EXPECT_LT(g_looks.load(), looksOfOne * 10 + 2 * events.size()) << "each has at most two tries of its own";
     reader.exec("COMMIT");

@@ -1,5 +1,5 @@
-// What an application may load as a plug-in: uses the libraries in all ways that leave something behind, such as objects
-// of the process, threads and memory of a thread.
+// What an application may load as a plug-in: uses the libraries in all ways that leave something behind, such as
+// objects of the process, threads and memory of a thread.
 
 #include <db/LogUtil.h>
 #include <fdb/FaultDb.h>

@@ -1,6 +1,6 @@
 // Usage: unloading MODULE DATABASE
-// Loads MODULE, which uses the libraries, lets it work on DATABASE, unloads it, and looks whether the libraries have gone
-// with it. Does so twice, as what was unloaded must also come up again.
+// Loads MODULE, which uses the libraries, lets it work on DATABASE, unloads it, and looks whether the libraries have
+// gone with it. Does so twice, as what was unloaded must also come up again.
 //
 // Like every C++ application it brings the C++ library itself. One that came with the module would be bound to symbols
 // of the module, and is never unloaded.

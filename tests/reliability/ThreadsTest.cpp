@@ -102,8 +102,8 @@ protected:
     void note(int result, firaim::FaultEvent const& event)
     {
         expectPossible(result);
-        bool const isTaken = result == firaim::HISTORY_OK || result == firaim::HISTORY_COUNTED ||
-                             result == firaim::HISTORY_QUEUED;
+        bool const isTaken =
+            result == firaim::HISTORY_OK || result == firaim::HISTORY_COUNTED || result == firaim::HISTORY_QUEUED;
         occurrences[static_cast<std::size_t>(event.code)] += isTaken && event.status == FAULT_ACTIVE ? 1 : 0;
     }
     void expectAllCounted() const
@@ -112,9 +112,9 @@ protected:
         EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
         for (unsigned int code = 1; code <= 3; ++code)
         {
-            EXPECT_EQ(raw.value("SELECT OccurenceCnt FROM FdbFaultStatisticTbl WHERE FaultCode = " +
-                                std::to_string(code)),
-                      std::to_string(occurrences[code]));
+            EXPECT_EQ(
+                raw.value("SELECT OccurenceCnt FROM FdbFaultStatisticTbl WHERE FaultCode = " + std::to_string(code)),
+                std::to_string(occurrences[code]));
         }
     }
 
