@@ -200,9 +200,9 @@ void Model::begin(RecorderOptions const& options)
     m_startupId += isNext && m_startupId < std::numeric_limits<unsigned int>::max() ? 1 : 0;
     m_startupId = options.startup == RecorderOptions::GIVEN_STARTUP ? options.startupId : m_startupId;
     m_unit = options.timeUnit;
-    if (m_unit == timeUnit_t::GUESSED && !m_stamps.empty())
+    if (m_unit == timeUnit_t::GUESSED)
     {
-        m_unit = unitOf(m_stamps.back());
+        m_unit = m_stamps.empty() ? timeUnit_t::MILLISECONDS : unitOf(m_stamps.back());
     }
 }
 
