@@ -24,6 +24,7 @@ constexpr std::chrono::seconds kLongestWork(5);
 constexpr int kDamagesToBelieve = 2;
 /// How often the active triples are read in pieces that let others in.
 constexpr int kMostReadings = 3;
+constexpr char kNoMemory[] = "out of memory";
 
 /// Sets a flag for as long as it lives.
 class SetMeanwhile
@@ -37,7 +38,6 @@ public:
 private:
     bool& m_flag;
 };
-constexpr char kNoMemory[] = "out of memory";
 
 std::chrono::nanoseconds processorTime()
 {
@@ -521,8 +521,7 @@ void GroupWriter::settle(std::vector<Request*> const& group, sqlite::Error const
 /// - With a rollback journal, rows are only found when the database was synchronised and the journal's header zeroed;
 ///   what is missing is the zeroed header. Any commit that changes a page writes the header, zeroes it again and
 ///   synchronises both.
-/// - In a write-ahead log a lost frame makes all later ones worthless. A checkpoint copies the frames into the
-/// database,
+/// - In a write-ahead log a lost frame makes all later ones worthless. A checkpoint copies the frames into the file,
 ///   synchronises that and empties the log; the commit then begins the log anew, under a new salt, and synchronises it.
 ///
 /// The page that is changed is the first one: it gets the user version that it has. Rewriting a row with its own values
