@@ -96,8 +96,9 @@ struct RecorderOptions
 /// cycle; `endCycle` counts one further cycle for every active code that this recorder has not recorded as active since
 /// its last `endCycle`, so one recorder counts the cycles of a file. A code is active while any of its triples is, and
 /// its statistic refers to its newest row. First and last occurrence are in the order of recording, whatever the clock
-/// says. Counters stay at 65,535. A code that this build has no name for keeps the one that its statistic has. Where an
-/// old file has several rows for a code, the first is kept up and the others are left.
+/// says. Counters stay at 65,535. A code that this build has no name for keeps the one that its statistic has or,
+/// without a statistic, the newest of its rows, where that is among the last 10,000. Where an old file has several
+/// statistics for a code, the first is kept up and the others are left.
 ///
 /// Threads: any thread may call anything at any time but the destructor. Callers that wait at the same time share one
 /// commit; alone, nobody waits for company. Several recorders, also in several processes, may record into one file;

@@ -18,6 +18,7 @@ public:
     /// Ids of the columns that are selected or looked at by themselves.
     FIRAIM_HIDDEN static constexpr unsigned short kEntryIdColumn = 0;
     FIRAIM_HIDDEN static constexpr unsigned short kFaultCodeColumn = 2;       ///< see kEntryIdColumn
+    FIRAIM_HIDDEN static constexpr unsigned short kFaultCodeNameColumn = 3;   ///< see kEntryIdColumn
     FIRAIM_HIDDEN static constexpr unsigned short kModuleNameColumn = 4;      ///< see kEntryIdColumn
     FIRAIM_HIDDEN static constexpr unsigned short kParameterColumn = 5;       ///< see kEntryIdColumn
     FIRAIM_HIDDEN static constexpr unsigned short kTimeStampUtcColumn = 6;    ///< see kEntryIdColumn

@@ -369,6 +369,18 @@ unsigned int FaultState::lastStartup()
     return last;
 }
 
+std::string FaultState::nameInFaults(std::uint32_t code)
+{
+    BoundTable const& faults = m_faults.bound();
+    // Bounded, as nothing leads from a code to its faults.
+    sqlite::Statement newest = m_connection->prepare(
+        "SELECT " + faults.column(FdbSqlFaultTbl::kFaultCodeNameColumn) + " FROM " + faults.name() + " WHERE " +
+        faults.column(FdbSqlFaultTbl::kFaultCodeColumn) + " = ?1 AND " + faults.key() + " > (SELECT max(" +
+        faults.key() + ") FROM " + faults.name() + ") - ?2 ORDER BY " + faults.key() + " DESC LIMIT 1");
+    newest.bind(1, static_cast<std::int64_t>(code)).bind(2, kRowsInBatch);
+    return newest.step() ? std::string(decodedText(newest, 0)) : std::string();
+}
+
 std::optional<unsigned long long> FaultState::lastTimeStamp()
 {
     BoundTable const& faults = m_faults.bound();

@@ -87,6 +87,8 @@ public:
 
     /// The largest start-up id of the newest fault and the statistics.
     unsigned int lastStartup();
+    /// The name that a code has in the newest of its faults; empty where it is not among the last 10,000 faults.
+    std::string nameInFaults(std::uint32_t code);
     /// The time stamp of the newest fault; none without a fault.
     std::optional<unsigned long long> lastTimeStamp();
 

@@ -431,8 +431,14 @@ std::string const& RowWriter::codeNameOf(FaultEvent const& event, FaultStatistic
         name << static_cast<faultCode_t>(event.code);
         builtIn = name.str();
     }
-    std::string const& known = statistic.FaultCodeName;
-    return isNamed(builtIn) || known.empty() || known == "n/a" ? builtIn : known;
+    if (isNamed(builtIn))
+    {
+        return builtIn;
+    }
+    bool const isNew = statistic.EntryId == 0 && statistic.FaultCodeName.empty();
+    m_nameInFaults = isNew ? m_state.nameInFaults(static_cast<std::uint32_t>(event.code)) : std::string();
+    std::string const& known = isNew ? m_nameInFaults : statistic.FaultCodeName;
+    return known.empty() || known == "n/a" ? builtIn : known;
 }
 
 } // namespace firaim

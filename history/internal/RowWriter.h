@@ -113,6 +113,7 @@ private:
     FaultState m_state;
     Retention m_retention;
     std::map<std::uint32_t, std::string> m_builtInNames;
+    std::string m_nameInFaults;                         ///< that was looked for last
     std::map<std::uint32_t, std::uint64_t> m_lastOrder; ///< see Request, of each code's last occurrence
 
     std::vector<row_t> m_rows; ///< of this transaction

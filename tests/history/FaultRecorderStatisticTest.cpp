@@ -20,6 +20,11 @@ protected:
     void endCycle() { ASSERT_EQ(recorder.endCycle(), HISTORY_OK) << recorder.lastProblem(); }
 
     /// A statistic row, and no fault.
+    void insertFault(std::uint64_t code, std::string const& name) const
+    {
+        exec("INSERT INTO FdbFaultTbl(FaultCode, FaultCodeName) VALUES(" + std::to_string(code) + ",'" + name + "')");
+    }
+
     void insertStatistic(std::uint64_t code, std::string const& name, std::string const& active,
                          unsigned int occurrences, unsigned int activeCycles) const
     {
@@ -235,6 +240,22 @@ TEST_F(FaultRecorderStatisticTest, TwoRecordersCountTogether)
     EXPECT_EQ(statistic(1, "OccurenceCnt"), "20");
     EXPECT_EQ(value("SELECT count(*) FROM FdbFaultStatisticTbl"), "1");
     EXPECT_EQ(statistic(1, "FaultEntryId"), "20");
+}
+
+TEST_F(FaultRecorderStatisticTest, CodeWithoutAStatisticKeepsTheNameOfItsNewestRow)
+{
+    createWithFacade();
+    insertFault(4711, "OLD_NAME");
+    insertFault(4711, "PUMP_DRY");
+    insertFault(4712, "OTHER");
+    open();
+    EXPECT_EQ(recorder.record(eventOf(4711)).result, HISTORY_OK);
+    EXPECT_EQ(recorder.record(eventOf(4711)).result, HISTORY_OK);
+    EXPECT_EQ(recorder.record(eventOf(4713)).result, HISTORY_OK);
+    EXPECT_EQ(value("SELECT group_concat(FaultCodeName) FROM (SELECT FaultCodeName FROM FdbFaultTbl WHERE EntryId > 3 "
+                    "ORDER BY EntryId)"),
+              "PUMP_DRY,PUMP_DRY,UNKNOWN_FAULT_CODE(4713)");
+    EXPECT_EQ(statistic(4711, "FaultCodeName"), "PUMP_DRY");
 }
 
 } // namespace
