@@ -12,7 +12,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -118,57 +117,37 @@ TEST(FullDiskTest, FileSizeLimitLosesNothingAcknowledgedAndLeavesTheObjectUsable
 TEST(FullDiskTest, SmallFileSystemLosesNothingAcknowledgedAndLeavesTheObjectUsable)
 {
     TempDir const dir;
-    int const result = runInChild(
-        [&]
-        {
-            if (int const refusal = mountSmall(dir.path().c_str()))
-            {
-                return refusal;
-            }
-            SilentConsole const console;
-            std::string const ballast = dir.file("ballast");
-            writeFile(ballast, std::string(64 * 1024, 'x'));
-            FilledDatabase filled("file system of 320 KiB", dir.file("faults.db"));
-            filled.open();
-            filled.fill();
-            filled.useWhileFull();
-            EXPECT_EQ(std::remove(ballast.c_str()), 0);
-            filled.goOn();
-            return 0;
-        });
-    if (result != 0 && result != kFailed)
-    {
-        GTEST_SKIP() << "no file system may be mounted here: " << std::strerror(result);
-    }
-    EXPECT_EQ(result, 0);
+    runOnSmallFileSystem(dir.path(),
+                         [&]
+                         {
+                             SilentConsole const console;
+                             std::string const ballast = dir.file("ballast");
+                             writeFile(ballast, std::string(64 * 1024, 'x'));
+                             FilledDatabase filled("file system of 320 KiB", dir.file("faults.db"));
+                             filled.open();
+                             filled.fill();
+                             filled.useWhileFull();
+                             EXPECT_EQ(std::remove(ballast.c_str()), 0);
+                             filled.goOn();
+                         });
 }
 
 TEST(FullDiskTest, CreateDbOnAFullFileSystemFailsUntilThereIsRoom)
 {
     TempDir const dir;
-    int const result = runInChild(
-        [&]
-        {
-            if (int const refusal = mountSmall(dir.path().c_str()))
-            {
-                return refusal;
-            }
-            SilentConsole const console;
-            std::string const ballast = dir.file("ballast");
-            fillUp(ballast);
-            FilledDatabase filled("file system of 320 KiB", dir.file("faults.db"));
-            EXPECT_EQ(filled.m_db.createDb(dir.file("faults.db"), true), RESULT_FAILED);
-            EXPECT_EQ(filled.m_db.createDb(dir.file("faults.db"), true), RESULT_FAILED);
-            EXPECT_EQ(std::remove(ballast.c_str()), 0);
-            filled.open();
-            filled.fill();
-            return 0;
-        });
-    if (result != 0 && result != kFailed)
-    {
-        GTEST_SKIP() << "no file system may be mounted here: " << std::strerror(result);
-    }
-    EXPECT_EQ(result, 0);
+    runOnSmallFileSystem(dir.path(),
+                         [&]
+                         {
+                             SilentConsole const console;
+                             std::string const ballast = dir.file("ballast");
+                             fillUp(ballast);
+                             FilledDatabase filled("file system of 320 KiB", dir.file("faults.db"));
+                             EXPECT_EQ(filled.m_db.createDb(dir.file("faults.db"), true), RESULT_FAILED);
+                             EXPECT_EQ(filled.m_db.createDb(dir.file("faults.db"), true), RESULT_FAILED);
+                             EXPECT_EQ(std::remove(ballast.c_str()), 0);
+                             filled.open();
+                             filled.fill();
+                         });
 }
 
 } // namespace

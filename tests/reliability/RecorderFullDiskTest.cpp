@@ -9,7 +9,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <set>
 #include <string>
 #include <vector>
@@ -139,53 +138,33 @@ TEST_P(RecorderFullDiskTest, FileSizeLimitStoresWhatTheReceiptsSay)
 
 TEST_P(RecorderFullDiskTest, SmallFileSystemStoresWhatTheReceiptsSay)
 {
-    int const result = runInChild(
-        [this]
-        {
-            if (int const refusal = mountSmall(dir.path().c_str()))
-            {
-                return refusal;
-            }
-            std::string const ballast = dir.file("ballast");
-            writeFile(ballast, std::string(64 * 1024, 'x'));
-            FilledRecorder filled(dir.file("faults.db"));
-            filled.fill(GetParam());
-            EXPECT_EQ(std::remove(ballast.c_str()), 0);
-            filled.goOn();
-            return 0;
-        });
-    if (result != 0 && result != kFailed)
-    {
-        GTEST_SKIP() << "no file system may be mounted here: " << std::strerror(result);
-    }
-    EXPECT_EQ(result, 0);
+    runOnSmallFileSystem(dir.path(),
+                         [this]
+                         {
+                             std::string const ballast = dir.file("ballast");
+                             writeFile(ballast, std::string(64 * 1024, 'x'));
+                             FilledRecorder filled(dir.file("faults.db"));
+                             filled.fill(GetParam());
+                             EXPECT_EQ(std::remove(ballast.c_str()), 0);
+                             filled.goOn();
+                         });
 }
 
 TEST(RecorderOnFullDiskTest, OpenOnAFullFileSystemFailsUntilThereIsRoom)
 {
     TempDir const dir;
-    int const result = runInChild(
-        [&]
-        {
-            if (int const refusal = mountSmall(dir.path().c_str()))
-            {
-                return refusal;
-            }
-            std::string const ballast = dir.file("ballast");
-            fillUp(ballast);
-            FaultRecorder recorder;
-            EXPECT_EQ(recorder.open(dir.file("faults.db")), HISTORY_FAILED);
-            EXPECT_EQ(recorder.open(dir.file("faults.db")), HISTORY_FAILED);
-            EXPECT_EQ(std::remove(ballast.c_str()), 0);
-            EXPECT_EQ(recorder.open(dir.file("faults.db")), HISTORY_OK) << recorder.lastProblem();
-            EXPECT_EQ(recorder.record(longEvent(1)).result, HISTORY_OK) << recorder.lastProblem();
-            return 0;
-        });
-    if (result != 0 && result != kFailed)
-    {
-        GTEST_SKIP() << "no file system may be mounted here: " << std::strerror(result);
-    }
-    EXPECT_EQ(result, 0);
+    runOnSmallFileSystem(dir.path(),
+                         [&]
+                         {
+                             std::string const ballast = dir.file("ballast");
+                             fillUp(ballast);
+                             FaultRecorder recorder;
+                             EXPECT_EQ(recorder.open(dir.file("faults.db")), HISTORY_FAILED);
+                             EXPECT_EQ(recorder.open(dir.file("faults.db")), HISTORY_FAILED);
+                             EXPECT_EQ(std::remove(ballast.c_str()), 0);
+                             EXPECT_EQ(recorder.open(dir.file("faults.db")), HISTORY_OK) << recorder.lastProblem();
+                             EXPECT_EQ(recorder.record(longEvent(1)).result, HISTORY_OK) << recorder.lastProblem();
+                         });
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, RecorderFullDiskTest, testing::Bool(),

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include <sys/resource.h>
@@ -38,6 +39,28 @@ void liftFileSize();
 
 /// Mounts a file system of 320 KiB at `path`, for this process alone. 0, or the errno of what is not allowed.
 int mountSmall(char const* path);
+
+/// Runs `body` in a process of its own that has a file system of 320 KiB at `path`. Must be the last step of a test,
+/// which is skipped where that is not allowed.
+template <class Body>
+void runOnSmallFileSystem(std::string const& path, Body body)
+{
+    int const result = runInChild(
+        [&]
+        {
+            int const refusal = mountSmall(path.c_str());
+            if (refusal == 0)
+            {
+                body();
+            }
+            return refusal;
+        });
+    if (result != 0 && result != kFailed)
+    {
+        GTEST_SKIP() << "no file system may be mounted here: " << std::strerror(result);
+    }
+    EXPECT_EQ(result, 0);
+}
 
 /// Writes a file for as long as there is room.
 void fillUp(std::string const& path);
