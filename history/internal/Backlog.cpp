@@ -1,5 +1,7 @@
 #include <history/internal/Backlog.h>
 
+#include <history/internal/Deadline.h>
+
 #include <algorithm>
 #include <csignal>
 #include <mutex>
@@ -73,7 +75,7 @@ int Backlog::close(patience_t patience)
             return HISTORY_INVALID_STATE;
         }
         m_isClosing = true;
-        m_closeBy = endOf(patience);
+        m_closeBy = deadline::after(patience);
         m_changed.notifyAll();
     }
     bool isFlushed = false;
@@ -110,7 +112,7 @@ int Backlog::close(patience_t patience)
 
 int Backlog::post(Request const& request, patience_t patience)
 {
-    time_t const end = endOf(patience);
+    time_t const end = deadline::after(patience);
     std::lock_guard<Mutex> const lock(m_mutex);
     while (m_isOpen && !m_isClosing && m_posted.size() >= m_options.queueLimit && m_options.doesPostWait &&
            clock_t::now() < end)
@@ -218,15 +220,9 @@ bool Backlog::startThread()
     }
 }
 
-Backlog::time_t Backlog::endOf(patience_t patience)
-{
-    constexpr std::chrono::hours kLongest(24 * 365);
-    return clock_t::now() + std::clamp<patience_t>(patience, patience_t(0), kLongest);
-}
-
 int Backlog::flush(std::uint64_t& left, patience_t patience)
 {
-    time_t const end = endOf(patience);
+    time_t const end = deadline::after(patience);
     std::lock_guard<Mutex> const lock(m_mutex);
     left = 0;
     return m_isOpen ? waitForAll(left, end, m_options.isCancelled) : static_cast<int>(HISTORY_INVALID_STATE);
@@ -234,7 +230,7 @@ int Backlog::flush(std::uint64_t& left, patience_t patience)
 
 int Backlog::passOn(patience_t patience)
 {
-    time_t const end = endOf(patience);
+    time_t const end = deadline::after(patience);
     std::lock_guard<Mutex> const lock(m_mutex);
     if (!m_isOpen || !m_isThreadRunning)
     {
@@ -439,12 +435,7 @@ void Backlog::runBatch(std::vector<posted_t*> const& posted, std::vector<Storms:
 
 Backlog::patience_t Backlog::patienceOfAttempt() const
 {
-    if (!m_isClosing)
-    {
-        return kPatienceOfAttempt;
-    }
-    auto const left = std::chrono::duration_cast<patience_t>(m_closeBy - clock_t::now());
-    return std::clamp<patience_t>(left, patience_t(0), kPatienceOfAttempt);
+    return m_isClosing ? std::min(deadline::timeTo(m_closeBy), kPatienceOfAttempt) : kPatienceOfAttempt;
 }
 
 void Backlog::giveBack(std::vector<Storms::report_t> const& reports)

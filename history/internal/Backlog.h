@@ -83,7 +83,6 @@ private:
     void giveBack(std::vector<Storms::report_t> const& reports);
     void settle(std::vector<Request> const& requests, std::vector<posted_t*> const& posted,
                 std::vector<Storms::report_t> const& reports);
-    static time_t endOf(patience_t patience);
     int waitForAll(std::uint64_t& left, time_t end, bool (*isCancelled)());
     int waitFor(goal_t const& goal, time_t end, bool (*isCancelled)());
     void waitForChange(time_t end, bool (*isCancelled)());

@@ -1,5 +1,6 @@
 #include <history/internal/CommitQueue.h>
 
+#include <history/internal/Deadline.h>
 #include <history/internal/Failure.h>
 
 #include <algorithm>
@@ -18,21 +19,6 @@ using clock_t = std::chrono::steady_clock;
 constexpr std::size_t kMostRequests = 1000;
 constexpr std::size_t kMostBytes = 1 << 20;
 
-std::chrono::milliseconds timeTo(Condition::time_t end)
-{
-    auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(end - clock_t::now());
-    return std::max(left, std::chrono::milliseconds(0));
-}
-
-/// A patience of years is as good as for ever, and one below 0 is none.
-std::chrono::milliseconds bounded(std::chrono::milliseconds patience)
-{
-    constexpr std::chrono::hours kLongest(24 * 365);
-    return std::clamp<std::chrono::milliseconds>(patience, std::chrono::milliseconds(0), kLongest);
-}
-
-/// Short enough to need no memory.
-constexpr char kNoMemory[] = "out of memory";
 constexpr char kNotOpen[] = "the recorder is not open";
 
 } // namespace
@@ -64,7 +50,7 @@ int CommitQueue::open(std::string const& path, RecorderOptions const& options, p
             ownPath = path;
             ownOptions = options;
             writer = std::make_unique<GroupWriter>(path, options);
-            writer->open(bounded(patience));
+            writer->open(deadline::bounded(patience));
         }
         catch (Failure const& failure)
         {
@@ -122,7 +108,7 @@ int CommitQueue::close()
 void CommitQueue::run(std::vector<Request>& requests, patience_t patience)
 {
     Call call;
-    call.deadline = clock_t::now() + bounded(patience);
+    call.deadline = deadline::after(patience);
     std::lock_guard<Mutex> const lock(m_mutex);
     enter(requests, call);
     while (call.undone > 0)
@@ -230,7 +216,7 @@ void CommitQueue::lead(Call& call)
     {
         {
             Unlocked const unlocked(m_mutex);
-            m_writer->begin(timeTo(call.deadline), needsSources);
+            m_writer->begin(deadline::timeTo(call.deadline), needsSources);
         }
         takeGroup();
         Condition::time_t end = call.deadline;
@@ -239,7 +225,7 @@ void CommitQueue::lead(Call& call)
             end = std::max(end, request->call->deadline);
         }
         Unlocked const unlocked(m_mutex);
-        m_writer->write(m_group, timeTo(end));
+        m_writer->write(m_group, deadline::timeTo(end));
         tellStored();
     }
     catch (Failure const& failure)

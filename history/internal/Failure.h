@@ -27,6 +27,9 @@ private:
     std::string m_text;
 };
 
+/// Short enough that a text with it needs no memory.
+constexpr char kNoMemory[] = "out of memory";
+
 /// Throws Failure for `action` on the file at `path`, which has failed with `errno`.
 [[noreturn]] void failWithErrno(std::string const& path, char const* action);
 

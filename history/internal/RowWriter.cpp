@@ -38,6 +38,7 @@ RowWriter::RowWriter(RecorderOptions const& options)
 void RowWriter::connect(sqlite::Connection const& connection)
 {
     m_connection = &connection;
+    m_isPruningStopped = false;
     m_insert = connection.prepare(m_faults.bound().insertText());
     m_state.connect(connection);
     m_retention.connect(connection, m_faults.bound());
@@ -110,7 +111,7 @@ void RowWriter::write(std::vector<Request*> const& group)
 void RowWriter::prune()
 {
     constexpr std::int64_t kMostBeyond = 8; // A backlog goes in small pieces.
-    if (!m_rows.empty())
+    if (!m_rows.empty() && !m_isPruningStopped)
     {
         auto const most = 2 * static_cast<std::int64_t>(m_rows.size()) + kMostBeyond;
         m_prunedNow = m_retention.prune(m_state, m_rows.back().key, most);

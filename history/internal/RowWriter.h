@@ -46,6 +46,8 @@ public:
     void write(std::vector<Request*> const& group);
     /// Removes old rows, as many as the rows just written call for.
     void prune();
+    /// `prune` does nothing until the next `connect`.
+    void stopPruning() { m_isPruningStopped = true; }
 
     /// What the transaction is to leave behind, besides its rows. Taken before it is rolled back.
     struct outcome_t
@@ -123,6 +125,7 @@ private:
     std::optional<std::set<std::uint32_t>> m_countedInCycleBefore;
     std::uint64_t m_pruned = 0;
     std::uint64_t m_prunedNow = 0; ///< in this transaction
+    bool m_isPruningStopped = false;
 };
 
 } // namespace firaim

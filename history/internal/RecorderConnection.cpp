@@ -1,0 +1,233 @@
+#include <history/internal/RecorderConnection.h>
+
+#include <history/internal/RecorderFile.h>
+#include <history/internal/SetAside.h>
+
+#include <utility>
+
+#include <sys/stat.h>
+#include <time.h>
+
+namespace firaim
+{
+
+namespace
+{
+
+/// Instructions of SQLite's machine between two looks at the clock: some hundred microseconds.
+constexpr int kInstructionsPerLook = 10000;
+constexpr std::chrono::seconds kLongestWork(5);
+constexpr int kDamagesToBelieve = 2;
+
+std::chrono::nanoseconds processorTime()
+{
+    timespec time = {};
+    static_cast<void>(clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time)); // Every Linux has this clock.
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+} // namespace
+
+RecorderConnection::RecorderConnection(std::string path, RecorderOptions const& options, RowWriter& rows)
+    : m_path(std::move(path)), m_options(options), m_rows(rows)
+{
+}
+
+RecorderConnection::~RecorderConnection()
+{
+    close();
+}
+
+bool RecorderConnection::open(patience_t patience)
+{
+    sqlite::Waiting const waiting = {patience, m_options.isCancelled};
+    bool isAnew = false;
+    bool isMended = !m_options.setAsideCode; // Or is not to be.
+    while (!m_connection)
+    {
+        try
+        {
+            if (m_damagesSeen >= kDamagesToBelieve && !isMended)
+            {
+                m_damagesSeen = 0;
+                isMended = true;
+                isAnew = setAsideNow(waiting);
+            }
+            openOnce(waiting);
+        }
+        catch (sqlite::Error const& error)
+        {
+            close();
+            Failure const failure = failureOf(error);
+            if (!isDamage(error) || (m_damagesSeen >= kDamagesToBelieve && isMended))
+            {
+                m_damagesSeen = 0; // The next call looks twice again.
+                throw failure;
+            }
+        }
+        catch (std::exception const&) // Failure, or a lack of memory.
+        {
+            close();
+            throw;
+        }
+    }
+    return isAnew;
+}
+
+void RecorderConnection::openOnce(sqlite::Waiting const& waiting)
+{
+    m_connection.emplace(openForRecording(m_path, waiting));
+    noteFile();
+    sqlite3_progress_handler(m_connection->get(), kInstructionsPerLook, onProgress, this);
+    m_begin = m_connection->prepare("BEGIN IMMEDIATE");
+    m_commit = m_connection->prepare("COMMIT");
+    m_rows.connect(*m_connection);
+}
+
+/// What was read from another file of that name is of no use.
+void RecorderConnection::noteFile()
+{
+    struct stat status = {};
+    bool const isSame = stat(m_path.c_str(), &status) == 0 && status.st_dev == m_device && status.st_ino == m_inode;
+    m_device = status.st_dev;
+    m_inode = status.st_ino;
+    if (!isSame)
+    {
+        m_rows.forget();
+    }
+}
+
+void RecorderConnection::close()
+{
+    m_rows.disconnect();
+    m_begin = {};
+    m_commit = {};
+    m_connection.reset();
+}
+
+Failure RecorderConnection::failureOf(sqlite::Error const& error)
+{
+    Failure failure(m_path, error);
+    if (failure.result() == HISTORY_DAMAGED)
+    {
+        ++m_damagesSeen;
+        m_damage = error.what();
+    }
+    return failure;
+}
+
+/// Makes a new file of the damaged one, whose first row tells why; returns whether there was a need.
+bool RecorderConnection::setAsideNow(sqlite::Waiting const& waiting)
+{
+    m_rows.forget();
+    bool isAnew = false;
+    try
+    {
+        isAnew = setAside(m_path, m_damage, waiting,
+                          [this](sqlite::Connection const& connection, std::string const& text)
+                          { recordIncident(connection, text); });
+    }
+    catch (std::exception const&)
+    {
+        m_rows.forget(); // The incident is in no file.
+        throw;
+    }
+    if (isAnew)
+    {
+        m_rows.committed();
+    }
+    m_rows.forget();
+    return isAnew;
+}
+
+/// Writes the row into the new content, which is not in the file yet.
+void RecorderConnection::recordIncident(sqlite::Connection const& connection, std::string const& text)
+{
+    FaultEvent event;
+    event.code = *m_options.setAsideCode;
+    event.description = text;
+    Request request;
+    request.event = &event;
+    request.takeMoment();
+    try
+    {
+        m_rows.connect(connection);
+        sqlite::Transaction transaction(connection, "BEGIN");
+        m_rows.prepare({&request});
+        m_rows.write({&request});
+        transaction.commit();
+    }
+    catch (std::exception const&)
+    {
+        m_rows.disconnect(); // The connection goes first otherwise.
+        m_rows.rolledBack();
+        throw;
+    }
+    m_rows.disconnect();
+}
+
+void RecorderConnection::waitUntil(deadline::time_t end) const
+{
+    m_connection->waitFor({deadline::timeTo(end), m_options.isCancelled});
+}
+
+void RecorderConnection::rollBack()
+{
+    // After some failures SQLite has rolled back on its own.
+    if (isInTransaction() && sqlite3_exec(m_connection->get(), "ROLLBACK", nullptr, nullptr, nullptr) != SQLITE_OK)
+    {
+        close();
+    }
+}
+
+void RecorderConnection::beginWork()
+{
+    m_workBegin = processorTime();
+}
+
+/// What is read waits for nobody and comes to an end, so it is done even when cancelled.
+int RecorderConnection::onProgress(void* self)
+{
+    auto const* const connection = static_cast<RecorderConnection*>(self);
+    return connection->m_workBegin && processorTime() - *connection->m_workBegin > kLongestWork ? 1 : 0;
+}
+
+/// After a commit whose synchronising has failed, its rows can be read, and a power cut can take them: the system takes
+/// the pages for written, and synchronising once more passes over them. So all that the failed call was to write is
+/// written anew.
+///
+/// - With a rollback journal, rows are only found when the database was synchronised and the journal's header zeroed;
+///   what is missing is the zeroed header. Any commit that changes a page writes the header, zeroes it again and
+///   synchronises both.
+/// - In a write-ahead log a lost frame makes all later ones worthless. A checkpoint copies the frames into the file,
+///   synchronises that and empties the log; the commit then begins the log anew, under a new salt, and synchronises it.
+void RecorderConnection::makeDurable()
+{
+    if (m_isSyncInDoubt)
+    {
+        emptyLog();
+        rewriteFirstPage();
+        m_isSyncInDoubt = false;
+    }
+}
+
+void RecorderConnection::emptyLog()
+{
+    sqlite::Statement checkpoint = m_connection->prepare("PRAGMA wal_checkpoint(TRUNCATE)");
+    if (checkpoint.step() && checkpoint.integer(0) != 0)
+    {
+        throw sqlite::Error(nullptr, SQLITE_BUSY); // Somebody reads what is in the log.
+    }
+}
+
+/// Gives the file the user version that it has. Rewriting a row with its own values would change no page, and SQLite
+/// then writes nothing.
+void RecorderConnection::rewriteFirstPage()
+{
+    std::string const version = "PRAGMA user_version";
+    sqlite::Transaction transaction(*m_connection, "BEGIN IMMEDIATE");
+    m_connection->run(version + '=' + std::to_string(m_connection->number(version)));
+    transaction.commit();
+}
+
+} // namespace firaim
