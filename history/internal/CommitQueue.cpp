@@ -218,7 +218,7 @@ void CommitQueue::lead(Call& call)
             Unlocked const unlocked(m_mutex);
             m_writer->begin(deadline::timeTo(call.deadline), needsSources);
         }
-        takeGroup();
+        takeGroup(needsSources);
         Condition::time_t end = call.deadline;
         for (Request const* const request : m_group)
         {
@@ -257,7 +257,8 @@ void CommitQueue::lead(Call& call)
     passOn();
 }
 
-void CommitQueue::takeGroup()
+/// `areSourcesLoaded` is whether the active triples were read for this group, before its transaction began.
+void CommitQueue::takeGroup(bool areSourcesLoaded)
 {
     std::size_t bytes = 0;
     bool hasEdge = false;
@@ -267,6 +268,10 @@ void CommitQueue::takeGroup()
         if (!m_group.empty() && bytes + request->size() > kMostBytes)
         {
             return;
+        }
+        if (!m_group.empty() && !areSourcesLoaded && m_writer->needsReading(*request))
+        {
+            return; // It came after the transaction began, which others need not wait for while all faults are read.
         }
         if (hasEdge && request->kind == Request::STORM)
         {

@@ -54,7 +54,7 @@ private:
     void wait(Call& call);
     void lead(Call& call);
     bool append(Request& request);
-    void takeGroup();
+    void takeGroup(bool areSourcesLoaded);
     void tellStored() const;
     void giveUp(Call& call, int result, std::string const& problem);
     void finish(Request& request);

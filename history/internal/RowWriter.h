@@ -34,6 +34,7 @@ public:
 
     /// Reads which triples are active, outside a transaction and letting go of the file now and then.
     void loadSources() { m_state.loadSources(); }
+    bool areSourcesKnown() const { return m_state.areSourcesKnown(); }
     /// Whether a request can only be decided when the active triples are known. Any thread may ask.
     bool needsSources(Request const& request) const { return m_retention.isOn() || request.needsSources(); }
 

@@ -80,6 +80,20 @@ TEST_F(FaultRecorderGroupTest, CallsThatWaitAtTheSameTimeShareOneCommit)
     }
 }
 
+TEST_F(FaultRecorderGroupTest, AnEdgeThatHasToReadAllFaultsFirstDoesNotJoinATransactionThatHasBegun)
+{
+    std::optional<LockingProcess> other;
+    other.emplace(path);
+    std::thread leader([&] { EXPECT_EQ(recorder.record(eventOf(1), kLong).result, HISTORY_OK); });
+    Waiters::waitFor(1);
+    std::thread later([&] { EXPECT_EQ(recorder.raise(eventOf(2), kLong).result, HISTORY_OK); });
+    Waiters::waitFor(2);
+    other.reset();
+    leader.join();
+    later.join();
+    EXPECT_EQ(recorder.counters().groups, 2U);
+}
+
 TEST_F(FaultRecorderGroupTest, ManyThreadsLoseNothing)
 {
     constexpr unsigned int kThreads = 8;
