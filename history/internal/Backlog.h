@@ -3,12 +3,11 @@
 #include <history/FaultRecorder.h>
 #include <history/internal/CommitQueue.h>
 #include <history/internal/Mutex.h>
+#include <history/internal/PostedEvents.h>
 #include <history/internal/Storms.h>
 
 #include <cstdint>
-#include <deque>
 #include <optional>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -52,24 +51,22 @@ public:
     std::uint64_t counted();
 
 private:
-    struct posted_t
-    {
-        FaultEvent event;
-        std::int64_t now;
-        unsigned int upTime;
-        std::uint64_t order;      ///< see Request
-        std::int64_t doubtfulKey; ///< see Request
-        bool isSettled;           ///< recorded or lost; it goes as soon as all before it are
-    };
-
+    using posted_t = PostedEvents::posted_t;
     using time_t = Condition::time_t;
+
+    /// Something that calls want the thread to do.
+    struct errand_t
+    {
+        std::uint64_t wanted; ///< by so many calls
+        std::uint64_t done;   ///< for the first so many of them
+    };
 
     /// What a call waits for.
     struct goal_t
     {
         std::uint64_t posted; ///< so many are settled
-        std::uint64_t stores; ///< of `m_storesWanted`
-        std::uint64_t ends;   ///< of `m_endsWanted`
+        std::uint64_t stores; ///< of `m_stores`
+        std::uint64_t ends;   ///< of `m_ends`
     };
 
     void stored(Request const& request);
@@ -79,7 +76,6 @@ private:
     void waitForWork();
     void workOnce();
     void runBatch(std::vector<posted_t*> const& posted, std::vector<Storms::report_t> const& reports);
-    std::vector<posted_t*> firstPosted(std::uint64_t& end);
     void giveBack(std::vector<Storms::report_t> const& reports);
     void settle(std::vector<Request> const& requests, std::vector<posted_t*> const& posted,
                 std::vector<Storms::report_t> const& reports);
@@ -88,7 +84,6 @@ private:
     void waitForChange(time_t end, bool (*isCancelled)());
     patience_t patienceOfAttempt() const;
     bool isReached(goal_t const& goal) const;
-    std::uint64_t unsettledBefore(std::uint64_t postedTarget) const;
 
     CommitQueue& m_queue;
     Mutex m_mutex; ///< held for moments only, never while the file is touched
@@ -105,17 +100,13 @@ private:
     time_t m_retryAt{};              ///< not before then, after a failure
     int m_lastResult = HISTORY_OK;
 
-    std::deque<posted_t> m_posted; ///< the first is not settled; the thread works on the first of them
-    std::uint64_t m_postedCount = 0;
-    std::uint64_t m_settledCount = 0; ///< that have gone from `m_posted`
+    PostedEvents m_posted; ///< the thread works on the first of them
     std::uint64_t m_lostCount = 0;
     std::uint64_t m_toldCount = 0; ///< lost ones that a `flush` has told of
     std::uint64_t m_countedCount = 0;
-    std::uint64_t m_order = 0;        ///< of the last acknowledgement
-    std::uint64_t m_storesWanted = 0; ///< calls that want counts to be stored
-    std::uint64_t m_storesDone = 0;
-    std::uint64_t m_endsWanted = 0; ///< calls that want storms to end
-    std::uint64_t m_endsDone = 0;
+    std::uint64_t m_order = 0;           ///< of the last acknowledgement
+    errand_t m_stores{};                 ///< storing what storms have counted
+    errand_t m_ends{};                   ///< ending all storms
     std::uint64_t m_postedBeforeEnd = 0; ///< they are recorded before the storms end
 };
 

@@ -81,7 +81,6 @@ void FaultState::forget()
 void FaultState::forgetSources()
 {
     m_active.clear();
-    m_changes.clear();
     m_areSourcesKnown = false;
     m_seen = {};
     m_seenBefore = m_seen;
@@ -171,8 +170,17 @@ bool FaultState::readNewRows()
         ++rows;
         last = m_readRows.integer(0);
         bool const isActive = decodedText(m_readRows, 4) == m_activeWord;
-        set(static_cast<std::uint32_t>(m_readRows.integer(1)), {decodedText(m_readRows, 2), decodedText(m_readRows, 3)},
-            isActive ? std::optional(last) : std::nullopt);
+        auto const code = static_cast<std::uint32_t>(m_readRows.integer(1));
+        sourceView_t const source(decodedText(m_readRows, 2), decodedText(m_readRows, 3));
+        std::optional<std::int64_t> const key = isActive ? std::optional(last) : std::nullopt;
+        if (m_areSourcesKnown)
+        {
+            m_active.change(code, source, key);
+        }
+        else
+        {
+            m_active.set(code, source, key);
+        }
     }
     if (rows != 0)
     {
@@ -208,7 +216,7 @@ bool FaultState::isLastSeenRowThere()
 /// Whether the rows that made triples active are as they were: somebody else may have removed or rewritten them.
 bool FaultState::areActiveRowsThere()
 {
-    for (auto const& [code, sources] : m_active)
+    for (auto const& [code, sources] : m_active.all())
     {
         for (auto const& [source, key] : sources)
         {
@@ -289,19 +297,6 @@ bool FaultState::holds(std::vector<FaultStatistic> const& statistics)
     return true;
 }
 
-std::optional<std::int64_t> FaultState::activeKey(std::uint32_t code, sourceView_t const& source) const
-{
-    sources_t const& sources = activeSources(code);
-    auto const found = sources.find(source);
-    return found != sources.end() ? std::optional(found->second) : std::nullopt;
-}
-
-sources_t const& FaultState::activeSources(std::uint32_t code) const
-{
-    auto const found = m_active.find(code);
-    return found != m_active.end() ? found->second : m_none;
-}
-
 std::vector<std::int64_t> FaultState::neededKeys() const
 {
     std::vector<std::int64_t> keys;
@@ -312,7 +307,7 @@ std::vector<std::int64_t> FaultState::neededKeys() const
             keys.push_back(static_cast<std::int64_t>(statistic.FaultEntryId));
         }
     }
-    for (auto const& [code, sources] : m_active)
+    for (auto const& [code, sources] : m_active.all())
     {
         for (auto const& [source, key] : sources)
         {
@@ -328,31 +323,9 @@ void FaultState::rowWritten(Fault const& row, std::int64_t key)
     if (m_areSourcesKnown)
     {
         auto const code = static_cast<std::uint32_t>(row.FaultCode);
-        set(code, {row.ModuleName, row.Parameter}, row.Status == FAULT_ACTIVE ? std::optional(key) : std::nullopt);
+        m_active.change(code, {row.ModuleName, row.Parameter},
+                        row.Status == FAULT_ACTIVE ? std::optional(key) : std::nullopt);
         m_seen = {key, code, static_cast<std::int64_t>(row.TimeStampUTC), hashOf(row.SystemDateTimeString)};
-    }
-}
-
-void FaultState::set(std::uint32_t code, sourceView_t const& source, std::optional<std::int64_t> key)
-{
-    sources_t& sources = m_active[code];
-    auto const found = sources.find(source);
-    if (m_areSourcesKnown)
-    {
-        m_changes.push_back(
-            {code, source_t(source), found != sources.end() ? std::optional(found->second) : std::nullopt});
-    }
-    if (!key && found != sources.end())
-    {
-        sources.erase(found);
-    }
-    else if (key && found != sources.end())
-    {
-        found->second = *key;
-    }
-    else if (key)
-    {
-        sources.emplace(source_t(source), *key);
     }
 }
 
@@ -392,26 +365,14 @@ std::optional<unsigned long long> FaultState::lastTimeStamp()
 
 void FaultState::committed()
 {
-    m_changes.clear();
+    m_active.committed();
     m_written.clear();
     m_seenBefore = m_seen;
 }
 
 void FaultState::rolledBack()
 {
-    for (auto change = m_changes.rbegin(); change != m_changes.rend(); ++change)
-    {
-        sources_t& sources = m_active[change->code];
-        if (change->before)
-        {
-            sources[change->source] = *change->before;
-        }
-        else
-        {
-            sources.erase(change->source);
-        }
-    }
-    m_changes.clear();
+    m_active.rolledBack();
     m_seen = m_seenBefore;
     if (!m_areSourcesKnown)
     {

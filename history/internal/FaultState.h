@@ -1,6 +1,7 @@
 #pragma once
 
 #include <db/internal/Sqlite.h>
+#include <history/internal/ActiveTriples.h>
 #include <history/internal/Tables.h>
 
 #include <cstddef>
@@ -9,32 +10,10 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 namespace firaim
 {
-
-/// The module and the parameter of a fault; with its code they make a triple.
-using source_t = std::pair<std::string, std::string>;
-using sourceView_t = std::pair<std::string_view, std::string_view>;
-
-/// Compares sources without copying their texts.
-struct SourceLess
-{
-    using is_transparent = void;
-
-    template <class A, class B>
-    bool operator()(A const& a, B const& b) const
-    {
-        int const order = std::string_view(a.first).compare(b.first);
-        return order < 0 || (order == 0 && std::string_view(a.second) < std::string_view(b.second));
-    }
-};
-
-/// The active sources of one code, with the keys of the rows that made them so.
-using sources_t = std::map<source_t, std::int64_t, SourceLess>;
 
 /// Fails unless the statement that was run last has changed a row: a trigger of the file can pass over it.
 void requireOneChange(sqlite::Connection const& connection);
@@ -76,9 +55,12 @@ public:
     std::map<std::uint32_t, FaultStatistic>& statistics() { return m_statistics; }
 
     /// The key of the row that made a triple active; none when it is not active. The triples must be known.
-    std::optional<std::int64_t> activeKey(std::uint32_t code, sourceView_t const& source) const;
+    std::optional<std::int64_t> activeKey(std::uint32_t code, sourceView_t const& source) const
+    {
+        return m_active.keyOf(code, source);
+    }
     /// The active triples of a code. The triples must be known.
-    sources_t const& activeSources(std::uint32_t code) const;
+    sources_t const& activeSources(std::uint32_t code) const { return m_active.of(code); }
     bool isAnyActive(std::uint32_t code) const { return !activeSources(code).empty(); }
     /// The keys of the rows that something active refers to, sorted. The triples must be known.
     std::vector<std::int64_t> neededKeys() const;
@@ -107,13 +89,6 @@ private:
         std::size_t systemTimeHash = 0; ///< of the text of the moment when it was written
     };
 
-    struct change_t
-    {
-        std::uint32_t code;
-        source_t source;
-        std::optional<std::int64_t> before;
-    };
-
     void forgetSources();
     void readStatistics();
     std::optional<rowMark_t> markOf(std::int64_t key);
@@ -121,7 +96,6 @@ private:
     void readAllSources();
     bool readNewRows();
     bool areActiveRowsThere();
-    void set(std::uint32_t code, sourceView_t const& source, std::optional<std::int64_t> key);
     bool isActiveRow(std::int64_t key, std::uint32_t code, source_t const& source);
     std::string rowColumns() const;
 
@@ -141,12 +115,10 @@ private:
     std::map<std::uint32_t, FaultStatistic> m_statistics;
     std::vector<std::uint32_t> m_touched;
     std::vector<std::uint32_t> m_written; ///< codes of statistics
-    std::map<std::uint32_t, sources_t> m_active;
-    sources_t const m_none = {};
+    ActiveTriples m_active;
     bool m_areSourcesKnown = false;
-    rowMark_t m_seen;                ///< the last row that `m_active` takes into account
-    rowMark_t m_seenBefore;          ///< the same, before this transaction
-    std::vector<change_t> m_changes; ///< of `m_active` in this transaction
+    rowMark_t m_seen;       ///< the last row that `m_active` takes into account
+    rowMark_t m_seenBefore; ///< the same, before this transaction
 };
 
 } // namespace firaim

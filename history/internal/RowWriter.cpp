@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <limits>
 #include <sstream>
+#include <utility>
 
 namespace firaim
 {
@@ -13,13 +14,6 @@ namespace
 {
 
 constexpr char kUnknownName[] = "UNKNOWN_FAULT_CODE(";
-
-/// Counters stay at their largest value.
-void add(unsigned short& counter, std::uint64_t amount)
-{
-    constexpr std::uint64_t kMost = std::numeric_limits<unsigned short>::max();
-    counter = static_cast<unsigned short>(std::min(kMost, std::min(kMost, amount) + counter));
-}
 
 bool isNamed(std::string const& name)
 {
@@ -31,7 +25,7 @@ bool isNamed(std::string const& name)
 RowWriter::RowWriter(RecorderOptions const& options)
     : m_options(options), m_startupId(options.startupId),
       m_isStartupChosen(options.startup == RecorderOptions::GIVEN_STARTUP), m_timeUnit(options.timeUnit),
-      m_retention(options.keepNewest)
+      m_counter(m_state), m_retention(options.keepNewest)
 {
 }
 
@@ -120,14 +114,14 @@ void RowWriter::prune()
 
 RowWriter::outcome_t RowWriter::outcome() const
 {
-    return {m_state.written(), m_countedInCycle};
+    return {m_state.written(), m_counter.countedInCycle()};
 }
 
 void RowWriter::committed()
 {
     m_rows.clear(); // Their requests belong to the callers.
     m_state.committed();
-    m_countedInCycleBefore.reset();
+    m_counter.committed();
     m_pruned += m_prunedNow;
     m_prunedNow = 0;
 }
@@ -136,31 +130,21 @@ void RowWriter::rolledBack()
 {
     m_state.rolledBack();
     m_retention.rolledBack();
-    restoreCounted();
+    m_counter.rolledBack();
     m_prunedNow = 0;
 }
 
 void RowWriter::forget()
 {
-    m_lastOrder.clear();
+    m_counter.forget();
     m_state.forget();
     m_retention.rolledBack();
-    restoreCounted();
     m_prunedNow = 0;
-}
-
-void RowWriter::restoreCounted()
-{
-    if (m_countedInCycleBefore)
-    {
-        m_countedInCycle.swap(*m_countedInCycleBefore);
-        m_countedInCycleBefore.reset();
-    }
 }
 
 void RowWriter::foundStored(outcome_t outcome)
 {
-    m_countedInCycle.swap(outcome.countedInCycle);
+    m_counter.foundStored(std::move(outcome.countedInCycle));
 }
 
 /// Whether the transaction is in the file: every row as it was to be written or, without a row, every statistic. Rows
@@ -195,7 +179,7 @@ void RowWriter::apply(Request& request)
     request.receipt = {HISTORY_OK, 0};
     if (request.kind == Request::END_CYCLE)
     {
-        applyEndCycle();
+        m_counter.endCycle();
         return;
     }
     if (request.kind == Request::CLEAR_CODE)
@@ -271,29 +255,6 @@ void RowWriter::applyClearCode(Request& request)
     }
 }
 
-void RowWriter::applyEndCycle()
-{
-    for (auto& [code, statistic] : m_state.statistics())
-    {
-        if (statistic.FaultActive == FAULT_ACTIVE && m_countedInCycle.count(code) == 0)
-        {
-            add(statistic.FaultActiveCycleCnt, 1);
-            m_state.touch(code);
-        }
-    }
-    keepCountedInCycle();
-    m_countedInCycle.clear();
-}
-
-/// Called before a change, so that rolling back can undo it.
-void RowWriter::keepCountedInCycle()
-{
-    if (!m_countedInCycleBefore)
-    {
-        m_countedInCycleBefore = m_countedInCycle;
-    }
-}
-
 /// Counts what has no row; when the storm is over, one row tells of it, which is not counted.
 void RowWriter::applyStorm(Request& request)
 {
@@ -301,8 +262,9 @@ void RowWriter::applyStorm(Request& request)
     FaultEvent const& event = storm.event;
     FaultStatistic& statistic = m_state.statistic(static_cast<std::uint32_t>(event.code));
     statistic.FaultCodeName = codeNameOf(event, statistic);
-    count(statistic, request.order, storm.uncounted.actives,
-          event.time.value_or(firaim::stampOf(storm.uncounted.lastTime, m_timeUnit).value_or(0)), timeZoneOf(event));
+    m_counter.count(statistic, {storm.uncounted.actives, request.order,
+                                event.time.value_or(firaim::stampOf(storm.uncounted.lastTime, m_timeUnit).value_or(0)),
+                                timeZoneOf(event)});
     if (storm.isOver)
     {
         request.description = std::to_string(storm.total.events) + " more from " + utcText(storm.total.firstTime) +
@@ -371,9 +333,7 @@ void RowWriter::keepStatistic(row_t const& row)
     statistic.FaultCodeName = row.codeName;
     if (row.status == FAULT_ACTIVE)
     {
-        std::uint64_t& lastOrder = m_lastOrder[statistic.FaultCode];
-        lastOrder = std::max(lastOrder, row.request->order);
-        count(statistic, lastOrder, 1, fault.TimeStampUTC, fault.TimeZone);
+        m_counter.countRow(statistic, {1, row.request->order, fault.TimeStampUTC, fault.TimeZone});
     }
     keepState(row, statistic);
 }
@@ -385,36 +345,6 @@ void RowWriter::keepState(row_t const& row, FaultStatistic& statistic)
     statistic.FaultActive = isActive ? FAULT_ACTIVE : FAULT_INACTIVE;
     statistic.FaultEntryId = static_cast<unsigned long long>(row.key);
     statistic.RdbStartupId = m_faults.record().RdbStartupId;
-    m_state.touch(statistic.FaultCode);
-}
-
-/// Counts events of a code that were active, the last of them at `timeStamp` and in that order.
-void RowWriter::count(FaultStatistic& statistic, std::uint64_t order, std::uint64_t events,
-                      unsigned long long timeStamp, std::string const& timeZone)
-{
-    if (events == 0)
-    {
-        return;
-    }
-    if (statistic.OccurenceCnt == 0)
-    {
-        statistic.TimeFirstOccurredUTC = timeStamp;
-        statistic.TimeZoneFirstOccurred = timeZone;
-    }
-    std::uint64_t& lastOrder = m_lastOrder[statistic.FaultCode];
-    if (order >= lastOrder) // A count comes later than the rows that were written meanwhile.
-    {
-        lastOrder = order;
-        statistic.TimeLastOccurredUTC = timeStamp;
-        statistic.TimeZoneLastOccurred = timeZone;
-    }
-    add(statistic.OccurenceCnt, events);
-    add(statistic.FaultActiveCycleCnt, events);
-    if (m_countedInCycle.count(statistic.FaultCode) == 0)
-    {
-        keepCountedInCycle();
-        m_countedInCycle.insert(statistic.FaultCode);
-    }
     m_state.touch(statistic.FaultCode);
 }
 

@@ -4,6 +4,7 @@
 #include <history/internal/FaultState.h>
 #include <history/internal/Request.h>
 #include <history/internal/Retention.h>
+#include <history/internal/StatisticCounter.h>
 
 #include <cstdint>
 #include <map>
@@ -82,14 +83,12 @@ private:
         std::int64_t key;
     };
 
-    void restoreCounted();
     void chooseStartup();
     void chooseTimeUnit();
 
     void apply(Request& request);
     bool isThere(Request& request);
     void applyClearCode(Request& request);
-    void applyEndCycle();
     void applyStorm(Request& request);
 
     row_t const& writeRow(Request& request, sourceView_t const& source, faultStatus_t status,
@@ -99,11 +98,8 @@ private:
     std::string const& timeZoneOf(FaultEvent const& event) const;
     unsigned long long stampOf(Request const& request) const;
 
-    void keepCountedInCycle();
     void keepStatistic(row_t const& row);
     void keepState(row_t const& row, FaultStatistic& statistic);
-    void count(FaultStatistic& statistic, std::uint64_t order, std::uint64_t events, unsigned long long timeStamp,
-               std::string const& timeZone);
 
     RecorderOptions const& m_options;
     unsigned int m_startupId;
@@ -114,16 +110,12 @@ private:
     sqlite::Statement m_insert;
     FaultTable m_faults;
     FaultState m_state;
+    StatisticCounter m_counter;
     Retention m_retention;
     std::map<std::uint32_t, std::string> m_builtInNames;
-    std::string m_nameInFaults;                         ///< that was looked for last
-    std::map<std::uint32_t, std::uint64_t> m_lastOrder; ///< see Request, of each code's last occurrence
+    std::string m_nameInFaults; ///< that was looked for last
 
     std::vector<row_t> m_rows; ///< of this transaction
-    /// The codes that were recorded as active since the last `endCycle`.
-    std::set<std::uint32_t> m_countedInCycle;
-    /// The same before this transaction, if that has changed it: few do.
-    std::optional<std::set<std::uint32_t>> m_countedInCycleBefore;
     std::uint64_t m_pruned = 0;
     std::uint64_t m_prunedNow = 0; ///< in this transaction
     bool m_isPruningStopped = false;

@@ -292,6 +292,23 @@ TEST_F(FaultRecorderPostTest, WaitingPostsEndWhenTheRecorderIsClosed)
     EXPECT_EQ(value(kCountOfFaults), "1");
 }
 
+TEST_F(FaultRecorderPostTest, FlushTellsOfWhatAnotherThreadLosesByClosing)
+{
+    Waiters::reset();
+    RecorderOptions options;
+    options.isCancelled = Waiters::isCancelled;
+    open(options);
+    LockingProcess const other(path);
+    post(2);
+    int result = HISTORY_OK;
+    std::thread flusher([&] { result = flush(1min); });
+    Waiters::waitFor(2); // This one and the recorder's own thread.
+    EXPECT_EQ(recorder.close(0ms), HISTORY_FAILED);
+    flusher.join();
+    EXPECT_LT(result, 0);
+    EXPECT_EQ(left, 2U);
+}
+
 TEST_F(FaultRecorderPostTest, OneOfSeveralThreadsCloses)
 {
     for (int round = 0; round < 50; ++round)

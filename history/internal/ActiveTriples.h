@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace firaim
+{
+
+/// The module and the parameter of a fault; with its code they make a triple.
+using source_t = std::pair<std::string, std::string>;
+using sourceView_t = std::pair<std::string_view, std::string_view>;
+
+/// Compares sources without copying their texts.
+struct SourceLess
+{
+    using is_transparent = void;
+
+    template <class A, class B>
+    bool operator()(A const& a, B const& b) const
+    {
+        int const order = std::string_view(a.first).compare(b.first);
+        return order < 0 || (order == 0 && std::string_view(a.second) < std::string_view(b.second));
+    }
+};
+
+/// The active sources of one code, with the keys of the rows that made them so.
+using sources_t = std::map<source_t, std::int64_t, SourceLess>;
+
+/// Which triples of code, module and parameter are active, and what a transaction has changed of that.
+class ActiveTriples
+{
+public:
+    /// A triple gets active by the row with that key, or inactive without one.
+    void set(std::uint32_t code, sourceView_t const& source, std::optional<std::int64_t> key);
+    /// As `set`, and `rolledBack` undoes it.
+    void change(std::uint32_t code, sourceView_t const& source, std::optional<std::int64_t> key);
+    void committed() { m_changes.clear(); }
+    void rolledBack();
+    void clear();
+
+    /// The key of the row that made a triple active; none when it is not active.
+    std::optional<std::int64_t> keyOf(std::uint32_t code, sourceView_t const& source) const;
+    /// The active triples of a code.
+    sources_t const& of(std::uint32_t code) const;
+    std::map<std::uint32_t, sources_t> const& all() const { return m_active; }
+
+private:
+    struct change_t
+    {
+        std::uint32_t code;
+        source_t source;
+        std::optional<std::int64_t> before;
+    };
+
+    std::map<std::uint32_t, sources_t> m_active;
+    std::vector<change_t> m_changes; ///< in this transaction
+    sources_t const m_none = {};
+};
+
+} // namespace firaim

@@ -1,0 +1,67 @@
+#include <history/internal/PostedEvents.h>
+
+#include <algorithm>
+
+namespace firaim
+{
+
+void PostedEvents::posted_t::ask(Request& request) const
+{
+    request.event = &event;
+    request.now = now;
+    request.upTime = upTime;
+    request.order = order;
+    request.doubtfulKey = doubtfulKey;
+}
+
+void PostedEvents::clear()
+{
+    m_events.clear();
+    m_count = 0;
+    m_settledCount = 0;
+}
+
+void PostedEvents::add(Request const& request)
+{
+    m_events.push_back({*request.event, request.now, request.upTime, request.order, 0, false});
+    ++m_count;
+}
+
+std::vector<PostedEvents::posted_t*> PostedEvents::first(std::size_t most, std::uint64_t& end)
+{
+    std::vector<posted_t*> posted;
+    end = m_settledCount;
+    for (auto event = m_events.begin(); event != m_events.end() && posted.size() < most; ++event, ++end)
+    {
+        if (!event->isSettled)
+        {
+            posted.push_back(&*event);
+        }
+    }
+    return posted;
+}
+
+void PostedEvents::dropSettled()
+{
+    while (!m_events.empty() && m_events.front().isSettled)
+    {
+        m_events.pop_front();
+        ++m_settledCount;
+    }
+}
+
+void PostedEvents::dropAll()
+{
+    m_events.clear();
+    m_settledCount = m_count;
+}
+
+std::uint64_t PostedEvents::unsettledBefore(std::uint64_t count) const
+{
+    std::uint64_t const there = count - std::min(count, m_settledCount);
+    return static_cast<std::uint64_t>(std::count_if(m_events.begin(),
+                                                    m_events.begin() + static_cast<std::ptrdiff_t>(there),
+                                                    [](posted_t const& posted) { return !posted.isSettled; }));
+}
+
+} // namespace firaim

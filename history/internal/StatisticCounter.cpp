@@ -1,0 +1,93 @@
+#include <history/internal/StatisticCounter.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace firaim
+{
+
+namespace
+{
+
+/// Counters stay at their largest value.
+void add(unsigned short& counter, std::uint64_t amount)
+{
+    constexpr std::uint64_t kMost = std::numeric_limits<unsigned short>::max();
+    counter = static_cast<unsigned short>(std::min(kMost, std::min(kMost, amount) + counter));
+}
+
+} // namespace
+
+void StatisticCounter::count(FaultStatistic& statistic, occurrences_t const& occurrences)
+{
+    if (occurrences.events == 0)
+    {
+        return;
+    }
+    if (statistic.OccurenceCnt == 0)
+    {
+        statistic.TimeFirstOccurredUTC = occurrences.timeStamp;
+        statistic.TimeZoneFirstOccurred = occurrences.timeZone;
+    }
+    std::uint64_t& lastOrder = m_lastOrder[statistic.FaultCode];
+    if (occurrences.order >= lastOrder) // What a storm counted may be older than rows that are written by now.
+    {
+        lastOrder = occurrences.order;
+        statistic.TimeLastOccurredUTC = occurrences.timeStamp;
+        statistic.TimeZoneLastOccurred = occurrences.timeZone;
+    }
+    add(statistic.OccurenceCnt, occurrences.events);
+    add(statistic.FaultActiveCycleCnt, occurrences.events);
+    if (m_countedInCycle.count(statistic.FaultCode) == 0)
+    {
+        keepCountedInCycle();
+        m_countedInCycle.insert(statistic.FaultCode);
+    }
+    m_state.touch(statistic.FaultCode);
+}
+
+void StatisticCounter::countRow(FaultStatistic& statistic, occurrences_t const& occurrence)
+{
+    std::uint64_t const lastOrder = std::max(m_lastOrder[statistic.FaultCode], occurrence.order);
+    count(statistic, {occurrence.events, lastOrder, occurrence.timeStamp, occurrence.timeZone});
+}
+
+void StatisticCounter::endCycle()
+{
+    for (auto& [code, statistic] : m_state.statistics())
+    {
+        if (statistic.FaultActive == FAULT_ACTIVE && m_countedInCycle.count(code) == 0)
+        {
+            add(statistic.FaultActiveCycleCnt, 1);
+            m_state.touch(code);
+        }
+    }
+    keepCountedInCycle();
+    m_countedInCycle.clear();
+}
+
+/// Called before a change, so that rolling back can undo it.
+void StatisticCounter::keepCountedInCycle()
+{
+    if (!m_countedInCycleBefore)
+    {
+        m_countedInCycleBefore = m_countedInCycle;
+    }
+}
+
+void StatisticCounter::rolledBack()
+{
+    if (m_countedInCycleBefore)
+    {
+        m_countedInCycle.swap(*m_countedInCycleBefore);
+        m_countedInCycleBefore.reset();
+    }
+}
+
+void StatisticCounter::forget()
+{
+    m_lastOrder.clear();
+    rolledBack();
+}
+
+} // namespace firaim
