@@ -324,7 +324,7 @@ void GroupWriter::settle(std::vector<Request*> const& group, sqlite::Error const
             m_groups += m_hasWritten ? 1 : 0;
             return;
         }
-        m_connection.trustSync();
+        m_connection.dropLost();
         fail(group, failure);
     }
     catch (std::exception const& problem)

@@ -1,5 +1,6 @@
 #include <history/internal/RecorderConnection.h>
 
+#include <db/internal/SyncAgain.h>
 #include <history/internal/RecorderFile.h>
 #include <history/internal/SetAside.h>
 
@@ -192,42 +193,19 @@ int RecorderConnection::onProgress(void* self)
     return connection->m_workBegin && processorTime() - *connection->m_workBegin > kLongestWork ? 1 : 0;
 }
 
-/// After a commit whose synchronising has failed, its rows can be read, and a power cut can take them: the system takes
-/// the pages for written, and synchronising once more passes over them. So all that the failed call was to write is
-/// written anew.
-///
-/// - With a rollback journal, rows are only found when the database was synchronised and the journal's header zeroed;
-///   what is missing is the zeroed header. Any commit that changes a page writes the header, zeroes it again and
-///   synchronises both.
-/// - In a write-ahead log a lost frame makes all later ones worthless. A checkpoint copies the frames into the file,
-///   synchronises that and empties the log; the commit then begins the log anew, under a new salt, and synchronises it.
+void RecorderConnection::dropLost()
+{
+    syncAgain::dropLost(*m_connection);
+    m_isSyncInDoubt = false;
+}
+
 void RecorderConnection::makeDurable()
 {
     if (m_isSyncInDoubt)
     {
-        emptyLog();
-        rewriteFirstPage();
+        syncAgain::keepFound(*m_connection);
         m_isSyncInDoubt = false;
     }
-}
-
-void RecorderConnection::emptyLog()
-{
-    sqlite::Statement checkpoint = m_connection->prepare("PRAGMA wal_checkpoint(TRUNCATE)");
-    if (checkpoint.step() && checkpoint.integer(0) != 0)
-    {
-        throw sqlite::Error(nullptr, SQLITE_BUSY); // Somebody reads what is in the log.
-    }
-}
-
-/// Gives the file the user version that it has. Rewriting a row with its own values would change no page, and SQLite
-/// then writes nothing.
-void RecorderConnection::rewriteFirstPage()
-{
-    std::string const version = "PRAGMA user_version";
-    sqlite::Transaction transaction(*m_connection, "BEGIN IMMEDIATE");
-    m_connection->run(version + '=' + std::to_string(m_connection->number(version)));
-    transaction.commit();
 }
 
 } // namespace firaim

@@ -60,8 +60,8 @@ public:
     /// A commit has failed, and what it left in the file may be in the system's memory alone: `makeDurable` is due
     /// before anything is written or acknowledged.
     void doubtSync() { m_isSyncInDoubt = true; }
-    /// What the failed commit left is known not to be in the file.
-    void trustSync() { m_isSyncInDoubt = false; }
+    /// What the failed commit left is not in the file: makes sure that it does not come back. Throws sqlite::Error.
+    void dropLost();
     /// Puts on the storage what is in doubt, if anything is. Throws sqlite::Error.
     void makeDurable();
 
@@ -70,8 +70,6 @@ private:
     void noteFile();
     bool setAsideNow(sqlite::Waiting const& waiting);
     void recordIncident(sqlite::Connection const& connection, std::string const& text);
-    void emptyLog();
-    void rewriteFirstPage();
 
     static int onProgress(void* self);
 
