@@ -1,9 +1,9 @@
 // firaim: records faults in a fault database, looks at it, follows it and hands it over.
 
-#include "Command.h"
-#include "Interrupt.h"
-#include "Output.h"
-#include "Problem.h"
+#include <tool/cli/Command.h>
+#include <tool/process/Interrupt.h>
+#include <tool/process/Problem.h>
+#include <tool/terminal/Output.h>
 
 #include <csignal>
 #include <exception>

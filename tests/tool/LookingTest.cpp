@@ -1,7 +1,8 @@
 // Looking at a file never changes a byte of it, whatever state it is in and wherever it lies.
 
 #include "ToolProcess.h"
-#include "tool/FaultFile.h"
+
+#include <tool/store/FaultFile.h>
 
 #include <gmock/gmock.h>
 

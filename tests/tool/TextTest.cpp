@@ -1,8 +1,8 @@
 // Times, texts and periods, by tables of good and bad input.
 
-#include "tool/Text.h"
-#include "tool/Timeline.h"
-#include "tool/Times.h"
+#include <tool/values/Text.h>
+#include <tool/values/Timeline.h>
+#include <tool/values/Times.h>
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // firaim backup: a consistent copy while others write.
 
-#include "../Command.h"
-#include "../FaultFile.h"
-#include "../Interrupt.h"
-#include "../Progress.h"
+#include <tool/cli/Command.h>
+#include <tool/process/Interrupt.h>
+#include <tool/store/FaultFile.h>
+#include <tool/terminal/Progress.h>
 
 #include <db/internal/Folder.h>
 

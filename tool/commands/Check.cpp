@@ -1,13 +1,13 @@
 // firaim check: what is wrong with a file, and what can be done.
 
-#include "../CellCheck.h"
-#include "../Command.h"
-#include "../FaultFile.h"
-#include "../Findings.h"
-#include "../Format.h"
-#include "../Interrupt.h"
-#include "../Progress.h"
-#include "../Text.h"
+#include <tool/cli/Command.h>
+#include <tool/formats/Findings.h>
+#include <tool/process/Interrupt.h>
+#include <tool/store/CellCheck.h>
+#include <tool/store/FaultFile.h>
+#include <tool/store/Format.h>
+#include <tool/terminal/Progress.h>
+#include <tool/values/Text.h>
 
 #include <db/internal/ReadOnlyOpening.h>
 #include <fdb/tables/FdbSqlVersionTbl.h>

@@ -1,9 +1,9 @@
 // firaim codes: the fault codes that this program knows.
 
-#include "../Codes.h"
-#include "../Command.h"
-#include "../Json.h"
-#include "../TextTable.h"
+#include <tool/cli/Command.h>
+#include <tool/formats/Json.h>
+#include <tool/terminal/TextTable.h>
+#include <tool/values/Codes.h>
 
 #include <cstdio>
 

@@ -1,7 +1,7 @@
 // firaim create: a new, empty fault database.
 
-#include "../Command.h"
-#include "../Problem.h"
+#include <tool/cli/Command.h>
+#include <tool/process/Problem.h>
 
 #include <fdb/FaultDb.h>
 

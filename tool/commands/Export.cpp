@@ -1,12 +1,12 @@
 // firaim export: the file, or a part of it, for other programs.
 
-#include "../CellText.h"
-#include "../Command.h"
-#include "../FaultFile.h"
-#include "../FaultFilter.h"
-#include "../Json.h"
-#include "../Progress.h"
-#include "../Text.h"
+#include <tool/cli/Command.h>
+#include <tool/formats/CellText.h>
+#include <tool/formats/Json.h>
+#include <tool/store/FaultFile.h>
+#include <tool/store/FaultFilter.h>
+#include <tool/terminal/Progress.h>
+#include <tool/values/Text.h>
 
 #include <memory>
 #include <set>

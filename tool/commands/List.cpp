@@ -1,11 +1,11 @@
 // firaim list: faults as a table, the newest first.
 
-#include "../Codes.h"
-#include "../Command.h"
-#include "../FaultFile.h"
-#include "../FaultFilter.h"
-#include "../Json.h"
-#include "../TextTable.h"
+#include <tool/cli/Command.h>
+#include <tool/formats/Json.h>
+#include <tool/store/FaultFile.h>
+#include <tool/store/FaultFilter.h>
+#include <tool/terminal/TextTable.h>
+#include <tool/values/Codes.h>
 
 namespace tool
 {

@@ -1,10 +1,10 @@
 // firaim record and firaim clear: faults that begin and end.
 
-#include "../Codes.h"
-#include "../Command.h"
-#include "../FaultFile.h"
-#include "../FaultRequest.h"
-#include "../LineRecorder.h"
+#include <tool/cli/Command.h>
+#include <tool/store/FaultFile.h>
+#include <tool/store/FaultRequest.h>
+#include <tool/store/LineRecorder.h>
+#include <tool/values/Codes.h>
 
 #include <optional>
 #include <stdexcept>

@@ -1,7 +1,7 @@
 // firaim recover: makes a file readable again that a writer left when it was cut off.
 
-#include "../Command.h"
-#include "../FaultFile.h"
+#include <tool/cli/Command.h>
+#include <tool/store/FaultFile.h>
 
 namespace tool
 {

@@ -1,10 +1,10 @@
 // firaim show: one fault with every field.
 
-#include "../Codes.h"
-#include "../Command.h"
-#include "../FaultFile.h"
-#include "../Json.h"
-#include "../TextTable.h"
+#include <tool/cli/Command.h>
+#include <tool/formats/Json.h>
+#include <tool/store/FaultFile.h>
+#include <tool/terminal/TextTable.h>
+#include <tool/values/Codes.h>
 
 #include <limits>
 

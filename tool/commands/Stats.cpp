@@ -1,11 +1,11 @@
 // firaim stats: the statistic of each fault code.
 
-#include "../Codes.h"
-#include "../Command.h"
-#include "../FaultFile.h"
-#include "../Json.h"
-#include "../Statistics.h"
-#include "../TextTable.h"
+#include <tool/cli/Command.h>
+#include <tool/formats/Json.h>
+#include <tool/formats/Statistics.h>
+#include <tool/store/FaultFile.h>
+#include <tool/terminal/TextTable.h>
+#include <tool/values/Codes.h>
 
 #include <algorithm>
 

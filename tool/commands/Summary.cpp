@@ -1,14 +1,14 @@
 // firaim summary: the page that a technician wants first.
 
-#include "../Codes.h"
-#include "../Command.h"
-#include "../FaultFile.h"
-#include "../Json.h"
-#include "../Progress.h"
-#include "../Statistics.h"
-#include "../Text.h"
-#include "../TextTable.h"
-#include "../Timeline.h"
+#include <tool/cli/Command.h>
+#include <tool/formats/Json.h>
+#include <tool/formats/Statistics.h>
+#include <tool/store/FaultFile.h>
+#include <tool/terminal/Progress.h>
+#include <tool/terminal/TextTable.h>
+#include <tool/values/Codes.h>
+#include <tool/values/Text.h>
+#include <tool/values/Timeline.h>
 
 #include <algorithm>
 #include <map>

@@ -1,9 +1,9 @@
 // firaim trim: removes old faults.
 
-#include "../Command.h"
-#include "../FaultFile.h"
-#include "../Format.h"
-#include "../Text.h"
+#include <tool/cli/Command.h>
+#include <tool/store/FaultFile.h>
+#include <tool/store/Format.h>
+#include <tool/values/Text.h>
 
 #include <algorithm>
 #include <cstdint>

@@ -1,13 +1,13 @@
 // firaim watch: what other processes record, as they record it.
 
-#include "../Codes.h"
-#include "../Command.h"
-#include "../FaultFile.h"
-#include "../Interrupt.h"
-#include "../Json.h"
-#include "../Statistics.h"
-#include "../Text.h"
-#include "../TextTable.h"
+#include <tool/cli/Command.h>
+#include <tool/formats/Json.h>
+#include <tool/formats/Statistics.h>
+#include <tool/process/Interrupt.h>
+#include <tool/store/FaultFile.h>
+#include <tool/terminal/TextTable.h>
+#include <tool/values/Codes.h>
+#include <tool/values/Text.h>
 
 #include <history/FaultFollower.h>
 

@@ -1,0 +1,51 @@
+#include <tool/cli/Command.h>
+
+#include <map>
+#include <vector>
+
+namespace tool
+{
+
+void addFile(Command& command, std::string& path)
+{
+    command.argument("FILE", path, "The fault database");
+}
+
+void addJson(Command& command, bool& isJson)
+{
+    command.flag("--json", isJson, "Print JSON and no table");
+}
+
+void addTimeStyle(Command& command, TimeStyle& style)
+{
+    static std::map<std::string, timeUnit_t> const units = {{"auto", timeUnit_t::GUESSED},
+                                                            {"s", timeUnit_t::SECONDS},
+                                                            {"ms", timeUnit_t::MILLISECONDS},
+                                                            {"us", timeUnit_t::MICROSECONDS},
+                                                            {"ns", timeUnit_t::NANOSECONDS}};
+    std::vector<std::string> names;
+    for (auto const& unit : units)
+    {
+        names.push_back(unit.first);
+    }
+    command.flag("--local", style.isLocal, "Times in the time zone of this machine and not in UTC");
+    command
+        .text(
+            "--time-unit", [&style](std::string const& name) { style.unit = units.at(name); },
+            "Unit of the time stamps in the file: auto (by their size), s, ms, us, ns", "UNIT")
+        .allow(names);
+}
+
+void addFilters(Command& command, FilterOptions& filter)
+{
+    command.text("--code", filter.code, "Faults with this code, by name or number", "CODE");
+    command.text("--module", filter.module, "Faults of this module", "NAME");
+    command.number("--startup", filter.startup, "Faults recorded under this start-up id");
+    command.flag("--active", filter.isActiveOnly, "Faults recorded as active");
+    command.text("--since", filter.since, "Faults from this time on, such as 2031-05-04 or 2031-05-04T03:02Z", "TIME");
+    command.text("--until", filter.until, "Faults up to this time; a day counts to its end", "TIME");
+    command.text("--grep", filter.grep, "Faults that mention this text; case does not matter", "TEXT");
+    command.number("--after", filter.after, "Faults with a larger key", "ID");
+}
+
+} // namespace tool

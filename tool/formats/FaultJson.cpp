@@ -1,0 +1,337 @@
+#include <tool/formats/FaultJson.h>
+
+#include <tool/values/Codes.h>
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <limits>
+#include <stdexcept>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace tool
+{
+
+namespace
+{
+
+using firaim::FaultEvent;
+
+/// The value of a field.
+struct value_t
+{
+    enum type_t
+    {
+        TEXT,
+        NUMBER, ///< a whole one, from 0 on
+        TRUTH,
+        OTHER
+    };
+
+    type_t type = OTHER;
+    std::string* text = nullptr; ///< may be taken
+    unsigned long long number = 0;
+    bool truth = false;
+};
+
+using setter_t = void (*)(FaultRequest&, value_t const&, TimeStyle const&);
+
+std::string& textIn(value_t const& value)
+{
+    if (value.type != value_t::TEXT)
+    {
+        throw std::invalid_argument("must be a text");
+    }
+    if (value.text->find('\0') != std::string::npos)
+    {
+        throw std::invalid_argument("holds a zero byte, which a text in the file cannot");
+    }
+    return *value.text;
+}
+
+template <class Number>
+Number numberIn(value_t const& value)
+{
+    // SQLite's integers have a sign.
+    constexpr auto kMost =
+        std::min<unsigned long long>(std::numeric_limits<Number>::max(), std::numeric_limits<std::int64_t>::max());
+    if (value.type != value_t::NUMBER || value.number > kMost)
+    {
+        throw std::invalid_argument("must be a whole number from 0 to " + std::to_string(kMost));
+    }
+    return static_cast<Number>(value.number);
+}
+
+template <std::string FaultEvent::*member>
+void setText(FaultRequest& request, value_t const& value, TimeStyle const&)
+{
+    request.event.*member = std::move(textIn(value));
+}
+
+/// An empty text is filled in as one that is not there.
+template <std::optional<std::string> FaultEvent::*member>
+void setOptionalText(FaultRequest& request, value_t const& value, TimeStyle const&)
+{
+    std::string& text = textIn(value);
+    if (!text.empty())
+    {
+        request.event.*member = std::move(text);
+    }
+}
+
+template <class Number, std::optional<Number> FaultEvent::*member>
+void setNumber(FaultRequest& request, value_t const& value, TimeStyle const&)
+{
+    request.event.*member = numberIn<Number>(value);
+}
+
+void setCode(FaultRequest& request, value_t const& value, TimeStyle const&)
+{
+    if (value.type != value_t::TEXT)
+    {
+        request.event.code = numberIn<unsigned int>(value);
+        return;
+    }
+    std::string const& text = textIn(value);
+    std::optional<unsigned int> const code = codeOf(text);
+    if (!code)
+    {
+        throw std::invalid_argument(unknownCodeText(text));
+    }
+    request.event.code = *code;
+}
+
+void setStatus(FaultRequest& request, value_t const& value, TimeStyle const&)
+{
+    std::string const& text = textIn(value);
+    if (text != "ErrorActive" && text != "ErrorInactive")
+    {
+        throw std::invalid_argument("must be \"ErrorActive\" or \"ErrorInactive\"");
+    }
+    request.event.status = text == "ErrorActive" ? FAULT_ACTIVE : FAULT_INACTIVE;
+}
+
+void setInactive(FaultRequest& request, value_t const& value, TimeStyle const&)
+{
+    if (value.type != value_t::TRUTH)
+    {
+        throw std::invalid_argument("must be true or false");
+    }
+    request.event.status = value.truth ? FAULT_INACTIVE : FAULT_ACTIVE;
+}
+
+void setTime(FaultRequest& request, value_t const& value, TimeStyle const& style)
+{
+    std::optional<period_t> const period = parseTime(textIn(value), style);
+    if (!period || period->begin < 0)
+    {
+        throw std::invalid_argument("must be a time from 1970 on, such as \"2031-05-04T03:02:01Z\"");
+    }
+    request.time = period->begin;
+}
+
+void passOver(FaultRequest&, value_t const&, TimeStyle const&) {}
+
+constexpr setter_t kSetStamp = setNumber<unsigned long long, &FaultEvent::time>;
+constexpr setter_t kSetStartup = setNumber<unsigned int, &FaultEvent::startupId>;
+constexpr setter_t kSetUpTime = setNumber<unsigned int, &FaultEvent::upTime>;
+constexpr setter_t kSetLifeTime = setNumber<unsigned int, &FaultEvent::lifeTime>;
+
+std::unordered_map<std::string_view, setter_t> const& setters()
+{
+    static std::unordered_map<std::string_view, setter_t> const map = {
+        {"EntryId", passOver},
+        {"FaultCode", setCode},
+        {"code", setCode},
+        {"FaultCodeName", setOptionalText<&FaultEvent::codeName>},
+        {"ModuleName", setText<&FaultEvent::module>},
+        {"module", setText<&FaultEvent::module>},
+        {"Parameter", setText<&FaultEvent::parameter>},
+        {"param", setText<&FaultEvent::parameter>},
+        {"Description", setText<&FaultEvent::description>},
+        {"description", setText<&FaultEvent::description>},
+        {"Status", setStatus},
+        {"inactive", setInactive},
+        {"RdbStartupId", kSetStartup},
+        {"startup", kSetStartup},
+        {"TimeStampUTC", kSetStamp},
+        {"Time", setTime},
+        {"time", setTime},
+        {"TimeZone", setOptionalText<&FaultEvent::timeZone>},
+        {"time-zone", setOptionalText<&FaultEvent::timeZone>},
+        {"DateTimeString", setOptionalText<&FaultEvent::dateTimeText>},
+        {"SystemDateTimeString", setOptionalText<&FaultEvent::systemTimeText>},
+        {"DiagSignalsDumpFileName", setText<&FaultEvent::signalsFile>},
+        {"signals-file", setText<&FaultEvent::signalsFile>},
+        {"CfgBackupFile", setText<&FaultEvent::configBackup>},
+        {"config-backup", setText<&FaultEvent::configBackup>},
+        {"LoggerUpTime", kSetUpTime},
+        {"up-time", kSetUpTime},
+        {"LoggerLifeTime", kSetLifeTime},
+        {"life-time", kSetLifeTime}};
+    return map;
+}
+
+/// Takes the fields as the parser meets them, without a copy of the whole object. That the line is no JSON is said
+/// before anything else, wherever in it that shows, so what is wrong with a field waits for the end.
+class FaultHandler : public nlohmann::json_sax<nlohmann::json>
+{
+public:
+    FaultHandler(FaultRequest& request, TimeStyle const& style) : m_request(request), m_style(style)
+    {
+        m_met.reserve(setters().size());
+    }
+
+    /// Throws std::invalid_argument when the object is no fault.
+    void finish() const
+    {
+        if (!m_isObject)
+        {
+            throw std::invalid_argument("no JSON object");
+        }
+        if (!m_hasCode)
+        {
+            throw std::invalid_argument("FaultCode is missing");
+        }
+        if (!m_problem.empty())
+        {
+            throw std::invalid_argument(m_problem);
+        }
+    }
+
+    bool null() override
+    {
+        requireKnown(); // What a column did not hold, and a time that was not set, are exported so.
+        return true;
+    }
+    bool boolean(bool truth) override
+    {
+        value_t value;
+        value.type = value_t::TRUTH;
+        value.truth = truth;
+        return take(value);
+    }
+    bool number_integer(number_integer_t) override { return take({}); }
+    bool number_unsigned(number_unsigned_t number) override
+    {
+        value_t value;
+        value.type = value_t::NUMBER;
+        value.number = number;
+        return take(value);
+    }
+    bool number_float(number_float_t, string_t const&) override { return take({}); }
+    bool string(string_t& text) override
+    {
+        value_t value;
+        value.type = value_t::TEXT;
+        value.text = &text;
+        return take(value);
+    }
+    bool binary(binary_t&) override { return take({}); }
+
+    bool start_object(std::size_t) override
+    {
+        requireTop();
+        m_isObject = true;
+        return true;
+    }
+    bool start_array(std::size_t) override
+    {
+        requireTop();
+        m_isIn = true;
+        return true;
+    }
+    bool end_object() override { return true; }
+    bool end_array() override { return true; }
+
+    bool key(string_t& name) override
+    {
+        auto const setter = setters().find(name);
+        m_setter = setter == setters().end() ? nullptr : setter->second;
+        m_name = name;
+        if (m_setter != nullptr && std::find(m_met.begin(), m_met.end(), m_setter) != m_met.end())
+        {
+            throw std::invalid_argument("'" + name + "' is given twice");
+        }
+        m_met.push_back(m_setter);
+        return true;
+    }
+
+    bool parse_error(std::size_t position, std::string const&, nlohmann::detail::exception const& problem) override
+    {
+        // The parser says of a number that is too large that it is out of range.
+        constexpr int kOutOfRange = 406;
+        throw std::invalid_argument(problem.id == kOutOfRange ? "a number is larger than any number can be"
+                                                              : "no JSON, at byte " + std::to_string(position));
+    }
+
+private:
+    /// What is deeper than a fault can be takes much memory.
+    void requireTop()
+    {
+        if (m_isObject || m_isIn)
+        {
+            throw std::invalid_argument("a field holds a list or an object");
+        }
+    }
+
+    bool requireKnown()
+    {
+        if (m_isObject && m_setter == nullptr)
+        {
+            keepProblem("unknown field '" + m_name + "'");
+        }
+        return m_isObject && m_setter != nullptr;
+    }
+
+    bool take(value_t const& value)
+    {
+        // The code is there even where it means nothing.
+        m_hasCode = m_hasCode || m_setter == setCode;
+        if (requireKnown())
+        {
+            try
+            {
+                m_setter(m_request, value, m_style);
+            }
+            catch (std::invalid_argument const& problem)
+            {
+                keepProblem(m_name + ": " + problem.what());
+            }
+        }
+        return true;
+    }
+
+    void keepProblem(std::string const& problem)
+    {
+        if (m_problem.empty())
+        {
+            m_problem = problem;
+        }
+    }
+
+    FaultRequest& m_request;
+    TimeStyle const& m_style;
+    std::vector<setter_t> m_met;
+    setter_t m_setter = nullptr; ///< of the field at work; null for one that is not known
+    std::string m_name;          ///< of that field
+    std::string m_problem;       ///< the first one
+    bool m_isObject = false;
+    bool m_isIn = false; ///< inside of a list
+    bool m_hasCode = false;
+};
+
+} // namespace
+
+FaultRequest readFault(std::string const& line, TimeStyle const& style)
+{
+    FaultRequest request;
+    FaultHandler handler(request, style);
+    static_cast<void>(nlohmann::json::sax_parse(line, &handler)); // It throws what is wrong.
+    handler.finish();
+    return request;
+}
+
+} // namespace tool

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <tool/formats/Json.h>
+#include <tool/terminal/Output.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool
+{
+
+/// A kind of thing that a check can find.
+struct findingKind_t
+{
+    char const* name;
+    char const* advice;
+    bool isProblem; ///< or only worth knowing
+};
+
+/// Prints what a check finds as it finds it, as text or as JSON, and sums up. Of a kind that is found very often, only
+/// so many are printed as text: a badly damaged file would have as many findings as cells.
+class Findings
+{
+public:
+    Findings(Output& output, bool isJson);
+
+    /// `kind` must outlive this object.
+    void add(findingKind_t const& kind, std::string const& what);
+    /// What comes last; `path` is the file.
+    void end(std::string const& path);
+
+    /// How many there are; those that are problems alone.
+    std::size_t count() const { return m_count; }
+    std::size_t problems() const { return m_problems; }
+
+private:
+    struct tally_t
+    {
+        findingKind_t const* kind;
+        std::size_t count;
+    };
+
+    tally_t& tallyOf(findingKind_t const& kind);
+
+    Output& m_output;
+    std::optional<JsonArray> m_array;
+    std::vector<tally_t> m_tallies; ///< in the order in which the kinds were met
+    std::size_t m_count = 0;
+    std::size_t m_problems = 0;
+};
+
+} // namespace tool

@@ -1,0 +1,88 @@
+#include <tool/formats/Json.h>
+
+#include <tool/values/Text.h>
+
+namespace tool
+{
+
+using firaim::RowCursor;
+
+namespace
+{
+
+json_t jsonCell(RowCursor const& row, std::size_t cell)
+{
+    switch (row.type(cell))
+    {
+    case RowCursor::CELL_NULL:
+        return nullptr;
+    case RowCursor::CELL_INTEGER:
+        return row.integer(cell);
+    case RowCursor::CELL_REAL:
+        return row.real(cell);
+    case RowCursor::CELL_BLOB:
+        return hexadecimal(row.bytes(cell));
+    default:
+        return std::string(row.bytes(cell));
+    }
+}
+
+json_t jsonTimeCell(RowCursor const& row, std::size_t cell, TimeStyle const& style)
+{
+    std::int64_t const stamp = row.type(cell) == RowCursor::CELL_INTEGER ? row.integer(cell) : 0;
+    return jsonTime(stamp > 0 ? static_cast<unsigned long long>(stamp) : 0, style);
+}
+
+} // namespace
+
+std::string jsonText(json_t const& value, Terminal const& terminal)
+{
+    std::string text = value.dump(-1, ' ', terminal.isAsciiOnly(), json_t::error_handler_t::replace);
+    return terminal.isThere ? visibleJson(text) : text;
+}
+
+json_t jsonTime(unsigned long long stamp, TimeStyle const& style)
+{
+    std::optional<std::int64_t> const time = firaim::timeOf(stamp, style.unit);
+    return time ? json_t(isoText(*time, style)) : json_t(nullptr);
+}
+
+json_t jsonRow(RowCursor const& row, tableFormat_t const& format, TimeStyle const& style)
+{
+    // The names differ from each other: there is no need to look for each among those before it.
+    json_t::object_t fields;
+    fields.reserve(format.columns.size() + 2);
+    for (std::size_t column = 0; column < format.columns.size(); ++column)
+    {
+        fields.emplace_back(format.columns[column].name, jsonCell(row, column));
+    }
+    if (&format == &faultFormat())
+    {
+        fields.emplace_back("Time", jsonTimeCell(row, faultColumn::TIME_STAMP, style));
+    }
+    else if (&format == &statisticFormat())
+    {
+        fields.emplace_back("TimeFirstOccurred", jsonTimeCell(row, statisticColumn::TIME_FIRST, style));
+        fields.emplace_back("TimeLastOccurred", jsonTimeCell(row, statisticColumn::TIME_LAST, style));
+    }
+    return fields;
+}
+
+JsonArray::JsonArray(Output& output) : m_output(output)
+{
+    m_output.write("[");
+}
+
+void JsonArray::add(json_t const& value)
+{
+    m_output.write(m_isEmpty ? "\n" : ",\n");
+    m_output.write(jsonText(value, m_output.terminal()));
+    m_isEmpty = false;
+}
+
+void JsonArray::end()
+{
+    m_output.write(m_isEmpty ? "]" : "\n]");
+}
+
+} // namespace tool

@@ -1,0 +1,67 @@
+#include <tool/formats/Statistics.h>
+
+#include <cstring>
+#include <utility>
+
+namespace tool
+{
+
+namespace
+{
+
+json_t jsonMember(FdbSqlFaultStatisticTbl const& tbl, FdbSqlFaultStatisticTbl::column_t const& column)
+{
+    switch (column.type)
+    {
+    case FdbSqlFaultStatisticTbl::COLUMN_TYPE_UINT64:
+        return *static_cast<unsigned long long const*>(column.value);
+    case FdbSqlFaultStatisticTbl::COLUMN_TYPE_UINT32:
+    {
+        // The object may be an enumeration of that width.
+        unsigned int number = 0;
+        std::memcpy(&number, column.value, sizeof number);
+        return number;
+    }
+    case FdbSqlFaultStatisticTbl::COLUMN_TYPE_UINT16:
+        return *static_cast<unsigned short const*>(column.value);
+    case FdbSqlFaultStatisticTbl::COLUMN_TYPE_STRING:
+        return *static_cast<std::string const*>(column.value);
+    default:
+        return tbl.convertValueToStr(column.type, column.value);
+    }
+}
+
+} // namespace
+
+std::vector<statisticRow_t> readStatistics(FaultFile& file, TimeStyle const& style)
+{
+    std::vector<FaultStatistic> statistics;
+    static_cast<void>(file.isFound(file.reader().statistics(statistics)));
+    std::vector<statisticRow_t> rows;
+    firaim::RowCursor row = file.reader().rows(statisticFormat().table);
+    // In the same order. What somebody adds meanwhile comes last.
+    for (FaultStatistic& statistic : statistics)
+    {
+        json_t json =
+            file.isFound(row.next()) ? jsonRow(row, statisticFormat(), style) : jsonStatistic(statistic, style);
+        rows.push_back({std::move(statistic), std::move(json)});
+    }
+    return rows;
+}
+
+json_t jsonStatistic(FaultStatistic const& statistic, TimeStyle const& style)
+{
+    FdbSqlFaultStatisticTbl tbl(FdbSqlFaultStatisticTbl::kTableName);
+    tbl.init("");
+    tbl.m_record = statistic;
+    json_t json;
+    for (auto const& [id, column] : tbl.m_columns)
+    {
+        json[column.name] = jsonMember(tbl, column);
+    }
+    json["TimeFirstOccurred"] = jsonTime(statistic.TimeFirstOccurredUTC, style);
+    json["TimeLastOccurred"] = jsonTime(statistic.TimeLastOccurredUTC, style);
+    return json;
+}
+
+} // namespace tool

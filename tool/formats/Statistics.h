@@ -1,0 +1,27 @@
+#pragma once
+
+#include <tool/formats/Json.h>
+#include <tool/store/FaultFile.h>
+#include <tool/values/Times.h>
+
+#include <fdb/records/FaultStatistic.h>
+
+#include <vector>
+
+namespace tool
+{
+
+/// One row of the statistic table, decoded and as it is.
+struct statisticRow_t
+{
+    FaultStatistic statistic;
+    json_t json;
+};
+
+/// All statistics, in the order of their keys. There is one for each code, so that they fit into memory.
+std::vector<statisticRow_t> readStatistics(FaultFile& file, TimeStyle const& style);
+
+/// A statistic as an object, as `jsonRow` has it for a row whose cells are all sound.
+json_t jsonStatistic(FaultStatistic const& statistic, TimeStyle const& style);
+
+} // namespace tool

@@ -1,0 +1,161 @@
+#include <tool/store/FaultFilter.h>
+
+#include <tool/process/Problem.h>
+#include <tool/store/Format.h>
+#include <tool/terminal/Output.h>
+#include <tool/values/Codes.h>
+#include <tool/values/Text.h>
+
+#include <limits>
+#include <utility>
+
+namespace tool
+{
+
+using firaim::FaultQuery;
+using firaim::historyTable_t;
+using firaim::RowCursor;
+
+namespace
+{
+
+/// The code of the first row that has `name` as that code's name.
+std::optional<unsigned int> codeIn(RowCursor row, std::size_t code, std::size_t codeName, std::string const& name,
+                                   FaultFile const& file)
+{
+    while (file.isFound(row.next()))
+    {
+        if (row.type(codeName) == RowCursor::CELL_TEXT && equalIgnoringCase(row.bytes(codeName), name))
+        {
+            return static_cast<unsigned int>(row.integer(code));
+        }
+    }
+    return std::nullopt;
+}
+
+/// The number of a code that only the file knows by name: a device may have its own table.
+std::optional<unsigned int> codeInFile(std::string const& name, FaultFile& file)
+{
+    std::optional<unsigned int> const code = codeIn(file.reader().rows(historyTable_t::STATISTICS),
+                                                    statisticColumn::CODE, statisticColumn::CODE_NAME, name, file);
+    return code ? code
+                : codeIn(file.reader().rows(historyTable_t::FAULTS), faultColumn::CODE, faultColumn::CODE_NAME, name,
+                         file);
+}
+
+unsigned int requireCode(std::string const& text, FaultFile& file)
+{
+    std::optional<unsigned int> code = codeOf(text);
+    if (!code)
+    {
+        code = codeInFile(text, file);
+    }
+    if (!code)
+    {
+        throw Problem(STATUS_BAD_USAGE, unknownCodeText(text));
+    }
+    return *code;
+}
+
+bool isAnyFound(FaultQuery const& query, FaultFile& file)
+{
+    Fault fault;
+    return file.isFound(file.reader().faults(query).next(fault));
+}
+
+} // namespace
+
+bool FilterOptions::areSet() const
+{
+    return code || module || grep || since || until || startup || after || isActiveOnly;
+}
+
+period_t requireTime(std::string const& text, TimeStyle const& style)
+{
+    std::optional<period_t> const period = parseTime(text, style);
+    if (!period)
+    {
+        throw Problem(STATUS_BAD_USAGE,
+                      "'" + text + "' is no time; write it as 2031-05-04, 2031-05-04T03:02 or 2031-05-04T03:02:01Z");
+    }
+    return *period;
+}
+
+FaultFilter::FaultFilter(FilterOptions const& options, TimeStyle const& style, FaultFile& file) : m_file(file)
+{
+    if (options.after == std::numeric_limits<long long>::max())
+    {
+        throw Problem(STATUS_BAD_USAGE, "no key is larger than " + std::to_string(*options.after));
+    }
+    m_query.timeUnit = style.unit;
+    m_query.afterKey = options.after;
+    if (options.code)
+    {
+        unsigned int const code = requireCode(*options.code, file);
+        add("no fault has the code " + *options.code, [&](FaultQuery& query) { query.codes = {code}; });
+    }
+    if (options.module)
+    {
+        add("no fault is of the module '" + *options.module + "'",
+            [&](FaultQuery& query) { query.modules = {*options.module}; });
+    }
+    if (options.startup)
+    {
+        add("no fault has the start-up id " + std::to_string(*options.startup),
+            [&](FaultQuery& query) { query.startups = {*options.startup}; });
+    }
+    if (options.isActiveOnly)
+    {
+        add("no fault was recorded as active", [](FaultQuery& query) { query.isActiveOnly = true; });
+    }
+    if (options.grep)
+    {
+        add("no fault mentions '" + *options.grep + "'", [&](FaultQuery& query) { query.text = options.grep; });
+    }
+    addTimes(options, style);
+}
+
+void FaultFilter::addTimes(FilterOptions const& options, TimeStyle const& style)
+{
+    if (options.since)
+    {
+        std::int64_t const begin = requireTime(*options.since, style).begin;
+        add("no fault is dated " + isoText(begin, style) + " or later",
+            [begin](FaultQuery& query) { query.since = begin; });
+    }
+    if (options.until)
+    {
+        std::int64_t const end = requireTime(*options.until, style).end;
+        add("no fault is dated before " + isoText(end, style), [end](FaultQuery& query) { query.until = end; });
+    }
+}
+
+void FaultFilter::add(std::string complaint, std::function<void(FaultQuery&)> const& ask)
+{
+    FaultQuery alone;
+    alone.timeUnit = m_query.timeUnit;
+    alone.afterKey = m_query.afterKey;
+    ask(alone);
+    ask(m_query);
+    m_criteria.push_back({std::move(complaint), std::move(alone)});
+}
+
+void FaultFilter::reportUnanswered() const
+{
+    std::string const among = m_query.afterKey ? " after key " + std::to_string(*m_query.afterKey) : "";
+    bool isAnyUnanswered = false;
+    for (criterion_t const& criterion : m_criteria)
+    {
+        if (!isAnyFound(criterion.query, m_file))
+        {
+            complain(criterion.complaint + among);
+            isAnyUnanswered = true;
+        }
+    }
+    if (!isAnyUnanswered)
+    {
+        complain(isEmpty() ? "there is no fault" + among : "no fault" + among + " answers to all that was asked for");
+    }
+}
+
+} // namespace tool

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <tool/store/FaultFile.h>
+#include <tool/values/Times.h>
+
+#include <history/FaultEvent.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace tool
+{
+
+/// A fault as it is asked for.
+struct FaultRequest
+{
+    firaim::FaultEvent event;
+    std::optional<std::int64_t> time; ///< in milliseconds; `event.time` is the time as it is to be stored
+};
+
+/// Completes faults that are to be recorded into one file, in the order in which they are recorded.
+class FaultCompleter
+{
+public:
+    /// The file at `path` is looked at when something has to be known of it, which waits for other processes for as
+    /// long as `patience` says.
+    FaultCompleter(std::string path, TimeStyle const& style, std::chrono::milliseconds patience = lockWait::kPatience)
+        : m_path(std::move(path)), m_style(style), m_patience(patience)
+    {
+    }
+
+    /// The fault with its time in the unit of the file. Throws std::invalid_argument for a time that would be read back
+    /// as another one.
+    firaim::FaultEvent complete(FaultRequest request);
+
+    /// Says on standard error, once, that several statistics have the code.
+    void warnOfSharedCode(std::uint64_t code);
+
+private:
+    timeUnit_t unit();
+    FaultFile& file();
+
+    std::string const m_path;
+    TimeStyle const m_style;
+    std::chrono::milliseconds const m_patience;
+    std::optional<FaultFile> m_file;
+    std::optional<timeUnit_t> m_unit;                    ///< of the newest fault, as soon as it matters
+    std::optional<std::set<unsigned int>> m_sharedCodes; ///< of which nothing was said yet
+};
+
+/// What a recorder needs to know to record as this program does.
+firaim::RecorderOptions recorderOptions(TimeStyle const& style);
+
+} // namespace tool

@@ -1,0 +1,269 @@
+#include <tool/store/LineRecorder.h>
+
+#include <tool/formats/FaultJson.h>
+#include <tool/process/Interrupt.h>
+#include <tool/process/Problem.h>
+#include <tool/values/Text.h>
+
+#include <algorithm>
+#include <iterator>
+#include <stdexcept>
+#include <utility>
+
+namespace tool
+{
+
+namespace
+{
+
+using steadyClock_t = std::chrono::steady_clock;
+
+/// Only a signal ends such a wait.
+constexpr std::chrono::hours kEndless(24 * 365);
+constexpr std::size_t kLongestLine = 16 << 20;
+/// A batch, which is one transaction: some ten milliseconds.
+constexpr std::size_t kMostLines = 1000;
+constexpr std::size_t kMostBytes = 1 << 19;
+/// Others get their turn as soon as writing has taken so long since the last time.
+constexpr std::chrono::milliseconds kTurn(20);
+/// Longer than a waiting writer pauses between two tries, so that it meets a free file once.
+constexpr int kGapMs = 8;
+
+std::string textOf(unsigned long long first, unsigned long long last)
+{
+    return first == last ? "line " + std::to_string(first)
+                         : "lines " + std::to_string(first) + " to " + std::to_string(last);
+}
+
+} // namespace
+
+LineRecorder::LineRecorder(std::string const& path, TimeStyle const& style, Output& output)
+    : m_style(style), m_output(output), m_completer(path, style, kEndless), m_input(kLongestLine),
+      m_progress("recording"), m_inputSize(m_input.total())
+{
+    openRecorder(m_recorder, path, recorderOptions(style), kEndless);
+}
+
+bool LineRecorder::run()
+{
+    try
+    {
+        recordLines();
+    }
+    catch (...)
+    {
+        nameRest();
+        throw;
+    }
+    return m_areAllRecorded;
+}
+
+void LineRecorder::recordLines()
+{
+    while (readLine())
+    {
+        if (m_progress.isVisible())
+        {
+            showProgress();
+        }
+        if (m_events.size() >= kMostLines || m_bytes >= kMostBytes)
+        {
+            recordBatch();
+        }
+    }
+    recordBatch();
+}
+
+/// Takes the next line; returns whether there was one.
+bool LineRecorder::readLine()
+{
+    while (!m_input.hasLine())
+    {
+        recordBatch();
+        m_input.fill();
+    }
+    interrupt::check();
+    std::string line;
+    bool isTooLong = false;
+    if (!m_input.take(line, isTooLong))
+    {
+        return false;
+    }
+    ++m_lineNumber;
+    if (isTooLong)
+    {
+        refuse(m_lineNumber, "longer than " + std::to_string(kLongestLine >> 20) + " MiB");
+    }
+    else if (line.find_first_not_of(" \t\r") != std::string::npos)
+    {
+        take(line);
+    }
+    return true;
+}
+
+void LineRecorder::take(std::string const& line)
+{
+    try
+    {
+        firaim::FaultEvent event = m_completer.complete(readFault(line, m_style));
+        m_completer.warnOfSharedCode(event.code);
+        m_events.push_back(std::move(event));
+        m_lines.push_back(m_lineNumber);
+        m_bytes += line.size();
+    }
+    catch (std::invalid_argument const& problem)
+    {
+        refuse(m_lineNumber, problem.what());
+    }
+}
+
+void LineRecorder::refuse(unsigned long long line, std::string const& reason)
+{
+    m_progress.clear();
+    complain("line " + std::to_string(line) + ": " + reason);
+    m_areAllRecorded = false;
+}
+
+/// Makes the faults of the batch last and names them.
+void LineRecorder::recordBatch()
+{
+    while (!m_events.empty())
+    {
+        interrupt::check();
+        std::vector<firaim::Receipt> receipts;
+        auto const begin = steadyClock_t::now();
+        // Every receipt says what became of its line.
+        static_cast<void>(m_recorder.recordAll(m_events, receipts));
+        auto const atWork = steadyClock_t::now() - begin;
+        m_progress.clear();
+        settle(receipts);
+        letOthersIn(atWork);
+    }
+}
+
+/// Names what was recorded and what was refused; what could only not be recorded yet stays in the batch. Throws a
+/// Problem when it never will be.
+void LineRecorder::settle(std::vector<firaim::Receipt> const& receipts)
+{
+    std::string const problem = m_recorder.lastProblem(); // Of the last line that failed.
+    // A failure that concerns the file concerns all lines from one on; those in between are refused by themselves.
+    std::size_t settled = receipts.size();
+    while (settled > 0 && receipts[settled - 1].result != firaim::HISTORY_OK &&
+           receipts[settled - 1].result != firaim::HISTORY_REFUSED)
+    {
+        --settled;
+    }
+    std::vector<firaim::Receipt> done(receipts.begin(), receipts.begin() + static_cast<std::ptrdiff_t>(settled));
+    auto const eventsEnd = m_events.begin() + static_cast<std::ptrdiff_t>(settled);
+    std::vector<firaim::FaultEvent> const events(std::make_move_iterator(m_events.begin()),
+                                                 std::make_move_iterator(eventsEnd));
+    m_events.erase(m_events.begin(), eventsEnd);
+    auto const linesEnd = m_lines.begin() + static_cast<std::ptrdiff_t>(settled);
+    std::vector<unsigned long long> const lines(m_lines.begin(), linesEnd);
+    m_lines.erase(m_lines.begin(), linesEnd);
+    for (std::size_t i = 0; i < settled; ++i)
+    {
+        if (done[i].result != firaim::HISTORY_OK)
+        {
+            done[i] = recordAlone(lines[i], events[i]);
+        }
+    }
+    int const result = settled < receipts.size() ? receipts[settled].result : static_cast<int>(firaim::HISTORY_OK);
+    if (result == firaim::HISTORY_UNKNOWN)
+    {
+        complain(textOf(m_lines.front(), m_lines.back()) + ": recorded or not, which cannot be seen now");
+        m_events.clear();
+        m_lines.clear();
+    }
+    name(done);
+    if (result < 0 && result != firaim::HISTORY_BUSY)
+    {
+        throwFailure(result, problem);
+    }
+    if (m_events.empty())
+    {
+        m_bytes = 0;
+    }
+}
+
+/// Tries a line again that was refused beside others, as only a try of its own tells the reason.
+firaim::Receipt LineRecorder::recordAlone(unsigned long long line, firaim::FaultEvent const& event)
+{
+    firaim::Receipt receipt;
+    do
+    {
+        receipt = m_recorder.record(event);
+    } while (receipt.result == firaim::HISTORY_BUSY);
+    if (receipt.result != firaim::HISTORY_OK)
+    {
+        refuse(line, m_recorder.lastProblem());
+    }
+    return receipt;
+}
+
+/// Prints the keys of what was recorded.
+void LineRecorder::name(std::vector<firaim::Receipt> const& receipts)
+{
+    unsigned long long last = 0;
+    for (firaim::Receipt const& receipt : receipts)
+    {
+        if (receipt.result == firaim::HISTORY_OK)
+        {
+            last = receipt.key;
+            m_output.writeLine(std::to_string(last));
+        }
+    }
+    try
+    {
+        m_output.flush();
+    }
+    catch (...)
+    {
+        complain("faults up to key " + std::to_string(last) + " were recorded all the same");
+        throw;
+    }
+}
+
+/// Others who wait for the file meet it free only now and then.
+void LineRecorder::letOthersIn(steadyClock_t::duration atWork)
+{
+    m_atWork += atWork;
+    if (m_atWork >= kTurn)
+    {
+        interrupt::pause(kGapMs);
+        m_atWork = {};
+    }
+}
+
+void LineRecorder::showProgress()
+{
+    if (m_inputSize == 0)
+    {
+        m_progress.show(counted(m_lineNumber, "line"));
+    }
+    else
+    {
+        m_progress.show(static_cast<double>(m_input.taken()) / static_cast<double>(m_inputSize));
+    }
+}
+
+/// Says which lines are not recorded because this ends early.
+void LineRecorder::nameRest()
+{
+    bool hasMore = !m_lines.empty();
+    try
+    {
+        hasMore = hasMore || m_input.hasMore();
+    }
+    catch (...)
+    {
+        hasMore = true; // What cannot be read is not recorded either.
+    }
+    if (hasMore)
+    {
+        complain("line " + std::to_string(m_lines.empty() ? m_lineNumber + 1 : m_lines.front()) +
+                 " and all after it: not recorded");
+    }
+}
+
+} // namespace tool

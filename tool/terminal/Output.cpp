@@ -1,0 +1,180 @@
+#include <tool/terminal/Output.h>
+
+#include <tool/process/Interrupt.h>
+#include <tool/process/Problem.h>
+#include <tool/terminal/Progress.h>
+#include <tool/values/Text.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <iostream>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tool
+{
+
+namespace
+{
+
+/// What goes out at once: the rows of some milliseconds.
+constexpr std::size_t kMuch = 1 << 16;
+
+/// Whether somebody reads what is written to `descriptor`.
+bool hasReader(int descriptor)
+{
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 &&
+           (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode) || isatty(descriptor) == 1);
+}
+
+/// Writes one line to standard error, where a bar of progress gives way to it. Nothing can be done when that fails.
+void writeErrorLine(std::string const& line)
+{
+    Progress::clearShown();
+    std::string const whole = line + "\n";
+    std::string_view left = whole;
+    while (!left.empty())
+    {
+        if (!interrupt::waitFor(STDERR_FILENO, interrupt::WRITING, -1))
+        {
+            if (interrupt::isPending())
+            {
+                return; // Who is to end does not wait for a reader.
+            }
+            continue;
+        }
+        ssize_t const written = ::write(STDERR_FILENO, left.data(), std::min<std::size_t>(left.size(), PIPE_BUF));
+        if (written < 0 && errno != EINTR && errno != EAGAIN)
+        {
+            return;
+        }
+        left.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+    }
+}
+
+} // namespace
+
+LogBuffer::int_type LogBuffer::overflow(int_type character)
+{
+    if (!traits_type::eq_int_type(character, traits_type::eof()))
+    {
+        m_pending.push_back(traits_type::to_char_type(character));
+        passOnLines();
+    }
+    return traits_type::not_eof(character);
+}
+
+std::streamsize LogBuffer::xsputn(char const* text, std::streamsize size)
+{
+    m_pending.append(text, static_cast<std::size_t>(size));
+    passOnLines();
+    return size;
+}
+
+void LogBuffer::passOnLines()
+{
+    for (std::size_t end = m_pending.find('\n'); end != std::string::npos; end = m_pending.find('\n'))
+    {
+        if (!interrupt::isPending())
+        {
+            writeErrorLine(visible(std::string_view(m_pending).substr(0, end)));
+        }
+        m_pending.erase(0, end + 1);
+    }
+}
+
+void holdStandardDescriptors()
+{
+    for (int const descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    {
+        if (fcntl(descriptor, F_GETFD) < 0)
+        {
+            // The lowest number that is free is this one. It is opened for what it is not used for.
+            static_cast<void>(open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+        }
+    }
+}
+
+Output::Output()
+    : m_terminal(examineTerminal(STDOUT_FILENO)), m_hasReader(hasReader(STDOUT_FILENO)),
+      m_consoleBuffer(std::cout.rdbuf(&m_logLines))
+{
+}
+
+Output::~Output()
+{
+    std::cout.rdbuf(m_consoleBuffer);
+}
+
+void Output::writeLine(std::string_view text)
+{
+    m_pending.append(text);
+    m_pending.push_back('\n');
+}
+
+void Output::flush()
+{
+    std::string_view left = m_pending;
+    while (!left.empty())
+    {
+        // Of what a pipe has room for at least, none blocks; only waiting for that room ends with a signal for certain.
+        while (m_hasReader && !interrupt::waitFor(STDOUT_FILENO, interrupt::WRITING, -1))
+        {
+            interrupt::check();
+        }
+        std::size_t const size = m_hasReader ? std::min<std::size_t>(left.size(), PIPE_BUF) : left.size();
+        ssize_t const written = ::write(STDOUT_FILENO, left.data(), size);
+        if (written >= 0)
+        {
+            left.remove_prefix(static_cast<std::size_t>(written));
+            continue;
+        }
+        int const error = errno;
+        if (error == EPIPE)
+        {
+            throw ReaderGone();
+        }
+        if (error != EINTR && error != EAGAIN)
+        {
+            m_pending.clear();
+            throw Problem(STATUS_BAD_FILE,
+                          "cannot write to standard output: " + std::generic_category().message(error));
+        }
+        interrupt::check();
+    }
+    m_pending.clear();
+}
+
+void Output::flushIfMuch()
+{
+    if (m_pending.size() >= kMuch)
+    {
+        flush();
+    }
+}
+
+void reportDone(std::string const& text, Output& output)
+{
+    try
+    {
+        output.writeLine(text);
+        output.flush();
+    }
+    catch (...)
+    {
+        complain("this was done all the same: " + text);
+        throw;
+    }
+}
+
+void complain(std::string_view text)
+{
+    writeErrorLine("firaim: " + visible(text));
+}
+
+} // namespace tool

@@ -1,0 +1,225 @@
+#include <tool/terminal/TextTable.h>
+
+#include <tool/values/Text.h>
+
+#include <algorithm>
+#include <array>
+
+namespace tool
+{
+
+namespace
+{
+
+constexpr std::size_t kRowsThatTellWidths = 200;
+constexpr std::size_t kLeastElasticWidth = 10;
+/// Rows with longer texts than usual do not have to be so many.
+constexpr std::size_t kBytesThatTellWidths = 1 << 16;
+constexpr std::size_t kGapWidth = 2;
+
+} // namespace
+
+std::string_view ellipsisFor(Terminal const& terminal)
+{
+    return terminal.isUtf8 ? "\u2026" : "~";
+}
+
+std::string styled(std::string const& text, style_t style, Terminal const& terminal)
+{
+    if (!terminal.isDecorated || style == style_t::PLAIN)
+    {
+        return text;
+    }
+    char const* const begin = style == style_t::STRONG ? "\x1b[1m" : style == style_t::ALARM ? "\x1b[31m" : "\x1b[2m";
+    return begin + text + "\x1b[0m";
+}
+
+std::string barText(unsigned long long count, unsigned long long most, std::size_t width, Terminal const& terminal)
+{
+    if (!terminal.isDecorated || count == 0 || most == 0)
+    {
+        return "";
+    }
+    constexpr std::size_t kParts = 8;
+    constexpr std::array<char const*, kParts> kBlocks = {"",       "\u258f", "\u258e", "\u258d",
+                                                         "\u258c", "\u258b", "\u258a", "\u2589"};
+    double const share = static_cast<double>(count) / static_cast<double>(most);
+    auto const eighths =
+        std::max<std::size_t>(1, static_cast<std::size_t>(share * static_cast<double>(width * kParts)));
+    std::string bar;
+    if (!terminal.isUtf8)
+    {
+        return bar.append(std::max<std::size_t>(1, eighths / kParts), '#');
+    }
+    for (std::size_t block = 0; block < eighths / kParts; ++block)
+    {
+        bar += "\u2588";
+    }
+    return bar + kBlocks[eighths % kParts];
+}
+
+TextTable::TextTable(Output& output, std::vector<heading_t> headings, bool wraps)
+    : m_output(output), m_headings(std::move(headings)), m_wraps(wraps), m_isDropped(m_headings.size(), false)
+{
+}
+
+void TextTable::add(row_t row)
+{
+    for (cell_t& cell : row)
+    {
+        cell.text = visible(cell.text, m_output.terminal().isAsciiOnly());
+    }
+    if (!m_widths.empty())
+    {
+        write(row);
+        return;
+    }
+    for (cell_t const& cell : row)
+    {
+        m_heldBytes += cell.text.size();
+    }
+    m_held.push_back(std::move(row));
+    if (m_held.size() == kRowsThatTellWidths || m_heldBytes > kBytesThatTellWidths)
+    {
+        settle();
+    }
+}
+
+void TextTable::end()
+{
+    settle();
+}
+
+void TextTable::settle()
+{
+    if (!m_widths.empty())
+    {
+        return;
+    }
+    for (std::size_t column = 0; column < m_headings.size(); ++column)
+    {
+        std::size_t width = displayWidth(m_headings[column].text);
+        for (row_t const& row : m_held)
+        {
+            width = std::max(width, displayWidth(row[column].text));
+        }
+        m_widths.push_back(width);
+    }
+    fitToTerminal();
+    row_t headings;
+    for (heading_t const& heading : m_headings)
+    {
+        headings.emplace_back(heading.text, style_t::STRONG);
+    }
+    write(headings);
+    for (row_t const& row : m_held)
+    {
+        write(row);
+    }
+    m_held.clear();
+}
+
+/// How many columns of the terminal the table takes; as short as it can be made, or as it is.
+std::size_t TextTable::neededWidth(bool isShortest) const
+{
+    std::size_t needed = 0;
+    for (std::size_t column = 0; column < m_widths.size(); ++column)
+    {
+        if (!m_isDropped[column])
+        {
+            bool const isShortened = isShortest && m_headings[column].isElastic;
+            needed += kGapWidth + (isShortened ? std::min(m_widths[column], kLeastElasticWidth) : m_widths[column]);
+        }
+    }
+    return needed < kGapWidth ? 0 : needed - kGapWidth;
+}
+
+/// Leaves out columns until the others, as short as they can be made, fit.
+void TextTable::dropColumns()
+{
+    for (int order = 1; neededWidth(true) > static_cast<std::size_t>(m_output.terminal().width); ++order)
+    {
+        auto const next = std::find_if(m_headings.begin(), m_headings.end(),
+                                       [order](heading_t const& heading) { return heading.dropOrder == order; });
+        if (next == m_headings.end())
+        {
+            return;
+        }
+        m_isDropped[static_cast<std::size_t>(next - m_headings.begin())] = true;
+    }
+}
+
+std::size_t* TextTable::widestElastic()
+{
+    std::size_t* widest = nullptr;
+    for (std::size_t column = 0; column < m_widths.size(); ++column)
+    {
+        bool const isElastic = m_headings[column].isElastic && !m_isDropped[column];
+        if (isElastic && (widest == nullptr || m_widths[column] > *widest))
+        {
+            widest = &m_widths[column];
+        }
+    }
+    return widest;
+}
+
+/// Leaves out columns, then takes room away from the widest elastic one until the table fits, or cannot be made to.
+void TextTable::fitToTerminal()
+{
+    if (!m_output.terminal().isThere || m_wraps)
+    {
+        return;
+    }
+    dropColumns();
+    auto const room = static_cast<std::size_t>(m_output.terminal().width);
+    for (std::size_t needed = neededWidth(false); needed > room; --needed)
+    {
+        std::size_t* const widest = widestElastic();
+        if (widest == nullptr || *widest <= kLeastElasticWidth)
+        {
+            return;
+        }
+        --*widest;
+    }
+}
+
+void TextTable::write(row_t const& row)
+{
+    Terminal const& terminal = m_output.terminal();
+    bool const isFitted = terminal.isThere && !m_wraps;
+    std::string line;
+    std::size_t used = 0;   // Of the terminal's columns.
+    std::size_t blanks = 0; // Written before the next text only, so that no line ends with some.
+    for (std::size_t column = 0; column < row.size(); ++column)
+    {
+        if (m_isDropped[column])
+        {
+            continue;
+        }
+        std::size_t const whole = displayWidth(row[column].text);
+        std::size_t const padding = m_widths[column] > whole ? m_widths[column] - whole : 0;
+        blanks += m_headings[column].isRight ? padding : 0;
+        std::string text = row[column].text;
+        if (isFitted)
+        {
+            // The last one has what is left of the line.
+            auto const terminalWidth = static_cast<std::size_t>(terminal.width);
+            std::size_t const left = terminalWidth > used + blanks ? terminalWidth - used - blanks : 0;
+            bool const isLast = column + 1 == row.size();
+            std::size_t const own = m_headings[column].isElastic && !isLast ? m_widths[column] : left;
+            text = left < 2 ? "" : shortened(text, std::min(own, left), ellipsisFor(terminal));
+        }
+        std::size_t const width = displayWidth(text);
+        if (!text.empty())
+        {
+            line.append(blanks, ' ').append(styled(text, row[column].style, terminal));
+            used += blanks + width;
+            blanks = 0;
+        }
+        bool const isLeft = !m_headings[column].isRight;
+        blanks += (isLeft && m_widths[column] > width ? m_widths[column] - width : 0) + kGapWidth;
+    }
+    m_output.writeLine(line);
+}
+
+} // namespace tool
