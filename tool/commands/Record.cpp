@@ -1,6 +1,7 @@
 // firaim record and firaim clear: faults that begin and end.
 
 #include <tool/cli/Command.h>
+#include <tool/formats/FaultJson.h>
 #include <tool/store/FaultFile.h>
 #include <tool/store/FaultRequest.h>
 #include <tool/store/LineRecorder.h>
@@ -119,7 +120,7 @@ int record(Options const& options, Output& output)
 {
     if (options.isFromInput)
     {
-        return LineRecorder(options.path, options.style, output).run() ? STATUS_DONE : STATUS_NO;
+        return LineRecorder(options.path, options.style, readFault, output).run() ? STATUS_DONE : STATUS_NO;
     }
     if (options.code.empty())
     {

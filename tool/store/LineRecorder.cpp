@@ -1,6 +1,5 @@
 #include <tool/store/LineRecorder.h>
 
-#include <tool/formats/FaultJson.h>
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
 #include <tool/values/Text.h>
@@ -37,8 +36,8 @@ std::string textOf(unsigned long long first, unsigned long long last)
 
 } // namespace
 
-LineRecorder::LineRecorder(std::string const& path, TimeStyle const& style, Output& output)
-    : m_style(style), m_output(output), m_completer(path, style, kEndless), m_input(kLongestLine),
+LineRecorder::LineRecorder(std::string const& path, TimeStyle const& style, lineParser_t parse, Output& output)
+    : m_style(style), m_parse(parse), m_output(output), m_completer(path, style, kEndless), m_input(kLongestLine),
       m_progress("recording"), m_inputSize(m_input.total())
 {
     openRecorder(m_recorder, path, recorderOptions(style), kEndless);
@@ -105,7 +104,7 @@ void LineRecorder::take(std::string const& line)
 {
     try
     {
-        firaim::FaultEvent event = m_completer.complete(readFault(line, m_style));
+        firaim::FaultEvent event = m_completer.complete(m_parse(line, m_style));
         m_completer.warnOfSharedCode(event.code);
         m_events.push_back(std::move(event));
         m_lines.push_back(m_lineNumber);

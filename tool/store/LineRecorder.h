@@ -20,8 +20,11 @@ namespace tool
 class LineRecorder
 {
 public:
+    /// Reads the fault in one line. Throws std::invalid_argument with the reason when there is none.
+    using lineParser_t = FaultRequest (*)(std::string const& line, TimeStyle const& style);
+
     /// Opens the file at `path`. Throws a Problem.
-    LineRecorder(std::string const& path, TimeStyle const& style, Output& output);
+    LineRecorder(std::string const& path, TimeStyle const& style, lineParser_t parse, Output& output);
 
     /// Prints the keys of the lines that were recorded, and says on standard error which ones were not. Returns whether
     /// all were. When it ends early, by whatever it throws, that is said of the rest of the lines as well.
@@ -41,6 +44,7 @@ private:
     void nameRest();
 
     TimeStyle const m_style;
+    lineParser_t const m_parse;
     Output& m_output;
     FaultCompleter m_completer;
     firaim::FaultRecorder m_recorder;
