@@ -1,6 +1,7 @@
 // firaim: records faults in a fault database, looks at it, follows it and hands it over.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
 #include <tool/terminal/Output.h>

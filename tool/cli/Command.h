@@ -21,23 +21,6 @@ struct Request
     std::function<int()> run; ///< of the one command; returns the program's exit status
 };
 
-// Each adds one command to the program.
-void addBackup(CommandLine& line, Request& request);
-void addCheck(CommandLine& line, Request& request);
-void addClear(CommandLine& line, Request& request);
-void addCodes(CommandLine& line, Request& request);
-void addCreate(CommandLine& line, Request& request);
-void addExport(CommandLine& line, Request& request);
-void addList(CommandLine& line, Request& request);
-void addRecord(CommandLine& line, Request& request);
-void addRecover(CommandLine& line, Request& request);
-void addRenumber(CommandLine& line, Request& request);
-void addShow(CommandLine& line, Request& request);
-void addStats(CommandLine& line, Request& request);
-void addSummary(CommandLine& line, Request& request);
-void addTrim(CommandLine& line, Request& request);
-void addWatch(CommandLine& line, Request& request);
-
 // What several commands have in common.
 void addFile(Command& command, std::string& path);
 void addJson(Command& command, bool& isJson);

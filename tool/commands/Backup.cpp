@@ -1,6 +1,7 @@
 // firaim backup: a consistent copy while others write.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/process/Interrupt.h>
 #include <tool/store/FaultFile.h>
 #include <tool/terminal/Progress.h>

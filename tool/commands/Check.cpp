@@ -1,6 +1,7 @@
 // firaim check: what is wrong with a file, and what can be done.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/formats/Findings.h>
 #include <tool/process/Interrupt.h>
 #include <tool/store/CellCheck.h>

@@ -1,6 +1,7 @@
 // firaim codes: the fault codes that this program knows.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/formats/Json.h>
 #include <tool/terminal/TextTable.h>
 #include <tool/values/Codes.h>

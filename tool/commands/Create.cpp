@@ -1,6 +1,7 @@
 // firaim create: a new, empty fault database.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/process/Problem.h>
 
 #include <fdb/FaultDb.h>

@@ -1,6 +1,7 @@
 // firaim export: the file, or a part of it, for other programs.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/formats/CellText.h>
 #include <tool/formats/Json.h>
 #include <tool/store/FaultFile.h>

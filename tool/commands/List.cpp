@@ -1,6 +1,7 @@
 // firaim list: faults as a table, the newest first.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/formats/Json.h>
 #include <tool/store/FaultFile.h>
 #include <tool/store/FaultFilter.h>

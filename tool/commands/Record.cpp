@@ -1,6 +1,7 @@
 // firaim record and firaim clear: faults that begin and end.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/formats/FaultJson.h>
 #include <tool/store/FaultFile.h>
 #include <tool/store/FaultRequest.h>

@@ -1,6 +1,7 @@
 // firaim recover: makes a file readable again that a writer left when it was cut off.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/store/FaultFile.h>
 
 namespace tool

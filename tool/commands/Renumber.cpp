@@ -1,6 +1,7 @@
 // firaim renumber: moves faults and statistics from one start-up id to another.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/store/FaultFile.h>
 #include <tool/store/Format.h>
 #include <tool/values/Text.h>

@@ -1,6 +1,7 @@
 // firaim show: one fault with every field.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/formats/Json.h>
 #include <tool/store/FaultFile.h>
 #include <tool/terminal/TextTable.h>

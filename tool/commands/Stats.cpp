@@ -1,6 +1,7 @@
 // firaim stats: the statistic of each fault code.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/formats/Json.h>
 #include <tool/formats/Statistics.h>
 #include <tool/store/FaultFile.h>

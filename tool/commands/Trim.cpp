@@ -1,6 +1,7 @@
 // firaim trim: removes old faults.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/store/FaultFile.h>
 #include <tool/store/Format.h>
 #include <tool/values/Text.h>

@@ -1,6 +1,7 @@
 // firaim watch: what other processes record, as they record it.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/Commands.h>
 #include <tool/formats/Json.h>
 #include <tool/formats/Statistics.h>
 #include <tool/process/Interrupt.h>
