@@ -70,17 +70,6 @@ bool FilterOptions::areSet() const
     return code || module || grep || since || until || startup || after || isActiveOnly;
 }
 
-period_t requireTime(std::string const& text, TimeStyle const& style)
-{
-    std::optional<period_t> const period = parseTime(text, style);
-    if (!period)
-    {
-        throw Problem(STATUS_BAD_USAGE,
-                      "'" + text + "' is no time; write it as 2031-05-04, 2031-05-04T03:02 or 2031-05-04T03:02:01Z");
-    }
-    return *period;
-}
-
 FaultFilter::FaultFilter(FilterOptions const& options, TimeStyle const& style, FaultFile& file) : m_file(file)
 {
     if (options.after == std::numeric_limits<long long>::max())

@@ -59,7 +59,4 @@ private:
     std::vector<criterion_t> m_criteria;
 };
 
-/// The period that the text of an option names. Throws a Problem when it names none.
-period_t requireTime(std::string const& text, TimeStyle const& style);
-
 } // namespace tool

@@ -1,5 +1,7 @@
 #include <tool/values/Times.h>
 
+#include <tool/process/Problem.h>
+
 #include <array>
 #include <charconv>
 #include <cstdio>
@@ -171,6 +173,17 @@ std::optional<period_t> parseTime(std::string const& text, TimeStyle const& styl
     // Not every local day has 24 hours.
     ++time.calendar.tm_mday;
     return period_t{begin, momentOf(time.calendar, isLocal)};
+}
+
+period_t requireTime(std::string const& text, TimeStyle const& style)
+{
+    std::optional<period_t> const period = parseTime(text, style);
+    if (!period)
+    {
+        throw Problem(STATUS_BAD_USAGE,
+                      "'" + text + "' is no time; write it as 2031-05-04, 2031-05-04T03:02 or 2031-05-04T03:02:01Z");
+    }
+    return *period;
 }
 
 std::string isoText(std::int64_t milliseconds, TimeStyle const& style)

@@ -32,6 +32,9 @@ struct period_t
 /// "2031-05-04 03:02:01+01:00". Without a time zone it is in the one of `style`. None when it is no such text.
 std::optional<period_t> parseTime(std::string const& text, TimeStyle const& style);
 
+/// The period that the text of an option names. Throws a Problem when it names none.
+period_t requireTime(std::string const& text, TimeStyle const& style);
+
 /// The ISO 8601 text of a time, in milliseconds; the plain number when it lies beyond the calendar.
 std::string isoText(std::int64_t milliseconds, TimeStyle const& style);
 
