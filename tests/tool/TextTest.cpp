@@ -1,5 +1,6 @@
 // Times, texts and periods, by tables of good and bad input.
 
+#include <tool/terminal/SafeText.h>
 #include <tool/values/Text.h>
 #include <tool/values/Timeline.h>
 #include <tool/values/Times.h>

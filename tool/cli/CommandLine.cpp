@@ -2,7 +2,7 @@
 
 #include <tool/process/Problem.h>
 #include <tool/terminal/Output.h>
-#include <tool/values/Text.h>
+#include <tool/terminal/SafeText.h>
 
 #include <CLI/CLI.hpp>
 

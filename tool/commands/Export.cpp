@@ -7,7 +7,7 @@
 #include <tool/store/FaultFile.h>
 #include <tool/store/FaultFilter.h>
 #include <tool/terminal/Progress.h>
-#include <tool/values/Text.h>
+#include <tool/terminal/SafeText.h>
 
 #include <memory>
 #include <set>

@@ -6,6 +6,7 @@
 #include <tool/formats/Statistics.h>
 #include <tool/store/FaultFile.h>
 #include <tool/terminal/Progress.h>
+#include <tool/terminal/SafeText.h>
 #include <tool/terminal/TextTable.h>
 #include <tool/values/Codes.h>
 #include <tool/values/Text.h>

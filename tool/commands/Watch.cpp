@@ -6,9 +6,9 @@
 #include <tool/formats/Statistics.h>
 #include <tool/process/Interrupt.h>
 #include <tool/store/FaultFile.h>
+#include <tool/terminal/SafeText.h>
 #include <tool/terminal/TextTable.h>
 #include <tool/values/Codes.h>
-#include <tool/values/Text.h>
 
 #include <history/FaultFollower.h>
 

@@ -1,5 +1,6 @@
 #include <tool/formats/CellText.h>
 
+#include <tool/terminal/SafeText.h>
 #include <tool/values/Text.h>
 
 #include <algorithm>

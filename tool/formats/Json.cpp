@@ -1,5 +1,6 @@
 #include <tool/formats/Json.h>
 
+#include <tool/terminal/SafeText.h>
 #include <tool/values/Text.h>
 
 namespace tool

@@ -3,7 +3,7 @@
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
 #include <tool/terminal/Progress.h>
-#include <tool/values/Text.h>
+#include <tool/terminal/SafeText.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include <tool/terminal/TextTable.h>
 
-#include <tool/values/Text.h>
+#include <tool/terminal/SafeText.h>
 
 #include <algorithm>
 #include <array>

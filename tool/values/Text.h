@@ -1,27 +1,10 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
-/// Texts of unknown origin, made fit to be looked at.
 namespace tool
 {
-
-/// `text` with everything that would act on a terminal instead of being seen replaced by an escape: control characters
-/// ("\n", "\x1b"), invisible ones such as those that reverse the writing ("\u202e"), bytes that are no UTF-8 ("\xff").
-/// For one that only takes ASCII, so is everything else ("\u00e4").
-std::string visible(std::string_view text, bool isAsciiOnly = false);
-
-/// The same for a text that is JSON, and stays it: what is in its texts is replaced by JSON's own escapes.
-std::string visibleJson(std::string_view json);
-
-/// The number of columns that `text`, which is visible, takes in a terminal.
-std::size_t displayWidth(std::string_view text);
-
-/// As much of `text`, which is visible, as fits into `width` columns, with `ellipsis` in place of the rest. It is not
-/// made shorter than the ellipsis.
-std::string shortened(std::string_view text, std::size_t width, std::string_view ellipsis);
 
 /// Whether `text` holds `part`, the case of ASCII letters apart.
 bool containsIgnoringCase(std::string_view text, std::string_view part);

@@ -1,0 +1,186 @@
+#include <tool/terminal/SafeText.h>
+
+#include <tool/values/Text.h>
+
+#include <utf8proc.h>
+
+#include <algorithm>
+
+namespace tool
+{
+
+namespace
+{
+
+/// One character at the beginning of a text.
+struct character_t
+{
+    utf8proc_int32_t codePoint; ///< negative when the bytes are no UTF-8
+    std::size_t size;           ///< in bytes
+};
+
+character_t firstCharacter(std::string_view text)
+{
+    utf8proc_int32_t codePoint = -1;
+    utf8proc_ssize_t const size = utf8proc_iterate(reinterpret_cast<utf8proc_uint8_t const*>(text.data()),
+                                                   static_cast<utf8proc_ssize_t>(text.size()), &codePoint);
+    return size > 0 ? character_t{codePoint, static_cast<std::size_t>(size)} : character_t{-1, 1};
+}
+
+bool isSeen(utf8proc_int32_t codePoint)
+{
+    switch (utf8proc_category(codePoint))
+    {
+    case UTF8PROC_CATEGORY_CC:
+    case UTF8PROC_CATEGORY_CF:
+    case UTF8PROC_CATEGORY_CS:
+    case UTF8PROC_CATEGORY_CN:
+    case UTF8PROC_CATEGORY_ZL:
+    case UTF8PROC_CATEGORY_ZP:
+        return false;
+    default:
+        return true;
+    }
+}
+
+std::string digitsOf(unsigned int number, std::size_t digits)
+{
+    std::string text(digits, '0');
+    for (auto digit = text.rbegin(); digit != text.rend(); ++digit, number /= 16)
+    {
+        *digit = "0123456789abcdef"[number % 16];
+    }
+    return text;
+}
+
+std::string escapeOf(unsigned int codePoint)
+{
+    switch (codePoint)
+    {
+    case '\n':
+        return "\\n";
+    case '\r':
+        return "\\r";
+    case '\t':
+        return "\\t";
+    default:
+        break;
+    }
+    if (codePoint < 0x80)
+    {
+        return "\\x" + digitsOf(codePoint, 2);
+    }
+    return codePoint < 0x10000 ? "\\u" + digitsOf(codePoint, 4) : "\\U" + digitsOf(codePoint, 8);
+}
+
+bool isPlain(char c)
+{
+    return c >= ' ' && c <= '~';
+}
+
+/// `text` with characters that are not seen, and bytes that are none, replaced by what the two functions make of them.
+template <class ReplaceCharacter, class ReplaceByte>
+std::string replaceUnseen(std::string_view text, bool isAsciiOnly, ReplaceCharacter const& replaceCharacter,
+                          ReplaceByte const& replaceByte)
+{
+    std::string result;
+    result.reserve(text.size());
+    while (!text.empty())
+    {
+        // Most texts are plain; they are taken in one go.
+        auto const plain = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isPlain) - text.begin());
+        result.append(text.substr(0, plain));
+        text.remove_prefix(plain);
+        if (text.empty())
+        {
+            break;
+        }
+        character_t const character = firstCharacter(text);
+        if (character.codePoint < 0)
+        {
+            result.append(replaceByte(text.front()));
+        }
+        else if (!isAsciiOnly && isSeen(character.codePoint))
+        {
+            result.append(text.substr(0, character.size));
+        }
+        else
+        {
+            result.append(replaceCharacter(static_cast<unsigned int>(character.codePoint)));
+        }
+        text.remove_prefix(character.size);
+    }
+    return result;
+}
+
+} // namespace
+
+std::string visible(std::string_view text, bool isAsciiOnly)
+{
+    return replaceUnseen(
+        text, isAsciiOnly, [](unsigned int codePoint) { return escapeOf(codePoint); },
+        [](char byte) {
+            return "\\x" + hexadecimal({&byte, 1});
+        });
+}
+
+std::string visibleJson(std::string_view json)
+{
+    return replaceUnseen(
+        json, false,
+        [](unsigned int codePoint)
+        {
+            constexpr unsigned int kFirstInPairs = 0x10000;
+            if (codePoint < kFirstInPairs)
+            {
+                return "\\u" + digitsOf(codePoint, 4);
+            }
+            unsigned int const pair = codePoint - kFirstInPairs;
+            return "\\u" + digitsOf(0xd800 + (pair >> 10), 4) + "\\u" + digitsOf(0xdc00 + (pair & 0x3ff), 4);
+        },
+        [](char) { return "\\ufffd"; });
+}
+
+std::size_t displayWidth(std::string_view text)
+{
+    std::size_t width = 0;
+    while (!text.empty())
+    {
+        auto const plain = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isPlain) - text.begin());
+        width += plain;
+        text.remove_prefix(plain);
+        if (!text.empty())
+        {
+            character_t const character = firstCharacter(text);
+            width += static_cast<std::size_t>(std::max(0, utf8proc_charwidth(character.codePoint)));
+            text.remove_prefix(character.size);
+        }
+    }
+    return width;
+}
+
+std::string shortened(std::string_view text, std::size_t width, std::string_view ellipsis)
+{
+    if (displayWidth(text) <= width)
+    {
+        return std::string(text);
+    }
+    std::size_t const ellipsisWidth = displayWidth(ellipsis);
+    std::size_t const room = width > ellipsisWidth ? width - ellipsisWidth : 0;
+    std::size_t used = 0;
+    std::size_t end = 0;
+    while (end < text.size())
+    {
+        character_t const character = firstCharacter(text.substr(end));
+        auto const characterWidth = static_cast<std::size_t>(std::max(0, utf8proc_charwidth(character.codePoint)));
+        if (used + characterWidth > room)
+        {
+            break;
+        }
+        used += characterWidth;
+        end += character.size;
+    }
+    return std::string(text.substr(0, end)).append(ellipsis);
+}
+
+} // namespace tool
