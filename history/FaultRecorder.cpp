@@ -2,6 +2,7 @@
 
 #include <history/internal/Backlog.h>
 #include <history/internal/CommitQueue.h>
+#include <history/internal/Failure.h>
 
 #include <limits>
 #include <new>
@@ -116,6 +117,31 @@ public:
         }
     }
 
+    int post(FaultEvent const& event, patience_t patience)
+    {
+        Request request;
+        prepareRecord(request, event);
+        if (request.phase == Request::DONE)
+        {
+            return request.receipt.result < 0 ? queue.refuseCounted(request.receipt.result, request.problem.c_str())
+                                              : request.receipt.result;
+        }
+        int const result = backlog.post(request, patience);
+        switch (result)
+        {
+        case HISTORY_INVALID_STATE:
+            return queue.refuse(result, kNotOpen);
+        case HISTORY_QUEUE_FULL:
+            return queue.refuseCounted(result, "the queue of posted events is full");
+        case HISTORY_FAILED:
+            return queue.refuseCounted(result, "no thread can be had");
+        case HISTORY_CANCELLED:
+            return queue.refuseCounted(result, "the wait for room in the queue was ended");
+        default:
+            return result;
+        }
+    }
+
     int endCycle(patience_t patience)
     {
         auto const begin = std::chrono::steady_clock::now();
@@ -123,7 +149,7 @@ public:
         int const result = backlog.passOn(patience);
         if (result != HISTORY_OK)
         {
-            return queue.refuse(result, "not all that was posted or counted in this cycle is recorded yet");
+            return queue.refuseCounted(result, "not all that was posted or counted in this cycle is recorded yet");
         }
         auto const passed = std::chrono::duration_cast<patience_t>(std::chrono::steady_clock::now() - begin);
         return run(Request::END_CYCLE, nullptr, patience - passed).receipt.result;
@@ -134,7 +160,7 @@ public:
         int const result = backlog.close(patience);
         if (result == HISTORY_INVALID_STATE)
         {
-            return queue.refuse(result, "the recorder is not open");
+            return queue.refuse(result, kNotOpen);
         }
         static_cast<void>(queue.close()); // Only who has closed the backlog comes here.
         return result == HISTORY_OK ? result
@@ -167,6 +193,10 @@ int FaultRecorder::open(std::string const& path, RecorderOptions const& options,
     if (isForked())
     {
         return HISTORY_INVALID_STATE;
+    }
+    if (hasZeroByte(options.timeZone))
+    {
+        return m_core->queue.refuse(HISTORY_REFUSED, "the time zone has a zero byte");
     }
     int const result = m_core->queue.open(path, options, patience);
     if (result != HISTORY_OK)
@@ -255,31 +285,19 @@ int FaultRecorder::post(FaultEvent const& event, patience_t patience)
     {
         return HISTORY_INVALID_STATE;
     }
-    Request request;
-    m_core->prepareRecord(request, event);
-    if (request.phase == Request::DONE)
+    try
     {
-        return request.receipt.result < 0 ? m_core->queue.refusePosted(request.receipt.result, request.problem.c_str())
-                                          : request.receipt.result;
+        return m_core->post(event, patience);
     }
-    int const result = m_core->backlog.post(request, patience);
-    switch (result)
+    catch (std::bad_alloc const&)
     {
-    case HISTORY_INVALID_STATE:
-        return m_core->queue.refuse(result, "the recorder is not open");
-    case HISTORY_QUEUE_FULL:
-        return m_core->queue.refusePosted(result, "the queue of posted events is full");
-    case HISTORY_FAILED:
-        return m_core->queue.refusePosted(result, "no thread can be had");
-    case HISTORY_CANCELLED:
-        return m_core->queue.refusePosted(result, "the wait for room in the queue was ended");
-    default:
-        return result;
+        return m_core->queue.refuseCounted(HISTORY_FAILED, kNoMemory); // It was not taken.
     }
 }
 
 int FaultRecorder::flush(std::uint64_t& left, patience_t patience)
 {
+    left = 0;
     if (isForked())
     {
         return HISTORY_INVALID_STATE;
@@ -288,7 +306,7 @@ int FaultRecorder::flush(std::uint64_t& left, patience_t patience)
     switch (result)
     {
     case HISTORY_INVALID_STATE:
-        return m_core->queue.refuse(result, "the recorder is not open");
+        return m_core->queue.refuse(result, kNotOpen);
     case HISTORY_BUSY:
     case HISTORY_CANCELLED:
         return m_core->queue.refuse(result, "not all that was posted or counted is recorded yet");

@@ -96,9 +96,9 @@ struct RecorderOptions
 /// cycle; `endCycle` counts one further cycle for every active code that this recorder has not recorded as active since
 /// its last `endCycle`, so one recorder counts the cycles of a file. A code is active while any of its triples is, and
 /// its statistic refers to its newest row. First and last occurrence are in the order of recording, whatever the clock
-/// says. Counters stay at 65,535. A code that this build has no name for keeps the one that its statistic has or,
-/// without a statistic, the newest of its rows, where that is among the last 10,000. Where an old file has several
-/// statistics for a code, the first is kept up and the others are left.
+/// says. Counters stay at 65,535. A code that this build has no name for keeps the one that its statistic has or else
+/// the newest of its rows that names it; where neither does, the first call reads all rows, once. Where an old file has
+/// several statistics for a code, the first is kept up and the others are left.
 ///
 /// Threads: any thread may call anything at any time but the destructor. Callers that wait at the same time share one
 /// commit; alone, nobody waits for company. Several recorders, also in several processes, may record into one file;
@@ -135,11 +135,12 @@ public:
     ///
     /// HISTORY_OK; HISTORY_INVALID_STATE when open already; HISTORY_FOREIGN_FILE, HISTORY_VERSION_MISMATCH,
     /// HISTORY_DAMAGED, with the file as it was; HISTORY_BAD_PATH, nothing made and nothing waited for;
+    /// HISTORY_REFUSED when the time zone of `options` has a zero byte;
     /// HISTORY_FAILED when it cannot be created, read or written; HISTORY_BUSY.
     int open(std::string const& path, RecorderOptions const& options = {}, patience_t patience = kPatience);
 
     /// Ends recording: calls that come now give HISTORY_INVALID_STATE, those under way are waited for, and what was
-    /// posted or counted is recorded, which takes no longer than `patience`.
+    /// posted or counted is recorded, for as long as `patience`; an attempt under way then is given half a second more.
     /// HISTORY_OK; HISTORY_FAILED when that was not possible for all of it, with the recorder closed all the same;
     /// HISTORY_INVALID_STATE when not open.
     int close(patience_t patience = kPatience);
@@ -165,8 +166,8 @@ public:
                   patience_t patience = kPatience);
 
     /// Takes `event` into a queue, from which a thread of the recorder records it as `record` does. It tries again
-    /// while the file is locked or its storage fails; an event that the file refuses, while others beside it are
-    /// stored, is lost. `patience` is for RecorderOptions::doesPostWait. HISTORY_QUEUED; HISTORY_COUNTED;
+    /// while the file is locked or its storage fails; an event that a rule of the file forbids is lost. An edge that is
+    /// asked for meanwhile does not know of it: `flush` comes first. `patience` is for RecorderOptions::doesPostWait. HISTORY_QUEUED; HISTORY_COUNTED;
     /// HISTORY_QUEUE_FULL; HISTORY_REFUSED; HISTORY_INVALID_STATE; HISTORY_FAILED when no thread can be had;
     /// HISTORY_CANCELLED while it waited for room.
     int post(FaultEvent const& event, patience_t patience = kPatience);
@@ -195,7 +196,7 @@ public:
     {
         std::uint64_t recorded = 0; ///< rows
         std::uint64_t groups = 0;   ///< commits that stored something
-        std::uint64_t refused = 0;  ///< calls and events with a result below 0
+        std::uint64_t refused = 0;  ///< events, codes and cycles that got a result below 0
         std::uint64_t counted = 0;  ///< events in storms, without a row
         std::uint64_t pruned = 0;   ///< rows that were removed
         std::uint64_t queued = 0;   ///< posted events that are not recorded yet

@@ -52,13 +52,14 @@ int Backlog::close(patience_t patience)
         m_closeBy = deadline::after(patience);
         m_changed.notifyAll();
     }
-    bool isFlushed = false;
+    m_queue.refuseCalls();
+    bool isAllStored = false;
     std::thread thread;
     {
         std::lock_guard<Mutex> const lock(m_mutex);
         std::uint64_t left = 0;
         // Whoever cancels waits is about to end, and posted events are to outlive that.
-        isFlushed = waitForAll(left, m_closeBy, nullptr) == HISTORY_OK;
+        isAllStored = waitForAll(left, m_closeBy, nullptr) == HISTORY_OK;
         m_isOpen = false;
         m_isThreadRunning = false;
         m_work.notifyAll();
@@ -72,6 +73,8 @@ int Backlog::close(patience_t patience)
     std::uint64_t lost = 0;
     {
         std::lock_guard<Mutex> const lock(m_mutex);
+        // The last attempt may have taken longer than the wait.
+        isAllStored = isAllStored || (m_posted.isEmpty() && !m_storms->deadline());
         m_lostCount += m_posted.unsettled();
         m_posted.dropAll();
         lost = m_lostCount + m_storms->uncounted();
@@ -81,7 +84,7 @@ int Backlog::close(patience_t patience)
     {
         m_options.onLost(lost); // Without a lock: it may call the recorder.
     }
-    return isFlushed && lost == 0 ? HISTORY_OK : HISTORY_FAILED;
+    return isAllStored && lost == 0 ? HISTORY_OK : HISTORY_FAILED;
 }
 
 int Backlog::post(Request const& request, patience_t patience)

@@ -141,8 +141,8 @@ void Backlog::giveBack(std::vector<Storms::report_t> const& reports)
     }
 }
 
-/// Takes note of what became of a batch. What failed is tried again, unless the file refused it alone, beside others
-/// that were stored: that event is lost.
+/// Takes note of what became of a batch. What failed is tried again, unless the file refused it by a rule, or alone,
+/// beside others that were stored: that event is lost.
 void Backlog::settle(std::vector<Request> const& requests, std::vector<posted_t*> const& posted,
                      std::vector<Storms::report_t> const& reports)
 {
@@ -154,7 +154,7 @@ void Backlog::settle(std::vector<Request> const& requests, std::vector<posted_t*
     {
         Request const& request = requests[i];
         bool const isStored = request.receipt.result >= 0;
-        bool const isLost = !isStored && isAnyStored && request.isRefusedByFile;
+        bool const isLost = request.isRefusedByFile && (isAnyStored || request.receipt.result == HISTORY_REFUSED);
         m_lastResult = isStored ? m_lastResult : request.receipt.result;
         isAnyKept = isAnyKept || (!isStored && !isLost);
         if (i < posted.size())

@@ -19,8 +19,6 @@ using clock_t = std::chrono::steady_clock;
 constexpr std::size_t kMostRequests = 1000;
 constexpr std::size_t kMostBytes = 1 << 20;
 
-constexpr char kNotOpen[] = "the recorder is not open";
-
 } // namespace
 
 CommitQueue::~CommitQueue()
@@ -79,6 +77,7 @@ int CommitQueue::open(std::string const& path, RecorderOptions const& options, p
     m_options = std::move(ownOptions);
     m_path.swap(ownPath);
     m_counters = {};
+    m_refusesCalls = false;
     return HISTORY_OK;
 }
 
@@ -127,7 +126,8 @@ void CommitQueue::run(std::vector<Request>& requests, patience_t patience)
 /// Refuses the requests, or adds them to those that wait.
 void CommitQueue::enter(std::vector<Request>& requests, Call& call)
 {
-    if (!isOpen())
+    // Only what was posted or counted comes without a receipt.
+    if (!isOpen() || (m_refusesCalls && !requests.empty() && requests.front().hasReceipt))
     {
         keep(m_problem, kNotOpen);
         for (Request& request : requests)
@@ -207,13 +207,13 @@ void CommitQueue::wait(Call& call)
 void CommitQueue::lead(Call& call)
 {
     m_isLed = true;
-    bool const needsSources = std::any_of(m_waiting.begin(), m_waiting.end(),
-                                          [&](Request const* request) { return m_writer->needsSources(*request); });
     int result = HISTORY_OK;
     std::string problem;
     m_group.clear();
     try
     {
+        bool const needsSources = std::any_of(m_waiting.begin(), m_waiting.end(),
+                                              [&](Request const* request) { return m_writer->needsSources(*request); });
         {
             Unlocked const unlocked(m_mutex);
             m_writer->begin(deadline::timeTo(call.deadline), needsSources);
@@ -252,6 +252,10 @@ void CommitQueue::lead(Call& call)
     m_counters.pruned = m_writer->pruned();
     for (Request* const request : m_group)
     {
+        if (request->receipt.result == HISTORY_BUSY && isCancelled())
+        {
+            request->receipt.result = HISTORY_CANCELLED; // It waited for a reader.
+        }
         finish(*request);
     }
     passOn();
@@ -357,17 +361,24 @@ FaultRecorder::Counters CommitQueue::counters()
     return m_counters;
 }
 
-int CommitQueue::refuse(int result, std::string const& problem)
+int CommitQueue::refuse(int result, char const* problem)
 {
     std::lock_guard<Mutex> const lock(m_mutex);
-    m_problem = m_path.empty() ? problem : m_path + ": " + problem;
+    if (m_path.empty())
+    {
+        keep(m_problem, problem);
+    }
+    else
+    {
+        keep(m_problem, m_path, problem);
+    }
     return result;
 }
 
-int CommitQueue::refusePosted(int result, char const* problem)
+int CommitQueue::refuseCounted(int result, char const* problem)
 {
     std::lock_guard<Mutex> const lock(m_mutex);
-    if (!isOpen())
+    if (!isOpen() || m_refusesCalls)
     {
         keep(m_problem, kNotOpen);
         return HISTORY_INVALID_STATE;
@@ -375,6 +386,12 @@ int CommitQueue::refusePosted(int result, char const* problem)
     ++m_counters.refused;
     keep(m_problem, m_path, problem);
     return result;
+}
+
+void CommitQueue::refuseCalls()
+{
+    std::lock_guard<Mutex> const lock(m_mutex);
+    m_refusesCalls = true;
 }
 
 std::string CommitQueue::lastProblem()

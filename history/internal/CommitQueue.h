@@ -44,10 +44,11 @@ public:
     FaultRecorder::Counters counters();
     std::string lastProblem();
     /// Takes note why a call that never came here has failed; returns `result`.
-    int refuse(int result, std::string const& problem);
-    /// As `refuse`, for an event that was posted and not taken, which counts as refused; HISTORY_INVALID_STATE when not
-    /// open.
-    int refusePosted(int result, char const* problem);
+    int refuse(int result, char const* problem);
+    /// As `refuse`, for what counts as refused; HISTORY_INVALID_STATE when not open.
+    int refuseCounted(int result, char const* problem);
+    /// Until `close`, only what was posted or counted is still taken.
+    void refuseCalls();
 
 private:
     void enter(std::vector<Request>& requests, Call& call);
@@ -69,7 +70,8 @@ private:
     bool m_isLed = false;          ///< somebody uses the writer
     bool m_isOpening = false;
     bool m_isClosing = false;
-    Condition m_idle; ///< nobody leads and nobody waits
+    bool m_refusesCalls = false; ///< see `refuseCalls`
+    Condition m_idle;            ///< nobody leads and nobody waits
     std::unique_ptr<GroupWriter> m_writer;
     RecorderOptions m_options;
     std::string m_path;

@@ -67,7 +67,7 @@ void require(sqlite::Connection const& connection, int code)
     }
 }
 
-void keep(std::string& to, std::string const& text) noexcept
+void keep(std::string& to, std::string_view text) noexcept
 {
     try
     {
@@ -79,11 +79,13 @@ void keep(std::string& to, std::string const& text) noexcept
     }
 }
 
-void keep(std::string& to, std::string const& path, std::string const& text) noexcept
+void keep(std::string& to, std::string_view path, std::string_view text) noexcept
 {
     try
     {
-        to = path + ": " + text;
+        std::string whole(path);
+        whole.append(": ").append(text);
+        to.swap(whole);
     }
     catch (std::bad_alloc const&)
     {

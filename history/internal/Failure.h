@@ -5,6 +5,7 @@
 
 #include <exception>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace firaim
@@ -29,6 +30,7 @@ private:
 
 /// Short enough that a text with it needs no memory.
 constexpr char kNoMemory[] = "out of memory";
+constexpr char kNotOpen[] = "the recorder is not open";
 
 /// Throws Failure for `action` on the file at `path`, which has failed with `errno`.
 [[noreturn]] void failWithErrno(std::string const& path, char const* action);
@@ -37,9 +39,9 @@ constexpr char kNoMemory[] = "out of memory";
 void require(sqlite::Connection const& connection, int code);
 
 /// Sets a text for `lastProblem`. Where memory is short, that costs the text and not what it is about.
-void keep(std::string& to, std::string const& text) noexcept;
+void keep(std::string& to, std::string_view text) noexcept;
 /// As above, with the name of the file before it.
-void keep(std::string& to, std::string const& path, std::string const& text) noexcept;
+void keep(std::string& to, std::string_view path, std::string_view text) noexcept;
 
 /// Whether `error` says that the content of the file is damaged, and not that it cannot be read at this time.
 bool isDamage(sqlite::Error const& error);

@@ -14,12 +14,14 @@ namespace
 /// Rows that are read in one piece: some milliseconds.
 constexpr std::int64_t kRowsInBatch = 10000;
 
+constexpr std::string_view kMissingText = "n/a";
+
 /// A text cell as the library decodes it.
 std::string_view decodedText(sqlite::Statement const& row, int column)
 {
     if (row.isNull(column))
     {
-        return "n/a";
+        return kMissingText;
     }
     std::string_view const text = row.text(column);
     return text.substr(0, text.find('\0'));
@@ -31,6 +33,12 @@ std::size_t hashOf(std::string_view text)
 }
 
 } // namespace
+
+bool isName(std::string_view name)
+{
+    constexpr std::string_view kUnknown = "UNKNOWN_FAULT_CODE(";
+    return !name.empty() && name != kMissingText && name.substr(0, kUnknown.size()) != kUnknown;
+}
 
 void requireOneChange(sqlite::Connection const& connection)
 {
@@ -81,17 +89,19 @@ void FaultState::forget()
 void FaultState::forgetSources()
 {
     m_active.clear();
+    m_names.clear();
     m_areSourcesKnown = false;
     m_seen = {};
     m_seenBefore = m_seen;
 }
 
-/// Code, module, parameter and status.
+/// Code, module, parameter, status and the name of the code.
 std::string FaultState::rowColumns() const
 {
     BoundTable const& faults = m_faults.bound();
     return faults.column(FdbSqlFaultTbl::kFaultCodeColumn) + ',' + faults.column(FdbSqlFaultTbl::kModuleNameColumn) +
-           ',' + faults.column(FdbSqlFaultTbl::kParameterColumn) + ',' + faults.column(FdbSqlFaultTbl::kStatusColumn);
+           ',' + faults.column(FdbSqlFaultTbl::kParameterColumn) + ',' + faults.column(FdbSqlFaultTbl::kStatusColumn) +
+           ',' + faults.column(FdbSqlFaultTbl::kFaultCodeNameColumn);
 }
 
 void FaultState::refresh()
@@ -172,6 +182,7 @@ bool FaultState::readNewRows()
         bool const isActive = decodedText(m_readRows, 4) == m_activeWord;
         auto const code = static_cast<std::uint32_t>(m_readRows.integer(1));
         sourceView_t const source(decodedText(m_readRows, 2), decodedText(m_readRows, 3));
+        noteName(code, decodedText(m_readRows, 5));
         std::optional<std::int64_t> const key = isActive ? std::optional(last) : std::nullopt;
         if (m_areSourcesKnown)
         {
@@ -332,26 +343,32 @@ void FaultState::rowWritten(Fault const& row, std::int64_t key)
 unsigned int FaultState::lastStartup()
 {
     BoundTable const& faults = m_faults.bound();
-    auto last = static_cast<unsigned int>(
+    BoundTable const& statistics = m_statisticTable.bound();
+    auto const newest = static_cast<unsigned int>(
         m_connection->number("SELECT " + faults.column(FdbSqlFaultTbl::kRdbStartupIdColumn) + " FROM " + faults.name() +
                              " ORDER BY " + faults.key() + " DESC LIMIT 1"));
-    for (auto const& [code, statistic] : m_statistics)
-    {
-        last = std::max(last, statistic.RdbStartupId);
-    }
-    return last;
+    auto const largest = static_cast<unsigned int>(
+        m_connection->number("SELECT max(" + statistics.column(FdbSqlFaultStatisticTbl::kRdbStartupIdColumn) +
+                             ") FROM " + statistics.name()));
+    return std::max(newest, largest);
 }
 
-std::string FaultState::nameInFaults(std::uint32_t code)
+void FaultState::noteName(std::uint32_t code, std::string_view name)
 {
-    BoundTable const& faults = m_faults.bound();
-    // Bounded, as nothing leads from a code to its faults.
-    sqlite::Statement newest = m_connection->prepare(
-        "SELECT " + faults.column(FdbSqlFaultTbl::kFaultCodeNameColumn) + " FROM " + faults.name() + " WHERE " +
-        faults.column(FdbSqlFaultTbl::kFaultCodeColumn) + " = ?1 AND " + faults.key() + " > (SELECT max(" +
-        faults.key() + ") FROM " + faults.name() + ") - ?2 ORDER BY " + faults.key() + " DESC LIMIT 1");
-    newest.bind(1, static_cast<std::int64_t>(code)).bind(2, kRowsInBatch);
-    return newest.step() ? std::string(decodedText(newest, 0)) : std::string();
+    if (isName(name))
+    {
+        std::string& known = m_names[code];
+        if (known != name)
+        {
+            known = name;
+        }
+    }
+}
+
+std::string const& FaultState::nameInFaults(std::uint32_t code) const
+{
+    auto const found = m_names.find(code);
+    return found != m_names.end() ? found->second : m_noName;
 }
 
 std::optional<unsigned long long> FaultState::lastTimeStamp()

@@ -10,10 +10,14 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace firaim
 {
+
+/// Whether a row tells more of a code by this name than its number.
+bool isName(std::string_view name);
 
 /// Fails unless the statement that was run last has changed a row: a trigger of the file can pass over it.
 void requireOneChange(sqlite::Connection const& connection);
@@ -53,6 +57,7 @@ public:
     bool holds(std::vector<FaultStatistic> const& statistics);
     /// All statistics by code.
     std::map<std::uint32_t, FaultStatistic>& statistics() { return m_statistics; }
+    std::map<std::uint32_t, FaultStatistic> const& statistics() const { return m_statistics; }
 
     /// The key of the row that made a triple active; none when it is not active. The triples must be known.
     std::optional<std::int64_t> activeKey(std::uint32_t code, sourceView_t const& source) const
@@ -69,8 +74,9 @@ public:
 
     /// The largest start-up id of the newest fault and the statistics.
     unsigned int lastStartup();
-    /// The name that a code has in the newest of its faults; empty where it is not among the last 10,000 faults.
-    std::string nameInFaults(std::uint32_t code);
+    /// The name that a code has in the newest fault that names it; empty without one. The triples must be known: names
+    /// are read with them.
+    std::string const& nameInFaults(std::uint32_t code) const;
     /// The time stamp of the newest fault; none without a fault.
     std::optional<unsigned long long> lastTimeStamp();
 
@@ -96,6 +102,7 @@ private:
     void readAllSources();
     bool readNewRows();
     bool areActiveRowsThere();
+    void noteName(std::uint32_t code, std::string_view name);
     bool isActiveRow(std::int64_t key, std::uint32_t code, source_t const& source);
     std::string rowColumns() const;
 
@@ -116,6 +123,8 @@ private:
     std::vector<std::uint32_t> m_touched;
     std::vector<std::uint32_t> m_written; ///< codes of statistics
     ActiveTriples m_active;
+    std::map<std::uint32_t, std::string> m_names; ///< see `nameInFaults`
+    std::string const m_noName;
     bool m_areSourcesKnown = false;
     rowMark_t m_seen;       ///< the last row that `m_active` takes into account
     rowMark_t m_seenBefore; ///< the same, before this transaction

@@ -91,6 +91,18 @@ void GroupWriter::begin(patience_t patience, bool needsSources)
     }
 }
 
+bool GroupWriter::needsReading(Request const& request) noexcept
+{
+    try
+    {
+        return !m_rows.areSourcesKnown() && m_rows.needsSources(request);
+    }
+    catch (std::bad_alloc const&)
+    {
+        return true; // The next group will tell.
+    }
+}
+
 /// Begins the transaction when it is known which triples are active. Others can change that after the reading of it,
 /// which then begins anew. When that does not come to an end, they are read inside the transaction.
 void GroupWriter::beginWithSources()

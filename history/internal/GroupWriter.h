@@ -41,9 +41,9 @@ public:
     std::uint64_t pruned() const { return m_rows.pruned(); }
     /// How many commits have stored something.
     std::uint64_t groups() const { return m_groups; }
-    bool needsSources(Request const& request) const { return m_rows.needsSources(request); }
+    bool needsSources(Request const& request) { return m_rows.needsSources(request); }
     /// Whether writing the request would first have to read which triples are active. Only who leads may ask.
-    bool needsReading(Request const& request) const { return needsSources(request) && !m_rows.areSourcesKnown(); }
+    bool needsReading(Request const& request) noexcept;
 
 private:
     void beginWithSources();

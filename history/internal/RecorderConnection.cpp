@@ -172,6 +172,18 @@ void RecorderConnection::waitUntil(deadline::time_t end) const
     m_connection->waitFor({deadline::timeTo(end), m_options.isCancelled});
 }
 
+/// SQLite looks whether the file is still there when it begins a rollback journal, but not in a write-ahead log.
+void RecorderConnection::begin()
+{
+    m_begin.run();
+    int hasMoved = 0;
+    static_cast<void>(sqlite3_file_control(m_connection->get(), "main", SQLITE_FCNTL_HAS_MOVED, &hasMoved));
+    if (hasMoved != 0)
+    {
+        throw sqlite::Error(nullptr, SQLITE_READONLY_DBMOVED); // What is written into it would be lost.
+    }
+}
+
 void RecorderConnection::rollBack()
 {
     // After some failures SQLite has rolled back on its own.

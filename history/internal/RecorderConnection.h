@@ -39,8 +39,8 @@ public:
 
     /// The next waits for others end then, at the latest.
     void waitUntil(deadline::time_t end) const;
-    /// Begins a write transaction. Throws sqlite::Error.
-    void begin() { m_begin.run(); }
+    /// Begins a write transaction in the file that has the name now. Throws sqlite::Error.
+    void begin();
     /// Throws sqlite::Error.
     void commit() { m_commit.run(); }
     /// Closes where rolling back fails: the next connection does it. Needs no memory.

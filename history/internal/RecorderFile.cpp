@@ -44,6 +44,10 @@ found_t lookAtPath(std::string const& path)
     {
         refusePath(path, "is no name of a file");
     }
+    if (path.back() == '/')
+    {
+        refusePath(path, "is the name of a folder");
+    }
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0)
     {

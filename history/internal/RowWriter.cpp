@@ -10,18 +10,6 @@
 namespace firaim
 {
 
-namespace
-{
-
-constexpr char kUnknownName[] = "UNKNOWN_FAULT_CODE(";
-
-bool isNamed(std::string const& name)
-{
-    return name.compare(0, sizeof kUnknownName - 1, kUnknownName) != 0;
-}
-
-} // namespace
-
 RowWriter::RowWriter(RecorderOptions const& options)
     : m_options(options), m_startupId(options.startupId),
       m_isStartupChosen(options.startup == RecorderOptions::GIVEN_STARTUP), m_timeUnit(options.timeUnit),
@@ -74,6 +62,21 @@ void RowWriter::chooseTimeUnit()
         std::optional<unsigned long long> const newest = m_state.lastTimeStamp();
         m_timeUnit = newest ? unitOf(*newest) : timeUnit_t::MILLISECONDS;
     }
+}
+
+bool RowWriter::needsSources(Request const& request)
+{
+    return m_retention.isOn() || request.needsSources() || (request.event != nullptr && needsName(*request.event));
+}
+
+/// Whether the name of the event's code can only be in the faults.
+bool RowWriter::needsName(FaultEvent const& event)
+{
+    auto const code = static_cast<std::uint32_t>(event.code);
+    auto const statistic = m_state.statistics().find(code);
+    bool const hasStatistic = statistic != m_state.statistics().end();
+    return !event.codeName && !isName(builtInNameOf(code)) &&
+           !(hasStatistic && isName(statistic->second.FaultCodeName));
 }
 
 bool RowWriter::refresh()
@@ -355,21 +358,29 @@ std::string const& RowWriter::codeNameOf(FaultEvent const& event, FaultStatistic
     {
         return *event.codeName;
     }
-    std::string& builtIn = m_builtInNames[static_cast<std::uint32_t>(event.code)];
-    if (builtIn.empty())
-    {
-        std::ostringstream name;
-        name << static_cast<faultCode_t>(event.code);
-        builtIn = name.str();
-    }
-    if (isNamed(builtIn))
+    std::string const& builtIn = builtInNameOf(static_cast<std::uint32_t>(event.code));
+    if (isName(builtIn))
     {
         return builtIn;
     }
-    bool const isNew = statistic.EntryId == 0 && statistic.FaultCodeName.empty();
-    m_nameInFaults = isNew ? m_state.nameInFaults(static_cast<std::uint32_t>(event.code)) : std::string();
-    std::string const& known = isNew ? m_nameInFaults : statistic.FaultCodeName;
-    return known.empty() || known == "n/a" ? builtIn : known;
+    if (isName(statistic.FaultCodeName))
+    {
+        return statistic.FaultCodeName;
+    }
+    std::string const& inFaults = m_state.nameInFaults(static_cast<std::uint32_t>(event.code));
+    return inFaults.empty() ? builtIn : inFaults;
+}
+
+std::string const& RowWriter::builtInNameOf(std::uint32_t code)
+{
+    std::string& name = m_builtInNames[code];
+    if (name.empty())
+    {
+        std::ostringstream text;
+        text << static_cast<faultCode_t>(code);
+        name = text.str();
+    }
+    return name;
 }
 
 } // namespace firaim

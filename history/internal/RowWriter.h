@@ -36,8 +36,8 @@ public:
     /// Reads which triples are active, outside a transaction and letting go of the file now and then.
     void loadSources() { m_state.loadSources(); }
     bool areSourcesKnown() const { return m_state.areSourcesKnown(); }
-    /// Whether a request can only be decided when the active triples are known. Any thread may ask.
-    bool needsSources(Request const& request) const { return m_retention.isOn() || request.needsSources(); }
+    /// Whether a request can only be written when the active triples, and the names of codes in the faults, are known.
+    bool needsSources(Request const& request);
 
     /// Brings what is remembered up to what others have written, inside a transaction; returns whether it is known
     /// which triples are active.
@@ -95,6 +95,8 @@ private:
                           std::string const& description);
     void fillRow(row_t const& row);
     std::string const& codeNameOf(FaultEvent const& event, FaultStatistic const& statistic);
+    std::string const& builtInNameOf(std::uint32_t code);
+    bool needsName(FaultEvent const& event);
     std::string const& timeZoneOf(FaultEvent const& event) const;
     unsigned long long stampOf(Request const& request) const;
 
@@ -113,7 +115,6 @@ private:
     StatisticCounter m_counter;
     Retention m_retention;
     std::map<std::uint32_t, std::string> m_builtInNames;
-    std::string m_nameInFaults; ///< that was looked for last
 
     std::vector<row_t> m_rows; ///< of this transaction
     std::uint64_t m_pruned = 0;

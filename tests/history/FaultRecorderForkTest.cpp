@@ -32,6 +32,9 @@ TEST_F(FaultRecorderForkTest, ForkedChildCannotUseTheRecorderAndLeavesItToThePar
             EXPECT_EQ(recorder.clearCode(eventOf(1), keys), HISTORY_INVALID_STATE);
             EXPECT_EQ(recorder.recordAll({eventOf(1), eventOf(2)}, receipts), HISTORY_INVALID_STATE);
             EXPECT_EQ(recorder.endCycle(), HISTORY_INVALID_STATE);
+            std::uint64_t left = 99;
+            EXPECT_EQ(recorder.flush(left), HISTORY_INVALID_STATE);
+            EXPECT_EQ(left, 0U);
             EXPECT_EQ(recorder.close(), HISTORY_INVALID_STATE);
             EXPECT_EQ(recorder.startupId(), 0U);
             recorder.~FaultRecorder();

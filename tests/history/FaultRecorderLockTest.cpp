@@ -178,6 +178,23 @@ TEST_F(FaultRecorderLockTest, WaitingCallsEndWhenTheyAreCancelled)
     EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
 }
 
+TEST_F(FaultRecorderLockTest, CommitThatWaitsForAReaderEndsWhenItIsCancelled)
+{
+    open(m_options);
+    ASSERT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
+    RawDb reader(path);
+    reader.exec("BEGIN");
+    ASSERT_EQ(reader.value(kCountOfFaults), "1");
+    int result = HISTORY_OK;
+    std::thread call([&] { result = recorder.record(eventOf(2), kLong).result; });
+    Waiters::waitFor(1);
+    Waiters::cancel();
+    call.join();
+    EXPECT_EQ(result, HISTORY_CANCELLED);
+    reader.exec("COMMIT");
+    EXPECT_EQ(value(kCountOfFaults), "1");
+}
+
 TEST_F(FaultRecorderLockTest, WaitingOpenEndsWhenItIsCancelled)
 {
     createWithFacade();

@@ -78,6 +78,14 @@ TEST_F(FaultRecorderPathTest, FolderIsABadPath)
     EXPECT_TRUE(fs::is_empty(path));
 }
 
+TEST_F(FaultRecorderPathTest, NameOfAFolderIsABadPathWhetherItIsThereOrNot)
+{
+    expectBadPath(path + '/');
+    open();
+    EXPECT_EQ(recorder.close(), HISTORY_OK);
+    EXPECT_EQ(recorder.open(path + '/'), HISTORY_BAD_PATH);
+}
+
 TEST_F(FaultRecorderPathTest, DeviceIsABadPath)
 {
     expectBadPath("/dev/null");
@@ -269,6 +277,22 @@ TEST_F(FaultRecorderPathTest, FileThatWasRemovedWhileOpenFailsOneCallAndIsMadeAn
     EXPECT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK) << "in the new file the triple is not active";
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1");
     EXPECT_EQ(statistic(1, "OccurenceCnt"), "1");
+}
+
+TEST_F(FaultRecorderPathTest, FileWithALogThatWasRemovedWhileOpenFailsOneCallAndIsMadeAnew)
+{
+    createWithFacade();
+    exec("PRAGMA journal_mode = WAL");
+    open();
+    ASSERT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
+    for (char const* const suffix : {"", "-wal", "-shm"})
+    {
+        ASSERT_EQ(std::remove((path + suffix).c_str()), 0);
+    }
+    EXPECT_EQ(recorder.record(eventOf(2)).result, HISTORY_FAILED);
+    EXPECT_THAT(recorder.lastProblem(), HasSubstr("removed or renamed while it was open"));
+    EXPECT_EQ(recorder.record(eventOf(3)).result, HISTORY_OK);
+    EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "3");
 }
 
 TEST_F(FaultRecorderPathTest, RaiseInAFileThatWasRemovedIsNotUnchanged)

@@ -183,6 +183,23 @@ TEST_F(FaultRecorderPostTest, EventThatTheFileRefusesIsLostAndThoseBesideItAreNo
     EXPECT_EQ(told, std::vector<std::uint64_t>{1});
 }
 
+TEST_F(FaultRecorderPostTest, EventsThatARuleOfTheFileForbidsAreLostThoughNothingElseIsStoredBesideThem)
+{
+    RecorderOptions options;
+    options.queueLimit = 3;
+    options.doesPostWait = true;
+    open(options);
+    refuseModule("bad");
+    for (int i = 0; i < 10; ++i)
+    {
+        ASSERT_EQ(recorder.post(eventOf(1, "bad")), HISTORY_QUEUED) << recorder.lastProblem();
+    }
+    EXPECT_EQ(recorder.post(eventOf(1, "good")), HISTORY_QUEUED) << recorder.lastProblem();
+    EXPECT_EQ(flush(), HISTORY_FAILED);
+    EXPECT_EQ(left, 10U);
+    EXPECT_EQ(value("SELECT group_concat(ModuleName) FROM FdbFaultTbl"), "good");
+}
+
 TEST_F(FaultRecorderPostTest, EventThatWasLostBeforeTheFlushIsToldByIt)
 {
     open();
@@ -307,6 +324,39 @@ TEST_F(FaultRecorderPostTest, FlushTellsOfWhatAnotherThreadLosesByClosing)
     flusher.join();
     EXPECT_LT(result, 0);
     EXPECT_EQ(left, 2U);
+}
+
+TEST_F(FaultRecorderPostTest, ClosingRefusesCallsWhileItRecordsWhatWasPosted)
+{
+    open();
+    std::optional<LockingProcess> other;
+    other.emplace(path);
+    post(1);
+    std::thread closer([&] { EXPECT_EQ(recorder.close(1min), HISTORY_OK) << recorder.lastProblem(); });
+    while (recorder.record(eventOf(2), 0ms).result != HISTORY_INVALID_STATE)
+    {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(recorder.endCycle(0ms), HISTORY_INVALID_STATE);
+    other.reset();
+    closer.join();
+    EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1");
+}
+
+TEST_F(FaultRecorderPostTest, CloseWithoutPatienceTellsWhatTheFileHolds)
+{
+    for (int round = 0; round < 20; ++round)
+    {
+        open();
+        post(1);
+        int const result = recorder.close(0ms);
+        bool const isStored = std::stoi(value(kCountOfFaults)) > round;
+        EXPECT_EQ(result == HISTORY_OK, isStored);
+        if (!isStored)
+        {
+            exec("INSERT INTO FdbFaultTbl(FaultCode) VALUES(1)");
+        }
+    }
 }
 
 TEST_F(FaultRecorderPostTest, OneOfSeveralThreadsCloses)

@@ -94,6 +94,24 @@ TEST_F(FaultRecorderStartTest, NextStartupFollowsALargerOneInTheStatistics)
     EXPECT_EQ(recordedStartup(), "10");
 }
 
+TEST_F(FaultRecorderStartTest, NextStartupFollowsEveryStatisticOfACode)
+{
+    createWithStartups("7", "3");
+    exec("INSERT INTO FdbFaultStatisticTbl(FaultCode, RdbStartupId) SELECT FaultCode, 9 FROM FdbFaultStatisticTbl");
+    open();
+    EXPECT_EQ(recordedStartup(), "10");
+}
+
+TEST_F(FaultRecorderStartTest, ZeroByteInTheTimeZoneIsRefused)
+{
+    RecorderOptions options;
+    options.timeZone = std::string("UTC\0x", 5);
+    EXPECT_EQ(recorder.open(path, options), HISTORY_REFUSED);
+    EXPECT_THAT(recorder.lastProblem(), testing::HasSubstr("zero byte"));
+    EXPECT_NE(access(path.c_str(), F_OK), 0);
+    open();
+}
+
 TEST_F(FaultRecorderStartTest, SameStartupIsTheLargestOne)
 {
     createWithStartups("7", "9");

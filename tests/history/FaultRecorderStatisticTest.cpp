@@ -258,4 +258,43 @@ TEST_F(FaultRecorderStatisticTest, CodeWithoutAStatisticKeepsTheNameOfItsNewestR
     EXPECT_EQ(statistic(4711, "FaultCodeName"), "PUMP_DRY");
 }
 
+TEST_F(FaultRecorderStatisticTest, CodeIsNamedByItsRowsHoweverOldTheyAre)
+{
+    createWithFacade();
+    insertFault(4711, "PUMP_DRY");
+    exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 25000) INSERT INTO "
+         "FdbFaultTbl(FaultCode, FaultCodeName) SELECT 1 + i % 2, 'OTHER' FROM n");
+    open();
+    EXPECT_EQ(recorder.record(eventOf(4711)).result, HISTORY_OK);
+    EXPECT_EQ(statistic(4711, "FaultCodeName"), "PUMP_DRY");
+    EXPECT_EQ(value("SELECT FaultCodeName FROM FdbFaultTbl ORDER BY EntryId DESC LIMIT 1"), "PUMP_DRY");
+}
+
+TEST_F(FaultRecorderStatisticTest, NameInTheRowsComesBeforeTheNumberInTheStatistic)
+{
+    createWithFacade();
+    insertFault(4711, "PUMP_DRY");
+    insertFault(4711, "UNKNOWN_FAULT_CODE(4711)");
+    insertStatistic(4711, "UNKNOWN_FAULT_CODE(4711)", "inactive", 1, 1);
+    open();
+    EXPECT_EQ(recorder.record(eventOf(4711)).result, HISTORY_OK);
+    EXPECT_EQ(statistic(4711, "FaultCodeName"), "PUMP_DRY");
+}
+
+TEST_F(FaultRecorderStatisticTest, ManyNewCodesWithoutANameShareOneCommit)
+{
+    createWithFacade();
+    exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 10000) INSERT INTO "
+         "FdbFaultTbl(FaultCode, FaultCodeName, Description) SELECT 1, 'OTHER', printf('%3000d', i) FROM n");
+    open();
+    std::vector<FaultEvent> events;
+    for (unsigned int i = 0; i < 1000; ++i)
+    {
+        events.push_back(eventOf(50000 + i));
+    }
+    std::vector<Receipt> receipts;
+    EXPECT_EQ(recorder.recordAll(events, receipts), HISTORY_OK);
+    EXPECT_EQ(recorder.counters().groups, 1U);
+}
+
 } // namespace

@@ -127,6 +127,29 @@ TEST_F(RecorderFaultTest, RecorderWithoutMemoryReportsWhatTheFileHolds)
     EXPECT_GT(m_faults, 0U);
 }
 
+TEST_F(RecorderFaultTest, RecorderThatIsNotOpenThrowsNothingWithoutMemory)
+{
+    FaultPlan& plan = FailingMemory::plan(FailingMemory::OPERATOR_NEW);
+    auto recorder = std::make_unique<firaim::FaultRecorder>();
+    firaim::FaultEvent event;
+    event.code = 1ULL << 40;
+    std::uint64_t left = 0;
+    std::vector<unsigned long long> keys;
+    plan.arm(1, FaultPlan::UNTIL_CLEARED);
+    plan.resume();
+    EXPECT_LT(recorder->record(event).result, 0);
+    EXPECT_LT(recorder->raise(event).result, 0);
+    EXPECT_LT(recorder->clearCode(event, keys), 0);
+    EXPECT_LT(recorder->post(event), 0);
+    EXPECT_LT(recorder->flush(left), 0);
+    EXPECT_LT(recorder->endCycle(), 0);
+    EXPECT_LT(recorder->close(), 0);
+    recorder.reset(); // What is thrown here ends the process.
+    plan.pause();
+    plan.clear();
+    EXPECT_GT(plan.fired(), 0U);
+}
+
 TEST_F(RecorderFaultTest, TripleThatAnInterruptedReadingFoundActiveIsReadAgain)
 {
     FailingVfs::select(FailingVfs::LOCK_BUSY);
