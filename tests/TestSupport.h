@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <filesystem>
 #include <iosfwd>
 #include <locale>
 #include <map>
@@ -34,6 +35,19 @@ public:
 
 private:
     std::string m_path;
+};
+
+/// Makes a folder the current one, in which relative paths are looked up, for as long as it lives.
+class CurrentFolder
+{
+public:
+    explicit CurrentFolder(std::string const& path) { std::filesystem::current_path(path); }
+    ~CurrentFolder() { std::filesystem::current_path(m_before); }
+    CurrentFolder(CurrentFolder const&) = delete;
+    CurrentFolder& operator=(CurrentFolder const&) = delete;
+
+private:
+    std::filesystem::path const m_before = std::filesystem::current_path();
 };
 
 /// Takes what is written to std::cout for as long as it lives.

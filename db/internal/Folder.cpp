@@ -11,6 +11,25 @@ std::string folder::folderOf(std::string const& path)
     return path.substr(0, path.find_last_of('/') + 1);
 }
 
+std::string folder::absolutePath(std::string const& path)
+{
+    if (path.empty() || path.front() == '/')
+    {
+        return path;
+    }
+    std::unique_ptr<char, decltype(&std::free)> const current(getcwd(nullptr, 0), &std::free);
+    if (!current || *current != '/')
+    {
+        return path; // The folder was removed, or is out of reach from the root of this process.
+    }
+    std::string absolute = current.get();
+    if (absolute.back() != '/')
+    {
+        absolute += '/';
+    }
+    return absolute + path;
+}
+
 std::string folder::withoutLinks(std::string const& path)
 {
     std::unique_ptr<char, decltype(&std::free)> const name(realpath(path.c_str(), nullptr), &std::free);

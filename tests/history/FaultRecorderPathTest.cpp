@@ -58,19 +58,6 @@ protected:
     }
 };
 
-/// The folder in which names without a folder are looked up.
-class CurrentFolder
-{
-public:
-    explicit CurrentFolder(std::string const& path) { fs::current_path(path); }
-    ~CurrentFolder() { fs::current_path(m_before); }
-    CurrentFolder(CurrentFolder const&) = delete;
-    CurrentFolder& operator=(CurrentFolder const&) = delete;
-
-private:
-    fs::path const m_before = fs::current_path();
-};
-
 TEST_F(FaultRecorderPathTest, FolderIsABadPath)
 {
     ASSERT_TRUE(fs::create_directory(path));
