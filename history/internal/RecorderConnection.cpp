@@ -1,5 +1,6 @@
 #include <history/internal/RecorderConnection.h>
 
+#include <db/internal/Folder.h>
 #include <db/internal/SyncAgain.h>
 #include <history/internal/RecorderFile.h>
 #include <history/internal/SetAside.h>
@@ -30,7 +31,7 @@ std::chrono::nanoseconds processorTime()
 } // namespace
 
 RecorderConnection::RecorderConnection(std::string path, RecorderOptions const& options, RowWriter& rows)
-    : m_path(std::move(path)), m_options(options), m_rows(rows)
+    : m_path(std::move(path)), m_absolutePath(folder::absolutePath(m_path)), m_options(options), m_rows(rows)
 {
 }
 
@@ -48,6 +49,7 @@ bool RecorderConnection::open(patience_t patience)
     {
         try
         {
+            keepToFile();
             if (m_damagesSeen >= kDamagesToBelieve && !isMended)
             {
                 m_damagesSeen = 0;
@@ -73,6 +75,15 @@ bool RecorderConnection::open(patience_t patience)
         }
     }
     return isAnew;
+}
+
+/// A relative path names another file when the process has changed its current folder.
+void RecorderConnection::keepToFile()
+{
+    if (folder::absolutePath(m_path) != m_absolutePath)
+    {
+        m_path = m_absolutePath;
+    }
 }
 
 void RecorderConnection::openOnce(sqlite::Waiting const& waiting)

@@ -66,6 +66,7 @@ public:
     void makeDurable();
 
 private:
+    void keepToFile();
     void openOnce(sqlite::Waiting const& waiting);
     void noteFile();
     bool setAsideNow(sqlite::Waiting const& waiting);
@@ -73,7 +74,8 @@ private:
 
     static int onProgress(void* self);
 
-    std::string const m_path;
+    std::string m_path; ///< as the caller has it, until that means another file
+    std::string const m_absolutePath;
     RecorderOptions const& m_options;
     RowWriter& m_rows;
     std::optional<sqlite::Connection> m_connection;

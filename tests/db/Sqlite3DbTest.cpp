@@ -47,19 +47,6 @@ public:
     int result = 0;
 };
 
-/// The current folder for as long as it lives.
-class CurrentFolder
-{
-public:
-    explicit CurrentFolder(std::string const& path) { std::filesystem::current_path(path); }
-    ~CurrentFolder() { std::filesystem::current_path(m_previous); }
-    CurrentFolder(CurrentFolder const&) = delete;
-    CurrentFolder& operator=(CurrentFolder const&) = delete;
-
-private:
-    std::filesystem::path m_previous = std::filesystem::current_path();
-};
-
 class OpenedDb : public Sqlite3DbTest
 {
 protected:

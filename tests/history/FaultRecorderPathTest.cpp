@@ -67,10 +67,12 @@ TEST_F(FaultRecorderPathTest, FolderIsABadPath)
 
 TEST_F(FaultRecorderPathTest, NameOfAFolderIsABadPathWhetherItIsThereOrNot)
 {
+    createWithFacade();
     expectBadPath(path + '/');
-    open();
-    EXPECT_EQ(recorder.close(), HISTORY_OK);
+    ASSERT_EQ(recorder.close(), HISTORY_OK);
+    ASSERT_EQ(std::remove(path.c_str()), 0);
     EXPECT_EQ(recorder.open(path + '/'), HISTORY_BAD_PATH);
+    EXPECT_FALSE(exists(path));
 }
 
 TEST_F(FaultRecorderPathTest, DeviceIsABadPath)
@@ -280,6 +282,23 @@ TEST_F(FaultRecorderPathTest, FileWithALogThatWasRemovedWhileOpenFailsOneCallAnd
     EXPECT_THAT(recorder.lastProblem(), HasSubstr("removed or renamed while it was open"));
     EXPECT_EQ(recorder.record(eventOf(3)).result, HISTORY_OK);
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "3");
+}
+
+TEST_F(FaultRecorderPathTest, RelativePathNamesTheSameFileInAnotherFolder)
+{
+    std::string const other = dir.file("other");
+    ASSERT_TRUE(fs::create_directory(other));
+    CurrentFolder const here(dir.file(""));
+    ASSERT_EQ(recorder.open("faults.db"), HISTORY_OK);
+    ASSERT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
+    CurrentFolder const there(other);
+    ASSERT_EQ(std::rename(path.c_str(), (path + "2").c_str()), 0);
+    EXPECT_EQ(recorder.record(eventOf(2)).result, HISTORY_FAILED) << "the file is away";
+    EXPECT_THAT(recorder.lastProblem(), HasSubstr("faults.db: "));
+    ASSERT_EQ(std::rename((path + "2").c_str(), path.c_str()), 0);
+    EXPECT_EQ(recorder.record(eventOf(3)).result, HISTORY_OK);
+    EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,3");
+    EXPECT_TRUE(fs::is_empty(other));
 }
 
 TEST_F(FaultRecorderPathTest, RaiseInAFileThatWasRemovedIsNotUnchanged)
