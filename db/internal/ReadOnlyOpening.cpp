@@ -1,6 +1,7 @@
 #include <db/internal/ReadOnlyOpening.h>
 
 #include <db/internal/Folder.h>
+#include <db/internal/Join.h>
 
 #include <cerrno>
 #include <system_error>
@@ -43,10 +44,10 @@ void requireNoLogOfEmptyFile(std::string const& path)
     std::string const log = logOf(path);
     if (!isLargerThan(kLargestEmptyFile, path) && hasContent(log))
     {
-        throw Failure(EMPTIED, path +
-                                   ": it is empty, but its write-ahead log is not, and SQLite would remove that when "
-                                   "it opens the file. Copy '" +
-                                   log + "' into another folder first");
+        throw Failure(EMPTIED, join({path,
+                                     ": it is empty, but its write-ahead log is not, and SQLite would remove that when "
+                                     "it opens the file. Copy '",
+                                     log, "' into another folder first"}));
     }
 }
 
@@ -85,11 +86,12 @@ Connection openImmutable(std::string const& path, sqlite::Waiting const& waiting
 {
     if (hasContent(logOf(path)))
     {
-        throw Failure(LOG_UNREADABLE, path +
-                                          ": faults that belong to it are still in its write-ahead log, which cannot "
-                                          "be read where nothing can be written. Copy '" +
-                                          folder::withoutLinks(path) + "' together with '" + logOf(path) +
-                                          "' into another folder, run 'firaim recover' on the copy, and use that");
+        throw Failure(LOG_UNREADABLE,
+                      join({path,
+                            ": faults that belong to it are still in its write-ahead log, which cannot be read where "
+                            "nothing can be written. Copy '",
+                            folder::withoutLinks(path), "' together with '", logOf(path),
+                            "' into another folder, run 'firaim recover' on the copy, and use that"}));
     }
     Connection connection(path, Connection::IMMUTABLE, waiting);
     touch(connection);
@@ -173,12 +175,13 @@ std::string problemText(std::string const& path, sqlite::Error const& error)
     if (error.code() == SQLITE_READONLY_ROLLBACK)
     {
         std::string const file = folder::withoutLinks(path);
-        return path +
-               ": a writer was cut off, and what it left half done must be rolled back before the file can be read, "
-               "which writes to it. Run 'firaim recover' on it; or, to leave it as it is, copy '" +
-               file + "' together with '" + file + "-journal' into another folder and run 'firaim recover' on the copy";
+        return join({path,
+                     ": a writer was cut off, and what it left half done must be rolled back before the file can be "
+                     "read, which writes to it. Run 'firaim recover' on it; or, to leave it as it is, copy '",
+                     file, "' together with '", file,
+                     "-journal' into another folder and run 'firaim recover' on the copy"});
     }
-    return path + ": " + error.what() + adviceFor(error.kind());
+    return join({path, ": ", error.what(), adviceFor(error.kind())});
 }
 
 } // namespace readOnlyOpening

@@ -1,5 +1,6 @@
 #include <history/internal/BoundTable.h>
 
+#include <db/internal/Join.h>
 #include <fdb/records/Fault.h>
 #include <fdb/records/FaultStatistic.h>
 #include <fdb/records/FdbVersion.h>
@@ -75,7 +76,7 @@ std::string BoundTable::insertText() const
         names.append(separator).append(m_columns[id].name);
         values.append(separator).append("?");
     }
-    return "INSERT INTO " + m_name + '(' + names + ") VALUES(" + values + ')';
+    return join({"INSERT INTO ", m_name, "(", names, ") VALUES(", values, ")"});
 }
 
 std::string BoundTable::updateText() const

@@ -1,5 +1,7 @@
 #include <history/internal/Failure.h>
 
+#include <db/internal/Join.h>
+
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -50,13 +52,13 @@ char const* adviceFor(sqlite::Error const& error)
 } // namespace
 
 Failure::Failure(std::string const& path, sqlite::Error const& error)
-    : m_result(resultOf(error)), m_text(path + ": " + error.what() + adviceFor(error))
+    : m_result(resultOf(error)), m_text(join({path, ": ", error.what(), adviceFor(error)}))
 {
 }
 
 void failWithErrno(std::string const& path, char const* action)
 {
-    throw Failure(HISTORY_FAILED, path + ": " + action + ": " + std::strerror(errno));
+    throw Failure(HISTORY_FAILED, join({path, ": ", action, ": ", std::strerror(errno)}));
 }
 
 void require(sqlite::Connection const& connection, int code)

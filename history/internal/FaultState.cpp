@@ -1,5 +1,6 @@
 #include <history/internal/FaultState.h>
 
+#include <db/internal/Join.h>
 #include <history/internal/ResetAtEnd.h>
 
 #include <algorithm>
@@ -56,15 +57,15 @@ void FaultState::connect(sqlite::Connection const& connection)
     BoundTable const& statistics = m_statisticTable.bound();
     m_connection = &connection;
     m_version = connection.prepare("PRAGMA data_version");
-    m_readStatistics = connection.prepare(statistics.selectText() + " ORDER BY " + statistics.key());
+    m_readStatistics = connection.prepare(join({statistics.selectText(), " ORDER BY ", statistics.key()}));
     m_insertStatistic = connection.prepare(statistics.insertText());
     m_updateStatistic = connection.prepare(statistics.updateText());
-    m_readRows = connection.prepare("SELECT " + faults.key() + ',' + rowColumns() + " FROM " + faults.name() +
-                                    " WHERE " + faults.key() + " > ?1 ORDER BY " + faults.key() + " LIMIT ?2");
-    m_readMark = connection.prepare("SELECT " + faults.column(FdbSqlFaultTbl::kFaultCodeColumn) + ',' +
-                                    faults.column(FdbSqlFaultTbl::kTimeStampUtcColumn) + ',' +
-                                    faults.column(FdbSqlFaultTbl::kSystemDateTimeColumn) + " FROM " + faults.name() +
-                                    " WHERE " + faults.key() + " = ?1");
+    m_readRows = connection.prepare(join({"SELECT ", faults.key(), ",", rowColumns(), " FROM ", faults.name(),
+                                          " WHERE ", faults.key(), " > ?1 ORDER BY ", faults.key(), " LIMIT ?2"}));
+    m_readMark = connection.prepare(join({"SELECT ", faults.column(FdbSqlFaultTbl::kFaultCodeColumn), ",",
+                                          faults.column(FdbSqlFaultTbl::kTimeStampUtcColumn), ",",
+                                          faults.column(FdbSqlFaultTbl::kSystemDateTimeColumn), " FROM ", faults.name(),
+                                          " WHERE ", faults.key(), " = ?1"}));
     m_seenVersion.reset();
 }
 
@@ -99,9 +100,10 @@ void FaultState::forgetSources()
 std::string FaultState::rowColumns() const
 {
     BoundTable const& faults = m_faults.bound();
-    return faults.column(FdbSqlFaultTbl::kFaultCodeColumn) + ',' + faults.column(FdbSqlFaultTbl::kModuleNameColumn) +
-           ',' + faults.column(FdbSqlFaultTbl::kParameterColumn) + ',' + faults.column(FdbSqlFaultTbl::kStatusColumn) +
-           ',' + faults.column(FdbSqlFaultTbl::kFaultCodeNameColumn);
+    return join({faults.column(FdbSqlFaultTbl::kFaultCodeColumn), ",", faults.column(FdbSqlFaultTbl::kModuleNameColumn),
+                 ",", faults.column(FdbSqlFaultTbl::kParameterColumn), ",",
+                 faults.column(FdbSqlFaultTbl::kStatusColumn), ",",
+                 faults.column(FdbSqlFaultTbl::kFaultCodeNameColumn)});
 }
 
 void FaultState::refresh()
@@ -342,15 +344,20 @@ void FaultState::rowWritten(Fault const& row, std::int64_t key)
 
 unsigned int FaultState::lastStartup()
 {
-    BoundTable const& faults = m_faults.bound();
     BoundTable const& statistics = m_statisticTable.bound();
     auto const newest = static_cast<unsigned int>(
-        m_connection->number("SELECT " + faults.column(FdbSqlFaultTbl::kRdbStartupIdColumn) + " FROM " + faults.name() +
-                             " ORDER BY " + faults.key() + " DESC LIMIT 1"));
+        m_connection->number(selectNewest(m_faults.bound().column(FdbSqlFaultTbl::kRdbStartupIdColumn))));
     auto const largest = static_cast<unsigned int>(
-        m_connection->number("SELECT max(" + statistics.column(FdbSqlFaultStatisticTbl::kRdbStartupIdColumn) +
-                             ") FROM " + statistics.name()));
+        m_connection->number(join({"SELECT max(", statistics.column(FdbSqlFaultStatisticTbl::kRdbStartupIdColumn),
+                                   ") FROM ", statistics.name()})));
     return std::max(newest, largest);
+}
+
+/// Reads one cell of the newest fault.
+std::string FaultState::selectNewest(std::string const& column) const
+{
+    BoundTable const& faults = m_faults.bound();
+    return join({"SELECT ", column, " FROM ", faults.name(), " ORDER BY ", faults.key(), " DESC LIMIT 1"});
 }
 
 void FaultState::noteName(std::uint32_t code, std::string_view name)
@@ -373,10 +380,8 @@ std::string const& FaultState::nameInFaults(std::uint32_t code) const
 
 std::optional<unsigned long long> FaultState::lastTimeStamp()
 {
-    BoundTable const& faults = m_faults.bound();
     sqlite::Statement newest =
-        m_connection->prepare("SELECT " + faults.column(FdbSqlFaultTbl::kTimeStampUtcColumn) + " FROM " +
-                              faults.name() + " ORDER BY " + faults.key() + " DESC LIMIT 1");
+        m_connection->prepare(selectNewest(m_faults.bound().column(FdbSqlFaultTbl::kTimeStampUtcColumn)));
     return newest.step() ? std::optional(static_cast<unsigned long long>(newest.integer(0))) : std::nullopt;
 }
 

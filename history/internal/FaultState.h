@@ -105,6 +105,7 @@ private:
     void noteName(std::uint32_t code, std::string_view name);
     bool isActiveRow(std::int64_t key, std::uint32_t code, source_t const& source);
     std::string rowColumns() const;
+    std::string selectNewest(std::string const& column) const;
 
     FaultTable m_faults;
     StatisticTable m_statisticTable;

@@ -1,5 +1,6 @@
 #include <history/internal/ReaderCore.h>
 
+#include <db/internal/Join.h>
 #include <db/internal/ReadOnlyOpening.h>
 
 #include <algorithm>
@@ -119,7 +120,7 @@ int ReaderCore::check()
     if (*version != FdbSqlVersionTbl::kFormatVersion)
     {
         return fail(HISTORY_VERSION_MISMATCH,
-                    "format version " + *version + " is not " + FdbSqlVersionTbl::kFormatVersion);
+                    join({"format version ", *version, " is not ", FdbSqlVersionTbl::kFormatVersion}));
     }
     return HISTORY_OK;
 }
@@ -140,7 +141,7 @@ bool ReaderCore::hasTable(std::string const& name)
         return true;
     }
     static_cast<void>(fail(HISTORY_FOREIGN_FILE,
-                           "no fault database: " + name + " is a " + (type == "table" ? "virtual table" : type)));
+                           join({"no fault database: ", name, " is a ", type == "table" ? "virtual table" : type})));
     return false;
 }
 
@@ -186,23 +187,23 @@ RowCursor ReaderCore::rows(historyTable_t table, FaultQuery::order_t order, RowC
 sqlite::Statement ReaderCore::prepareRows(historyTable_t table, FaultQuery::order_t order) const
 {
     text_t const& text = this->text(table);
-    return m_connection->prepare("SELECT " + text.columns + ", " + text.key + " FROM " + text.name + " WHERE " +
-                                 text.key + " >= ?1 AND " + text.key + " <= ?2 ORDER BY " + text.key +
-                                 (order == FaultQuery::NEWEST_FIRST ? " DESC" : "") + " LIMIT ?3");
+    return m_connection->prepare(
+        join({"SELECT ", text.columns, ", ", text.key, " FROM ", text.name, " WHERE ", text.key, " >= ?1 AND ",
+              text.key, " <= ?2 ORDER BY ", text.key, order == FaultQuery::NEWEST_FIRST ? " DESC" : "", " LIMIT ?3"}));
 }
 
 sqlite::Statement ReaderCore::prepareBounds(historyTable_t table) const
 {
     text_t const& text = this->text(table);
-    return m_connection->prepare("SELECT (SELECT min(" + text.key + ") FROM " + text.name + "), (SELECT max(" +
-                                 text.key + ") FROM " + text.name + ")");
+    return m_connection->prepare(join({"SELECT (SELECT min(", text.key, ") FROM ", text.name, "), (SELECT max(",
+                                       text.key, ") FROM ", text.name, ")"}));
 }
 
 sqlite::Statement ReaderCore::prepareCount(historyTable_t table) const
 {
     text_t const& text = this->text(table);
-    return m_connection->prepare("SELECT count(*), max(k) FROM (SELECT " + text.key + " AS k FROM " + text.name +
-                                 " WHERE " + text.key + " >= ?1 ORDER BY " + text.key + " LIMIT ?2)");
+    return m_connection->prepare(join({"SELECT count(*), max(k) FROM (SELECT ", text.key, " AS k FROM ", text.name,
+                                       " WHERE ", text.key, " >= ?1 ORDER BY ", text.key, " LIMIT ?2)"}));
 }
 
 std::int64_t ReaderCore::largestFaultKey() const

@@ -2,6 +2,7 @@
 
 #include <db/internal/ConnectionSettings.h>
 #include <db/internal/Folder.h>
+#include <db/internal/Join.h>
 #include <history/internal/Failure.h>
 #include <history/internal/FaultPages.h>
 #include <history/internal/SetAside.h>
@@ -264,16 +265,16 @@ content_t lookAtContent(std::string const& path, sqlite::Connection const& conne
 void requireVersion(std::string const& path, sqlite::Connection const& connection, VersionTable const& versions)
 {
     BoundTable const& table = versions.bound();
-    sqlite::Statement row = connection.prepare(
-        "SELECT " + table.column(FdbSqlVersionTbl::kVersionColumn) + " FROM " + table.name() + " WHERE " +
-        table.column(FdbSqlVersionTbl::kComponentColumn) + " LIKE '" + FdbSqlVersionTbl::kFormatVersionComponent + "'");
+    sqlite::Statement row = connection.prepare(join(
+        {"SELECT ", table.column(FdbSqlVersionTbl::kVersionColumn), " FROM ", table.name(), " WHERE ",
+         table.column(FdbSqlVersionTbl::kComponentColumn), " LIKE '", FdbSqlVersionTbl::kFormatVersionComponent, "'"}));
     std::string const found = row.step() ? std::string(row.text(0)) : "missing";
     bool const isOnlyOne = !row.step();
     if (!isOnlyOne || found != FdbSqlVersionTbl::kFormatVersion)
     {
-        throw Failure(HISTORY_VERSION_MISMATCH, path + ": format version " + (isOnlyOne ? found : "not the only one") +
-                                                    "; only files of version " + FdbSqlVersionTbl::kFormatVersion +
-                                                    " are written to");
+        throw Failure(HISTORY_VERSION_MISMATCH,
+                      join({path, ": format version ", isOnlyOne ? std::string_view(found) : "not the only one",
+                            "; only files of version ", FdbSqlVersionTbl::kFormatVersion, " are written to"}));
     }
 }
 

@@ -1,5 +1,6 @@
 #include <history/internal/Retention.h>
 
+#include <db/internal/Join.h>
 #include <history/internal/ResetAtEnd.h>
 
 #include <algorithm>
@@ -16,9 +17,9 @@ void Retention::connect(sqlite::Connection const& connection, BoundTable const& 
     }
     m_connection = &connection;
     std::string const& key = faults.key();
-    m_candidates = connection.prepare("SELECT " + key + " FROM " + faults.name() + " WHERE " + key + " > ?1 AND " +
-                                      key + " <= ?2 ORDER BY " + key + " LIMIT ?3");
-    m_remove = connection.prepare("DELETE FROM " + faults.name() + " WHERE " + key + " = ?1");
+    m_candidates = connection.prepare(join({"SELECT ", key, " FROM ", faults.name(), " WHERE ", key, " > ?1 AND ", key,
+                                            " <= ?2 ORDER BY ", key, " LIMIT ?3"}));
+    m_remove = connection.prepare(join({"DELETE FROM ", faults.name(), " WHERE ", key, " = ?1"}));
     rolledBack(); // Nothing is known of this file.
 }
 

@@ -1,6 +1,7 @@
 #include <history/internal/RowWriter.h>
 
 #include <db/FaultCode.h>
+#include <db/internal/Join.h>
 
 #include <algorithm>
 #include <limits>
@@ -270,8 +271,8 @@ void RowWriter::applyStorm(Request& request)
                                 timeZoneOf(event)});
     if (storm.isOver)
     {
-        request.description = std::to_string(storm.total.events) + " more from " + utcText(storm.total.firstTime) +
-                              " to " + utcText(storm.total.lastTime);
+        request.description = join({std::to_string(storm.total.events), " more from ", utcText(storm.total.firstTime),
+                                    " to ", utcText(storm.total.lastTime)});
         row_t const& row = writeRow(request, {event.module, event.parameter}, request.status().value_or(event.status),
                                     request.description);
         keepState(row, statistic);

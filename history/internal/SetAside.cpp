@@ -1,6 +1,7 @@
 #include <history/internal/SetAside.h>
 
 #include <db/internal/Folder.h>
+#include <db/internal/Join.h>
 #include <history/TimeStamp.h>
 #include <history/internal/Failure.h>
 #include <history/internal/FaultPages.h>
@@ -171,7 +172,7 @@ copy_t makeCopy(std::string const& path, content_t const& content)
     errno = EEXIST;
     for (int number = 1; number <= kMostCopies && descriptor < 0 && errno == EEXIST; ++number)
     {
-        name = path + ".aside-" + date + '-' + std::to_string(number);
+        name = join({path, ".aside-", date, "-", std::to_string(number)});
         if (isCopied(name, content))
         {
             return {name, false};
@@ -254,9 +255,9 @@ void requireOurs(std::string const& path, sqlite::Connection const& connection, 
         }
         if (!holdsFaults(file))
         {
-            throw Failure(HISTORY_DAMAGED, path + ": " + damage +
-                                               "; it is left as it is, as nothing in it tells that it is a fault "
-                                               "database");
+            throw Failure(HISTORY_DAMAGED,
+                          join({path, ": ", damage,
+                                "; it is left as it is, as nothing in it tells that it is a fault database"}));
         }
     }
 }
@@ -342,8 +343,8 @@ bool setAside(std::string const& path, std::string const& damage, sqlite::Waitin
     };
     auto const recordDamage = [&](sqlite::Connection const& connection)
     {
-        recordIncident(connection,
-                       "the fault database was damaged (" + damage + ") and begins anew; what it held is in " + name);
+        recordIncident(connection, join({"the fault database was damaged (", damage,
+                                         ") and begins anew; what it held is in ", name}));
     };
     try
     {
