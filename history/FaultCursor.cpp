@@ -3,7 +3,7 @@
 #include <history/internal/FileIdentity.h>
 #include <history/internal/QueryFilter.h>
 #include <history/internal/ReaderCore.h>
-#include <history/internal/RowBatch.h>
+#include <history/internal/RowHash.h>
 
 #include <utility>
 
@@ -106,7 +106,7 @@ std::optional<std::int64_t> FaultCursor::position() const
 FollowPosition FaultCursor::followPosition() const
 {
     fileIdentity_t const identity = m_state->core->identity();
-    return {identity.device, identity.inode, m_state->rows.key(), hashOf(m_state->rows.row())};
+    return {identity.device, identity.inode, m_state->rows.key(), occurrenceHashOf(m_state->rows.row())};
 }
 
 } // namespace firaim

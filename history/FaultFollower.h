@@ -41,11 +41,11 @@ public:
     /// HISTORY_ROWS_REMOVED, once for each gap, when rows behind the position are missing: they were removed before
     /// they were read. Keys that another program has left out count as removed; whether the query asks for what is
     /// missing is not known. Before the first row of a history there is no gap. Also once when the row at the position
-    /// is gone or is another one: rows may have been removed then. HISTORY_FILE_REPLACED, once, when the history is
-    /// another one: another file has the name, or keys went back; it is followed from its beginning. `lastProblem`
-    /// tells which. HISTORY_BUSY when a writer kept the file locked until the end of the wait. HISTORY_NO_FILE,
-    /// HISTORY_HOT_JOURNAL, HISTORY_DAMAGED and whatever else FaultReader::open gives: once for each cause, without
-    /// further waiting. With any but HISTORY_OK, `fault` is left as it was.
+    /// is gone: rows behind it may have been removed then. HISTORY_FILE_REPLACED, once, when the history is another
+    /// one: another file has the name, the row at the position is another one, or keys went back; it is followed from
+    /// its beginning. `lastProblem` tells which. HISTORY_BUSY when a writer kept the file locked until the end of the
+    /// wait. HISTORY_NO_FILE, HISTORY_HOT_JOURNAL, HISTORY_DAMAGED and whatever else FaultReader::open gives: once for
+    /// each cause, without further waiting. With any but HISTORY_OK, `fault` is left as it was.
     int next(Fault& fault, std::chrono::milliseconds wait);
 
     /// Waits until there may be something for `next` or `nextStatistic`, which then need not wait. HISTORY_OK, also

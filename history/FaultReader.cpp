@@ -269,21 +269,27 @@ FaultFollower FaultReader::follow(FollowPosition const& position, FaultQuery con
 
 int FaultReader::newestPosition(FollowPosition& position)
 {
-    FaultQuery query;
-    query.limit = 1;
-    FaultCursor newest = faults(query);
-    Fault fault;
-    int const result = newest.next(fault);
-    if (result == HISTORY_OK)
+    if (!m_core->isOpen())
     {
-        position = newest.followPosition();
-    }
-    if (result != HISTORY_END)
-    {
-        return result;
+        return m_core->fail(HISTORY_INVALID_STATE, "not open");
     }
     try
     {
+        // One moment for both looks: a fault that comes in between would be taken for a removed one.
+        sqlite::Transaction const moment(m_core->connection(), "BEGIN");
+        FaultQuery query;
+        query.limit = 1;
+        FaultCursor newest = faults(query);
+        Fault fault;
+        int const result = newest.next(fault);
+        if (result == HISTORY_OK)
+        {
+            position = newest.followPosition();
+        }
+        if (result != HISTORY_END)
+        {
+            return result;
+        }
         // Behind what was removed, so that a follower can tell what is removed from now on.
         position = {m_core->identity().device, m_core->identity().inode, m_core->largestFaultKey(), std::nullopt};
         return HISTORY_OK;

@@ -1,6 +1,7 @@
 #include <history/internal/FollowerCore.h>
 
 #include <db/internal/ReadOnlyOpening.h>
+#include <history/internal/RowHash.h>
 
 #include <algorithm>
 #include <utility>
@@ -151,15 +152,15 @@ int FaultFollower::Core::look()
 
 int FaultFollower::Core::lookClosely()
 {
-    // Before the rows: what comes in between is looked at once more.
-    std::int64_t const version = m_core->connection().number("PRAGMA data_version");
-    if (m_version == version && !m_isMore)
+    constexpr char kVersion[] = "PRAGMA data_version";
+    if (!m_isMore && m_version == m_core->connection().number(kVersion))
     {
         return HISTORY_END;
     }
     RowCursor::State& rows = *m_rows.m_state;
     // The row of the position, the largest key and the new rows in one moment: nothing can be removed in between.
     sqlite::Transaction transaction(m_core->connection(), "BEGIN");
+    std::int64_t const version = m_core->connection().number(kVersion);
     RowCursor::KeyRange range;
     range.first = m_position.key.value_or(range.first);
     rows.restart(range);
@@ -182,7 +183,8 @@ int FaultFollower::Core::lookClosely()
         }
         m_isMore = true; // What came before the damage is given first; the next look ends at it.
     }
-    int const result = compare();
+    int const result = compare(m_comparedVersion != version);
+    m_comparedVersion = version;
     m_version = m_isMore ? std::nullopt : std::optional(version);
     if (result != HISTORY_OK)
     {
@@ -192,26 +194,32 @@ int FaultFollower::Core::lookClosely()
 }
 
 /// Sees whether what was read goes on from the position, and leaves out the row that was given. HISTORY_OK or what has
-/// happened instead.
-int FaultFollower::Core::compare()
+/// happened instead. `isChanged`: somebody may have written since this was seen last.
+int FaultFollower::Core::compare(bool isChanged)
 {
     RowCursor::State& rows = *m_rows.m_state;
     fileIdentity_t const before = {m_position.device, m_position.inode};
-    bool const isOther = before != fileIdentity_t() && before != m_core->identity();
+    bool const isKnown = before != fileIdentity_t();
+    bool const isOther = isKnown && before != m_core->identity();
     bool const isRowThere = m_position.key && rows.batch.size() > 0 && rows.batch.key(0) == *m_position.key;
     std::optional<std::uint64_t> hash;
+    bool isRowSame = false;
     if (isRowThere)
     {
-        hash = hashOf(rows.batch.row(0));
+        rowView_t const row = rows.batch.row(0);
+        hash = occurrenceHashOf(row);
+        // Positions that version 1.0.0 gave have the hash of all cells.
+        isRowSame = m_position.rowHash && (hash == m_position.rowHash || hashOf(row) == *m_position.rowHash);
     }
-    bool const isRowSame = hash && hash == m_position.rowHash;
     if (isOther && !isRowSame)
     {
         return beginAnew("another file has got this name; following that");
     }
-    if (m_position.key && !isRowSame && m_core->largestFaultKey() < *m_position.key)
+    // No key is ever used again. In a file that has not changed, another row is damage: beginning anew would not end.
+    bool const isRowAnother = isChanged && isRowThere && !isRowSame && (m_position.rowHash || isKnown);
+    if (isRowAnother || (m_position.key && !isRowSame && m_core->largestFaultKey() < *m_position.key))
     {
-        return beginAnew("its content was replaced; following that"); // Keys only ever grow.
+        return beginAnew("its content was replaced; following that");
     }
     m_position.device = m_core->identity().device;
     m_position.inode = m_core->identity().inode;
@@ -220,16 +228,18 @@ int FaultFollower::Core::compare()
     {
         m_position.key = m_largestKey; // Without a row, it is known which one comes next.
     }
-    if (!m_position.rowHash || isRowSame)
+    bool const isRowLost = m_position.rowHash && !isRowSame;
+    m_position.rowHash = hash;
+    if (!isRowLost)
     {
         return HISTORY_OK;
     }
-    m_position.rowHash = hash;
     if (std::optional<std::int64_t> const last = lastRemoved())
     {
         return passRemoved(*last); // Told together.
     }
-    return tell(HISTORY_ROWS_REMOVED, m_path + ": rows were removed, or changed, where it was followed");
+    return tell(HISTORY_ROWS_REMOVED, m_path + ": row " + std::to_string(*m_position.key) + ", behind which it was " +
+                                          "followed, is gone; rows behind it may have been removed as well");
 }
 
 int FaultFollower::Core::beginAnew(std::string const& reason)
@@ -267,6 +277,7 @@ void FaultFollower::Core::drop()
     m_core = std::make_shared<ReaderCore>();
     m_rows = m_core->rows(historyTable_t::FAULTS, FaultQuery::OLDEST_FIRST);
     m_version.reset();
+    m_comparedVersion.reset();
     m_statisticVersion.reset();
 }
 
@@ -378,7 +389,7 @@ FollowPosition FaultFollower::Core::position() const
     FollowPosition position = m_position;
     if (m_isHashDue)
     {
-        position.rowHash = hashOf(m_rows.row());
+        position.rowHash = occurrenceHashOf(m_rows.row());
     }
     return position;
 }

@@ -42,7 +42,7 @@ private:
     int passRemoved(std::int64_t last);
     int look();
     int lookClosely();
-    int compare();
+    int compare(bool isChanged);
     int beginAnew(std::string const& reason);
     int reopen(std::chrono::milliseconds patience);
     void drop();
@@ -59,10 +59,11 @@ private:
     std::shared_ptr<ReaderCore> m_core;
     RowCursor m_rows;
     FaultTable m_table;
-    std::optional<std::int64_t> m_version;    ///< of the file, as SQLite counts what others write, when all was read
-    bool m_isMore = false;                    ///< behind the batch
-    std::optional<std::int64_t> m_largestKey; ///< that the fault table ever had, when nothing is behind the batch
-    bool m_wasBusy = false;                   ///< a writer was at work when the file was looked at last
+    std::optional<std::int64_t> m_version; ///< of the file, as SQLite counts what others write, when all was read
+    std::optional<std::int64_t> m_comparedVersion; ///< as `m_version`, when rows were compared with the position
+    bool m_isMore = false;                         ///< behind the batch
+    std::optional<std::int64_t> m_largestKey;      ///< that the fault table ever had, when nothing is behind the batch
+    bool m_wasBusy = false;                        ///< a writer was at work when the file was looked at last
     std::chrono::steady_clock::time_point m_lastEvent; ///< when the system last told of a change in a log
 
     std::map<std::int64_t, std::uint64_t> m_statistics; ///< hashes by key, as they were last

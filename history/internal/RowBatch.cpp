@@ -1,7 +1,5 @@
 #include <history/internal/RowBatch.h>
 
-#include <cstring>
-
 namespace firaim
 {
 
@@ -10,31 +8,6 @@ namespace
 
 /// What a batch keeps for the next one. A batch with a larger row gives its memory back.
 constexpr std::size_t kKeptBytes = 2 << 20;
-
-class Fnv1a
-{
-public:
-    void add(std::string_view bytes)
-    {
-        for (char const byte : bytes)
-        {
-            m_hash = (m_hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
-        }
-    }
-
-    void add(std::uint64_t number)
-    {
-        for (unsigned int shift = 0; shift < 64; shift += 8)
-        {
-            m_hash = (m_hash ^ (number >> shift & 0xffU)) * 0x100000001b3;
-        }
-    }
-
-    std::uint64_t value() const { return m_hash; }
-
-private:
-    std::uint64_t m_hash = 0xcbf29ce484222325;
-};
 
 } // namespace
 
@@ -94,32 +67,6 @@ void RowBatch::append(sqlite::Statement const& statement)
         cell.offset = keep(text);
     }
     m_keys.push_back(statement.integer(static_cast<int>(m_columns)));
-}
-
-std::uint64_t hashOf(rowView_t const& row)
-{
-    Fnv1a hash;
-    for (std::size_t id = 0; id < row.count; ++id)
-    {
-        cell_t const& cell = row.cells[id];
-        hash.add(static_cast<std::uint64_t>(cell.type));
-        if (cell.type == RowCursor::CELL_REAL)
-        {
-            std::uint64_t bits = 0;
-            std::memcpy(&bits, &cell.real, sizeof bits);
-            hash.add(bits);
-        }
-        else if (cell.type == RowCursor::CELL_INTEGER)
-        {
-            hash.add(static_cast<std::uint64_t>(cell.number));
-        }
-        else if (cell.type != RowCursor::CELL_NULL)
-        {
-            hash.add(std::uint64_t{cell.size});
-            hash.add(row.bytesOf(cell));
-        }
-    }
-    return hash.value();
 }
 
 } // namespace firaim

@@ -58,7 +58,4 @@ private:
     std::string m_bytes;
 };
 
-/// A hash of the types and contents of all cells, the same on every machine: FNV-1a, 64 bits.
-std::uint64_t hashOf(rowView_t const& row);
-
 } // namespace firaim

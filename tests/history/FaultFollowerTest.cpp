@@ -54,6 +54,31 @@ protected:
         return told;
     }
 
+    /// The position behind the fault with that key.
+    bool positionOf(unsigned long long key, FollowPosition& position)
+    {
+        FaultCursor cursor = reader.faults();
+        Fault fault;
+        while (cursor.next(fault) == HISTORY_OK)
+        {
+            if (fault.EntryId == key)
+            {
+                position = cursor.followPosition();
+                return true;
+            }
+        }
+        return false;
+    }
+
+    /// As addFaults, a day later.
+    void addLaterFaults(int count) const
+    {
+        addFaults(count);
+        exec("UPDATE FdbFaultTbl SET TimeStampUTC = TimeStampUTC + 86400000 WHERE EntryId > (SELECT max(EntryId) FROM "
+             "FdbFaultTbl) - " +
+             std::to_string(count));
+    }
+
     /// Another fault database with one fault, in a file of its own.
     std::string makeOther(std::string const& description) const
     {
@@ -208,14 +233,44 @@ TEST_F(FaultFollowerTest, TellsOnceThatRowsWereRemovedSinceAKeptPosition)
     EXPECT_THAT(take(next), IsEmpty());
 }
 
-TEST_F(FaultFollowerTest, TellsOnceThatTheRowOfItsPositionWasOverwritten)
+TEST_F(FaultFollowerTest, GoesOnBehindARowWhoseStatusStartupNamesOrTextsWereRewritten)
 {
     addFaults(3);
     FaultFollower follower = reader.follow(newest());
-    exec("UPDATE FdbFaultTbl SET Description = 'another' WHERE EntryId = 3");
+    exec("UPDATE FdbFaultTbl SET DateTimeString = 'a', FaultCodeName = 'a', TimeZone = 'a', Status = 'ErrorInactive', "
+         "Description = 'a', DiagSignalsDumpFileName = 'a', LoggerUpTime = 9, LoggerLifeTime = 9, CfgBackupFile = 'a', "
+         "RdbStartupId = 9");
     addFaults(1);
-    EXPECT_THAT(take(follower), ElementsAre("ROWS_REMOVED", "4"));
-    EXPECT_THAT(take(follower), IsEmpty());
+    EXPECT_THAT(take(follower), ElementsAre("4"));
+}
+
+TEST_F(FaultFollowerTest, TakesARowThatTellsOfAnotherFaultForAnotherHistory)
+{
+    for (std::string const change : {"FaultCode = 9", "ModuleName = 'another'", "Parameter = 'another'",
+                                     "TimeStampUTC = 9", "SystemDateTimeString = 'another'"})
+    {
+        exec("DELETE FROM FdbFaultTbl; DELETE FROM sqlite_sequence");
+        addFaults(2);
+        FaultFollower follower = reader.follow(newest());
+        EXPECT_THAT(take(follower), IsEmpty());
+        exec("UPDATE FdbFaultTbl SET " + change + " WHERE EntryId = 2");
+        EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1", "2")) << change;
+    }
+}
+
+TEST_F(FaultFollowerTest, GoesOnFromAPositionThatVersion100HasGiven)
+{
+    addFaults(3);
+    FollowPosition position;
+    // Version 1.0.0 took the hash of all cells.
+    ASSERT_TRUE(FollowPosition::fromText("firaim1:0:0:3:15578274124924830666", position));
+    FaultFollower follower = reader.follow(position);
+    addFaults(1);
+    EXPECT_THAT(take(follower), ElementsAre("4"));
+    EXPECT_EQ(follower.position().key, 4);
+    follower = reader.follow(position);
+    exec("UPDATE FdbFaultTbl SET ModuleName = 'another' WHERE EntryId = 3");
+    EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1", "2", "3", "4"));
 }
 
 TEST_F(FaultFollowerTest, TellsOfRowsThatWereRemovedBehindARowThatIsThere)
@@ -285,8 +340,7 @@ TEST_F(FaultFollowerTest, TellsOfARowThatIsGoneAndOfTheGapBehindItTogether)
     addFaults(3);
     FaultFollower follower = reader.follow(newest());
     addFaults(5);
-    exec("UPDATE FdbFaultTbl SET Description = 'another' WHERE EntryId = 3; DELETE FROM FdbFaultTbl WHERE EntryId "
-         "BETWEEN 4 AND 6");
+    exec("DELETE FROM FdbFaultTbl WHERE EntryId BETWEEN 3 AND 6");
     EXPECT_THAT(take(follower), ElementsAre("ROWS_REMOVED", "7", "8"));
 }
 
@@ -415,6 +469,91 @@ TEST_F(FaultFollowerTest, FollowsNewContentOfTheSameFileFromItsBeginning)
     exec("DELETE FROM FdbFaultTbl; DELETE FROM sqlite_sequence; INSERT INTO FdbFaultTbl(Description) VALUES('new')");
     EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1"));
     EXPECT_THAT(follower.lastProblem(), HasSubstr("its content was replaced"));
+}
+
+TEST_F(FaultFollowerTest, TellsOnceThatTheRowOfItsPositionIsGone)
+{
+    addFaults(4);
+    FollowPosition position;
+    ASSERT_TRUE(positionOf(3, position));
+    exec("DELETE FROM FdbFaultTbl WHERE EntryId = 3");
+    FaultFollower follower = reader.follow(position);
+    EXPECT_THAT(take(follower), ElementsAre("ROWS_REMOVED", "4"));
+    EXPECT_THAT(follower.lastProblem(), HasSubstr(path + ": row 3, behind which it was followed, is gone"));
+    EXPECT_THAT(take(follower), IsEmpty());
+}
+
+TEST_F(FaultFollowerTest, FollowsNewContentThatHasGrownBeyondItsPositionFromItsBeginning)
+{
+    addFaults(2);
+    FaultFollower follower = reader.follow(newest());
+    FollowPosition const kept = newest();
+    EXPECT_THAT(take(follower), IsEmpty());
+    exec("DELETE FROM FdbFaultTbl; DELETE FROM sqlite_sequence");
+    addLaterFaults(4);
+    EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1", "2", "3", "4"));
+    EXPECT_THAT(follower.lastProblem(), HasSubstr("its content was replaced"));
+    follower = reader.follow(kept);
+    EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1", "2", "3", "4"));
+}
+
+TEST_F(FaultFollowerTest, FollowsNewContentFromItsBeginningWhereTheRowOfItsPositionWasGone)
+{
+    addFaults(2);
+    FaultFollower follower = reader.follow(newest());
+    exec("DELETE FROM FdbFaultTbl");
+    EXPECT_THAT(take(follower), ElementsAre("ROWS_REMOVED"));
+    exec("DELETE FROM sqlite_sequence");
+    addLaterFaults(3);
+    EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1", "2", "3"));
+}
+
+TEST_F(FaultFollowerTest, FollowsADamagedFileThatWasSetAsideFromTheFirstNewFault)
+{
+    RecorderOptions options;
+    options.setAsideCode = 77;
+    addFaults(10);
+    FaultFollower follower = reader.follow(newest());
+    EXPECT_THAT(take(follower), IsEmpty());
+    writeFile(path, std::string(4096, 'Z') + readFile(path).substr(4096));
+    FaultRecorder recorder;
+    ASSERT_EQ(recorder.open(path, options), HISTORY_OK) << recorder.lastProblem();
+    std::vector<std::string> expected = {"FILE_REPLACED", "1"}; // The first fault tells of the damage.
+    for (int key = 2; key <= 20; ++key)
+    {
+        FaultEvent event;
+        event.code = 1;
+        ASSERT_EQ(recorder.record(event).result, HISTORY_OK) << recorder.lastProblem();
+        expected.push_back(std::to_string(key));
+    }
+    EXPECT_EQ(take(follower), expected);
+    EXPECT_THAT(follower.lastProblem(), HasSubstr("its content was replaced"));
+}
+
+TEST_F(FaultFollowerTest, EndsInADamagedFileWhereAKeyIsInTwoPages)
+{
+    // The first look takes 16 rows, which fit into the first page. The next one finds key 16 in the second page.
+    addFaults(60);
+    std::string bytes = readFile(path);
+    std::string const root = RawDb(path).value("SELECT rootpage FROM sqlite_master WHERE name = 'FdbFaultTbl'");
+    std::size_t const interior = (std::stoul(root) - 1) * 4096;
+    auto const number16 = [&](std::size_t at)
+    { return static_cast<unsigned char>(bytes[at]) * std::size_t(256) + static_cast<unsigned char>(bytes[at + 1]); };
+    ASSERT_EQ(bytes[interior], 5) << "the root has pages below it";
+    std::size_t const divider = interior + number16(interior + 12) + 4;
+    char const lastOfFirstPage = bytes[divider];
+    ASSERT_GT(lastOfFirstPage, 16);
+    ASSERT_LT(lastOfFirstPage, 60);
+    std::size_t const second = (number16(interior + 10) - 1) * 4096;
+    std::size_t const cell = second + number16(second + 8);
+    ASSERT_EQ(bytes[cell + 1], lastOfFirstPage + 1) << "the size of the row, then its key";
+    bytes[divider] = 15;
+    bytes[cell + 1] = 16;
+    writeFile(path, bytes);
+    FaultFollower follower = reader.follow({});
+    std::vector<std::string> const told = take(follower);
+    EXPECT_EQ(std::count(told.begin(), told.end(), "FILE_REPLACED"), 0);
+    EXPECT_EQ(told.back(), "60");
 }
 
 TEST_F(FaultFollowerTest, EndsInAFileThatKeepsNoSequence)
