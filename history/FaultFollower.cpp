@@ -23,9 +23,8 @@ milliseconds countable(milliseconds wait)
 
 } // namespace
 
-FaultFollower::FaultFollower(std::string const& path, ReaderOptions const& options, FollowPosition const& position,
-                             FaultQuery const& query)
-    : m_core(std::make_unique<Core>(path, options, position, query))
+FaultFollower::FaultFollower(ReaderCore const& reader, FollowPosition const& position, FaultQuery const& query)
+    : m_core(std::make_unique<Core>(reader, position, query))
 {
 }
 

@@ -69,8 +69,7 @@ public:
 
 private:
     friend class FaultReader;
-    FIRAIM_HIDDEN FaultFollower(std::string const& path, ReaderOptions const& options, FollowPosition const& position,
-                                FaultQuery const& query);
+    FIRAIM_HIDDEN FaultFollower(ReaderCore const& reader, FollowPosition const& position, FaultQuery const& query);
 
     class FIRAIM_HIDDEN Core;
     std::unique_ptr<Core> m_core;

@@ -264,7 +264,7 @@ int FaultReader::formatVersion(std::string& version)
 
 FaultFollower FaultReader::follow(FollowPosition const& position, FaultQuery const& query)
 {
-    return FaultFollower(m_core->path(), m_core->options(), position, query);
+    return FaultFollower(*m_core, position, query);
 }
 
 int FaultReader::newestPosition(FollowPosition& position)

@@ -53,7 +53,8 @@ public:
     FaultReader(FaultReader const&) = delete;
     FaultReader& operator=(FaultReader const&) = delete;
 
-    /// Opens the fault database at `path`, which always names a file, for reading.
+    /// Opens the fault database at `path`, which always names a file, for reading. A relative path is looked up once:
+    /// the reader and its followers stay with that name when the process changes its current folder.
     ///
     /// A file in write-ahead-log mode on a medium where nothing can be written is read as one that cannot change.
     ///

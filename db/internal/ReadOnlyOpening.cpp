@@ -39,24 +39,24 @@ std::string logOf(std::string const& path)
 }
 
 /// SQLite takes the log beside an empty file for a leftover and removes it, also on a read-only connection.
-void requireNoLogOfEmptyFile(std::string const& path)
+void requireNoLogOfEmptyFile(FilePath const& path)
 {
-    std::string const log = logOf(path);
-    if (!isLargerThan(kLargestEmptyFile, path) && hasContent(log))
+    std::string const log = logOf(path.absolute());
+    if (!isLargerThan(kLargestEmptyFile, path.absolute()) && hasContent(log))
     {
-        throw Failure(EMPTIED, join({path,
+        throw Failure(EMPTIED, join({path.given(),
                                      ": it is empty, but its write-ahead log is not, and SQLite would remove that when "
                                      "it opens the file. Copy '",
                                      log, "' into another folder first"}));
     }
 }
 
-[[noreturn]] void failWithoutStatus(std::string const& path, int error)
+[[noreturn]] void failWithoutStatus(FilePath const& path, int error)
 {
     struct stat link = {};
-    if (error == ENOENT && lstat(path.c_str(), &link) == 0)
+    if (error == ENOENT && lstat(path.absolute().c_str(), &link) == 0)
     {
-        throw Failure(BAD_PATH, path + ": is a link to nowhere");
+        throw Failure(BAD_PATH, path.given() + ": is a link to nowhere");
     }
     failure_t failure = UNREADABLE;
     if (error == ENOENT)
@@ -67,7 +67,7 @@ void requireNoLogOfEmptyFile(std::string const& path)
     {
         failure = BAD_PATH;
     }
-    throw Failure(failure, path + ": " + std::generic_category().message(error));
+    throw Failure(failure, path.given() + ": " + std::generic_category().message(error));
 }
 
 /// Reads something, so that SQLite looks at the file and at what lies beside it.
@@ -82,18 +82,18 @@ bool isLogOutOfReach(Connection const& connection, sqlite::Error const& error)
     return (error.kind() == SQLITE_CANTOPEN || error.kind() == SQLITE_READONLY) && isInWalMode(connection);
 }
 
-Connection openImmutable(std::string const& path, sqlite::Waiting const& waiting)
+Connection openImmutable(FilePath const& path, sqlite::Waiting const& waiting)
 {
-    if (hasContent(logOf(path)))
+    if (hasContent(logOf(path.absolute())))
     {
         throw Failure(LOG_UNREADABLE,
-                      join({path,
+                      join({path.given(),
                             ": faults that belong to it are still in its write-ahead log, which cannot be read where "
                             "nothing can be written. Copy '",
-                            folder::withoutLinks(path), "' together with '", logOf(path),
+                            folder::withoutLinks(path.absolute()), "' together with '", logOf(path.absolute()),
                             "' into another folder, run 'firaim recover' on the copy, and use that"}));
     }
-    Connection connection(path, Connection::IMMUTABLE, waiting);
+    Connection connection(path.absolute(), Connection::IMMUTABLE, waiting);
     touch(connection);
     return connection;
 }
@@ -116,8 +116,9 @@ char const* adviceFor(int kind)
 
 } // namespace
 
-void requireFile(std::string const& path)
+void requireFile(FilePath const& file)
 {
+    std::string const& path = file.given();
     if (path.empty())
     {
         throw Failure(BAD_PATH, "the name of the file is empty");
@@ -127,9 +128,9 @@ void requireFile(std::string const& path)
         throw Failure(BAD_PATH, path.substr(0, path.find('\0')) + ": the name has a zero byte");
     }
     struct stat status = {};
-    if (stat(path.c_str(), &status) != 0)
+    if (stat(file.absolute().c_str(), &status) != 0)
     {
-        failWithoutStatus(path, errno);
+        failWithoutStatus(file, errno);
     }
     if (!S_ISREG(status.st_mode))
     {
@@ -137,11 +138,11 @@ void requireFile(std::string const& path)
     }
 }
 
-Connection open(std::string const& path, sqlite::Waiting const& waiting)
+Connection open(FilePath const& path, sqlite::Waiting const& waiting)
 {
     requireFile(path);
     requireNoLogOfEmptyFile(path);
-    Connection connection(path, Connection::READ_ONLY, waiting);
+    Connection connection(path.absolute(), Connection::READ_ONLY, waiting);
     try
     {
         touch(connection);
@@ -170,18 +171,18 @@ bool isInWalMode(Connection const& connection)
            readVersion == kReadVersionWal;
 }
 
-std::string problemText(std::string const& path, sqlite::Error const& error)
+std::string problemText(FilePath const& path, sqlite::Error const& error)
 {
     if (error.code() == SQLITE_READONLY_ROLLBACK)
     {
-        std::string const file = folder::withoutLinks(path);
-        return join({path,
+        std::string const file = folder::withoutLinks(path.absolute());
+        return join({path.given(),
                      ": a writer was cut off, and what it left half done must be rolled back before the file can be "
                      "read, which writes to it. Run 'firaim recover' on it; or, to leave it as it is, copy '",
                      file, "' together with '", file,
                      "-journal' into another folder and run 'firaim recover' on the copy"});
     }
-    return join({path, ": ", error.what(), adviceFor(error.kind())});
+    return join({path.given(), ": ", error.what(), adviceFor(error.kind())});
 }
 
 } // namespace readOnlyOpening

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <db/internal/FilePath.h>
 #include <db/internal/Sqlite.h>
 
 #include <exception>
@@ -35,19 +36,19 @@ private:
 };
 
 /// Makes sure that `path` names a regular file or a link to one; opens nothing and waits for nothing. Throws Failure.
-void requireFile(std::string const& path);
+void requireFile(FilePath const& path);
 
 /// Opens the file and reads from it, so that SQLite has looked at it and at what lies beside it. A file in
 /// write-ahead-log mode is opened as IMMUTABLE where nothing can be written and its log is empty or missing. An empty
 /// file beside a log with content is not opened: SQLite would remove the log.
 /// Throws Failure and sqlite::Error; SQLITE_READONLY_ROLLBACK means a hot journal.
-sqlite::Connection open(std::string const& path, sqlite::Waiting const& waiting = {});
+sqlite::Connection open(FilePath const& path, sqlite::Waiting const& waiting = {});
 
 /// Whether the header of the connection's file asks for a write-ahead log. It is read through SQLite's own file:
 /// closing a file of our own would drop all locks that this process has on it.
 bool isInWalMode(sqlite::Connection const& connection);
 
 /// What went wrong with the file at `path`, and what may help.
-std::string problemText(std::string const& path, sqlite::Error const& error);
+std::string problemText(FilePath const& path, sqlite::Error const& error);
 
 } // namespace readOnlyOpening

@@ -35,13 +35,13 @@ ReaderOptions withPatience(ReaderOptions options, milliseconds patience)
 
 } // namespace
 
-FaultFollower::Core::Core(std::string const& path, ReaderOptions const& options, FollowPosition const& position,
-                          FaultQuery const& query)
-    : m_path(path), m_options(options), m_filter(query), m_watch(path, options.isCancelled), m_position(position),
-      m_core(std::make_shared<ReaderCore>()), m_rows(m_core->rows(historyTable_t::FAULTS, FaultQuery::OLDEST_FIRST))
+FaultFollower::Core::Core(ReaderCore const& reader, FollowPosition const& position, FaultQuery const& query)
+    : m_path(reader.path()), m_options(reader.options()), m_filter(query),
+      m_watch(m_path.absolute(), m_options.isCancelled), m_position(position), m_core(std::make_shared<ReaderCore>()),
+      m_rows(m_core->rows(historyTable_t::FAULTS, FaultQuery::OLDEST_FIRST))
 {
     // What has changed since then is told; why it cannot be read, the first look says.
-    int const result = reopen(options.patience);
+    int const result = reopen(m_options.patience);
     if (result == HISTORY_OK)
     {
         m_core->connection().waitFor({kPatience, m_options.isCancelled});
@@ -108,13 +108,13 @@ int FaultFollower::Core::passRemoved(std::int64_t last)
     std::string const which = first == last ? "row " + std::to_string(last) + " was removed before it was read"
                                             : "rows " + std::to_string(first) + " to " + std::to_string(last) +
                                                   " were removed before they were read";
-    return tell(HISTORY_ROWS_REMOVED, m_path + ": " + which);
+    return tell(HISTORY_ROWS_REMOVED, m_path.given() + ": " + which);
 }
 
 /// Reads the rows behind the position. HISTORY_OK when there is anything to give or to tell; else as `take`.
 int FaultFollower::Core::look()
 {
-    std::optional<fileIdentity_t> const identity = identityOf(m_path);
+    std::optional<fileIdentity_t> const identity = identityOf(m_path.absolute());
     bool const isOther = !identity || m_core->identity() != *identity;
     if (isOther)
     {
@@ -238,7 +238,8 @@ int FaultFollower::Core::compare(bool isChanged)
     {
         return passRemoved(*last); // Told together.
     }
-    return tell(HISTORY_ROWS_REMOVED, m_path + ": row " + std::to_string(*m_position.key) + ", behind which it was " +
+    return tell(HISTORY_ROWS_REMOVED, m_path.given() + ": row " + std::to_string(*m_position.key) +
+                                          ", behind which it was " +
                                           "followed, is gone; rows behind it may have been removed as well");
 }
 
@@ -252,7 +253,7 @@ int FaultFollower::Core::beginAnew(std::string const& reason)
     m_statistics.clear();
     m_statisticVersion.reset();
     m_changed.clear();
-    return tell(HISTORY_FILE_REPLACED, m_path + ": " + reason);
+    return tell(HISTORY_FILE_REPLACED, m_path.given() + ": " + reason);
 }
 
 int FaultFollower::Core::reopen(milliseconds patience)

@@ -20,8 +20,7 @@ namespace firaim
 class FIRAIM_HIDDEN FaultFollower::Core
 {
 public:
-    Core(std::string const& path, ReaderOptions const& options, FollowPosition const& position,
-         FaultQuery const& query);
+    Core(ReaderCore const& reader, FollowPosition const& position, FaultQuery const& query);
 
     /// Results as of FaultFollower::next with no time to wait.
     int take(Fault& fault);
@@ -50,7 +49,7 @@ private:
     int tellOnce(int result, std::string const& problem);
     int compareStatistics(bool isTold);
 
-    std::string const m_path;
+    FilePath const m_path;
     ReaderOptions const m_options;
     QueryFilter const m_filter;
     FileWatch m_watch;

@@ -87,10 +87,10 @@ void ReaderCore::openFile()
     do
     {
         // Somebody may give the name to another file in between.
-        m_identity = identityOf(m_path).value_or(fileIdentity_t());
+        m_identity = identityOf(m_path.absolute()).value_or(fileIdentity_t());
         m_connection.reset();
         m_connection = readOnlyOpening::open(m_path, {patience, m_options.isCancelled});
-        after = identityOf(m_path);
+        after = identityOf(m_path.absolute());
     } while (after && *after != m_identity);
     // Most rows are read once: a larger cache holds pages that nobody asks for again.
     m_connection->run("PRAGMA cache_size=-256");
@@ -229,7 +229,7 @@ std::optional<std::string> ReaderCore::formatVersion() const
 
 int ReaderCore::fail(int result, std::string const& text)
 {
-    m_problem = m_path.empty() ? text : m_path + ": " + text;
+    m_problem = m_path.given().empty() ? text : m_path.given() + ": " + text;
     return result;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <db/internal/FilePath.h>
 #include <db/internal/Sqlite.h>
 #include <history/ReaderOptions.h>
 #include <history/RowCursor.h>
@@ -20,7 +21,7 @@ class ReaderCore : public std::enable_shared_from_this<ReaderCore>
 public:
     /// A reader that is not open.
     ReaderCore() = default;
-    ReaderCore(std::string path, ReaderOptions const& options) : m_path(std::move(path)), m_options(options) {}
+    ReaderCore(FilePath path, ReaderOptions const& options) : m_path(std::move(path)), m_options(options) {}
     ReaderCore(ReaderCore const&) = delete;
     ReaderCore& operator=(ReaderCore const&) = delete;
 
@@ -29,7 +30,7 @@ public:
 
     bool isOpen() const { return m_connection.has_value(); }
     sqlite::Connection const& connection() const { return *m_connection; }
-    std::string const& path() const { return m_path; }
+    FilePath const& path() const { return m_path; }
     /// Of the file that was opened.
     fileIdentity_t const& identity() const { return m_identity; }
     ReaderOptions const& options() const { return m_options; }
@@ -75,7 +76,7 @@ private:
     bool hasTable(std::string const& name);
     text_t const& text(historyTable_t table) const { return m_texts[static_cast<std::size_t>(table)]; }
 
-    std::string m_path;
+    FilePath m_path;
     ReaderOptions m_options;
     std::string m_problem;
     FaultTable m_faults;

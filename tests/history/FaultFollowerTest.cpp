@@ -579,6 +579,29 @@ TEST_F(FaultFollowerTest, TellsOnceThatTheFileIsGoneAndGoesOnWhenItIsBack)
     EXPECT_THAT(take(follower), ElementsAre("4"));
 }
 
+TEST_F(FaultFollowerTest, StaysWithItsFileWhenTheCurrentFolderChanges)
+{
+    addFaults(2);
+    TempDir const elsewhere;
+    FaultReader relative;
+    {
+        CurrentFolder const current(dir.path());
+        ASSERT_EQ(relative.open("faults.db"), HISTORY_OK);
+    }
+    CurrentFolder const current(elsewhere.path());
+    FaultFollower follower = relative.follow({});
+    EXPECT_THAT(take(follower), ElementsAre("1", "2"));
+    std::thread other([&] { addFaults(1); });
+    Fault fault;
+    EXPECT_EQ(follower.next(fault, kLong), HISTORY_OK);
+    other.join();
+    ASSERT_EQ(std::rename(makeOther("new").c_str(), path.c_str()), 0);
+    EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1")) << "it opens the file anew";
+    ASSERT_TRUE(std::filesystem::remove(path));
+    EXPECT_THAT(take(follower), ElementsAre("NO_FILE"));
+    EXPECT_EQ(follower.lastProblem(), "faults.db: No such file or directory");
+}
+
 TEST_F(FaultFollowerTest, TellsOnceWhatIsInTheWay)
 {
     addFaults(3);

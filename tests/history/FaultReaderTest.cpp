@@ -151,6 +151,32 @@ TEST_F(FaultReaderTest, TellsWhyAFileCannotBeOpened)
     EXPECT_EQ(reader.open(path), HISTORY_OK) << "a failed call leaves the reader usable";
 }
 
+TEST_F(FaultReaderTest, TakesAPathThatEndsInASlashForNoFile)
+{
+    auto const before = folder();
+    EXPECT_EQ(reader.open(path + '/'), HISTORY_BAD_PATH);
+    EXPECT_EQ(problem(), path + "/: Not a directory");
+    EXPECT_EQ(reader.open(dir.path() + '/'), HISTORY_BAD_PATH);
+    EXPECT_EQ(reader.open(dir.file("missing/")), HISTORY_NO_FILE);
+    Fault fault;
+    EXPECT_EQ(reader.follow({}).next(fault, 0ms), HISTORY_NO_FILE);
+    EXPECT_TRUE(folder() == before);
+}
+
+TEST_F(FaultReaderTest, CallsAFileInItsProblemsAsTheCallerDoes)
+{
+    CurrentFolder const current(dir.path());
+    EXPECT_EQ(reader.open("missing.db"), HISTORY_NO_FILE);
+    EXPECT_EQ(problem(), "missing.db: No such file or directory");
+    EXPECT_EQ(reader.open(""), HISTORY_BAD_PATH);
+    EXPECT_EQ(problem(), "the name of the file is empty");
+    EXPECT_EQ(reader.open(std::string("faults.db\0x", 11)), HISTORY_BAD_PATH);
+    EXPECT_EQ(problem(), "faults.db: the name has a zero byte");
+    exec("DROP TABLE FdbFaultTbl");
+    EXPECT_EQ(reader.open("faults.db"), HISTORY_FOREIGN_FILE);
+    EXPECT_EQ(problem(), "faults.db: no fault database: it has no table FdbFaultTbl");
+}
+
 TEST_F(FaultReaderTest, WaitsForALockWithAPatienceThatTheClockCannotCount)
 {
     RawDb other(path);
