@@ -44,7 +44,9 @@ struct Startup
 /// Ownership: cursors share the reader's connection and keep it open until the last of them is gone.
 /// Failures: results below 0 have a text, `lastProblem`; result arguments are then as they were. Standard exceptions
 /// (allocation) pass through.
-/// Forking: a reader, and what it has handed out, must not be used in a forked child.
+/// Forking: in a forked child, a reader and what it has handed out may be destroyed, which leaves those of the parent
+/// as they are. No other use is allowed there, and none is noticed: a child opens a reader of its own, as
+/// FaultRecorder.h says of recorders.
 class FIRAIM_EXPORT FaultReader
 {
 public:

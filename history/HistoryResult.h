@@ -26,7 +26,7 @@ enum historyResult_t : int
     /// Taken into the queue; it will be recorded.
     HISTORY_QUEUED = 7,
 
-    /// Cannot be done now: not open, open already, or called in a forked child.
+    /// Cannot be done now: not open, open already, or a call of the parent's recorder in a forked child.
     HISTORY_INVALID_STATE = -1,
     /// The storage, SQLite or memory failed; nothing of it is stored.
     HISTORY_FAILED = -2,

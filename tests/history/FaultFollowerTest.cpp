@@ -12,6 +12,9 @@
 #include <limits>
 #include <thread>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 using namespace firaim;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
@@ -716,6 +719,35 @@ TEST_F(FaultFollowerTest, DoesNotWaitForATimeBelowZeroThatTheClockCannotCount)
     looks = 0;
     EXPECT_EQ(follower.next(fault, wait), HISTORY_END);
     EXPECT_EQ(follower.next(fault, 0ms), HISTORY_CANCELLED);
+}
+
+TEST_F(FaultFollowerTest, ForkedChildDestroysItAndItsReaderAndLeavesThemToTheParent)
+{
+    for (std::string const mode : {"DELETE", "WAL"})
+    {
+        SCOPED_TRACE(mode);
+        RawDb(path).exec("PRAGMA journal_mode=" + mode);
+        addFaults(1);
+        FaultFollower follower = reader.follow(newest());
+        EXPECT_THAT(take(follower), IsEmpty());
+        int const child = fork();
+        if (child == 0)
+        {
+            {
+                FaultFollower const destroyed = std::move(follower);
+            }
+            reader.~FaultReader();
+            _exit(0);
+        }
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+        std::thread other([&] { addFaults(1); });
+        Fault fault;
+        EXPECT_EQ(follower.next(fault, kLong), HISTORY_OK) << follower.lastProblem();
+        EXPECT_EQ(fault.EntryId, newest().key);
+        other.join();
+    }
 }
 
 TEST_F(FaultFollowerTest, OpensAFileThatCannotChangeOnlyWhenAllOfItWasRead)
