@@ -153,6 +153,14 @@ TEST_F(Recording, TakesTheStartUpAndTheUnitOfTimeOfTheNewestFault)
     EXPECT_EQ(value("SELECT TimeStampUTC || ' ' || RdbStartupId FROM FdbFaultTbl WHERE EntryId = 2"), "1935630121 9");
 }
 
+TEST_F(Recording, TakesTheStartUpOfTheStatisticsWhereItIsLarger)
+{
+    insertFault("RdbStartupId", "9");
+    RawDb(path).exec("INSERT INTO FdbFaultStatisticTbl(FaultCode,FaultActive,RdbStartupId) VALUES(7,'inactive',12)");
+    output({"record", path, "--code", "FC_BUS_OFF"});
+    EXPECT_EQ(value("SELECT RdbStartupId FROM FdbFaultTbl WHERE EntryId = 2"), "12");
+}
+
 TEST_F(Recording, RefusesATimeThatWouldBeReadAsAnother)
 {
     std::vector<std::vector<std::string>> const times = {
