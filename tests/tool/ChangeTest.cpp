@@ -296,6 +296,29 @@ TEST_F(CopyingAFile, RefusesANameBesideWhichAnotherFilesJournalLies)
     EXPECT_FALSE(exists(copy));
 }
 
+TEST_F(CopyingAFile, NamesTheCopyWhenItsStorageFails)
+{
+    RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) INSERT INTO "
+                     "FdbFaultTbl(Description) SELECT 'some text' FROM n");
+    setting_t setting;
+    setting.longestFile = 50000;
+    std::string const copy = dir.file("copy.db");
+    outcome_t const outcome = runTool({"backup", path, copy}, setting);
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.errors, testing::StartsWith("firaim: " + copy + ": "));
+    EXPECT_FALSE(exists(copy));
+}
+
+TEST_F(CopyingAFile, NamesTheFileWhenThatCannotBeRead)
+{
+    RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) INSERT INTO "
+                     "FdbFaultTbl(Description) SELECT 'some text' FROM n");
+    std::filesystem::resize_file(path, std::filesystem::file_size(path) - 4096);
+    outcome_t const outcome = runTool({"backup", path, dir.file("copy.db")});
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.errors, testing::StartsWith("firaim: " + path + ": "));
+}
+
 TEST_F(CopyingAFile, LeavesNothingWhereItCannotBeDone)
 {
     EXPECT_EQ(runTool({"backup", path, dir.file("no/copy.db")}).status, 3);

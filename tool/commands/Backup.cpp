@@ -112,15 +112,34 @@ struct FinishBackup
     void operator()(sqlite3_backup* backup) const { static_cast<void>(sqlite3_backup_finish(backup)); }
 };
 
-/// Copies all pages of the one database into the other, whose file is `target`.
-void copyPages(sqlite::Connection const& from, sqlite::Connection const& to, std::string const& target)
+/// Whether a step of the copying that ended with `code` has failed at the copy. The file itself is only read.
+bool isFailureOfCopy(int code)
+{
+    switch (code)
+    {
+    case SQLITE_FULL:
+    case SQLITE_READONLY:
+    case SQLITE_READONLY_DBMOVED:
+    case SQLITE_IOERR_WRITE:
+    case SQLITE_IOERR_FSYNC:
+    case SQLITE_IOERR_DIR_FSYNC:
+    case SQLITE_IOERR_TRUNCATE:
+    case SQLITE_IOERR_DELETE:
+        return true;
+    default:
+        return false;
+    }
+}
+
+/// Copies all pages of the one database into the other, whose file is to become that of the options.
+void copyPages(sqlite::Connection const& from, sqlite::Connection const& to, Options const& options)
 {
     Progress progress("copying");
     std::unique_ptr<sqlite3_backup, FinishBackup> const backup(
         sqlite3_backup_init(to.get(), "main", from.get(), "main"));
     if (!backup)
     {
-        throwFailure(target, sqlite::Error(to.get(), sqlite3_extended_errcode(to.get())));
+        throwFailure(options.copy, sqlite::Error(to.get(), sqlite3_extended_errcode(to.get())));
     }
     int pagesAtOnce = kPagesAtOnce;
     int left = INT_MAX;
@@ -139,7 +158,7 @@ void copyPages(sqlite::Connection const& from, sqlite::Connection const& to, std
         }
         if (code != SQLITE_OK)
         {
-            throw sqlite::Error(nullptr, code);
+            throwFailure(isFailureOfCopy(code) ? options.copy : options.path, sqlite::Error(nullptr, code));
         }
         int const leftNow = sqlite3_backup_remaining(backup.get());
         int const total = sqlite3_backup_pagecount(backup.get());
@@ -205,7 +224,7 @@ int backup(Options const& options, Output&)
                             return sqlite::Connection(partial.path(), sqlite::Connection::READ_WRITE,
                                                       {lockWait::kPatience, interrupt::isPending});
                         });
-        usingSqlite(options.path, [&] { copyPages(file, copy, options.copy); });
+        copyPages(file, copy, options);
     }
     partial.keepAs(options.copy, options.isForced);
     return STATUS_DONE;
