@@ -256,6 +256,22 @@ TEST_F(Recording, NamesTheFirstLineThatIsNotRecordedWhenItEndsEarly)
                 HasSubstr("firaim: line " + std::to_string(recorded + 1) + " and all after it: not recorded\n"));
 }
 
+TEST_F(Recording, NamesTheFirstLineWhenTheFileCannotBeOpened)
+{
+    ToolProcess process({"record", dir.file("missing.db"), "--stdin"}, {}, true);
+    EXPECT_EQ(process.finish(), 3) << "it does not wait for the first line";
+    EXPECT_THAT(process.errors, HasSubstr("firaim: line 1 and all after it: not recorded\n"));
+}
+
+TEST_F(Recording, NamesNoLineWhenThereIsNoneAndTheFileCannotBeOpened)
+{
+    int const status = std::system(("'" FIRAIM_TEST_TOOL "' record '" + dir.file("missing.db") +
+                                    "' --stdin </dev/null 2>'" + dir.file("err") + "'")
+                                       .c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+    EXPECT_THAT(readFile(dir.file("err")), testing::Not(HasSubstr("not recorded")));
+}
+
 TEST_F(Recording, ASignalWhileTheFileIsLockedNamesTheLinesThatAreNotRecorded)
 {
     ToolProcess process({"record", path, "--stdin"}, {}, true);

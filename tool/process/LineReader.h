@@ -17,6 +17,8 @@ public:
     bool hasLine() const { return m_lineEnd != std::string::npos || m_isAtEnd; }
     /// Whether there is anything that was not taken, as far as can be told without waiting.
     bool hasMore();
+    /// Whether the end of the input was met.
+    bool isAtEnd() const { return m_isAtEnd; }
     /// Waits for more input; a signal ends that. Throws a Problem when it cannot be read.
     void fill();
     /// Takes the next line into `line`, without its end; returns whether there was one. `isTooLong` tells of a line

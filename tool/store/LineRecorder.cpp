@@ -37,16 +37,17 @@ std::string textOf(unsigned long long first, unsigned long long last)
 } // namespace
 
 LineRecorder::LineRecorder(std::string const& path, TimeStyle const& style, lineParser_t parse, Output& output)
-    : m_style(style), m_parse(parse), m_output(output), m_completer(path, style, kEndless), m_input(kLongestLine),
-      m_progress("recording"), m_inputSize(m_input.total())
+    : m_path(path), m_style(style), m_parse(parse), m_output(output), m_completer(path, style, kEndless),
+      m_input(kLongestLine), m_progress("recording"), m_inputSize(m_input.total())
 {
-    openRecorder(m_recorder, path, recorderOptions(style), kEndless);
 }
 
 bool LineRecorder::run()
 {
     try
     {
+        openRecorder(m_recorder, m_path, recorderOptions(m_style), kEndless);
+        m_isOpen = true;
         recordLines();
     }
     catch (...)
@@ -252,7 +253,8 @@ void LineRecorder::nameRest()
     bool hasMore = !m_lines.empty();
     try
     {
-        hasMore = hasMore || m_input.hasMore();
+        // The first lines may be on their way when the file cannot be opened.
+        hasMore = hasMore || m_input.hasMore() || (!m_isOpen && !m_input.isAtEnd());
     }
     catch (...)
     {

@@ -23,11 +23,12 @@ public:
     /// Reads the fault in one line. Throws std::invalid_argument with the reason when there is none.
     using lineParser_t = FaultRequest (*)(std::string const& line, TimeStyle const& style);
 
-    /// Opens the file at `path`. Throws a Problem.
+    /// Opens nothing yet.
     LineRecorder(std::string const& path, TimeStyle const& style, lineParser_t parse, Output& output);
 
-    /// Prints the keys of the lines that were recorded, and says on standard error which ones were not. Returns whether
-    /// all were. When it ends early, by whatever it throws, that is said of the rest of the lines as well.
+    /// Opens the file, prints the keys of the lines that were recorded, and says on standard error which ones were not.
+    /// Returns whether all were. When it ends early, by whatever it throws, that is said of the rest of the lines as
+    /// well.
     bool run();
 
 private:
@@ -43,6 +44,7 @@ private:
     void showProgress();
     void nameRest();
 
+    std::string const m_path;
     TimeStyle const m_style;
     lineParser_t const m_parse;
     Output& m_output;
@@ -56,6 +58,7 @@ private:
     std::size_t m_bytes = 0;                 ///< of these lines, about
     unsigned long long m_lineNumber = 0;
     std::chrono::steady_clock::duration m_atWork{}; ///< since others last got their turn
+    bool m_isOpen = false;
     bool m_areAllRecorded = true;
 };
 
