@@ -148,7 +148,8 @@ public:
     /// Writes a row for `event` and sets the state of its triple to `event.status`.
     ///
     /// HISTORY_OK with the row's key; HISTORY_REFUSED, before anything is written, for a text with a zero byte, a code
-    /// beyond 32 bits or a time beyond 2^63 - 1, and where a trigger or a constraint of the file forbids the row;
+    /// beyond 32 bits or a time beyond 2^63 - 1, and where a trigger or a constraint of the file forbids the row, or a
+    /// trigger fails at it;
     /// HISTORY_INVALID_STATE, HISTORY_FAILED, HISTORY_BUSY, HISTORY_UNKNOWN, HISTORY_DAMAGED, HISTORY_CANCELLED.
     Receipt record(FaultEvent const& event, patience_t patience = kPatience);
 

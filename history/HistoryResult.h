@@ -33,7 +33,7 @@ enum historyResult_t : int
     /// A fault database of another format version. It is left as it is.
     HISTORY_VERSION_MISMATCH = -5,
     /// The event itself cannot be what is meant: a text with a zero byte, a number that is too large. Or a rule of the
-    /// file, a trigger or a constraint, forbids it; nothing of it is stored.
+    /// file, a trigger or a constraint, forbids it, or a trigger fails at it; nothing of it is stored.
     HISTORY_REFUSED = -6,
     /// Another process kept the file locked for as long as was waited; nothing of it is stored.
     HISTORY_BUSY = -7,

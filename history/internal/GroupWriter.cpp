@@ -206,10 +206,13 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, deadline::time_
             fail(group, Failure(HISTORY_REFUSED, m_connection.path() + ": " + error.what()));
             group.front()->isRefusedByFile = true;
         }
+        else if (wasAtWork && error.kind() == SQLITE_ERROR && group.size() == 1)
+        {
+            settleFailedTrigger(*group.front(), error, end);
+        }
         else if (concernsAll(error) || group.size() == 1)
         {
             fail(group, m_connection.failureOf(error));
-            group.front()->isRefusedByFile = wasAtWork && !concernsAll(error);
         }
         else
         {
@@ -230,6 +233,23 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, deadline::time_
             return;
         }
         fail(group, Failure(HISTORY_FAILED, m_connection.path() + ": " + kNoMemory));
+    }
+}
+
+/// A trigger has failed at the one request, or the file's schema is no longer what it was. Opening the file compiles
+/// the statements, and fails in the second case.
+void GroupWriter::settleFailedTrigger(Request& request, sqlite::Error const& error, deadline::time_t end)
+{
+    m_connection.close();
+    try
+    {
+        open(deadline::timeTo(end));
+        fail({&request}, Failure(HISTORY_REFUSED, m_connection.path() + ": " + error.what()));
+        request.isRefusedByFile = true;
+    }
+    catch (Failure const& failure)
+    {
+        fail({&request}, failure);
     }
 }
 

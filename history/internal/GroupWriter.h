@@ -52,6 +52,7 @@ private:
     void abandon(std::vector<Request*> const& group, char const* problem);
     void failPlainly(Request& request, int result, char const* problem) const;
     void writeTogether(std::vector<Request*> const& group);
+    void settleFailedTrigger(Request& request, sqlite::Error const& error, deadline::time_t end);
     void writeWithoutPruning(std::vector<Request*> const& group, deadline::time_t end);
     void writeEachAlone(std::vector<Request*> const& group, deadline::time_t end);
     void commit(std::vector<Request*> const& group);

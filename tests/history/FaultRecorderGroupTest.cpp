@@ -221,6 +221,30 @@ TEST_F(FaultRecorderGroupTest, EventThatATriggerRefusesIsRefusedAlone)
     EXPECT_EQ(recorder.counters().refused, 3U);
 }
 
+TEST_F(FaultRecorderGroupTest, EventAtWhichATriggerFailsIsRefusedAlone)
+{
+    createTrigger("bad", "abs(-9223372036854775807 - 1)");
+    std::vector<Receipt> receipts;
+    EXPECT_EQ(recorder.recordAll({eventOf(1), eventOf(2, "bad"), eventOf(3), eventOf(4, "bad")}, receipts),
+              HISTORY_REFUSED);
+    EXPECT_THAT(resultsOf(receipts), testing::ElementsAre(HISTORY_OK, HISTORY_REFUSED, HISTORY_OK, HISTORY_REFUSED));
+    EXPECT_THAT(recorder.lastProblem(), HasSubstr("integer overflow"));
+    EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,3");
+}
+
+TEST_F(FaultRecorderGroupTest, ASchemaThatBecomesUnusableIsNoMatterOfOneEvent)
+{
+    std::vector<Receipt> receipts;
+    createTrigger("bad", "(SELECT count(*) FROM missing)");
+    EXPECT_EQ(recorder.recordAll({eventOf(1), eventOf(2)}, receipts), HISTORY_FAILED);
+    EXPECT_THAT(resultsOf(receipts), testing::Each(HISTORY_FAILED));
+    exec("DROP TRIGGER onInsert");
+    EXPECT_EQ(recorder.recordAll({eventOf(1), eventOf(2)}, receipts), HISTORY_OK);
+    exec("DROP TABLE FdbFaultStatisticTbl");
+    EXPECT_NE(recorder.record(eventOf(1)).result, HISTORY_REFUSED);
+    EXPECT_EQ(recorder.record(eventOf(2)).result, HISTORY_FOREIGN_FILE);
+}
+
 TEST_F(FaultRecorderGroupTest, GroupThatChangesNothingIsNotCounted)
 {
     ASSERT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK);

@@ -441,6 +441,21 @@ TEST_F(Recording, ALineThatTheFileRefusesAtTheEndOfABatchDoesNotEndIt)
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,4");
 }
 
+TEST_F(Recording, ALineAtWhichATriggerFailsAtTheEndOfABatchDoesNotEndIt)
+{
+    RawDb(path).exec("CREATE TRIGGER failing BEFORE INSERT ON FdbFaultTbl WHEN new.ModuleName = 'bad' BEGIN SELECT "
+                     "abs(-9223372036854775807 - 1); END");
+    ToolProcess process({"record", path, "--stdin"}, {}, true);
+    process.write("{\"FaultCode\":1}\n{\"FaultCode\":2,\"ModuleName\":\"bad\"}\n");
+    EXPECT_EQ(process.readLine(), "1");
+    process.write("{\"FaultCode\":3}\n");
+    EXPECT_EQ(process.readLine(), "2");
+    process.closeInput();
+    EXPECT_EQ(process.finish(), 1);
+    EXPECT_EQ(process.errors, "firaim: line 2: " + path + ": integer overflow\n");
+    EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,3");
+}
+
 TEST_F(Recording, EachLineThatTheFileRefusesGetsItsOwnReason)
 {
     refuseModule("a", "not a");
