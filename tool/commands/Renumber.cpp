@@ -6,6 +6,10 @@
 #include <tool/store/Format.h>
 #include <tool/values/Text.h>
 
+#include <cstdint>
+#include <optional>
+#include <string>
+
 namespace tool
 {
 
@@ -34,12 +38,49 @@ unsigned long long move(sqlite::Connection const& connection, tableFormat_t cons
     return static_cast<unsigned long long>(sqlite3_changes(connection.get()));
 }
 
-bool isAnyLeft(sqlite::Connection const& connection, tableFormat_t const& format, Options const& options)
+/// One of the rows that are moved, by which the change is told.
+class MovedRow
 {
-    sqlite::Statement row =
-        connection.prepare("SELECT 1 FROM " + format.name + " WHERE " + startupColumn() + " = ?1 LIMIT 1");
-    return row.bind(1, static_cast<std::int64_t>(options.from)).step();
-}
+public:
+    explicit MovedRow(Options const& options) : m_options(options) {}
+
+    /// Chooses the newest fault that is to be moved, which retention removes last. Without one, it is a statistic,
+    /// whose start-up id others may write: a fault's they do not.
+    void choose(sqlite::Connection const& connection)
+    {
+        for (tableFormat_t const* const format : {&faultFormat(), &statisticFormat()})
+        {
+            sqlite::Statement row = connection.prepare("SELECT EntryId FROM " + format->name + " WHERE " +
+                                                       startupColumn() + " = ?1 ORDER BY EntryId DESC LIMIT 1");
+            if (row.bind(1, static_cast<std::int64_t>(m_options.from)).step())
+            {
+                m_format = format;
+                m_key = row.integer(0);
+                return;
+            }
+        }
+    }
+
+    /// Whether the row has been moved. Throws a Problem when it has neither start-up id.
+    bool isMoved(sqlite::Connection const& connection) const
+    {
+        sqlite::Statement row =
+            connection.prepare("SELECT " + startupColumn() + " FROM " + m_format->name + " WHERE EntryId = ?1");
+        std::optional<std::int64_t> const startup =
+            row.bind(1, m_key).step() ? std::optional(row.integer(0)) : std::nullopt;
+        if (startup != m_options.from && startup != m_options.to)
+        {
+            throw Problem(STATUS_BAD_FILE, m_options.path + ": another process has changed or removed the row " +
+                                               std::to_string(m_key) + " of " + m_format->name + " meanwhile");
+        }
+        return startup == m_options.to;
+    }
+
+private:
+    Options const& m_options;
+    tableFormat_t const* m_format = nullptr;
+    std::int64_t m_key = 0;
+};
 
 int renumber(Options const& options, Output& output)
 {
@@ -49,17 +90,17 @@ int renumber(Options const& options, Output& output)
     }
     unsigned long long faults = 0;
     unsigned long long statistics = 0;
+    MovedRow row(options);
     changeFile(
         options.path,
         [&](sqlite::Connection const& connection)
         {
+            row.choose(connection);
             faults = move(connection, faultFormat(), options);
             statistics = move(connection, statisticFormat(), options);
             return faults + statistics > 0;
         },
-        [&](sqlite::Connection const& connection) {
-            return !isAnyLeft(connection, faultFormat(), options) && !isAnyLeft(connection, statisticFormat(), options);
-        });
+        [&](sqlite::Connection const& connection) { return row.isMoved(connection); });
     if (faults + statistics == 0)
     {
         throw Problem(STATUS_NO, options.path + ": nothing has the start-up id " + std::to_string(options.from));

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <limits>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -194,6 +195,14 @@ public:
     unsigned long long countRemovable() const { return count(m_connection, removable(), m_limit); }
     unsigned long long countKept() const { return count(m_connection, m_condition + " AND " + needed(), m_limit); }
 
+    /// The newest fault that can be removed: when others remove old ones, it is the last to go. None: nothing can be.
+    std::optional<std::int64_t> newestRemovable() const
+    {
+        sqlite::Statement row = m_connection.prepare("SELECT EntryId FROM " + faultFormat().name + " WHERE " +
+                                                     removable() + " ORDER BY EntryId DESC LIMIT 1");
+        return row.bind(1, m_limit).step() ? std::optional(row.integer(0)) : std::nullopt;
+    }
+
     void remove() const
     {
         sqlite::Statement statement =
@@ -223,20 +232,28 @@ amounts_t lookOnly(Options const& options)
                        });
 }
 
+bool isThere(sqlite::Connection const& connection, std::int64_t key)
+{
+    sqlite::Statement row = connection.prepare("SELECT 1 FROM " + faultFormat().name + " WHERE EntryId = ?1");
+    return row.bind(1, key).step();
+}
+
 amounts_t remove(Options const& options)
 {
     amounts_t amounts;
+    std::optional<std::int64_t> removed; // One of them, by which the change is told: keys are never used again.
     changeFile(
         options.path,
         [&](sqlite::Connection const& connection)
         {
             OldFaults const old(options, connection);
             amounts.kept = old.countKept();
+            removed = old.newestRemovable();
             old.remove();
             amounts.removed = static_cast<unsigned long long>(sqlite3_changes(connection.get()));
             return amounts.removed > 0;
         },
-        [&](sqlite::Connection const& connection) { return OldFaults(options, connection).countRemovable() == 0; });
+        [&](sqlite::Connection const& connection) { return !isThere(connection, *removed); });
     return amounts;
 }
 

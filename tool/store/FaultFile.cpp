@@ -7,6 +7,7 @@
 
 #include <db/internal/ConnectionSettings.h>
 #include <db/internal/ReadOnlyOpening.h>
+#include <db/internal/SyncAgain.h>
 #include <fdb/tables/FdbSqlVersionTbl.h>
 
 #include <cerrno>
@@ -83,6 +84,87 @@ sqlite::Connection openDurably(std::string const& path)
     require(connection, connectionSettings::makeDurable(connection.get()));
     require(connection, connectionSettings::limitJournal(connection.get()));
     return connection;
+}
+
+constexpr char kNothingStored[] = "; nothing of it was stored";
+
+struct commit_t
+{
+    bool isVisible = false; ///< what was changed can be told
+    bool hasFailed = false; ///< in steps that may have stored it
+};
+
+/// Whether the change can be told: a trigger in the file can have undone just what is looked for.
+bool isVisible(sqlite::Connection const& connection, look_t const& isStored)
+{
+    try
+    {
+        return isStored(connection);
+    }
+    catch (Problem const&)
+    {
+        return false;
+    }
+}
+
+void changeInTransaction(sqlite::Connection const& connection, look_t const& change, look_t const& isStored,
+                         commit_t& commit)
+{
+    sqlite::Transaction transaction(connection, "BEGIN IMMEDIATE");
+    if (!change(connection))
+    {
+        return;
+    }
+    commit.isVisible = isVisible(connection, isStored);
+    try
+    {
+        transaction.commit();
+    }
+    catch (sqlite::Error const&)
+    {
+        commit.hasFailed = !connection.isInTransaction(); // Otherwise it has not begun: another process reads.
+        throw;
+    }
+}
+
+[[noreturn]] bool tellNothing(sqlite::Connection const&)
+{
+    throw Problem(STATUS_BAD_FILE, "a trigger in the file hides it");
+}
+
+[[noreturn]] void tellUnknown(Problem const& problem, std::string const& reason)
+{
+    throw Problem(problem.status(),
+                  std::string(problem.what()) + "; and whether it is on the storage is not known: " + reason);
+}
+
+/// After a commit that failed with `problem`: what the file says decides, once that is known to be on the storage.
+/// Returns when it is stored; otherwise throws a Problem.
+void settle(std::string const& path, Problem const& problem, look_t const& isStored)
+{
+    bool isFound = false;
+    try
+    {
+        sqlite::Connection const connection = openForChanging(path);
+        isFound = isStored(connection);
+        isFound ? syncAgain::keepFound(connection) : syncAgain::dropLost(connection);
+    }
+    catch (interrupt::Interrupted const&)
+    {
+        tellUnknown(problem, "interrupted");
+    }
+    catch (sqlite::Error const& error)
+    {
+        tellUnknown(problem, readOnlyOpening::problemText(path, error));
+    }
+    catch (std::exception const& failure)
+    {
+        tellUnknown(problem, failure.what());
+    }
+    if (!isFound)
+    {
+        throw Problem(problem.status(), problem.what() + std::string(kNothingStored));
+    }
 }
 
 } // namespace
@@ -168,30 +250,22 @@ sqlite::Connection openForChanging(std::string const& path)
     return usingSqlite(path, [&] { return openDurably(path); });
 }
 
-void changeFile(std::string const& path, std::function<bool(sqlite::Connection const&)> const& change,
-                std::function<bool(sqlite::Connection const&)> const& isDone)
+void changeFile(std::string const& path, look_t const& change, look_t const& isStored)
 {
-    sqlite::Connection const connection = openForChanging(path);
-    bool isCommitting = false;
+    std::optional<sqlite::Connection> connection = openForChanging(path);
+    commit_t commit;
     try
     {
-        usingSqlite(path,
-                    [&]
-                    {
-                        sqlite::Transaction transaction(connection, "BEGIN IMMEDIATE");
-                        if (change(connection))
-                        {
-                            isCommitting = true;
-                            transaction.commit();
-                        }
-                    });
+        usingSqlite(path, [&] { changeInTransaction(*connection, change, isStored, commit); });
     }
     catch (Problem const& problem)
     {
-        if (!isCommitting || !usingSqlite(path, [&] { return isDone(openForChanging(path)); }))
+        connection.reset(); // While a connection stays open, a log does not tell what the next one will find in it.
+        if (!commit.hasFailed)
         {
-            throw Problem(problem.status(), std::string(problem.what()) + "; nothing of it was stored");
+            throw Problem(problem.status(), problem.what() + std::string(kNothingStored));
         }
+        settle(path, problem, commit.isVisible ? isStored : tellNothing);
     }
 }
 

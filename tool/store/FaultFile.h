@@ -44,11 +44,16 @@ sqlite::Connection openForLooking(std::string const& path);
 /// rolled back.
 sqlite::Connection openForChanging(std::string const& path);
 
+/// Does or looks up something in a file and returns an answer. Throws sqlite::Error or a Problem.
+using look_t = std::function<bool(sqlite::Connection const&)>;
+
 /// Changes a fault database, opened by `openForChanging`, in one transaction: all of it is stored, or nothing. `change`
-/// returns whether there was anything to do. When a commit fails in its last steps, `isDone` looks what became of it,
-/// in a connection of its own. Throws a Problem; nothing is stored then.
-void changeFile(std::string const& path, std::function<bool(sqlite::Connection const&)> const& change,
-                std::function<bool(sqlite::Connection const&)> const& isDone);
+/// returns whether there was anything to do. `isStored` looks for what `change` has done, also in another connection
+/// and when other processes have written since; it throws where nobody can tell.
+///
+/// Throws a Problem, whose text says that nothing was stored, or, when a commit has failed in its last steps and the
+/// file does not tell what became of it, that this is not known.
+void changeFile(std::string const& path, look_t const& change, look_t const& isStored);
 
 /// Opens the fault database at `path`, which must be there, for recording, and waits for other processes for as long as
 /// `patience` says. Throws a Problem.

@@ -1,0 +1,187 @@
+// Renumbering and trimming on storage that fails at the end of a commit: what is said is so.
+
+#include "ToolProcess.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+namespace
+{
+
+using testing::HasSubstr;
+
+enum file_t
+{
+    WITH_JOURNAL,
+    WITH_LOG,
+    WITH_LOG_AND_ANOTHER_PROCESS ///< which has the file open all the while
+};
+
+/// What a process does that records as soon as it can; the file does it by itself, so that it happens each time.
+char const* const kRecordAnother =
+    "BEGIN INSERT INTO FdbFaultTbl(Description,Status,RdbStartupId) VALUES('meanwhile','ErrorInactive',2); END";
+
+std::string nameOf(testing::TestParamInfo<file_t> const& file)
+{
+    char const* const names[] = {"WithJournal", "WithLog", "WithLogAndAnotherProcess"};
+    return names[file.param];
+}
+
+char const kIsRenumbered[] = "SELECT (SELECT count(*) FROM FdbFaultTbl WHERE RdbStartupId = 2 AND EntryId <= 3) + "
+                             "(SELECT count(*) FROM FdbFaultStatisticTbl WHERE RdbStartupId = 2) = 0";
+char const kIsTrimmed[] = "SELECT group_concat(EntryId) = '3' FROM FdbFaultTbl WHERE EntryId <= 3";
+
+class FailingSync : public ToolTest, public testing::WithParamInterface<file_t>
+{
+protected:
+    FailingSync()
+    {
+        createSample();
+        RawDb raw(path);
+        raw.exec("UPDATE FdbFaultTbl SET Status = 'ErrorInactive'; UPDATE FdbFaultStatisticTbl SET FaultActive = "
+                 "'inactive'");
+        if (GetParam() != WITH_JOURNAL)
+        {
+            EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
+        }
+    }
+
+    void SetUp() override
+    {
+#ifndef FIRAIM_TEST_FAILING_SYNC
+        GTEST_SKIP() << "nothing can be loaded before the run time of a sanitizer";
+#endif
+    }
+
+    /// Runs the command on a copy of the file, while those synchronisations fail; `isDone` is then whether its change
+    /// is there for whoever opens the file next.
+    outcome_t runOnCopy(std::vector<std::string> arguments, std::string const& failing, std::string const& isDoneQuery)
+    {
+        std::string const copy = dir.file("copy.db");
+        for (char const* const suffix : {"", "-journal", "-wal", "-shm"})
+        {
+            std::filesystem::remove(copy + suffix);
+        }
+        std::filesystem::remove(failures());
+        std::filesystem::copy(path, copy);
+        auto other = std::make_unique<RawDb>(copy);
+        if (GetParam() == WITH_LOG_AND_ANOTHER_PROCESS)
+        {
+            EXPECT_EQ(other->value("SELECT count(*) > 0 FROM FdbFaultTbl"), "1");
+        }
+        else
+        {
+            other.reset();
+        }
+        arguments.insert(arguments.begin() + 1, copy);
+        outcome_t const outcome = runTool(arguments, settingFor(failing));
+        other.reset();
+        isDone = RawDb(copy).value(isDoneQuery) == "1";
+        EXPECT_EQ(RawDb(copy).value("PRAGMA integrity_check"), "ok");
+        return outcome;
+    }
+
+    bool hasFailed() const
+    {
+        return exists(failures());
+    }
+
+    /// Lets each synchronisation of the command fail, once or with all that come after it, and compares what is said
+    /// with what is so.
+    void tryEach(std::vector<std::string> const& arguments, std::string const& isDoneQuery)
+    {
+        int stored = 0;
+        int notStored = 0;
+        int notKnown = 0;
+        for (char const* const rest : {"", "+"})
+        {
+            int call = 0;
+            do
+            {
+                std::string const failing = std::to_string(++call) + rest;
+                SCOPED_TRACE(failing);
+                outcome_t const outcome = runOnCopy(arguments, failing, isDoneQuery);
+                bool const isNotKnown = outcome.errors.find("is not known") != std::string::npos;
+                bool const isNotStored = outcome.errors.find("nothing of it was stored") != std::string::npos;
+                if (outcome.status == 0)
+                {
+                    EXPECT_TRUE(isDone) << outcome.output;
+                    EXPECT_FALSE(*rest == '+' && hasFailed()) << "nothing has put it on the storage";
+                    stored += hasFailed() ? 1 : 0;
+                }
+                else
+                {
+                    EXPECT_EQ(outcome.status, 3);
+                    EXPECT_EQ(outcome.output, "");
+                    EXPECT_NE(isNotKnown, isNotStored) << outcome.errors;
+                    EXPECT_FALSE(isNotStored && isDone) << outcome.errors;
+                    EXPECT_FALSE(isNotKnown && *rest != '+') << outcome.errors;
+                    notStored += isNotStored ? 1 : 0;
+                    notKnown += isNotKnown ? 1 : 0;
+                }
+            } while (hasFailed());
+        }
+        std::printf("%s: stored after all %d, not stored %d, not known %d\n", arguments[0].c_str(), stored, notStored,
+                    notKnown);
+        EXPECT_GT(stored + notStored, 0);
+        EXPECT_GT(notKnown, 0);
+    }
+
+    bool isDone = false;
+
+private:
+    std::string failures() const
+    {
+        return dir.file("failures");
+    }
+
+    setting_t settingFor(std::string const& failing) const
+    {
+        setting_t setting;
+        setting.environment = {{"FIRAIM_TEST_FAILING_SYNC", failing}, {"FIRAIM_TEST_FAILED_SYNCS", failures()}};
+#if defined(FIRAIM_TEST_FAILING_SYNC) && defined(FIRAIM_TEST_IS_EMULATED)
+        setting.environment["QEMU_SET_ENV"] = "LD_PRELOAD=" FIRAIM_TEST_FAILING_SYNC;
+#elif defined(FIRAIM_TEST_FAILING_SYNC)
+        setting.environment["LD_PRELOAD"] = FIRAIM_TEST_FAILING_SYNC;
+#endif
+        return setting;
+    }
+};
+
+} // namespace
+
+TEST_P(FailingSync, RenumberSaysWhatIsSo)
+{
+    tryEach({"renumber", "--from", "2", "--to", "5"}, kIsRenumbered);
+}
+
+TEST_P(FailingSync, TrimSaysWhatIsSo)
+{
+    tryEach({"trim", "--keep", "1"}, kIsTrimmed);
+}
+
+TEST_P(FailingSync, RenumberSaysWhatIsSoWhereOthersRecord)
+{
+    RawDb(path).exec(std::string("CREATE TRIGGER another AFTER UPDATE ON FdbFaultTbl WHEN new.EntryId = 3 ") +
+                     kRecordAnother);
+    tryEach({"renumber", "--from", "2", "--to", "5"}, kIsRenumbered);
+}
+
+TEST_P(FailingSync, TrimSaysWhatIsSoWhereOthersRecord)
+{
+    RawDb(path).exec(std::string("CREATE TRIGGER another AFTER DELETE ON FdbFaultTbl WHEN old.EntryId = 2 ") +
+                     kRecordAnother);
+    tryEach({"trim", "--keep", "1"}, kIsTrimmed);
+}
+
+TEST_P(FailingSync, RenumberOfStatisticsAloneSaysWhatIsSo)
+{
+    RawDb(path).exec("DELETE FROM FdbFaultTbl WHERE RdbStartupId = 2");
+    tryEach({"renumber", "--from", "2", "--to", "5"}, kIsRenumbered);
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, FailingSync, testing::Values(WITH_JOURNAL, WITH_LOG, WITH_LOG_AND_ANOTHER_PROCESS),
+                         nameOf);
