@@ -42,6 +42,38 @@ using CopyingAFile = Changing;
 
 } // namespace
 
+TEST_F(Changing, ATriggerThatDoesNotEndIsEnded)
+{
+    std::string const endless =
+        " ON FdbFaultTbl BEGIN SELECT count(*) FROM (WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL "
+        "SELECT x + 1 FROM c) SELECT x FROM c); END; ";
+    RawDb(path).exec("UPDATE FdbFaultTbl SET Status = 'ErrorInactive'; CREATE TRIGGER endlessUpdate AFTER UPDATE" +
+                     endless + "CREATE TRIGGER endlessDelete AFTER DELETE" + endless);
+    std::string const before = readFile(path);
+    std::vector<std::vector<std::string>> const commands = {{"renumber", path, "--from", "2", "--to", "3"},
+                                                            {"trim", path, "--keep", "1"}};
+    for (std::vector<std::string> const& command : commands)
+    {
+        outcome_t const outcome = runTool(command);
+        EXPECT_EQ(outcome.status, 3) << command[0];
+        EXPECT_EQ(outcome.errors,
+                  "firaim: " + path + ": a trigger in the file takes too long; nothing of it was stored\n");
+        EXPECT_TRUE(readFile(path) == before) << command[0];
+    }
+}
+
+TEST_F(Changing, TriggersThatEndRun)
+{
+    RawDb(path).exec("CREATE TABLE log(key); CREATE TRIGGER noteUpdate AFTER UPDATE ON FdbFaultTbl BEGIN INSERT INTO "
+                     "log VALUES(new.EntryId); END; CREATE TRIGGER noteDelete AFTER DELETE ON FdbFaultTbl BEGIN INSERT "
+                     "INTO log VALUES(-old.EntryId); END; UPDATE FdbFaultTbl SET Status = 'ErrorInactive'; DELETE FROM "
+                     "log");
+    EXPECT_EQ(output({"renumber", path, "--from", "2", "--to", "3"}),
+              "moved 2 faults and 2 statistics from start-up id 2 to 3\n");
+    EXPECT_EQ(output({"trim", path, "--keep", "2"}), "removed 1 fault\n");
+    EXPECT_EQ(value("SELECT group_concat(key) FROM log"), "2,3,-1");
+}
+
 TEST_F(Renumbering, MovesFaultsAndStatistics)
 {
     outcome_t const outcome = runTool({"renumber", path, "--from", "2", "--to", "4294967295"});

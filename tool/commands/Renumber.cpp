@@ -32,10 +32,10 @@ std::string const& startupColumn()
 /// Moves the rows of one table; returns how many. No other cell of them is touched, whatever it holds.
 unsigned long long move(sqlite::Connection const& connection, tableFormat_t const& format, Options const& options)
 {
-    sqlite::Statement update = connection.prepare("UPDATE " + format.name + " SET " + startupColumn() + " = ?2 WHERE " +
-                                                  startupColumn() + " = ?1");
-    update.bind(1, static_cast<std::int64_t>(options.from)).bind(2, static_cast<std::int64_t>(options.to)).run();
-    return static_cast<unsigned long long>(sqlite3_changes(connection.get()));
+    return runWithTriggers(options.path, connection,
+                           "UPDATE " + format.name + " SET " + startupColumn() + " = ?2 WHERE " + startupColumn() +
+                               " = ?1",
+                           {options.from, options.to});
 }
 
 /// One of the rows that are moved, by which the change is told.

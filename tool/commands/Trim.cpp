@@ -182,7 +182,7 @@ class OldFaults
 public:
     /// Both must outlive this object. Another one can be made of the connection only when this one has gone.
     OldFaults(Options const& options, sqlite::Connection const& connection)
-        : m_condition(oldFaults(options)), m_connection(connection)
+        : m_path(options.path), m_condition(oldFaults(options)), m_connection(connection)
     {
         addFunction(connection, "fault_time", faultTime, &options.style);
         addFunction(connection, "tells_state", tellsState, &m_keys);
@@ -203,16 +203,17 @@ public:
         return row.bind(1, m_limit).step() ? std::optional(row.integer(0)) : std::nullopt;
     }
 
-    void remove() const
+    /// Returns how many.
+    std::uint64_t remove() const
     {
-        sqlite::Statement statement =
-            m_connection.prepare("DELETE FROM " + faultFormat().name + " WHERE " + removable());
-        statement.bind(1, m_limit).run();
+        return runWithTriggers(m_path, m_connection, "DELETE FROM " + faultFormat().name + " WHERE " + removable(),
+                               {m_limit});
     }
 
 private:
     std::string removable() const { return m_condition + " AND NOT " + needed(); }
 
+    std::string const& m_path;
     std::string const m_condition;
     sqlite::Connection const& m_connection;
     std::int64_t m_limit = 0;
@@ -249,8 +250,7 @@ amounts_t remove(Options const& options)
             OldFaults const old(options, connection);
             amounts.kept = old.countKept();
             removed = old.newestRemovable();
-            old.remove();
-            amounts.removed = static_cast<unsigned long long>(sqlite3_changes(connection.get()));
+            amounts.removed = old.remove();
             return amounts.removed > 0;
         },
         [&](sqlite::Connection const& connection) { return !isThere(connection, *removed); });

@@ -8,6 +8,7 @@
 #include <db/internal/ConnectionSettings.h>
 #include <db/internal/ReadOnlyOpening.h>
 #include <db/internal/SyncAgain.h>
+#include <db/internal/TimeLimits.h>
 #include <fdb/tables/FdbSqlVersionTbl.h>
 
 #include <cerrno>
@@ -267,6 +268,39 @@ void changeFile(std::string const& path, look_t const& change, look_t const& isS
         }
         settle(path, problem, commit.isVisible ? isStored : tellNothing);
     }
+}
+
+std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const& connection, std::string const& sql,
+                              std::initializer_list<std::int64_t> parameters)
+{
+    // Without a trigger, a statement takes as long as the file is large, and only a signal ends it.
+    std::optional<timeLimits::StatementWatch> watch;
+    if (connection.number("SELECT EXISTS(SELECT 1 FROM sqlite_master WHERE type = 'trigger')") != 0)
+    {
+        watch.emplace(connection.get());
+    }
+    try
+    {
+        sqlite::Statement statement = connection.prepare(sql);
+        int parameter = 0;
+        for (std::int64_t const value : parameters)
+        {
+            statement.bind(++parameter, value);
+        }
+        statement.run();
+    }
+    catch (sqlite::Error const& error)
+    {
+        // What is compiled when the time is over is refused.
+        if (watch && (error.kind() == SQLITE_INTERRUPT || error.kind() == SQLITE_AUTH))
+        {
+            interrupt::check();
+            throw Problem(STATUS_BAD_FILE, path + ": a trigger in the file takes too long");
+        }
+        throw;
+    }
+    interrupt::check(); // The watch has taken the place of what notices signals.
+    return static_cast<std::uint64_t>(sqlite3_changes(connection.get()));
 }
 
 void recoverFile(std::string const& path)

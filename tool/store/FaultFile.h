@@ -5,7 +5,9 @@
 #include <history/FaultRecorder.h>
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <optional>
 #include <string>
 
@@ -54,6 +56,11 @@ using look_t = std::function<bool(sqlite::Connection const&)>;
 /// Throws a Problem, whose text says that nothing was stored, or, when a commit has failed in its last steps and the
 /// file does not tell what became of it, that this is not known.
 void changeFile(std::string const& path, look_t const& change, look_t const& isStored);
+
+/// Runs the statement `sql` in the transaction of `changeFile`, with these parameters, and returns how many rows it has
+/// changed. The triggers of the file get 5 s of the processor's time; a Problem says that they have taken longer.
+std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const& connection, std::string const& sql,
+                              std::initializer_list<std::int64_t> parameters);
 
 /// Opens the fault database at `path`, which must be there, for recording, and waits for other processes for as long as
 /// `patience` says. Throws a Problem.
