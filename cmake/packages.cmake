@@ -24,7 +24,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libsqlite3-0 (>= ${sqlite_minimum})")
 set(CPACK_DEBIAN_HISTORY_PACKAGE_DEPENDS "firaim0 (= ${version}), libsqlite3-0 (>= ${sqlite_minimum})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "firaim0 (= ${version}), libfiraim-history0 (= ${version})")
 if(CMAKE_CROSSCOMPILING)
-    # Debian's tool for the others knows this machine's packages only. They are those that the cross compiler builds for.
+    # Debian's tool for the others knows only this machine's packages. These are what the cross compiler builds for.
     set(run_time "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= ${CMAKE_CXX_COMPILER_VERSION})")
     string(APPEND CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS ", ${run_time}")
     string(APPEND CPACK_DEBIAN_HISTORY_PACKAGE_DEPENDS ", ${run_time}")
@@ -84,7 +84,8 @@ foreach(component ${CPACK_COMPONENTS_ALL})
     set(package "${CPACK_DEBIAN_${upper}_PACKAGE_NAME}")
     set(changelog "${PROJECT_BINARY_DIR}/packages/${package}/changelog.Debian")
     file(WRITE "${changelog}"
-        "firaim (${version}) unstable; urgency=medium\n\n  * See CHANGELOG.md.\n\n -- ${CPACK_PACKAGE_CONTACT}  ${date}\n")
+        "firaim (${version}) unstable; urgency=medium\n\n  * See CHANGELOG.md.\n\n"
+        " -- ${CPACK_PACKAGE_CONTACT}  ${date}\n")
     execute_process(COMMAND gzip -9nf "${changelog}" COMMAND_ERROR_IS_FATAL ANY)
     install(FILES "${changelog}.gz" cmake/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package}
         COMPONENT ${component} EXCLUDE_FROM_ALL)

@@ -93,7 +93,8 @@ endif()
 foreach(program_and_package "consumer;firaim" "history_consumer;firaim-history")
     list(GET program_and_package 0 program)
     list(GET program_and_package 1 package)
-    execute_process(COMMAND "${CMAKE_COMMAND}" -E env "PKG_CONFIG_PATH=${pkgconfig}" pkg-config --cflags --libs ${package}
+    execute_process(
+        COMMAND "${CMAKE_COMMAND}" -E env "PKG_CONFIG_PATH=${pkgconfig}" pkg-config --cflags --libs ${package}
         OUTPUT_VARIABLE flags COMMAND_ERROR_IS_FATAL ANY)
     separate_arguments(flags UNIX_COMMAND "${flags}")
     run("${COMPILER}" ${compiler_flags} -std=c++17 "${CMAKE_CURRENT_LIST_DIR}/${program}.cpp" ${flags}
