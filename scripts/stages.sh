@@ -2,6 +2,7 @@
 # Sourced by the scripts that test, from the root of the tree: how they build, run and show the parts of a test.
 
 logs=build/logs
+# shellcheck disable=SC2034 # For the scripts that source this.
 jobs=$(nproc)
 harnesses='power cuts|recorder power cuts|recorder faults|setting aside|killed|many processes|storage faults|memory faults|full disk|random operations|damaged files|threads'
 # The presets other than clang mean g++ whatever the caller's shell is set up for.

@@ -10,6 +10,7 @@ is_good=true
 # Compares the table of result codes in document $1 with the enumeration in header $2.
 compare()
 {
+    # shellcheck disable=SC2016 # In Markdown, backquotes are code.
     diff -u --label "$2" --label "$1" \
         <(sed -nE 's/^ *([A-Z_]+) = (-?[0-9]+),?$/\2 \1/p' "$2") \
         <(sed -nE 's/^\| (-?[0-9]+) \| `([A-Z_]+)` \|.*/\1 \2/p' "$1") || is_good=false
