@@ -9,7 +9,7 @@
 /// and returns it unchanged.
 enum faultCode_t : unsigned int
 {
-#define FIRAIM_FAULT_CODE(name, number) name = number,
+#define FIRAIM_FAULT_CODE(name, number) name = (number),
 // In angle brackets: the include path, not this folder, decides which table is meant.
 #include <db/FaultCodes.def>
 #undef FIRAIM_FAULT_CODE

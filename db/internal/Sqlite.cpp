@@ -205,14 +205,14 @@ std::string_view Statement::text(int column) const
 {
     auto const* const text = reinterpret_cast<char const*>(sqlite3_column_text(m_statement.get(), column));
     auto const size = static_cast<std::size_t>(sqlite3_column_bytes(m_statement.get(), column));
-    return text == nullptr ? std::string_view("", 0) : std::string_view(text, size);
+    return text == nullptr ? std::string_view("") : std::string_view(text, size);
 }
 
 std::string_view Statement::blob(int column) const
 {
     auto const* const bytes = static_cast<char const*>(sqlite3_column_blob(m_statement.get(), column));
     auto const size = static_cast<std::size_t>(sqlite3_column_bytes(m_statement.get(), column));
-    return bytes == nullptr ? std::string_view("", 0) : std::string_view(bytes, size);
+    return bytes == nullptr ? std::string_view("") : std::string_view(bytes, size);
 }
 
 std::size_t Statement::size(int column) const
@@ -240,17 +240,17 @@ Connection::Connection(std::string const& path, access_t access, Waiting const& 
     require(db, connectionSettings::distrust(db));
 }
 
-int Connection::onBusy(void* self, int tries)
+int Connection::onBusy(void* context, int tries)
 {
-    auto* const shared = static_cast<shared_t*>(self);
+    auto* const shared = static_cast<shared_t*>(context);
     bool const isCancelled = shared->waiting.isCancelled != nullptr && shared->waiting.isCancelled();
     auto const limit = isCancelled ? std::min(shared->waiting.limit, kPatienceWhenCancelled) : shared->waiting.limit;
     return shared->wait.pause(tries, limit) ? 1 : 0;
 }
 
-int Connection::onProgress(void* self)
+int Connection::onProgress(void* context)
 {
-    auto const* const shared = static_cast<shared_t*>(self);
+    auto const* const shared = static_cast<shared_t*>(context);
     return shared->waiting.isCancelled != nullptr && shared->waiting.isCancelled() ? 1 : 0;
 }
 

@@ -124,8 +124,9 @@ private:
         lockWait::LockWait wait;
     };
 
-    static int onBusy(void* shared, int tries);
-    static int onProgress(void* shared);
+    /// Both are handed a shared_t.
+    static int onBusy(void* context, int tries);
+    static int onProgress(void* context);
 
     access_t m_access;
     std::unique_ptr<shared_t> m_shared;

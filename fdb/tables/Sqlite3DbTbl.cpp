@@ -125,6 +125,7 @@ int Sqlite3Db::createTbl(short handle, SqlTbl<T> const& tbl)
 }
 
 template <class T, class U>
+// NOLINTNEXTLINE(performance-unnecessary-value-param): callers are compiled for a value.
 int Sqlite3Db::getTbl(short handle, std::string query, std::vector<T>& out, SqlTbl<U>* tbl)
 {
     DbHandle const* const entry = findOpen(handle);
