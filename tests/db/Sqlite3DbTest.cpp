@@ -63,7 +63,7 @@ protected:
         sqlite3_stmt* statement = nullptr;
         sqlite3_prepare_v2(connection(), ("PRAGMA " + name).c_str(), -1, &statement, nullptr);
         EXPECT_EQ(sqlite3_step(statement), SQLITE_ROW);
-        std::string const value = reinterpret_cast<char const*>(sqlite3_column_text(statement, 0));
+        std::string value = reinterpret_cast<char const*>(sqlite3_column_text(statement, 0));
         sqlite3_finalize(statement);
         return value;
     }

@@ -5,7 +5,6 @@
 #include <limits>
 
 using testing::ElementsAre;
-using testing::SizeIs;
 
 namespace
 {

@@ -97,7 +97,7 @@ std::uint64_t Input::number()
 
 std::string Input::bytes(std::size_t size)
 {
-    std::string const next(m_rest.substr(0, size));
+    std::string next(m_rest.substr(0, size));
     m_rest.remove_prefix(next.size());
     return next;
 }

@@ -85,7 +85,7 @@ protected:
     /// Another fault database with one fault, in a file of its own.
     std::string makeOther(std::string const& description) const
     {
-        std::string const other = dir.file("other.db");
+        std::string other = dir.file("other.db");
         std::filesystem::copy(path, other);
         RawDb(other).exec("DELETE FROM FdbFaultTbl; DELETE FROM sqlite_sequence; INSERT INTO FdbFaultTbl(Description) "
                           "VALUES('" +

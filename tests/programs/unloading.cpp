@@ -65,5 +65,6 @@ int main(int argc, char** argv)
     {
         return 2;
     }
+    // Loaded and unloaded twice. NOLINTNEXTLINE(misc-redundant-expression)
     return use(argv[1], argv[2]) && use(argv[1], argv[2]) ? 0 : 1;
 }

@@ -34,7 +34,7 @@ EarlierFile makeCrashedFile()
     raw.exec("BEGIN");
     raw.exec("UPDATE FdbFaultTbl SET Description = hex(zeroblob(8000)), Parameter = 'torn'");
     raw.exec("UPDATE FdbFaultStatisticTbl SET FaultCodeName = hex(zeroblob(8000))");
-    EarlierFile const bytes = {readFile(path), readFile(path + "-journal")};
+    EarlierFile bytes = {readFile(path), readFile(path + "-journal")};
     raw.exec("ROLLBACK");
     EXPECT_GT(bytes.file.size(), readFile(path).size()) << "nothing was written before the crash";
     return bytes;

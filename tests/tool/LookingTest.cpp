@@ -53,7 +53,7 @@ protected:
         raw.exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000) INSERT INTO "
                  "FdbFaultTbl(Description) SELECT 'before' FROM n");
         raw.exec("PRAGMA cache_size=5; BEGIN; UPDATE FdbFaultTbl SET Description = 'half done'");
-        std::string const crashed = dir.file("crashed.db");
+        std::string crashed = dir.file("crashed.db");
         std::filesystem::copy(path, crashed);
         std::filesystem::copy(path + "-journal", crashed + "-journal");
         raw.exec("ROLLBACK");

@@ -32,7 +32,7 @@ protected:
     /// Another database, with one fault in it; returns its name.
     std::string makeOther()
     {
-        std::string const other = dir.file("other.db");
+        std::string other = dir.file("other.db");
         output({"create", other});
         record(other, "FC_CLOCK_JUMP");
         return other;

@@ -16,7 +16,6 @@
 #include <stdexcept>
 #include <type_traits>
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace
