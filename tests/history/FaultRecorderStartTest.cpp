@@ -24,7 +24,7 @@ protected:
     std::string recordedStartup()
     {
         EXPECT_EQ(recorder.record(eventOf(5)).result, HISTORY_OK) << recorder.lastProblem();
-        std::string const id = value("SELECT RdbStartupId FROM FdbFaultTbl ORDER BY EntryId DESC LIMIT 1");
+        std::string id = value("SELECT RdbStartupId FROM FdbFaultTbl ORDER BY EntryId DESC LIMIT 1");
         EXPECT_EQ(id, std::to_string(recorder.startupId()));
         return id;
     }

@@ -49,7 +49,7 @@ std::string HistoryTest::makeHotJournal() const
     addFaults(2000);
     RawDb raw(path);
     raw.exec("PRAGMA cache_size=5; BEGIN; UPDATE FdbFaultTbl SET Description = 'half done'");
-    std::string const crashed = dir.file("crashed.db");
+    std::string crashed = dir.file("crashed.db");
     std::filesystem::copy(path, crashed);
     std::filesystem::copy(path + "-journal", crashed + "-journal");
     raw.exec("ROLLBACK");

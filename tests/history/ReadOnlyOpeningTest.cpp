@@ -50,7 +50,7 @@ protected:
         RawDb raw(path);
         EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
         raw.exec("INSERT INTO FdbFaultTbl(Description) VALUES('in the log')");
-        std::string const left = dir.file("left.db");
+        std::string left = dir.file("left.db");
         std::filesystem::copy(path, left);
         std::filesystem::copy(path + "-wal", left + "-wal");
         return left;
