@@ -64,8 +64,8 @@ public:
     /// HISTORY_FAILED when it cannot be read; HISTORY_HOT_JOURNAL when a writer was cut off, and opening the file once
     /// for writing (`FaultRecorder::open` or `firaim recover`) is what it needs; HISTORY_LOG_UNREADABLE when faults are
     /// in a log that cannot be read where nothing can be written: copy file and log together elsewhere;
-    /// HISTORY_FOREIGN_FILE; HISTORY_VERSION_MISMATCH; HISTORY_DAMAGED, also for an empty file beside a log that holds
-    /// something; HISTORY_BUSY; HISTORY_CANCELLED.
+    /// HISTORY_FOREIGN_FILE; HISTORY_VERSION_MISMATCH; HISTORY_DAMAGED, also for an empty file beside a journal or log
+    /// that holds something; HISTORY_BUSY; HISTORY_CANCELLED.
     int open(std::string const& path, ReaderOptions const& options = {});
 
     /// Closes. HISTORY_OK; HISTORY_INVALID_STATE when not open.

@@ -103,7 +103,7 @@ struct RecorderOptions
 /// Threads: any thread may call anything at any time but the destructor. Callers that wait at the same time share one
 /// commit; alone, nobody waits for company. Several recorders, also in several processes, may record into one file;
 /// what a recorder remembers is read anew when somebody else has written. A row that somebody else rewrites in place,
-/// under its old key, is noticed where it is the newest of an active triple.
+/// under its old key, or removes, is noticed where it is the newest of an active triple.
 ///
 /// Waiting: a call waits for other processes for as long as its `patience` says, 5 s by default, then gives
 /// HISTORY_BUSY. A call whose event is being written when its time runs out returns with what became of it.
@@ -168,9 +168,9 @@ public:
 
     /// Takes `event` into a queue, from which a thread of the recorder records it as `record` does. It tries again
     /// while the file is locked or its storage fails; an event that a rule of the file forbids is lost. An edge that is
-    /// asked for meanwhile does not know of it: `flush` comes first. `patience` is for RecorderOptions::doesPostWait. HISTORY_QUEUED; HISTORY_COUNTED;
-    /// HISTORY_QUEUE_FULL; HISTORY_REFUSED; HISTORY_INVALID_STATE; HISTORY_FAILED when no thread can be had;
-    /// HISTORY_CANCELLED while it waited for room.
+    /// asked for meanwhile does not know of it: `flush` comes first. `patience` is for RecorderOptions::doesPostWait.
+    /// HISTORY_QUEUED; HISTORY_COUNTED; HISTORY_QUEUE_FULL; HISTORY_REFUSED; HISTORY_INVALID_STATE; HISTORY_FAILED when
+    /// no thread can be had; HISTORY_CANCELLED while it waited for room.
     int post(FaultEvent const& event, patience_t patience = kPatience);
 
     /// Waits until all that was posted and counted before is on the storage. A storm gets its row.

@@ -6,7 +6,9 @@
 #include <cerrno>
 #include <system_error>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace readOnlyOpening
 {
@@ -38,16 +40,48 @@ std::string logOf(std::string const& path)
     return folder::withoutLinks(path) + "-wal";
 }
 
-/// SQLite takes the log beside an empty file for a leftover and removes it, also on a read-only connection.
+/// SQLite keeps the journal beside the file that a link leads to.
+std::string journalOf(std::string const& path)
+{
+    return folder::withoutLinks(path) + "-journal";
+}
+
+/// SQLite takes what lies beside an empty file for a leftover, and removes it, a log also on a read-only connection.
+[[noreturn]] void refuseEmptied(FilePath const& path, char const* name, std::string const& beside)
+{
+    throw Failure(EMPTIED, join({path.given(), ": it is empty, but its ", name,
+                                 " is not, and SQLite would remove that when it opens the file. Both were left as they "
+                                 "are. Copy '",
+                                 beside, "' into another folder first"}));
+}
+
 void requireNoLogOfEmptyFile(FilePath const& path)
 {
-    std::string const log = logOf(path.absolute());
-    if (!isLargerThan(kLargestEmptyFile, path.absolute()) && hasContent(log))
+    if (!isLargerThan(kLargestEmptyFile, path.absolute()) && hasContent(logOf(path.absolute())))
     {
-        throw Failure(EMPTIED, join({path.given(),
-                                     ": it is empty, but its write-ahead log is not, and SQLite would remove that when "
-                                     "it opens the file. Copy '",
-                                     log, "' into another folder first"}));
+        refuseEmptied(path, "write-ahead log", logOf(path.absolute()));
+    }
+}
+
+/// Whether another process is at work on the connection's file.
+bool isReserved(Connection const& connection)
+{
+    sqlite3_file* file = nullptr;
+    int isReserved = 0;
+    return sqlite3_file_control(connection.get(), "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK &&
+           file != nullptr && file->pMethods != nullptr &&
+           file->pMethods->xCheckReservedLock(file, &isReserved) == SQLITE_OK && isReserved != 0;
+}
+
+/// The opening for reading leaves a journal where it is, and has waited for a process that creates the database. One
+/// that still does has a lock. Asked in this order, one that ends meanwhile has filled the file.
+void requireNoJournalOfEmptyFile(FilePath const& path, Connection const& connection)
+{
+    std::string const journal = journalOf(path.absolute());
+    if (!isLargerThan(kLargestEmptyFile, path.absolute()) && holdsTransaction(journal) && !isReserved(connection) &&
+        !isLargerThan(kLargestEmptyFile, path.absolute()))
+    {
+        refuseEmptied(path, "journal", journal);
     }
 }
 
@@ -138,6 +172,27 @@ void requireFile(FilePath const& file)
     }
 }
 
+bool holdsTransaction(std::string const& journal)
+{
+    int const descriptor = ::open(journal.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    char first = 0;
+    bool const isRead = descriptor >= 0 && pread(descriptor, &first, 1, 0) == 1;
+    if (descriptor >= 0)
+    {
+        static_cast<void>(close(descriptor)); // Nothing was written through it, and a journal is never locked.
+    }
+    return isRead && first != 0;
+}
+
+void requireNothingBesideEmptyFile(FilePath const& path)
+{
+    requireNoLogOfEmptyFile(path);
+    if (!isLargerThan(kLargestEmptyFile, path.absolute()) && holdsTransaction(journalOf(path.absolute())))
+    {
+        refuseEmptied(path, "journal", journalOf(path.absolute()));
+    }
+}
+
 Connection open(FilePath const& path, sqlite::Waiting const& waiting)
 {
     requireFile(path);
@@ -155,6 +210,7 @@ Connection open(FilePath const& path, sqlite::Waiting const& waiting)
         }
         return openImmutable(path, waiting);
     }
+    requireNoJournalOfEmptyFile(path, connection);
     return connection;
 }
 

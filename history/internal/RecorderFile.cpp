@@ -3,6 +3,7 @@
 #include <db/internal/ConnectionSettings.h>
 #include <db/internal/Folder.h>
 #include <db/internal/Join.h>
+#include <db/internal/ReadOnlyOpening.h>
 #include <history/internal/Failure.h>
 #include <history/internal/FaultPages.h>
 #include <history/internal/SetAside.h>
@@ -92,19 +93,6 @@ struct tables_t
     std::array<BoundTable const*, 3> all() const { return {&fault.bound(), &statistic.bound(), &version.bound()}; }
 };
 
-/// Whether the journal at `path` holds more than an empty header.
-bool holdsSomething(std::string const& path)
-{
-    int const descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    char first = 0;
-    bool const isRead = descriptor >= 0 && pread(descriptor, &first, 1, 0) == 1;
-    if (descriptor >= 0)
-    {
-        static_cast<void>(close(descriptor)); // Nothing was written through it, and a journal is never locked.
-    }
-    return isRead && first != 0;
-}
-
 /// Copies what lies beside a file that is missing or empty, and that SQLite would delete: it takes it for the remains
 /// of a database that is gone. The journal of another process that creates the database just now is there for moments
 /// only.
@@ -114,7 +102,7 @@ void copyRemains(std::string const& path, sqlite::Waiting const& waiting)
     constexpr int kPauseMs = 5;
     std::string const file = folder::withoutLinks(path);
     auto const end = std::chrono::steady_clock::now() + std::min(kPatienceWithCreator, waiting.limit);
-    while (holdsSomething(file + kJournalSuffix) && std::chrono::steady_clock::now() < end)
+    while (readOnlyOpening::holdsTransaction(file + kJournalSuffix) && std::chrono::steady_clock::now() < end)
     {
         if (waiting.isCancelled != nullptr && waiting.isCancelled())
         {

@@ -171,6 +171,30 @@ TEST_F(ReadOnlyOpening, RefusesAnEmptiedFileAndLeavesItsLog)
     }
 }
 
+TEST_F(ReadOnlyOpening, RefusesAnEmptiedFileBesideAHotJournalAndLeavesThat)
+{
+    std::string const left = makeHotJournal();
+    for (std::string const content : {"", "S"})
+    {
+        writeFile(left, content);
+        auto const before = folder();
+        EXPECT_EQ(failureOf(left).substr(0, 2), std::to_string(readOnlyOpening::EMPTIED) + " ");
+        EXPECT_THROW(readOnlyOpening::requireNothingBesideEmptyFile(left), Failure);
+        EXPECT_TRUE(folder() == before) << content.size();
+    }
+}
+
+TEST_F(ReadOnlyOpening, TakesTheJournalOfAProcessThatCreatesTheFileForWhatItIs)
+{
+    std::string const created = dir.file("created.db");
+    RawDb creator(created);
+    creator.exec("PRAGMA journal_mode=PERSIST; BEGIN IMMEDIATE; CREATE TABLE t(a)");
+    ASSERT_TRUE(exists(created + "-journal"));
+    EXPECT_EQ(failureOf(created), "none");
+    creator.exec("COMMIT");
+    EXPECT_EQ(failureOf(created), "none");
+}
+
 TEST_F(ReadOnlyOpening, LooksForTheLogBesideTheFileThatALinkLeadsTo)
 {
     std::string const left = makeFileWithLog();

@@ -159,6 +159,36 @@ TEST_F(Looking, AtAFileWithAHotJournalSaysWhatToDoAndLeavesItAlone)
     }
 }
 
+TEST_F(Looking, AtAnEmptiedFileAndRecoveringItTellWhatLiesBesideItAndLeaveIt)
+{
+    std::string const crashed = makeHotJournal();
+    std::string const withLog = dir.file("log.db");
+    std::string const journal = readFile(crashed + "-journal");
+    for (std::string const content : {"", "S"}) // For SQLite, a file of one byte is empty, too.
+    {
+        writeFile(crashed, content);
+        writeFile(withLog, content);
+        writeFile(withLog + "-wal", journal); // Whatever it is.
+        auto const before = folder();
+        for (std::string const& beside : {crashed + "-journal", withLog + "-wal"})
+        {
+            std::string const file = beside.substr(0, beside.rfind('-'));
+            auto all = commands(file);
+            all.push_back({"recover", file});
+            all.push_back({"record", file, "--code", "1"});
+            for (auto const& command : all)
+            {
+                outcome_t const outcome = runTool(command);
+                EXPECT_EQ(outcome.status, 3) << command[0];
+                EXPECT_THAT(outcome.errors, HasSubstr(": it is empty, but its ")) << command[0];
+                EXPECT_THAT(outcome.errors, HasSubstr(beside.substr(beside.rfind('/')) + "' into another folder"))
+                    << command[0];
+                EXPECT_TRUE(folder() == before) << command[0];
+            }
+        }
+    }
+}
+
 TEST_F(Looking, RecoveringRollsBackWhatAWriterLeftHalfDone)
 {
     std::string const crashed = makeHotJournal();

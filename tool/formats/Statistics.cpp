@@ -40,11 +40,11 @@ std::vector<statisticRow_t> readStatistics(FaultFile& file, TimeStyle const& sty
     std::vector<statisticRow_t> rows;
     firaim::RowCursor row = file.reader().rows(statisticFormat().table);
     // In the same order. What somebody adds meanwhile comes last.
-    for (FaultStatistic& statistic : statistics)
+    for (FaultStatistic const& statistic : statistics)
     {
         json_t json =
             file.isFound(row.next()) ? jsonRow(row, statisticFormat(), style) : jsonStatistic(statistic, style);
-        rows.push_back({std::move(statistic), std::move(json)});
+        rows.push_back({statistic, std::move(json)});
     }
     return rows;
 }

@@ -42,12 +42,13 @@ void openReader(firaim::FaultReader& reader, std::string const& path, std::chron
     }
 }
 
-/// Makes sure that there is a regular file at `path` that can be written to.
+/// Makes sure that there is a regular file at `path` that can be written to, and that nothing is lost by opening it.
 void requireWritableFile(std::string const& path)
 {
     try
     {
         readOnlyOpening::requireFile(path);
+        readOnlyOpening::requireNothingBesideEmptyFile(path);
     }
     catch (readOnlyOpening::Failure const& failure)
     {
