@@ -11,6 +11,27 @@ export CXX=g++
 [[ ! -w /dev/shm ]] || export TEST_TMPDIR=/dev/shm
 unset CXXFLAGS CPPFLAGS LDFLAGS
 
+# Configures and builds a preset, or the target that is named behind it.
+build()
+{
+    # Said again, as an earlier configuration by hand may have left something else in the folder.
+    # No test runs the examples and benchmarks, so the sanitizers would find nothing in them.
+    local programs=ON
+    [[ $1 != *sanitize ]] || programs=OFF
+    cmake --preset "$1" -DFIRAIM_BUILD_TESTS=ON -DFIRAIM_BUILD_EXAMPLES=$programs \
+        -DFIRAIM_BUILD_BENCHMARKS=$programs -DFIRAIM_BUILD_TOOL=ON -DBUILD_TESTING=ON &&
+        cmake --build --preset "$1" --parallel "$jobs" ${2:+--target "$2"}
+}
+
+# Runs the tests of a preset.
+run_tests()
+{
+    ctest --preset "$1" --parallel "$jobs"
+}
+
+export -f build run_tests
+export jobs
+
 stage()
 {
     local name=$1
