@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-/// What a device tells the recorder of the fault `deviceFault(seed)`; the recorder fills in times and names.
+/// The event of the fault `deviceFault(seed)`; the recorder fills in times and names.
 firaim::FaultEvent deviceEvent(unsigned int seed);
 
 /// How many different faults a side records in turn.

@@ -58,7 +58,7 @@ private:
     ByFacade m_byFacade;
 };
 
-/// What each call took of sides that a thread of its own has.
+/// The duration of each call, for each thread.
 class Crowd
 {
 public:

@@ -170,7 +170,8 @@ private:
     unsigned long long m_firstKey = 0;
 };
 
-/// What a user would write without the library: a statement that is prepared once, on a connection left as it is.
+/// The code that a user would write without the library: a statement that is prepared once, on a connection left as it
+/// is.
 class RecordFaultDurably : public OnTwoFiles
 {
 public:

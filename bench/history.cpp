@@ -22,7 +22,7 @@ historySetting_t wholeSetting()
             100'000,        100'000,    1000, 1'000'000, 20'000, 100'000, 20};
 }
 
-/// Of a size that takes no time, so that nothing of it can rot.
+/// A size that takes no time, so that the tests can run every benchmark.
 historySetting_t tinySetting()
 {
     return {memoryFolder(), memoryFolder(), "", 1, 3, 2, 5, 20, 20, 10, 30, 10, 10, 2};

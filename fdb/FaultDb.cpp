@@ -313,7 +313,7 @@ int FaultDb::checkFormatVersion(bool compatibleMode)
 /// Closes the connection that this call opened; the handle stays as it is.
 void FaultDb::closeAgain()
 {
-    // What was written is on the storage already, whatever closing says.
+    // All writes are on the storage already, whatever closing says.
     static_cast<void>(Sqlite3Db::getInstance(0)->closeDb(m_dbHandle));
     m_isOpen = false;
 }

@@ -33,7 +33,7 @@ bool staysInsideLiteral(std::string const& text)
     return true;
 }
 
-/// What is asked of the texts of a record before its statement is run.
+/// The check of a record's texts before its statement is run.
 struct textRule_t
 {
     bool (*holds)(std::string const&);

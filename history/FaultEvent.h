@@ -10,7 +10,7 @@
 namespace firaim
 {
 
-/// What an application tells the recorder of a fault; a plain value. What is left out is filled in by the recorder.
+/// A fault as the application reports it; a plain value. The recorder fills in what is left out.
 ///
 /// Texts are taken as they are: quotes, line ends, bytes of any encoding. A zero byte in one is refused.
 struct FaultEvent

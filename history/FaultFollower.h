@@ -64,7 +64,7 @@ public:
     /// since. What is followed from there goes on exactly where this follower is.
     FollowPosition position() const;
 
-    /// What the last result that was neither HISTORY_OK nor HISTORY_END means, with the name of the file.
+    /// The meaning of the last result that was neither HISTORY_OK nor HISTORY_END, with the name of the file.
     std::string const& lastProblem() const;
 
 private:

@@ -14,7 +14,7 @@ namespace firaim
 /// the decoded values are compared.
 struct FaultQuery
 {
-    /// Of the keys.
+    /// Order of the keys.
     enum order_t
     {
         NEWEST_FIRST,

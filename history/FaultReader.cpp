@@ -13,7 +13,7 @@ namespace firaim
 namespace
 {
 
-/// What is counted before the lock is given back: some milliseconds' worth.
+/// Rows that are counted before the lock is given back: some milliseconds' worth.
 constexpr std::int64_t kRowsInCount = 20000;
 
 std::uint64_t countRows(ReaderCore const& core, historyTable_t table)

@@ -113,7 +113,7 @@ public:
     /// Whether the file is read as one that cannot change.
     bool isImmutable() const;
 
-    /// What was wrong with the last call that failed, of this reader or a cursor of it, with the name of the file;
+    /// The problem of the last call that failed, of this reader or a cursor of it, with the name of the file;
     /// empty before the first.
     std::string const& lastProblem() const;
 

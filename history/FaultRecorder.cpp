@@ -145,7 +145,7 @@ public:
     int endCycle(patience_t patience)
     {
         auto const begin = std::chrono::steady_clock::now();
-        // What was acknowledged before belongs to the cycle that ends.
+        // Events that were acknowledged before belong to the cycle that ends.
         int const result = backlog.passOn(patience);
         if (result != HISTORY_OK)
         {
@@ -180,7 +180,7 @@ FaultRecorder::~FaultRecorder()
         static_cast<void>(m_core.release()); // The parent's: its locks may be held, and its connection is in use.
         return;
     }
-    static_cast<void>(m_core->close(kPatience)); // What could not be stored, the handler has been told.
+    static_cast<void>(m_core->close(kPatience)); // The handler has been told of events that were lost.
 }
 
 bool FaultRecorder::isForked() const
@@ -209,7 +209,7 @@ int FaultRecorder::open(std::string const& path, RecorderOptions const& options,
     }
     catch (...)
     {
-        static_cast<void>(m_core->queue.close()); // What is open in part could never be closed.
+        static_cast<void>(m_core->queue.close()); // A recorder that is open in part could never be closed.
         throw;
     }
     return HISTORY_OK;
@@ -311,7 +311,7 @@ int FaultRecorder::flush(std::uint64_t& left, patience_t patience)
     case HISTORY_CANCELLED:
         return m_core->queue.refuse(result, "not all that was posted or counted is recorded yet");
     default:
-        return result; // What has failed left its own text.
+        return result; // The failed call has left its own text.
     }
 }
 

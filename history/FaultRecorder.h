@@ -17,7 +17,7 @@
 namespace firaim
 {
 
-/// What one recorded event has come to.
+/// The outcome of one recorded event.
 struct Receipt
 {
     int result = HISTORY_INVALID_STATE; ///< a historyResult_t
@@ -63,7 +63,7 @@ struct RecorderOptions
     /// of each active triple and those that an active statistic refers to. Keys are never used again. 0 keeps all.
     std::uint64_t keepNewest = 0;
 
-    /// What to do about a damaged fault database, in `open` or, once damage has been met twice, later. With a code, it
+    /// How to deal with a damaged fault database, in `open` or, once damage has been met twice, later. With a code, it
     /// is copied aside (file, journal and log, to the same name with ".aside-", date and number), and its content is
     /// replaced in place, in one transaction, by that of a new one, whose first fault tells under this code what
     /// happened. Without a code, `open` refuses the file. A file of which nothing tells that it is a fault database is
@@ -87,7 +87,7 @@ struct RecorderOptions
 /// | `endCycle`, a code below 0                |                                                               |
 /// | any of these, HISTORY_UNKNOWN             | all of it or nothing of it; nobody can tell now               |
 ///
-/// What is on the storage survives a power cut, a crash and a kill.
+/// Data on the storage survives a power cut, a crash and a kill.
 ///
 /// State belongs to the triple of code, module and parameter: a triple is active while its newest row is. `record`
 /// always writes a row and so sets the state; `raise` and `clear` write at an edge only.
@@ -192,7 +192,7 @@ public:
     /// The start-up id that is recorded under; 0 when not open.
     unsigned int startupId() const;
 
-    /// What has been done since `open`.
+    /// Numbers since `open`.
     struct Counters
     {
         std::uint64_t recorded = 0; ///< rows
@@ -204,7 +204,7 @@ public:
     };
     Counters counters() const; ///< as of now
 
-    /// What was wrong with the last call that failed, by any thread, with the name of the file; empty before the first.
+    /// The problem of the last call that failed, by any thread, with the name of the file; empty before the first.
     std::string lastProblem() const;
 
 private:

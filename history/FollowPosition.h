@@ -12,7 +12,7 @@ namespace firaim
 /// Where a follower of new faults stands: behind the row with a key, in a file. A plain value that can be kept as text,
 /// over restarts too. The default is before the first fault of any file.
 ///
-/// What tells one history from another is the row: device and inode alone change when a device is restarted with other
+/// The row tells one history from another: device and inode alone change when a device is restarted with other
 /// disks or the file is copied or restored, and stay when the content is replaced in place. So a file that holds the
 /// same row under the same key is the same history, under whatever number. A file that holds another row under that key
 /// is another history, and so is a file with another number without that row. In a file with the same number, a row

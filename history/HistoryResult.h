@@ -50,7 +50,7 @@ enum historyResult_t : int
     HISTORY_BAD_PATH = -12,
     /// The queue of posted events is full; the event was not taken.
     HISTORY_QUEUE_FULL = -13,
-    /// What a writer left half done must be rolled back before the file can be read, and that writes to it.
+    /// An unfinished transaction must be rolled back before the file can be read, and that writes to it.
     HISTORY_HOT_JOURNAL = -14,
     /// Faults are in a write-ahead log that cannot be read where nothing can be written.
     HISTORY_LOG_UNREADABLE = -15,

@@ -60,7 +60,7 @@ public:
     /// HISTORY_HOT_JOURNAL; HISTORY_DAMAGED, and it goes no further. After anything but HISTORY_OK there is no row.
     int next();
 
-    /// Of the present row; 0 without one.
+    /// The key of the present row; 0 without one.
     std::int64_t key() const;
 
     /// The number of columns that the file format has for the table. Cells count from 0 in its order, the key is the

@@ -40,7 +40,7 @@ void ReleaseLog::note(void const* block)
 
 std::vector<void const*> ReleaseLog::of(std::vector<void const*> const& blocks) const
 {
-    currentLog = nullptr; // What follows gives blocks back, too.
+    currentLog = nullptr; // The code below gives blocks back, too.
     std::vector<void const*> released;
     for (std::size_t i = 0; i < m_count; ++i)
     {

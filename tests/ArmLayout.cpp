@@ -1,4 +1,4 @@
-// What the compiler makes of the public classes on ARMv7 with hardware floating point: widths, sizes and places of
+// The layout of the public classes on ARMv7 with hardware floating point: widths, sizes and places of
 // members. Programs and the library are built apart and must agree on them, so a change here is a change of the
 // interface, also where the source code of a program stays good.
 

@@ -24,7 +24,7 @@ TempDir::TempDir() : m_path(testing::TempDir() + "/firaim-XXXXXX")
 
 TempDir::~TempDir()
 {
-    std::error_code ignored; // What is left over fails no test.
+    std::error_code ignored; // Files that are left over fail no test.
     std::filesystem::remove_all(m_path, ignored);
 }
 

@@ -59,7 +59,7 @@ public:
     Console(Console const&) = delete;
     Console& operator=(Console const&) = delete;
 
-    /// What was written since the last call, whole or as lines.
+    /// The output since the last call, whole or as lines.
     std::string take();
     std::vector<std::string> takeLines();
 

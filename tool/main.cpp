@@ -76,7 +76,7 @@ int run(int argc, char** argv, Output& output)
     }
     catch (Problem const&)
     {
-        flushQuietly(output); // Of a damaged file, all that could be read.
+        flushQuietly(output); // Print all that could be read of a damaged file.
         throw;
     }
 }

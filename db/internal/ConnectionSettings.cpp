@@ -45,7 +45,8 @@ std::string connectionSettings::fileName(std::string const& path)
 
 int connectionSettings::distrust(sqlite3* db)
 {
-    // Files come from the field. A schema must not call functions with side effects, and SQL must not damage the file.
+    // Files may come from anywhere, so do not trust their schema: it must not call functions with side effects, and SQL
+    // must not damage the file.
     static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr));
     static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr));
     static_cast<void>(sqlite3_limit(db, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, kLongestPattern));

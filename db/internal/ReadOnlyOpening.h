@@ -56,7 +56,7 @@ sqlite::Connection open(FilePath const& path, sqlite::Waiting const& waiting = {
 /// closing a file of our own would drop all locks that this process has on it.
 bool isInWalMode(sqlite::Connection const& connection);
 
-/// What went wrong with the file at `path`, and what may help.
+/// The problem with the file at `path`, and advice.
 std::string problemText(FilePath const& path, sqlite::Error const& error);
 
 } // namespace readOnlyOpening

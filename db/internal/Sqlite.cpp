@@ -12,7 +12,7 @@ namespace
 
 /// Instructions of SQLite's machine between two looks whether to end: some hundred microseconds.
 constexpr int kInstructionsBetweenLooks = 10000;
-/// For what is to be brought to an end.
+/// Busy timeout after a signal.
 constexpr std::chrono::milliseconds kPatienceWhenCancelled(200);
 /// A crashed writer's journal is there for good, a working one's for moments only.
 constexpr std::chrono::milliseconds kPatienceWithJournal(500);

@@ -2,7 +2,7 @@
 
 #include <db/internal/Sqlite.h>
 
-/// What to do after a commit that failed, on a new connection. Storage that fails in the last steps of a commit may
+/// Settles a commit that failed, on a new connection. Storage that fails in the last steps of a commit may
 /// have stored it, or have left it where a power cut takes it, or where the next opening of the file finds it.
 namespace syncAgain
 {

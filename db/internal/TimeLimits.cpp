@@ -10,7 +10,7 @@ namespace
 /// How many steps of SQLite's virtual machine pass between two looks at the clock. Some steps are heavy.
 constexpr int kStepsPerLook = 250;
 
-/// What one thread has been waiting for, and for how long.
+/// The wait of one thread, and how long it has lasted.
 struct patience_t
 {
     lockWait::LockWait wait;

@@ -8,7 +8,7 @@
 
 struct sqlite3;
 
-/// What keeps an operation from taking for ever: how long it waits for other processes, and how long the file's own
+/// Keeps an operation from taking for ever: limits how long it waits for other processes, and how long the file's own
 /// triggers and views may run.
 namespace timeLimits
 {

@@ -10,7 +10,7 @@
 namespace healthMonitor
 {
 
-/// What a healthy machine keeps to. A threshold of 0 is not watched.
+/// The limits of a healthy machine. A threshold of 0 is not watched.
 struct Thresholds
 {
     double minMemoryMib = 64.0;              ///< available memory
@@ -20,7 +20,7 @@ struct Thresholds
     unsigned int restartWindowSeconds = 300; ///< a machine up for less has just been restarted
 };
 
-/// What one comparison found. Code and parameter together tell one possible fault from another.
+/// The result of one comparison. Code and parameter together tell one possible fault from another.
 struct Finding
 {
     faultCode_t code;

@@ -19,7 +19,7 @@ void cutLastComma(std::string& sql, std::size_t begin)
 {
     if (sql.size() == begin)
     {
-        // What erasing a comma that is not there would throw, with the same text on every C++ runtime.
+        // Erasing a comma that is not there would throw this, but with another text on each C++ runtime.
         throw std::out_of_range("basic_string::erase");
     }
     sql.pop_back();

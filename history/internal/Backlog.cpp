@@ -58,7 +58,7 @@ int Backlog::close(patience_t patience)
     {
         std::lock_guard<Mutex> const lock(m_mutex);
         std::uint64_t left = 0;
-        // Whoever cancels waits is about to end, and posted events are to outlive that.
+        // An application that cancels waits is about to end, and posted events are to outlive that.
         isAllStored = waitForAll(left, m_closeBy, nullptr) == HISTORY_OK;
         m_isOpen = false;
         m_isThreadRunning = false;

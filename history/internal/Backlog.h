@@ -14,9 +14,9 @@
 namespace firaim
 {
 
-/// What is acknowledged before it is on the storage: posted events, and what storms have counted. A thread, started
-/// when there is something to do for the first time, passes both on to the commit queue. Any thread may call anything
-/// at any time but the destructor.
+/// Events that are acknowledged before they are on the storage: posted ones, and those that storms have counted. A
+/// thread, started when there is something to do for the first time, passes both on to the commit queue. Any thread may
+/// call anything at any time but the destructor.
 class Backlog
 {
 public:
@@ -61,7 +61,7 @@ private:
         std::uint64_t done;   ///< for the first so many of them
     };
 
-    /// What a call waits for.
+    /// The condition that a call waits for.
     struct goal_t
     {
         std::uint64_t posted; ///< so many are settled

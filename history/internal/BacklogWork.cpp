@@ -1,4 +1,4 @@
-// What the thread of a Backlog does.
+// The work of a Backlog's thread.
 
 #include <history/internal/Backlog.h>
 #include <history/internal/Deadline.h>
@@ -82,7 +82,7 @@ void Backlog::workOnce()
             m_ends.done = isEnding ? ends : m_ends.done;
         }
     }
-    catch (std::exception const&) // Of memory, or of a standard output that was told to throw.
+    catch (std::exception const&) // Lack of memory, or a standard output that was told to throw.
     {
         m_lastResult = HISTORY_FAILED;
         m_retryAt = clock_t::now() + kPauseAfterFailure;

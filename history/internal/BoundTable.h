@@ -49,7 +49,7 @@ private:
         std::string sqlType;
         unsigned int type; ///< SqlTbl's columnValueType_t
         void const* value; ///< in the working record
-        /// Of a status: its words for inactive, active, and any other number.
+        /// The words of a status column for inactive, active, and any other number.
         std::array<std::string, 3> words;
     };
 

@@ -200,7 +200,7 @@ void CommitQueue::wait(Call& call)
     giveUp(call, isEnded ? HISTORY_CANCELLED : HISTORY_BUSY, problem);
     if (call.undone > 0)
     {
-        call.changed.wait(m_mutex); // What is being written comes to an end.
+        call.changed.wait(m_mutex); // The group that is being written comes to an end.
     }
 }
 

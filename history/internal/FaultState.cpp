@@ -146,7 +146,7 @@ void FaultState::loadSources()
     }
     catch (std::exception const&)
     {
-        forgetSources(); // What was read in part would not be kept up to date.
+        forgetSources(); // A part of the rows would not be kept up to date.
         throw;
     }
 }
@@ -155,7 +155,7 @@ void FaultState::readAllSources()
 {
     while (!m_areSourcesKnown)
     {
-        // What a piece begins behind and what it ends with are of one content.
+        // The row that a piece begins behind and its last row are of one content.
         std::optional<sqlite::Transaction> piece;
         if (!m_connection->isInTransaction())
         {
@@ -202,7 +202,7 @@ bool FaultState::readNewRows()
     return rows < kRowsInBatch;
 }
 
-/// What the row with that key is told by, none when there is none.
+/// The mark of the row with that key; none without a row.
 std::optional<FaultState::rowMark_t> FaultState::markOf(std::int64_t key)
 {
     m_readMark.bind(1, key);

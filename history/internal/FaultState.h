@@ -22,7 +22,7 @@ bool isName(std::string_view name);
 /// Fails unless the statement that was run last has changed a row: a trigger of the file can pass over it.
 void requireOneChange(sqlite::Connection const& connection);
 
-/// What a recorder remembers of its file: the statistics, and which triples are active.
+/// A recorder's memory of its file: the statistics, and which triples are active.
 ///
 /// Everything that reads or writes is called inside a write transaction, before it has written rows of its own where it
 /// reads; `loadSources` may also be called outside. `committed` or `rolledBack` says what became of the transaction.

@@ -7,7 +7,7 @@
 namespace firaim
 {
 
-/// What the system calls a file, whatever its name.
+/// The system's own numbers for a file, whatever its name.
 struct fileIdentity_t
 {
     std::uint64_t device = 0;

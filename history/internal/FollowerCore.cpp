@@ -40,7 +40,7 @@ FaultFollower::Core::Core(ReaderCore const& reader, FollowPosition const& positi
       m_watch(m_path.absolute(), m_options.isCancelled), m_position(position), m_core(std::make_shared<ReaderCore>()),
       m_rows(m_core->rows(historyTable_t::FAULTS, FaultQuery::OLDEST_FIRST))
 {
-    // What has changed since then is told; why it cannot be read, the first look says.
+    // Later changes are told. The first look says why a file cannot be read.
     int const result = reopen(m_options.patience);
     if (result == HISTORY_OK)
     {
@@ -86,7 +86,7 @@ std::optional<std::int64_t> FaultFollower::Core::lastRemoved() const
 {
     if (!m_position.key)
     {
-        return std::nullopt; // What a history begins with is not known.
+        return std::nullopt; // The first key of a history is not known.
     }
     RowCursor::State const& rows = *m_rows.m_state;
     if (!rows.hasNext())
@@ -120,7 +120,7 @@ int FaultFollower::Core::look()
     {
         m_watch.retarget();
     }
-    // What is read as immutable shows no change to those who have it open.
+    // A connection that reads a file as immutable sees no change in it.
     bool const isStale =
         m_core->isOpen() && m_core->connection().access() == sqlite::Connection::IMMUTABLE && !m_isMore;
     if (!m_core->isOpen() || isOther || isStale)
@@ -139,7 +139,7 @@ int FaultFollower::Core::look()
     }
     catch (...)
     {
-        m_rows.m_state->restart({}); // What was read was not compared with the position.
+        m_rows.m_state->restart({}); // These rows were not compared with the position.
         int const result = m_core->fail();
         std::string const problem = m_core->problem();
         if (result != HISTORY_BUSY && result != HISTORY_CANCELLED)
@@ -181,7 +181,7 @@ int FaultFollower::Core::lookClosely()
         {
             throw;
         }
-        m_isMore = true; // What came before the damage is given first; the next look ends at it.
+        m_isMore = true; // Rows before the damage are given first; the next look ends at it.
     }
     int const result = compare(m_comparedVersion != version);
     m_comparedVersion = version;

@@ -16,7 +16,7 @@
 namespace firaim
 {
 
-/// What a follower does without waiting, apart from `waitForChange`.
+/// A follower without its waiting, apart from `waitForChange`.
 class FIRAIM_HIDDEN FaultFollower::Core
 {
 public:

@@ -301,7 +301,7 @@ void GroupWriter::writeEachAlone(std::vector<Request*> const& group, deadline::t
 void GroupWriter::writeTogether(std::vector<Request*> const& group)
 {
     m_rows.prepare(group);
-    m_connection.beginWork(); // What is read for the group is not the work of triggers.
+    m_connection.beginWork(); // Reading for the group is not the work of triggers.
     m_changesBefore = sqlite3_total_changes(m_connection.get().get());
     m_rows.write(group);
     if (!m_isPruningOff)

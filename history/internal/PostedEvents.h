@@ -46,7 +46,7 @@ public:
     void dropSettled();
     /// As if all were settled.
     void dropAll();
-    /// Of the events that were posted first, so many in all, those that are not settled.
+    /// How many of the first `count` events are not settled.
     std::uint64_t unsettledBefore(std::uint64_t count) const;
     std::uint64_t unsettled() const { return unsettledBefore(m_count); }
 

@@ -2,6 +2,7 @@
 
 #include <db/internal/Join.h>
 #include <db/internal/ReadOnlyOpening.h>
+#include <history/internal/Deadline.h>
 
 #include <algorithm>
 
@@ -79,10 +80,7 @@ int ReaderCore::open()
 /// Opens the file that has the name, and sees which one that is.
 void ReaderCore::openFile()
 {
-    // What the clock can count.
-    constexpr std::chrono::hours kLongest(24 * 365);
-    auto const patience =
-        std::clamp<std::chrono::milliseconds>(m_options.patience, std::chrono::milliseconds(0), kLongest);
+    auto const patience = deadline::bounded(m_options.patience);
     std::optional<fileIdentity_t> after;
     do
     {

@@ -15,7 +15,7 @@
 namespace firaim
 {
 
-/// What a reader shares with its cursors: the connection, and what the last failure was.
+/// Shared by a reader and its cursors: the connection and the last failure.
 class ReaderCore : public std::enable_shared_from_this<ReaderCore>
 {
 public:
@@ -31,7 +31,7 @@ public:
     bool isOpen() const { return m_connection.has_value(); }
     sqlite::Connection const& connection() const { return *m_connection; }
     FilePath const& path() const { return m_path; }
-    /// Of the file that was opened.
+    /// The identity of the file that was opened.
     fileIdentity_t const& identity() const { return m_identity; }
     ReaderOptions const& options() const { return m_options; }
 

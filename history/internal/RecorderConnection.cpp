@@ -96,7 +96,7 @@ void RecorderConnection::openOnce(sqlite::Waiting const& waiting)
     m_rows.connect(*m_connection);
 }
 
-/// What was read from another file of that name is of no use.
+/// Data that was read from another file of that name is of no use.
 void RecorderConnection::noteFile()
 {
     struct stat status = {};
@@ -191,7 +191,7 @@ void RecorderConnection::begin()
     static_cast<void>(sqlite3_file_control(m_connection->get(), "main", SQLITE_FCNTL_HAS_MOVED, &hasMoved));
     if (hasMoved != 0)
     {
-        throw sqlite::Error(nullptr, SQLITE_READONLY_DBMOVED); // What is written into it would be lost.
+        throw sqlite::Error(nullptr, SQLITE_READONLY_DBMOVED); // Rows that are written into it would be lost.
     }
 }
 
@@ -209,7 +209,7 @@ void RecorderConnection::beginWork()
     m_workBegin = processorTime();
 }
 
-/// What is read waits for nobody and comes to an end, so it is done even when cancelled.
+/// Reading waits for nobody and comes to an end, so it is done even when cancelled.
 int RecorderConnection::onProgress(void* self)
 {
     auto const* const connection = static_cast<RecorderConnection*>(self);

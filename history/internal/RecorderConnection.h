@@ -52,7 +52,7 @@ public:
     void endWork() { m_workBegin.reset(); }
     bool isAtWork() const { return m_workBegin.has_value(); }
 
-    /// What an error means for the caller; damage is remembered.
+    /// The failure that the caller gets for an error; damage is remembered.
     Failure failureOf(sqlite::Error const& error);
     /// A commit has succeeded, so what looked like damage was none.
     void forgetDamage() { m_damagesSeen = 0; }
@@ -60,7 +60,8 @@ public:
     /// A commit has failed, and what it left in the file may be in the system's memory alone: `makeDurable` is due
     /// before anything is written or acknowledged.
     void doubtSync() { m_isSyncInDoubt = true; }
-    /// What the failed commit left is not in the file: makes sure that it does not come back. Throws sqlite::Error.
+    /// The changes of the failed commit are not in the file: makes sure that they do not come back. Throws
+    /// sqlite::Error.
     void dropLost();
     /// Puts on the storage what is in doubt, if anything is. Throws sqlite::Error.
     void makeDurable();

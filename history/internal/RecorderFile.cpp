@@ -27,7 +27,7 @@ namespace
 constexpr char kJournalSuffix[] = "-journal";
 constexpr char kLogSuffix[] = "-wal";
 
-/// What has the name of the file.
+/// The thing at the path.
 enum class found_t
 {
     NOTHING,

@@ -23,7 +23,7 @@ struct Call
     std::size_t undone = 0; ///< requests
 };
 
-/// What one call asks of a recorder, and what becomes of it. It belongs to the call.
+/// A request of one call to a recorder, and its outcome. It belongs to the call.
 struct Request
 {
     enum kind_t

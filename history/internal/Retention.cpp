@@ -41,7 +41,7 @@ std::uint64_t Retention::prune(FaultState const& state, std::int64_t newestKey, 
     auto const isNeeded = [&](std::int64_t key) { return std::binary_search(needed.begin(), needed.end(), key); };
     std::int64_t tries = 0;
     std::uint64_t removed = 0;
-    // What was spared may be needed no longer.
+    // Rows that were spared may be needed no longer.
     for (auto spared = m_spared.begin(); spared != m_spared.end() && tries < most;)
     {
         if (isNeeded(*spared))

@@ -6,7 +6,7 @@ namespace firaim
 namespace
 {
 
-/// What a batch keeps for the next one. A batch with a larger row gives its memory back.
+/// Memory that a batch keeps for the next one. A batch with a larger row gives its memory back.
 constexpr std::size_t kKeptBytes = 2 << 20;
 
 } // namespace

@@ -51,7 +51,7 @@ public:
     /// `prune` does nothing until the next `connect`.
     void stopPruning() { m_isPruningStopped = true; }
 
-    /// What the transaction is to leave behind, besides its rows. Taken before it is rolled back.
+    /// The effects of the transaction besides its rows. Taken before it is rolled back.
     struct outcome_t
     {
         std::vector<FaultStatistic> statistics;

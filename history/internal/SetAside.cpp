@@ -33,7 +33,7 @@ public:
     {
         if (m_number >= 0)
         {
-            static_cast<void>(close(m_number)); // What was written has been synchronised.
+            static_cast<void>(close(m_number)); // All that was written has been synchronised.
         }
     }
     Descriptor(Descriptor const&) = delete;
@@ -44,8 +44,8 @@ private:
     int m_number;
 };
 
-/// What is copied: its size, and how to read up to so many bytes at a place. Reading gives 0 at the end, and throws
-/// where it fails.
+/// The content to copy: its size, and how to read up to so many bytes at a place. Reading gives 0 at the end, and
+/// throws where it fails.
 struct content_t
 {
     std::int64_t size;
@@ -299,7 +299,7 @@ bool reset(std::string const& path, sqlite::Waiting const& waiting, Before const
     // keeps others from the file, and two would wait for each other.
     connection.run("PRAGMA locking_mode=EXCLUSIVE");
     connection.run("ROLLBACK");
-    // Of a file with a write-ahead log, that has given the lock back: there, only a transaction that begins in this
+    // In a file with a write-ahead log, that has given the lock back: there, only a transaction that begins in this
     // mode locks it for good.
     connection.run("BEGIN EXCLUSIVE");
     connection.run("ROLLBACK");

@@ -30,7 +30,7 @@ void StatisticCounter::count(FaultStatistic& statistic, occurrences_t const& occ
         statistic.TimeZoneFirstOccurred = occurrences.timeZone;
     }
     std::uint64_t& lastOrder = m_lastOrder[statistic.FaultCode];
-    if (occurrences.order >= lastOrder) // What a storm counted may be older than rows that are written by now.
+    if (occurrences.order >= lastOrder) // The count of a storm may be older than rows that are written by now.
     {
         lastOrder = occurrences.order;
         statistic.TimeLastOccurredUTC = occurrences.timeStamp;

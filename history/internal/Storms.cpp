@@ -8,7 +8,7 @@ namespace firaim
 namespace
 {
 
-/// What is counted is on the storage within a second, the commit included.
+/// A count is on the storage within a second, the commit included.
 constexpr std::chrono::milliseconds kStoreWithin(960);
 /// Triples that are remembered; beyond that, those forget that have nothing to tell.
 constexpr std::size_t kMostIdle = 10000;
@@ -196,7 +196,7 @@ std::vector<Storms::report_t> Storms::take(time_t now, bool isEnding)
     return reports;
 }
 
-/// What was taken and could not be stored is to be stored with what comes.
+/// A report that could not be stored is added to what is counted next.
 void Storms::notStored(report_t const& report, time_t now)
 {
     auto const restore = [](count_t& count, count_t const& taken)

@@ -24,7 +24,7 @@ public:
     /// Not limited with a burst of 0.
     Storms(unsigned int burst, unsigned int rowsPerMinute);
 
-    /// What has been counted for a triple.
+    /// The events that were counted for a triple.
     struct count_t
     {
         std::uint64_t events = 0;   ///< without a row
@@ -34,7 +34,7 @@ public:
         std::uint64_t lastOrder = 0; ///< of the last one among all calls of the recorder
     };
 
-    /// What is to be stored of a triple's storm.
+    /// The part of a triple's storm that is to be stored.
     struct report_t
     {
         FaultEvent event;  ///< the last one
@@ -61,7 +61,7 @@ public:
     /// When something has to be stored at the latest; none when nothing has.
     std::optional<time_t> deadline() const;
 
-    /// What is to be stored now. With `isEnding` all storms are over. `notStored` gives a report back
+    /// The reports to store now. With `isEnding` all storms are over. `notStored` gives a report back
     /// that could not be stored. Without the memory for it, nothing is taken.
     std::vector<report_t> take(time_t now, bool isEnding);
     void notStored(report_t const& report, time_t now);

@@ -98,7 +98,7 @@ private:
     }
 };
 
-/// What a static object of an application logs before main.
+/// The log line of a static object before main.
 struct EarlyLogger
 {
     EarlyLogger()

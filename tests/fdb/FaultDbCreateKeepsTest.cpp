@@ -1,4 +1,4 @@
-// What createDb without overwriting never takes from a file that holds something: its content, and this process's
+// createDb without overwriting never takes from a file that holds something: its content, and this process's
 // locks.
 
 #include "Fixtures.h"

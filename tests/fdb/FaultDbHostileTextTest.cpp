@@ -35,7 +35,7 @@ protected:
     Fault bystander = makeFault(1);
 };
 
-/// What may not be stored as it is: it would end its literal early or cut the statement short.
+/// A text that may not be stored as it is: it would end its literal early or cut the statement short.
 std::vector<std::string> const kRefused = {
     "'",
     "'''",
@@ -52,7 +52,7 @@ std::vector<std::string> const kRefused = {
     std::string("it''s\0", 6),
 };
 
-/// What is stored, and how it comes back.
+/// A text that is stored, and how it comes back.
 std::vector<std::pair<std::string, std::string>> const kStored = {
     {"", ""},
     {"''", "'"},

@@ -35,7 +35,7 @@ MemoryDir::MemoryDir()
 
 MemoryDir::~MemoryDir()
 {
-    std::error_code ignored; // What is left over is no finding.
+    std::error_code ignored; // Files that are left over are no finding.
     std::filesystem::remove_all(m_path, ignored);
 }
 

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-/// What the fuzz targets share. A finding is a process that aborts, so `require` is their only expectation.
+/// Shared by the fuzz targets. A finding is a process that aborts, so `require` is their only expectation.
 namespace fuzz
 {
 

@@ -111,7 +111,7 @@ bool isRefused(FaultEvent const& event)
     return hasZero || event.code > kMostCode || event.time.value_or(0) > kMostStamp;
 }
 
-/// What the file has to hold, and what the recorder remembers of it.
+/// The expected content of the file, and what the recorder remembers of it.
 class Model
 {
 public:
@@ -131,7 +131,7 @@ public:
         unsigned long long lastKey = 0; ///< keys of the rows that first and last occurrence are of
     };
 
-    /// Of the row that made the triple active; 0 when it is not.
+    /// The key of the row that made the triple active; 0 when it is not.
     unsigned long long activeKey(triple_t const& triple) const;
     /// The active triples of a code.
     std::vector<triple_t> activeTriples(std::uint32_t code) const;

@@ -379,7 +379,7 @@ void requireAnswer(FaultReader& reader, FaultQuery const& query, std::vector<fou
     requireEnd(cursor);
 }
 
-/// What another cursor gives that goes on where one has stopped.
+/// The faults of another cursor that goes on where one has stopped.
 void requireRest(FaultReader& reader, FaultQuery const& query, std::vector<found_t> const& expected)
 {
     std::size_t const half = expected.size() / 2;

@@ -95,7 +95,7 @@ std::string decodedNumber(std::optional<std::string> const& cell)
     return std::to_string(stream >> value ? value : Integer{0});
 }
 
-/// What a column has to hold after `cell` was decoded; `before` is what it held.
+/// The expected value of a column after `cell` was decoded; `before` is its value until then.
 template <class T>
 std::string expected(SqlTbl<T> const& tbl, typename SqlTbl<T>::column_t const& column,
                      std::optional<std::string> const& cell, std::string const& before)
@@ -118,7 +118,7 @@ std::string expected(SqlTbl<T> const& tbl, typename SqlTbl<T>::column_t const& c
     return cell ? std::to_string(*cell == word ? FAULT_ACTIVE : FAULT_INACTIVE) : before;
 }
 
-/// What a column of the working record holds.
+/// The value of a column in the working record.
 template <class T>
 std::string actual(typename SqlTbl<T>::column_t const& column)
 {

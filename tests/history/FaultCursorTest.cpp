@@ -24,7 +24,7 @@ class FaultCursorTest : public HistoryTest
 protected:
     void open() { ASSERT_EQ(reader.open(path), HISTORY_OK) << reader.lastProblem(); }
 
-    /// What a query finds among few faults, newest first.
+    /// The results of a query among few faults, newest first.
     std::vector<unsigned long long> found(void (*ask)(FaultQuery&))
     {
         FaultQuery query;

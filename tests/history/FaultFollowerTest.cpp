@@ -39,7 +39,7 @@ protected:
         return position;
     }
 
-    /// What there is to follow now: keys of faults, and names of results.
+    /// All that a follower gives now: keys of faults, and names of results.
     static std::vector<std::string> take(FaultFollower& follower)
     {
         std::vector<std::string> told;

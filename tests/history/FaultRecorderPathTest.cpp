@@ -1,4 +1,4 @@
-// What a recorder makes of each thing that a path can name, and of what lies beside it.
+// A recorder at each thing that a path can name, and at files that lie beside it.
 
 #include "RecorderFixtures.h"
 

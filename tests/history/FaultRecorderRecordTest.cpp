@@ -1,4 +1,4 @@
-// What one recorded event leaves in the file, cell by cell.
+// The cells that one recorded event leaves in the file.
 
 #include "RecorderFixtures.h"
 

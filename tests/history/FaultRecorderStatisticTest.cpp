@@ -1,4 +1,4 @@
-// What a recorder counts for each fault code.
+// The counts of a recorder for each fault code.
 
 #include "RecorderFixtures.h"
 

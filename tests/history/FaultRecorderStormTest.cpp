@@ -100,7 +100,7 @@ TEST_F(FaultRecorderStormTest, CountIsOnTheStorageWithinASecondWithoutARow)
     {
         EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_COUNTED);
     }
-    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(30); // Of a machine that is busy.
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(30); // Enough for a busy machine.
     while (statistic(1, "OccurenceCnt") != "53" && std::chrono::steady_clock::now() < end)
     {
         std::this_thread::yield();

@@ -30,7 +30,7 @@ inline firaim::FaultEvent eventOf(std::uint64_t code, std::string module = "modu
     return event;
 }
 
-/// What begins in one process and is waited for in another: a pipe of which one end is each process's.
+/// A signal between two processes: a pipe of which each has one end.
 class Signal
 {
 public:
@@ -59,7 +59,7 @@ private:
 template <class Body>
 pid_t startChild(Body const& body)
 {
-    std::fflush(nullptr); // What waits in buffers would be written by both.
+    std::fflush(nullptr); // Otherwise both processes would write what is in the buffers.
     pid_t const child = fork();
     if (child == 0)
     {

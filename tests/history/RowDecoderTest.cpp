@@ -52,7 +52,7 @@ char const* const kOddCells[] = {"NULL",
 class RowDecoding : public HistoryTest
 {
 protected:
-    /// Of all columns but the key. They are read while the file's texts are UTF-8, as those of RawDb are.
+    /// The names of all columns but the key. They are read while the file's texts are UTF-8, as those of RawDb are.
     std::vector<std::string> columnsOf(std::string const& table) const
     {
         std::vector<std::string> names;
@@ -88,7 +88,7 @@ protected:
 
     std::vector<std::string> const faultColumns = columnsOf("FdbFaultTbl");
 
-    /// What was reported of cells since the last call.
+    /// The reports of cells since the last call.
     std::vector<std::string> reports()
     {
         std::vector<std::string> found;

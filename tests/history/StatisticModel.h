@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-/// What the rows of a file and the promises about its statistics come to, in the plainest form: the list of all rows,
-/// and one entry for each code.
+/// The rows of a file and its statistics as the documentation promises them, in the plainest form: the list of all
+/// rows, and one entry for each code.
 class StatisticModel
 {
 public:

@@ -1,4 +1,4 @@
-// What an application may load as a plug-in: uses the libraries in all ways that leave something behind, such as
+// A plug-in of an application: uses the libraries in all ways that leave something behind, such as
 // objects of the process, threads and memory of a thread.
 
 #include <db/LogUtil.h>

@@ -73,7 +73,7 @@ public:
     void start(std::string const& directory);
     void stop();
 
-    /// What fsync and fdatasync call.
+    /// The operation behind fsync and fdatasync.
     void recordSynchronisation(int descriptor);
 
     /// Everything done since `start`, changes that went past SQLite included.

@@ -177,7 +177,7 @@ void FailingVfs::install()
     if (realVfs == nullptr)
     {
         realVfs = sqlite3_vfs_find(nullptr);
-        shim = *realVfs; // What is not replaced works on names and the clock alone, and needs no file of ours.
+        shim = *realVfs; // The other functions work on names and the clock alone, and need no file of ours.
         shim.szOsFile += static_cast<int>(sizeof(File));
         shim.zName = "failing";
         shim.xOpen = openFile;

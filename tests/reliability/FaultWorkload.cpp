@@ -69,7 +69,7 @@ void FaultWorkload::prepareFile()
     m_isCreated = m_start != NEW_FILE;
 }
 
-/// What the operation returned, or `kThrew`.
+/// The result of the operation, or `kThrew`.
 template <class Operation>
 int FaultWorkload::attempt(char const* name, Operation operation)
 {
@@ -172,7 +172,7 @@ void FaultWorkload::run()
     read();
     if (m_start != NEW_FILE)
     {
-        return; // What differs is over: the way in, and how a write and a read find the file after it.
+        return; // Only the opening differs, and how the first write and read find the file after it.
     }
     rewrite();
     readStatistics();

@@ -28,7 +28,7 @@ public:
         WAL_FILE
     };
 
-    /// What failing calls may lead to.
+    /// The possible effects of failing calls.
     enum tolerance_t
     {
         FAILS,     ///< a code

@@ -46,7 +46,7 @@ public:
         std::printf("full disk: %s, %u faults acknowledged before -2\n", m_storage, seed - 1);
     }
 
-    /// What works without room, and what fails and changes nothing.
+    /// The operations that work without room, and those that fail and change nothing.
     void useWhileFull()
     {
         Fault grown = m_first;

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-/// What tells a record from the others through all its updates.
+/// Tells a record from the others through all its updates.
 inline unsigned long long identityOf(Fault const& fault)
 {
     return fault.TimeStampUTC;
@@ -22,7 +22,7 @@ inline unsigned long long identityOf(FaultStatistic const& statistic)
     return statistic.FaultCode;
 }
 
-/// What a table must hold and may hold, kept from what its operations answered.
+/// The rows that a table must hold and may hold, after the results of its operations.
 ///
 /// An operation that failed may be stored whole or not at all; one that succeeded is stored. A record in the file that
 /// is none of the whole ones named here is a half one.

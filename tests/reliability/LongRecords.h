@@ -11,7 +11,7 @@ Fault longFault(unsigned int seed);
 /// As above, active for odd seeds.
 FaultStatistic longStatistic(unsigned int seed);
 
-/// What the file holds, read without the library's decoding.
+/// The content of the file, read without the library's decoding.
 std::vector<Fault> storedFaults(RawDb& raw);
 std::vector<FaultStatistic> storedStatistics(RawDb& raw);
 

@@ -25,7 +25,7 @@ constexpr unsigned int kInserts = 100; ///< in a time in which nobody gives up
 constexpr unsigned int kInserts = 1000;
 #endif
 
-/// What one writer acknowledged.
+/// The operations that one writer acknowledged.
 struct writing_t
 {
     std::vector<unsigned long long> keys; ///< of the inserts that succeeded
@@ -33,7 +33,7 @@ struct writing_t
     int status = -1;
 };
 
-/// What one reader said of its readings.
+/// The report of one reader.
 struct reading_t
 {
     unsigned int reads = 0;

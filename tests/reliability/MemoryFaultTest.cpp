@@ -41,7 +41,7 @@ protected:
     void failEach(FailingMemory::kind_t kind, FaultWorkload::start_t start, FaultPlan::persistence_t persistence,
                   int dbgLevel)
     {
-        runWorkload(kind, start, persistence, dbgLevel, 0); // What is made once and kept is made by this one.
+        runWorkload(kind, start, persistence, dbgLevel, 0); // Makes what is made once and kept.
         bool isStruck = true;
         for (unsigned int n = 1; isStruck && !HasFailure(); n += kStride)
         {

@@ -27,7 +27,7 @@ constexpr int kOperationCount = 360;
 constexpr int kControlOperationCount = 60;
 constexpr std::size_t kRandomStates = 5;
 
-/// What the two tables hold, by key. Rows are shared: there is one content for each step of the workload.
+/// The content of the two tables, by key. Rows are shared: there is one content for each step of the workload.
 struct Content
 {
     std::map<unsigned long long, std::shared_ptr<Fault const>> faults;
@@ -118,7 +118,7 @@ public:
 
     std::vector<Act> const& acts() const { return m_acts; }
     std::vector<DiskOperation> const& operations() const { return m_operations; }
-    /// What was there before the first operation.
+    /// The content before the first operation.
     DiskModel const& firstDisk() const { return m_firstDisk; }
 
 private:
@@ -162,7 +162,7 @@ private:
 
     std::size_t below(std::size_t bound) { return static_cast<std::size_t>(m_random() % bound); }
 
-    /// Of any length from empty to some overflow pages.
+    /// A text of any length from empty to some overflow pages.
     std::string anyText()
     {
         constexpr std::size_t kLengths[] = {0, 5, 20, 20, 60, 60, 200, 600, 3000, 9000};
@@ -366,7 +366,7 @@ private:
     std::size_t m_taken = 0;
 };
 
-/// What was found wrong in a state.
+/// The errors in a state.
 enum loss_t
 {
     LOSS_NONE,
@@ -531,7 +531,7 @@ public:
 
     DiskModel const& disk() const { return m_disk; }
 
-    /// What the power fails in.
+    /// The operation during which the power fails.
     Act const& underWay() const { return m_act < m_workload.acts().size() ? m_workload.acts()[m_act] : m_over; }
 
     std::size_t index() const { return m_index; }

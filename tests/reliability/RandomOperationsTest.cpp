@@ -25,7 +25,7 @@ struct origin_t
 {
     char const* name;
     unsigned int seed;
-    /// What another program did to a file that the library had made and filled.
+    /// A change that another program made to a file of the library.
     char const* sql;
     bool compatibleMode;
 };
@@ -107,7 +107,7 @@ void RandomOperations::close()
     ASSERT_EQ(db.closeDb(), 0);
 }
 
-/// What the other program did is no matter here: from now on the file is as SQLite says.
+/// The change of the other program does not matter here: from now on the file is as SQLite says.
 void RandomOperations::takeFromFile()
 {
     auto const take = [](auto const& found, auto& rows)
@@ -379,7 +379,7 @@ TEST_P(RandomOperations, LeaveInTheFileWhatAModelHolds)
         step();
     }
     ASSERT_FALSE(HasFailure());
-    // What was written lasts beyond this object, and is what SQLite sees without it.
+    // The rows last beyond this object, and SQLite sees them without it.
     FaultDb another;
     reopen();
     ASSERT_EQ(db.closeDb(), 0);

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-/// What a fault database holds: every cell.
+/// The content of a fault database: every cell.
 struct recorded_t
 {
     std::string faults;

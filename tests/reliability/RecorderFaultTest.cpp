@@ -40,7 +40,7 @@ protected:
     {
         for (int call = 0; call < RecorderWorkload::CALL_COUNT; ++call)
         {
-            // What is made once and kept is made by this one.
+            // The first run makes what is made once and kept.
             static_cast<void>(failOne(plan, persistence, static_cast<RecorderWorkload::call_t>(call), 0));
             unsigned int fired = 1;
             for (unsigned int n = 1; fired != 0 && !HasFailure(); n += stride)
@@ -144,7 +144,7 @@ TEST_F(RecorderFaultTest, RecorderThatIsNotOpenThrowsNothingWithoutMemory)
     EXPECT_LT(recorder->flush(left), 0);
     EXPECT_LT(recorder->endCycle(), 0);
     EXPECT_LT(recorder->close(), 0);
-    recorder.reset(); // What is thrown here ends the process.
+    recorder.reset(); // An exception here ends the process.
     plan.pause();
     plan.clear();
     EXPECT_GT(plan.fired(), 0U);
@@ -209,7 +209,7 @@ TEST_F(RecorderFaultTest, RecorderWithoutMemoryWhilePruningPrunesOnAndKeepsNobod
         ASSERT_EQ(recorder.record(event).result, firaim::HISTORY_OK);
         plan.arm(n, FaultPlan::ONCE);
         plan.resume();
-        static_cast<void>(recorder.record(event)); // What it reports, the tests above look at.
+        static_cast<void>(recorder.record(event)); // The tests above check its result.
         plan.pause();
         plan.clear();
         fired = plan.fired();

@@ -98,7 +98,7 @@ private:
 
     void tryState(DiskModel::files_t const& files, std::size_t index, char const* kind)
     {
-        // What returned with the last operation before the cut is over.
+        // A call that returned with the last operation before the cut is over.
         auto const isUnderWay = [index](RecorderCutRun::call_t const& call) { return call.end > index; };
         auto const& calls = m_run.calls();
         auto const found = std::find_if(calls.begin(), calls.end(), isUnderWay);
@@ -117,7 +117,7 @@ private:
         }
     }
 
-    /// What is wrong with the files that a cut in `call` has left; empty when nothing is.
+    /// The error in the files that a cut in `call` has left; empty without one.
     std::string problemAfter(RecorderCutRun::call_t const& call) const
     {
         std::string const path = m_directory.file(RecorderCutRun::kFileName);

@@ -146,7 +146,7 @@ TEST_F(RecorderStorageTest, IncidentOfAResetThatFailedIsForgotten)
         }
         if (receipt.result == HISTORY_OK || readFile(file).front() != '\x5a')
         {
-            continue; // What has failed was not the reset.
+            continue; // Another call failed, not the reset.
         }
         ++failures;
         std::filesystem::remove(file + "-journal");

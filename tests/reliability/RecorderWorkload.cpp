@@ -7,7 +7,7 @@ namespace
 
 using namespace firaim;
 
-/// Of the code whose two triples are active before the call.
+/// An event of the code whose two triples are active before the call.
 constexpr std::uint64_t kCode = 7;
 /// Modules of the events of the call begin with it.
 constexpr char kOfCall[] = "call";

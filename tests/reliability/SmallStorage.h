@@ -12,14 +12,14 @@
 
 // Storage that is full: limits and mounts that belong to one process.
 
-constexpr int kFailed = 255; // Of a child process; what is neither this nor 0 is an errno.
+constexpr int kFailed = 255; // Exit status of a child process; any other but 0 is an errno.
 
 /// Runs `body` in a process of its own, whose limits and mounts end with it. The result is that of `body`, or `kFailed`
 /// after a failed expectation.
 template <class Body>
 int runInChild(Body body)
 {
-    std::fflush(nullptr); // What waits in buffers would be written by both.
+    std::fflush(nullptr); // Otherwise both processes would write what is in the buffers.
     pid_t const child = fork();
     if (child == 0)
     {

@@ -14,7 +14,7 @@
 namespace
 {
 
-/// What came of all workloads of one test.
+/// The results of all workloads of one test.
 struct Counts
 {
     unsigned int faults = 0;

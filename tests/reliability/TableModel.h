@@ -15,7 +15,7 @@ Fault storedRecord(Fault fault);
 FaultStatistic storedRecord(FaultStatistic statistic);
 FdbVersion storedRecord(FdbVersion version);
 
-/// What the three tables of a database must hold, in plain containers and as each operation is documented to change it.
+/// The expected content of the three tables, in plain containers and as each operation is documented to change it.
 /// Texts are given as to the library, each quote twice, and none is one that the library refuses.
 class TableModel
 {
@@ -45,7 +45,7 @@ private:
     void rewrite(FaultStatistic const& stored);
 };
 
-/// What the library reads from an open database.
+/// The content that the library reads from an open database.
 struct tables_t
 {
     FaultTbl faults;

@@ -1,4 +1,4 @@
-// What is wrong with a file, each thing for itself.
+// The findings of `firaim check`, each for itself.
 
 #include "ToolProcess.h"
 
@@ -40,7 +40,7 @@ protected:
         EXPECT_EQ(outcome.errors, "");
     }
 
-    /// What is said of a statistic whose fault was removed.
+    /// The finding about a statistic whose fault was removed.
     static std::string removed(std::string const& reference)
     {
         return "removed: FdbFaultStatisticTbl row 2 (FaultCode " + reference +
@@ -75,7 +75,7 @@ TEST_F(Checking, FindsAColumnThatWasRenamed)
     EXPECT_THAT(outcome.output,
                 testing::StartsWith("schema: FdbFaultTbl has a column 'Module', which does not belong there\n"
                                     "schema: FdbFaultTbl has no column 'ModuleName'\nwhat to do (schema): "));
-    // What is there can be saved, as is advised.
+    // The rest can be saved, as is advised.
     EXPECT_THAT(output({"export", path, "--format", "csv"}), HasSubstr("1025,FC_BUS_OFF,,p1,1935630121000"));
 }
 

@@ -1,4 +1,4 @@
-// What holds for every command: arguments, help, exit status, and files that cannot be used.
+// Common to all commands: arguments, help, exit status, and files that cannot be used.
 
 #include "ToolProcess.h"
 

@@ -20,7 +20,7 @@ enum file_t
     WITH_LOG_AND_ANOTHER_PROCESS ///< which has the file open all the while
 };
 
-/// What a process does that records as soon as it can; the file does it by itself, so that it happens each time.
+/// Records like a process that does so as soon as it can; a trigger does it, so that it happens each time.
 char const* const kRecordAnother =
     "BEGIN INSERT INTO FdbFaultTbl(Description,Status,RdbStartupId) VALUES('meanwhile','ErrorInactive',2); END";
 

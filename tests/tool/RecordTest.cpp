@@ -413,7 +413,7 @@ TEST_F(Recording, ReadsManyFromStandardInputAndSaysWhatWasRefused)
               "firaim: line 12: no JSON object\n"
               "firaim: line 13: no JSON, at byte 14\n"
               "firaim: line 14: FaultCode is missing\n"
-              "firaim: line 15: a number is larger than any number can be\n"
+              "firaim: line 15: number out of range\n"
               "firaim: line 16: 'code' is given twice\n"
               "firaim: line 17: 'FaultCode' is given twice\n"
               "firaim: line 18: Time: must be a time from 1970 on, such as \"2031-05-04T03:02:01Z\"\n");
@@ -428,7 +428,7 @@ TEST_F(Recording, ALineThatTheFileRefusesAtTheEndOfABatchDoesNotEndIt)
 {
     refuseModule("bad", "not this one");
     ToolProcess process({"record", path, "--stdin"}, {}, true);
-    // What is there at once is one batch.
+    // Lines that are there at once are one batch.
     process.write("{\"FaultCode\":1}\n{\"FaultCode\":2,\"ModuleName\":\"bad\"}\n");
     EXPECT_EQ(process.readLine(), "1");
     process.write("{\"FaultCode\":3,\"ModuleName\":\"bad\"}\n");

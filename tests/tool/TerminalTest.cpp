@@ -1,4 +1,4 @@
-// What depends on a terminal: colours, bars, widths, progress. And that nothing of it shows without one.
+// Output that depends on a terminal: colours, bars, widths, progress. None of it shows without one.
 
 #include "ToolProcess.h"
 
@@ -19,7 +19,7 @@ class OnATerminal : public ToolTest
 protected:
     OnATerminal() { createSample(); }
 
-    /// What the command sends to a terminal of that width, its line ends as the program writes them.
+    /// The output of the command on a terminal of that width, its line ends as the program writes them.
     static std::string shown(std::vector<std::string> const& arguments, int columns,
                              std::map<std::string, std::string> const& environment = {})
     {
@@ -157,7 +157,7 @@ TEST_F(OnATerminal, NothingFromTheFileActsOnIt)
         EXPECT_THAT(text, Not(HasSubstr("\a"))) << arguments[0];
         EXPECT_THAT(text, Not(HasSubstr("\u009b"))) << arguments[0];
     }
-    // What the library says of such a cell does not either.
+    // The library's message about such a cell does not either.
     RawDb(path).exec("UPDATE FdbFaultTbl SET FaultCode = " + hostile);
     setting_t setting;
     setting.errorColumns = 80;

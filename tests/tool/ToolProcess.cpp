@@ -135,7 +135,7 @@ ToolProcess::~ToolProcess()
 
 void ToolProcess::write(std::string const& text)
 {
-    // What does not fit into the pipe at once would need somebody to read the outputs meanwhile.
+    // Input that does not fit into the pipe at once would need somebody to read the outputs meanwhile.
     std::string_view left = text;
     while (!left.empty())
     {

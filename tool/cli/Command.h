@@ -14,14 +14,14 @@
 namespace tool
 {
 
-/// What the command line asks for, filled while that is read.
+/// The parsed command line.
 struct Request
 {
     Output& output;
     std::function<int()> run; ///< of the one command; returns the program's exit status
 };
 
-// What several commands have in common.
+// Options that several commands share.
 void addFile(Command& command, std::string& path);
 void addJson(Command& command, bool& isJson);
 void addTimeStyle(Command& command, TimeStyle& style);

@@ -108,7 +108,7 @@ private:
 
 struct FinishBackup
 {
-    // What it says was said by the last step.
+    // Its error is the one that the last step returned.
     void operator()(sqlite3_backup* backup) const { static_cast<void>(sqlite3_backup_finish(backup)); }
 };
 

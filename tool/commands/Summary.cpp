@@ -35,7 +35,7 @@ struct Options
     bool isJson = false;
 };
 
-/// What one walk through all faults tells.
+/// The results of one walk through all faults.
 struct Faults
 {
     unsigned long long count = 0;
@@ -195,7 +195,7 @@ void printFaults(Faults const& faults, TimeStyle const& style, Output& output)
     }
 }
 
-/// What is known at once goes out at once; walking through a large file takes its time.
+/// Prints first what needs no walk through the faults, which takes time in a large file.
 void print(FaultFile& file, Options const& options, Output& output)
 {
     Terminal const& terminal = output.terminal();

@@ -51,7 +51,7 @@ std::string oldFaults(Options const& options)
     return !options.keep ? "fault_time(TimeStampUTC) < ?1" : *options.keep == 0 ? "?1 NOT NULL" : "EntryId < ?1";
 }
 
-/// What an active statistic refers to stays, however old it is.
+/// A row that an active statistic refers to stays, however old it is.
 std::string referredTo()
 {
     return "EntryId IN (SELECT FaultEntryId FROM " + statisticFormat().name +
@@ -68,7 +68,7 @@ void tellsState(sqlite3_context* context, int, sqlite3_value** arguments)
     sqlite3_result_int(context, std::binary_search(keys->begin(), keys->end(), sqlite3_value_int64(arguments[0])));
 }
 
-/// What stays, however old it is.
+/// The rows that stay, however old they are.
 std::string needed()
 {
     return "(tells_state(EntryId) OR " + referredTo() + ")";
@@ -169,7 +169,7 @@ unsigned long long count(sqlite::Connection const& connection, std::string const
     return static_cast<unsigned long long>(statement.integer(0));
 }
 
-/// What was removed, or would be, and what stays although it is old.
+/// How many rows were removed, or would be, and how many old ones stay.
 struct amounts_t
 {
     unsigned long long removed = 0;

@@ -203,7 +203,7 @@ public:
 
     bool null() override
     {
-        requireKnown(); // What a column did not hold, and a time that was not set, are exported so.
+        requireKnown(); // An export writes null for an empty cell and for a time that was not set.
         return true;
     }
     bool boolean(bool truth) override
@@ -263,12 +263,12 @@ public:
     {
         // The parser says of a number that is too large that it is out of range.
         constexpr int kOutOfRange = 406;
-        throw std::invalid_argument(problem.id == kOutOfRange ? "a number is larger than any number can be"
+        throw std::invalid_argument(problem.id == kOutOfRange ? "number out of range"
                                                               : "no JSON, at byte " + std::to_string(position));
     }
 
 private:
-    /// What is deeper than a fault can be takes much memory.
+    /// Reject deep nesting early to bound memory.
     void requireTop()
     {
         if (m_isObject || m_isIn)

@@ -28,7 +28,7 @@ public:
 
     /// `kind` must outlive this object.
     void add(findingKind_t const& kind, std::string const& what);
-    /// What comes last; `path` is the file.
+    /// Prints the last line; `path` is the file.
     void end(std::string const& path);
 
     /// How many there are; those that are problems alone.

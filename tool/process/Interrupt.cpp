@@ -45,7 +45,7 @@ void install()
     {
         struct sigaction inherited = {};
         sigaction(signalNumber, nullptr, &inherited);
-        // Who started the program with a signal ignored, as nohup does, means it.
+        // Keep a signal ignored when the caller has ignored it, as nohup does.
         if (inherited.sa_handler != SIG_IGN)
         {
             sigaction(signalNumber, &action, nullptr);

@@ -45,7 +45,7 @@ void LineReader::fill()
     m_begin = 0;
     if (m_lineEnd == std::string::npos)
     {
-        // What was there before has no end of a line in it.
+        // The earlier bytes hold no end of a line.
         auto const* const end = std::find(chunk.data(), chunk.data() + size, '\n');
         m_lineEnd = end == chunk.data() + size ? std::string::npos
                                                : m_pending.size() + static_cast<std::size_t>(end - chunk.data());
@@ -53,7 +53,7 @@ void LineReader::fill()
     m_pending.append(chunk.data(), static_cast<std::size_t>(size));
     if (m_lineEnd == std::string::npos && m_pending.size() > m_longestLine)
     {
-        // What will be refused anyway is not kept.
+        // Do not keep a line that is too long: it is refused anyway.
         m_taken += m_pending.size();
         m_pending.clear();
         m_isCut = true;

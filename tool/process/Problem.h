@@ -6,7 +6,7 @@
 namespace tool
 {
 
-/// What the program ends with.
+/// The exit status.
 enum exitStatus_t : int
 {
     STATUS_DONE = 0,

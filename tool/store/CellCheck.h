@@ -10,8 +10,8 @@
 namespace tool
 {
 
-/// What is wrong with a cell: that it holds something that the library would not have written there, and reads as
-/// something else. Empty when nothing is.
+/// The problem of a cell whose content the library would not have written there, and reads as something else. Empty
+/// without one.
 std::string cellProblem(firaim::RowCursor const& row, std::size_t cell, column_t const& expected);
 
 } // namespace tool

@@ -292,7 +292,7 @@ std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const&
     }
     catch (sqlite::Error const& error)
     {
-        // What is compiled when the time is over is refused.
+        // A statement that is compiled after the time limit is refused.
         if (watch && (error.kind() == SQLITE_INTERRUPT || error.kind() == SQLITE_AUTH))
         {
             interrupt::check();

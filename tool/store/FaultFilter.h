@@ -13,7 +13,7 @@
 namespace tool
 {
 
-/// What a user asks for on the command line; absent where nothing is. An empty text asks for something, too.
+/// The filters on the command line; absent ones do not filter. An empty text does.
 struct FilterOptions
 {
     std::optional<std::string> code;

@@ -51,7 +51,7 @@ private:
     std::optional<std::set<unsigned int>> m_sharedCodes; ///< of which nothing was said yet
 };
 
-/// What a recorder needs to know to record as this program does.
+/// The options of a recorder for this program.
 firaim::RecorderOptions recorderOptions(TimeStyle const& style);
 
 } // namespace tool

@@ -12,7 +12,7 @@
 namespace tool
 {
 
-/// What a column holds.
+/// The kind of values in a column.
 enum class content_t
 {
     KEY,

@@ -145,7 +145,7 @@ void LineRecorder::recordBatch()
 /// Problem when it never will be.
 void LineRecorder::settle(std::vector<firaim::Receipt> const& receipts)
 {
-    std::string const problem = m_recorder.lastProblem(); // Of the last line that failed.
+    std::string const problem = m_recorder.lastProblem(); // The problem of the last line that failed.
     // A failure that concerns the file concerns all lines from one on; those in between are refused by themselves.
     std::size_t settled = receipts.size();
     while (settled > 0 && receipts[settled - 1].result != firaim::HISTORY_OK &&
@@ -258,7 +258,7 @@ void LineRecorder::nameRest()
     }
     catch (...)
     {
-        hasMore = true; // What cannot be read is not recorded either.
+        hasMore = true; // Lines that cannot be read are not recorded either.
     }
     if (hasMore)
     {

@@ -21,7 +21,7 @@ namespace tool
 namespace
 {
 
-/// What goes out at once: the rows of some milliseconds.
+/// Bytes that are written at once: the rows of some milliseconds.
 constexpr std::size_t kMuch = 1 << 16;
 
 /// Whether somebody reads what is written to `descriptor`.
@@ -44,7 +44,7 @@ void writeErrorLine(std::string const& line)
         {
             if (interrupt::isPending())
             {
-                return; // Who is to end does not wait for a reader.
+                return; // After a signal, do not wait for the reader.
             }
             continue;
         }
@@ -94,7 +94,7 @@ void holdStandardDescriptors()
     {
         if (fcntl(descriptor, F_GETFD) < 0)
         {
-            // The lowest number that is free is this one. It is opened for what it is not used for.
+            // open() returns this descriptor. Use the wrong mode, so that any I/O on it fails.
             static_cast<void>(open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY));
         }
     }
@@ -122,7 +122,7 @@ void Output::flush()
     std::string_view left = m_pending;
     while (!left.empty())
     {
-        // Of what a pipe has room for at least, none blocks; only waiting for that room ends with a signal for certain.
+        // Writes of up to PIPE_BUF bytes do not block once poll reports room, and a signal always ends poll.
         while (m_hasReader && !interrupt::waitFor(STDOUT_FILENO, interrupt::WRITING, -1))
         {
             interrupt::check();

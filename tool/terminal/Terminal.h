@@ -3,7 +3,7 @@
 namespace tool
 {
 
-/// What is known of the terminal behind a descriptor, if there is one.
+/// The properties of the terminal behind a descriptor, if there is one.
 struct Terminal
 {
     bool isThere = false;

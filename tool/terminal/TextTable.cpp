@@ -188,7 +188,7 @@ void TextTable::write(row_t const& row)
     Terminal const& terminal = m_output.terminal();
     bool const isFitted = terminal.isThere && !m_wraps;
     std::string line;
-    std::size_t used = 0;   // Of the terminal's columns.
+    std::size_t used = 0;   // Columns of the terminal.
     std::size_t blanks = 0; // Written before the next text only, so that no line ends with some.
     for (std::size_t column = 0; column < row.size(); ++column)
     {

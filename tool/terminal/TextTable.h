@@ -25,7 +25,7 @@ std::string styled(std::string const& text, style_t style, Terminal const& termi
 /// above 0 is seen.
 std::string barText(unsigned long long count, unsigned long long most, std::size_t width, Terminal const& terminal);
 
-/// What stands for the part of a text that was left out.
+/// Stands for the part of a text that was left out.
 std::string_view ellipsisFor(Terminal const& terminal);
 
 /// Writes rows of texts as a table that fits the terminal. The first rows are held back and tell how wide the columns
@@ -53,7 +53,7 @@ public:
     };
     using row_t = std::vector<cell_t>;
 
-    /// What makes a line too long all the same is cut off, unless the table `wraps`.
+    /// A line that is too long all the same is cut, unless the table `wraps`.
     TextTable(Output& output, std::vector<heading_t> headings, bool wraps = false);
 
     void add(row_t row);

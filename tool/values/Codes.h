@@ -28,7 +28,7 @@ std::optional<unsigned int> numberIn(std::string const& text);
 /// The name of a code for people: the stored one, else the one of the table, else the number.
 std::string codeText(unsigned int number, std::string const& storedName);
 
-/// What to say of a text that names no code: with the names that hold it, if there are any.
+/// The message for a text that names no code, with the names that contain it, if there are any.
 std::string unknownCodeText(std::string const& text);
 
 } // namespace tool

@@ -14,7 +14,7 @@ using testing::IsEmpty;
 namespace
 {
 
-/// What the standard says about a text, independent of the application's locale.
+/// The standard's answer for a text, independent of the application's locale.
 template <class T>
 struct StandardExtraction
 {
