@@ -9,10 +9,10 @@ namespace
 
 using testing::HasSubstr;
 
-class Checking : public ToolTest
+class CheckTest : public ToolTest
 {
 protected:
-    Checking() { createSample(); }
+    CheckTest() { createSample(); }
 
     /// Expects the check to find one thing, and that `what` is part of what it says.
     void expectFinding(std::string const& what)
@@ -51,23 +51,23 @@ protected:
 
 } // namespace
 
-TEST_F(Checking, FindsNothingWrongWithASoundFile)
+TEST_F(CheckTest, FindsNothingWrongWithASoundFile)
 {
     expectNothing();
 }
 
-TEST_F(Checking, FindsATableThatIsMissing)
+TEST_F(CheckTest, FindsATableThatIsMissing)
 {
     expectFinding("DROP TABLE FdbFaultStatisticTbl", "schema: table FdbFaultStatisticTbl is missing\n");
 }
 
-TEST_F(Checking, FindsAColumnThatIsMissing)
+TEST_F(CheckTest, FindsAColumnThatIsMissing)
 {
     expectFinding("ALTER TABLE FdbFaultTbl DROP COLUMN SystemDateTimeString",
                   "schema: FdbFaultTbl has no column 'SystemDateTimeString'\n");
 }
 
-TEST_F(Checking, FindsAColumnThatWasRenamed)
+TEST_F(CheckTest, FindsAColumnThatWasRenamed)
 {
     RawDb(path).exec("ALTER TABLE FdbFaultTbl RENAME COLUMN ModuleName TO Module");
     outcome_t const outcome = runTool({"check", path});
@@ -79,7 +79,7 @@ TEST_F(Checking, FindsAColumnThatWasRenamed)
     EXPECT_THAT(output({"export", path, "--format", "csv"}), HasSubstr("1025,FC_BUS_OFF,,p1,1935630121000"));
 }
 
-TEST_F(Checking, SaysThatAColumnItNeedsIsMissingAndGoesOn)
+TEST_F(CheckTest, SaysThatAColumnItNeedsIsMissingAndGoesOn)
 {
     RawDb(path).exec(
         "ALTER TABLE FdbFaultStatisticTbl DROP COLUMN FaultActive; UPDATE FdbVersionTbl SET Version = 'x'");
@@ -90,7 +90,7 @@ TEST_F(Checking, SaysThatAColumnItNeedsIsMissingAndGoesOn)
     EXPECT_THAT(outcome.output, testing::Not(HasSubstr("integrity")));
 }
 
-TEST_F(Checking, FindsColumnsInAnotherOrder)
+TEST_F(CheckTest, FindsColumnsInAnotherOrder)
 {
     RawDb(path).exec("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER PRIMARY KEY "
                      "AUTOINCREMENT NOT NULL, Version VARCHAR, Component VARCHAR); INSERT INTO FdbVersionTbl VALUES(1, "
@@ -100,13 +100,13 @@ TEST_F(Checking, FindsColumnsInAnotherOrder)
                                     "schema: FdbVersionTbl has the column 'Version' in another place\n"));
 }
 
-TEST_F(Checking, FindsAColumnThatDoesNotBelongThere)
+TEST_F(CheckTest, FindsAColumnThatDoesNotBelongThere)
 {
     expectFinding("ALTER TABLE FdbVersionTbl ADD COLUMN Extra",
                   "schema: FdbVersionTbl has a column 'Extra', which does not belong there\n");
 }
 
-TEST_F(Checking, FindsAColumnOfAnotherType)
+TEST_F(CheckTest, FindsAColumnOfAnotherType)
 {
     expectFinding("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER PRIMARY KEY "
                   "AUTOINCREMENT NOT NULL, Component VARCHAR, Version TEXT); INSERT INTO FdbVersionTbl VALUES(1, "
@@ -114,14 +114,14 @@ TEST_F(Checking, FindsAColumnOfAnotherType)
                   "schema: FdbVersionTbl column 'Version' is of type 'TEXT' instead of 'VARCHAR'\n");
 }
 
-TEST_F(Checking, FindsAKeyThatIsNone)
+TEST_F(CheckTest, FindsAKeyThatIsNone)
 {
     expectFinding("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER, Component VARCHAR, "
                   "Version VARCHAR); INSERT INTO FdbVersionTbl VALUES(1, 'FormatVersion', '1.0.0')",
                   "schema: FdbVersionTbl column 'VersionEntryId' is not the key\n");
 }
 
-TEST_F(Checking, FindsAStatementThatDiffersThoughTheColumnsDoNot)
+TEST_F(CheckTest, FindsAStatementThatDiffersThoughTheColumnsDoNot)
 {
     expectFinding("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER PRIMARY KEY NOT NULL, "
                   "Component VARCHAR, Version VARCHAR); INSERT INTO FdbVersionTbl VALUES(1, 'FormatVersion', '1.0.0')",
@@ -129,39 +129,39 @@ TEST_F(Checking, FindsAStatementThatDiffersThoughTheColumnsDoNot)
                   "INTEGER PRIMARY KEY NOT NULL, ");
 }
 
-TEST_F(Checking, FindsWhatIsNotPartOfTheFormat)
+TEST_F(CheckTest, FindsWhatIsNotPartOfTheFormat)
 {
     expectFinding("CREATE TRIGGER t AFTER INSERT ON FdbFaultTbl BEGIN DELETE FROM FdbFaultTbl; END",
                   "schema: trigger 't' is not part of the file format\n");
 }
 
-TEST_F(Checking, FindsAnotherFormatVersion)
+TEST_F(CheckTest, FindsAnotherFormatVersion)
 {
     expectFinding("UPDATE FdbVersionTbl SET Version = '1.0.1'",
                   "version: format version is '1.0.1' instead of '1.0.0'\n");
 }
 
-TEST_F(Checking, FindsAFormatVersionThatIsMissingOrNotTheOnlyOne)
+TEST_F(CheckTest, FindsAFormatVersionThatIsMissingOrNotTheOnlyOne)
 {
     expectFinding("INSERT INTO FdbVersionTbl VALUES(2, 'formatversion', '1.0.0')",
                   "version: FdbVersionTbl has 2 rows of ");
     expectFinding("DELETE FROM FdbVersionTbl", "version: FdbVersionTbl has 0 rows of ");
 }
 
-TEST_F(Checking, FindsAStatisticWhoseFaultIsMissing)
+TEST_F(CheckTest, FindsAStatisticWhoseFaultIsMissing)
 {
     expectFinding("UPDATE FdbFaultStatisticTbl SET FaultEntryId = 99 WHERE EntryId = 2",
                   "reference: FdbFaultStatisticTbl row 2 (FaultCode 1285) refers to fault 99, which is missing\n");
 }
 
-TEST_F(Checking, FindsNothingWrongWithAFaultThatTrimHasRemovedButSaysSo)
+TEST_F(CheckTest, FindsNothingWrongWithAFaultThatTrimHasRemovedButSaysSo)
 {
     output({"trim", path, "--keep", "1"});
     EXPECT_EQ(value("SELECT group_concat(EntryId) FROM FdbFaultTbl"), "1,3");
     expectNothing(removed("1285) refers to fault 2"));
 }
 
-TEST_F(Checking, FindsNothingWrongWhereTrimHasKeptOlderFaultsOfActiveStatistics)
+TEST_F(CheckTest, FindsNothingWrongWhereTrimHasKeptOlderFaultsOfActiveStatistics)
 {
     output({"create", path, "--force"});
     output({"record", path, "--code", "FC_BUS_OFF"});
@@ -173,20 +173,20 @@ TEST_F(Checking, FindsNothingWrongWhereTrimHasKeptOlderFaultsOfActiveStatistics)
     expectNothing(removed("769) refers to fault 3"));
 }
 
-TEST_F(Checking, FindsTheMissingFaultOfAnActiveStatisticHoweverOld)
+TEST_F(CheckTest, FindsTheMissingFaultOfAnActiveStatisticHoweverOld)
 {
     expectFinding("DELETE FROM FdbFaultTbl WHERE EntryId = 1; UPDATE FdbFaultStatisticTbl SET FaultEntryId = 1 WHERE "
                   "EntryId = 1",
                   "refers to fault 1, which is missing\n");
 }
 
-TEST_F(Checking, FindsTwoStatisticsOfOneCode)
+TEST_F(CheckTest, FindsTwoStatisticsOfOneCode)
 {
     expectFinding("UPDATE FdbFaultStatisticTbl SET FaultCode = 1025",
                   "statistic: FaultCode 1025 has 2 rows in FdbFaultStatisticTbl\n");
 }
 
-TEST_F(Checking, FindsEachKindOfDamagedCell)
+TEST_F(CheckTest, FindsEachKindOfDamagedCell)
 {
     std::vector<std::pair<std::string, std::string>> const damages = {
         {"FaultCode = '42abc'", "FaultCode holds '42abc' and no whole number"},
@@ -212,7 +212,7 @@ TEST_F(Checking, FindsEachKindOfDamagedCell)
                   "cell: FdbFaultStatisticTbl row 1: OccurenceCnt holds 65536, which is no number of 16 bits");
 }
 
-TEST_F(Checking, FindsDamagedPages)
+TEST_F(CheckTest, FindsDamagedPages)
 {
     RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 500) INSERT INTO "
                      "FdbFaultTbl(Description) SELECT 'x' FROM n");
@@ -227,7 +227,7 @@ TEST_F(Checking, FindsDamagedPages)
     EXPECT_EQ(readFile(path), bytes);
 }
 
-TEST_F(Checking, NamesOnlySoManyOfAKindAndCountsTheRest)
+TEST_F(CheckTest, NamesOnlySoManyOfAKindAndCountsTheRest)
 {
     RawDb(path).exec("DELETE FROM FdbFaultStatisticTbl; WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
                      "WHERE i < 30) INSERT INTO FdbFaultStatisticTbl SELECT NULL, i, '', 0, 0, '', '', 0, 'x', 0, 0, 0 "
@@ -239,7 +239,7 @@ TEST_F(Checking, NamesOnlySoManyOfAKindAndCountsTheRest)
     EXPECT_THAT(outcome.output, HasSubstr(": 30 findings\n"));
 }
 
-TEST_F(Checking, PrintsFindingsAsJson)
+TEST_F(CheckTest, PrintsFindingsAsJson)
 {
     EXPECT_EQ(output({"check", path, "--json"}), "[]\n");
     RawDb(path).exec("UPDATE FdbVersionTbl SET Version = '1.0.1'");

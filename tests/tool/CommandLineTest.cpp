@@ -45,7 +45,7 @@ std::vector<std::string> withFile(std::vector<std::string> command, std::string 
     return command;
 }
 
-class CommandLine : public ToolTest
+class CommandLineTest : public ToolTest
 {
 protected:
     std::size_t filesInFolder() const
@@ -68,7 +68,7 @@ protected:
 
 } // namespace
 
-TEST_F(CommandLine, WithoutACommandIsBadUsage)
+TEST_F(CommandLineTest, WithoutACommandIsBadUsage)
 {
     outcome_t const outcome = runTool({});
     EXPECT_EQ(outcome.status, 2);
@@ -76,7 +76,7 @@ TEST_F(CommandLine, WithoutACommandIsBadUsage)
     EXPECT_THAT(outcome.errors, HasSubstr("--help"));
 }
 
-TEST_F(CommandLine, BadUsageIsSaidOnStandardErrorWithStatus2)
+TEST_F(CommandLineTest, BadUsageIsSaidOnStandardErrorWithStatus2)
 {
     create();
     std::vector<std::vector<std::string>> const bad = {
@@ -125,7 +125,7 @@ TEST_F(CommandLine, BadUsageIsSaidOnStandardErrorWithStatus2)
     EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"), "0");
 }
 
-TEST_F(CommandLine, HelpNamesEveryCommandAndTheExitStatus)
+TEST_F(CommandLineTest, HelpNamesEveryCommandAndTheExitStatus)
 {
     std::string const help = output({"--help"});
     for (auto const& command : kCommandsOnFiles)
@@ -135,7 +135,7 @@ TEST_F(CommandLine, HelpNamesEveryCommandAndTheExitStatus)
     EXPECT_THAT(help, HasSubstr("Exit status: 0 done; 1 "));
 }
 
-TEST_F(CommandLine, HelpOfEachCommandHasAnExample)
+TEST_F(CommandLineTest, HelpOfEachCommandHasAnExample)
 {
     std::vector<std::vector<std::string>> commands = kCommandsOnFiles;
     commands.push_back({"create"});
@@ -146,29 +146,29 @@ TEST_F(CommandLine, HelpOfEachCommandHasAnExample)
     }
 }
 
-TEST_F(CommandLine, VersionIsThatOfTheLibrary)
+TEST_F(CommandLineTest, VersionIsThatOfTheLibrary)
 {
     EXPECT_EQ(output({"--version"}), "firaim " FIRAIM_TEST_VERSION "\n");
 }
 
-TEST_F(CommandLine, AMistypedFileNameIsRefusedAndCreatesNothing)
+TEST_F(CommandLineTest, AMistypedFileNameIsRefusedAndCreatesNothing)
 {
     expectRefused(dir.file("mistyped.db"), "mistyped.db: No such file or directory");
     EXPECT_EQ(filesInFolder(), 0u);
 }
 
-TEST_F(CommandLine, AFolderIsRefused)
+TEST_F(CommandLineTest, AFolderIsRefused)
 {
     expectRefused(dir.path(), "is a folder");
 }
 
-TEST_F(CommandLine, AFifoIsRefusedAndNotWaitedFor)
+TEST_F(CommandLineTest, AFifoIsRefusedAndNotWaitedFor)
 {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     expectRefused(path, "is no regular file");
 }
 
-TEST_F(CommandLine, AFileThatIsNoDatabaseIsRefusedAndStaysAsItIs)
+TEST_F(CommandLineTest, AFileThatIsNoDatabaseIsRefusedAndStaysAsItIs)
 {
     std::string const bytes(5000, 'x');
     writeFile(path, bytes);
@@ -177,7 +177,7 @@ TEST_F(CommandLine, AFileThatIsNoDatabaseIsRefusedAndStaysAsItIs)
     EXPECT_EQ(filesInFolder(), 1u);
 }
 
-TEST_F(CommandLine, ADatabaseOfSomethingElseIsRefusedByAllButCheck)
+TEST_F(CommandLineTest, ADatabaseOfSomethingElseIsRefusedByAllButCheck)
 {
     RawDb(path).exec("CREATE TABLE notes(text)");
     for (auto const& command : kCommandsOnFiles)
@@ -189,7 +189,7 @@ TEST_F(CommandLine, ADatabaseOfSomethingElseIsRefusedByAllButCheck)
     EXPECT_EQ(value("SELECT count(*) FROM sqlite_master"), "1");
 }
 
-TEST_F(CommandLine, AnEmptyFileIsRefusedAndStaysEmpty)
+TEST_F(CommandLineTest, AnEmptyFileIsRefusedAndStaysEmpty)
 {
     writeFile(path, "");
     outcome_t const outcome = runTool({"record", path, "--code", "FC_BUS_OFF"});
@@ -198,7 +198,7 @@ TEST_F(CommandLine, AnEmptyFileIsRefusedAndStaysEmpty)
     EXPECT_EQ(readFile(path), "");
 }
 
-TEST_F(CommandLine, ATableThatIsAViewIsRefusedBeforeItsRowsAreAskedFor)
+TEST_F(CommandLineTest, ATableThatIsAViewIsRefusedBeforeItsRowsAreAskedFor)
 {
     create();
     RawDb(path).exec("DROP TABLE FdbFaultTbl; CREATE VIEW FdbFaultTbl AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
@@ -208,7 +208,7 @@ TEST_F(CommandLine, ATableThatIsAViewIsRefusedBeforeItsRowsAreAskedFor)
     EXPECT_THAT(outcome.errors, HasSubstr("FdbFaultTbl is a view"));
 }
 
-TEST_F(CommandLine, NamesThatMeanSomethingToSqliteAreFileNames)
+TEST_F(CommandLineTest, NamesThatMeanSomethingToSqliteAreFileNames)
 {
     std::string const odd = dir.file("file:a.db?mode=memory%20#x'y");
     output({"create", odd});
@@ -217,7 +217,7 @@ TEST_F(CommandLine, NamesThatMeanSomethingToSqliteAreFileNames)
     EXPECT_TRUE(exists(odd));
 }
 
-TEST_F(CommandLine, WritingToAnotherFormatVersionIsRefusedAndLookingIsNot)
+TEST_F(CommandLineTest, WritingToAnotherFormatVersionIsRefusedAndLookingIsNot)
 {
     createSample();
     RawDb(path).exec("UPDATE FdbVersionTbl SET Version = '2.0.0'");
@@ -235,7 +235,7 @@ TEST_F(CommandLine, WritingToAnotherFormatVersionIsRefusedAndLookingIsNot)
     EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"), "3");
 }
 
-TEST_F(CommandLine, TheLibrarysLogLinesGoToStandardError)
+TEST_F(CommandLineTest, TheLibrarysLogLinesGoToStandardError)
 {
     createSample();
     RawDb(path).exec("UPDATE FdbFaultTbl SET LoggerUpTime = 'x' WHERE EntryId = 3");
@@ -244,7 +244,7 @@ TEST_F(CommandLine, TheLibrarysLogLinesGoToStandardError)
     EXPECT_THAT(outcome.errors, StartsWith("[ERROR] Casting value x\n"));
 }
 
-TEST_F(CommandLine, OutputThatCannotBeWrittenIsAFailure)
+TEST_F(CommandLineTest, OutputThatCannotBeWrittenIsAFailure)
 {
     createSample();
     int const status =

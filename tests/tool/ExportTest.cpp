@@ -16,10 +16,10 @@ constexpr char kHeading[] =
     "EntryId,DateTimeString,FaultCode,FaultCodeName,ModuleName,Parameter,TimeStampUTC,TimeZone,Status,Description,"
     "DiagSignalsDumpFileName,LoggerUpTime,LoggerLifeTime,CfgBackupFile,RdbStartupId,SystemDateTimeString\n";
 
-class Exporting : public ToolTest
+class ExportTest : public ToolTest
 {
 protected:
-    Exporting() { createSample(); }
+    ExportTest() { createSample(); }
 
     std::string exported(std::vector<std::string> options)
     {
@@ -45,7 +45,7 @@ protected:
 
 } // namespace
 
-TEST_F(Exporting, CsvHasAHeadingAndTheOldestFirst)
+TEST_F(ExportTest, CsvHasAHeadingAndTheOldestFirst)
 {
     EXPECT_EQ(
         exported({"csv"}),
@@ -58,7 +58,7 @@ TEST_F(Exporting, CsvHasAHeadingAndTheOldestFirst)
             "11,12,\"\",2,2031-05-04T03:02:01.000Z\n");
 }
 
-TEST_F(Exporting, CsvQuotesWhatNeedsItAndTellsNullFromNothing)
+TEST_F(ExportTest, CsvQuotesWhatNeedsItAndTellsNullFromNothing)
 {
     RawDb(path).exec("DELETE FROM FdbVersionTbl; INSERT INTO FdbVersionTbl VALUES(1,'FormatVersion','1.0.0'),"
                      "(2,'a,b','c\"d'),(3,NULL,''),(4,' e','f' || char(10) || 'g'),(5,x'00ff',1.5)");
@@ -70,14 +70,14 @@ TEST_F(Exporting, CsvQuotesWhatNeedsItAndTellsNullFromNothing)
                                                         "5,00ff,1.5\n");
 }
 
-TEST_F(Exporting, FiltersChooseAmongTheFaults)
+TEST_F(ExportTest, FiltersChooseAmongTheFaults)
 {
     EXPECT_THAT(exported({"csv", "--code", "FC_SENSOR_TIMEOUT"}), StartsWith(std::string(kHeading) + "2,"));
     EXPECT_THAT(exported({"json", "--startup", "1"}), StartsWith("{\n\"FdbFaultTbl\": [\n{\"EntryId\":1,"));
     EXPECT_THAT(exported({"jsonl", "--after", "2"}), StartsWith("{\"EntryId\":3,"));
 }
 
-TEST_F(Exporting, AFilterThatNothingAnswersToSaysSo)
+TEST_F(ExportTest, AFilterThatNothingAnswersToSaysSo)
 {
     outcome_t const outcome = runTool({"export", path, "--format", "jsonl", "--module", ""});
     EXPECT_EQ(outcome.status, 0);
@@ -85,7 +85,7 @@ TEST_F(Exporting, AFilterThatNothingAnswersToSaysSo)
     EXPECT_EQ(outcome.errors, "firaim: no fault is of the module ''\n");
 }
 
-TEST_F(Exporting, JsonHoldsTheWholeFile)
+TEST_F(ExportTest, JsonHoldsTheWholeFile)
 {
     std::string const json = exported({"json"});
     std::string const script = "SELECT json_array_length('" + json + "', '$.FdbFaultTbl') || json_array_length('" +
@@ -94,7 +94,7 @@ TEST_F(Exporting, JsonHoldsTheWholeFile)
     EXPECT_EQ(value(script), "321.0.0");
 }
 
-TEST_F(Exporting, JsonLinesHoldARowEachWhateverIsInIt)
+TEST_F(ExportTest, JsonLinesHoldARowEachWhateverIsInIt)
 {
     insertFault("Description,FaultCode,LoggerUpTime", "'a' || char(10) || '\"' || x'ff' || 'ä', 1.5, NULL");
     std::string const lines = exported({"jsonl", "--after", "3"});
@@ -104,7 +104,7 @@ TEST_F(Exporting, JsonLinesHoldARowEachWhateverIsInIt)
     EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 1);
 }
 
-TEST_F(Exporting, SqlMakesTheSameFileAnew)
+TEST_F(ExportTest, SqlMakesTheSameFileAnew)
 {
     insertFault("Description,Parameter,LoggerUpTime", "'it''s' || char(10) || char(27), x'0001ff', 9e999");
     insertFault("Description,Parameter,LoggerUpTime", "CAST(x'61006200' AS TEXT), 'ä', 0.1");
@@ -116,7 +116,7 @@ TEST_F(Exporting, SqlMakesTheSameFileAnew)
     EXPECT_EQ(output({"record", copy, "--code", "FC_BUS_OFF"}), "7\n");
 }
 
-TEST_F(Exporting, OfADamagedFileAllThatCanBeReadIsWritten)
+TEST_F(ExportTest, OfADamagedFileAllThatCanBeReadIsWritten)
 {
     RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 3000) INSERT INTO "
                      "FdbFaultTbl(Description) SELECT 'some text' FROM n");
@@ -129,7 +129,7 @@ TEST_F(Exporting, OfADamagedFileAllThatCanBeReadIsWritten)
     EXPECT_GT(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 1000);
 }
 
-TEST_F(Exporting, EachTableCanBeChosen)
+TEST_F(ExportTest, EachTableCanBeChosen)
 {
     EXPECT_THAT(exported({"csv", "--table", "statistics"}), StartsWith("EntryId,FaultCode,FaultCodeName,TimeFirst"));
     EXPECT_EQ(exported({"jsonl", "--table", "versions"}),

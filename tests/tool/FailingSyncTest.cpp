@@ -34,10 +34,10 @@ char const kIsRenumbered[] = "SELECT (SELECT count(*) FROM FdbFaultTbl WHERE Rdb
                              "(SELECT count(*) FROM FdbFaultStatisticTbl WHERE RdbStartupId = 2) = 0";
 char const kIsTrimmed[] = "SELECT group_concat(EntryId) = '3' FROM FdbFaultTbl WHERE EntryId <= 3";
 
-class FailingSync : public ToolTest, public testing::WithParamInterface<file_t>
+class FailingSyncTest : public ToolTest, public testing::WithParamInterface<file_t>
 {
 protected:
-    FailingSync()
+    FailingSyncTest()
     {
         createSample();
         RawDb raw(path);
@@ -153,35 +153,35 @@ private:
 
 } // namespace
 
-TEST_P(FailingSync, RenumberSaysWhatIsSo)
+TEST_P(FailingSyncTest, RenumberSaysWhatIsSo)
 {
     tryEach({"renumber", "--from", "2", "--to", "5"}, kIsRenumbered);
 }
 
-TEST_P(FailingSync, TrimSaysWhatIsSo)
+TEST_P(FailingSyncTest, TrimSaysWhatIsSo)
 {
     tryEach({"trim", "--keep", "1"}, kIsTrimmed);
 }
 
-TEST_P(FailingSync, RenumberSaysWhatIsSoWhereOthersRecord)
+TEST_P(FailingSyncTest, RenumberSaysWhatIsSoWhereOthersRecord)
 {
     RawDb(path).exec(std::string("CREATE TRIGGER another AFTER UPDATE ON FdbFaultTbl WHEN new.EntryId = 3 ") +
                      kRecordAnother);
     tryEach({"renumber", "--from", "2", "--to", "5"}, kIsRenumbered);
 }
 
-TEST_P(FailingSync, TrimSaysWhatIsSoWhereOthersRecord)
+TEST_P(FailingSyncTest, TrimSaysWhatIsSoWhereOthersRecord)
 {
     RawDb(path).exec(std::string("CREATE TRIGGER another AFTER DELETE ON FdbFaultTbl WHEN old.EntryId = 2 ") +
                      kRecordAnother);
     tryEach({"trim", "--keep", "1"}, kIsTrimmed);
 }
 
-TEST_P(FailingSync, RenumberOfStatisticsAloneSaysWhatIsSo)
+TEST_P(FailingSyncTest, RenumberOfStatisticsAloneSaysWhatIsSo)
 {
     RawDb(path).exec("DELETE FROM FdbFaultTbl WHERE RdbStartupId = 2");
     tryEach({"renumber", "--from", "2", "--to", "5"}, kIsRenumbered);
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, FailingSync, testing::Values(WITH_JOURNAL, WITH_LOG, WITH_LOG_AND_ANOTHER_PROCESS),
+INSTANTIATE_TEST_SUITE_P(Files, FailingSyncTest, testing::Values(WITH_JOURNAL, WITH_LOG, WITH_LOG_AND_ANOTHER_PROCESS),
                          nameOf);

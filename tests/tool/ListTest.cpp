@@ -10,10 +10,10 @@ namespace
 using testing::HasSubstr;
 using testing::StartsWith;
 
-class Listing : public ToolTest
+class ListTest : public ToolTest
 {
 protected:
-    Listing() { createSample(); }
+    ListTest() { createSample(); }
 
     /// The keys of the faults that are listed, in their order.
     std::string keys(std::vector<std::string> options)
@@ -31,13 +31,13 @@ protected:
     }
 };
 
-using Showing = Listing;
-using Statistics = Listing;
-using Summary = Listing;
+using Showing = ListTest;
+using Statistics = ListTest;
+using Summary = ListTest;
 
 } // namespace
 
-TEST_F(Listing, ShowsTheNewestFirst)
+TEST_F(ListTest, ShowsTheNewestFirst)
 {
     EXPECT_EQ(output({"list", path}),
               "ID  TIME                      FAULT              STATUS    MODULE  PARAMETER  STARTUP  DESCRIPTION\n"
@@ -46,7 +46,7 @@ TEST_F(Listing, ShowsTheNewestFirst)
               " 1  2031-05-04T03:02:01.000Z  FC_BUS_OFF         active    can0    p1               1  no answer\n");
 }
 
-TEST_F(Listing, PrintsTheRowsOfTheFileAsJson)
+TEST_F(ListTest, PrintsTheRowsOfTheFileAsJson)
 {
     EXPECT_EQ(output({"list", path, "--json", "--last", "1"}),
               "[\n{\"EntryId\":3,\"DateTimeString\":\"2031-05-04T03:02:01.000Z\",\"FaultCode\":1025,\"FaultCodeName\":"
@@ -58,7 +58,7 @@ TEST_F(Listing, PrintsTheRowsOfTheFileAsJson)
     EXPECT_EQ(runTool({"list", path, "--json"}).output, "[]\n");
 }
 
-TEST_F(Listing, FiltersChooseAmongFaults)
+TEST_F(ListTest, FiltersChooseAmongFaults)
 {
     EXPECT_EQ(keys({}), "3 2 1 ");
     EXPECT_EQ(keys({"--code", "FC_BUS_OFF"}), "3 1 ");
@@ -73,7 +73,7 @@ TEST_F(Listing, FiltersChooseAmongFaults)
     EXPECT_EQ(keys({"--grep", "P1"}), "1 ");
 }
 
-TEST_F(Listing, TimesThatAreShortenedNameAllOfADayMinuteOrSecond)
+TEST_F(ListTest, TimesThatAreShortenedNameAllOfADayMinuteOrSecond)
 {
     EXPECT_EQ(keys({"--since", "2031-05-05"}), "3 ");
     EXPECT_EQ(keys({"--until", "2031-05-04"}), "2 1 ");
@@ -83,7 +83,7 @@ TEST_F(Listing, TimesThatAreShortenedNameAllOfADayMinuteOrSecond)
     EXPECT_EQ(keys({"--since", "2031-05-04T05:02:02+02:00", "--until", "2031-05-04 03:02:02Z"}), "2 ");
 }
 
-TEST_F(Listing, LocalTimesAreReadAndShownInTheZoneOfTheMachine)
+TEST_F(ListTest, LocalTimesAreReadAndShownInTheZoneOfTheMachine)
 {
     setting_t berlin;
     berlin.environment["TZ"] = "CET-1CEST,M3.5.0,M10.5.0/3";
@@ -95,7 +95,7 @@ TEST_F(Listing, LocalTimesAreReadAndShownInTheZoneOfTheMachine)
     EXPECT_THAT(output({"list", path, "--last", "1"}, berlin), HasSubstr(" 3  2031-05-05T03:02:01.500Z  "));
 }
 
-TEST_F(Listing, ALocalDayHasAsManyHoursAsItHas)
+TEST_F(ListTest, ALocalDayHasAsManyHoursAsItHas)
 {
     setting_t berlin;
     berlin.environment["TZ"] = "CET-1CEST,M3.5.0,M10.5.0/3";
@@ -111,7 +111,7 @@ TEST_F(Listing, ALocalDayHasAsManyHoursAsItHas)
     EXPECT_THAT(listed("1932676200", "2031-03-30"), testing::Not(HasSubstr("2031-03-31")));
 }
 
-TEST_F(Listing, TheUnitOfTimeIsGuessedOrTold)
+TEST_F(ListTest, TheUnitOfTimeIsGuessedOrTold)
 {
     for (char const* const stamp : {"1935630121", "1935630121000", "1935630121000000", "1935630121000000000"})
     {
@@ -123,7 +123,7 @@ TEST_F(Listing, TheUnitOfTimeIsGuessedOrTold)
     EXPECT_THAT(output({"list", path, "--last", "1", "--time-unit", "s"}), HasSubstr("  1970-01-01T01:23:20.000Z  "));
 }
 
-TEST_F(Listing, ATimeThatWasNotSetOrLiesBeyondTheCalendarIsNoTime)
+TEST_F(ListTest, ATimeThatWasNotSetOrLiesBeyondTheCalendarIsNoTime)
 {
     insertFault("TimeStampUTC", "0");
     EXPECT_THAT(output({"list", path, "--last", "1"}), HasSubstr(" 4  -     FC_BUS_OFF"));
@@ -132,7 +132,7 @@ TEST_F(Listing, ATimeThatWasNotSetOrLiesBeyondTheCalendarIsNoTime)
     EXPECT_THAT(output({"list", path, "--last", "1", "--time-unit", "ms"}), HasSubstr(" 5  9223372036854775807  "));
 }
 
-TEST_F(Listing, AFilterThatNamesSomethingUnknownSaysSo)
+TEST_F(ListTest, AFilterThatNamesSomethingUnknownSaysSo)
 {
     std::vector<std::pair<std::vector<std::string>, std::string>> const unknown = {
         {{"--module", "can9"}, "no fault is of the module 'can9'"},
@@ -155,7 +155,7 @@ TEST_F(Listing, AFilterThatNamesSomethingUnknownSaysSo)
     }
 }
 
-TEST_F(Listing, ACodeThatOnlyTheFileKnowsIsFoundByItsName)
+TEST_F(ListTest, ACodeThatOnlyTheFileKnowsIsFoundByItsName)
 {
     insertFault("FaultCode,FaultCodeName", "77777,'FC_OF_THE_DEVICE'");
     RawDb(path).exec("INSERT INTO FdbFaultStatisticTbl(FaultCode,FaultCodeName) VALUES(77777,'FC_OF_THE_DEVICE')");
@@ -163,7 +163,7 @@ TEST_F(Listing, ACodeThatOnlyTheFileKnowsIsFoundByItsName)
     EXPECT_THAT(output({"list", path, "--last", "1"}), HasSubstr("  FC_OF_THE_DEVICE  "));
 }
 
-TEST_F(Listing, WhatAFilterContainsIsNeverSql)
+TEST_F(ListTest, WhatAFilterContainsIsNeverSql)
 {
     std::string const hostile = "' OR 1=1; DROP TABLE FdbFaultTbl; --";
     for (char const* const option : {"--module", "--grep"})
@@ -177,7 +177,7 @@ TEST_F(Listing, WhatAFilterContainsIsNeverSql)
     EXPECT_EQ(runTool({"list", path, "--json", "--grep", "%"}).output, "[]\n");
 }
 
-TEST_F(Listing, ReadsAnyNumberOfBatchesAndAnyKeys)
+TEST_F(ListTest, ReadsAnyNumberOfBatchesAndAnyKeys)
 {
     RawDb(path).exec(
         "CREATE TEMP TABLE keys AS WITH RECURSIVE n(i) AS (SELECT -1500 UNION ALL SELECT i + 3 FROM n "
@@ -192,13 +192,13 @@ TEST_F(Listing, ReadsAnyNumberOfBatchesAndAnyKeys)
     EXPECT_EQ(keys({}), expected);
 }
 
-TEST_F(Listing, AColumnThatIsCalledAsRowsAreChangesNothing)
+TEST_F(ListTest, AColumnThatIsCalledAsRowsAreChangesNothing)
 {
     RawDb(path).exec("ALTER TABLE FdbFaultTbl ADD COLUMN rowid TEXT DEFAULT 'zz'");
     EXPECT_EQ(keys({}), "3 2 1 ");
 }
 
-TEST_F(Listing, DamagedCellsAreReadAsTheLibraryReadsThem)
+TEST_F(ListTest, DamagedCellsAreReadAsTheLibraryReadsThem)
 {
     insertFault("FaultCode,RdbStartupId,Status,ModuleName", "'42abc','x','odd',NULL");
     outcome_t const outcome = runTool({"list", path, "--last", "1"});

@@ -14,10 +14,10 @@ namespace
 using testing::HasSubstr;
 using testing::Not;
 
-class OnATerminal : public ToolTest
+class TerminalTest : public ToolTest
 {
 protected:
-    OnATerminal() { createSample(); }
+    TerminalTest() { createSample(); }
 
     /// The output of the command on a terminal of that width, its line ends as the program writes them.
     static std::string shown(std::vector<std::string> const& arguments, int columns,
@@ -61,7 +61,7 @@ constexpr char kEscape = '\x1b';
 
 } // namespace
 
-TEST_F(OnATerminal, StatusIsColoured)
+TEST_F(TerminalTest, StatusIsColoured)
 {
     std::string const text = shown({"list", path}, 150);
     EXPECT_THAT(text, HasSubstr("\x1b[1mID\x1b[0m"));
@@ -69,7 +69,7 @@ TEST_F(OnATerminal, StatusIsColoured)
     EXPECT_THAT(text, HasSubstr("\x1b[2minactive\x1b[0m"));
 }
 
-TEST_F(OnATerminal, NoColorAndADumbTerminalAreHeeded)
+TEST_F(TerminalTest, NoColorAndADumbTerminalAreHeeded)
 {
     for (std::string const command : {"list", "stats", "summary"})
     {
@@ -83,14 +83,14 @@ TEST_F(OnATerminal, NoColorAndADumbTerminalAreHeeded)
     }
 }
 
-TEST_F(OnATerminal, CountsHaveBars)
+TEST_F(TerminalTest, CountsHaveBars)
 {
     EXPECT_THAT(shown({"stats", path}, 200), HasSubstr("        2  \u2588\u2588\u2588\u2588\u2588\u2588\u2588\u2588"));
     EXPECT_THAT(shown({"summary", path}, 200), HasSubstr("FC_SENSOR_TIMEOUT      1  \u2588\u2588\u2588\u2588"));
     EXPECT_THAT(shown({"summary", path}, 200, {{"LANG", "C"}}), HasSubstr("FC_SENSOR_TIMEOUT      1  ####"));
 }
 
-TEST_F(OnATerminal, LinesFitItsWidth)
+TEST_F(TerminalTest, LinesFitItsWidth)
 {
     insertFault("Description,ModuleName,Parameter",
                 "'a long description that would not fit into any line', 'a module of some length', 'and a parameter'");
@@ -108,14 +108,14 @@ TEST_F(OnATerminal, LinesFitItsWidth)
     EXPECT_THAT(shown({"list", path}, 120, {{"NO_COLOR", "1"}}), HasSubstr("\u2026"));
 }
 
-TEST_F(OnATerminal, WhatIsLessImportantGoesFirst)
+TEST_F(TerminalTest, WhatIsLessImportantGoesFirst)
 {
     std::string const text = shown({"list", path}, 80, {{"NO_COLOR", "1"}});
     EXPECT_THAT(text, testing::StartsWith("ID  TIME                      FAULT              STATUS    MODULE"));
     EXPECT_THAT(text, HasSubstr("FC_SENSOR_TIMEOUT"));
 }
 
-TEST_F(OnATerminal, TheLastColumnHasTheRestOfTheLine)
+TEST_F(TerminalTest, TheLastColumnHasTheRestOfTheLine)
 {
     RawDb(path).exec(
         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 250) INSERT INTO FdbFaultTbl "
@@ -124,7 +124,7 @@ TEST_F(OnATerminal, TheLastColumnHasTheRestOfTheLine)
     EXPECT_THAT(shown({"list", path}, 150), HasSubstr("longer than those before it"));
 }
 
-TEST_F(OnATerminal, WideCharactersTakeTwoColumns)
+TEST_F(TerminalTest, WideCharactersTakeTwoColumns)
 {
     insertFault("ModuleName,Parameter", "'\u6e29\u5ea6', 'x'");
     insertFault("ModuleName,Parameter", "'abcd', 'x'");
@@ -135,7 +135,7 @@ TEST_F(OnATerminal, WideCharactersTakeTwoColumns)
     EXPECT_THAT(text, HasSubstr("  e\u0301abc    x  "));
 }
 
-TEST_F(OnATerminal, NothingFromTheFileActsOnIt)
+TEST_F(TerminalTest, NothingFromTheFileActsOnIt)
 {
     std::string const hostile = "char(27) || ']0;title' || char(7) || char(155) || '2J' || char(13)";
     insertFault("Description,ModuleName,Parameter,FaultCodeName",
@@ -167,7 +167,7 @@ TEST_F(OnATerminal, NothingFromTheFileActsOnIt)
     EXPECT_THAT(runTool({"list", path, "--\x1b]0;title\a"}, setting).errors, Not(HasSubstr(std::string(1, kEscape))));
 }
 
-TEST_F(OnATerminal, WithoutUtf8OnlyAsciiIsSent)
+TEST_F(TerminalTest, WithoutUtf8OnlyAsciiIsSent)
 {
     insertFault("Description,ModuleName", "'\u00db2J', '\u6e29'");
     for (std::vector<std::string> const& arguments : {std::vector<std::string>{"list", path},
@@ -194,14 +194,14 @@ TEST_F(OnATerminal, WithoutUtf8OnlyAsciiIsSent)
     }
 }
 
-TEST_F(OnATerminal, JsonStaysJson)
+TEST_F(TerminalTest, JsonStaysJson)
 {
     insertFault("Description", "char(127) || char(155) || char(917505) || char(27)");
     EXPECT_THAT(shown({"list", path, "--json"}, 80),
                 HasSubstr("\"Description\":\"\\u007f\\u009b\\udb40\\udc01\\u001b\""));
 }
 
-TEST_F(OnATerminal, ProgressIsShownOnStandardErrorAndTakenAway)
+TEST_F(TerminalTest, ProgressIsShownOnStandardErrorAndTakenAway)
 {
     setting_t const setting = manyFaults();
     outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
@@ -211,14 +211,14 @@ TEST_F(OnATerminal, ProgressIsShownOnStandardErrorAndTakenAway)
     EXPECT_THAT(outcome.errors, testing::EndsWith("\r\x1b[K"));
 }
 
-TEST_F(OnATerminal, ProgressIsNotShownWithNoColor)
+TEST_F(TerminalTest, ProgressIsNotShownWithNoColor)
 {
     setting_t setting = manyFaults();
     setting.environment["NO_COLOR"] = "1";
     EXPECT_EQ(runTool({"record", path, "--stdin"}, setting).errors, "");
 }
 
-TEST_F(OnATerminal, ExportAndBackupShowProgressWhenTheirResultGoesElsewhere)
+TEST_F(TerminalTest, ExportAndBackupShowProgressWhenTheirResultGoesElsewhere)
 {
     setting_t setting;
     setting.errorColumns = 80;
@@ -231,7 +231,7 @@ TEST_F(OnATerminal, ExportAndBackupShowProgressWhenTheirResultGoesElsewhere)
     EXPECT_THAT(runTool({"backup", path, dir.file("copy.db")}, setting).errors, HasSubstr("copying ["));
 }
 
-TEST_F(OnATerminal, WithoutOneThereIsNoDecoration)
+TEST_F(TerminalTest, WithoutOneThereIsNoDecoration)
 {
     for (std::string const command : {"list", "stats", "summary", "check"})
     {
@@ -241,7 +241,7 @@ TEST_F(OnATerminal, WithoutOneThereIsNoDecoration)
     }
 }
 
-TEST_F(OnATerminal, WithoutOneNothingIsShortened)
+TEST_F(TerminalTest, WithoutOneNothingIsShortened)
 {
     std::string const text(300, 'x');
     output({"record", path, "--code", "FC_BUS_OFF", "--description", text});

@@ -22,10 +22,10 @@ namespace
 using testing::HasSubstr;
 using testing::StartsWith;
 
-class Watching : public ToolTest
+class WatchTest : public ToolTest
 {
 protected:
-    Watching() { createSample(); }
+    WatchTest() { createSample(); }
 
     void record(std::string const& code) { record(path, code); }
 
@@ -102,7 +102,7 @@ void fill(std::string const& path, int faults)
 
 } // namespace
 
-TEST_F(Watching, FollowsFaultsAndStatisticsOfOtherProcesses)
+TEST_F(WatchTest, FollowsFaultsAndStatisticsOfOtherProcesses)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_EQ(watch.readLine(), "2031-05-05T03:02:01.500Z  fault 3  FC_BUS_OFF  active  can0  no answer");
@@ -119,7 +119,7 @@ TEST_F(Watching, FollowsFaultsAndStatisticsOfOtherProcesses)
     EXPECT_EQ(watch.output + watch.errors, "");
 }
 
-TEST_F(Watching, PrintsEventsAsJsonLines)
+TEST_F(WatchTest, PrintsEventsAsJsonLines)
 {
     ToolProcess watch({"watch", path, "--json", "--last", "1"});
     EXPECT_THAT(watch.readLine().value_or(""), StartsWith("{\"Event\":\"fault\",\"EntryId\":3,"));
@@ -130,7 +130,7 @@ TEST_F(Watching, PrintsEventsAsJsonLines)
     EXPECT_EQ(watch.finish(), 0);
 }
 
-TEST_F(Watching, MissesNothingOfABusyWriterAndHoldsNothingUp)
+TEST_F(WatchTest, MissesNothingOfABusyWriterAndHoldsNothingUp)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_THAT(watch.readLine().value_or(""), HasSubstr("fault 3 "));
@@ -156,7 +156,7 @@ TEST_F(Watching, MissesNothingOfABusyWriterAndHoldsNothingUp)
     }
 }
 
-TEST_F(Watching, HoldsNoLockAndSleepsWhileNothingHappens)
+TEST_F(WatchTest, HoldsNoLockAndSleepsWhileNothingHappens)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_TRUE(watch.readLine());
@@ -189,7 +189,7 @@ TEST_F(Watching, HoldsNoLockAndSleepsWhileNothingHappens)
     EXPECT_LE(switches() - before, 10 + 5 * seconds.count());
 }
 
-TEST_F(Watching, GoesOnWithAnotherFileOfTheSameName)
+TEST_F(WatchTest, GoesOnWithAnotherFileOfTheSameName)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_TRUE(watch.readLine());
@@ -201,7 +201,7 @@ TEST_F(Watching, GoesOnWithAnotherFileOfTheSameName)
     EXPECT_THAT(watch.errors, HasSubstr("another file has got this name"));
 }
 
-TEST_F(Watching, WaitsForAFileThatIsCreatedAnewInItsPlace)
+TEST_F(WatchTest, WaitsForAFileThatIsCreatedAnewInItsPlace)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_TRUE(watch.readLine());
@@ -212,7 +212,7 @@ TEST_F(Watching, WaitsForAFileThatIsCreatedAnewInItsPlace)
     EXPECT_EQ(watch.readLine(), kFaultOfTheOther);
 }
 
-TEST_F(Watching, GoesOnWhereALinkLeadsTo)
+TEST_F(WatchTest, GoesOnWhereALinkLeadsTo)
 {
     std::string const link = dir.file("link");
     ASSERT_EQ(symlink(path.c_str(), link.c_str()), 0);
@@ -224,7 +224,7 @@ TEST_F(Watching, GoesOnWhereALinkLeadsTo)
     EXPECT_EQ(watch.readLine(), kFaultOfTheOther);
 }
 
-TEST_F(Watching, BeginsAnewWhereTheContentWasReplaced)
+TEST_F(WatchTest, BeginsAnewWhereTheContentWasReplaced)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_TRUE(watch.readLine());
@@ -244,7 +244,7 @@ TEST_F(Watching, BeginsAnewWhereTheContentWasReplaced)
     EXPECT_THAT(watch.errors, HasSubstr("its content was replaced"));
 }
 
-TEST_F(Watching, SaysOnceWhichRowsWereRemovedBeforeTheyWereRead)
+TEST_F(WatchTest, SaysOnceWhichRowsWereRemovedBeforeTheyWereRead)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_TRUE(watch.readLine());
@@ -256,7 +256,7 @@ TEST_F(Watching, SaysOnceWhichRowsWereRemovedBeforeTheyWereRead)
     EXPECT_EQ(watch.errors, "firaim: " + path + ": rows 4 to 5 were removed before they were read\n");
 }
 
-TEST_F(Watching, EndsWhenItsReaderHasGone)
+TEST_F(WatchTest, EndsWhenItsReaderHasGone)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_TRUE(watch.readLine());

@@ -1,4 +1,4 @@
-// Looking at a file never changes a byte of it, whatever state it is in and wherever it lies.
+// ReadOnlyTest at a file never changes a byte of it, whatever state it is in and wherever it lies.
 
 #include "ToolProcess.h"
 
@@ -15,10 +15,10 @@ namespace
 
 using testing::HasSubstr;
 
-class Looking : public ToolTest
+class ReadOnlyTest : public ToolTest
 {
 protected:
-    Looking() { createSample(); }
+    ReadOnlyTest() { createSample(); }
 
     /// Every command that only looks.
     std::vector<std::vector<std::string>> commands(std::string const& file) const
@@ -66,7 +66,7 @@ protected:
 
 } // namespace
 
-TEST_F(Looking, NeverChangesAnything)
+TEST_F(ReadOnlyTest, NeverChangesAnything)
 {
     auto const before = folder();
     for (auto const& command : commands(path))
@@ -78,7 +78,7 @@ TEST_F(Looking, NeverChangesAnything)
     }
 }
 
-TEST_F(Looking, WorksWhereNothingCanBeWritten)
+TEST_F(ReadOnlyTest, WorksWhereNothingCanBeWritten)
 {
     ASSERT_EQ(chmod(path.c_str(), 0444), 0);
     ASSERT_EQ(chmod(dir.path().c_str(), 0555), 0);
@@ -93,7 +93,7 @@ TEST_F(Looking, WorksWhereNothingCanBeWritten)
     ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
 }
 
-TEST_F(Looking, AtAWriteAheadLogFileWorksWhereNothingCanBeWritten)
+TEST_F(ReadOnlyTest, AtAWriteAheadLogFileWorksWhereNothingCanBeWritten)
 {
     EXPECT_EQ(value("PRAGMA journal_mode=WAL"), "wal");
     ASSERT_FALSE(exists(path + "-wal"));
@@ -112,7 +112,7 @@ TEST_F(Looking, AtAWriteAheadLogFileWorksWhereNothingCanBeWritten)
     EXPECT_EQ(readFile(path), bytes);
 }
 
-TEST_F(Looking, AtAWriteAheadLogThatIsInUseSeesWhatItHolds)
+TEST_F(ReadOnlyTest, AtAWriteAheadLogThatIsInUseSeesWhatItHolds)
 {
     RawDb raw(path);
     EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
@@ -122,7 +122,7 @@ TEST_F(Looking, AtAWriteAheadLogThatIsInUseSeesWhatItHolds)
     EXPECT_EQ(readFile(path), bytes);
 }
 
-TEST_F(Looking, AtAWriteAheadLogThatCannotBeReadSaysWhatToDoAndRecoverDoesIt)
+TEST_F(ReadOnlyTest, AtAWriteAheadLogThatCannotBeReadSaysWhatToDoAndRecoverDoesIt)
 {
     std::string const left = dir.file("left.db");
     {
@@ -145,7 +145,7 @@ TEST_F(Looking, AtAWriteAheadLogThatCannotBeReadSaysWhatToDoAndRecoverDoesIt)
     EXPECT_THAT(readFile(left), HasSubstr("in the log"));
 }
 
-TEST_F(Looking, AtAFileWithAHotJournalSaysWhatToDoAndLeavesItAlone)
+TEST_F(ReadOnlyTest, AtAFileWithAHotJournalSaysWhatToDoAndLeavesItAlone)
 {
     std::string const crashed = makeHotJournal();
     auto const before = folder();
@@ -159,7 +159,7 @@ TEST_F(Looking, AtAFileWithAHotJournalSaysWhatToDoAndLeavesItAlone)
     }
 }
 
-TEST_F(Looking, AtAnEmptiedFileAndRecoveringItTellWhatLiesBesideItAndLeaveIt)
+TEST_F(ReadOnlyTest, AtAnEmptiedFileAndRecoveringItTellWhatLiesBesideItAndLeaveIt)
 {
     std::string const crashed = makeHotJournal();
     std::string const withLog = dir.file("log.db");
@@ -189,7 +189,7 @@ TEST_F(Looking, AtAnEmptiedFileAndRecoveringItTellWhatLiesBesideItAndLeaveIt)
     }
 }
 
-TEST_F(Looking, RecoveringRollsBackWhatAWriterLeftHalfDone)
+TEST_F(ReadOnlyTest, RecoveringRollsBackWhatAWriterLeftHalfDone)
 {
     std::string const crashed = makeHotJournal();
     EXPECT_EQ(output({"recover", crashed}), "");
@@ -197,7 +197,7 @@ TEST_F(Looking, RecoveringRollsBackWhatAWriterLeftHalfDone)
     EXPECT_EQ(RawDb(crashed).value("PRAGMA integrity_check"), "ok");
 }
 
-TEST_F(Looking, AndRecoveringLeaveTheLocksOfTheirProcessAlone)
+TEST_F(ReadOnlyTest, AndRecoveringLeaveTheLocksOfTheirProcessAlone)
 {
     RawDb raw(path);
     raw.exec("BEGIN IMMEDIATE");
@@ -208,7 +208,7 @@ TEST_F(Looking, AndRecoveringLeaveTheLocksOfTheirProcessAlone)
     EXPECT_TRUE(succeedsElsewhere(path, "DELETE FROM FdbFaultTbl"));
 }
 
-TEST_F(Looking, AtAFileThatAWriterKeepsLockedEndsWithAReason)
+TEST_F(ReadOnlyTest, AtAFileThatAWriterKeepsLockedEndsWithAReason)
 {
     RawDb raw(path);
     raw.exec("BEGIN EXCLUSIVE");
@@ -218,7 +218,7 @@ TEST_F(Looking, AtAFileThatAWriterKeepsLockedEndsWithAReason)
     raw.exec("ROLLBACK");
 }
 
-TEST_F(Looking, AtDamagedFilesEndsWithoutCrashOrChange)
+TEST_F(ReadOnlyTest, AtDamagedFilesEndsWithoutCrashOrChange)
 {
     RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 300) INSERT INTO "
                      "FdbFaultTbl SELECT NULL, 'a', i, 'b', 'c', 'd', i, 'e', 'ErrorActive', 'f', 'g', 1, 2, 'h', 3, "

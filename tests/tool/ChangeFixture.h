@@ -1,0 +1,23 @@
+#pragma once
+
+#include "ToolProcess.h"
+
+#include <cstdlib>
+#include <string>
+
+/// A sample file that a command changes.
+class ChangeTest : public ToolTest
+{
+protected:
+    ChangeTest() { createSample(); }
+
+    /// Runs the program with nowhere to print to, and returns its exit status.
+    int runWithFullOutput(std::string const& arguments)
+    {
+        int const status =
+            std::system(("'" FIRAIM_TEST_TOOL "' " + arguments + " >/dev/full 2>'" + dir.file("err") + "'").c_str());
+        return WEXITSTATUS(status);
+    }
+
+    std::string faults() { return value("SELECT group_concat(EntryId) FROM FdbFaultTbl"); }
+};
