@@ -1,0 +1,51 @@
+#pragma once
+
+#include "Fixtures.h"
+
+#include <string>
+
+/// A filled file, and files like it that are damaged, foreign or hostile. Prints how many there were when all tests
+/// have run.
+class DamagedFiles : public FaultDbTest
+{
+protected:
+    DamagedFiles()
+    {
+        createAndOpen();
+        for (unsigned int i = 1; i <= kRows; ++i)
+        {
+            Fault fault = makeFault(i);
+            fault.RdbStartupId = i % 2;
+            FaultStatistic statistic = makeStatistic(i);
+            statistic.RdbStartupId = i % 2;
+            EXPECT_EQ(db.insert(fault), 0);
+            EXPECT_EQ(db.insert(statistic), 0);
+        }
+        EXPECT_EQ(db.closeDb(), 0);
+        std::remove((path + "-journal").c_str());
+        healthy = readFile(path);
+    }
+
+    /// Opens the file, and uses it when it is served. Returns what the opening gave.
+    int meet(std::string const& file);
+    /// The same for a file of these bytes, with nothing beside it.
+    int meetBytes(std::string const& bytes);
+    /// The same for the healthy file after another program ran `sql` on it.
+    int meetChanged(std::string const& sql);
+    /// Expects all that the library does to work on the file and to do what it says.
+    void expectFullService(std::string const& file);
+
+    static constexpr unsigned int kRows = 20;
+    std::string healthy; ///< the bytes of a filled file
+
+private:
+    static void useReads(FaultDb& other);
+    static void useWrites(FaultDb& other);
+};
+
+/// Removes the file, its journal and its log.
+void removeWithSidecars(std::string const& file);
+
+/// Expects success or the code for a failure.
+void expectCode(int result);
+void expectCountOrCode(int result);
