@@ -76,7 +76,8 @@ bool FollowPosition::fromText(std::string const& text, FollowPosition& position)
     }
     FollowPosition found;
     if (pieces[0] != kForm || !read(pieces[1], found.device) || !read(pieces[2], found.inode) ||
-        !read(pieces[3], found.key) || !read(pieces[4], found.rowHash) || found.toText() != text)
+        !read(pieces[3], found.key) || !read(pieces[4], found.rowHash) || (found.rowHash && !found.key) ||
+        found.toText() != text)
     {
         return false;
     }

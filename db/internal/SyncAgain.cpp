@@ -31,13 +31,12 @@ void rewriteFirstPage(sqlite::Connection const& connection)
 
 /// All that the failed call was to write is written anew.
 ///
-/// - With a rollback journal, changes are only found when the database was synchronised and the journal's header
-/// zeroed;
-///   what is missing is the zeroed header. Any commit that changes a page writes the header, zeroes it again and
-///   synchronises both.
-/// - In a write-ahead log a lost frame makes all later ones worthless. The emptied log is begun anew by the commit,
-/// under
-///   a new salt, and synchronised.
+/// With a rollback journal, changes are only found when the database was synchronised and the journal's header zeroed;
+/// the zeroed header may be missing on the storage. Any commit that changes a page writes the header, zeroes it again
+/// and synchronises both.
+///
+/// In a write-ahead log a lost frame makes all later ones worthless. The commit begins the emptied log anew, under a
+/// new salt, and synchronises it.
 void syncAgain::keepFound(sqlite::Connection const& connection)
 {
     emptyLog(connection);

@@ -29,6 +29,7 @@ void Backlog::open(RecorderOptions const& options)
     m_options = options;
     m_storms.emplace(options.stormBurst, options.stormRowsPerMinute);
     m_isOpen = true;
+    ++m_opening;
     m_posted.clear();
     m_lostCount = 0;
     m_toldCount = 0;
@@ -212,7 +213,7 @@ int Backlog::passOn(patience_t patience)
         return HISTORY_OK; // There is nothing.
     }
     ++m_stores.wanted;
-    return waitFor({m_posted.count(), m_stores.wanted, 0}, end, m_options.isCancelled);
+    return waitFor({m_posted.count(), m_stores.wanted, 0, m_opening}, end, m_options.isCancelled);
 }
 
 int Backlog::waitForAll(std::uint64_t& left, time_t end, bool (*isCancelled)())
@@ -223,9 +224,13 @@ int Backlog::waitForAll(std::uint64_t& left, time_t end, bool (*isCancelled)())
     }
     ++m_ends.wanted;
     m_postedBeforeEnd = m_posted.count();
-    goal_t const goal = {m_posted.count(), 0, m_ends.wanted};
+    goal_t const goal = {m_posted.count(), 0, m_ends.wanted, m_opening};
     std::uint64_t const lostBefore = m_toldCount;
     int const result = waitFor(goal, end, isCancelled);
+    if (result == HISTORY_INVALID_STATE)
+    {
+        return result;
+    }
     left = m_lostCount - lostBefore + m_posted.unsettledBefore(goal.posted);
     m_toldCount = m_lostCount;
     return result == HISTORY_OK && left > 0 ? static_cast<int>(HISTORY_FAILED) : result;
@@ -235,10 +240,14 @@ int Backlog::waitFor(goal_t const& goal, time_t end, bool (*isCancelled)())
 {
     m_work.notifyOne();
     bool isEnded = false;
-    while (m_isOpen && !isReached(goal) && !isEnded && clock_t::now() < end)
+    while (m_isOpen && m_opening == goal.opening && !isReached(goal) && !isEnded && clock_t::now() < end)
     {
         waitForChange(end, isCancelled);
         isEnded = isCancelled != nullptr && isCancelled();
+    }
+    if (m_opening != goal.opening)
+    {
+        return HISTORY_INVALID_STATE; // Closed meanwhile, and opened again.
     }
     if (isReached(goal))
     {

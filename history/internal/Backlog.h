@@ -64,9 +64,10 @@ private:
     /// The condition that a call waits for.
     struct goal_t
     {
-        std::uint64_t posted; ///< so many are settled
-        std::uint64_t stores; ///< of `m_stores`
-        std::uint64_t ends;   ///< of `m_ends`
+        std::uint64_t posted;  ///< so many are settled
+        std::uint64_t stores;  ///< of `m_stores`
+        std::uint64_t ends;    ///< of `m_ends`
+        std::uint64_t opening; ///< that the call belongs to
     };
 
     void stored(Request const& request);
@@ -91,6 +92,7 @@ private:
     Condition m_changed; ///< something was settled, or there is room
     RecorderOptions m_options;
     std::optional<Storms> m_storms;
+    std::uint64_t m_opening = 0; ///< number of the last one
     bool m_isOpen = false;
     bool m_isClosing = false;
     time_t m_closeBy{}; ///< when closing

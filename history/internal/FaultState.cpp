@@ -91,6 +91,7 @@ void FaultState::forgetSources()
 {
     m_active.clear();
     m_names.clear();
+    m_hasNewName = false;
     m_areSourcesKnown = false;
     m_seen = {};
     m_seenBefore = m_seen;
@@ -184,7 +185,7 @@ bool FaultState::readNewRows()
         bool const isActive = decodedText(m_readRows, 4) == m_activeWord;
         auto const code = static_cast<std::uint32_t>(m_readRows.integer(1));
         sourceView_t const source(decodedText(m_readRows, 2), decodedText(m_readRows, 3));
-        noteName(code, decodedText(m_readRows, 5));
+        static_cast<void>(noteName(code, decodedText(m_readRows, 5)));
         std::optional<std::int64_t> const key = isActive ? std::optional(last) : std::nullopt;
         if (m_areSourcesKnown)
         {
@@ -336,6 +337,7 @@ void FaultState::rowWritten(Fault const& row, std::int64_t key)
     if (m_areSourcesKnown)
     {
         auto const code = static_cast<std::uint32_t>(row.FaultCode);
+        m_hasNewName = noteName(code, row.FaultCodeName) || m_hasNewName;
         m_active.change(code, {row.ModuleName, row.Parameter},
                         row.Status == FAULT_ACTIVE ? std::optional(key) : std::nullopt);
         m_seen = {key, code, static_cast<std::int64_t>(row.TimeStampUTC), hashOf(row.SystemDateTimeString)};
@@ -360,16 +362,20 @@ std::string FaultState::selectNewest(std::string const& column) const
     return join({"SELECT ", column, " FROM ", faults.name(), " ORDER BY ", faults.key(), " DESC LIMIT 1"});
 }
 
-void FaultState::noteName(std::uint32_t code, std::string_view name)
+/// Returns whether the name is new.
+bool FaultState::noteName(std::uint32_t code, std::string_view name)
 {
-    if (isName(name))
+    if (!isName(name))
     {
-        std::string& known = m_names[code];
-        if (known != name)
-        {
-            known = name;
-        }
+        return false;
     }
+    std::string& known = m_names[code];
+    if (known == name)
+    {
+        return false;
+    }
+    known = name;
+    return true;
 }
 
 std::string const& FaultState::nameInFaults(std::uint32_t code) const
@@ -388,6 +394,7 @@ std::optional<unsigned long long> FaultState::lastTimeStamp()
 void FaultState::committed()
 {
     m_active.committed();
+    m_hasNewName = false;
     m_written.clear();
     m_seenBefore = m_seen;
 }
@@ -396,7 +403,7 @@ void FaultState::rolledBack()
 {
     m_active.rolledBack();
     m_seen = m_seenBefore;
-    if (!m_areSourcesKnown)
+    if (!m_areSourcesKnown || m_hasNewName)
     {
         forgetSources();
     }

@@ -24,8 +24,8 @@ void requireOneChange(sqlite::Connection const& connection);
 
 /// A recorder's memory of its file: the statistics, and which triples are active.
 ///
-/// Everything that reads or writes is called inside a write transaction, before it has written rows of its own where it
-/// reads; `loadSources` may also be called outside. `committed` or `rolledBack` says what became of the transaction.
+/// Everything that writes is called inside a write transaction, and everything that reads inside any, before rows are
+/// written; `loadSources` may also be called outside. `committed` or `rolledBack` says what became of the transaction.
 class FaultState
 {
 public:
@@ -102,7 +102,7 @@ private:
     void readAllSources();
     bool readNewRows();
     bool areActiveRowsThere();
-    void noteName(std::uint32_t code, std::string_view name);
+    bool noteName(std::uint32_t code, std::string_view name);
     bool isActiveRow(std::int64_t key, std::uint32_t code, source_t const& source);
     std::string rowColumns() const;
     std::string selectNewest(std::string const& column) const;
@@ -126,6 +126,7 @@ private:
     ActiveTriples m_active;
     std::map<std::uint32_t, std::string> m_names; ///< see `nameInFaults`
     std::string const m_noName;
+    bool m_hasNewName = false; ///< since the last commit
     bool m_areSourcesKnown = false;
     rowMark_t m_seen;       ///< the last row that `m_active` takes into account
     rowMark_t m_seenBefore; ///< the same, before this transaction

@@ -125,10 +125,15 @@ int FaultFollower::Core::look()
         m_core->isOpen() && m_core->connection().access() == sqlite::Connection::IMMUTABLE && !m_isMore;
     if (!m_core->isOpen() || isOther || isStale)
     {
+        std::optional<std::int64_t> const comparedVersion = m_comparedVersion;
         int const result = reopen(kPatience);
         if (result != HISTORY_OK)
         {
             return tellOnce(result, m_core->problem());
+        }
+        if (isStale && !isOther)
+        {
+            m_comparedVersion = comparedVersion; // A file that cannot change is what it was.
         }
     }
     try
@@ -228,7 +233,7 @@ int FaultFollower::Core::compare(bool isChanged)
     {
         m_position.key = m_largestKey; // Without a row, it is known which one comes next.
     }
-    bool const isRowLost = m_position.rowHash && !isRowSame;
+    bool const isRowLost = m_position.key && m_position.rowHash && !isRowSame;
     m_position.rowHash = hash;
     if (!isRowLost)
     {

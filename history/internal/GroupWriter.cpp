@@ -123,8 +123,8 @@ void GroupWriter::beginWithSources()
             rollBack(); // Others need not wait for the next try.
             throw;
         }
-        m_rows.rolledBack();
         m_connection.get().run("ROLLBACK");
+        m_rows.rolledBack();
     }
     m_connection.begin();
 }
@@ -375,8 +375,8 @@ void GroupWriter::rollBack()
 {
     m_connection.endWork();
     m_isPruning = false;
-    m_rows.rolledBack();
     m_connection.rollBack();
+    m_rows.rolledBack();
 }
 
 void GroupWriter::fail(std::vector<Request*> const& group, Failure const& failure)

@@ -58,7 +58,7 @@ void PostedEvents::dropAll()
 
 std::uint64_t PostedEvents::unsettledBefore(std::uint64_t count) const
 {
-    std::uint64_t const there = count - std::min(count, m_settledCount);
+    std::uint64_t const there = std::min<std::uint64_t>(count - std::min(count, m_settledCount), m_events.size());
     return static_cast<std::uint64_t>(std::count_if(m_events.begin(),
                                                     m_events.begin() + static_cast<std::ptrdiff_t>(there),
                                                     [](posted_t const& posted) { return !posted.isSettled; }));

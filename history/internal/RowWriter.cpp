@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <sstream>
 #include <utility>
 
@@ -132,7 +133,14 @@ void RowWriter::committed()
 
 void RowWriter::rolledBack()
 {
-    m_state.rolledBack();
+    try
+    {
+        m_state.rolledBack();
+    }
+    catch (std::bad_alloc const&)
+    {
+        m_state.forget(); // It was undone in part.
+    }
     m_retention.rolledBack();
     m_counter.rolledBack();
     m_prunedNow = 0;

@@ -60,6 +60,7 @@ public:
     outcome_t outcome() const;
 
     void committed();
+    /// Throws nothing.
     void rolledBack();
 
     /// Whether the last transaction is in the file, on a new connection: every row that is kept, as it was to be

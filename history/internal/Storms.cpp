@@ -211,7 +211,13 @@ void Storms::notStored(report_t const& report, time_t now)
         count.events += taken.events;
         count.actives += taken.actives;
     };
-    bucket_t& bucket = bucketOf(report.event, now); // As it has not been idle, it is there.
+    bucket_t& bucket = bucketOf(report.event, now);
+    std::uint64_t const order = std::max(report.uncounted.lastOrder, report.total.lastOrder);
+    if (bucket.order < order) // It was taken for idle meanwhile, and is a new one.
+    {
+        bucket.last = report.event;
+        bucket.order = order;
+    }
     restore(bucket.uncounted, report.uncounted);
     if (report.isOver)
     {

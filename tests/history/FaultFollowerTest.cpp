@@ -126,6 +126,15 @@ TEST_F(FaultFollowerTest, BeginsWithTheFirstFaultWithoutAPosition)
     EXPECT_THAT(take(follower), ElementsAre("1", "2"));
 }
 
+TEST_F(FaultFollowerTest, HashWithoutAKeyIsBeforeTheFirstFault)
+{
+    addFaults(2);
+    FollowPosition position;
+    position.rowHash = 5;
+    FaultFollower follower = reader.follow(position);
+    EXPECT_THAT(take(follower), ElementsAre("1", "2"));
+}
+
 TEST_F(FaultFollowerTest, GivesManyFaultsOnceAndInOrder)
 {
     FaultFollower follower = reader.follow(newest());

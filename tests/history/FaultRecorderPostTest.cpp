@@ -326,6 +326,26 @@ TEST_F(FaultRecorderPostTest, FlushTellsOfWhatAnotherThreadLosesByClosing)
     EXPECT_EQ(left, 2U);
 }
 
+TEST_F(FaultRecorderPostTest, FlushThatOutlivesClosingAndOpeningAgainFails)
+{
+    Waiters::reset();
+    RecorderOptions options;
+    options.isCancelled = Waiters::isCancelled;
+    open(options);
+    std::optional<LockingProcess> other;
+    other.emplace(path);
+    post(3);
+    int result = HISTORY_OK;
+    std::thread flusher([&] { result = flush(1min); });
+    Waiters::waitFor(2); // This one and the recorder's own thread.
+    EXPECT_EQ(recorder.close(0ms), HISTORY_FAILED);
+    other.reset();
+    open(options);
+    flusher.join();
+    EXPECT_LT(result, 0);
+    EXPECT_LE(left, 3U);
+}
+
 TEST_F(FaultRecorderPostTest, ClosingRefusesCallsWhileItRecordsWhatWasPosted)
 {
     open();

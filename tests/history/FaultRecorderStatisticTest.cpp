@@ -281,6 +281,35 @@ TEST_F(FaultRecorderStatisticTest, NameInTheRowsComesBeforeTheNumberInTheStatist
     EXPECT_EQ(statistic(4711, "FaultCodeName"), "PUMP_DRY");
 }
 
+TEST_F(FaultRecorderStatisticTest, NameOfAnEventIsKnownToTheLaterOnesOfTheSameRecorder)
+{
+    open();
+    EXPECT_EQ(recorder.record(eventOf(4711)).result, HISTORY_OK);
+    for (char const* const name : {"PUMP_DRY", "n/a"})
+    {
+        FaultEvent event = eventOf(4711);
+        event.codeName = name;
+        EXPECT_EQ(recorder.record(event).result, HISTORY_OK);
+    }
+    EXPECT_EQ(recorder.record(eventOf(4711)).result, HISTORY_OK);
+    EXPECT_EQ(value("SELECT group_concat(FaultCodeName) FROM FdbFaultTbl"),
+              "UNKNOWN_FAULT_CODE(4711),PUMP_DRY,n/a,PUMP_DRY");
+}
+
+TEST_F(FaultRecorderStatisticTest, NameThatWasRolledBackIsNotKnown)
+{
+    open();
+    EXPECT_EQ(recorder.record(eventOf(4711)).result, HISTORY_OK);
+    exec("CREATE TRIGGER refuse BEFORE UPDATE ON FdbFaultStatisticTbl WHEN new.FaultCodeName = 'PUMP_DRY' BEGIN SELECT "
+         "RAISE(ABORT, 'no'); END");
+    FaultEvent event = eventOf(4711);
+    event.codeName = "PUMP_DRY";
+    EXPECT_EQ(recorder.record(event).result, HISTORY_REFUSED);
+    EXPECT_EQ(recorder.record(eventOf(4711)).result, HISTORY_OK) << recorder.lastProblem();
+    EXPECT_EQ(value("SELECT group_concat(FaultCodeName) FROM FdbFaultTbl"),
+              "UNKNOWN_FAULT_CODE(4711),UNKNOWN_FAULT_CODE(4711)");
+}
+
 TEST_F(FaultRecorderStatisticTest, ManyNewCodesWithoutANameShareOneCommit)
 {
     createWithFacade();

@@ -44,7 +44,7 @@ TEST(FollowPosition, IsLeftAsItWasByATextThatIsNone)
     for (std::string const text :
          {"", "firaim1", "firaim1:1:2:3", "firaim1:1:2:3:4:5", "firaim2:1:2:3:4", "firaim1:1:2:3:4 ", "firaim1::2:3:4",
           "firaim1:-1:2:3:4", "firaim1:1:2:3:18446744073709551616", "firaim1:1:2:x:4", "firaim1:1:2:3:--",
-          "firaim1:01:2:3:4", "firaim1:1:2:-0:4"})
+          "firaim1:01:2:3:4", "firaim1:1:2:-0:4", "firaim1:0:0:-:5"})
     {
         FollowPosition position{9, 8, 7, 6};
         EXPECT_FALSE(FollowPosition::fromText(text, position)) << text;

@@ -72,6 +72,25 @@ TEST_F(StormsTest, RateOfNoRowsIsTakenForOneAMinute)
     EXPECT_TRUE(slow.admits(eventOf(1), kWallBegin, ++order, at(61s)));
 }
 
+TEST_F(StormsTest, ReportThatWasNotStoredKeepsItsEventThoughItsTripleWasForgottenMeanwhile)
+{
+    Storms small(1, kPerMinute);
+    EXPECT_TRUE(small.admits(eventOf(7, "m", "p"), kWallBegin, ++order, at(0s)));
+    EXPECT_FALSE(small.admits(eventOf(7, "m", "p"), kWallBegin, ++order, at(0s)));
+    std::vector<Storms::report_t> const first = small.take(at(1min), true);
+    ASSERT_EQ(first.size(), 1U);
+    for (std::uint64_t code = 100; code < 20100; ++code)
+    {
+        ASSERT_TRUE(small.admits(eventOf(code), kWallBegin, ++order, at(1min)));
+    }
+    small.notStored(first[0], at(1min));
+    std::vector<Storms::report_t> const again = small.take(at(1min), true);
+    ASSERT_EQ(again.size(), 1U);
+    EXPECT_EQ(again[0].event.code, 7U);
+    EXPECT_EQ(again[0].event.module, "m");
+    EXPECT_EQ(again[0].total.events, 1U);
+}
+
 TEST_F(StormsTest, LongPauseGivesNoMoreThanTheBurst)
 {
     exhaust(eventOf(1), 0s);

@@ -33,7 +33,8 @@ TEST_F(TriggerTest, ATriggerThatDoesNotEndIsEnded)
         outcome_t const outcome = runTool(command);
         EXPECT_EQ(outcome.status, 3) << command[0];
         EXPECT_EQ(outcome.errors,
-                  "firaim: " + path + ": a trigger in the file takes too long; nothing of it was stored\n");
+                  "firaim: " + path +
+                      ": a statement that runs triggers of the file takes longer than 5 s; nothing of it was stored\n");
         EXPECT_TRUE(readFile(path) == before) << command[0];
     }
 }

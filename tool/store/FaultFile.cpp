@@ -296,7 +296,7 @@ std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const&
         if (watch && (error.kind() == SQLITE_INTERRUPT || error.kind() == SQLITE_AUTH))
         {
             interrupt::check();
-            throw Problem(STATUS_BAD_FILE, path + ": a trigger in the file takes too long");
+            throw Problem(STATUS_BAD_FILE, path + ": a statement that runs triggers of the file takes longer than 5 s");
         }
         throw;
     }

@@ -58,7 +58,8 @@ using look_t = std::function<bool(sqlite::Connection const&)>;
 void changeFile(std::string const& path, look_t const& change, look_t const& isStored);
 
 /// Runs the statement `sql` in the transaction of `changeFile`, with these parameters, and returns how many rows it has
-/// changed. The triggers of the file get 5 s of the processor's time; a Problem says that they have taken longer.
+/// changed. A statement that runs triggers of the file gets 5 s of the processor's time; a Problem says that it has
+/// taken longer.
 std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const& connection, std::string const& sql,
                               std::initializer_list<std::int64_t> parameters);
 
