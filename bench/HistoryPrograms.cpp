@@ -135,7 +135,7 @@ void compareImport(historySetting_t const& setting)
         return;
     }
     Folder const folder(setting.memoryFolder);
-    std::string const path = folder.file("ours.db");
+    std::string const path = folder.file("library.db");
     std::string const peerPath = folder.file("peer.db");
     std::string const lines = folder.file("lines");
     std::string const csv = folder.file("csv");

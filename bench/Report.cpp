@@ -48,7 +48,7 @@ std::string ratioText(double ratio)
 void printComparisonHead()
 {
     std::printf("| %-44s | %-34s | %11s | %11s | %5s | %7s |\n|---|---|--:|--:|--:|--:|\n", "work", "measured against",
-                "the peer's", "ours", "ratio", "target");
+                "the peer's", "library", "ratio", "target");
 }
 
 void print(comparison_t const& line)

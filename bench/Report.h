@@ -26,5 +26,5 @@ struct comparison_t
 void printComparisonHead();
 void print(comparison_t const& line);
 
-/// Prints a line whose values are times; `target` is the largest ratio of ours to the peer's, 0 for none.
+/// Prints a line whose values are times; `target` is the largest ratio of the library to its peer, 0 for none.
 void printTimes(std::string const& work, std::string const& peer, double peersSeconds, double seconds, double target);

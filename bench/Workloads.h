@@ -12,8 +12,8 @@ class Workload
 {
 public:
     virtual ~Workload() = default;
-    virtual void ours() = 0;
-    virtual void floor() = 0;
+    virtual void library() = 0;
+    virtual void baseline() = 0;
 
     /// Puts aside what a call left behind, so that giving it back is not measured. Not called for single records.
     virtual void clean() {}
@@ -29,9 +29,9 @@ enum clockKind_t
 struct workload_t
 {
     std::string name;
-    std::string floorName;
+    std::string baselineName;
     clockKind_t clock;
-    double target; ///< the largest ratio of ours to the floor; 0 for none
+    double target; ///< the largest ratio of the library to the baseline; 0 for none
     bool isLarge;  ///< takes a large part of a second and leaves something to clean
     std::function<std::unique_ptr<Workload>()> make;
 };
@@ -48,7 +48,7 @@ struct setting_t
 
 std::vector<workload_t> makeWorkloads(setting_t const& setting);
 
-/// One operation of ours on tables of growing size.
+/// One operation of the library on tables of growing size.
 struct growth_t
 {
     struct point_t

@@ -1,12 +1,14 @@
 // Measures the library beside the bare SQLite calls that it stands on, in one run, and prints the ratios.
 //
 //   firaim_bench [--tiny] [--disk FOLDER] [Google Benchmark's options]
-//   firaim_bench --names                             the workloads at a size that suits a slow tool, one a line:
-//                                                    its name, "|", and "floor" where there is one
-//   firaim_bench --repeat NAME ours|floor TIMES      runs one of these so often, for a profiler or a counter
-//   firaim_bench --peak nothing|ours|floor|records   prints the largest memory, in KiB, of a process that reads
-//                                                    100,000 faults, or holds them without having read them
-//   firaim_bench --start PROGRAM...                  prints how long each program takes to start and end
+//   firaim_bench --names                            the workloads at a size that suits a slow tool, one a line: its
+//                                                   name, "|", and "baseline" where there is one
+//   firaim_bench --repeat NAME SIDE TIMES           runs the library or the baseline of one so often, for a profiler
+//   firaim_bench --peak nothing|SIDE|records        prints the largest memory, in KiB, of a process that reads 100,000
+//                                                   faults, or holds them without having read them
+//   firaim_bench --start PROGRAM...                 prints how long each program takes to start and end
+//
+// SIDE is library or baseline.
 
 #include "AllocationCount.h"
 #include "Files.h"
@@ -28,16 +30,16 @@
 #include <unistd.h>
 
 /// A name that a counter of instructions can be told.
-extern "C" __attribute__((noinline)) void firaim_bench_measured(Workload& workload, bool isOurs)
+extern "C" __attribute__((noinline)) void firaim_bench_measured(Workload& workload, bool isLibrary)
 {
-    isOurs ? workload.ours() : workload.floor();
+    isLibrary ? workload.library() : workload.baseline();
 }
 
 namespace
 {
 
-constexpr char kOurs[] = "/ours";
-constexpr char kFloor[] = "/floor";
+constexpr char kLibrary[] = "/library";
+constexpr char kBaseline[] = "/baseline";
 
 setting_t const kWhole = {memoryFolder(), "/var/tmp", 100'000, 1000, {1000, 100'000, 1'000'000}};
 setting_t const kCounted = {memoryFolder(), memoryFolder(), 1000, 100, {}};
@@ -111,7 +113,7 @@ void registerSide(workload_t const& workload, std::string const& name, void (Wor
     }
 }
 
-/// Allocations of the program and of SQLite for one call of ours, as text.
+/// Allocations of the program and of SQLite for one call of the library, as text.
 std::string allocationText(workload_t const& workload)
 {
     constexpr unsigned int kCalls =
@@ -120,14 +122,14 @@ std::string allocationText(workload_t const& workload)
     unsigned int const calls = workload.isLarge ? 1 : kCalls;
     for (unsigned int i = 0; i < calls; ++i)
     {
-        object->ours();
+        object->library();
         object->clean();
     }
     unsigned long long const newBefore = allocationCount::ofNew();
     unsigned long long const sqliteBefore = allocationCount::ofSqlite();
     for (unsigned int i = 0; i < calls; ++i)
     {
-        object->ours();
+        object->library();
     }
     char text[48];
     std::snprintf(text, sizeof text, "%.1f + %.1f", static_cast<double>(allocationCount::ofNew() - newBefore) / calls,
@@ -146,22 +148,22 @@ void printEnvironment(setting_t const& setting)
 
 void printWorkloads(std::vector<workload_t> const& workloads, Medians const& medians)
 {
-    std::printf("| %-28s | %-19s | %10s | %10s | %5s | %6s | %21s |\n", "workload", "floor", "floor's", "ours", "ratio",
-                "target", "allocations + SQLite's");
+    std::printf("| %-28s | %-19s | %10s | %10s | %5s | %6s | %21s |\n", "workload", "baseline", "baseline's", "library",
+                "ratio", "target", "allocations + SQLite's");
     std::printf("|---|---|--:|--:|--:|--:|--:|\n");
     for (workload_t const& workload : workloads)
     {
-        double const ours = medians.of(workload.name + kOurs);
-        if (ours == 0)
+        double const library = medians.of(workload.name + kLibrary);
+        if (library == 0)
         {
             continue;
         }
-        bool const hasFloor = workload.target != 0;
-        double const floor = hasFloor ? medians.of(workload.name + kFloor) : 0;
+        bool const hasBaseline = workload.target != 0;
+        double const baseline = hasBaseline ? medians.of(workload.name + kBaseline) : 0;
         std::printf("| %-28s | %-19s | %10s | %10s | %5s | %6s | %21s |\n", workload.name.c_str(),
-                    workload.floorName.c_str(), hasFloor ? timeText(floor).c_str() : "", timeText(ours).c_str(),
-                    hasFloor ? ratioText(ours / floor).c_str() : "", hasFloor ? ratioText(workload.target).c_str() : "",
-                    allocationText(workload).c_str());
+                    workload.baselineName.c_str(), hasBaseline ? timeText(baseline).c_str() : "",
+                    timeText(library).c_str(), hasBaseline ? ratioText(library / baseline).c_str() : "",
+                    hasBaseline ? ratioText(workload.target).c_str() : "", allocationText(workload).c_str());
     }
 }
 
@@ -202,10 +204,10 @@ int measureAll(setting_t const& setting, std::vector<char*> options)
     std::vector<growth_t> const growths = makeGrowths(setting);
     for (workload_t const& workload : workloads)
     {
-        registerSide(workload, workload.name + kOurs, &Workload::ours);
+        registerSide(workload, workload.name + kLibrary, &Workload::library);
         if (workload.target != 0)
         {
-            registerSide(workload, workload.name + kFloor, &Workload::floor);
+            registerSide(workload, workload.name + kBaseline, &Workload::baseline);
         }
     }
     for (growth_t const& growth : growths)
@@ -213,7 +215,7 @@ int measureAll(setting_t const& setting, std::vector<char*> options)
         for (growth_t::point_t const& point : growth.points)
         {
             registerSide({growthName(growth, point), "", CPU_TIME, 0, false, point.make}, growthName(growth, point),
-                         &Workload::ours);
+                         &Workload::library);
         }
     }
     int count = static_cast<int>(options.size());
@@ -238,16 +240,16 @@ workload_t const& find(std::vector<workload_t> const& workloads, std::string con
     return *found;
 }
 
-int repeat(std::string const& name, bool isOurs, unsigned long times)
+int repeat(std::string const& name, bool isLibrary, unsigned long times)
 {
     std::vector<workload_t> const workloads = makeWorkloads(kCounted);
     auto const object = find(workloads, name).make();
     // Once not counted, as when times are taken.
-    isOurs ? object->ours() : object->floor();
+    isLibrary ? object->library() : object->baseline();
     object->clean();
     for (unsigned long i = 0; i < times; ++i)
     {
-        firaim_bench_measured(*object, isOurs);
+        firaim_bench_measured(*object, isLibrary);
         object->clean();
     }
     return 0;
@@ -260,12 +262,12 @@ int printPeak(std::string const& side)
     std::string const path = folder.file("faults.db");
     createFile(path, kWhole.tableRows);
     FaultTbl faults;
-    if (side == "ours")
+    if (side == "library")
     {
         FaultDb& db = *FaultDb::getInstance();
         require(db.openDb(path, false) == 0 && db.getFaultTbl(faults) > 0, "getFaultTbl");
     }
-    else if (side == "floor")
+    else if (side == "baseline")
     {
         BareConnection(path, BareConnection::AS_THE_LIBRARY).getTable("SELECT * FROM FdbFaultTbl");
     }
@@ -320,7 +322,7 @@ int main(int argc, char** argv)
     std::vector<std::string> const arguments(argv + 1, argv + argc);
     if (arguments.size() == 4 && arguments[0] == "--repeat")
     {
-        return repeat(arguments[1], arguments[2] == "ours", std::stoul(arguments[3]));
+        return repeat(arguments[1], arguments[2] == "library", std::stoul(arguments[3]));
     }
     if (arguments.size() == 2 && arguments[0] == "--peak")
     {
@@ -330,7 +332,7 @@ int main(int argc, char** argv)
     {
         for (workload_t const& workload : makeWorkloads(kCounted))
         {
-            std::printf("%s|%s\n", workload.name.c_str(), workload.target != 0 ? "floor" : "");
+            std::printf("%s|%s\n", workload.name.c_str(), workload.target != 0 ? "baseline" : "");
         }
         return 0;
     }
