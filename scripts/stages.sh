@@ -32,10 +32,15 @@ run_tests()
 export -f build run_tests
 export jobs
 
+# Runs the stage NAME, or, when the script was called with the name of a stage, only that one.
+only=${1-}
+has_run=false
 stage()
 {
     local name=$1
     shift
+    [[ -z $only || $only == "$name" ]] || return 0
+    has_run=true
     printf '%-24s' "$name"
     local start=$SECONDS
     scripts/quietly "$logs/${name// /-}.log" "$@" || {
@@ -44,6 +49,17 @@ stage()
         exit "$status"
     }
     echo "ok ($((SECONDS - start)) s)"
+}
+
+# Ends a script that was called with the name of a stage.
+end_of_one_stage()
+{
+    [[ -n $only ]] || return 0
+    $has_run || {
+        echo "no stage has the name '$only'" >&2
+        exit 2
+    }
+    exit 0
 }
 
 # The reliability harnesses say what they tried; ctest keeps that to itself when they pass.
