@@ -105,7 +105,7 @@ std::optional<std::int64_t> FaultCursor::position() const
 
 FollowPosition FaultCursor::followPosition() const
 {
-    fileIdentity_t const identity = m_state->core->identity();
+    FileIdentity const identity = m_state->core->identity();
     return {identity.device, identity.inode, m_state->rows.key(), occurrenceHashOf(m_state->rows.row())};
 }
 

@@ -55,7 +55,7 @@ class FIRAIM_HIDDEN FaultRecorder::Core
 {
 public:
     /// Runs one request; `event` is null for a request without one.
-    Request run(Request::kind_t kind, FaultEvent const* event, patience_t patience)
+    Request run(Request::Kind kind, FaultEvent const* event, patience_t patience)
     {
         Request withoutMemory;
         withoutMemory.receipt.result = HISTORY_FAILED;
@@ -76,7 +76,7 @@ public:
         }
     }
 
-    void prepare(Request& request, Request::kind_t kind, FaultEvent const* event)
+    void prepare(Request& request, Request::Kind kind, FaultEvent const* event)
     {
         request.kind = kind;
         request.event = event;

@@ -222,7 +222,7 @@ RowCursor::cellType_t RowCursor::type(std::size_t cell) const
 
 std::int64_t RowCursor::integer(std::size_t cell) const
 {
-    cell_t const& wanted = row().cells[cell];
+    Cell const& wanted = row().cells[cell];
     return wanted.type == CELL_INTEGER ? wanted.number : 0;
 }
 

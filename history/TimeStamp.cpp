@@ -33,7 +33,7 @@ timeUnit_t guessUnit(unsigned long long stamp)
     return stamp < 100'000'000'000'000'000 ? timeUnit_t::MICROSECONDS : timeUnit_t::NANOSECONDS;
 }
 
-struct date_t
+struct Date
 {
     int year;
     int month;
@@ -41,7 +41,7 @@ struct date_t
 };
 
 /// The date of a day counted from 1970-01-01. Years are taken from March on, so that the leap day is the last one.
-date_t dateOf(std::int64_t dayNumber)
+Date dateOf(std::int64_t dayNumber)
 {
     constexpr std::int64_t kDaysTo1970 = 719468; // from 0000-03-01
     constexpr std::int64_t kDaysOfEra = 146097;  // 400 years
@@ -140,7 +140,7 @@ std::string utcText(std::int64_t milliseconds)
     }
     // Rounded down, also before 1970.
     std::int64_t const timeOfDay = (milliseconds % kDay + kDay) % kDay;
-    date_t const date = dateOf((milliseconds - timeOfDay) / kDay);
+    Date const date = dateOf((milliseconds - timeOfDay) / kDay);
     auto const millisecond = static_cast<int>(timeOfDay % kSecond);
     auto const second = static_cast<int>(timeOfDay / kSecond);
     std::string text = "0000-00-00T00:00:00.000Z";

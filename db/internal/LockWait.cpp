@@ -7,7 +7,7 @@
 namespace
 {
 
-using steadyClock_t = std::chrono::steady_clock;
+using SteadyClock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kPause(5);
 constexpr std::chrono::milliseconds kLatePause(1);
@@ -19,12 +19,12 @@ bool lockWait::LockWait::pause(int tries, std::chrono::milliseconds limit)
 {
     if (tries == 0)
     {
-        m_begin = steadyClock_t::now();
+        m_begin = SteadyClock::now();
         m_slept = {};
     }
     // The clock, because a pause can be longer than asked for; the sum, because the file system decides what a pause
     // is.
-    if (m_slept >= limit || steadyClock_t::now() - m_begin >= limit)
+    if (m_slept >= limit || SteadyClock::now() - m_begin >= limit)
     {
         return false;
     }

@@ -92,7 +92,7 @@ void requireNoJournalOfEmptyFile(FilePath const& path, Connection const& connect
     {
         throw Failure(BAD_PATH, path.given() + ": is a link to nowhere");
     }
-    failure_t failure = UNREADABLE;
+    FailureKind failure = UNREADABLE;
     if (error == ENOENT)
     {
         failure = NO_FILE;

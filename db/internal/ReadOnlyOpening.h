@@ -11,7 +11,7 @@
 namespace readOnlyOpening
 {
 
-enum failure_t
+enum FailureKind
 {
     NO_FILE,        ///< nothing has that name
     BAD_PATH,       ///< the name is that of something else than a file, or no name at all
@@ -24,14 +24,14 @@ enum failure_t
 class Failure : public std::exception
 {
 public:
-    Failure(failure_t failure, std::string text) : m_failure(failure), m_text(std::move(text)) {}
+    Failure(FailureKind failure, std::string text) : m_failure(failure), m_text(std::move(text)) {}
 
-    failure_t failure() const { return m_failure; }
+    FailureKind failure() const { return m_failure; }
     /// With the name of the file.
     char const* what() const noexcept override { return m_text.c_str(); }
 
 private:
-    failure_t m_failure;
+    FailureKind m_failure;
     std::string m_text;
 };
 

@@ -38,7 +38,7 @@ std::string uriOf(std::string const& name)
     return uri;
 }
 
-int openFile(std::string const& path, Connection::access_t access, sqlite3** db)
+int openFile(std::string const& path, Connection::Access access, sqlite3** db)
 {
     if (path.find('\0') != std::string::npos)
     {
@@ -223,8 +223,8 @@ std::size_t Statement::size(int column) const
                : 0;
 }
 
-Connection::Connection(std::string const& path, access_t access, Waiting const& waiting)
-    : m_access(access), m_shared(std::make_unique<shared_t>())
+Connection::Connection(std::string const& path, Access access, Waiting const& waiting)
+    : m_access(access), m_shared(std::make_unique<Shared>())
 {
     m_shared->waiting = waiting;
     sqlite3* db = nullptr;
@@ -242,7 +242,7 @@ Connection::Connection(std::string const& path, access_t access, Waiting const& 
 
 int Connection::onBusy(void* context, int tries)
 {
-    auto* const shared = static_cast<shared_t*>(context);
+    auto* const shared = static_cast<Shared*>(context);
     bool const isCancelled = shared->waiting.isCancelled != nullptr && shared->waiting.isCancelled();
     auto const limit = isCancelled ? std::min(shared->waiting.limit, kPatienceWhenCancelled) : shared->waiting.limit;
     return shared->wait.pause(tries, limit) ? 1 : 0;
@@ -250,7 +250,7 @@ int Connection::onBusy(void* context, int tries)
 
 int Connection::onProgress(void* context)
 {
-    auto const* const shared = static_cast<shared_t*>(context);
+    auto const* const shared = static_cast<Shared*>(context);
     return shared->waiting.isCancelled != nullptr && shared->waiting.isCancelled() ? 1 : 0;
 }
 

@@ -90,7 +90,7 @@ private:
 class Connection
 {
 public:
-    enum access_t
+    enum Access
     {
         READ_ONLY,
         IMMUTABLE, ///< the file cannot change while it is read: no lock, no file beside it
@@ -100,7 +100,7 @@ public:
     };
 
     /// Opens the file; `path` always names a file, whatever it looks like. Throws Error.
-    Connection(std::string const& path, access_t access, Waiting const& waiting = {});
+    Connection(std::string const& path, Access access, Waiting const& waiting = {});
     Connection(Connection&&) = default;
     Connection& operator=(Connection&&) = default;
 
@@ -113,23 +113,23 @@ public:
     void waitFor(Waiting const& waiting) const { m_shared->waiting = waiting; }
 
     bool isInTransaction() const { return sqlite3_get_autocommit(get()) == 0; }
-    access_t access() const { return m_access; }
+    Access access() const { return m_access; }
     sqlite3* get() const { return m_db.get(); }
 
 private:
     /// What SQLite's handlers point to; it outlives the connection, which can be moved.
-    struct shared_t
+    struct Shared
     {
         Waiting waiting;
         lockWait::LockWait wait;
     };
 
-    /// Both are handed a shared_t.
+    /// Both are handed a Shared.
     static int onBusy(void* context, int tries);
     static int onProgress(void* context);
 
-    access_t m_access;
-    std::unique_ptr<shared_t> m_shared;
+    Access m_access;
+    std::unique_ptr<Shared> m_shared;
     ConnectionHandle m_db;
 };
 

@@ -93,11 +93,11 @@ void timeLimits::StatementWatch::resume()
     }
 }
 
-timeLimits::StatementWatch::duration_t timeLimits::StatementWatch::now()
+timeLimits::StatementWatch::Duration timeLimits::StatementWatch::now()
 {
     timespec time = {};
     static_cast<void>(clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time)); // Every Linux has this clock.
-    return std::chrono::seconds(time.tv_sec) + duration_t(time.tv_nsec);
+    return std::chrono::seconds(time.tv_sec) + Duration(time.tv_nsec);
 }
 
 int timeLimits::StatementWatch::onAccess(void* self, int action, char const*, char const* argument, char const*,

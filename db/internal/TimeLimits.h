@@ -55,9 +55,9 @@ public:
 
 private:
     /// The processor's time on this thread: waiting for locks or for the storage is not the file's fault.
-    using duration_t = std::chrono::nanoseconds;
+    using Duration = std::chrono::nanoseconds;
 
-    FIRAIM_HIDDEN static duration_t now();
+    FIRAIM_HIDDEN static Duration now();
     FIRAIM_HIDDEN static int onAccess(void* self, int action, char const*, char const* argument, char const*,
                                       char const* schemaPart);
     FIRAIM_HIDDEN static int onProgress(void* self);
@@ -65,9 +65,9 @@ private:
     FIRAIM_HIDDEN bool isOverdue() const;
 
     sqlite3* m_db;
-    StatementWatch* m_outer;           ///< of the statement whose row callback runs this one
-    std::optional<duration_t> m_begin; ///< when the first trigger or view was met
-    duration_t m_pauseBegin{};
+    StatementWatch* m_outer;         ///< of the statement whose row callback runs this one
+    std::optional<Duration> m_begin; ///< when the first trigger or view was met
+    Duration m_pauseBegin{};
     bool m_ignoresPragmas = false;
     bool m_hasIgnoredPragma = false;
 };

@@ -3,9 +3,9 @@
 namespace firaim
 {
 
-void ActiveTriples::set(std::uint32_t code, sourceView_t const& source, std::optional<std::int64_t> key)
+void ActiveTriples::set(std::uint32_t code, SourceView const& source, std::optional<std::int64_t> key)
 {
-    sources_t& sources = m_active[code];
+    Sources& sources = m_active[code];
     auto const found = sources.find(source);
     if (!key && found != sources.end())
     {
@@ -17,13 +17,13 @@ void ActiveTriples::set(std::uint32_t code, sourceView_t const& source, std::opt
     }
     else if (key)
     {
-        sources.emplace(source_t(source), *key);
+        sources.emplace(Source(source), *key);
     }
 }
 
-void ActiveTriples::change(std::uint32_t code, sourceView_t const& source, std::optional<std::int64_t> key)
+void ActiveTriples::change(std::uint32_t code, SourceView const& source, std::optional<std::int64_t> key)
 {
-    m_changes.push_back({code, source_t(source), keyOf(code, source)});
+    m_changes.push_back({code, Source(source), keyOf(code, source)});
     set(code, source, key);
 }
 
@@ -31,7 +31,7 @@ void ActiveTriples::rolledBack()
 {
     for (auto change = m_changes.rbegin(); change != m_changes.rend(); ++change)
     {
-        sources_t& sources = m_active[change->code];
+        Sources& sources = m_active[change->code];
         if (change->before)
         {
             sources[change->source] = *change->before;
@@ -50,14 +50,14 @@ void ActiveTriples::clear()
     m_changes.clear();
 }
 
-std::optional<std::int64_t> ActiveTriples::keyOf(std::uint32_t code, sourceView_t const& source) const
+std::optional<std::int64_t> ActiveTriples::keyOf(std::uint32_t code, SourceView const& source) const
 {
-    sources_t const& sources = of(code);
+    Sources const& sources = of(code);
     auto const found = sources.find(source);
     return found != sources.end() ? std::optional(found->second) : std::nullopt;
 }
 
-sources_t const& ActiveTriples::of(std::uint32_t code) const
+Sources const& ActiveTriples::of(std::uint32_t code) const
 {
     auto const found = m_active.find(code);
     return found != m_active.end() ? found->second : m_none;

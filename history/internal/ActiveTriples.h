@@ -12,8 +12,8 @@ namespace firaim
 {
 
 /// The module and the parameter of a fault; with its code they make a triple.
-using source_t = std::pair<std::string, std::string>;
-using sourceView_t = std::pair<std::string_view, std::string_view>;
+using Source = std::pair<std::string, std::string>;
+using SourceView = std::pair<std::string_view, std::string_view>;
 
 /// Compares sources without copying their texts.
 struct SourceLess
@@ -29,37 +29,37 @@ struct SourceLess
 };
 
 /// The active sources of one code, with the keys of the rows that made them so.
-using sources_t = std::map<source_t, std::int64_t, SourceLess>;
+using Sources = std::map<Source, std::int64_t, SourceLess>;
 
 /// Which triples of code, module and parameter are active, and what a transaction has changed of that.
 class ActiveTriples
 {
 public:
     /// A triple gets active by the row with that key, or inactive without one.
-    void set(std::uint32_t code, sourceView_t const& source, std::optional<std::int64_t> key);
+    void set(std::uint32_t code, SourceView const& source, std::optional<std::int64_t> key);
     /// As `set`, and `rolledBack` undoes it.
-    void change(std::uint32_t code, sourceView_t const& source, std::optional<std::int64_t> key);
+    void change(std::uint32_t code, SourceView const& source, std::optional<std::int64_t> key);
     void committed() { m_changes.clear(); }
     void rolledBack();
     void clear();
 
     /// The key of the row that made a triple active; none when it is not active.
-    std::optional<std::int64_t> keyOf(std::uint32_t code, sourceView_t const& source) const;
+    std::optional<std::int64_t> keyOf(std::uint32_t code, SourceView const& source) const;
     /// The active triples of a code.
-    sources_t const& of(std::uint32_t code) const;
-    std::map<std::uint32_t, sources_t> const& all() const { return m_active; }
+    Sources const& of(std::uint32_t code) const;
+    std::map<std::uint32_t, Sources> const& all() const { return m_active; }
 
 private:
-    struct change_t
+    struct Change
     {
         std::uint32_t code;
-        source_t source;
+        Source source;
         std::optional<std::int64_t> before;
     };
 
-    std::map<std::uint32_t, sources_t> m_active;
-    std::vector<change_t> m_changes; ///< in this transaction
-    sources_t const m_none = {};
+    std::map<std::uint32_t, Sources> m_active;
+    std::vector<Change> m_changes; ///< in this transaction
+    Sources const m_none = {};
 };
 
 } // namespace firaim

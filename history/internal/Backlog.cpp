@@ -14,7 +14,7 @@ namespace firaim
 namespace
 {
 
-using clock_t = std::chrono::steady_clock;
+using Clock = std::chrono::steady_clock;
 
 } // namespace
 
@@ -90,10 +90,10 @@ int Backlog::close(patience_t patience)
 
 int Backlog::post(Request const& request, patience_t patience)
 {
-    time_t const end = deadline::after(patience);
+    TimePoint const end = deadline::after(patience);
     std::lock_guard<Mutex> const lock(m_mutex);
     while (m_isOpen && !m_isClosing && m_posted.size() >= m_options.queueLimit && m_options.doesPostWait &&
-           clock_t::now() < end)
+           Clock::now() < end)
     {
         if (m_options.isCancelled != nullptr && m_options.isCancelled())
         {
@@ -124,7 +124,7 @@ bool Backlog::admits(Request& request)
     request.order = ++m_order;
     // Without a thread nothing could be counted; the row is then the better answer.
     if (!m_isOpen || m_isClosing || m_options.stormBurst == 0 || !startThread() ||
-        m_storms->admits(*request.event, request.now, request.order, clock_t::now()))
+        m_storms->admits(*request.event, request.now, request.order, Clock::now()))
     {
         return true;
     }
@@ -198,7 +198,7 @@ bool Backlog::startThread()
 
 int Backlog::flush(std::uint64_t& left, patience_t patience)
 {
-    time_t const end = deadline::after(patience);
+    TimePoint const end = deadline::after(patience);
     std::lock_guard<Mutex> const lock(m_mutex);
     left = 0;
     return m_isOpen ? waitForAll(left, end, m_options.isCancelled) : static_cast<int>(HISTORY_INVALID_STATE);
@@ -206,7 +206,7 @@ int Backlog::flush(std::uint64_t& left, patience_t patience)
 
 int Backlog::passOn(patience_t patience)
 {
-    time_t const end = deadline::after(patience);
+    TimePoint const end = deadline::after(patience);
     std::lock_guard<Mutex> const lock(m_mutex);
     if (!m_isOpen || !m_isThreadRunning)
     {
@@ -216,7 +216,7 @@ int Backlog::passOn(patience_t patience)
     return waitFor({m_posted.count(), m_stores.wanted, 0, m_opening}, end, m_options.isCancelled);
 }
 
-int Backlog::waitForAll(std::uint64_t& left, time_t end, bool (*isCancelled)())
+int Backlog::waitForAll(std::uint64_t& left, TimePoint end, bool (*isCancelled)())
 {
     if (!m_isThreadRunning)
     {
@@ -224,7 +224,7 @@ int Backlog::waitForAll(std::uint64_t& left, time_t end, bool (*isCancelled)())
     }
     ++m_ends.wanted;
     m_postedBeforeEnd = m_posted.count();
-    goal_t const goal = {m_posted.count(), 0, m_ends.wanted, m_opening};
+    Goal const goal = {m_posted.count(), 0, m_ends.wanted, m_opening};
     std::uint64_t const lostBefore = m_toldCount;
     int const result = waitFor(goal, end, isCancelled);
     if (result == HISTORY_INVALID_STATE)
@@ -236,11 +236,11 @@ int Backlog::waitForAll(std::uint64_t& left, time_t end, bool (*isCancelled)())
     return result == HISTORY_OK && left > 0 ? static_cast<int>(HISTORY_FAILED) : result;
 }
 
-int Backlog::waitFor(goal_t const& goal, time_t end, bool (*isCancelled)())
+int Backlog::waitFor(Goal const& goal, TimePoint end, bool (*isCancelled)())
 {
     m_work.notifyOne();
     bool isEnded = false;
-    while (m_isOpen && m_opening == goal.opening && !isReached(goal) && !isEnded && clock_t::now() < end)
+    while (m_isOpen && m_opening == goal.opening && !isReached(goal) && !isEnded && Clock::now() < end)
     {
         waitForChange(end, isCancelled);
         isEnded = isCancelled != nullptr && isCancelled();
@@ -260,13 +260,12 @@ int Backlog::waitFor(goal_t const& goal, time_t end, bool (*isCancelled)())
     return m_lastResult < 0 && m_lastResult != HISTORY_BUSY ? HISTORY_FAILED : HISTORY_BUSY;
 }
 
-void Backlog::waitForChange(time_t end, bool (*isCancelled)())
+void Backlog::waitForChange(TimePoint end, bool (*isCancelled)())
 {
-    m_changed.waitUntil(m_mutex,
-                        isCancelled == nullptr ? end : std::min(end, clock_t::now() + CommitQueue::kCancelLook));
+    m_changed.waitUntil(m_mutex, isCancelled == nullptr ? end : std::min(end, Clock::now() + CommitQueue::kCancelLook));
 }
 
-bool Backlog::isReached(goal_t const& goal) const
+bool Backlog::isReached(Goal const& goal) const
 {
     return m_posted.settledCount() >= goal.posted && m_stores.done >= goal.stores && m_ends.done >= goal.ends;
 }

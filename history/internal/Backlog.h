@@ -51,18 +51,18 @@ public:
     std::uint64_t counted();
 
 private:
-    using posted_t = PostedEvents::posted_t;
-    using time_t = Condition::time_t;
+    using Posted = PostedEvents::Posted;
+    using TimePoint = Condition::TimePoint;
 
     /// Something that calls want the thread to do.
-    struct errand_t
+    struct Errand
     {
         std::uint64_t wanted; ///< by so many calls
         std::uint64_t done;   ///< for the first so many of them
     };
 
     /// The condition that a call waits for.
-    struct goal_t
+    struct Goal
     {
         std::uint64_t posted;  ///< so many are settled
         std::uint64_t stores;  ///< of `m_stores`
@@ -73,18 +73,18 @@ private:
     void stored(Request const& request);
     bool startThread();
     void work();
-    bool isWorkThere(time_t now) const;
+    bool isWorkThere(TimePoint now) const;
     void waitForWork();
     void workOnce();
-    void runBatch(std::vector<posted_t*> const& posted, std::vector<Storms::report_t> const& reports);
-    void giveBack(std::vector<Storms::report_t> const& reports);
-    void settle(std::vector<Request> const& requests, std::vector<posted_t*> const& posted,
-                std::vector<Storms::report_t> const& reports);
-    int waitForAll(std::uint64_t& left, time_t end, bool (*isCancelled)());
-    int waitFor(goal_t const& goal, time_t end, bool (*isCancelled)());
-    void waitForChange(time_t end, bool (*isCancelled)());
+    void runBatch(std::vector<Posted*> const& posted, std::vector<Storms::Report> const& reports);
+    void giveBack(std::vector<Storms::Report> const& reports);
+    void settle(std::vector<Request> const& requests, std::vector<Posted*> const& posted,
+                std::vector<Storms::Report> const& reports);
+    int waitForAll(std::uint64_t& left, TimePoint end, bool (*isCancelled)());
+    int waitFor(Goal const& goal, TimePoint end, bool (*isCancelled)());
+    void waitForChange(TimePoint end, bool (*isCancelled)());
     patience_t patienceOfAttempt() const;
-    bool isReached(goal_t const& goal) const;
+    bool isReached(Goal const& goal) const;
 
     CommitQueue& m_queue;
     Mutex m_mutex; ///< held for moments only, never while the file is touched
@@ -95,11 +95,11 @@ private:
     std::uint64_t m_opening = 0; ///< number of the last one
     bool m_isOpen = false;
     bool m_isClosing = false;
-    time_t m_closeBy{}; ///< when closing
+    TimePoint m_closeBy{}; ///< when closing
     bool m_isThreadRunning = false;
     std::thread m_thread;
-    std::optional<time_t> m_watched; ///< the deadline of storms that the thread waits for
-    time_t m_retryAt{};              ///< not before then, after a failure
+    std::optional<TimePoint> m_watched; ///< the deadline of storms that the thread waits for
+    TimePoint m_retryAt{};              ///< not before then, after a failure
     int m_lastResult = HISTORY_OK;
 
     PostedEvents m_posted; ///< the thread works on the first of them
@@ -107,8 +107,8 @@ private:
     std::uint64_t m_toldCount = 0; ///< lost ones that a `flush` has told of
     std::uint64_t m_countedCount = 0;
     std::uint64_t m_order = 0;           ///< of the last acknowledgement
-    errand_t m_stores{};                 ///< storing what storms have counted
-    errand_t m_ends{};                   ///< ending all storms
+    Errand m_stores{};                   ///< storing what storms have counted
+    Errand m_ends{};                     ///< ending all storms
     std::uint64_t m_postedBeforeEnd = 0; ///< they are recorded before the storms end
 };
 

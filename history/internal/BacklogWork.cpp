@@ -13,7 +13,7 @@ namespace firaim
 namespace
 {
 
-using clock_t = std::chrono::steady_clock;
+using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMostInBatch = 1000;
 /// How long one attempt waits for other processes, so that closing is soon noticed.
@@ -27,7 +27,7 @@ void Backlog::work()
     std::lock_guard<Mutex> const lock(m_mutex);
     while (m_isOpen)
     {
-        if (isWorkThere(clock_t::now()))
+        if (isWorkThere(Clock::now()))
         {
             workOnce();
         }
@@ -38,9 +38,9 @@ void Backlog::work()
     }
 }
 
-bool Backlog::isWorkThere(time_t now) const
+bool Backlog::isWorkThere(TimePoint now) const
 {
-    std::optional<time_t> const stormDeadline = m_storms->deadline();
+    std::optional<TimePoint> const stormDeadline = m_storms->deadline();
     bool const isThere = !m_posted.isEmpty() || m_ends.wanted > m_ends.done || m_stores.wanted > m_stores.done ||
                          (stormDeadline && *stormDeadline <= now);
     return isThere && now >= m_retryAt;
@@ -48,7 +48,7 @@ bool Backlog::isWorkThere(time_t now) const
 
 void Backlog::waitForWork()
 {
-    time_t const now = clock_t::now();
+    TimePoint const now = Clock::now();
     m_watched = m_storms->deadline();
     if (m_retryAt > now)
     {
@@ -72,11 +72,11 @@ void Backlog::workOnce()
         std::uint64_t const stores = m_stores.wanted;
         std::uint64_t const ends = m_ends.wanted;
         std::uint64_t end = 0;
-        std::vector<posted_t*> const posted = m_posted.first(kMostInBatch, end);
+        std::vector<Posted*> const posted = m_posted.first(kMostInBatch, end);
         // The row of a storm is written after the rows that were posted before it, so that it leaves the right status.
         bool const isEnding = ends > m_ends.done && end >= m_postedBeforeEnd;
-        runBatch(posted, m_storms->take(clock_t::now(), isEnding));
-        if (m_retryAt == time_t{})
+        runBatch(posted, m_storms->take(Clock::now(), isEnding));
+        if (m_retryAt == TimePoint{})
         {
             m_stores.done = stores;
             m_ends.done = isEnding ? ends : m_ends.done;
@@ -85,12 +85,12 @@ void Backlog::workOnce()
     catch (std::exception const&) // Lack of memory, or a standard output that was told to throw.
     {
         m_lastResult = HISTORY_FAILED;
-        m_retryAt = clock_t::now() + kPauseAfterFailure;
+        m_retryAt = Clock::now() + kPauseAfterFailure;
     }
     m_changed.notifyAll();
 }
 
-void Backlog::runBatch(std::vector<posted_t*> const& posted, std::vector<Storms::report_t> const& reports)
+void Backlog::runBatch(std::vector<Posted*> const& posted, std::vector<Storms::Report> const& reports)
 {
     std::vector<Request> requests;
     try
@@ -133,18 +133,18 @@ Backlog::patience_t Backlog::patienceOfAttempt() const
     return m_isClosing ? std::min(deadline::timeTo(m_closeBy), kPatienceOfAttempt) : kPatienceOfAttempt;
 }
 
-void Backlog::giveBack(std::vector<Storms::report_t> const& reports)
+void Backlog::giveBack(std::vector<Storms::Report> const& reports)
 {
-    for (Storms::report_t const& report : reports)
+    for (Storms::Report const& report : reports)
     {
-        m_storms->notStored(report, clock_t::now());
+        m_storms->notStored(report, Clock::now());
     }
 }
 
 /// Takes note of what became of a batch. What failed is tried again, unless the file refused it by a rule, or alone,
 /// beside others that were stored: that event is lost.
-void Backlog::settle(std::vector<Request> const& requests, std::vector<posted_t*> const& posted,
-                     std::vector<Storms::report_t> const& reports)
+void Backlog::settle(std::vector<Request> const& requests, std::vector<Posted*> const& posted,
+                     std::vector<Storms::Report> const& reports)
 {
     bool const isAnyStored = std::any_of(requests.begin(), requests.end(),
                                          [](Request const& request) { return request.receipt.result >= 0; });
@@ -169,11 +169,11 @@ void Backlog::settle(std::vector<Request> const& requests, std::vector<posted_t*
         }
         else if (!isStored) // Counted twice rather than not at all where nobody can tell.
         {
-            m_storms->notStored(reports[i - posted.size()], clock_t::now());
+            m_storms->notStored(reports[i - posted.size()], Clock::now());
         }
     }
     m_posted.dropSettled();
-    m_retryAt = !isAnyKept ? time_t{} : clock_t::now() + kPauseAfterFailure;
+    m_retryAt = !isAnyKept ? TimePoint{} : Clock::now() + kPauseAfterFailure;
 }
 
 } // namespace firaim

@@ -58,7 +58,7 @@ std::string BoundTable::createText() const
 {
     std::string text = "CREATE TABLE \"" + m_name + "\" (";
     char const* separator = "\"";
-    for (column_t const& column : m_columns)
+    for (Column const& column : m_columns)
     {
         text.append(separator).append(column.name).append("\" ").append(column.sqlType);
         separator = ",\"";
@@ -113,7 +113,7 @@ void BoundTable::bind(sqlite::Statement& statement) const
 {
     for (std::size_t id = 1; id < m_columns.size(); ++id)
     {
-        column_t const& column = m_columns[id];
+        Column const& column = m_columns[id];
         auto const parameter = static_cast<int>(id);
         switch (column.type)
         {

@@ -43,7 +43,7 @@ public:
     void bind(sqlite::Statement& statement, std::int64_t key) const;
 
 private:
-    struct column_t
+    struct Column
     {
         std::string name;
         std::string sqlType;
@@ -53,10 +53,10 @@ private:
         std::array<std::string, 3> words;
     };
 
-    void add(column_t column) { m_columns.push_back(std::move(column)); }
+    void add(Column column) { m_columns.push_back(std::move(column)); }
 
     std::string m_name;
-    std::vector<column_t> m_columns;
+    std::vector<Column> m_columns;
 };
 
 /// The row that `row` stands on, whose columns are those of `tbl` in their order, decoded into the working record as

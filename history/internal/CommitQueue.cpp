@@ -13,7 +13,7 @@ namespace firaim
 namespace
 {
 
-using clock_t = std::chrono::steady_clock;
+using Clock = std::chrono::steady_clock;
 
 /// The largest group: it bounds how long others wait, and how large the journal gets. One request alone may be larger.
 constexpr std::size_t kMostRequests = 1000;
@@ -186,13 +186,13 @@ bool CommitQueue::append(Request& request)
 /// Waits for the leader, or until the call's time has passed.
 void CommitQueue::wait(Call& call)
 {
-    auto const now = clock_t::now();
+    auto const now = Clock::now();
     bool const isEnded = isCancelled();
     if (now < call.deadline && !isEnded)
     {
         call.changed.waitUntil(m_mutex, m_options.isCancelled == nullptr
                                             ? call.deadline
-                                            : std::min<Condition::time_t>(call.deadline, now + kCancelLook));
+                                            : std::min<Condition::TimePoint>(call.deadline, now + kCancelLook));
         return;
     }
     std::string problem;
@@ -219,7 +219,7 @@ void CommitQueue::lead(Call& call)
             m_writer->begin(deadline::timeTo(call.deadline), needsSources);
         }
         takeGroup(needsSources);
-        Condition::time_t end = call.deadline;
+        Condition::TimePoint end = call.deadline;
         for (Request const* const request : m_group)
         {
             end = std::max(end, request->call->deadline);

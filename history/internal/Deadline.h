@@ -10,7 +10,7 @@ namespace firaim
 namespace deadline
 {
 
-using time_t = std::chrono::steady_clock::time_point;
+using TimePoint = std::chrono::steady_clock::time_point;
 
 /// A wait of years is as good as for ever, and one below 0 is none.
 inline std::chrono::milliseconds bounded(std::chrono::milliseconds wait)
@@ -20,13 +20,13 @@ inline std::chrono::milliseconds bounded(std::chrono::milliseconds wait)
 }
 
 /// The end of a wait that begins now.
-inline time_t after(std::chrono::milliseconds wait)
+inline TimePoint after(std::chrono::milliseconds wait)
 {
     return std::chrono::steady_clock::now() + bounded(wait);
 }
 
 /// How long it is until `end`; 0 when that has passed.
-inline std::chrono::milliseconds timeTo(time_t end)
+inline std::chrono::milliseconds timeTo(TimePoint end)
 {
     auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
     return std::max(left, std::chrono::milliseconds(0));

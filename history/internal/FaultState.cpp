@@ -184,7 +184,7 @@ bool FaultState::readNewRows()
         last = m_readRows.integer(0);
         bool const isActive = decodedText(m_readRows, 4) == m_activeWord;
         auto const code = static_cast<std::uint32_t>(m_readRows.integer(1));
-        sourceView_t const source(decodedText(m_readRows, 2), decodedText(m_readRows, 3));
+        SourceView const source(decodedText(m_readRows, 2), decodedText(m_readRows, 3));
         static_cast<void>(noteName(code, decodedText(m_readRows, 5)));
         std::optional<std::int64_t> const key = isActive ? std::optional(last) : std::nullopt;
         if (m_areSourcesKnown)
@@ -198,13 +198,13 @@ bool FaultState::readNewRows()
     }
     if (rows != 0)
     {
-        m_seen = markOf(last).value_or(rowMark_t());
+        m_seen = markOf(last).value_or(RowMark());
     }
     return rows < kRowsInBatch;
 }
 
 /// The mark of the row with that key; none without a row.
-std::optional<FaultState::rowMark_t> FaultState::markOf(std::int64_t key)
+std::optional<FaultState::RowMark> FaultState::markOf(std::int64_t key)
 {
     m_readMark.bind(1, key);
     ResetAtEnd const end(m_readMark);
@@ -212,8 +212,8 @@ std::optional<FaultState::rowMark_t> FaultState::markOf(std::int64_t key)
     {
         return std::nullopt;
     }
-    return rowMark_t{key, static_cast<std::uint32_t>(m_readMark.integer(0)), m_readMark.integer(1),
-                     hashOf(m_readMark.text(2))};
+    return RowMark{key, static_cast<std::uint32_t>(m_readMark.integer(0)), m_readMark.integer(1),
+                   hashOf(m_readMark.text(2))};
 }
 
 bool FaultState::isLastSeenRowThere()
@@ -222,7 +222,7 @@ bool FaultState::isLastSeenRowThere()
     {
         return true;
     }
-    std::optional<rowMark_t> const mark = markOf(m_seen.key);
+    std::optional<RowMark> const mark = markOf(m_seen.key);
     return mark && mark->code == m_seen.code && mark->timeStamp == m_seen.timeStamp &&
            mark->systemTimeHash == m_seen.systemTimeHash;
 }
@@ -243,7 +243,7 @@ bool FaultState::areActiveRowsThere()
     return true;
 }
 
-bool FaultState::isActiveRow(std::int64_t key, std::uint32_t code, source_t const& source)
+bool FaultState::isActiveRow(std::int64_t key, std::uint32_t code, Source const& source)
 {
     m_readRows.bind(1, key - 1).bind(2, std::int64_t(1));
     ResetAtEnd const end(m_readRows);

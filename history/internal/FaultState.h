@@ -60,12 +60,12 @@ public:
     std::map<std::uint32_t, FaultStatistic> const& statistics() const { return m_statistics; }
 
     /// The key of the row that made a triple active; none when it is not active. The triples must be known.
-    std::optional<std::int64_t> activeKey(std::uint32_t code, sourceView_t const& source) const
+    std::optional<std::int64_t> activeKey(std::uint32_t code, SourceView const& source) const
     {
         return m_active.keyOf(code, source);
     }
     /// The active triples of a code. The triples must be known.
-    sources_t const& activeSources(std::uint32_t code) const { return m_active.of(code); }
+    Sources const& activeSources(std::uint32_t code) const { return m_active.of(code); }
     bool isAnyActive(std::uint32_t code) const { return !activeSources(code).empty(); }
     /// The keys of the rows that something active refers to, sorted. The triples must be known.
     std::vector<std::int64_t> neededKeys() const;
@@ -87,7 +87,7 @@ private:
     static constexpr std::int64_t kBeforeAllKeys = std::numeric_limits<std::int64_t>::min();
 
     /// Tells a row from another one that has the same key after the content was replaced.
-    struct rowMark_t
+    struct RowMark
     {
         std::int64_t key = kBeforeAllKeys;
         std::uint32_t code = 0;
@@ -97,13 +97,13 @@ private:
 
     void forgetSources();
     void readStatistics();
-    std::optional<rowMark_t> markOf(std::int64_t key);
+    std::optional<RowMark> markOf(std::int64_t key);
     bool isLastSeenRowThere();
     void readAllSources();
     bool readNewRows();
     bool areActiveRowsThere();
     bool noteName(std::uint32_t code, std::string_view name);
-    bool isActiveRow(std::int64_t key, std::uint32_t code, source_t const& source);
+    bool isActiveRow(std::int64_t key, std::uint32_t code, Source const& source);
     std::string rowColumns() const;
     std::string selectNewest(std::string const& column) const;
 
@@ -128,8 +128,8 @@ private:
     std::string const m_noName;
     bool m_hasNewName = false; ///< since the last commit
     bool m_areSourcesKnown = false;
-    rowMark_t m_seen;       ///< the last row that `m_active` takes into account
-    rowMark_t m_seenBefore; ///< the same, before this transaction
+    RowMark m_seen;       ///< the last row that `m_active` takes into account
+    RowMark m_seenBefore; ///< the same, before this transaction
 };
 
 } // namespace firaim

@@ -114,7 +114,7 @@ int FaultFollower::Core::passRemoved(std::int64_t last)
 /// Reads the rows behind the position. HISTORY_OK when there is anything to give or to tell; else as `take`.
 int FaultFollower::Core::look()
 {
-    std::optional<fileIdentity_t> const identity = identityOf(m_path.absolute());
+    std::optional<FileIdentity> const identity = identityOf(m_path.absolute());
     bool const isOther = !identity || m_core->identity() != *identity;
     if (isOther)
     {
@@ -203,8 +203,8 @@ int FaultFollower::Core::lookClosely()
 int FaultFollower::Core::compare(bool isChanged)
 {
     RowCursor::State& rows = *m_rows.m_state;
-    fileIdentity_t const before = {m_position.device, m_position.inode};
-    bool const isKnown = before != fileIdentity_t();
+    FileIdentity const before = {m_position.device, m_position.inode};
+    bool const isKnown = before != FileIdentity();
     bool const isOther = isKnown && before != m_core->identity();
     bool const isRowThere = m_position.key && rows.batch.size() > 0 && rows.batch.key(0) == *m_position.key;
     std::optional<std::uint64_t> hash;

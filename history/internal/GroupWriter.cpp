@@ -65,7 +65,7 @@ void GroupWriter::begin(patience_t patience, bool needsSources)
     {
         m_connection.close(); // Rolling back has failed.
     }
-    deadline::time_t const end = deadline::after(patience);
+    deadline::TimePoint const end = deadline::after(patience);
     static_cast<void>(m_connection.open(patience));
     try
     {
@@ -134,7 +134,7 @@ void GroupWriter::write(std::vector<Request*> const& group, patience_t patience)
     writeUntil(group, deadline::after(patience));
 }
 
-void GroupWriter::writeUntil(std::vector<Request*> const& group, deadline::time_t end)
+void GroupWriter::writeUntil(std::vector<Request*> const& group, deadline::TimePoint end)
 {
     try
     {
@@ -176,7 +176,7 @@ void GroupWriter::failPlainly(Request& request, int result, char const* problem)
     keep(request.problem, m_connection.path(), problem);
 }
 
-void GroupWriter::tryToWrite(std::vector<Request*> const& group, deadline::time_t end)
+void GroupWriter::tryToWrite(std::vector<Request*> const& group, deadline::TimePoint end)
 {
     try
     {
@@ -238,7 +238,7 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, deadline::time_
 
 /// A trigger has failed at the one request, or the file's schema is no longer what it was. Opening the file compiles
 /// the statements, and fails in the second case.
-void GroupWriter::settleFailedTrigger(Request& request, sqlite::Error const& error, deadline::time_t end)
+void GroupWriter::settleFailedTrigger(Request& request, sqlite::Error const& error, deadline::TimePoint end)
 {
     m_connection.close();
     try
@@ -254,7 +254,7 @@ void GroupWriter::settleFailedTrigger(Request& request, sqlite::Error const& err
 }
 
 /// Pruning has ended the transaction; it must not keep the group from being stored.
-void GroupWriter::writeWithoutPruning(std::vector<Request*> const& group, deadline::time_t end)
+void GroupWriter::writeWithoutPruning(std::vector<Request*> const& group, deadline::TimePoint end)
 {
     SetMeanwhile const noPruning(m_isPruningOff);
     try
@@ -269,7 +269,7 @@ void GroupWriter::writeWithoutPruning(std::vector<Request*> const& group, deadli
 }
 
 /// One of the group cannot be stored; it must not keep the others from it, which share the time that there is.
-void GroupWriter::writeEachAlone(std::vector<Request*> const& group, deadline::time_t end)
+void GroupWriter::writeEachAlone(std::vector<Request*> const& group, deadline::TimePoint end)
 {
     std::vector<Request*> single(1);
     for (Request* const request : group)
@@ -343,7 +343,7 @@ void GroupWriter::settle(std::vector<Request*> const& group, sqlite::Error const
 {
     Failure const failure = m_connection.failureOf(error);
     m_connection.doubtSync();
-    RowWriter::outcome_t outcome = m_rows.outcome();
+    RowWriter::Outcome outcome = m_rows.outcome();
     rollBack();
     m_connection.close();
     try

@@ -47,14 +47,14 @@ public:
 
 private:
     void beginWithSources();
-    void writeUntil(std::vector<Request*> const& group, deadline::time_t end);
-    void tryToWrite(std::vector<Request*> const& group, deadline::time_t end);
+    void writeUntil(std::vector<Request*> const& group, deadline::TimePoint end);
+    void tryToWrite(std::vector<Request*> const& group, deadline::TimePoint end);
     void abandon(std::vector<Request*> const& group, char const* problem);
     void failPlainly(Request& request, int result, char const* problem) const;
     void writeTogether(std::vector<Request*> const& group);
-    void settleFailedTrigger(Request& request, sqlite::Error const& error, deadline::time_t end);
-    void writeWithoutPruning(std::vector<Request*> const& group, deadline::time_t end);
-    void writeEachAlone(std::vector<Request*> const& group, deadline::time_t end);
+    void settleFailedTrigger(Request& request, sqlite::Error const& error, deadline::TimePoint end);
+    void writeWithoutPruning(std::vector<Request*> const& group, deadline::TimePoint end);
+    void writeEachAlone(std::vector<Request*> const& group, deadline::TimePoint end);
     void commit(std::vector<Request*> const& group);
     void rollBack();
     void settle(std::vector<Request*> const& group, sqlite::Error const& error);

@@ -54,7 +54,7 @@ private:
 class Condition
 {
 public:
-    using time_t = std::chrono::steady_clock::time_point;
+    using TimePoint = std::chrono::steady_clock::time_point;
 
     Condition()
     {
@@ -69,7 +69,7 @@ public:
     Condition& operator=(Condition const&) = delete;
 
     /// Waits, without a reason at times, and not much beyond `end`.
-    void waitUntil(Mutex& mutex, time_t end)
+    void waitUntil(Mutex& mutex, TimePoint end)
     {
         using namespace std::chrono;
         nanoseconds const since = duration_cast<nanoseconds>(end.time_since_epoch());

@@ -5,7 +5,7 @@
 namespace firaim
 {
 
-void PostedEvents::posted_t::ask(Request& request) const
+void PostedEvents::Posted::ask(Request& request) const
 {
     request.event = &event;
     request.now = now;
@@ -27,9 +27,9 @@ void PostedEvents::add(Request const& request)
     ++m_count;
 }
 
-std::vector<PostedEvents::posted_t*> PostedEvents::first(std::size_t most, std::uint64_t& end)
+std::vector<PostedEvents::Posted*> PostedEvents::first(std::size_t most, std::uint64_t& end)
 {
-    std::vector<posted_t*> posted;
+    std::vector<Posted*> posted;
     end = m_settledCount;
     for (auto event = m_events.begin(); event != m_events.end() && posted.size() < most; ++event, ++end)
     {
@@ -61,7 +61,7 @@ std::uint64_t PostedEvents::unsettledBefore(std::uint64_t count) const
     std::uint64_t const there = std::min<std::uint64_t>(count - std::min(count, m_settledCount), m_events.size());
     return static_cast<std::uint64_t>(std::count_if(m_events.begin(),
                                                     m_events.begin() + static_cast<std::ptrdiff_t>(there),
-                                                    [](posted_t const& posted) { return !posted.isSettled; }));
+                                                    [](Posted const& posted) { return !posted.isSettled; }));
 }
 
 } // namespace firaim

@@ -16,7 +16,7 @@ namespace firaim
 class PostedEvents
 {
 public:
-    struct posted_t
+    struct Posted
     {
         FaultEvent event;
         std::int64_t now;
@@ -42,7 +42,7 @@ public:
     /// Copies the event of a request.
     void add(Request const& request);
     /// The first events that are not settled, at most so many; `end` is set to the number of the one behind them.
-    std::vector<posted_t*> first(std::size_t most, std::uint64_t& end);
+    std::vector<Posted*> first(std::size_t most, std::uint64_t& end);
     void dropSettled();
     /// As if all were settled.
     void dropAll();
@@ -51,7 +51,7 @@ public:
     std::uint64_t unsettled() const { return unsettledBefore(m_count); }
 
 private:
-    std::deque<posted_t> m_events; ///< the first is not settled
+    std::deque<Posted> m_events; ///< the first is not settled
     std::uint64_t m_count = 0;
     std::uint64_t m_settledCount = 0; ///< that have gone from `m_events`
 };

@@ -12,7 +12,7 @@ namespace firaim
 namespace
 {
 
-int resultOf(readOnlyOpening::failure_t failure)
+int resultOf(readOnlyOpening::FailureKind failure)
 {
     switch (failure)
     {
@@ -81,11 +81,11 @@ int ReaderCore::open()
 void ReaderCore::openFile()
 {
     auto const patience = deadline::bounded(m_options.patience);
-    std::optional<fileIdentity_t> after;
+    std::optional<FileIdentity> after;
     do
     {
         // Somebody may give the name to another file in between.
-        m_identity = identityOf(m_path.absolute()).value_or(fileIdentity_t());
+        m_identity = identityOf(m_path.absolute()).value_or(FileIdentity());
         m_connection.reset();
         m_connection = readOnlyOpening::open(m_path, {patience, m_options.isCancelled});
         after = identityOf(m_path.absolute());
@@ -143,9 +143,9 @@ bool ReaderCore::hasTable(std::string const& name)
     return false;
 }
 
-ReaderCore::text_t ReaderCore::describe(BoundTable const& table) const
+ReaderCore::QueryText ReaderCore::describe(BoundTable const& table) const
 {
-    text_t text;
+    QueryText text;
     text.name = table.name();
     sqlite::Statement info = m_connection->prepare(
         "SELECT pk = 1 AND type = 'INTEGER' COLLATE NOCASE FROM pragma_table_xinfo(?1) WHERE name "
@@ -184,7 +184,7 @@ RowCursor ReaderCore::rows(historyTable_t table, FaultQuery::order_t order, RowC
 
 sqlite::Statement ReaderCore::prepareRows(historyTable_t table, FaultQuery::order_t order) const
 {
-    text_t const& text = this->text(table);
+    QueryText const& text = this->text(table);
     return m_connection->prepare(
         join({"SELECT ", text.columns, ", ", text.key, " FROM ", text.name, " WHERE ", text.key, " >= ?1 AND ",
               text.key, " <= ?2 ORDER BY ", text.key, order == FaultQuery::NEWEST_FIRST ? " DESC" : "", " LIMIT ?3"}));
@@ -192,14 +192,14 @@ sqlite::Statement ReaderCore::prepareRows(historyTable_t table, FaultQuery::orde
 
 sqlite::Statement ReaderCore::prepareBounds(historyTable_t table) const
 {
-    text_t const& text = this->text(table);
+    QueryText const& text = this->text(table);
     return m_connection->prepare(join({"SELECT (SELECT min(", text.key, ") FROM ", text.name, "), (SELECT max(",
                                        text.key, ") FROM ", text.name, ")"}));
 }
 
 sqlite::Statement ReaderCore::prepareCount(historyTable_t table) const
 {
-    text_t const& text = this->text(table);
+    QueryText const& text = this->text(table);
     return m_connection->prepare(join({"SELECT count(*), max(k) FROM (SELECT ", text.key, " AS k FROM ", text.name,
                                        " WHERE ", text.key, " >= ?1 ORDER BY ", text.key, " LIMIT ?2)"}));
 }

@@ -32,7 +32,7 @@ public:
     sqlite::Connection const& connection() const { return *m_connection; }
     FilePath const& path() const { return m_path; }
     /// The identity of the file that was opened.
-    fileIdentity_t const& identity() const { return m_identity; }
+    FileIdentity const& identity() const { return m_identity; }
     ReaderOptions const& options() const { return m_options; }
 
     RowCursor rows(historyTable_t table, FaultQuery::order_t order, RowCursor::KeyRange range = {});
@@ -63,18 +63,18 @@ public:
     VersionTable& versions() { return m_versions; }
 
 private:
-    struct text_t
+    struct QueryText
     {
         std::string name;
         std::string key;     ///< what the key is called in statements
         std::string columns; ///< all columns, NULL for one that the file lacks
     };
 
-    text_t describe(BoundTable const& table) const;
+    QueryText describe(BoundTable const& table) const;
     void openFile();
     int check();
     bool hasTable(std::string const& name);
-    text_t const& text(historyTable_t table) const { return m_texts[static_cast<std::size_t>(table)]; }
+    QueryText const& text(historyTable_t table) const { return m_texts[static_cast<std::size_t>(table)]; }
 
     FilePath m_path;
     ReaderOptions m_options;
@@ -82,8 +82,8 @@ private:
     FaultTable m_faults;
     StatisticTable m_statistics;
     VersionTable m_versions;
-    std::array<text_t, 3> m_texts;
-    fileIdentity_t m_identity;
+    std::array<QueryText, 3> m_texts;
+    FileIdentity m_identity;
     bool m_hasSequence = false; ///< whether SQLite keeps the largest keys
     std::optional<sqlite::Connection> m_connection;
 };

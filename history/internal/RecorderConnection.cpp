@@ -178,7 +178,7 @@ void RecorderConnection::recordIncident(sqlite::Connection const& connection, st
     m_rows.disconnect();
 }
 
-void RecorderConnection::waitUntil(deadline::time_t end) const
+void RecorderConnection::waitUntil(deadline::TimePoint end) const
 {
     m_connection->waitFor({deadline::timeTo(end), m_options.isCancelled});
 }

@@ -38,7 +38,7 @@ public:
     sqlite::Connection const& get() const { return *m_connection; }
 
     /// The next waits for others end then, at the latest.
-    void waitUntil(deadline::time_t end) const;
+    void waitUntil(deadline::TimePoint end) const;
     /// Begins a write transaction in the file that has the name now. Throws sqlite::Error.
     void begin();
     /// Throws sqlite::Error.

@@ -28,7 +28,7 @@ constexpr char kJournalSuffix[] = "-journal";
 constexpr char kLogSuffix[] = "-wal";
 
 /// The thing at the path.
-enum class found_t
+enum class Found
 {
     NOTHING,
     EMPTY_FILE,
@@ -40,7 +40,7 @@ enum class found_t
     throw Failure(HISTORY_BAD_PATH, path + ": " + reason);
 }
 
-found_t lookAtPath(std::string const& path)
+Found lookAtPath(std::string const& path)
 {
     if (path.empty() || path.find('\0') != std::string::npos)
     {
@@ -66,7 +66,7 @@ found_t lookAtPath(std::string const& path)
         {
             failWithErrno(path, "cannot be looked at");
         }
-        return found_t::NOTHING;
+        return Found::NOTHING;
     }
     if (!S_ISREG(status.st_mode))
     {
@@ -80,10 +80,10 @@ found_t lookAtPath(std::string const& path)
     {
         throw Failure(HISTORY_FOREIGN_FILE, path + ": is no database"); // SQLite takes such a file for an empty one.
     }
-    return status.st_size == 0 ? found_t::EMPTY_FILE : found_t::FILE_WITH_CONTENT;
+    return status.st_size == 0 ? Found::EMPTY_FILE : Found::FILE_WITH_CONTENT;
 }
 
-struct tables_t
+struct Tables
 {
     FaultTable fault;
     StatisticTable statistic;
@@ -109,7 +109,7 @@ void copyRemains(std::string const& path, sqlite::Waiting const& waiting)
             throw Failure(HISTORY_CANCELLED, path + ": cancelled while a journal lies beside no database");
         }
         static_cast<void>(sqlite3_sleep(kPauseMs));
-        if (lookAtPath(path) == found_t::FILE_WITH_CONTENT)
+        if (lookAtPath(path) == Found::FILE_WITH_CONTENT)
         {
             return;
         }
@@ -119,7 +119,7 @@ void copyRemains(std::string const& path, sqlite::Waiting const& waiting)
 }
 
 /// How much of a fault database the content of a file is.
-enum class content_t
+enum class Content
 {
     NOTHING,    ///< of a new file
     UNFINISHED, ///< some of the tables, without a row: its creation was cut off
@@ -132,7 +132,7 @@ bool hasRow(sqlite::Connection const& connection, std::string const& table)
 }
 
 /// Whether the file holds nothing but tables of ours, as we write them.
-bool holdsOurTablesOnly(sqlite::Connection const& connection, tables_t const& tables)
+bool holdsOurTablesOnly(sqlite::Connection const& connection, Tables const& tables)
 {
     sqlite::Statement object =
         connection.prepare("SELECT name, sql FROM sqlite_master WHERE name NOT LIKE 'sqlite\\_%' ESCAPE '\\'");
@@ -161,7 +161,7 @@ bool isTable(sqlite::Connection const& connection, std::string const& name)
 
 /// Whether the file holds nothing but tables of ours, as we write them, and no row. Rows are read last: a damaged one
 /// must not hide that the tables, or the version, are another program's.
-bool isUnfinished(sqlite::Connection const& connection, tables_t const& tables)
+bool isUnfinished(sqlite::Connection const& connection, Tables const& tables)
 {
     if (!holdsOurTablesOnly(connection, tables))
     {
@@ -197,7 +197,7 @@ bool hasColumns(sqlite::Connection const& connection, BoundTable const& table)
     throw Failure(HISTORY_FOREIGN_FILE, path + ": no fault database: " + reason);
 }
 
-void requireTables(std::string const& path, sqlite::Connection const& connection, tables_t const& tables)
+void requireTables(std::string const& path, sqlite::Connection const& connection, Tables const& tables)
 {
     for (BoundTable const* const table : tables.all())
     {
@@ -223,14 +223,14 @@ void requireEncoding(std::string const& path, sqlite::Connection const& connecti
     }
 }
 
-bool holdsAnyOfOurTables(sqlite::Connection const& connection, tables_t const& tables)
+bool holdsAnyOfOurTables(sqlite::Connection const& connection, Tables const& tables)
 {
     auto const all = tables.all();
     return std::any_of(all.begin(), all.end(),
                        [&](BoundTable const* table) { return isTable(connection, table->name()); });
 }
 
-content_t lookAtContent(std::string const& path, sqlite::Connection const& connection, tables_t const& tables)
+Content lookAtContent(std::string const& path, sqlite::Connection const& connection, Tables const& tables)
 {
     requireEncoding(path, connection);
     if (!holdsAnyOfOurTables(connection, tables) &&
@@ -240,14 +240,14 @@ content_t lookAtContent(std::string const& path, sqlite::Connection const& conne
     }
     if (connection.number("SELECT count(*) FROM sqlite_master") == 0)
     {
-        return content_t::NOTHING;
+        return Content::NOTHING;
     }
     if (isUnfinished(connection, tables))
     {
-        return content_t::UNFINISHED;
+        return Content::UNFINISHED;
     }
     requireTables(path, connection, tables);
-    return content_t::WHOLE;
+    return Content::WHOLE;
 }
 
 void requireVersion(std::string const& path, sqlite::Connection const& connection, VersionTable const& versions)
@@ -292,12 +292,12 @@ void lookAtHeader(std::string const& path, sqlite::Connection const& connection)
 /// Makes sure that the file is a fault database; creates its content where it has none.
 void prepareContent(std::string const& path, sqlite::Connection const& connection)
 {
-    tables_t const tables;
-    if (lookAtContent(path, connection, tables) != content_t::WHOLE)
+    Tables const tables;
+    if (lookAtContent(path, connection, tables) != Content::WHOLE)
     {
         sqlite::Transaction transaction(connection, "BEGIN EXCLUSIVE");
         // Another process may have been faster.
-        if (lookAtContent(path, connection, tables) != content_t::WHOLE)
+        if (lookAtContent(path, connection, tables) != Content::WHOLE)
         {
             createContent(connection);
             transaction.commit();
@@ -312,7 +312,7 @@ void prepareContent(std::string const& path, sqlite::Connection const& connectio
 
 void createContent(sqlite::Connection const& connection)
 {
-    tables_t tables;
+    Tables tables;
     for (BoundTable const* const table : tables.all())
     {
         if (!isTable(connection, table->name()))
@@ -330,7 +330,7 @@ void createContent(sqlite::Connection const& connection)
 
 sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting const& waiting)
 {
-    if (lookAtPath(path) != found_t::FILE_WITH_CONTENT)
+    if (lookAtPath(path) != Found::FILE_WITH_CONTENT)
     {
         copyRemains(path, waiting);
     }
@@ -344,7 +344,7 @@ sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting con
 
 void requireFaultDatabase(std::string const& path, sqlite::Connection const& connection)
 {
-    tables_t const tables;
+    Tables const tables;
     requireEncoding(path, connection);
     requireTables(path, connection, tables);
     try

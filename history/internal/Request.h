@@ -19,14 +19,14 @@ namespace firaim
 struct Call
 {
     Condition changed; ///< tells it to look again
-    Condition::time_t deadline;
+    Condition::TimePoint deadline;
     std::size_t undone = 0; ///< requests
 };
 
 /// A request of one call to a recorder, and its outcome. It belongs to the call.
 struct Request
 {
-    enum kind_t
+    enum Kind
     {
         RECORD,
         RAISE,
@@ -36,24 +36,24 @@ struct Request
         STORM ///< what was counted of one, and its row once it is over
     };
 
-    enum phase_t
+    enum Phase
     {
         WAITING,
         TAKEN, ///< part of the group that is being written
         DONE
     };
 
-    kind_t kind = RECORD;
-    FaultEvent const* event = nullptr;       ///< null for END_CYCLE
-    Storms::report_t const* storm = nullptr; ///< of a STORM
+    Kind kind = RECORD;
+    FaultEvent const* event = nullptr;     ///< null for END_CYCLE
+    Storms::Report const* storm = nullptr; ///< of a STORM
     /// Asked when it is written: the status that a storm of its triple has counted, of a RAISE or a CLEAR; the one that
     /// the triple has by now, of a STORM.
     std::function<std::optional<faultStatus_t>()> status;
-    std::uint64_t order = 0;       ///< of its acknowledgement among those of its recorder, where storms are limited
-    std::int64_t now = 0;          ///< moment of the call, in milliseconds since 1970 UTC
-    unsigned int upTime = 0;       ///< seconds since the machine's start
-    std::vector<source_t> sources; ///< those that a CLEAR_CODE ends
-    std::string description;       ///< of the row that a STORM gets
+    std::uint64_t order = 0;     ///< of its acknowledgement among those of its recorder, where storms are limited
+    std::int64_t now = 0;        ///< moment of the call, in milliseconds since 1970 UTC
+    unsigned int upTime = 0;     ///< seconds since the machine's start
+    std::vector<Source> sources; ///< those that a CLEAR_CODE ends
+    std::string description;     ///< of the row that a STORM gets
 
     Receipt receipt;
     bool hasReceipt = false;              ///< a caller gets it; what was posted is tried again instead
@@ -62,7 +62,7 @@ struct Request
     std::int64_t doubtfulKey = 0;         ///< of its row, when an earlier commit of it has failed without telling how
     bool isRefusedByFile = false;         ///< it failed alone, by a rule or a trigger of the file
 
-    phase_t phase = WAITING;
+    Phase phase = WAITING;
     Call* call = nullptr;
 
     /// Sets the moment of the call.

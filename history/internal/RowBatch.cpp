@@ -34,7 +34,7 @@ void RowBatch::append(sqlite::Statement const& statement)
     for (std::size_t id = 0; id < m_columns; ++id)
     {
         auto const column = static_cast<int>(id);
-        cell_t& cell = m_cells.emplace_back();
+        Cell& cell = m_cells.emplace_back();
         // The type first: taking a cell as a text converts it.
         switch (statement.type(column))
         {

@@ -13,7 +13,7 @@ namespace firaim
 {
 
 /// One cell that was taken from the file.
-struct cell_t
+struct Cell
 {
     RowCursor::cellType_t type = RowCursor::CELL_NULL;
     std::uint32_t size = 0;  ///< of a text or blob, and of the text of a real
@@ -25,11 +25,11 @@ struct cell_t
 /// A row of a batch; valid until the batch changes.
 struct rowView_t
 {
-    cell_t const* cells;
+    Cell const* cells;
     std::size_t count;
     char const* bytes;
 
-    std::string_view bytesOf(cell_t const& cell) const { return {bytes + cell.offset, cell.size}; }
+    std::string_view bytesOf(Cell const& cell) const { return {bytes + cell.offset, cell.size}; }
 };
 
 /// Rows in memory, so that the file is not locked while somebody works with them.
@@ -45,7 +45,7 @@ public:
 
     std::size_t size() const { return m_keys.size(); }
     /// About how much memory the rows take.
-    std::size_t byteCount() const { return m_bytes.size() + m_cells.size() * sizeof(cell_t); }
+    std::size_t byteCount() const { return m_bytes.size() + m_cells.size() * sizeof(Cell); }
     std::int64_t key(std::size_t row) const { return m_keys[row]; }
     rowView_t row(std::size_t row) const { return {&m_cells[row * m_columns], m_columns, m_bytes.data()}; }
 
@@ -53,7 +53,7 @@ private:
     std::size_t keep(std::string_view bytes);
 
     std::size_t m_columns;
-    std::vector<cell_t> m_cells;
+    std::vector<Cell> m_cells;
     std::vector<std::int64_t> m_keys;
     std::string m_bytes;
 };

@@ -19,7 +19,7 @@ constexpr std::size_t kMostColumns = 16;
 
 /// Sets the number from a cell that holds one of its width; returns whether it does.
 template <class Integer>
-bool setNumber(cell_t const& cell, void* value)
+bool setNumber(Cell const& cell, void* value)
 {
     // A NULL is read as 0, without a report.
     if (cell.type != RowCursor::CELL_INTEGER && cell.type != RowCursor::CELL_NULL)
@@ -36,7 +36,7 @@ bool setNumber(cell_t const& cell, void* value)
     return true;
 }
 
-bool setText(rowView_t const& row, cell_t const& cell, std::string& text)
+bool setText(rowView_t const& row, Cell const& cell, std::string& text)
 {
     if (cell.type != RowCursor::CELL_TEXT)
     {
@@ -50,7 +50,7 @@ bool setText(rowView_t const& row, cell_t const& cell, std::string& text)
 template <class T>
 bool decodeSoundCell(SqlTbl<T> const& tbl, typename SqlTbl<T>::column_t const& column, rowView_t const& row)
 {
-    cell_t const& cell = row.cells[column.id];
+    Cell const& cell = row.cells[column.id];
     switch (column.type)
     {
     case SqlTbl<T>::COLUMN_TYPE_UINT64:
@@ -87,7 +87,7 @@ public:
     char** cells() { return m_cells.data(); }
 
 private:
-    static char const* textOf(rowView_t const& row, cell_t const& cell, std::string& digits)
+    static char const* textOf(rowView_t const& row, Cell const& cell, std::string& digits)
     {
         switch (cell.type)
         {

@@ -18,7 +18,7 @@ constexpr unsigned short kOccurrenceColumns[] = {FdbSqlFaultTbl::kFaultCodeColum
 class Fnv1a
 {
 public:
-    void add(rowView_t const& row, cell_t const& cell)
+    void add(rowView_t const& row, Cell const& cell)
     {
         add(static_cast<std::uint64_t>(cell.type));
         if (cell.type == RowCursor::CELL_REAL)

@@ -117,7 +117,7 @@ void RowWriter::prune()
     }
 }
 
-RowWriter::outcome_t RowWriter::outcome() const
+RowWriter::Outcome RowWriter::outcome() const
 {
     return {m_state.written(), m_counter.countedInCycle()};
 }
@@ -154,21 +154,21 @@ void RowWriter::forget()
     m_prunedNow = 0;
 }
 
-void RowWriter::foundStored(outcome_t outcome)
+void RowWriter::foundStored(Outcome outcome)
 {
     m_counter.foundStored(std::move(outcome.countedInCycle));
 }
 
 /// Whether the transaction is in the file: every row as it was to be written or, without a row, every statistic. Rows
 /// that are too old to be kept may have been removed in the same transaction; the newest one never is.
-bool RowWriter::isStored(outcome_t const& outcome)
+bool RowWriter::isStored(Outcome const& outcome)
 {
     if (m_rows.empty())
     {
         return m_state.holds(outcome.statistics);
     }
     sqlite::Statement match = m_connection->prepare(m_faults.bound().matchText());
-    for (row_t const& row : m_rows)
+    for (Row const& row : m_rows)
     {
         auto const age = static_cast<std::uint64_t>(m_rows.back().key - row.key);
         if (m_retention.isOn() && age >= m_options.keepNewest)
@@ -210,7 +210,7 @@ void RowWriter::apply(Request& request)
         return;
     }
     FaultEvent const& event = *request.event;
-    sourceView_t const source(event.module, event.parameter);
+    SourceView const source(event.module, event.parameter);
     faultStatus_t status = event.status;
     if (request.kind != Request::RECORD)
     {
@@ -257,7 +257,7 @@ void RowWriter::applyClearCode(Request& request)
     {
         request.sources.emplace_back(request.event->module, request.event->parameter);
     }
-    for (source_t const& source : request.sources)
+    for (Source const& source : request.sources)
     {
         keepStatistic(writeRow(request, source, FAULT_INACTIVE, request.event->description));
     }
@@ -270,7 +270,7 @@ void RowWriter::applyClearCode(Request& request)
 /// Counts what has no row; when the storm is over, one row tells of it, which is not counted.
 void RowWriter::applyStorm(Request& request)
 {
-    Storms::report_t const& storm = *request.storm;
+    Storms::Report const& storm = *request.storm;
     FaultEvent const& event = storm.event;
     FaultStatistic& statistic = m_state.statistic(static_cast<std::uint32_t>(event.code));
     statistic.FaultCodeName = codeNameOf(event, statistic);
@@ -281,19 +281,19 @@ void RowWriter::applyStorm(Request& request)
     {
         request.description = join({std::to_string(storm.total.events), " more from ", utcText(storm.total.firstTime),
                                     " to ", utcText(storm.total.lastTime)});
-        row_t const& row = writeRow(request, {event.module, event.parameter}, request.status().value_or(event.status),
-                                    request.description);
+        Row const& row = writeRow(request, {event.module, event.parameter}, request.status().value_or(event.status),
+                                  request.description);
         keepState(row, statistic);
     }
 }
 
-RowWriter::row_t const& RowWriter::writeRow(Request& request, sourceView_t const& source, faultStatus_t status,
-                                            std::string const& description)
+RowWriter::Row const& RowWriter::writeRow(Request& request, SourceView const& source, faultStatus_t status,
+                                          std::string const& description)
 {
     FaultEvent const& event = *request.event;
     auto const code = static_cast<std::uint32_t>(event.code);
     m_rows.push_back({&request, source, status, codeNameOf(event, m_state.statistic(code)), &description, 0});
-    row_t& row = m_rows.back();
+    Row& row = m_rows.back();
     fillRow(row);
     m_faults.bound().bind(m_insert);
     m_insert.run();
@@ -305,7 +305,7 @@ RowWriter::row_t const& RowWriter::writeRow(Request& request, sourceView_t const
 }
 
 /// Sets the working record of the fault table to the whole of a row.
-void RowWriter::fillRow(row_t const& row)
+void RowWriter::fillRow(Row const& row)
 {
     FaultEvent const& event = *row.request->event;
     Fault& fault = m_faults.record();
@@ -338,7 +338,7 @@ std::string const& RowWriter::timeZoneOf(FaultEvent const& event) const
 }
 
 /// Gives the statistic of a code what the row that was written last adds to it, see FaultRecorder.
-void RowWriter::keepStatistic(row_t const& row)
+void RowWriter::keepStatistic(Row const& row)
 {
     Fault const& fault = m_faults.record();
     FaultStatistic& statistic = m_state.statistic(fault.FaultCode);
@@ -351,7 +351,7 @@ void RowWriter::keepStatistic(row_t const& row)
 }
 
 /// A row of the code was written: the statistic refers to it, and tells whether anything of the code is active.
-void RowWriter::keepState(row_t const& row, FaultStatistic& statistic)
+void RowWriter::keepState(Row const& row, FaultStatistic& statistic)
 {
     bool const isActive = row.status == FAULT_ACTIVE || m_state.isAnyActive(statistic.FaultCode);
     statistic.FaultActive = isActive ? FAULT_ACTIVE : FAULT_INACTIVE;

@@ -52,12 +52,12 @@ public:
     void stopPruning() { m_isPruningStopped = true; }
 
     /// The effects of the transaction besides its rows. Taken before it is rolled back.
-    struct outcome_t
+    struct Outcome
     {
         std::vector<FaultStatistic> statistics;
         std::set<std::uint32_t> countedInCycle;
     };
-    outcome_t outcome() const;
+    Outcome outcome() const;
 
     void committed();
     /// Throws nothing.
@@ -65,8 +65,8 @@ public:
 
     /// Whether the last transaction is in the file, on a new connection: every row that is kept, as it was to be
     /// written, or, where it had none, every statistic. `foundStored` then takes note of that.
-    bool isStored(outcome_t const& outcome);
-    void foundStored(outcome_t outcome);
+    bool isStored(Outcome const& outcome);
+    void foundStored(Outcome outcome);
 
     unsigned int startupId() const { return m_startupId; }
     /// How many rows have been removed.
@@ -74,10 +74,10 @@ public:
 
 private:
     /// A row of this transaction, and what it takes to write the same row again.
-    struct row_t
+    struct Row
     {
         Request* request;
-        sourceView_t source;
+        SourceView source;
         faultStatus_t status;
         std::string codeName;
         std::string const* description;
@@ -92,17 +92,17 @@ private:
     void applyClearCode(Request& request);
     void applyStorm(Request& request);
 
-    row_t const& writeRow(Request& request, sourceView_t const& source, faultStatus_t status,
-                          std::string const& description);
-    void fillRow(row_t const& row);
+    Row const& writeRow(Request& request, SourceView const& source, faultStatus_t status,
+                        std::string const& description);
+    void fillRow(Row const& row);
     std::string const& codeNameOf(FaultEvent const& event, FaultStatistic const& statistic);
     std::string const& builtInNameOf(std::uint32_t code);
     bool needsName(FaultEvent const& event);
     std::string const& timeZoneOf(FaultEvent const& event) const;
     unsigned long long stampOf(Request const& request) const;
 
-    void keepStatistic(row_t const& row);
-    void keepState(row_t const& row, FaultStatistic& statistic);
+    void keepStatistic(Row const& row);
+    void keepState(Row const& row, FaultStatistic& statistic);
 
     RecorderOptions const& m_options;
     unsigned int m_startupId;
@@ -117,7 +117,7 @@ private:
     Retention m_retention;
     std::map<std::uint32_t, std::string> m_builtInNames;
 
-    std::vector<row_t> m_rows; ///< of this transaction
+    std::vector<Row> m_rows; ///< of this transaction
     std::uint64_t m_pruned = 0;
     std::uint64_t m_prunedNow = 0; ///< in this transaction
     bool m_isPruningStopped = false;

@@ -46,7 +46,7 @@ private:
 
 /// The content to copy: its size, and how to read up to so many bytes at a place. Reading gives 0 at the end, and
 /// throws where it fails.
-struct content_t
+struct Content
 {
     std::int64_t size;
     std::function<std::size_t(std::int64_t offset, char* bytes, std::size_t size)> read;
@@ -55,7 +55,7 @@ struct content_t
 /// Passes the bytes on, piece by piece; returns whether there were as many as there should be and
 /// `take(offset, bytes, size)` took them.
 template <class Take>
-bool forEachPiece(content_t const& content, Take const& take)
+bool forEachPiece(Content const& content, Take const& take)
 {
     std::vector<char> buffer(kBuffer);
     for (std::int64_t offset = 0; offset < content.size;)
@@ -108,7 +108,7 @@ bool synchronise(int descriptor, std::string const& name)
 }
 
 /// Whether the file at `name` is a copy of `content`, as an attempt that failed later leaves one, and on the storage.
-bool isCopied(std::string const& name, content_t const& content)
+bool isCopied(std::string const& name, Content const& content)
 {
     Descriptor const copy(open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status = {};
@@ -124,7 +124,7 @@ bool isCopied(std::string const& name, content_t const& content)
            synchronise(copy.get(), name);
 }
 
-struct copy_t
+struct Copy
 {
     std::string name;
     bool isNew;
@@ -145,7 +145,7 @@ public:
     Copies(Copies const&) = delete;
     Copies& operator=(Copies const&) = delete;
 
-    void add(copy_t const& copy)
+    void add(Copy const& copy)
     {
         if (copy.isNew)
         {
@@ -161,7 +161,7 @@ private:
 /// Copies `content`, which belongs to the file at `path`, to a name beside it with the date and a number, unless one of
 /// the day's copies holds the same: attempts that fail again and again must not fill the storage. The copy is open to
 /// no more users than the file.
-copy_t makeCopy(std::string const& path, content_t const& content)
+Copy makeCopy(std::string const& path, Content const& content)
 {
     struct stat original = {};
     mode_t const mode = stat(path.c_str(), &original) == 0 ? original.st_mode & 0666U : 0600U;
@@ -197,14 +197,14 @@ copy_t makeCopy(std::string const& path, content_t const& content)
 
 /// The bytes of a database, read by SQLite's own descriptor: closing another one would give up the locks that this
 /// process holds on it.
-copy_t copyDatabase(std::string const& path, PageFile const& file)
+Copy copyDatabase(std::string const& path, PageFile const& file)
 {
     return makeCopy(path, {file.size(), [&](std::int64_t offset, char* bytes, std::size_t size)
                            { return file.read(offset, bytes, size); }});
 }
 
 /// Copies what lies beside a database, if it holds something; without a name where there is nothing to copy.
-copy_t copyBeside(std::string const& path)
+Copy copyBeside(std::string const& path)
 {
     Descriptor const from(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
     struct stat status = {};
@@ -327,7 +327,7 @@ void copyAside(std::string const& path)
 }
 
 bool setAside(std::string const& path, std::string const& damage, sqlite::Waiting const& waiting,
-              recordIncident_t const& recordIncident)
+              RecordIncident const& recordIncident)
 {
     std::string const realPath = folder::withoutLinks(path);
     std::string name;

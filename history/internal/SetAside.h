@@ -14,7 +14,7 @@ namespace firaim
 void copyAside(std::string const& path);
 
 /// Writes a row with the text of what happened to the new content, which `connection` has. Throws sqlite::Error.
-using recordIncident_t = std::function<void(sqlite::Connection const& connection, std::string const& text)>;
+using RecordIncident = std::function<void(sqlite::Connection const& connection, std::string const& text)>;
 
 /// Copies the damaged fault database at `path` with its journal and its log aside, as `copyAside` does, and makes a new
 /// one of it in place, through SQLite, so that whoever else has it open goes on with the same file. It then holds the
@@ -24,6 +24,6 @@ using recordIncident_t = std::function<void(sqlite::Connection const& connection
 /// Throws Failure, with the file as it was, when it is locked, when the copies cannot be made, when storage fails, or
 /// when a file whose schema cannot be read does not seem to be a fault database.
 bool setAside(std::string const& path, std::string const& damage, sqlite::Waiting const& waiting,
-              recordIncident_t const& recordIncident);
+              RecordIncident const& recordIncident);
 
 } // namespace firaim

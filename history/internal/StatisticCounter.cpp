@@ -18,7 +18,7 @@ void add(unsigned short& counter, std::uint64_t amount)
 
 } // namespace
 
-void StatisticCounter::count(FaultStatistic& statistic, occurrences_t const& occurrences)
+void StatisticCounter::count(FaultStatistic& statistic, Occurrences const& occurrences)
 {
     if (occurrences.events == 0)
     {
@@ -46,7 +46,7 @@ void StatisticCounter::count(FaultStatistic& statistic, occurrences_t const& occ
     m_state.touch(statistic.FaultCode);
 }
 
-void StatisticCounter::countRow(FaultStatistic& statistic, occurrences_t const& occurrence)
+void StatisticCounter::countRow(FaultStatistic& statistic, Occurrences const& occurrence)
 {
     std::uint64_t const lastOrder = std::max(m_lastOrder[statistic.FaultCode], occurrence.order);
     count(statistic, {occurrence.events, lastOrder, occurrence.timeStamp, occurrence.timeZone});

@@ -17,7 +17,7 @@ class StatisticCounter
 {
 public:
     /// Occurrences of one code.
-    struct occurrences_t
+    struct Occurrences
     {
         std::uint64_t events;
         std::uint64_t order; ///< of the last one among all acknowledgements of the recorder
@@ -31,9 +31,9 @@ public:
     StatisticCounter& operator=(StatisticCounter const&) = delete;
 
     /// Counts what was recorded; the last of it becomes the code's last occurrence unless that has come later.
-    void count(FaultStatistic& statistic, occurrences_t const& occurrences);
+    void count(FaultStatistic& statistic, Occurrences const& occurrences);
     /// As `count`, of a row that is written now: whatever its order, it is the last occurrence.
-    void countRow(FaultStatistic& statistic, occurrences_t const& occurrence);
+    void countRow(FaultStatistic& statistic, Occurrences const& occurrence);
     /// Counts an active cycle of each code that is active and has not been recorded as active since the last call.
     void endCycle();
 

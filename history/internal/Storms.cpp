@@ -13,7 +13,7 @@ constexpr std::chrono::milliseconds kStoreWithin(960);
 /// Triples that are remembered; beyond that, those forget that have nothing to tell.
 constexpr std::size_t kMostIdle = 10000;
 
-void add(Storms::count_t& count, FaultEvent const& event, std::int64_t time, std::uint64_t order)
+void add(Storms::Count& count, FaultEvent const& event, std::int64_t time, std::uint64_t order)
 {
     if (count.events++ == 0)
     {
@@ -37,13 +37,13 @@ Storms::Storms(unsigned int burst, unsigned int rowsPerMinute)
 {
 }
 
-bool Storms::admits(FaultEvent const& event, std::int64_t time, std::uint64_t order, time_t now)
+bool Storms::admits(FaultEvent const& event, std::int64_t time, std::uint64_t order, TimePoint now)
 {
     if (m_burst < 1)
     {
         return true;
     }
-    bucket_t& bucket = bucketOf(event, now);
+    Bucket& bucket = bucketOf(event, now);
     fill(bucket, now);
     if (bucket.tokens >= 1)
     {
@@ -57,11 +57,11 @@ bool Storms::admits(FaultEvent const& event, std::int64_t time, std::uint64_t or
     add(bucket.total, event, time, order);
     bucket.lastCounted = now;
     sooner(m_storeBy, now + kStoreWithin);
-    sooner(m_endBy, now + std::chrono::duration_cast<time_t::duration>(m_interval));
+    sooner(m_endBy, now + std::chrono::duration_cast<TimePoint::duration>(m_interval));
     return false;
 }
 
-void Storms::setStatus(bucket_t& bucket, faultStatus_t status, std::uint64_t order)
+void Storms::setStatus(Bucket& bucket, faultStatus_t status, std::uint64_t order)
 {
     if (order > bucket.order)
     {
@@ -81,7 +81,7 @@ void Storms::stateSet(FaultEvent const& event, faultStatus_t status, std::uint64
 
 void Storms::codeCleared(std::uint64_t code, std::uint64_t order)
 {
-    for (auto bucket = m_buckets.lower_bound(tripleView_t(code, sourceView_t()));
+    for (auto bucket = m_buckets.lower_bound(TripleView(code, SourceView()));
          bucket != m_buckets.end() && bucket->first.first == code; ++bucket)
     {
         setStatus(bucket->second, FAULT_INACTIVE, order);
@@ -111,14 +111,14 @@ std::uint64_t Storms::uncounted() const
     return events;
 }
 
-Storms::tripleView_t Storms::tripleOf(FaultEvent const& event)
+Storms::TripleView Storms::tripleOf(FaultEvent const& event)
 {
-    return {event.code, sourceView_t(event.module, event.parameter)};
+    return {event.code, SourceView(event.module, event.parameter)};
 }
 
-Storms::bucket_t& Storms::bucketOf(FaultEvent const& event, time_t now)
+Storms::Bucket& Storms::bucketOf(FaultEvent const& event, TimePoint now)
 {
-    tripleView_t const triple = tripleOf(event);
+    TripleView const triple = tripleOf(event);
     auto const found = m_buckets.find(triple);
     if (found != m_buckets.end())
     {
@@ -129,14 +129,14 @@ Storms::bucket_t& Storms::bucketOf(FaultEvent const& event, time_t now)
         forgetIdle(now);
         m_forgetAt = std::max(kMostIdle, 2 * m_buckets.size()); // So that few events look at all of them.
     }
-    bucket_t bucket = {};
+    Bucket bucket = {};
     bucket.tokens = m_burst;
     bucket.filled = now;
-    return m_buckets.emplace(triple_t(event.code, source_t(event.module, event.parameter)), std::move(bucket))
+    return m_buckets.emplace(Triple(event.code, Source(event.module, event.parameter)), std::move(bucket))
         .first->second;
 }
 
-void Storms::forgetIdle(time_t now)
+void Storms::forgetIdle(TimePoint now)
 {
     for (auto bucket = m_buckets.begin(); bucket != m_buckets.end();)
     {
@@ -146,15 +146,15 @@ void Storms::forgetIdle(time_t now)
     }
 }
 
-void Storms::fill(bucket_t& bucket, time_t now) const
+void Storms::fill(Bucket& bucket, TimePoint now) const
 {
     bucket.tokens = std::min(m_burst, bucket.tokens + (now - bucket.filled) / m_interval);
     bucket.filled = now;
 }
 
-std::optional<Storms::time_t> Storms::deadline() const
+std::optional<Storms::TimePoint> Storms::deadline() const
 {
-    std::optional<time_t> result = m_storeBy;
+    std::optional<TimePoint> result = m_storeBy;
     if (m_endBy)
     {
         sooner(result, *m_endBy);
@@ -162,11 +162,11 @@ std::optional<Storms::time_t> Storms::deadline() const
     return result;
 }
 
-std::vector<Storms::report_t> Storms::take(time_t now, bool isEnding)
+std::vector<Storms::Report> Storms::take(TimePoint now, bool isEnding)
 {
-    auto const interval = std::chrono::duration_cast<time_t::duration>(m_interval);
-    std::vector<report_t> reports;
-    std::vector<bucket_t*> reported;
+    auto const interval = std::chrono::duration_cast<TimePoint::duration>(m_interval);
+    std::vector<Report> reports;
+    std::vector<Bucket*> reported;
     for (auto& [triple, bucket] : m_buckets)
     {
         bool const isOver = isEnding || bucket.lastCounted + interval <= now;
@@ -197,9 +197,9 @@ std::vector<Storms::report_t> Storms::take(time_t now, bool isEnding)
 }
 
 /// A report that could not be stored is added to what is counted next.
-void Storms::notStored(report_t const& report, time_t now)
+void Storms::notStored(Report const& report, TimePoint now)
 {
-    auto const restore = [](count_t& count, count_t const& taken)
+    auto const restore = [](Count& count, Count const& taken)
     {
         if (taken.events == 0)
         {
@@ -211,7 +211,7 @@ void Storms::notStored(report_t const& report, time_t now)
         count.events += taken.events;
         count.actives += taken.actives;
     };
-    bucket_t& bucket = bucketOf(report.event, now);
+    Bucket& bucket = bucketOf(report.event, now);
     std::uint64_t const order = std::max(report.uncounted.lastOrder, report.total.lastOrder);
     if (bucket.order < order) // It was taken for idle meanwhile, and is a new one.
     {

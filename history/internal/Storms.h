@@ -19,13 +19,13 @@ namespace firaim
 class Storms
 {
 public:
-    using time_t = std::chrono::steady_clock::time_point;
+    using TimePoint = std::chrono::steady_clock::time_point;
 
     /// Not limited with a burst of 0.
     Storms(unsigned int burst, unsigned int rowsPerMinute);
 
     /// The events that were counted for a triple.
-    struct count_t
+    struct Count
     {
         std::uint64_t events = 0;   ///< without a row
         std::uint64_t actives = 0;  ///< of them
@@ -35,17 +35,17 @@ public:
     };
 
     /// The part of a triple's storm that is to be stored.
-    struct report_t
+    struct Report
     {
-        FaultEvent event;  ///< the last one
-        count_t uncounted; ///< not in the statistic yet
-        count_t total;     ///< since the last row that told of it
-        bool isOver;       ///< and gets such a row
+        FaultEvent event; ///< the last one
+        Count uncounted;  ///< not in the statistic yet
+        Count total;      ///< since the last row that told of it
+        bool isOver;      ///< and gets such a row
     };
 
     /// Whether `event`, of the moment `time` in milliseconds since 1970 UTC, gets a row; if not, it is counted. `order`
     /// grows from call to call.
-    bool admits(FaultEvent const& event, std::int64_t time, std::uint64_t order, time_t now);
+    bool admits(FaultEvent const& event, std::int64_t time, std::uint64_t order, TimePoint now);
 
     /// The state of a triple, or that of all triples of a code, was set by a row that was asked for at `order`: the row
     /// of a storm leaves it, unless what was counted is newer.
@@ -59,16 +59,16 @@ public:
     std::uint64_t uncounted() const;
 
     /// When something has to be stored at the latest; none when nothing has.
-    std::optional<time_t> deadline() const;
+    std::optional<TimePoint> deadline() const;
 
     /// The reports to store now. With `isEnding` all storms are over. `notStored` gives a report back
     /// that could not be stored. Without the memory for it, nothing is taken.
-    std::vector<report_t> take(time_t now, bool isEnding);
-    void notStored(report_t const& report, time_t now);
+    std::vector<Report> take(TimePoint now, bool isEnding);
+    void notStored(Report const& report, TimePoint now);
 
 private:
-    using triple_t = std::pair<std::uint64_t, source_t>;
-    using tripleView_t = std::pair<std::uint64_t, sourceView_t>;
+    using Triple = std::pair<std::uint64_t, Source>;
+    using TripleView = std::pair<std::uint64_t, SourceView>;
 
     struct TripleLess
     {
@@ -80,29 +80,29 @@ private:
         }
     };
 
-    struct bucket_t
+    struct Bucket
     {
         double tokens;
-        time_t filled;       ///< when `tokens` was right
+        TimePoint filled;    ///< when `tokens` was right
         FaultEvent last;     ///< the last one that was counted, with the status that the triple has now
         std::uint64_t order; ///< of what has set that status
-        count_t uncounted;
-        count_t total;
-        time_t lastCounted; ///< when that was
+        Count uncounted;
+        Count total;
+        TimePoint lastCounted; ///< when that was
     };
 
-    static void setStatus(bucket_t& bucket, faultStatus_t status, std::uint64_t order);
-    static tripleView_t tripleOf(FaultEvent const& event);
-    bucket_t& bucketOf(FaultEvent const& event, time_t now);
-    void forgetIdle(time_t now);
-    void fill(bucket_t& bucket, time_t now) const;
+    static void setStatus(Bucket& bucket, faultStatus_t status, std::uint64_t order);
+    static TripleView tripleOf(FaultEvent const& event);
+    Bucket& bucketOf(FaultEvent const& event, TimePoint now);
+    void forgetIdle(TimePoint now);
+    void fill(Bucket& bucket, TimePoint now) const;
 
     double m_burst;
     std::chrono::duration<double> m_interval; ///< between two tokens
-    std::map<triple_t, bucket_t, TripleLess> m_buckets;
-    std::size_t m_forgetAt;          ///< so many
-    std::optional<time_t> m_storeBy; ///< what is in no statistic yet
-    std::optional<time_t> m_endBy;   ///< the next look whether a storm is over
+    std::map<Triple, Bucket, TripleLess> m_buckets;
+    std::size_t m_forgetAt;             ///< so many
+    std::optional<TimePoint> m_storeBy; ///< what is in no statistic yet
+    std::optional<TimePoint> m_endBy;   ///< the next look whether a storm is over
 };
 
 } // namespace firaim

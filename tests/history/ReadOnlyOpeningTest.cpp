@@ -18,7 +18,7 @@
 
 using namespace std::chrono_literals;
 using readOnlyOpening::Failure;
-using readOnlyOpening::failure_t;
+using readOnlyOpening::FailureKind;
 
 namespace
 {
@@ -59,7 +59,7 @@ protected:
     void putIntoWalMode() const { EXPECT_EQ(RawDb(path).value("PRAGMA journal_mode=WAL"), "wal"); }
 };
 
-std::string expected(failure_t failure, std::string const& text)
+std::string expected(FailureKind failure, std::string const& text)
 {
     return std::to_string(failure) + " " + text;
 }

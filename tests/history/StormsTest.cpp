@@ -17,7 +17,7 @@ constexpr std::int64_t kWallBegin = 1'772'366'400'000;
 class StormsTest : public testing::Test
 {
 protected:
-    Storms::time_t at(std::chrono::milliseconds time) const { return m_begin + time; }
+    Storms::TimePoint at(std::chrono::milliseconds time) const { return m_begin + time; }
 
     bool admits(FaultEvent const& event, std::chrono::milliseconds time)
     {
@@ -33,12 +33,12 @@ protected:
         }
     }
 
-    std::vector<Storms::report_t> take(std::chrono::milliseconds time, bool isEnding = false)
+    std::vector<Storms::Report> take(std::chrono::milliseconds time, bool isEnding = false)
     {
         return storms.take(at(time), isEnding);
     }
 
-    Storms::time_t const m_begin{std::chrono::hours(1000)};
+    Storms::TimePoint const m_begin{std::chrono::hours(1000)};
     std::uint64_t order = 0;
     Storms storms{kBurst, kPerMinute};
 };
@@ -77,14 +77,14 @@ TEST_F(StormsTest, ReportThatWasNotStoredKeepsItsEventThoughItsTripleWasForgotte
     Storms small(1, kPerMinute);
     EXPECT_TRUE(small.admits(eventOf(7, "m", "p"), kWallBegin, ++order, at(0s)));
     EXPECT_FALSE(small.admits(eventOf(7, "m", "p"), kWallBegin, ++order, at(0s)));
-    std::vector<Storms::report_t> const first = small.take(at(1min), true);
+    std::vector<Storms::Report> const first = small.take(at(1min), true);
     ASSERT_EQ(first.size(), 1U);
     for (std::uint64_t code = 100; code < 20100; ++code)
     {
         ASSERT_TRUE(small.admits(eventOf(code), kWallBegin, ++order, at(1min)));
     }
     small.notStored(first[0], at(1min));
-    std::vector<Storms::report_t> const again = small.take(at(1min), true);
+    std::vector<Storms::Report> const again = small.take(at(1min), true);
     ASSERT_EQ(again.size(), 1U);
     EXPECT_EQ(again[0].event.code, 7U);
     EXPECT_EQ(again[0].event.module, "m");
@@ -134,7 +134,7 @@ TEST_F(StormsTest, HourOfEventsAdmitsExactlyWhatTheRateSays)
         }
         EXPECT_LE(admitted, c.admitted);
         EXPECT_GE(admitted + 1, c.admitted);
-        std::vector<Storms::report_t> const reports = one.take(at(1h), true);
+        std::vector<Storms::Report> const reports = one.take(at(1h), true);
         EXPECT_EQ(reports.empty() ? 0 : reports.front().total.events, refused);
     }
 }
@@ -310,7 +310,7 @@ TEST_F(StormsTest, CountsOfManyTriplesSurviveForgetting)
         ASSERT_TRUE(one.admits(eventOf(code), kWallBegin, ++order, at(0s)));
         ASSERT_FALSE(one.admits(eventOf(code), kWallBegin, ++order, at(0s)));
     }
-    std::vector<Storms::report_t> const reports = one.take(at(1h), true);
+    std::vector<Storms::Report> const reports = one.take(at(1h), true);
     EXPECT_EQ(reports.size(), kTriples);
 }
 
@@ -322,7 +322,7 @@ TEST_F(StormsTest, MinuteOfTenThousandEventsASecondTakesAtMost130Commits)
     std::uint64_t rows = 0;
     std::uint64_t counted = 0;
     std::uint64_t toldAtEnd = 0;
-    auto const store = [&](Storms::time_t now, bool isEnding)
+    auto const store = [&](Storms::TimePoint now, bool isEnding)
     {
         ++commits;
         for (auto const& report : storms.take(now, isEnding))
@@ -331,7 +331,7 @@ TEST_F(StormsTest, MinuteOfTenThousandEventsASecondTakesAtMost130Commits)
             toldAtEnd += report.isOver ? report.total.events : 0;
         }
     };
-    Storms::time_t now = m_begin;
+    Storms::TimePoint now = m_begin;
     for (std::uint64_t i = 0; i < kEvents; ++i)
     {
         now = m_begin + i * 100us;
