@@ -6,7 +6,7 @@
 #include <tool/process/Interrupt.h>
 #include <tool/store/CellCheck.h>
 #include <tool/store/FaultFile.h>
-#include <tool/store/Format.h>
+#include <tool/store/TableSchema.h>
 #include <tool/terminal/Progress.h>
 #include <tool/values/Text.h>
 
@@ -94,18 +94,18 @@ private:
 
     void checkIntegrity();
     bool checkSchema();
-    bool checkTable(tableFormat_t const& format);
-    void checkColumns(tableFormat_t const& format);
-    std::vector<foundColumn_t> readColumns(tableFormat_t const& format) const;
-    void checkColumn(tableFormat_t const& format, column_t const& expected, foundColumn_t const& found);
+    bool checkTable(TableSchema const& schema);
+    void checkColumns(TableSchema const& schema);
+    std::vector<foundColumn_t> readColumns(TableSchema const& schema) const;
+    void checkColumn(TableSchema const& schema, Column const& expected, foundColumn_t const& found);
     void checkExtras();
     void checkVersion();
     std::vector<std::string> readFormatVersions() const;
     void checkStatistics();
     void checkReferences();
     void checkCells();
-    void checkCells(tableFormat_t const& format, firaim::FaultReader& reader);
-    void checkRow(RowCursor const& row, tableFormat_t const& format, std::vector<bool> const& isThere);
+    void checkCells(TableSchema const& schema, firaim::FaultReader& reader);
+    void checkRow(RowCursor const& row, TableSchema const& schema, std::vector<bool> const& isThere);
     /// Runs a part of the check; what SQLite cannot read is a finding, too.
     template <class Part>
     bool attempt(Part const& part);
@@ -158,83 +158,83 @@ void Checker::checkIntegrity()
 bool Checker::checkSchema()
 {
     bool isReadable = true;
-    for (tableFormat_t const* const format : allFormats())
+    for (TableSchema const* const schema : allSchemas())
     {
         bool isTableReadable = false;
-        attempt([&] { isTableReadable = checkTable(*format); });
+        attempt([&] { isTableReadable = checkTable(*schema); });
         isReadable = isReadable && isTableReadable;
     }
     attempt([&] { checkExtras(); });
     return isReadable;
 }
 
-bool Checker::checkTable(tableFormat_t const& format)
+bool Checker::checkTable(TableSchema const& schema)
 {
     sqlite::Statement statement = m_connection.prepare("SELECT type, sql FROM sqlite_master WHERE name = ?1");
-    statement.bind(1, format.name);
+    statement.bind(1, schema.name);
     if (!statement.step())
     {
-        m_findings.add(kSchema, "table " + format.name + " is missing");
+        m_findings.add(kSchema, "table " + schema.name + " is missing");
         return false;
     }
     std::string const type(statement.text(0));
     if (type != "table")
     {
-        m_findings.add(kSchema, format.name + " is a " + type + " and not a table");
+        m_findings.add(kSchema, schema.name + " is a " + type + " and not a table");
         return false;
     }
     std::string const sql(statement.text(1));
     statement.reset();
     std::size_t const before = m_findings.count();
-    checkColumns(format);
-    if (sql != format.createStatement && m_findings.count() == before)
+    checkColumns(schema);
+    if (sql != schema.createStatement && m_findings.count() == before)
     {
-        m_findings.add(kSchema, format.name + " was created by another statement: " + sql);
+        m_findings.add(kSchema, schema.name + " was created by another statement: " + sql);
     }
     return true;
 }
 
 /// Compares the columns one by one.
-void Checker::checkColumns(tableFormat_t const& format)
+void Checker::checkColumns(TableSchema const& schema)
 {
-    std::vector<foundColumn_t> const found = readColumns(format);
+    std::vector<foundColumn_t> const found = readColumns(schema);
     auto const isIn = [](auto const& columns, std::string const& name)
     { return std::any_of(columns.begin(), columns.end(), [&](auto const& column) { return column.name == name; }); };
     auto next = found.begin();
-    for (column_t const& expected : format.columns)
+    for (Column const& expected : schema.columns)
     {
-        for (; next != found.end() && !isIn(format.columns, next->name); ++next)
+        for (; next != found.end() && !isIn(schema.columns, next->name); ++next)
         {
-            m_findings.add(kSchema, format.name + " has a column '" + next->name + "', which does not belong there");
+            m_findings.add(kSchema, schema.name + " has a column '" + next->name + "', which does not belong there");
         }
         if (!isIn(found, expected.name))
         {
-            m_findings.add(kSchema, format.name + " has no column '" + expected.name + "'");
+            m_findings.add(kSchema, schema.name + " has no column '" + expected.name + "'");
         }
         else if (next != found.end() && next->name == expected.name)
         {
-            checkColumn(format, expected, *next++);
+            checkColumn(schema, expected, *next++);
         }
         else
         {
-            m_findings.add(kSchema, format.name + " has the column '" + expected.name + "' in another place");
+            m_findings.add(kSchema, schema.name + " has the column '" + expected.name + "' in another place");
             next = next == found.end() ? next : next + 1;
         }
     }
     for (; next != found.end(); ++next)
     {
-        if (!isIn(format.columns, next->name))
+        if (!isIn(schema.columns, next->name))
         {
-            m_findings.add(kSchema, format.name + " has a column '" + next->name + "', which does not belong there");
+            m_findings.add(kSchema, schema.name + " has a column '" + next->name + "', which does not belong there");
         }
     }
 }
 
-std::vector<Checker::foundColumn_t> Checker::readColumns(tableFormat_t const& format) const
+std::vector<Checker::foundColumn_t> Checker::readColumns(TableSchema const& schema) const
 {
     sqlite::Statement column =
         m_connection.prepare("SELECT name, type, \"notnull\", pk FROM pragma_table_xinfo(?1) ORDER BY cid");
-    column.bind(1, format.name);
+    column.bind(1, schema.name);
     std::vector<foundColumn_t> found;
     while (column.step())
     {
@@ -245,10 +245,10 @@ std::vector<Checker::foundColumn_t> Checker::readColumns(tableFormat_t const& fo
     return found;
 }
 
-void Checker::checkColumn(tableFormat_t const& format, column_t const& expected, foundColumn_t const& found)
+void Checker::checkColumn(TableSchema const& schema, Column const& expected, foundColumn_t const& found)
 {
-    std::string const place = format.name + " column '" + found.name + "'";
-    bool const isKey = expected.content == content_t::KEY;
+    std::string const place = schema.name + " column '" + found.name + "'";
+    bool const isKey = expected.kind == ColumnKind::KEY;
     if (found.type != expected.sqlType)
     {
         m_findings.add(kSchema, place + " is of type '" + found.type + "' instead of '" + expected.sqlType + "'");
@@ -264,7 +264,7 @@ void Checker::checkExtras()
     sqlite::Statement statement = m_connection.prepare(
         "SELECT type, name FROM sqlite_master WHERE name NOT LIKE 'sqlite\\_%' ESCAPE '\\' AND NOT (type = 'table' AND "
         "name IN (?1, ?2, ?3))");
-    statement.bind(1, faultFormat().name).bind(2, statisticFormat().name).bind(3, versionFormat().name);
+    statement.bind(1, faultSchema().name).bind(2, statisticSchema().name).bind(3, versionSchema().name);
     while (statement.step())
     {
         m_findings.add(kSchema, std::string(statement.text(0)) + " '" + std::string(statement.text(1)) +
@@ -276,7 +276,7 @@ void Checker::checkExtras()
 std::vector<std::string> Checker::readFormatVersions() const
 {
     sqlite::Statement statement =
-        m_connection.prepare("SELECT Version FROM " + versionFormat().name + " WHERE Component LIKE 'FormatVersion'");
+        m_connection.prepare("SELECT Version FROM " + versionSchema().name + " WHERE Component LIKE 'FormatVersion'");
     std::vector<std::string> versions;
     while (statement.step())
     {
@@ -301,7 +301,7 @@ void Checker::checkVersion()
             }
             if (versions.size() != 1)
             {
-                m_findings.add(kVersion, versionFormat().name + " has " + counted(versions.size(), "row") +
+                m_findings.add(kVersion, versionSchema().name + " has " + counted(versions.size(), "row") +
                                              " of FormatVersion instead of 1 row");
             }
         });
@@ -313,13 +313,13 @@ void Checker::checkStatistics()
         [&]
         {
             sqlite::Statement statement =
-                m_connection.prepare("SELECT FaultCode, count(*) FROM " + statisticFormat().name +
+                m_connection.prepare("SELECT FaultCode, count(*) FROM " + statisticSchema().name +
                                      " GROUP BY "
                                      "FaultCode HAVING count(*) > 1");
             while (statement.step())
             {
                 m_findings.add(kStatistic, "FaultCode " + std::string(statement.text(0)) + " has " +
-                                               std::string(statement.text(1)) + " rows in " + statisticFormat().name);
+                                               std::string(statement.text(1)) + " rows in " + statisticSchema().name);
             }
         });
 }
@@ -334,13 +334,13 @@ void Checker::checkReferences()
             sqlite::Statement statement = m_connection.prepare(
                 "SELECT s.EntryId, s.FaultCode, s.FaultEntryId, s.FaultActive IS NOT 'active' AND s.FaultEntryId "
                 "BETWEEN 1 AND (SELECT seq FROM sqlite_sequence WHERE name = ?1) FROM " +
-                statisticFormat().name + " s WHERE s.FaultEntryId <> 0 AND NOT EXISTS (SELECT 1 FROM " +
-                faultFormat().name + " f WHERE f.EntryId = s.FaultEntryId)");
-            statement.bind(1, faultFormat().name);
+                statisticSchema().name + " s WHERE s.FaultEntryId <> 0 AND NOT EXISTS (SELECT 1 FROM " +
+                faultSchema().name + " f WHERE f.EntryId = s.FaultEntryId)");
+            statement.bind(1, faultSchema().name);
             while (statement.step())
             {
                 m_findings.add(statement.integer(3) != 0 ? kRemoved : kReference,
-                               statisticFormat().name + " row " + std::string(statement.text(0)) + " (FaultCode " +
+                               statisticSchema().name + " row " + std::string(statement.text(0)) + " (FaultCode " +
                                    std::string(statement.text(1)) + ") refers to fault " +
                                    std::string(statement.text(2)) + ", which is missing");
             }
@@ -362,27 +362,27 @@ void Checker::checkCells()
     {
         throwFailure(result, reader.lastProblem());
     }
-    for (tableFormat_t const* const format : allFormats())
+    for (TableSchema const* const schema : allSchemas())
     {
-        checkCells(*format, reader);
+        checkCells(*schema, reader);
     }
 }
 
-void Checker::checkCells(tableFormat_t const& format, firaim::FaultReader& reader)
+void Checker::checkCells(TableSchema const& schema, firaim::FaultReader& reader)
 {
-    Progress progress("checking " + format.name, m_output.terminal());
+    Progress progress("checking " + schema.name, m_output.terminal());
     std::vector<bool> isThere;
-    std::vector<foundColumn_t> const found = readColumns(format);
-    for (column_t const& column : format.columns)
+    std::vector<foundColumn_t> const found = readColumns(schema);
+    for (Column const& column : schema.columns)
     {
         isThere.push_back(
             std::any_of(found.begin(), found.end(), [&](foundColumn_t const& one) { return one.name == column.name; }));
     }
-    RowCursor row = reader.rows(format.table);
+    RowCursor row = reader.rows(schema.table);
     int result = row.next();
     for (; result == firaim::HISTORY_OK; result = row.next())
     {
-        checkRow(row, format, isThere);
+        checkRow(row, schema, isThere);
         m_output.flushIfMuch();
         if (progress.isVisible())
         {
@@ -399,15 +399,15 @@ void Checker::checkCells(tableFormat_t const& format, firaim::FaultReader& reade
     }
 }
 
-void Checker::checkRow(RowCursor const& row, tableFormat_t const& format, std::vector<bool> const& isThere)
+void Checker::checkRow(RowCursor const& row, TableSchema const& schema, std::vector<bool> const& isThere)
 {
-    for (std::size_t column = 0; column < format.columns.size(); ++column)
+    for (std::size_t column = 0; column < schema.columns.size(); ++column)
     {
-        std::string const problem = isThere[column] ? cellProblem(row, column, format.columns[column]) : "";
+        std::string const problem = isThere[column] ? cellProblem(row, column, schema.columns[column]) : "";
         if (!problem.empty())
         {
-            m_findings.add(kCell, format.name + " row " + std::to_string(row.key()) + ": " +
-                                      format.columns[column].name + " " + problem);
+            m_findings.add(kCell, schema.name + " row " + std::to_string(row.key()) + ": " +
+                                      schema.columns[column].name + " " + problem);
         }
     }
 }

@@ -39,8 +39,8 @@ public:
     Writer& operator=(Writer const&) = delete;
 
     virtual void begin() {}
-    virtual void beginTable(tableFormat_t const&) {}
-    virtual void add(RowCursor const& row, tableFormat_t const& format) = 0;
+    virtual void beginTable(TableSchema const&) {}
+    virtual void add(RowCursor const& row, TableSchema const& schema) = 0;
     virtual void endTable() {}
     virtual void end() {}
 
@@ -53,20 +53,20 @@ class CsvWriter : public Writer
 public:
     using Writer::Writer;
 
-    void beginTable(tableFormat_t const& format) override
+    void beginTable(TableSchema const& schema) override
     {
         std::string line;
-        for (column_t const& column : format.columns)
+        for (Column const& column : schema.columns)
         {
             line += (line.empty() ? "" : ",") + column.name;
         }
         m_output.writeLine(line);
     }
 
-    void add(RowCursor const& row, tableFormat_t const& format) override
+    void add(RowCursor const& row, TableSchema const& schema) override
     {
         m_line.clear();
-        for (std::size_t column = 0; column < format.columns.size(); ++column)
+        for (std::size_t column = 0; column < schema.columns.size(); ++column)
         {
             if (column > 0)
             {
@@ -86,9 +86,9 @@ class JsonLinesWriter : public Writer
 public:
     JsonLinesWriter(Output& output, TimeStyle const& style) : Writer(output), m_style(style) {}
 
-    void add(RowCursor const& row, tableFormat_t const& format) override
+    void add(RowCursor const& row, TableSchema const& schema) override
     {
-        m_output.writeLine(jsonText(jsonRow(row, format, m_style), m_output.terminal()));
+        m_output.writeLine(jsonText(jsonRow(row, schema, m_style), m_output.terminal()));
     }
 
 private:
@@ -103,14 +103,14 @@ public:
 
     void begin() override { m_output.write("{"); }
 
-    void beginTable(tableFormat_t const& format) override
+    void beginTable(TableSchema const& schema) override
     {
-        m_output.write((m_isFirst ? "\n\"" : ",\n\"") + format.name + "\": ");
+        m_output.write((m_isFirst ? "\n\"" : ",\n\"") + schema.name + "\": ");
         m_isFirst = false;
         m_rows = std::make_unique<JsonArray>(m_output);
     }
 
-    void add(RowCursor const& row, tableFormat_t const& format) override { m_rows->add(jsonRow(row, format, m_style)); }
+    void add(RowCursor const& row, TableSchema const& schema) override { m_rows->add(jsonRow(row, schema, m_style)); }
     void endTable() override { m_rows->end(); }
     void end() override { m_output.write("\n}\n"); }
 
@@ -128,16 +128,16 @@ public:
 
     void begin() override { m_output.write("BEGIN TRANSACTION;\n"); }
 
-    void beginTable(tableFormat_t const& format) override
+    void beginTable(TableSchema const& schema) override
     {
-        m_output.write(format.createStatement + ";\n");
-        m_tables.insert(format.name);
+        m_output.write(schema.createStatement + ";\n");
+        m_tables.insert(schema.name);
     }
 
-    void add(RowCursor const& row, tableFormat_t const& format) override
+    void add(RowCursor const& row, TableSchema const& schema) override
     {
-        m_line = "INSERT INTO \"" + format.name + "\" VALUES(";
-        for (std::size_t column = 0; column < format.columns.size(); ++column)
+        m_line = "INSERT INTO \"" + schema.name + "\" VALUES(";
+        for (std::size_t column = 0; column < schema.columns.size(); ++column)
         {
             if (column > 0)
             {
@@ -199,7 +199,7 @@ std::unique_ptr<Writer> writerFor(Options const& options, Output& output)
 }
 
 /// The tables that are asked for. A format that has one kind of row in a file gets the faults unless told otherwise.
-std::vector<tableFormat_t const*> tablesFor(Options const& options)
+std::vector<TableSchema const*> tablesFor(Options const& options)
 {
     bool const isForOne = options.format == "csv" || options.format == "jsonl";
     std::string const table = !options.table.empty()                ? options.table
@@ -215,9 +215,9 @@ std::vector<tableFormat_t const*> tablesFor(Options const& options)
         {
             throw Problem(STATUS_BAD_USAGE, "export: " + options.format + " holds one table; choose it with --table");
         }
-        return allFormats();
+        return allSchemas();
     }
-    return {table == "faults" ? &faultFormat() : table == "statistics" ? &statisticFormat() : &versionFormat()};
+    return {table == "faults" ? &faultSchema() : table == "statistics" ? &statisticSchema() : &versionSchema()};
 }
 
 /// Writes the rows of tables, or the faults that a filter lets through.
@@ -230,15 +230,15 @@ public:
     {
     }
 
-    void run(std::vector<tableFormat_t const*> const& tables)
+    void run(std::vector<TableSchema const*> const& tables)
     {
         m_writer->begin();
-        for (tableFormat_t const* const format : tables)
+        for (TableSchema const* const schema : tables)
         {
-            m_writer->beginTable(*format);
-            if (format != &faultFormat() || m_filter.isEmpty())
+            m_writer->beginTable(*schema);
+            if (schema != &faultSchema() || m_filter.isEmpty())
             {
-                writeRows(*format);
+                writeRows(*schema);
             }
             else
             {
@@ -254,17 +254,17 @@ public:
     FaultFilter const& filter() const { return m_filter; }
 
 private:
-    void writeRows(tableFormat_t const& format)
+    void writeRows(TableSchema const& schema)
     {
         RowCursor::KeyRange range;
-        if (m_filter.query().afterKey && &format == &faultFormat())
+        if (m_filter.query().afterKey && &schema == &faultSchema())
         {
             range.first = *m_filter.query().afterKey + 1;
         }
-        RowCursor cursor = m_file.reader().rows(format.table, firaim::FaultQuery::OLDEST_FIRST, range);
+        RowCursor cursor = m_file.reader().rows(schema.table, firaim::FaultQuery::OLDEST_FIRST, range);
         while (m_file.isFound(cursor.next()))
         {
-            write(cursor, format);
+            write(cursor, schema);
         }
     }
 
@@ -276,13 +276,13 @@ private:
         Fault fault;
         while (m_file.isFound(cursor.next(fault)))
         {
-            write(cursor.row(), faultFormat());
+            write(cursor.row(), faultSchema());
         }
     }
 
-    void write(RowCursor const& row, tableFormat_t const& format)
+    void write(RowCursor const& row, TableSchema const& schema)
     {
-        m_writer->add(row, format);
+        m_writer->add(row, schema);
         m_isAnyWritten = true;
         m_output.flushIfMuch();
         if (m_progress.isVisible())
@@ -301,7 +301,7 @@ private:
 
 int exportRows(Options const& options, Output& output)
 {
-    std::vector<tableFormat_t const*> const tables = tablesFor(options);
+    std::vector<TableSchema const*> const tables = tablesFor(options);
     Exporter exporter(options, output);
     exporter.run(tables);
     if (!exporter.isAnyWritten() && options.filter.areSet())

@@ -46,7 +46,7 @@ public:
     {
         if (m_array)
         {
-            m_array->add(jsonRow(row, faultFormat(), m_options.style));
+            m_array->add(jsonRow(row, faultSchema(), m_options.style));
             return;
         }
         bool const isActive = fault.Status == FAULT_ACTIVE;

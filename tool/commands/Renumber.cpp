@@ -3,7 +3,7 @@
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
 #include <tool/store/FaultFile.h>
-#include <tool/store/Format.h>
+#include <tool/store/TableSchema.h>
 #include <tool/values/Text.h>
 
 #include <cstdint>
@@ -26,14 +26,14 @@ struct Options
 /// The column of both tables that holds the start-up id.
 std::string const& startupColumn()
 {
-    return faultFormat().columns[FdbSqlFaultTbl::kRdbStartupIdColumn].name;
+    return faultSchema().columns[FdbSqlFaultTbl::kRdbStartupIdColumn].name;
 }
 
 /// Moves the rows of one table; returns how many. No other cell of them is touched, whatever it holds.
-unsigned long long move(sqlite::Connection const& connection, tableFormat_t const& format, Options const& options)
+unsigned long long move(sqlite::Connection const& connection, TableSchema const& schema, Options const& options)
 {
     return runWithTriggers(options.path, connection,
-                           "UPDATE " + format.name + " SET " + startupColumn() + " = ?2 WHERE " + startupColumn() +
+                           "UPDATE " + schema.name + " SET " + startupColumn() + " = ?2 WHERE " + startupColumn() +
                                " = ?1",
                            {options.from, options.to});
 }
@@ -48,13 +48,13 @@ public:
     /// whose start-up id others may write: a fault's they do not.
     void choose(sqlite::Connection const& connection)
     {
-        for (tableFormat_t const* const format : {&faultFormat(), &statisticFormat()})
+        for (TableSchema const* const schema : {&faultSchema(), &statisticSchema()})
         {
-            sqlite::Statement row = connection.prepare("SELECT EntryId FROM " + format->name + " WHERE " +
+            sqlite::Statement row = connection.prepare("SELECT EntryId FROM " + schema->name + " WHERE " +
                                                        startupColumn() + " = ?1 ORDER BY EntryId DESC LIMIT 1");
             if (row.bind(1, static_cast<std::int64_t>(m_options.from)).step())
             {
-                m_format = format;
+                m_schema = schema;
                 m_key = row.integer(0);
                 return;
             }
@@ -65,20 +65,20 @@ public:
     bool isMoved(sqlite::Connection const& connection) const
     {
         sqlite::Statement row =
-            connection.prepare("SELECT " + startupColumn() + " FROM " + m_format->name + " WHERE EntryId = ?1");
+            connection.prepare("SELECT " + startupColumn() + " FROM " + m_schema->name + " WHERE EntryId = ?1");
         std::optional<std::int64_t> const startup =
             row.bind(1, m_key).step() ? std::optional(row.integer(0)) : std::nullopt;
         if (startup != m_options.from && startup != m_options.to)
         {
             throw Problem(STATUS_BAD_FILE, m_options.path + ": another process has changed or removed the row " +
-                                               std::to_string(m_key) + " of " + m_format->name + " meanwhile");
+                                               std::to_string(m_key) + " of " + m_schema->name + " meanwhile");
         }
         return startup == m_options.to;
     }
 
 private:
     Options const& m_options;
-    tableFormat_t const* m_format = nullptr;
+    TableSchema const* m_schema = nullptr;
     std::int64_t m_key = 0;
 };
 
@@ -96,8 +96,8 @@ int renumber(Options const& options, Output& output)
         [&](sqlite::Connection const& connection)
         {
             row.choose(connection);
-            faults = move(connection, faultFormat(), options);
-            statistics = move(connection, statisticFormat(), options);
+            faults = move(connection, faultSchema(), options);
+            statistics = move(connection, statisticSchema(), options);
             return faults + statistics > 0;
         },
         [&](sqlite::Connection const& connection) { return row.isMoved(connection); });

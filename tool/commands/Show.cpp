@@ -74,7 +74,7 @@ int show(Options const& options, Output& output)
     }
     if (options.isJson)
     {
-        output.writeLine(jsonText(jsonRow(cursor.row(), faultFormat(), options.style), output.terminal()));
+        output.writeLine(jsonText(jsonRow(cursor.row(), faultSchema(), options.style), output.terminal()));
     }
     else
     {

@@ -3,7 +3,7 @@
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
 #include <tool/store/FaultFile.h>
-#include <tool/store/Format.h>
+#include <tool/store/TableSchema.h>
 #include <tool/values/Text.h>
 
 #include <algorithm>
@@ -54,7 +54,7 @@ std::string oldFaults(Options const& options)
 /// A row that an active statistic refers to stays, however old it is.
 std::string referredTo()
 {
-    return "EntryId IN (SELECT FaultEntryId FROM " + statisticFormat().name +
+    return "EntryId IN (SELECT FaultEntryId FROM " + statisticSchema().name +
            " WHERE FaultActive = 'active' AND FaultEntryId NOT NULL)";
 }
 
@@ -107,7 +107,7 @@ std::int64_t limitOf(Options const& options, sqlite::Connection const& connectio
         return requireTime(*options.before, options.style).begin;
     }
     sqlite::Statement oldestKept =
-        connection.prepare("SELECT EntryId FROM " + faultFormat().name + " ORDER BY EntryId DESC LIMIT 1 OFFSET ?1");
+        connection.prepare("SELECT EntryId FROM " + faultSchema().name + " ORDER BY EntryId DESC LIMIT 1 OFFSET ?1");
     oldestKept.bind(1, std::max<std::int64_t>(*options.keep, 1) - 1);
     return oldestKept.step() ? oldestKept.integer(0) : std::numeric_limits<std::int64_t>::min();
 }
@@ -126,7 +126,7 @@ keys_t keysThatTellState(Options const& options, sqlite::Connection const& conne
     std::map<std::tuple<std::uint32_t, std::string, std::string>, newest_t> states;
     sqlite::Statement row =
         connection.prepare("SELECT EntryId, FaultCode, ModuleName, Parameter, Status, " + oldFaults(options) +
-                           " AND NOT " + referredTo() + " FROM " + faultFormat().name + " ORDER BY EntryId");
+                           " AND NOT " + referredTo() + " FROM " + faultSchema().name + " ORDER BY EntryId");
     row.bind(1, limit);
     while (row.step())
     {
@@ -164,7 +164,7 @@ keys_t keysThatTellState(Options const& options, sqlite::Connection const& conne
 unsigned long long count(sqlite::Connection const& connection, std::string const& condition, std::int64_t limit)
 {
     sqlite::Statement statement =
-        connection.prepare("SELECT count(*) FROM " + faultFormat().name + " WHERE " + condition);
+        connection.prepare("SELECT count(*) FROM " + faultSchema().name + " WHERE " + condition);
     statement.bind(1, limit).step();
     return static_cast<unsigned long long>(statement.integer(0));
 }
@@ -198,7 +198,7 @@ public:
     /// The newest fault that can be removed: when others remove old ones, it is the last to go. None: nothing can be.
     std::optional<std::int64_t> newestRemovable() const
     {
-        sqlite::Statement row = m_connection.prepare("SELECT EntryId FROM " + faultFormat().name + " WHERE " +
+        sqlite::Statement row = m_connection.prepare("SELECT EntryId FROM " + faultSchema().name + " WHERE " +
                                                      removable() + " ORDER BY EntryId DESC LIMIT 1");
         return row.bind(1, m_limit).step() ? std::optional(row.integer(0)) : std::nullopt;
     }
@@ -206,7 +206,7 @@ public:
     /// Returns how many.
     std::uint64_t remove() const
     {
-        return runWithTriggers(m_path, m_connection, "DELETE FROM " + faultFormat().name + " WHERE " + removable(),
+        return runWithTriggers(m_path, m_connection, "DELETE FROM " + faultSchema().name + " WHERE " + removable(),
                                {m_limit});
     }
 
@@ -235,7 +235,7 @@ amounts_t lookOnly(Options const& options)
 
 bool isThere(sqlite::Connection const& connection, std::int64_t key)
 {
-    sqlite::Statement row = connection.prepare("SELECT 1 FROM " + faultFormat().name + " WHERE EntryId = ?1");
+    sqlite::Statement row = connection.prepare("SELECT 1 FROM " + faultSchema().name + " WHERE EntryId = ?1");
     return row.bind(1, key).step();
 }
 

@@ -156,7 +156,7 @@ void Follower::say(Fault const& fault)
     if (m_options.isJson)
     {
         json_t event = {{"Event", "fault"}};
-        event.update(jsonRow(m_follower.row(), faultFormat(), m_options.style));
+        event.update(jsonRow(m_follower.row(), faultSchema(), m_options.style));
         m_output.writeLine(jsonText(event, m_output.terminal()));
         return;
     }

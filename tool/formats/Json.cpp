@@ -48,20 +48,20 @@ json_t jsonTime(unsigned long long stamp, TimeStyle const& style)
     return time ? json_t(isoText(*time, style)) : json_t(nullptr);
 }
 
-json_t jsonRow(RowCursor const& row, tableFormat_t const& format, TimeStyle const& style)
+json_t jsonRow(RowCursor const& row, TableSchema const& schema, TimeStyle const& style)
 {
     // The names differ from each other: there is no need to look for each among those before it.
     json_t::object_t fields;
-    fields.reserve(format.columns.size() + 2);
-    for (std::size_t column = 0; column < format.columns.size(); ++column)
+    fields.reserve(schema.columns.size() + 2);
+    for (std::size_t column = 0; column < schema.columns.size(); ++column)
     {
-        fields.emplace_back(format.columns[column].name, jsonCell(row, column));
+        fields.emplace_back(schema.columns[column].name, jsonCell(row, column));
     }
-    if (&format == &faultFormat())
+    if (&schema == &faultSchema())
     {
         fields.emplace_back("Time", jsonTimeCell(row, faultColumn::TIME_STAMP, style));
     }
-    else if (&format == &statisticFormat())
+    else if (&schema == &statisticSchema())
     {
         fields.emplace_back("TimeFirstOccurred", jsonTimeCell(row, statisticColumn::TIME_FIRST, style));
         fields.emplace_back("TimeLastOccurred", jsonTimeCell(row, statisticColumn::TIME_LAST, style));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tool/store/Format.h>
+#include <tool/store/TableSchema.h>
 #include <tool/terminal/Output.h>
 #include <tool/values/Times.h>
 
@@ -19,9 +19,9 @@ using json_t = nlohmann::ordered_json;
 /// On one line; bytes that are no UTF-8 become U+FFFD. When it goes to a terminal, nothing in it acts on that.
 std::string jsonText(json_t const& value, Terminal const& terminal);
 
-/// A row as an object: the columns of `format` by name, as the file holds them, and its times once more as ISO 8601
+/// A row as an object: the columns of `schema` by name, as the file holds them, and its times once more as ISO 8601
 /// texts. A blob is a text of hexadecimal digits.
-json_t jsonRow(firaim::RowCursor const& row, tableFormat_t const& format, TimeStyle const& style);
+json_t jsonRow(firaim::RowCursor const& row, TableSchema const& schema, TimeStyle const& style);
 
 /// The ISO 8601 text of a stamp, null when it was not set.
 json_t jsonTime(unsigned long long stamp, TimeStyle const& style);

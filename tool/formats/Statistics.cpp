@@ -38,12 +38,12 @@ std::vector<statisticRow_t> readStatistics(FaultFile& file, TimeStyle const& sty
     std::vector<FaultStatistic> statistics;
     static_cast<void>(file.isFound(file.reader().statistics(statistics)));
     std::vector<statisticRow_t> rows;
-    firaim::RowCursor row = file.reader().rows(statisticFormat().table);
+    firaim::RowCursor row = file.reader().rows(statisticSchema().table);
     // In the same order. What somebody adds meanwhile comes last.
     for (FaultStatistic const& statistic : statistics)
     {
         json_t json =
-            file.isFound(row.next()) ? jsonRow(row, statisticFormat(), style) : jsonStatistic(statistic, style);
+            file.isFound(row.next()) ? jsonRow(row, statisticSchema(), style) : jsonStatistic(statistic, style);
         rows.push_back({statistic, std::move(json)});
     }
     return rows;

@@ -18,7 +18,7 @@ std::string textOf(RowCursor const& row, std::size_t cell)
 
 } // namespace
 
-std::string cellProblem(RowCursor const& row, std::size_t cell, column_t const& expected)
+std::string cellProblem(RowCursor const& row, std::size_t cell, Column const& expected)
 {
     RowCursor::cellType_t const type = row.type(cell);
     if (type == RowCursor::CELL_NULL)
@@ -29,7 +29,7 @@ std::string cellProblem(RowCursor const& row, std::size_t cell, column_t const& 
     {
         return "holds a blob";
     }
-    if (expected.content == content_t::KEY || expected.content == content_t::NUMBER)
+    if (expected.kind == ColumnKind::KEY || expected.kind == ColumnKind::NUMBER)
     {
         if (type != RowCursor::CELL_INTEGER)
         {
@@ -50,7 +50,7 @@ std::string cellProblem(RowCursor const& row, std::size_t cell, column_t const& 
     {
         return "holds a text with a zero byte, where it is cut off when it is read";
     }
-    if (expected.content == content_t::STATUS &&
+    if (expected.kind == ColumnKind::STATUS &&
         std::find(expected.words.begin(), expected.words.end(), text) == expected.words.end())
     {
         return "holds '" + std::string(text) + "', which is no status";

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tool/store/Format.h>
+#include <tool/store/TableSchema.h>
 
 #include <history/RowCursor.h>
 
@@ -12,6 +12,6 @@ namespace tool
 
 /// The problem of a cell whose content the library would not have written there, and reads as something else. Empty
 /// without one.
-std::string cellProblem(firaim::RowCursor const& row, std::size_t cell, column_t const& expected);
+std::string cellProblem(firaim::RowCursor const& row, std::size_t cell, Column const& expected);
 
 } // namespace tool

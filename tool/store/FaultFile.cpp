@@ -2,7 +2,7 @@
 
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
-#include <tool/store/Format.h>
+#include <tool/store/TableSchema.h>
 #include <tool/terminal/Output.h>
 
 #include <db/internal/ConnectionSettings.h>
@@ -66,7 +66,7 @@ void requireContent(std::string const& path)
     struct stat status = {};
     if (stat(path.c_str(), &status) == 0 && status.st_size == 0)
     {
-        throw Problem(STATUS_BAD_FILE, path + ": no fault database: it has no table " + faultFormat().name);
+        throw Problem(STATUS_BAD_FILE, path + ": no fault database: it has no table " + faultSchema().name);
     }
 }
 

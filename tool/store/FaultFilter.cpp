@@ -1,7 +1,7 @@
 #include <tool/store/FaultFilter.h>
 
 #include <tool/process/Problem.h>
-#include <tool/store/Format.h>
+#include <tool/store/TableSchema.h>
 #include <tool/terminal/Output.h>
 #include <tool/values/Codes.h>
 #include <tool/values/Text.h>

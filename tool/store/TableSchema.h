@@ -13,7 +13,7 @@ namespace tool
 {
 
 /// The kind of values in a column.
-enum class content_t
+enum class ColumnKind
 {
     KEY,
     NUMBER,
@@ -21,31 +21,31 @@ enum class content_t
     STATUS ///< a text that is one of `words`, which holds what is written for a number that is none, too
 };
 
-struct column_t
+struct Column
 {
     std::string name;
     std::string sqlType; ///< without what makes it a key
-    content_t content;
+    ColumnKind kind;
     unsigned int bits = 0;          ///< of a number
     std::vector<std::string> words; ///< of a status
 };
 
-struct tableFormat_t
+struct TableSchema
 {
     firaim::historyTable_t table;
     std::string name;
-    std::vector<column_t> columns; ///< in the order of the file; the key is the first
-    std::string createStatement;   ///< as sqlite_master holds it
+    std::vector<Column> columns; ///< in the order of the file; the key is the first
+    std::string createStatement; ///< as sqlite_master holds it
 };
 
-tableFormat_t const& faultFormat();
-tableFormat_t const& statisticFormat();
-tableFormat_t const& versionFormat();
+TableSchema const& faultSchema();
+TableSchema const& statisticSchema();
+TableSchema const& versionSchema();
 
 /// The three, in the order in which they are created.
-std::vector<tableFormat_t const*> const& allFormats();
+std::vector<TableSchema const*> const& allSchemas();
 
-/// Positions of columns in the formats above.
+/// Positions of columns in the schemas above.
 namespace faultColumn
 {
 constexpr std::size_t CODE = FdbSqlFaultTbl::kFaultCodeColumn;
