@@ -37,7 +37,7 @@ TEST(ParseTime, ReadsIso8601AndTellsHowMuchATextNames)
     };
     for (auto const& one : good)
     {
-        std::optional<period_t> const period = parseTime(one.text, {});
+        std::optional<Period> const period = parseTime(one.text, {});
         ASSERT_TRUE(period) << one.text;
         EXPECT_EQ(period->begin, one.begin) << one.text;
         EXPECT_EQ(period->end - period->begin, one.length) << one.text;
@@ -82,7 +82,7 @@ TEST(IsoText, IsWhatParseTimeReads)
     for (std::int64_t const time : {0LL, 1LL, -1LL, 951782399999LL, 1935630121500LL, 253402300799999LL})
     {
         std::string const text = isoText(time, {});
-        std::optional<period_t> const period = parseTime(text, {});
+        std::optional<Period> const period = parseTime(text, {});
         ASSERT_TRUE(period) << text;
         EXPECT_EQ(period->begin, time) << text;
     }
@@ -152,7 +152,7 @@ std::string shownPeriods(std::initializer_list<char const*> times, std::size_t m
         timeline.add(parseTime(time, {})->begin);
     }
     std::string text;
-    for (Timeline::bin_t const& period : timeline.periods(most))
+    for (Timeline::Bin const& period : timeline.periods(most))
     {
         text += periodText(period, {}) + "=" + std::to_string(period.count) + " ";
     }
@@ -183,7 +183,7 @@ TEST(TimelinePeriods, CountEveryMomentOnceHoweverMany)
         timeline.add(1900000000000 + i * i % 1000003 * 60000);
     }
     unsigned long long count = 0;
-    for (Timeline::bin_t const& period : timeline.periods(12))
+    for (Timeline::Bin const& period : timeline.periods(12))
     {
         count += period.count;
     }

@@ -31,17 +31,17 @@ public:
 
 /// The type of a number that may be absent, or of one that may not.
 template <class Number>
-struct plainNumber
+struct PlainNumberOf
 {
     using type = Number;
 };
 template <class Number>
-struct plainNumber<std::optional<Number>>
+struct PlainNumberOf<std::optional<Number>>
 {
     using type = Number;
 };
 template <class Number>
-using plainNumber_t = typename plainNumber<Number>::type;
+using PlainNumber = typename PlainNumberOf<Number>::type;
 
 /// The number in `text`, the value of option `name`. Throws CLI::ValidationError when there is none of that width.
 template <class Number>
@@ -128,7 +128,7 @@ template <class Number>
 Option Command::number(std::string const& name, Number& value, std::string const& description, std::string const& type)
 {
     return text(
-        name, [name, &value](std::string const& given) { value = requireNumber<plainNumber_t<Number>>(name, given); },
+        name, [name, &value](std::string const& given) { value = requireNumber<PlainNumber<Number>>(name, given); },
         description, type);
 }
 

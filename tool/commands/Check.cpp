@@ -30,33 +30,33 @@ struct Options
     bool isJson = false;
 };
 
-constexpr findingKind_t kIntegrity = {
+constexpr FindingKind kIntegrity = {
     "integrity", "the file itself is damaged: keep it, restore a backup, or save what can be read with 'firaim export'",
     true};
-constexpr findingKind_t kSchema = {"schema",
-                                   "the file was not created by the library, or was changed since: create a new one "
-                                   "and record into it what 'firaim export' reads",
-                                   true};
-constexpr findingKind_t kVersion = {"version",
-                                    "an application opens it in compatible mode at most: use the software that wrote "
-                                    "it, or restore a backup",
-                                    true};
-constexpr findingKind_t kReference = {"reference",
-                                      "'firaim trim' removes no such fault: the statistic still counts right, and is "
-                                      "put right when the fault occurs again",
-                                      true};
-constexpr findingKind_t kRemoved = {"removed",
-                                    "nothing: 'firaim trim' removes the faults of inactive statistics, which still "
-                                    "count right",
-                                    false};
-constexpr findingKind_t kStatistic = {"statistic",
-                                      "applications keep one row for each code: the library writes all of them when "
-                                      "the fault occurs again, and reads the first",
-                                      true};
-constexpr findingKind_t kCell = {"cell",
-                                 "applications read something else than was recorded: look at the row with 'firaim "
-                                 "export --format sql'",
+constexpr FindingKind kSchema = {"schema",
+                                 "the file was not created by the library, or was changed since: create a new one "
+                                 "and record into it what 'firaim export' reads",
                                  true};
+constexpr FindingKind kVersion = {"version",
+                                  "an application opens it in compatible mode at most: use the software that wrote "
+                                  "it, or restore a backup",
+                                  true};
+constexpr FindingKind kReference = {"reference",
+                                    "'firaim trim' removes no such fault: the statistic still counts right, and is "
+                                    "put right when the fault occurs again",
+                                    true};
+constexpr FindingKind kRemoved = {"removed",
+                                  "nothing: 'firaim trim' removes the faults of inactive statistics, which still "
+                                  "count right",
+                                  false};
+constexpr FindingKind kStatistic = {"statistic",
+                                    "applications keep one row for each code: the library writes all of them when "
+                                    "the fault occurs again, and reads the first",
+                                    true};
+constexpr FindingKind kCell = {"cell",
+                               "applications read something else than was recorded: look at the row with 'firaim "
+                               "export --format sql'",
+                               true};
 
 class Checker
 {
@@ -84,7 +84,7 @@ public:
 
 private:
     /// A column of the file.
-    struct foundColumn_t
+    struct FoundColumn
     {
         std::string name;
         std::string type;
@@ -96,8 +96,8 @@ private:
     bool checkSchema();
     bool checkTable(TableSchema const& schema);
     void checkColumns(TableSchema const& schema);
-    std::vector<foundColumn_t> readColumns(TableSchema const& schema) const;
-    void checkColumn(TableSchema const& schema, Column const& expected, foundColumn_t const& found);
+    std::vector<FoundColumn> readColumns(TableSchema const& schema) const;
+    void checkColumn(TableSchema const& schema, Column const& expected, FoundColumn const& found);
     void checkExtras();
     void checkVersion();
     std::vector<std::string> readFormatVersions() const;
@@ -197,7 +197,7 @@ bool Checker::checkTable(TableSchema const& schema)
 /// Compares the columns one by one.
 void Checker::checkColumns(TableSchema const& schema)
 {
-    std::vector<foundColumn_t> const found = readColumns(schema);
+    std::vector<FoundColumn> const found = readColumns(schema);
     auto const isIn = [](auto const& columns, std::string const& name)
     { return std::any_of(columns.begin(), columns.end(), [&](auto const& column) { return column.name == name; }); };
     auto next = found.begin();
@@ -230,12 +230,12 @@ void Checker::checkColumns(TableSchema const& schema)
     }
 }
 
-std::vector<Checker::foundColumn_t> Checker::readColumns(TableSchema const& schema) const
+std::vector<Checker::FoundColumn> Checker::readColumns(TableSchema const& schema) const
 {
     sqlite::Statement column =
         m_connection.prepare("SELECT name, type, \"notnull\", pk FROM pragma_table_xinfo(?1) ORDER BY cid");
     column.bind(1, schema.name);
-    std::vector<foundColumn_t> found;
+    std::vector<FoundColumn> found;
     while (column.step())
     {
         found.push_back({std::string(column.text(0)), std::string(column.text(1)),
@@ -245,7 +245,7 @@ std::vector<Checker::foundColumn_t> Checker::readColumns(TableSchema const& sche
     return found;
 }
 
-void Checker::checkColumn(TableSchema const& schema, Column const& expected, foundColumn_t const& found)
+void Checker::checkColumn(TableSchema const& schema, Column const& expected, FoundColumn const& found)
 {
     std::string const place = schema.name + " column '" + found.name + "'";
     bool const isKey = expected.kind == ColumnKind::KEY;
@@ -372,11 +372,11 @@ void Checker::checkCells(TableSchema const& schema, firaim::FaultReader& reader)
 {
     Progress progress("checking " + schema.name, m_output.terminal());
     std::vector<bool> isThere;
-    std::vector<foundColumn_t> const found = readColumns(schema);
+    std::vector<FoundColumn> const found = readColumns(schema);
     for (Column const& column : schema.columns)
     {
         isThere.push_back(
-            std::any_of(found.begin(), found.end(), [&](foundColumn_t const& one) { return one.name == column.name; }));
+            std::any_of(found.begin(), found.end(), [&](FoundColumn const& one) { return one.name == column.name; }));
     }
     RowCursor row = reader.rows(schema.table);
     int result = row.next();

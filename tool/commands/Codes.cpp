@@ -31,7 +31,7 @@ int listCodes(Options const& options, Output& output)
     if (options.isJson)
     {
         JsonArray array(output);
-        for (code_t const& code : knownCodes())
+        for (Code const& code : knownCodes())
         {
             array.add({{"FaultCode", code.number}, {"FaultCodeName", code.name}});
         }
@@ -40,7 +40,7 @@ int listCodes(Options const& options, Output& output)
         return STATUS_DONE;
     }
     TextTable table(output, {{"CODE", true}, {"HEX", true}, {"NAME"}});
-    for (code_t const& code : knownCodes())
+    for (Code const& code : knownCodes())
     {
         table.add({std::to_string(code.number), hexadecimal(code.number), code.name});
     }

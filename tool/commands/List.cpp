@@ -53,7 +53,7 @@ public:
         m_table.add({std::to_string(fault.EntryId),
                      stampText(fault.TimeStampUTC, m_options.style),
                      codeText(fault.FaultCode, fault.FaultCodeName),
-                     {isActive ? "active" : "inactive", isActive ? style_t::ALARM : style_t::FAINT},
+                     {isActive ? "active" : "inactive", isActive ? Style::ALARM : Style::FAINT},
                      fault.ModuleName,
                      fault.Parameter,
                      std::to_string(fault.RdbStartupId),

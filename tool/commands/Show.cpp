@@ -46,7 +46,7 @@ void print(Fault const& fault, Options const& options, Output& output)
     table.add({"EntryId", number(fault.EntryId)});
     table.add({"FaultCode", number(fault.FaultCode)});
     table.add({"FaultCodeName", codeText(fault.FaultCode, fault.FaultCodeName)});
-    table.add({"Status", {isActive ? "ErrorActive" : "ErrorInactive", isActive ? style_t::ALARM : style_t::FAINT}});
+    table.add({"Status", {isActive ? "ErrorActive" : "ErrorInactive", isActive ? Style::ALARM : Style::FAINT}});
     table.add({"Time", stampText(fault.TimeStampUTC, options.style)});
     table.add({"TimeStampUTC", number(fault.TimeStampUTC)});
     table.add({"TimeZone", fault.TimeZone});

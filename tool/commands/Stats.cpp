@@ -54,21 +54,21 @@ bool comesBefore(FaultStatistic const& a, FaultStatistic const& b, std::string c
     return a.FaultCode < b.FaultCode;
 }
 
-void print(std::vector<statisticRow_t> const& rows, Options const& options, Output& output)
+void print(std::vector<StatisticRow> const& rows, Options const& options, Output& output)
 {
     unsigned short most = 0;
-    for (statisticRow_t const& row : rows)
+    for (StatisticRow const& row : rows)
     {
         most = std::max(most, row.statistic.OccurenceCnt);
     }
-    std::vector<TextTable::heading_t> headings = {{"FAULT", false, true},
-                                                  {"STATUS"},
-                                                  {"COUNT", true},
-                                                  {"CYCLES", true, false, 2},
-                                                  {"FIRST", false, false, 3},
-                                                  {"LAST", false, false, 5},
-                                                  {"ENTRY", true, false, 4},
-                                                  {"STARTUP", true, false, 1}};
+    std::vector<TextTable::Heading> headings = {{"FAULT", false, true},
+                                                {"STATUS"},
+                                                {"COUNT", true},
+                                                {"CYCLES", true, false, 2},
+                                                {"FIRST", false, false, 3},
+                                                {"LAST", false, false, 5},
+                                                {"ENTRY", true, false, 4},
+                                                {"STARTUP", true, false, 1}};
     bool const hasBars = output.terminal().isDecorated;
     if (hasBars)
     {
@@ -76,18 +76,18 @@ void print(std::vector<statisticRow_t> const& rows, Options const& options, Outp
     }
     std::size_t const barWidth = std::min(kBarWidth, static_cast<std::size_t>(output.terminal().width) / 8);
     TextTable table(output, headings);
-    for (statisticRow_t const& row : rows)
+    for (StatisticRow const& row : rows)
     {
         FaultStatistic const& statistic = row.statistic;
         bool const isActive = statistic.FaultActive == FAULT_ACTIVE;
-        TextTable::row_t cells = {codeText(statistic.FaultCode, statistic.FaultCodeName),
-                                  {isActive ? "active" : "inactive", isActive ? style_t::ALARM : style_t::FAINT},
-                                  std::to_string(statistic.OccurenceCnt),
-                                  std::to_string(statistic.FaultActiveCycleCnt),
-                                  stampText(statistic.TimeFirstOccurredUTC, options.style),
-                                  stampText(statistic.TimeLastOccurredUTC, options.style),
-                                  std::to_string(statistic.FaultEntryId),
-                                  std::to_string(statistic.RdbStartupId)};
+        TextTable::Row cells = {codeText(statistic.FaultCode, statistic.FaultCodeName),
+                                {isActive ? "active" : "inactive", isActive ? Style::ALARM : Style::FAINT},
+                                std::to_string(statistic.OccurenceCnt),
+                                std::to_string(statistic.FaultActiveCycleCnt),
+                                stampText(statistic.TimeFirstOccurredUTC, options.style),
+                                stampText(statistic.TimeLastOccurredUTC, options.style),
+                                std::to_string(statistic.FaultEntryId),
+                                std::to_string(statistic.RdbStartupId)};
         if (hasBars)
         {
             cells.emplace_back(barText(statistic.OccurenceCnt, most, barWidth, output.terminal()));
@@ -100,15 +100,15 @@ void print(std::vector<statisticRow_t> const& rows, Options const& options, Outp
 int stats(Options const& options, Output& output)
 {
     FaultFile file(options.path);
-    std::vector<statisticRow_t> rows = readStatistics(file, options.style);
+    std::vector<StatisticRow> rows = readStatistics(file, options.style);
     if (options.isActiveOnly)
     {
         rows.erase(std::remove_if(rows.begin(), rows.end(),
-                                  [](statisticRow_t const& row) { return row.statistic.FaultActive != FAULT_ACTIVE; }),
+                                  [](StatisticRow const& row) { return row.statistic.FaultActive != FAULT_ACTIVE; }),
                    rows.end());
     }
     std::stable_sort(rows.begin(), rows.end(),
-                     [&](statisticRow_t const& a, statisticRow_t const& b)
+                     [&](StatisticRow const& a, StatisticRow const& b)
                      { return comesBefore(a.statistic, b.statistic, options.order); });
     if (options.isReversed)
     {
@@ -120,7 +120,7 @@ int stats(Options const& options, Output& output)
         return STATUS_DONE;
     }
     JsonArray array(output);
-    for (statisticRow_t const& row : rows)
+    for (StatisticRow const& row : rows)
     {
         array.add(row.json);
     }

@@ -80,21 +80,21 @@ Faults walk(FaultFile& file, TimeStyle const& style, Progress& progress)
     return faults;
 }
 
-std::vector<statisticRow_t> activeOnes(std::vector<statisticRow_t> const& statistics)
+std::vector<StatisticRow> activeOnes(std::vector<StatisticRow> const& statistics)
 {
-    std::vector<statisticRow_t> active;
+    std::vector<StatisticRow> active;
     std::copy_if(statistics.begin(), statistics.end(), std::back_inserter(active),
-                 [](statisticRow_t const& row) { return row.statistic.FaultActive == FAULT_ACTIVE; });
+                 [](StatisticRow const& row) { return row.statistic.FaultActive == FAULT_ACTIVE; });
     std::stable_sort(active.begin(), active.end(),
-                     [](statisticRow_t const& a, statisticRow_t const& b)
+                     [](StatisticRow const& a, StatisticRow const& b)
                      { return a.statistic.TimeLastOccurredUTC > b.statistic.TimeLastOccurredUTC; });
     return active;
 }
 
-std::vector<statisticRow_t> mostFrequent(std::vector<statisticRow_t> statistics)
+std::vector<StatisticRow> mostFrequent(std::vector<StatisticRow> statistics)
 {
     std::stable_sort(statistics.begin(), statistics.end(),
-                     [](statisticRow_t const& a, statisticRow_t const& b)
+                     [](StatisticRow const& a, StatisticRow const& b)
                      { return a.statistic.OccurenceCnt > b.statistic.OccurenceCnt; });
     statistics.resize(std::min(statistics.size(), kMostFrequent));
     return statistics;
@@ -143,7 +143,7 @@ private:
     unsigned long long m_most = 0;
 };
 
-void printActive(std::vector<statisticRow_t> const& active, TimeStyle const& style, Output& output)
+void printActive(std::vector<StatisticRow> const& active, TimeStyle const& style, Output& output)
 {
     output.writeLine("");
     if (active.empty())
@@ -152,10 +152,10 @@ void printActive(std::vector<statisticRow_t> const& active, TimeStyle const& sty
         return;
     }
     TextTable table(output, {{"ACTIVE NOW", false, true}, {"COUNT", true}, {"LAST"}, {"ENTRY", true}});
-    for (statisticRow_t const& row : active)
+    for (StatisticRow const& row : active)
     {
         FaultStatistic const& statistic = row.statistic;
-        table.add({{codeText(statistic.FaultCode, statistic.FaultCodeName), style_t::ALARM},
+        table.add({{codeText(statistic.FaultCode, statistic.FaultCodeName), Style::ALARM},
                    grouped(statistic.OccurenceCnt),
                    stampText(statistic.TimeLastOccurredUTC, style),
                    std::to_string(statistic.FaultEntryId)});
@@ -181,9 +181,9 @@ void printFaults(Faults const& faults, TimeStyle const& style, Output& output)
     }
     if (!faults.timeline.isEmpty())
     {
-        std::vector<Timeline::bin_t> const periods = faults.timeline.periods(kMostPeriods);
+        std::vector<Timeline::Bin> const periods = faults.timeline.periods(kMostPeriods);
         CountList timeline(output, "FAULTS PER " + lengthText(periods.front()));
-        for (Timeline::bin_t const& period : periods)
+        for (Timeline::Bin const& period : periods)
         {
             timeline.add(periodText(period, style), period.count);
         }
@@ -204,15 +204,15 @@ void print(FaultFile& file, Options const& options, Output& output)
         constexpr std::size_t kNameWidth = 16;
         std::string const text = visible(value, terminal.isAsciiOnly());
         auto const room = static_cast<std::size_t>(terminal.width) - kNameWidth;
-        output.writeLine(styled(name, style_t::STRONG, terminal) + std::string(kNameWidth - name.size(), ' ') +
+        output.writeLine(styled(name, Style::STRONG, terminal) + std::string(kNameWidth - name.size(), ' ') +
                          (terminal.isThere ? shortened(text, room, ellipsisFor(terminal)) : text));
     };
     line("File", file.path());
     line("Size", sizeText(sizeOf(file.path())));
     line("Format version", file.formatVersion().value_or("missing or not the only one"));
     output.flush();
-    std::vector<statisticRow_t> const statistics = readStatistics(file, options.style);
-    std::vector<statisticRow_t> const active = activeOnes(statistics);
+    std::vector<StatisticRow> const statistics = readStatistics(file, options.style);
+    std::vector<StatisticRow> const active = activeOnes(statistics);
     Faults faults;
     {
         Progress progress("reading");
@@ -230,7 +230,7 @@ void print(FaultFile& file, Options const& options, Output& output)
     if (!statistics.empty())
     {
         CountList frequent(output, "MOST FREQUENT");
-        for (statisticRow_t const& row : mostFrequent(statistics))
+        for (StatisticRow const& row : mostFrequent(statistics))
         {
             frequent.add(codeText(row.statistic.FaultCode, row.statistic.FaultCodeName), row.statistic.OccurenceCnt);
         }
@@ -239,42 +239,42 @@ void print(FaultFile& file, Options const& options, Output& output)
     printFaults(faults, options.style, output);
 }
 
-json_t jsonOf(std::vector<statisticRow_t> const& statistics)
+Json jsonOf(std::vector<StatisticRow> const& statistics)
 {
-    json_t list = json_t::array();
-    for (statisticRow_t const& row : statistics)
+    Json list = Json::array();
+    for (StatisticRow const& row : statistics)
     {
         list.push_back(row.json);
     }
     return list;
 }
 
-json_t jsonSummary(FaultFile& file, Options const& options)
+Json jsonSummary(FaultFile& file, Options const& options)
 {
-    std::vector<statisticRow_t> const statistics = readStatistics(file, options.style);
-    std::vector<statisticRow_t> const active = activeOnes(statistics);
+    std::vector<StatisticRow> const statistics = readStatistics(file, options.style);
+    std::vector<StatisticRow> const active = activeOnes(statistics);
     Progress progress("reading");
     Faults const faults = walk(file, options.style, progress);
     bool const hasTimes = !faults.timeline.isEmpty();
-    json_t summary;
+    Json summary;
     summary["File"] = file.path();
     summary["Bytes"] = sizeOf(file.path());
-    summary["FormatVersion"] = file.formatVersion() ? json_t(*file.formatVersion()) : json_t(nullptr);
-    summary["First"] = hasTimes ? json_t(isoText(faults.timeline.first(), options.style)) : json_t(nullptr);
-    summary["Last"] = hasTimes ? json_t(isoText(faults.timeline.last(), options.style)) : json_t(nullptr);
+    summary["FormatVersion"] = file.formatVersion() ? Json(*file.formatVersion()) : Json(nullptr);
+    summary["First"] = hasTimes ? Json(isoText(faults.timeline.first(), options.style)) : Json(nullptr);
+    summary["Last"] = hasTimes ? Json(isoText(faults.timeline.last(), options.style)) : Json(nullptr);
     summary["Faults"] = faults.count;
     summary["FaultsRecordedAsActive"] = faults.active;
     summary["FaultsWithoutTime"] = faults.withoutTime;
     summary["Statistics"] = statistics.size();
     summary["Active"] = jsonOf(active);
     summary["MostFrequent"] = jsonOf(mostFrequent(statistics));
-    summary["Startups"] = json_t::array();
+    summary["Startups"] = Json::array();
     for (auto const& [startup, count] : latestStartups(faults))
     {
         summary["Startups"].push_back({{"RdbStartupId", startup}, {"Faults", count}});
     }
-    summary["Timeline"] = json_t::array();
-    for (Timeline::bin_t const& period : faults.timeline.periods(kMostPeriods))
+    summary["Timeline"] = Json::array();
+    for (Timeline::Bin const& period : faults.timeline.periods(kMostPeriods))
     {
         summary["Timeline"].push_back({{"Begin", isoText(period.begin, options.style)},
                                        {"End", isoText(period.end, options.style)},

@@ -59,12 +59,12 @@ std::string referredTo()
 }
 
 /// Keys of faults, sorted.
-using keys_t = std::vector<std::int64_t>;
+using Keys = std::vector<std::int64_t>;
 
 /// The SQL function tells_state(key): whether the fault with that key is needed to tell what is active.
 void tellsState(sqlite3_context* context, int, sqlite3_value** arguments)
 {
-    auto const* const keys = static_cast<keys_t const*>(sqlite3_user_data(context));
+    auto const* const keys = static_cast<Keys const*>(sqlite3_user_data(context));
     sqlite3_result_int(context, std::binary_search(keys->begin(), keys->end(), sqlite3_value_int64(arguments[0])));
 }
 
@@ -74,10 +74,10 @@ std::string needed()
     return "(tells_state(EntryId) OR " + referredTo() + ")";
 }
 
-using function_t = void (*)(sqlite3_context*, int, sqlite3_value**);
+using Function = void (*)(sqlite3_context*, int, sqlite3_value**);
 
 /// Adds a function of one argument, or replaces it; `data` must stay as long as statements call it.
-void addFunction(sqlite::Connection const& connection, char const* name, function_t function, void const* data)
+void addFunction(sqlite::Connection const& connection, char const* name, Function function, void const* data)
 {
     int const code =
         sqlite3_create_function_v2(connection.get(), name, 1, SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY,
@@ -116,14 +116,14 @@ std::int64_t limitOf(Options const& options, sqlite::Connection const& connectio
 /// that: it is active, or, once the old faults are gone, it would seem so by an older one that stays.
 ///
 /// One pass, as nothing in the file is indexed. Only what is active takes memory.
-keys_t keysThatTellState(Options const& options, sqlite::Connection const& connection, std::int64_t limit)
+Keys keysThatTellState(Options const& options, sqlite::Connection const& connection, std::int64_t limit)
 {
-    struct newest_t
+    struct Newest
     {
         std::int64_t key = 0;
         bool isRestActive = false; ///< as those that are not removed for their age tell it
     };
-    std::map<std::tuple<std::uint32_t, std::string, std::string>, newest_t> states;
+    std::map<std::tuple<std::uint32_t, std::string, std::string>, Newest> states;
     sqlite::Statement row =
         connection.prepare("SELECT EntryId, FaultCode, ModuleName, Parameter, Status, " + oldFaults(options) +
                            " AND NOT " + referredTo() + " FROM " + faultSchema().name + " ORDER BY EntryId");
@@ -140,7 +140,7 @@ keys_t keysThatTellState(Options const& options, sqlite::Connection const& conne
             {
                 continue;
             }
-            state = states.emplace(triple, newest_t()).first;
+            state = states.emplace(triple, Newest()).first;
         }
         state->second.key = row.integer(0);
         if (!isRemovable)
@@ -152,7 +152,7 @@ keys_t keysThatTellState(Options const& options, sqlite::Connection const& conne
             states.erase(state);
         }
     }
-    keys_t keys;
+    Keys keys;
     for (auto const& [triple, newest] : states)
     {
         keys.push_back(newest.key);
@@ -170,7 +170,7 @@ unsigned long long count(sqlite::Connection const& connection, std::string const
 }
 
 /// How many rows were removed, or would be, and how many old ones stay.
-struct amounts_t
+struct Amounts
 {
     unsigned long long removed = 0;
     unsigned long long kept = 0;
@@ -217,10 +217,10 @@ private:
     std::string const m_condition;
     sqlite::Connection const& m_connection;
     std::int64_t m_limit = 0;
-    keys_t m_keys; ///< of those that tell what is active
+    Keys m_keys; ///< of those that tell what is active
 };
 
-amounts_t lookOnly(Options const& options)
+Amounts lookOnly(Options const& options)
 {
     static_cast<void>(FaultFile(options.path)); // Makes sure that it is a fault database.
     sqlite::Connection const connection = openForLooking(options.path);
@@ -229,7 +229,7 @@ amounts_t lookOnly(Options const& options)
                        {
                            sqlite::Transaction const transaction(connection, "BEGIN");
                            OldFaults const old(options, connection);
-                           return amounts_t{old.countRemovable(), old.countKept()};
+                           return Amounts{old.countRemovable(), old.countKept()};
                        });
 }
 
@@ -239,9 +239,9 @@ bool isThere(sqlite::Connection const& connection, std::int64_t key)
     return row.bind(1, key).step();
 }
 
-amounts_t remove(Options const& options)
+Amounts remove(Options const& options)
 {
-    amounts_t amounts;
+    Amounts amounts;
     std::optional<std::int64_t> removed; // One of them, by which the change is told: keys are never used again.
     changeFile(
         options.path,
@@ -257,7 +257,7 @@ amounts_t remove(Options const& options)
     return amounts;
 }
 
-std::string reportOf(Options const& options, amounts_t const& amounts)
+std::string reportOf(Options const& options, Amounts const& amounts)
 {
     std::string report = (options.isDryRun ? "would remove " : "removed ") + counted(amounts.removed, "fault");
     if (amounts.kept > 0)

@@ -155,7 +155,7 @@ void Follower::say(Fault const& fault)
 {
     if (m_options.isJson)
     {
-        json_t event = {{"Event", "fault"}};
+        Json event = {{"Event", "fault"}};
         event.update(jsonRow(m_follower.row(), faultSchema(), m_options.style));
         m_output.writeLine(jsonText(event, m_output.terminal()));
         return;
@@ -174,7 +174,7 @@ void Follower::say(FaultStatistic const& statistic)
 {
     if (m_options.isJson)
     {
-        json_t event = {{"Event", "statistic"}};
+        Json event = {{"Event", "statistic"}};
         event.update(jsonStatistic(statistic, m_options.style));
         m_output.writeLine(jsonText(event, m_output.terminal()));
         return;
@@ -201,7 +201,7 @@ void Follower::sayLine(std::string const& text, faultStatus_t status, std::strin
         m_output.writeLine(shortened(text + word, width, ellipsisFor(terminal)));
         return;
     }
-    m_output.writeLine(text + styled(word, isActive ? style_t::ALARM : style_t::FAINT, terminal) +
+    m_output.writeLine(text + styled(word, isActive ? Style::ALARM : Style::FAINT, terminal) +
                        (terminal.isThere ? shortened(rest, width - used, ellipsisFor(terminal)) : rest));
 }
 

@@ -20,9 +20,9 @@ namespace
 using firaim::FaultEvent;
 
 /// The value of a field.
-struct value_t
+struct Value
 {
-    enum type_t
+    enum Type
     {
         TEXT,
         NUMBER, ///< a whole one, from 0 on
@@ -30,17 +30,17 @@ struct value_t
         OTHER
     };
 
-    type_t type = OTHER;
+    Type type = OTHER;
     std::string* text = nullptr; ///< may be taken
     unsigned long long number = 0;
     bool truth = false;
 };
 
-using setter_t = void (*)(FaultRequest&, value_t const&, TimeStyle const&);
+using Setter = void (*)(FaultRequest&, Value const&, TimeStyle const&);
 
-std::string& textIn(value_t const& value)
+std::string& textIn(Value const& value)
 {
-    if (value.type != value_t::TEXT)
+    if (value.type != Value::TEXT)
     {
         throw std::invalid_argument("must be a text");
     }
@@ -52,12 +52,12 @@ std::string& textIn(value_t const& value)
 }
 
 template <class Number>
-Number numberIn(value_t const& value)
+Number numberIn(Value const& value)
 {
     // SQLite's integers have a sign.
     constexpr auto kMost =
         std::min<unsigned long long>(std::numeric_limits<Number>::max(), std::numeric_limits<std::int64_t>::max());
-    if (value.type != value_t::NUMBER || value.number > kMost)
+    if (value.type != Value::NUMBER || value.number > kMost)
     {
         throw std::invalid_argument("must be a whole number from 0 to " + std::to_string(kMost));
     }
@@ -65,14 +65,14 @@ Number numberIn(value_t const& value)
 }
 
 template <std::string FaultEvent::*member>
-void setText(FaultRequest& request, value_t const& value, TimeStyle const&)
+void setText(FaultRequest& request, Value const& value, TimeStyle const&)
 {
     request.event.*member = std::move(textIn(value));
 }
 
 /// An empty text is filled in as one that is not there.
 template <std::optional<std::string> FaultEvent::*member>
-void setOptionalText(FaultRequest& request, value_t const& value, TimeStyle const&)
+void setOptionalText(FaultRequest& request, Value const& value, TimeStyle const&)
 {
     std::string& text = textIn(value);
     if (!text.empty())
@@ -82,14 +82,14 @@ void setOptionalText(FaultRequest& request, value_t const& value, TimeStyle cons
 }
 
 template <class Number, std::optional<Number> FaultEvent::*member>
-void setNumber(FaultRequest& request, value_t const& value, TimeStyle const&)
+void setNumber(FaultRequest& request, Value const& value, TimeStyle const&)
 {
     request.event.*member = numberIn<Number>(value);
 }
 
-void setCode(FaultRequest& request, value_t const& value, TimeStyle const&)
+void setCode(FaultRequest& request, Value const& value, TimeStyle const&)
 {
-    if (value.type != value_t::TEXT)
+    if (value.type != Value::TEXT)
     {
         request.event.code = numberIn<unsigned int>(value);
         return;
@@ -103,7 +103,7 @@ void setCode(FaultRequest& request, value_t const& value, TimeStyle const&)
     request.event.code = *code;
 }
 
-void setStatus(FaultRequest& request, value_t const& value, TimeStyle const&)
+void setStatus(FaultRequest& request, Value const& value, TimeStyle const&)
 {
     std::string const& text = textIn(value);
     if (text != "ErrorActive" && text != "ErrorInactive")
@@ -113,18 +113,18 @@ void setStatus(FaultRequest& request, value_t const& value, TimeStyle const&)
     request.event.status = text == "ErrorActive" ? FAULT_ACTIVE : FAULT_INACTIVE;
 }
 
-void setInactive(FaultRequest& request, value_t const& value, TimeStyle const&)
+void setInactive(FaultRequest& request, Value const& value, TimeStyle const&)
 {
-    if (value.type != value_t::TRUTH)
+    if (value.type != Value::TRUTH)
     {
         throw std::invalid_argument("must be true or false");
     }
     request.event.status = value.truth ? FAULT_INACTIVE : FAULT_ACTIVE;
 }
 
-void setTime(FaultRequest& request, value_t const& value, TimeStyle const& style)
+void setTime(FaultRequest& request, Value const& value, TimeStyle const& style)
 {
-    std::optional<period_t> const period = parseTime(textIn(value), style);
+    std::optional<Period> const period = parseTime(textIn(value), style);
     if (!period || period->begin < 0)
     {
         throw std::invalid_argument("must be a time from 1970 on, such as \"2031-05-04T03:02:01Z\"");
@@ -132,16 +132,16 @@ void setTime(FaultRequest& request, value_t const& value, TimeStyle const& style
     request.time = period->begin;
 }
 
-void passOver(FaultRequest&, value_t const&, TimeStyle const&) {}
+void passOver(FaultRequest&, Value const&, TimeStyle const&) {}
 
-constexpr setter_t kSetStamp = setNumber<unsigned long long, &FaultEvent::time>;
-constexpr setter_t kSetStartup = setNumber<unsigned int, &FaultEvent::startupId>;
-constexpr setter_t kSetUpTime = setNumber<unsigned int, &FaultEvent::upTime>;
-constexpr setter_t kSetLifeTime = setNumber<unsigned int, &FaultEvent::lifeTime>;
+constexpr Setter kSetStamp = setNumber<unsigned long long, &FaultEvent::time>;
+constexpr Setter kSetStartup = setNumber<unsigned int, &FaultEvent::startupId>;
+constexpr Setter kSetUpTime = setNumber<unsigned int, &FaultEvent::upTime>;
+constexpr Setter kSetLifeTime = setNumber<unsigned int, &FaultEvent::lifeTime>;
 
-std::unordered_map<std::string_view, setter_t> const& setters()
+std::unordered_map<std::string_view, Setter> const& setters()
 {
-    static std::unordered_map<std::string_view, setter_t> const map = {
+    static std::unordered_map<std::string_view, Setter> const map = {
         {"EntryId", passOver},
         {"FaultCode", setCode},
         {"code", setCode},
@@ -208,24 +208,24 @@ public:
     }
     bool boolean(bool truth) override
     {
-        value_t value;
-        value.type = value_t::TRUTH;
+        Value value;
+        value.type = Value::TRUTH;
         value.truth = truth;
         return take(value);
     }
     bool number_integer(number_integer_t) override { return take({}); }
     bool number_unsigned(number_unsigned_t number) override
     {
-        value_t value;
-        value.type = value_t::NUMBER;
+        Value value;
+        value.type = Value::NUMBER;
         value.number = number;
         return take(value);
     }
     bool number_float(number_float_t, string_t const&) override { return take({}); }
     bool string(string_t& text) override
     {
-        value_t value;
-        value.type = value_t::TEXT;
+        Value value;
+        value.type = Value::TEXT;
         value.text = &text;
         return take(value);
     }
@@ -286,7 +286,7 @@ private:
         return m_isObject && m_setter != nullptr;
     }
 
-    bool take(value_t const& value)
+    bool take(Value const& value)
     {
         // The code is there even where it means nothing.
         m_hasCode = m_hasCode || m_setter == setCode;
@@ -314,10 +314,10 @@ private:
 
     FaultRequest& m_request;
     TimeStyle const& m_style;
-    std::vector<setter_t> m_met;
-    setter_t m_setter = nullptr; ///< of the field at work; null for one that is not known
-    std::string m_name;          ///< of that field
-    std::string m_problem;       ///< the first one
+    std::vector<Setter> m_met;
+    Setter m_setter = nullptr; ///< of the field at work; null for one that is not known
+    std::string m_name;        ///< of that field
+    std::string m_problem;     ///< the first one
     bool m_isObject = false;
     bool m_isIn = false; ///< inside of a list
     bool m_hasCode = false;

@@ -23,16 +23,16 @@ Findings::Findings(Output& output, bool isJson) : m_output(output)
     }
 }
 
-Findings::tally_t& Findings::tallyOf(findingKind_t const& kind)
+Findings::Tally& Findings::tallyOf(FindingKind const& kind)
 {
     auto const found =
-        std::find_if(m_tallies.begin(), m_tallies.end(), [&](tally_t const& tally) { return tally.kind == &kind; });
-    return found != m_tallies.end() ? *found : m_tallies.emplace_back(tally_t{&kind, 0});
+        std::find_if(m_tallies.begin(), m_tallies.end(), [&](Tally const& tally) { return tally.kind == &kind; });
+    return found != m_tallies.end() ? *found : m_tallies.emplace_back(Tally{&kind, 0});
 }
 
-void Findings::add(findingKind_t const& kind, std::string const& what)
+void Findings::add(FindingKind const& kind, std::string const& what)
 {
-    tally_t& tally = tallyOf(kind);
+    Tally& tally = tallyOf(kind);
     ++tally.count;
     ++m_count;
     m_problems += kind.isProblem ? 1 : 0;
@@ -54,7 +54,7 @@ void Findings::end(std::string const& path)
         m_output.writeLine("");
         return;
     }
-    for (tally_t const& tally : m_tallies)
+    for (Tally const& tally : m_tallies)
     {
         if (tally.count > kMostOfAKind)
         {
@@ -62,7 +62,7 @@ void Findings::end(std::string const& path)
                                " more");
         }
     }
-    for (tally_t const& tally : m_tallies)
+    for (Tally const& tally : m_tallies)
     {
         m_output.writeLine("what to do (" + std::string(tally.kind->name) + "): " + tally.kind->advice);
     }

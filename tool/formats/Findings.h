@@ -12,7 +12,7 @@ namespace tool
 {
 
 /// A kind of thing that a check can find.
-struct findingKind_t
+struct FindingKind
 {
     char const* name;
     char const* advice;
@@ -27,7 +27,7 @@ public:
     Findings(Output& output, bool isJson);
 
     /// `kind` must outlive this object.
-    void add(findingKind_t const& kind, std::string const& what);
+    void add(FindingKind const& kind, std::string const& what);
     /// Prints the last line; `path` is the file.
     void end(std::string const& path);
 
@@ -36,17 +36,17 @@ public:
     std::size_t problems() const { return m_problems; }
 
 private:
-    struct tally_t
+    struct Tally
     {
-        findingKind_t const* kind;
+        FindingKind const* kind;
         std::size_t count;
     };
 
-    tally_t& tallyOf(findingKind_t const& kind);
+    Tally& tallyOf(FindingKind const& kind);
 
     Output& m_output;
     std::optional<JsonArray> m_array;
-    std::vector<tally_t> m_tallies; ///< in the order in which the kinds were met
+    std::vector<Tally> m_tallies; ///< in the order in which the kinds were met
     std::size_t m_count = 0;
     std::size_t m_problems = 0;
 };

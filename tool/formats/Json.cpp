@@ -11,7 +11,7 @@ using firaim::RowCursor;
 namespace
 {
 
-json_t jsonCell(RowCursor const& row, std::size_t cell)
+Json jsonCell(RowCursor const& row, std::size_t cell)
 {
     switch (row.type(cell))
     {
@@ -28,7 +28,7 @@ json_t jsonCell(RowCursor const& row, std::size_t cell)
     }
 }
 
-json_t jsonTimeCell(RowCursor const& row, std::size_t cell, TimeStyle const& style)
+Json jsonTimeCell(RowCursor const& row, std::size_t cell, TimeStyle const& style)
 {
     std::int64_t const stamp = row.type(cell) == RowCursor::CELL_INTEGER ? row.integer(cell) : 0;
     return jsonTime(stamp > 0 ? static_cast<unsigned long long>(stamp) : 0, style);
@@ -36,22 +36,22 @@ json_t jsonTimeCell(RowCursor const& row, std::size_t cell, TimeStyle const& sty
 
 } // namespace
 
-std::string jsonText(json_t const& value, Terminal const& terminal)
+std::string jsonText(Json const& value, Terminal const& terminal)
 {
-    std::string text = value.dump(-1, ' ', terminal.isAsciiOnly(), json_t::error_handler_t::replace);
+    std::string text = value.dump(-1, ' ', terminal.isAsciiOnly(), Json::error_handler_t::replace);
     return terminal.isThere ? visibleJson(text) : text;
 }
 
-json_t jsonTime(unsigned long long stamp, TimeStyle const& style)
+Json jsonTime(unsigned long long stamp, TimeStyle const& style)
 {
     std::optional<std::int64_t> const time = firaim::timeOf(stamp, style.unit);
-    return time ? json_t(isoText(*time, style)) : json_t(nullptr);
+    return time ? Json(isoText(*time, style)) : Json(nullptr);
 }
 
-json_t jsonRow(RowCursor const& row, TableSchema const& schema, TimeStyle const& style)
+Json jsonRow(RowCursor const& row, TableSchema const& schema, TimeStyle const& style)
 {
     // The names differ from each other: there is no need to look for each among those before it.
-    json_t::object_t fields;
+    Json::object_t fields;
     fields.reserve(schema.columns.size() + 2);
     for (std::size_t column = 0; column < schema.columns.size(); ++column)
     {
@@ -74,7 +74,7 @@ JsonArray::JsonArray(Output& output) : m_output(output)
     m_output.write("[");
 }
 
-void JsonArray::add(json_t const& value)
+void JsonArray::add(Json const& value)
 {
     m_output.write(m_isEmpty ? "\n" : ",\n");
     m_output.write(jsonText(value, m_output.terminal()));

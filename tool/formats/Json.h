@@ -14,17 +14,17 @@ namespace tool
 {
 
 /// Keeps the order of its fields.
-using json_t = nlohmann::ordered_json;
+using Json = nlohmann::ordered_json;
 
 /// On one line; bytes that are no UTF-8 become U+FFFD. When it goes to a terminal, nothing in it acts on that.
-std::string jsonText(json_t const& value, Terminal const& terminal);
+std::string jsonText(Json const& value, Terminal const& terminal);
 
 /// A row as an object: the columns of `schema` by name, as the file holds them, and its times once more as ISO 8601
 /// texts. A blob is a text of hexadecimal digits.
-json_t jsonRow(firaim::RowCursor const& row, TableSchema const& schema, TimeStyle const& style);
+Json jsonRow(firaim::RowCursor const& row, TableSchema const& schema, TimeStyle const& style);
 
 /// The ISO 8601 text of a stamp, null when it was not set.
-json_t jsonTime(unsigned long long stamp, TimeStyle const& style);
+Json jsonTime(unsigned long long stamp, TimeStyle const& style);
 
 /// Writes a list of values, one on each line, and no line end after it.
 class JsonArray
@@ -32,7 +32,7 @@ class JsonArray
 public:
     explicit JsonArray(Output& output);
 
-    void add(json_t const& value);
+    void add(Json const& value);
     void end();
 
 private:

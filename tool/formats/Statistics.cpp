@@ -9,7 +9,7 @@ namespace tool
 namespace
 {
 
-json_t jsonMember(FdbSqlFaultStatisticTbl const& tbl, FdbSqlFaultStatisticTbl::column_t const& column)
+Json jsonMember(FdbSqlFaultStatisticTbl const& tbl, FdbSqlFaultStatisticTbl::column_t const& column)
 {
     switch (column.type)
     {
@@ -33,28 +33,27 @@ json_t jsonMember(FdbSqlFaultStatisticTbl const& tbl, FdbSqlFaultStatisticTbl::c
 
 } // namespace
 
-std::vector<statisticRow_t> readStatistics(FaultFile& file, TimeStyle const& style)
+std::vector<StatisticRow> readStatistics(FaultFile& file, TimeStyle const& style)
 {
     std::vector<FaultStatistic> statistics;
     static_cast<void>(file.isFound(file.reader().statistics(statistics)));
-    std::vector<statisticRow_t> rows;
+    std::vector<StatisticRow> rows;
     firaim::RowCursor row = file.reader().rows(statisticSchema().table);
     // In the same order. What somebody adds meanwhile comes last.
     for (FaultStatistic const& statistic : statistics)
     {
-        json_t json =
-            file.isFound(row.next()) ? jsonRow(row, statisticSchema(), style) : jsonStatistic(statistic, style);
+        Json json = file.isFound(row.next()) ? jsonRow(row, statisticSchema(), style) : jsonStatistic(statistic, style);
         rows.push_back({statistic, std::move(json)});
     }
     return rows;
 }
 
-json_t jsonStatistic(FaultStatistic const& statistic, TimeStyle const& style)
+Json jsonStatistic(FaultStatistic const& statistic, TimeStyle const& style)
 {
     FdbSqlFaultStatisticTbl tbl(FdbSqlFaultStatisticTbl::kTableName);
     tbl.init("");
     tbl.m_record = statistic;
-    json_t json;
+    Json json;
     for (auto const& [id, column] : tbl.m_columns)
     {
         json[column.name] = jsonMember(tbl, column);

@@ -12,16 +12,16 @@ namespace tool
 {
 
 /// One row of the statistic table, decoded and as it is.
-struct statisticRow_t
+struct StatisticRow
 {
     FaultStatistic statistic;
-    json_t json;
+    Json json;
 };
 
 /// All statistics, in the order of their keys. There is one for each code, so that they fit into memory.
-std::vector<statisticRow_t> readStatistics(FaultFile& file, TimeStyle const& style);
+std::vector<StatisticRow> readStatistics(FaultFile& file, TimeStyle const& style);
 
 /// A statistic as an object, as `jsonRow` has it for a row whose cells are all sound.
-json_t jsonStatistic(FaultStatistic const& statistic, TimeStyle const& style);
+Json jsonStatistic(FaultStatistic const& statistic, TimeStyle const& style);
 
 } // namespace tool

@@ -82,7 +82,7 @@ void dieOfIt()
     dieOf(pendingSignal);
 }
 
-bool waitFor(int descriptor, direction_t direction, int milliseconds)
+bool waitFor(int descriptor, Direction direction, int milliseconds)
 {
     // A signal that comes between the look at the flag and the wait must end the wait as well.
     sigset_t const signals = handledSignals();

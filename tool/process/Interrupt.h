@@ -26,7 +26,7 @@ void check();
 /// Ends the program as `signalNumber` ends programs that do not care for it.
 [[noreturn]] void dieOf(int signalNumber);
 
-enum direction_t
+enum Direction
 {
     READING,
     WRITING
@@ -34,7 +34,7 @@ enum direction_t
 
 /// Waits until `descriptor` is ready, a signal has come or `milliseconds` have passed (-1: never); returns whether it
 /// is ready. Once a signal has come it only looks. -1 as descriptor only waits.
-bool waitFor(int descriptor, direction_t direction, int milliseconds);
+bool waitFor(int descriptor, Direction direction, int milliseconds);
 
 /// Only waits, for so long or until a signal has come.
 void pause(int milliseconds);

@@ -7,7 +7,7 @@ namespace tool
 {
 
 /// The exit status.
-enum exitStatus_t : int
+enum ExitStatus : int
 {
     STATUS_DONE = 0,
     STATUS_NO = 1,        ///< the answer is no: nothing found, something wrong with the file, not all of it done
@@ -19,12 +19,12 @@ enum exitStatus_t : int
 class Problem : public std::runtime_error
 {
 public:
-    Problem(exitStatus_t status, std::string const& text) : std::runtime_error(text), m_status(status) {}
+    Problem(ExitStatus status, std::string const& text) : std::runtime_error(text), m_status(status) {}
 
-    exitStatus_t status() const { return m_status; }
+    ExitStatus status() const { return m_status; }
 
 private:
-    exitStatus_t m_status;
+    ExitStatus m_status;
 };
 
 } // namespace tool

@@ -90,14 +90,14 @@ sqlite::Connection openDurably(std::string const& path)
 
 constexpr char kNothingStored[] = "; nothing of it was stored";
 
-struct commit_t
+struct Commit
 {
     bool isVisible = false; ///< what was changed can be told
     bool hasFailed = false; ///< in steps that may have stored it
 };
 
 /// Whether the change can be told: a trigger in the file can have undone just what is looked for.
-bool isVisible(sqlite::Connection const& connection, look_t const& isStored)
+bool isVisible(sqlite::Connection const& connection, FileAction const& isStored)
 {
     try
     {
@@ -109,8 +109,8 @@ bool isVisible(sqlite::Connection const& connection, look_t const& isStored)
     }
 }
 
-void changeInTransaction(sqlite::Connection const& connection, look_t const& change, look_t const& isStored,
-                         commit_t& commit)
+void changeInTransaction(sqlite::Connection const& connection, FileAction const& change, FileAction const& isStored,
+                         Commit& commit)
 {
     sqlite::Transaction transaction(connection, "BEGIN IMMEDIATE");
     if (!change(connection))
@@ -142,7 +142,7 @@ void changeInTransaction(sqlite::Connection const& connection, look_t const& cha
 
 /// After a commit that failed with `problem`: what the file says decides, once that is known to be on the storage.
 /// Returns when it is stored; otherwise throws a Problem.
-void settle(std::string const& path, Problem const& problem, look_t const& isStored)
+void settle(std::string const& path, Problem const& problem, FileAction const& isStored)
 {
     bool isFound = false;
     try
@@ -252,10 +252,10 @@ sqlite::Connection openForChanging(std::string const& path)
     return usingSqlite(path, [&] { return openDurably(path); });
 }
 
-void changeFile(std::string const& path, look_t const& change, look_t const& isStored)
+void changeFile(std::string const& path, FileAction const& change, FileAction const& isStored)
 {
     std::optional<sqlite::Connection> connection = openForChanging(path);
-    commit_t commit;
+    Commit commit;
     try
     {
         usingSqlite(path, [&] { changeInTransaction(*connection, change, isStored, commit); });

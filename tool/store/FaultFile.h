@@ -47,7 +47,7 @@ sqlite::Connection openForLooking(std::string const& path);
 sqlite::Connection openForChanging(std::string const& path);
 
 /// Does or looks up something in a file and returns an answer. Throws sqlite::Error or a Problem.
-using look_t = std::function<bool(sqlite::Connection const&)>;
+using FileAction = std::function<bool(sqlite::Connection const&)>;
 
 /// Changes a fault database, opened by `openForChanging`, in one transaction: all of it is stored, or nothing. `change`
 /// returns whether there was anything to do. `isStored` looks for what `change` has done, also in another connection
@@ -55,7 +55,7 @@ using look_t = std::function<bool(sqlite::Connection const&)>;
 ///
 /// Throws a Problem, whose text says that nothing was stored, or, when a commit has failed in its last steps and the
 /// file does not tell what became of it, that this is not known.
-void changeFile(std::string const& path, look_t const& change, look_t const& isStored);
+void changeFile(std::string const& path, FileAction const& change, FileAction const& isStored);
 
 /// Runs the statement `sql` in the transaction of `changeFile`, with these parameters, and returns how many rows it has
 /// changed. A statement that runs triggers of the file gets 5 s of the processor's time; a Problem says that it has

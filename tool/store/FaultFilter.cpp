@@ -133,7 +133,7 @@ void FaultFilter::reportUnanswered() const
 {
     std::string const among = m_query.afterKey ? " after key " + std::to_string(*m_query.afterKey) : "";
     bool isAnyUnanswered = false;
-    for (criterion_t const& criterion : m_criteria)
+    for (Criterion const& criterion : m_criteria)
     {
         if (!isAnyFound(criterion.query, m_file))
         {

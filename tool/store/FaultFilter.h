@@ -45,7 +45,7 @@ public:
     void reportUnanswered() const;
 
 private:
-    struct criterion_t
+    struct Criterion
     {
         std::string complaint;    ///< when nothing answers to it
         firaim::FaultQuery query; ///< it alone
@@ -56,7 +56,7 @@ private:
 
     FaultFile& m_file;
     firaim::FaultQuery m_query;
-    std::vector<criterion_t> m_criteria;
+    std::vector<Criterion> m_criteria;
 };
 
 } // namespace tool

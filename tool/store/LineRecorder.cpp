@@ -15,7 +15,7 @@ namespace tool
 namespace
 {
 
-using steadyClock_t = std::chrono::steady_clock;
+using SteadyClock = std::chrono::steady_clock;
 
 /// Only a signal ends such a wait.
 constexpr std::chrono::hours kEndless(24 * 365);
@@ -36,7 +36,7 @@ std::string textOf(unsigned long long first, unsigned long long last)
 
 } // namespace
 
-LineRecorder::LineRecorder(std::string const& path, TimeStyle const& style, lineParser_t parse, Output& output)
+LineRecorder::LineRecorder(std::string const& path, TimeStyle const& style, LineParser parse, Output& output)
     : m_path(path), m_style(style), m_parse(parse), m_output(output), m_completer(path, style, kEndless),
       m_input(kLongestLine), m_progress("recording"), m_inputSize(m_input.total())
 {
@@ -131,10 +131,10 @@ void LineRecorder::recordBatch()
     {
         interrupt::check();
         std::vector<firaim::Receipt> receipts;
-        auto const begin = steadyClock_t::now();
+        auto const begin = SteadyClock::now();
         // Every receipt says what became of its line.
         static_cast<void>(m_recorder.recordAll(m_events, receipts));
-        auto const atWork = steadyClock_t::now() - begin;
+        auto const atWork = SteadyClock::now() - begin;
         m_progress.clear();
         settle(receipts);
         letOthersIn(atWork);
@@ -225,7 +225,7 @@ void LineRecorder::name(std::vector<firaim::Receipt> const& receipts)
 }
 
 /// Others who wait for the file meet it free only now and then.
-void LineRecorder::letOthersIn(steadyClock_t::duration atWork)
+void LineRecorder::letOthersIn(SteadyClock::duration atWork)
 {
     m_atWork += atWork;
     if (m_atWork >= kTurn)

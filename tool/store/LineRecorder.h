@@ -21,10 +21,10 @@ class LineRecorder
 {
 public:
     /// Reads the fault in one line. Throws std::invalid_argument with the reason when there is none.
-    using lineParser_t = FaultRequest (*)(std::string const& line, TimeStyle const& style);
+    using LineParser = FaultRequest (*)(std::string const& line, TimeStyle const& style);
 
     /// Opens nothing yet.
-    LineRecorder(std::string const& path, TimeStyle const& style, lineParser_t parse, Output& output);
+    LineRecorder(std::string const& path, TimeStyle const& style, LineParser parse, Output& output);
 
     /// Opens the file, prints the keys of the lines that were recorded, and says on standard error which ones were not.
     /// Returns whether all were. When it ends early, by whatever it throws, that is said of the rest of the lines as
@@ -46,7 +46,7 @@ private:
 
     std::string const m_path;
     TimeStyle const m_style;
-    lineParser_t const m_parse;
+    LineParser const m_parse;
     Output& m_output;
     FaultCompleter m_completer;
     firaim::FaultRecorder m_recorder;

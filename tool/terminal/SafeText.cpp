@@ -13,18 +13,18 @@ namespace
 {
 
 /// One character at the beginning of a text.
-struct character_t
+struct Character
 {
     utf8proc_int32_t codePoint; ///< negative when the bytes are no UTF-8
     std::size_t size;           ///< in bytes
 };
 
-character_t firstCharacter(std::string_view text)
+Character firstCharacter(std::string_view text)
 {
     utf8proc_int32_t codePoint = -1;
     utf8proc_ssize_t const size = utf8proc_iterate(reinterpret_cast<utf8proc_uint8_t const*>(text.data()),
                                                    static_cast<utf8proc_ssize_t>(text.size()), &codePoint);
-    return size > 0 ? character_t{codePoint, static_cast<std::size_t>(size)} : character_t{-1, 1};
+    return size > 0 ? Character{codePoint, static_cast<std::size_t>(size)} : Character{-1, 1};
 }
 
 bool isSeen(utf8proc_int32_t codePoint)
@@ -95,7 +95,7 @@ std::string replaceUnseen(std::string_view text, bool isAsciiOnly, ReplaceCharac
         {
             break;
         }
-        character_t const character = firstCharacter(text);
+        Character const character = firstCharacter(text);
         if (character.codePoint < 0)
         {
             result.append(replaceByte(text.front()));
@@ -151,7 +151,7 @@ std::size_t displayWidth(std::string_view text)
         text.remove_prefix(plain);
         if (!text.empty())
         {
-            character_t const character = firstCharacter(text);
+            Character const character = firstCharacter(text);
             width += static_cast<std::size_t>(std::max(0, utf8proc_charwidth(character.codePoint)));
             text.remove_prefix(character.size);
         }
@@ -171,7 +171,7 @@ std::string shortened(std::string_view text, std::size_t width, std::string_view
     std::size_t end = 0;
     while (end < text.size())
     {
-        character_t const character = firstCharacter(text.substr(end));
+        Character const character = firstCharacter(text.substr(end));
         auto const characterWidth = static_cast<std::size_t>(std::max(0, utf8proc_charwidth(character.codePoint)));
         if (used + characterWidth > room)
         {

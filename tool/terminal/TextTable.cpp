@@ -24,13 +24,13 @@ std::string_view ellipsisFor(Terminal const& terminal)
     return terminal.isUtf8 ? "\u2026" : "~";
 }
 
-std::string styled(std::string const& text, style_t style, Terminal const& terminal)
+std::string styled(std::string const& text, Style style, Terminal const& terminal)
 {
-    if (!terminal.isDecorated || style == style_t::PLAIN)
+    if (!terminal.isDecorated || style == Style::PLAIN)
     {
         return text;
     }
-    char const* const begin = style == style_t::STRONG ? "\x1b[1m" : style == style_t::ALARM ? "\x1b[31m" : "\x1b[2m";
+    char const* const begin = style == Style::STRONG ? "\x1b[1m" : style == Style::ALARM ? "\x1b[31m" : "\x1b[2m";
     return begin + text + "\x1b[0m";
 }
 
@@ -58,14 +58,14 @@ std::string barText(unsigned long long count, unsigned long long most, std::size
     return bar + kBlocks[eighths % kParts];
 }
 
-TextTable::TextTable(Output& output, std::vector<heading_t> headings, bool wraps)
+TextTable::TextTable(Output& output, std::vector<Heading> headings, bool wraps)
     : m_output(output), m_headings(std::move(headings)), m_wraps(wraps), m_isDropped(m_headings.size(), false)
 {
 }
 
-void TextTable::add(row_t row)
+void TextTable::add(Row row)
 {
-    for (cell_t& cell : row)
+    for (Cell& cell : row)
     {
         cell.text = visible(cell.text, m_output.terminal().isAsciiOnly());
     }
@@ -74,7 +74,7 @@ void TextTable::add(row_t row)
         write(row);
         return;
     }
-    for (cell_t const& cell : row)
+    for (Cell const& cell : row)
     {
         m_heldBytes += cell.text.size();
     }
@@ -99,20 +99,20 @@ void TextTable::settle()
     for (std::size_t column = 0; column < m_headings.size(); ++column)
     {
         std::size_t width = displayWidth(m_headings[column].text);
-        for (row_t const& row : m_held)
+        for (Row const& row : m_held)
         {
             width = std::max(width, displayWidth(row[column].text));
         }
         m_widths.push_back(width);
     }
     fitToTerminal();
-    row_t headings;
-    for (heading_t const& heading : m_headings)
+    Row headings;
+    for (Heading const& heading : m_headings)
     {
-        headings.emplace_back(heading.text, style_t::STRONG);
+        headings.emplace_back(heading.text, Style::STRONG);
     }
     write(headings);
-    for (row_t const& row : m_held)
+    for (Row const& row : m_held)
     {
         write(row);
     }
@@ -140,7 +140,7 @@ void TextTable::dropColumns()
     for (int order = 1; neededWidth(true) > static_cast<std::size_t>(m_output.terminal().width); ++order)
     {
         auto const next = std::find_if(m_headings.begin(), m_headings.end(),
-                                       [order](heading_t const& heading) { return heading.dropOrder == order; });
+                                       [order](Heading const& heading) { return heading.dropOrder == order; });
         if (next == m_headings.end())
         {
             return;
@@ -183,7 +183,7 @@ void TextTable::fitToTerminal()
     }
 }
 
-void TextTable::write(row_t const& row)
+void TextTable::write(Row const& row)
 {
     Terminal const& terminal = m_output.terminal();
     bool const isFitted = terminal.isThere && !m_wraps;

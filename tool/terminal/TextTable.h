@@ -10,7 +10,7 @@ namespace tool
 {
 
 /// How a cell stands out on a terminal.
-enum class style_t
+enum class Style
 {
     PLAIN,
     STRONG,
@@ -19,7 +19,7 @@ enum class style_t
 };
 
 /// `text` in that style; as it is where there is no decoration.
-std::string styled(std::string const& text, style_t style, Terminal const& terminal);
+std::string styled(std::string const& text, Style style, Terminal const& terminal);
 
 /// A bar for `count` when `most` has the full length of `width` columns; empty where there is no decoration. Anything
 /// above 0 is seen.
@@ -33,7 +33,7 @@ std::string_view ellipsisFor(Terminal const& terminal);
 class TextTable
 {
 public:
-    struct heading_t
+    struct Heading
     {
         std::string text;
         bool isRight = false;   ///< a number: its last digits stand below each other
@@ -41,22 +41,20 @@ public:
         int dropOrder = 0;      ///< left out where it is narrower still, the columns with 1 first; 0: never
     };
 
-    struct cell_t
+    struct Cell
     {
-        cell_t(std::string cellText, style_t cellStyle = style_t::PLAIN) : text(std::move(cellText)), style(cellStyle)
-        {
-        }
-        cell_t(char const* cellText) : text(cellText) {}
+        Cell(std::string cellText, Style cellStyle = Style::PLAIN) : text(std::move(cellText)), style(cellStyle) {}
+        Cell(char const* cellText) : text(cellText) {}
 
         std::string text; ///< of any origin: what is not to be sent to a terminal is replaced
-        style_t style = style_t::PLAIN;
+        Style style = Style::PLAIN;
     };
-    using row_t = std::vector<cell_t>;
+    using Row = std::vector<Cell>;
 
     /// A line that is too long all the same is cut, unless the table `wraps`.
-    TextTable(Output& output, std::vector<heading_t> headings, bool wraps = false);
+    TextTable(Output& output, std::vector<Heading> headings, bool wraps = false);
 
-    void add(row_t row);
+    void add(Row row);
     /// Writes what is held back. No row can be added afterwards.
     void end();
     /// Writes what is held back, for somebody who waits for it. The columns stay as wide as they are then.
@@ -67,12 +65,12 @@ private:
     void dropColumns();
     std::size_t neededWidth(bool isShortest) const;
     std::size_t* widestElastic();
-    void write(row_t const& row);
+    void write(Row const& row);
 
     Output& m_output;
-    std::vector<heading_t> const m_headings;
+    std::vector<Heading> const m_headings;
     bool const m_wraps;
-    std::vector<row_t> m_held;
+    std::vector<Row> m_held;
     std::size_t m_heldBytes = 0;
     std::vector<std::size_t> m_widths; ///< empty for as long as rows are held back
     std::vector<bool> m_isDropped;

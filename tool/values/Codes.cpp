@@ -14,22 +14,22 @@ namespace
 constexpr char kPrefix[] = "FC_";
 constexpr std::size_t kMostSuggestions = 5;
 
-std::vector<code_t> readTable()
+std::vector<Code> readTable()
 {
-    std::vector<code_t> codes = {
+    std::vector<Code> codes = {
 #define FIRAIM_FAULT_CODE(name, number) {#name, number},
 #include <db/FaultCodes.def>
 #undef FIRAIM_FAULT_CODE
     };
-    std::sort(codes.begin(), codes.end(), [](code_t const& a, code_t const& b) { return a.number < b.number; });
+    std::sort(codes.begin(), codes.end(), [](Code const& a, Code const& b) { return a.number < b.number; });
     return codes;
 }
 
 } // namespace
 
-std::vector<code_t> const& knownCodes()
+std::vector<Code> const& knownCodes()
 {
-    static std::vector<code_t> const codes = readTable();
+    static std::vector<Code> const codes = readTable();
     return codes;
 }
 
@@ -45,7 +45,7 @@ std::optional<unsigned int> numberIn(std::string const& text)
 
 std::optional<unsigned int> codeOf(std::string const& text)
 {
-    for (code_t const& code : knownCodes())
+    for (Code const& code : knownCodes())
     {
         if (equalIgnoringCase(text, code.name) || equalIgnoringCase(kPrefix + text, code.name))
         {
@@ -61,7 +61,7 @@ std::string codeText(unsigned int number, std::string const& storedName)
     {
         return storedName;
     }
-    for (code_t const& code : knownCodes())
+    for (Code const& code : knownCodes())
     {
         if (code.number == number)
         {
@@ -75,7 +75,7 @@ std::string unknownCodeText(std::string const& text)
 {
     std::string suggestions;
     std::size_t found = 0;
-    for (code_t const& code : knownCodes())
+    for (Code const& code : knownCodes())
     {
         if (found < kMostSuggestions && !text.empty() && containsIgnoringCase(code.name, text))
         {

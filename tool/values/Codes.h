@@ -9,14 +9,14 @@ namespace tool
 {
 
 /// One code.
-struct code_t
+struct Code
 {
     char const* name;
     unsigned int number;
 };
 
 /// All codes, in the order of their numbers.
-std::vector<code_t> const& knownCodes();
+std::vector<Code> const& knownCodes();
 
 /// The number that `text` means: a number (decimal, or hexadecimal after "0x"), or a name of the table, the case of its
 /// letters and a leading "FC_" apart. None when it is neither.

@@ -20,13 +20,13 @@ constexpr std::int64_t kHour = 60 * kMinute;
 constexpr std::int64_t kDay = 24 * kHour;
 
 /// The length of a period: so many milliseconds, or so many months of the calendar.
-struct length_t
+struct Length
 {
     std::int64_t milliseconds;
     int months;
 };
 
-constexpr std::array<length_t, 22> kLengths = {
+constexpr std::array<Length, 22> kLengths = {
     {{kSecond, 0},  {2 * kSecond, 0}, {5 * kSecond, 0}, {10 * kSecond, 0}, {30 * kSecond, 0},
      {kMinute, 0},  {2 * kMinute, 0}, {5 * kMinute, 0}, {10 * kMinute, 0}, {30 * kMinute, 0},
      {kHour, 0},    {2 * kHour, 0},   {6 * kHour, 0},   {12 * kHour, 0},   {kDay, 0},
@@ -42,7 +42,7 @@ std::int64_t alignedDown(std::int64_t number, std::int64_t unit)
 }
 
 /// The beginning of the period `steps` after the one that `time` lies in.
-std::int64_t periodBegin(std::int64_t time, length_t const& length, std::int64_t steps)
+std::int64_t periodBegin(std::int64_t time, Length const& length, std::int64_t steps)
 {
     if (length.months == 0)
     {
@@ -61,9 +61,9 @@ std::int64_t periodBegin(std::int64_t time, length_t const& length, std::int64_t
 }
 
 /// The periods of that length from the one with `first` to the one with `last`; none when they are more than `most`.
-std::vector<Timeline::bin_t> divide(std::int64_t first, std::int64_t last, length_t const& length, std::size_t most)
+std::vector<Timeline::Bin> divide(std::int64_t first, std::int64_t last, Length const& length, std::size_t most)
 {
-    std::vector<Timeline::bin_t> periods;
+    std::vector<Timeline::Bin> periods;
     std::int64_t begin = periodBegin(first, length, 0);
     while (begin <= last)
     {
@@ -97,10 +97,10 @@ void Timeline::add(std::int64_t milliseconds)
     }
 }
 
-std::vector<Timeline::bin_t> Timeline::periods(std::size_t most) const
+std::vector<Timeline::Bin> Timeline::periods(std::size_t most) const
 {
-    std::vector<bin_t> periods;
-    for (length_t const& length : kLengths)
+    std::vector<Bin> periods;
+    for (Length const& length : kLengths)
     {
         if (periods.empty() && !m_bins.empty())
         {
@@ -112,13 +112,13 @@ std::vector<Timeline::bin_t> Timeline::periods(std::size_t most) const
         std::int64_t const time = std::max(bin * (std::int64_t(1) << m_shift), m_first);
         auto const after =
             std::upper_bound(periods.begin(), periods.end(), time,
-                             [](std::int64_t moment, bin_t const& period) { return moment < period.begin; });
+                             [](std::int64_t moment, Bin const& period) { return moment < period.begin; });
         std::prev(after)->count += count;
     }
     return periods;
 }
 
-std::string periodText(Timeline::bin_t const& period, TimeStyle const& style)
+std::string periodText(Timeline::Bin const& period, TimeStyle const& style)
 {
     constexpr std::size_t kDate = 10;
     constexpr std::size_t kMinutes = 16;
@@ -128,7 +128,7 @@ std::string periodText(Timeline::bin_t const& period, TimeStyle const& style)
     return text.substr(0, length >= kDay && !style.isLocal ? kDate : length >= kMinute ? kMinutes : kSeconds);
 }
 
-std::string lengthText(Timeline::bin_t const& period)
+std::string lengthText(Timeline::Bin const& period)
 {
     constexpr std::int64_t kLongestMonth = 31 * kDay;
     std::int64_t const length = period.end - period.begin;
@@ -147,12 +147,12 @@ std::string lengthText(Timeline::bin_t const& period)
 
 std::string durationText(std::int64_t milliseconds)
 {
-    struct unit_t
+    struct Unit
     {
         std::int64_t length;
         char const* name;
     };
-    constexpr std::array<unit_t, 5> kUnits = {
+    constexpr std::array<Unit, 5> kUnits = {
         {{365 * kDay, " y"}, {kDay, " d"}, {kHour, " h"}, {kMinute, " min"}, {kSecond, " s"}}};
     for (std::size_t unit = 0; unit < kUnits.size(); ++unit)
     {

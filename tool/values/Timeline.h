@@ -14,7 +14,7 @@ namespace tool
 class Timeline
 {
 public:
-    struct bin_t
+    struct Bin
     {
         std::int64_t begin;
         std::int64_t end;
@@ -30,7 +30,7 @@ public:
     /// The whole span in at most `most` periods of the same round length, from a second to a thousand years; in
     /// more than `most` only where these are not enough. Moments close to the end of a period may be counted in it when
     /// they lie just behind it.
-    std::vector<bin_t> periods(std::size_t most) const;
+    std::vector<Bin> periods(std::size_t most) const;
 
 private:
     std::map<std::int64_t, unsigned long long> m_bins; ///< by time, in units of 2 to the power of `m_shift` ms
@@ -40,10 +40,10 @@ private:
 };
 
 /// The time of `begin`, written no more exactly than the length of the period asks for.
-std::string periodText(Timeline::bin_t const& period, TimeStyle const& style);
+std::string periodText(Timeline::Bin const& period, TimeStyle const& style);
 
 /// The length of a period: "10 min", "1 month".
-std::string lengthText(Timeline::bin_t const& period);
+std::string lengthText(Timeline::Bin const& period);
 
 /// A length of time in its two largest units: "3 d 4 h".
 std::string durationText(std::int64_t milliseconds);

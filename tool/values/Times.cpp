@@ -75,7 +75,7 @@ private:
 };
 
 /// A date and time of day as it was written, and the smallest piece of it that was.
-struct writtenTime_t
+struct WrittenTime
 {
     std::tm calendar = {};
     std::int64_t milliseconds = 0;
@@ -84,7 +84,7 @@ struct writtenTime_t
     bool isGood = true;                 ///< there are such time zones
 };
 
-void scanSeconds(Scanner& scanner, writtenTime_t& time)
+void scanSeconds(Scanner& scanner, WrittenTime& time)
 {
     time.calendar.tm_sec = scanner.number(2);
     time.length = kSecond;
@@ -97,7 +97,7 @@ void scanSeconds(Scanner& scanner, writtenTime_t& time)
     }
 }
 
-void scanZone(Scanner& scanner, writtenTime_t& time)
+void scanZone(Scanner& scanner, WrittenTime& time)
 {
     char const sign = scanner.accept("Zz+-");
     if (sign == '\0')
@@ -115,7 +115,7 @@ void scanZone(Scanner& scanner, writtenTime_t& time)
     }
 }
 
-void scanTimeOfDay(Scanner& scanner, writtenTime_t& time)
+void scanTimeOfDay(Scanner& scanner, WrittenTime& time)
 {
     time.calendar.tm_hour = scanner.number(2);
     scanner.expect(':');
@@ -147,10 +147,10 @@ std::int64_t momentOf(std::tm calendar, bool isLocal)
 
 } // namespace
 
-std::optional<period_t> parseTime(std::string const& text, TimeStyle const& style)
+std::optional<Period> parseTime(std::string const& text, TimeStyle const& style)
 {
     Scanner scanner(text);
-    writtenTime_t time;
+    WrittenTime time;
     time.calendar.tm_year = scanner.number(4) - 1900;
     scanner.expect('-');
     time.calendar.tm_mon = scanner.number(2) - 1;
@@ -168,16 +168,16 @@ std::optional<period_t> parseTime(std::string const& text, TimeStyle const& styl
     std::int64_t const begin = momentOf(time.calendar, isLocal) + time.milliseconds - time.offset.value_or(0);
     if (time.length < kDay)
     {
-        return period_t{begin, begin + time.length};
+        return Period{begin, begin + time.length};
     }
     // Not every local day has 24 hours.
     ++time.calendar.tm_mday;
-    return period_t{begin, momentOf(time.calendar, isLocal)};
+    return Period{begin, momentOf(time.calendar, isLocal)};
 }
 
-period_t requireTime(std::string const& text, TimeStyle const& style)
+Period requireTime(std::string const& text, TimeStyle const& style)
 {
-    std::optional<period_t> const period = parseTime(text, style);
+    std::optional<Period> const period = parseTime(text, style);
     if (!period)
     {
         throw Problem(STATUS_BAD_USAGE,

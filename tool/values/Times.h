@@ -22,7 +22,7 @@ struct TimeStyle
 
 /// The moments that a text names, which may be a whole day, minute or second: from `begin` up to but not including
 /// `end`.
-struct period_t
+struct Period
 {
     std::int64_t begin;
     std::int64_t end;
@@ -30,10 +30,10 @@ struct period_t
 
 /// The period that an ISO 8601 text names: "2031-05-04", "2031-05-04T03:02", "2031-05-04T03:02:01.5Z",
 /// "2031-05-04 03:02:01+01:00". Without a time zone it is in the one of `style`. None when it is no such text.
-std::optional<period_t> parseTime(std::string const& text, TimeStyle const& style);
+std::optional<Period> parseTime(std::string const& text, TimeStyle const& style);
 
 /// The period that the text of an option names. Throws a Problem when it names none.
-period_t requireTime(std::string const& text, TimeStyle const& style);
+Period requireTime(std::string const& text, TimeStyle const& style);
 
 /// The ISO 8601 text of a time, in milliseconds; the plain number when it lies beyond the calendar.
 std::string isoText(std::int64_t milliseconds, TimeStyle const& style);
