@@ -30,7 +30,7 @@ TEST_F(BackupTest, NeverReplacesAFileUnasked)
 {
     std::string const copy = dir.file("copy.db");
     writeFile(copy, "precious");
-    outcome_t const outcome = runTool({"backup", path, copy});
+    Outcome const outcome = runTool({"backup", path, copy});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("exists already"));
     EXPECT_EQ(readFile(copy), "precious");
@@ -56,7 +56,7 @@ TEST_F(BackupTest, RefusesANameBesideWhichAnotherFilesJournalLies)
 {
     std::string const copy = dir.file("copy.db");
     writeFile(copy + "-journal", "x");
-    outcome_t const outcome = runTool({"backup", path, copy});
+    Outcome const outcome = runTool({"backup", path, copy});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("copy.db-journal: belongs to another file"));
     EXPECT_FALSE(exists(copy));
@@ -66,10 +66,10 @@ TEST_F(BackupTest, NamesTheCopyWhenItsStorageFails)
 {
     RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) INSERT INTO "
                      "FdbFaultTbl(Description) SELECT 'some text' FROM n");
-    setting_t setting;
+    Setting setting;
     setting.longestFile = 50000;
     std::string const copy = dir.file("copy.db");
-    outcome_t const outcome = runTool({"backup", path, copy}, setting);
+    Outcome const outcome = runTool({"backup", path, copy}, setting);
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, testing::StartsWith("firaim: " + copy + ": "));
     EXPECT_FALSE(exists(copy));
@@ -80,7 +80,7 @@ TEST_F(BackupTest, NamesTheFileWhenThatCannotBeRead)
     RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) INSERT INTO "
                      "FdbFaultTbl(Description) SELECT 'some text' FROM n");
     std::filesystem::resize_file(path, std::filesystem::file_size(path) - 4096);
-    outcome_t const outcome = runTool({"backup", path, dir.file("copy.db")});
+    Outcome const outcome = runTool({"backup", path, dir.file("copy.db")});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, testing::StartsWith("firaim: " + path + ": "));
 }

@@ -18,7 +18,7 @@ protected:
     void expectFinding(std::string const& what)
     {
         std::string const before = readFile(path);
-        outcome_t const outcome = runTool({"check", path});
+        Outcome const outcome = runTool({"check", path});
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(outcome.errors, "");
         EXPECT_THAT(outcome.output, HasSubstr(what));
@@ -34,7 +34,7 @@ protected:
     /// Expects nothing to be wrong; `known` is what is said besides.
     void expectNothing(std::string const& known = "")
     {
-        outcome_t const outcome = runTool({"check", path});
+        Outcome const outcome = runTool({"check", path});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_EQ(outcome.output, known + path + ": nothing is wrong\n");
         EXPECT_EQ(outcome.errors, "");
@@ -70,7 +70,7 @@ TEST_F(CheckTest, FindsAColumnThatIsMissing)
 TEST_F(CheckTest, FindsAColumnThatWasRenamed)
 {
     RawDb(path).exec("ALTER TABLE FdbFaultTbl RENAME COLUMN ModuleName TO Module");
-    outcome_t const outcome = runTool({"check", path});
+    Outcome const outcome = runTool({"check", path});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.output,
                 testing::StartsWith("schema: FdbFaultTbl has a column 'Module', which does not belong there\n"
@@ -83,7 +83,7 @@ TEST_F(CheckTest, SaysThatAColumnItNeedsIsMissingAndGoesOn)
 {
     RawDb(path).exec(
         "ALTER TABLE FdbFaultStatisticTbl DROP COLUMN FaultActive; UPDATE FdbVersionTbl SET Version = 'x'");
-    outcome_t const outcome = runTool({"check", path});
+    Outcome const outcome = runTool({"check", path});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.output, HasSubstr("schema: FdbFaultStatisticTbl has no column 'FaultActive'\n"));
     EXPECT_THAT(outcome.output, HasSubstr("version: format version is 'x'"));
@@ -220,7 +220,7 @@ TEST_F(CheckTest, FindsDamagedPages)
     ASSERT_GT(bytes.size(), 24576u);
     bytes.replace(20480, 4096, std::string(4096, '\x55'));
     writeFile(path, bytes);
-    outcome_t const outcome = runTool({"check", path});
+    Outcome const outcome = runTool({"check", path});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.output, HasSubstr("integrity: "));
     EXPECT_THAT(outcome.output, HasSubstr("what to do (integrity): "));
@@ -232,7 +232,7 @@ TEST_F(CheckTest, NamesOnlySoManyOfAKindAndCountsTheRest)
     RawDb(path).exec("DELETE FROM FdbFaultStatisticTbl; WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
                      "WHERE i < 30) INSERT INTO FdbFaultStatisticTbl SELECT NULL, i, '', 0, 0, '', '', 0, 'x', 0, 0, 0 "
                      "FROM n");
-    outcome_t const outcome = runTool({"check", path});
+    Outcome const outcome = runTool({"check", path});
     EXPECT_THAT(outcome.output, HasSubstr("row 22: "));
     EXPECT_THAT(outcome.output, testing::Not(HasSubstr("row 23: ")));
     EXPECT_THAT(outcome.output, HasSubstr("\ncell: and 10 more\n"));
@@ -243,7 +243,7 @@ TEST_F(CheckTest, PrintsFindingsAsJson)
 {
     EXPECT_EQ(output({"check", path, "--json"}), "[]\n");
     RawDb(path).exec("UPDATE FdbVersionTbl SET Version = '1.0.1'");
-    outcome_t const outcome = runTool({"check", path, "--json"});
+    Outcome const outcome = runTool({"check", path, "--json"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.output,
                 testing::StartsWith("[\n{\"Kind\":\"version\",\"Problem\":true,\"Finding\":\"format version is '1.0.1' "

@@ -40,7 +40,7 @@ TEST_F(ClearTest, ClearingAModuleLeavesTheOthersOfTheCodeActive)
     EXPECT_EQ(output({"clear", path, "--code", "FC_BUS_OFF", "--module", "can1"}), "3\n");
     EXPECT_EQ(value("SELECT Status || ModuleName FROM FdbFaultTbl WHERE EntryId = 3"), "ErrorInactivecan1");
     EXPECT_EQ(statistic("FaultActive"), "active");
-    outcome_t const outcome = runTool({"clear", path, "--code", "FC_BUS_OFF", "--module", "can1"});
+    Outcome const outcome = runTool({"clear", path, "--code", "FC_BUS_OFF", "--module", "can1"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.errors, HasSubstr("FC_BUS_OFF of the module 'can1' is not active; nothing was recorded"));
 }
@@ -51,7 +51,7 @@ TEST_F(ClearTest, ClearingAnEmptyModuleOrParameterLeavesTheOthersOfTheCodeActive
     output({"record", path, "--code", "FC_BUS_OFF", "--module", "can0"});
     EXPECT_EQ(output({"clear", path, "--code", "FC_BUS_OFF", "--module", ""}), "3\n");
     EXPECT_EQ(statistic("FaultActive"), "active");
-    outcome_t const outcome = runTool({"clear", path, "--code", "FC_BUS_OFF", "--param", ""});
+    Outcome const outcome = runTool({"clear", path, "--code", "FC_BUS_OFF", "--param", ""});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.errors, HasSubstr("FC_BUS_OFF with the parameter '' is not active; nothing was recorded"));
     EXPECT_EQ(output({"clear", path, "--code", "FC_BUS_OFF", "--module", "can0", "--param", ""}), "4\n");
@@ -63,7 +63,7 @@ TEST_F(ClearTest, ClearingWhatIsNotActiveIsAnsweredWithNo)
     EXPECT_EQ(runTool({"clear", path, "--code", "FC_BUS_OFF"}).status, 1);
     output({"record", path, "--code", "FC_BUS_OFF"});
     output({"clear", path, "--code", "FC_BUS_OFF"});
-    outcome_t const outcome = runTool({"clear", path, "--code", "FC_BUS_OFF"});
+    Outcome const outcome = runTool({"clear", path, "--code", "FC_BUS_OFF"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.errors, HasSubstr("FC_BUS_OFF is not active; nothing was recorded"));
     EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"), "2");

@@ -58,7 +58,7 @@ protected:
     {
         for (auto const& command : kCommandsOnFiles)
         {
-            outcome_t const outcome = runTool(withFile(command, file));
+            Outcome const outcome = runTool(withFile(command, file));
             EXPECT_EQ(outcome.status, 3) << command[0];
             EXPECT_EQ(outcome.output, "") << command[0];
             EXPECT_THAT(outcome.errors, HasSubstr(reason)) << command[0];
@@ -70,7 +70,7 @@ protected:
 
 TEST_F(CommandLineTest, WithoutACommandIsBadUsage)
 {
-    outcome_t const outcome = runTool({});
+    Outcome const outcome = runTool({});
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.output, "");
     EXPECT_THAT(outcome.errors, HasSubstr("--help"));
@@ -116,7 +116,7 @@ TEST_F(CommandLineTest, BadUsageIsSaidOnStandardErrorWithStatus2)
     };
     for (auto const& arguments : bad)
     {
-        outcome_t const outcome = runTool(arguments);
+        Outcome const outcome = runTool(arguments);
         std::string const said = testing::PrintToString(arguments);
         EXPECT_EQ(outcome.status, 2) << said;
         EXPECT_EQ(outcome.output, "") << said;
@@ -182,7 +182,7 @@ TEST_F(CommandLineTest, ADatabaseOfSomethingElseIsRefusedByAllButCheck)
     RawDb(path).exec("CREATE TABLE notes(text)");
     for (auto const& command : kCommandsOnFiles)
     {
-        outcome_t const outcome = runTool(withFile(command, path));
+        Outcome const outcome = runTool(withFile(command, path));
         EXPECT_EQ(outcome.status, command[0] == "check" ? 1 : 3) << command[0];
         EXPECT_THAT(outcome.errors + outcome.output, HasSubstr("FdbFaultTbl")) << command[0];
     }
@@ -192,7 +192,7 @@ TEST_F(CommandLineTest, ADatabaseOfSomethingElseIsRefusedByAllButCheck)
 TEST_F(CommandLineTest, AnEmptyFileIsRefusedAndStaysEmpty)
 {
     writeFile(path, "");
-    outcome_t const outcome = runTool({"record", path, "--code", "FC_BUS_OFF"});
+    Outcome const outcome = runTool({"record", path, "--code", "FC_BUS_OFF"});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("no table FdbFaultTbl"));
     EXPECT_EQ(readFile(path), "");
@@ -203,7 +203,7 @@ TEST_F(CommandLineTest, ATableThatIsAViewIsRefusedBeforeItsRowsAreAskedFor)
     create();
     RawDb(path).exec("DROP TABLE FdbFaultTbl; CREATE VIEW FdbFaultTbl AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
                      "SELECT i + 1 FROM n) SELECT i AS EntryId FROM n");
-    outcome_t const outcome = runTool({"list", path});
+    Outcome const outcome = runTool({"list", path});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("FdbFaultTbl is a view"));
 }
@@ -221,14 +221,14 @@ TEST_F(CommandLineTest, WritingToAnotherFormatVersionIsRefusedAndLookingIsNot)
 {
     createSample();
     RawDb(path).exec("UPDATE FdbVersionTbl SET Version = '2.0.0'");
-    outcome_t const looking = runTool({"list", path});
+    Outcome const looking = runTool({"list", path});
     EXPECT_EQ(looking.status, 0);
     EXPECT_THAT(looking.output, HasSubstr("FC_SENSOR_TIMEOUT"));
     EXPECT_THAT(looking.errors, HasSubstr("format version 2.0.0 is not 1.0.0"));
     for (std::vector<std::string> const& arguments :
          {std::vector<std::string>{"record", path, "--code", "FC_BUS_OFF"}, {"trim", path, "--keep", "0"}})
     {
-        outcome_t const outcome = runTool(arguments);
+        Outcome const outcome = runTool(arguments);
         EXPECT_EQ(outcome.status, 3);
         EXPECT_THAT(outcome.errors, HasSubstr("only files of version 1.0.0 are written to"));
     }
@@ -239,7 +239,7 @@ TEST_F(CommandLineTest, TheLibrarysLogLinesGoToStandardError)
 {
     createSample();
     RawDb(path).exec("UPDATE FdbFaultTbl SET LoggerUpTime = 'x' WHERE EntryId = 3");
-    outcome_t const outcome = runTool({"list", path, "--last", "1", "--json"});
+    Outcome const outcome = runTool({"list", path, "--last", "1", "--json"});
     EXPECT_THAT(outcome.output, StartsWith("[\n{\"EntryId\":3,"));
     EXPECT_THAT(outcome.errors, StartsWith("[ERROR] Casting value x\n"));
 }

@@ -25,7 +25,7 @@ TEST_F(CreateTest, RefusesAnExistingFileWithoutForce)
 {
     createSample();
     std::string const before = readFile(path);
-    outcome_t const outcome = runTool({"create", path});
+    Outcome const outcome = runTool({"create", path});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("exists already; --force replaces it"));
     EXPECT_EQ(readFile(path), before);
@@ -47,7 +47,7 @@ TEST_F(CreateTest, NeverReplacesAFolderOrALink)
 
 TEST_F(CreateTest, LeavesNothingWhereItCannotBeDone)
 {
-    outcome_t const outcome = runTool({"create", dir.file("no/folder.db")});
+    Outcome const outcome = runTool({"create", dir.file("no/folder.db")});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("cannot be created"));
 }

@@ -79,7 +79,7 @@ TEST_F(ExportTest, FiltersChooseAmongTheFaults)
 
 TEST_F(ExportTest, AFilterThatNothingAnswersToSaysSo)
 {
-    outcome_t const outcome = runTool({"export", path, "--format", "jsonl", "--module", ""});
+    Outcome const outcome = runTool({"export", path, "--format", "jsonl", "--module", ""});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.output, "");
     EXPECT_EQ(outcome.errors, "firaim: no fault is of the module ''\n");
@@ -123,7 +123,7 @@ TEST_F(ExportTest, OfADamagedFileAllThatCanBeReadIsWritten)
     std::string bytes = readFile(path);
     std::size_t const middle = bytes.size() / 2 / 4096 * 4096;
     writeFile(path, bytes.replace(middle, 4096, std::string(4096, '\x55')));
-    outcome_t const outcome = runTool({"export", path, "--format", "csv"});
+    Outcome const outcome = runTool({"export", path, "--format", "csv"});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("'firaim check' tells what is damaged"));
     EXPECT_GT(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 1000);

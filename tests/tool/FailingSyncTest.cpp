@@ -13,7 +13,7 @@ namespace
 
 using testing::HasSubstr;
 
-enum file_t
+enum FileSetup
 {
     WITH_JOURNAL,
     WITH_LOG,
@@ -24,7 +24,7 @@ enum file_t
 char const* const kRecordAnother =
     "BEGIN INSERT INTO FdbFaultTbl(Description,Status,RdbStartupId) VALUES('meanwhile','ErrorInactive',2); END";
 
-std::string nameOf(testing::TestParamInfo<file_t> const& file)
+std::string nameOf(testing::TestParamInfo<FileSetup> const& file)
 {
     char const* const names[] = {"WithJournal", "WithLog", "WithLogAndAnotherProcess"};
     return names[file.param];
@@ -34,7 +34,7 @@ char const kIsRenumbered[] = "SELECT (SELECT count(*) FROM FdbFaultTbl WHERE Rdb
                              "(SELECT count(*) FROM FdbFaultStatisticTbl WHERE RdbStartupId = 2) = 0";
 char const kIsTrimmed[] = "SELECT group_concat(EntryId) = '3' FROM FdbFaultTbl WHERE EntryId <= 3";
 
-class FailingSyncTest : public ToolTest, public testing::WithParamInterface<file_t>
+class FailingSyncTest : public ToolTest, public testing::WithParamInterface<FileSetup>
 {
 protected:
     FailingSyncTest()
@@ -58,7 +58,7 @@ protected:
 
     /// Runs the command on a copy of the file, while those synchronisations fail; `isDone` is then whether its change
     /// is there for whoever opens the file next.
-    outcome_t runOnCopy(std::vector<std::string> arguments, std::string const& failing, std::string const& isDoneQuery)
+    Outcome runOnCopy(std::vector<std::string> arguments, std::string const& failing, std::string const& isDoneQuery)
     {
         std::string const copy = dir.file("copy.db");
         for (char const* const suffix : {"", "-journal", "-wal", "-shm"})
@@ -77,7 +77,7 @@ protected:
             other.reset();
         }
         arguments.insert(arguments.begin() + 1, copy);
-        outcome_t const outcome = runTool(arguments, settingFor(failing));
+        Outcome const outcome = runTool(arguments, settingFor(failing));
         other.reset();
         isDone = RawDb(copy).value(isDoneQuery) == "1";
         EXPECT_EQ(RawDb(copy).value("PRAGMA integrity_check"), "ok");
@@ -103,7 +103,7 @@ protected:
             {
                 std::string const failing = std::to_string(++call) + rest;
                 SCOPED_TRACE(failing);
-                outcome_t const outcome = runOnCopy(arguments, failing, isDoneQuery);
+                Outcome const outcome = runOnCopy(arguments, failing, isDoneQuery);
                 bool const isNotKnown = outcome.errors.find("is not known") != std::string::npos;
                 bool const isNotStored = outcome.errors.find("nothing of it was stored") != std::string::npos;
                 if (outcome.status == 0)
@@ -138,9 +138,9 @@ private:
         return dir.file("failures");
     }
 
-    setting_t settingFor(std::string const& failing) const
+    Setting settingFor(std::string const& failing) const
     {
-        setting_t setting;
+        Setting setting;
         setting.environment = {{"FIRAIM_TEST_FAILING_SYNC", failing}, {"FIRAIM_TEST_FAILED_SYNCS", failures()}};
 #if defined(FIRAIM_TEST_FAILING_SYNC) && defined(FIRAIM_TEST_IS_EMULATED)
         setting.environment["QEMU_SET_ENV"] = "LD_PRELOAD=" FIRAIM_TEST_FAILING_SYNC;

@@ -85,7 +85,7 @@ TEST_F(ListTest, TimesThatAreShortenedNameAllOfADayMinuteOrSecond)
 
 TEST_F(ListTest, LocalTimesAreReadAndShownInTheZoneOfTheMachine)
 {
-    setting_t berlin;
+    Setting berlin;
     berlin.environment["TZ"] = "CET-1CEST,M3.5.0,M10.5.0/3";
     EXPECT_THAT(output({"list", path, "--local", "--last", "1"}, berlin),
                 HasSubstr(" 3  2031-05-05T05:02:01.500+02:00  "));
@@ -97,7 +97,7 @@ TEST_F(ListTest, LocalTimesAreReadAndShownInTheZoneOfTheMachine)
 
 TEST_F(ListTest, ALocalDayHasAsManyHoursAsItHas)
 {
-    setting_t berlin;
+    Setting berlin;
     berlin.environment["TZ"] = "CET-1CEST,M3.5.0,M10.5.0/3";
     auto const listed = [&](char const* stamp, char const* day)
     {
@@ -148,7 +148,7 @@ TEST_F(ListTest, AFilterThatNamesSomethingUnknownSaysSo)
     {
         std::vector<std::string> arguments = {"list", path};
         arguments.insert(arguments.end(), options.begin(), options.end());
-        outcome_t const outcome = runTool(arguments);
+        Outcome const outcome = runTool(arguments);
         EXPECT_EQ(outcome.status, 0) << reason;
         EXPECT_THAT(outcome.output, testing::Not(HasSubstr("\n "))) << reason;
         EXPECT_EQ(outcome.errors, "firaim: " + reason + "\n");
@@ -201,7 +201,7 @@ TEST_F(ListTest, AColumnThatIsCalledAsRowsAreChangesNothing)
 TEST_F(ListTest, DamagedCellsAreReadAsTheLibraryReadsThem)
 {
     insertFault("FaultCode,RdbStartupId,Status,ModuleName", "'42abc','x','odd',NULL");
-    outcome_t const outcome = runTool({"list", path, "--last", "1"});
+    Outcome const outcome = runTool({"list", path, "--last", "1"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_THAT(outcome.output,
                 HasSubstr(" 4  2031-05-04T03:02:01.000Z  FC_BUS_OFF  inactive  n/a                      "
@@ -234,7 +234,7 @@ TEST_F(Showing, PrintsEveryField)
 
 TEST_F(Showing, AFaultThatIsNotThereIsAnsweredWithNo)
 {
-    outcome_t const outcome = runTool({"show", path, "17"});
+    Outcome const outcome = runTool({"show", path, "17"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.output, "");
     EXPECT_THAT(outcome.errors, HasSubstr("there is no fault with the key 17"));
@@ -338,7 +338,7 @@ TEST_F(Summary, IsThereAsJsonToo)
 
 TEST(CodeTable, IsPrintedByNumber)
 {
-    outcome_t const text = runTool({"codes"});
+    Outcome const text = runTool({"codes"});
     EXPECT_EQ(text.status, 0);
     EXPECT_THAT(text.output,
                 StartsWith("CODE     HEX  NAME\n   0  0x0000  FC_NONE\n 257  0x0101  FC_SUPPLY_UNDERVOLTAGE\n"));

@@ -71,7 +71,7 @@ TEST_F(ReadOnlyTest, NeverChangesAnything)
     auto const before = folder();
     for (auto const& command : commands(path))
     {
-        outcome_t const outcome = runTool(command);
+        Outcome const outcome = runTool(command);
         EXPECT_EQ(outcome.status, 0) << command[0];
         EXPECT_EQ(outcome.errors, "") << command[0];
         EXPECT_TRUE(folder() == before) << command[0];
@@ -86,7 +86,7 @@ TEST_F(ReadOnlyTest, WorksWhereNothingCanBeWritten)
         WithoutRoot const user;
         for (auto const& command : commands(path))
         {
-            outcome_t const outcome = runTool(command);
+            Outcome const outcome = runTool(command);
             EXPECT_EQ(outcome.status, 0) << command[0] << outcome.errors;
         }
     }
@@ -104,7 +104,7 @@ TEST_F(ReadOnlyTest, AtAWriteAheadLogFileWorksWhereNothingCanBeWritten)
         WithoutRoot const user;
         for (auto const& command : commands(path))
         {
-            outcome_t const outcome = runTool(command);
+            Outcome const outcome = runTool(command);
             EXPECT_EQ(outcome.status, 0) << command[0] << outcome.errors;
         }
     }
@@ -135,7 +135,7 @@ TEST_F(ReadOnlyTest, AtAWriteAheadLogThatCannotBeReadSaysWhatToDoAndRecoverDoesI
     ASSERT_EQ(chmod(dir.path().c_str(), 0555), 0);
     {
         WithoutRoot const user;
-        outcome_t const outcome = runTool({"list", left});
+        Outcome const outcome = runTool({"list", left});
         EXPECT_EQ(outcome.status, 3);
         EXPECT_THAT(outcome.errors, HasSubstr("faults that belong to it are still in its write-ahead log"));
     }
@@ -151,7 +151,7 @@ TEST_F(ReadOnlyTest, AtAFileWithAHotJournalSaysWhatToDoAndLeavesItAlone)
     auto const before = folder();
     for (auto const& command : commands(crashed))
     {
-        outcome_t const outcome = runTool(command);
+        Outcome const outcome = runTool(command);
         EXPECT_EQ(outcome.status, 3) << command[0];
         EXPECT_THAT(outcome.errors, HasSubstr("a writer was cut off")) << command[0];
         EXPECT_THAT(outcome.errors, HasSubstr("'firaim recover'")) << command[0];
@@ -178,7 +178,7 @@ TEST_F(ReadOnlyTest, AtAnEmptiedFileAndRecoveringItTellWhatLiesBesideItAndLeaveI
             all.push_back({"record", file, "--code", "1"});
             for (auto const& command : all)
             {
-                outcome_t const outcome = runTool(command);
+                Outcome const outcome = runTool(command);
                 EXPECT_EQ(outcome.status, 3) << command[0];
                 EXPECT_THAT(outcome.errors, HasSubstr(": it is empty, but its ")) << command[0];
                 EXPECT_THAT(outcome.errors, HasSubstr(beside.substr(beside.rfind('/')) + "' into another folder"))
@@ -212,7 +212,7 @@ TEST_F(ReadOnlyTest, AtAFileThatAWriterKeepsLockedEndsWithAReason)
 {
     RawDb raw(path);
     raw.exec("BEGIN EXCLUSIVE");
-    outcome_t const outcome = runTool({"list", path});
+    Outcome const outcome = runTool({"list", path});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("database is locked; another process keeps it locked, try again"));
     raw.exec("ROLLBACK");

@@ -42,14 +42,14 @@ TEST_F(RecordLinesTest, InputThatIsClosedIsAFailure)
 
 TEST_F(RecordLinesTest, SaysWhichLinesWereNotRecordedWhenTheFileCannotBeWritten)
 {
-    setting_t setting;
+    Setting setting;
     for (int line = 0; line < 3000; ++line)
     {
         setting.input +=
             "{\"FaultCode\":1025,\"Description\":\"some text of some length, line " + std::to_string(line) + "\"}\n";
     }
     setting.longestFile = 100000;
-    outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
+    Outcome const outcome = runTool({"record", path, "--stdin"}, setting);
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr(": not recorded"));
     // Each one that was named is there, and no other.
@@ -59,13 +59,13 @@ TEST_F(RecordLinesTest, SaysWhichLinesWereNotRecordedWhenTheFileCannotBeWritten)
 
 TEST_F(RecordLinesTest, NamesTheFirstLineThatIsNotRecordedWhenItEndsEarly)
 {
-    setting_t setting;
+    Setting setting;
     for (int line = 0; line < 3000; ++line)
     {
         setting.input += "{\"FaultCode\":1025,\"Description\":\"some text of some length\"}\n";
     }
     setting.longestFile = 250000;
-    outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
+    Outcome const outcome = runTool({"record", path, "--stdin"}, setting);
     auto const recorded = std::count(outcome.output.begin(), outcome.output.end(), '\n');
     EXPECT_GT(recorded, 0);
     EXPECT_THAT(outcome.errors,
@@ -105,7 +105,7 @@ TEST_F(RecordLinesTest, ASignalWhileTheFileIsLockedNamesTheLinesThatAreNotRecord
 
 TEST_F(RecordLinesTest, ReadsManyFromStandardInputAndSaysWhatWasRefused)
 {
-    setting_t setting;
+    Setting setting;
     setting.input = R"({"FaultCode":1025,"Description":"it's"}
 {"code":"sensor_timeout","module":"m","param":"p","inactive":true,"startup":4,"time":"2031-05-04T03:02:01Z"}
 
@@ -125,7 +125,7 @@ TEST_F(RecordLinesTest, ReadsManyFromStandardInputAndSaysWhatWasRefused)
 {"FaultCode":1,"FaultCode":2}
 {"FaultCode":1,"Time":"1960-01-01"}
 {"FaultCode":1025,"Description":null,"LoggerUpTime":null})";
-    outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
+    Outcome const outcome = runTool({"record", path, "--stdin"}, setting);
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.output, "1\n2\n3\n");
     EXPECT_EQ(outcome.errors,
@@ -187,10 +187,10 @@ TEST_F(RecordLinesTest, EachLineThatTheFileRefusesGetsItsOwnReason)
 {
     refuseModule("a", "not a");
     refuseModule("b", "not b");
-    setting_t setting;
+    Setting setting;
     setting.input = "{\"FaultCode\":1,\"module\":\"a\"}\n{\"FaultCode\":2}\n{\"FaultCode\":3,\"module\":\"b\"}\n"
                     "{\"FaultCode\":4}\n{\"FaultCode\":5,\"module\":\"a\"}\n";
-    outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
+    Outcome const outcome = runTool({"record", path, "--stdin"}, setting);
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.output, "1\n2\n");
     EXPECT_EQ(outcome.errors, "firaim: line 1: " + path + ": not a\nfiraim: line 3: " + path +
@@ -199,10 +199,10 @@ TEST_F(RecordLinesTest, EachLineThatTheFileRefusesGetsItsOwnReason)
 
 TEST_F(RecordLinesTest, ALineThatIsTooLongIsRefusedAndTheNextOneIsNot)
 {
-    setting_t setting;
+    Setting setting;
     setting.input = "{\"FaultCode\":1,\"Description\":\"" + std::string(17 << 20, 'x') + "\"}\n{\"FaultCode\":2}\n" +
                     std::string(40 << 20, 'y');
-    outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
+    Outcome const outcome = runTool({"record", path, "--stdin"}, setting);
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.output, "1\n");
     EXPECT_EQ(outcome.errors, "firaim: line 1: longer than 16 MiB\nfiraim: line 3: longer than 16 MiB\n");
@@ -215,7 +215,7 @@ TEST_F(RecordLinesTest, WhatOneFileExportsAnotherRecords)
     insertFault("Status,TimeStampUTC", "'ErrorInactive',0");
     std::string const other = dir.file("other.db");
     output({"create", other});
-    setting_t setting;
+    Setting setting;
     setting.input = output({"export", path, "--format", "jsonl"});
     EXPECT_EQ(output({"record", other, "--stdin"}, setting), "1\n2\n");
     EXPECT_EQ(output({"export", other, "--format", "csv"}), output({"export", path, "--format", "csv"}));
@@ -256,7 +256,7 @@ TEST_F(RecordLinesTest, ImportersLetEachOtherAndSingleRecordersIn)
 {
     constexpr int kImporters = 4;
     constexpr int kLines = 10000;
-    setting_t setting;
+    Setting setting;
     for (int line = 0; line < kLines; ++line)
     {
         setting.input += "{\"FaultCode\":1025}\n";
@@ -268,7 +268,7 @@ TEST_F(RecordLinesTest, ImportersLetEachOtherAndSingleRecordersIn)
             std::make_unique<ToolProcess>(std::vector<std::string>{"record", path, "--stdin"}, setting));
     }
     EXPECT_TRUE(importers.front()->readLine());
-    outcome_t const single = runTool({"record", path, "--code", "FC_CLOCK_JUMP"});
+    Outcome const single = runTool({"record", path, "--code", "FC_CLOCK_JUMP"});
     EXPECT_EQ(single.status, 0) << single.errors;
     for (auto const& importer : importers)
     {

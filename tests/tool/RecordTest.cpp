@@ -106,7 +106,7 @@ TEST_F(RecordTest, RefusesATimeThatWouldBeReadAsAnother)
     for (std::vector<std::string> arguments : times)
     {
         arguments.insert(arguments.begin(), {"record", path, "--code", "FC_BUS_OFF", "--time"});
-        outcome_t const outcome = runTool(arguments);
+        Outcome const outcome = runTool(arguments);
         EXPECT_EQ(outcome.status, 2) << arguments[5];
         EXPECT_THAT(outcome.errors, HasSubstr("this time cannot be stored")) << arguments[5];
     }
@@ -134,7 +134,7 @@ TEST_F(RecordTest, ColumnsInAnotherOrderAreRefused)
     RawDb(path).exec("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER PRIMARY KEY "
                      "AUTOINCREMENT NOT NULL, Version VARCHAR, Component VARCHAR); INSERT INTO FdbVersionTbl VALUES(1, "
                      "'1.0.0', 'FormatVersion')");
-    outcome_t const outcome = runTool({"record", path, "--code", "1"});
+    Outcome const outcome = runTool({"record", path, "--code", "1"});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("FdbVersionTbl has not the columns of the file format, in their order"));
 }
@@ -148,7 +148,7 @@ TEST_F(RecordTest, AcceptsNamesInAnyCaseAndWithoutPrefix)
 
 TEST_F(RecordTest, SuggestsCodesThatAreMeant)
 {
-    outcome_t const outcome = runTool({"record", path, "--code", "bus"});
+    Outcome const outcome = runTool({"record", path, "--code", "bus"});
     EXPECT_EQ(outcome.status, 2);
     EXPECT_THAT(outcome.errors, HasSubstr("unknown fault code 'bus'; did you mean FC_BUS_OFF, FC_BUS_NO_TRAFFIC"));
 }
@@ -157,7 +157,7 @@ TEST_F(RecordTest, AReadOnlyFileIsRefused)
 {
     ASSERT_EQ(chmod(path.c_str(), 0444), 0);
     WithoutRoot const user;
-    outcome_t const outcome = runTool({"record", path, "--code", "FC_BUS_OFF"});
+    Outcome const outcome = runTool({"record", path, "--code", "FC_BUS_OFF"});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("cannot be written"));
 }
@@ -176,7 +176,7 @@ TEST_F(RecordTest, SaysThatStatisticsShareACode)
 {
     output({"record", path, "--code", "FC_BUS_OFF"});
     RawDb(path).exec("INSERT INTO FdbFaultStatisticTbl(FaultCode) VALUES(1025)");
-    outcome_t const outcome = runTool({"record", path, "--code", "FC_BUS_OFF"});
+    Outcome const outcome = runTool({"record", path, "--code", "FC_BUS_OFF"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.output, "2\n");
     EXPECT_THAT(outcome.errors, HasSubstr("several statistics have the code 1025"));
@@ -189,7 +189,7 @@ TEST_F(RecordTest, SeveralProgramsAtOnceLoseNoCountAndNameTheirOwnFaults)
     std::vector<std::unique_ptr<ToolProcess>> programs;
     for (int program = 0; program < kPrograms; ++program)
     {
-        setting_t setting;
+        Setting setting;
         for (int fault = 0; fault < kFaults; ++fault)
         {
             setting.input += "{\"FaultCode\":1025,\"ModuleName\":\"" + std::to_string(program) + "\"}\n";

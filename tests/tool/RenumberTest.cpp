@@ -30,7 +30,7 @@ TEST_F(TriggerTest, ATriggerThatDoesNotEndIsEnded)
                                                             {"trim", path, "--keep", "1"}};
     for (std::vector<std::string> const& command : commands)
     {
-        outcome_t const outcome = runTool(command);
+        Outcome const outcome = runTool(command);
         EXPECT_EQ(outcome.status, 3) << command[0];
         EXPECT_EQ(outcome.errors,
                   "firaim: " + path +
@@ -53,7 +53,7 @@ TEST_F(TriggerTest, TriggersThatEndRun)
 
 TEST_F(RenumberTest, MovesFaultsAndStatistics)
 {
-    outcome_t const outcome = runTool({"renumber", path, "--from", "2", "--to", "4294967295"});
+    Outcome const outcome = runTool({"renumber", path, "--from", "2", "--to", "4294967295"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.output, "moved 2 faults and 2 statistics from start-up id 2 to 4294967295\n");
     EXPECT_EQ(value("SELECT group_concat(RdbStartupId) FROM FdbFaultTbl"), "1,4294967295,4294967295");
@@ -73,7 +73,7 @@ TEST_F(RenumberTest, MovesRowsWithQuotes)
 
 TEST_F(RenumberTest, AnswersNoWhenNothingHasTheId)
 {
-    outcome_t const outcome = runTool({"renumber", path, "--from", "9", "--to", "3"});
+    Outcome const outcome = runTool({"renumber", path, "--from", "9", "--to", "3"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.errors, HasSubstr("nothing has the start-up id 9"));
 }
@@ -94,9 +94,9 @@ TEST_F(RenumberTest, MovesAllOrNothingWhereTheStorageIsFull)
         "DELETE FROM FdbFaultTbl; WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < "
         "3000) INSERT INTO FdbFaultTbl SELECT NULL, '', 1, 'a', 'b', 'c', 1, '', 'ErrorActive', 'd', '', 1, "
         "1, '', 2, '' FROM n");
-    setting_t setting;
+    Setting setting;
     setting.longestFile = 60000; // The journal of some rows fits, that of all of them does not.
-    outcome_t const outcome = runTool({"renumber", path, "--from", "2", "--to", "3"}, setting);
+    Outcome const outcome = runTool({"renumber", path, "--from", "2", "--to", "3"}, setting);
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("nothing of it was stored"));
     EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl WHERE RdbStartupId = 2"), "3000");
@@ -112,7 +112,7 @@ TEST_F(RenumberTest, WaitsForAReaderOnceAndNotForEachRow)
         "'' FROM n");
     RawDb reader(path);
     reader.exec("BEGIN; SELECT count(*) FROM FdbFaultTbl");
-    outcome_t const outcome = runTool({"renumber", path, "--from", "2", "--to", "3"});
+    Outcome const outcome = runTool({"renumber", path, "--from", "2", "--to", "3"});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("database is locked"));
     reader.exec("ROLLBACK");

@@ -23,10 +23,10 @@ protected:
     static std::string shown(std::vector<std::string> const& arguments, int columns,
                              std::map<std::string, std::string> const& environment = {})
     {
-        setting_t setting;
+        Setting setting;
         setting.outputColumns = columns;
         setting.environment = environment;
-        outcome_t const outcome = runTool(arguments, setting);
+        Outcome const outcome = runTool(arguments, setting);
         EXPECT_EQ(outcome.status, 0) << outcome.errors;
         std::string text = outcome.output;
         text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
@@ -45,9 +45,9 @@ protected:
     }
 
     /// A setting in which progress would be shown, of faults that are many.
-    setting_t manyFaults()
+    Setting manyFaults()
     {
-        setting_t setting;
+        Setting setting;
         setting.errorColumns = 80;
         for (int fault = 0; fault < 3; ++fault)
         {
@@ -159,7 +159,7 @@ TEST_F(TerminalTest, NothingFromTheFileActsOnIt)
     }
     // The library's message about such a cell does not either.
     RawDb(path).exec("UPDATE FdbFaultTbl SET FaultCode = " + hostile);
-    setting_t setting;
+    Setting setting;
     setting.errorColumns = 80;
     std::string const errors = runTool({"list", path}, setting).errors;
     EXPECT_THAT(errors, HasSubstr("\\x1b]0;title\\x07\\u009b2J\\r"));
@@ -176,7 +176,7 @@ TEST_F(TerminalTest, WithoutUtf8OnlyAsciiIsSent)
                                                       {"export", path, "--format", "csv"},
                                                       {"watch", path, "--last", "1"}})
     {
-        setting_t setting;
+        Setting setting;
         setting.outputColumns = 200;
         setting.environment["LANG"] = "C";
         ToolProcess process(arguments, setting);
@@ -203,8 +203,8 @@ TEST_F(TerminalTest, JsonStaysJson)
 
 TEST_F(TerminalTest, ProgressIsShownOnStandardErrorAndTakenAway)
 {
-    setting_t const setting = manyFaults();
-    outcome_t const outcome = runTool({"record", path, "--stdin"}, setting);
+    Setting const setting = manyFaults();
+    Outcome const outcome = runTool({"record", path, "--stdin"}, setting);
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.output, "4\n5\n6\n");
     EXPECT_THAT(outcome.errors, HasSubstr("recording 1 line"));
@@ -213,14 +213,14 @@ TEST_F(TerminalTest, ProgressIsShownOnStandardErrorAndTakenAway)
 
 TEST_F(TerminalTest, ProgressIsNotShownWithNoColor)
 {
-    setting_t setting = manyFaults();
+    Setting setting = manyFaults();
     setting.environment["NO_COLOR"] = "1";
     EXPECT_EQ(runTool({"record", path, "--stdin"}, setting).errors, "");
 }
 
 TEST_F(TerminalTest, ExportAndBackupShowProgressWhenTheirResultGoesElsewhere)
 {
-    setting_t setting;
+    Setting setting;
     setting.errorColumns = 80;
     EXPECT_THAT(runTool({"export", path, "--format", "csv"}, setting).errors, HasSubstr("exporting ["));
     EXPECT_THAT(runTool({"summary", path}, setting).errors, HasSubstr("reading ["));

@@ -20,13 +20,13 @@
 namespace
 {
 
-struct pipe_t
+struct Pipe
 {
     int ours;
     int theirs;
 };
 
-pipe_t makeOutput(int columns)
+Pipe makeOutput(int columns)
 {
     if (columns == 0)
     {
@@ -79,12 +79,12 @@ void closeIfOpen(int& descriptor)
 
 } // namespace
 
-ToolProcess::ToolProcess(std::vector<std::string> arguments, setting_t const& setting, bool keepsInputOpen)
+ToolProcess::ToolProcess(std::vector<std::string> arguments, Setting const& setting, bool keepsInputOpen)
 {
     int input[2];
     EXPECT_EQ(pipe2(input, O_CLOEXEC), 0);
-    pipe_t const out = makeOutput(setting.outputColumns);
-    pipe_t const err = makeOutput(setting.errorColumns);
+    Pipe const out = makeOutput(setting.outputColumns);
+    Pipe const err = makeOutput(setting.errorColumns);
     arguments.insert(arguments.begin(), FIRAIM_TEST_TOOL);
     std::vector<char*> argv;
     for (std::string& argument : arguments)
@@ -234,16 +234,16 @@ int ToolProcess::wait()
     return *m_status;
 }
 
-outcome_t runTool(std::vector<std::string> const& arguments, setting_t const& setting)
+Outcome runTool(std::vector<std::string> const& arguments, Setting const& setting)
 {
     ToolProcess process(arguments, setting);
     int const status = process.finish();
     return {status, process.output, process.errors};
 }
 
-std::string ToolTest::output(std::vector<std::string> const& arguments, setting_t const& setting)
+std::string ToolTest::output(std::vector<std::string> const& arguments, Setting const& setting)
 {
-    outcome_t const outcome = runTool(arguments, setting);
+    Outcome const outcome = runTool(arguments, setting);
     EXPECT_EQ(outcome.status, 0) << arguments[0];
     EXPECT_EQ(outcome.errors, "") << arguments[0];
     return outcome.output;

@@ -10,7 +10,7 @@
 #include <sys/types.h>
 
 /// How the program is started.
-struct setting_t
+struct Setting
 {
     std::string input; ///< on standard input, which ends after it
     std::map<std::string, std::string> environment;
@@ -23,8 +23,7 @@ struct setting_t
 class ToolProcess
 {
 public:
-    explicit ToolProcess(std::vector<std::string> arguments, setting_t const& setting = {},
-                         bool keepsInputOpen = false);
+    explicit ToolProcess(std::vector<std::string> arguments, Setting const& setting = {}, bool keepsInputOpen = false);
     ~ToolProcess();
     ToolProcess(ToolProcess const&) = delete;
     ToolProcess& operator=(ToolProcess const&) = delete;
@@ -59,7 +58,7 @@ private:
     std::optional<int> m_status;
 };
 
-struct outcome_t
+struct Outcome
 {
     int status;
     std::string output;
@@ -67,14 +66,14 @@ struct outcome_t
 };
 
 /// Runs the program to its end.
-outcome_t runTool(std::vector<std::string> const& arguments, setting_t const& setting = {});
+Outcome runTool(std::vector<std::string> const& arguments, Setting const& setting = {});
 
 /// A folder with a name for a database in it, and the program.
 class ToolTest : public testing::Test
 {
 protected:
     /// Runs the program and expects it to succeed without a word on standard error; returns what it printed.
-    std::string output(std::vector<std::string> const& arguments, setting_t const& setting = {});
+    std::string output(std::vector<std::string> const& arguments, Setting const& setting = {});
     /// Creates the database.
     void create();
     /// Creates the database with three faults of two codes and their statistics, the same in every run.

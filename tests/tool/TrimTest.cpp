@@ -126,9 +126,9 @@ TEST_F(TrimTest, SaysWhatWasRemovedWhenOnlyTheVacuumFails)
 {
     RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20000) INSERT INTO "
                      "FdbFaultTbl(Description) SELECT hex(zeroblob(200)) FROM n");
-    setting_t setting;
+    Setting setting;
     setting.longestFile = static_cast<unsigned long>(std::filesystem::file_size(path)); // A vacuum's journal is larger.
-    outcome_t const outcome = runTool({"trim", path, "--keep", "20001", "--vacuum"}, setting);
+    Outcome const outcome = runTool({"trim", path, "--keep", "20001", "--vacuum"}, setting);
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("this was done all the same: removed 2 faults\n"));
     EXPECT_EQ(faults().substr(0, 4), "3,4,");
