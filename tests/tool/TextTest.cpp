@@ -101,7 +101,7 @@ TEST(Stamps, TellTheirUnitByTheirSize)
     EXPECT_EQ(stampText(18446744073709551615U, {timeUnit_t::SECONDS, false}), "18446744073709551615");
 }
 
-TEST(Visible, ShowsWhatWouldAct)
+TEST(Escape, ShowsWhatWouldAct)
 {
     std::pair<std::string, std::string> const texts[] = {
         {"", ""},
@@ -119,7 +119,7 @@ TEST(Visible, ShowsWhatWouldAct)
     };
     for (auto const& [text, shown] : texts)
     {
-        EXPECT_EQ(visible(text), shown);
+        EXPECT_EQ(escape(text), shown);
     }
 }
 

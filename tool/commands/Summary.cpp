@@ -202,7 +202,7 @@ void print(FaultFile& file, Options const& options, Output& output)
     auto const line = [&](std::string const& name, std::string const& value)
     {
         constexpr std::size_t kNameWidth = 16;
-        std::string const text = visible(value, terminal.isAsciiOnly());
+        std::string const text = escape(value, terminal.isAsciiOnly());
         auto const room = static_cast<std::size_t>(terminal.width) - kNameWidth;
         output.writeLine(styled(name, Style::STRONG, terminal) + std::string(kNameWidth - name.size(), ' ') +
                          (terminal.isThere ? shortened(text, room, ellipsisFor(terminal)) : text));

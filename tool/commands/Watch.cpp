@@ -186,7 +186,7 @@ void Follower::say(FaultStatistic const& statistic)
 
 std::string Follower::shown(std::string const& text) const
 {
-    return visible(text, m_output.terminal().isAsciiOnly());
+    return escape(text, m_output.terminal().isAsciiOnly());
 }
 
 void Follower::sayLine(std::string const& text, faultStatus_t status, std::string const& rest)

@@ -57,7 +57,7 @@ bool needsCsvQuotes(std::string_view value)
 
 bool isPlainText(std::string_view value)
 {
-    return visible(value).size() == value.size();
+    return escape(value).size() == value.size();
 }
 
 } // namespace

@@ -42,7 +42,7 @@ void Findings::add(FindingKind const& kind, std::string const& what)
     }
     else if (tally.count <= kMostOfAKind)
     {
-        m_output.writeLine(std::string(kind.name) + ": " + visible(what, m_output.terminal().isAsciiOnly()));
+        m_output.writeLine(std::string(kind.name) + ": " + escape(what, m_output.terminal().isAsciiOnly()));
     }
 }
 
@@ -66,7 +66,7 @@ void Findings::end(std::string const& path)
     {
         m_output.writeLine("what to do (" + std::string(tally.kind->name) + "): " + tally.kind->advice);
     }
-    m_output.writeLine(visible(path, m_output.terminal().isAsciiOnly()) + ": " +
+    m_output.writeLine(escape(path, m_output.terminal().isAsciiOnly()) + ": " +
                        (m_problems == 0 ? "nothing is wrong" : counted(m_problems, "finding")));
 }
 

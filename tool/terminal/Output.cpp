@@ -82,7 +82,7 @@ void LogBuffer::passOnLines()
     {
         if (!interrupt::isPending())
         {
-            writeErrorLine(visible(std::string_view(m_pending).substr(0, end)));
+            writeErrorLine(escape(std::string_view(m_pending).substr(0, end)));
         }
         m_pending.erase(0, end + 1);
     }
@@ -174,7 +174,7 @@ void reportDone(std::string const& text, Output& output)
 
 void complain(std::string_view text)
 {
-    writeErrorLine("firaim: " + visible(text));
+    writeErrorLine("firaim: " + escape(text));
 }
 
 } // namespace tool

@@ -115,7 +115,7 @@ std::string replaceUnseen(std::string_view text, bool isAsciiOnly, ReplaceCharac
 
 } // namespace
 
-std::string visible(std::string_view text, bool isAsciiOnly)
+std::string escape(std::string_view text, bool isAsciiOnly)
 {
     return replaceUnseen(
         text, isAsciiOnly, [](unsigned int codePoint) { return escapeOf(codePoint); },
@@ -124,7 +124,7 @@ std::string visible(std::string_view text, bool isAsciiOnly)
         });
 }
 
-std::string visibleJson(std::string_view json)
+std::string escapeJson(std::string_view json)
 {
     return replaceUnseen(
         json, false,

@@ -67,7 +67,7 @@ void TextTable::add(Row row)
 {
     for (Cell& cell : row)
     {
-        cell.text = visible(cell.text, m_output.terminal().isAsciiOnly());
+        cell.text = escape(cell.text, m_output.terminal().isAsciiOnly());
     }
     if (!m_widths.empty())
     {
