@@ -202,7 +202,7 @@ TEST_F(ReadOnlyTest, AndRecoveringLeaveTheLocksOfTheirProcessAlone)
     RawDb raw(path);
     raw.exec("BEGIN IMMEDIATE");
     tool::recoverFile(path);
-    tool::openForLooking(path);
+    tool::openForReading(path);
     EXPECT_FALSE(succeedsElsewhere(path, "DELETE FROM FdbFaultTbl")) << "the file is locked";
     raw.exec("COMMIT");
     EXPECT_TRUE(succeedsElsewhere(path, "DELETE FROM FdbFaultTbl"));

@@ -211,7 +211,7 @@ void requireFreeName(Options const& options)
 int backup(Options const& options, Output&)
 {
     static_cast<void>(FaultFile(options.path)); // Makes sure that it is a fault database.
-    sqlite::Connection const file = openForLooking(options.path);
+    sqlite::Connection const file = openForReading(options.path);
     requireFreeName(options);
     struct stat status = {};
     static_cast<void>(stat(options.path.c_str(), &status)); // It was opened a moment ago.

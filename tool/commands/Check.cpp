@@ -62,7 +62,7 @@ class Checker
 {
 public:
     Checker(Options const& options, Output& output)
-        : m_path(options.path), m_output(output), m_connection(openForLooking(options.path)),
+        : m_path(options.path), m_output(output), m_connection(openForReading(options.path)),
           m_findings(output, options.isJson)
     {
     }

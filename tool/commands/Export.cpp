@@ -162,7 +162,7 @@ public:
 private:
     void writeSequences()
     {
-        sqlite::Connection const connection = openForLooking(m_path);
+        sqlite::Connection const connection = openForReading(m_path);
         sqlite::Statement sequence =
             connection.prepare("SELECT name, seq FROM sqlite_sequence WHERE typeof(seq) = 'integer' ORDER BY rowid");
         while (sequence.step())

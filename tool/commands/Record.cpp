@@ -80,7 +80,7 @@ firaim::FaultEvent eventOf(Options const& options, FaultCompleter& completer)
 }
 
 /// Prints the keys of the faults that were recorded.
-void name(std::vector<unsigned long long> const& keys, Output& output)
+void printKeys(std::vector<unsigned long long> const& keys, Output& output)
 {
     std::string lines;
     for (unsigned long long const key : keys)
@@ -113,7 +113,7 @@ int recordOne(Options const& options, Output& output)
     {
         throwFailure(receipt.result, recorder.lastProblem());
     }
-    name({receipt.key}, output);
+    printKeys({receipt.key}, output);
     return STATUS_DONE;
 }
 
@@ -170,7 +170,7 @@ int clear(Options const& options, Output& output)
         throw Problem(STATUS_NO, inactiveText(options));
     }
     completer.warnOfSharedCode(event.code);
-    name(keys, output);
+    printKeys(keys, output);
     return STATUS_DONE;
 }
 

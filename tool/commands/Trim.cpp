@@ -220,10 +220,10 @@ private:
     Keys m_keys; ///< of those that tell what is active
 };
 
-Amounts lookOnly(Options const& options)
+Amounts dryRun(Options const& options)
 {
     static_cast<void>(FaultFile(options.path)); // Makes sure that it is a fault database.
-    sqlite::Connection const connection = openForLooking(options.path);
+    sqlite::Connection const connection = openForReading(options.path);
     return usingSqlite(options.path,
                        [&]
                        {
@@ -297,7 +297,7 @@ int trim(Options const& options, Output& output)
     }
     if (options.isDryRun)
     {
-        output.writeLine(reportOf(options, lookOnly(options)));
+        output.writeLine(reportOf(options, dryRun(options)));
         return STATUS_DONE;
     }
     std::string const report = reportOf(options, remove(options));

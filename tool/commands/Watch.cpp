@@ -26,7 +26,7 @@ namespace
 
 using std::chrono::milliseconds;
 
-/// Rows that are said before statistics get their turn.
+/// Rows that are printed before statistics get their turn.
 constexpr int kMostFaultsInARow = 1000;
 /// One wait of many: for somebody whom the file keeps waiting there is nothing to do in between.
 constexpr milliseconds kLongestWait = std::chrono::hours(1);
@@ -62,32 +62,32 @@ firaim::FollowPosition beginOf(Options const& options, FaultFile& file)
     return found > options.last ? position : firaim::FollowPosition();
 }
 
-/// Says what is new.
+/// Prints new faults and statistics as they come.
 class Follower
 {
 public:
     Follower(Options const& options, Output& output) : Follower(options, output, FaultFile(options.path)) {}
 
-    /// Says what is new now.
-    void look();
-    /// Waits until there may be something new.
+    /// Prints those that have come by now.
+    void poll();
+    /// Waits until there may be more.
     void wait() { static_cast<void>(m_follower.wait(kLongestWait)); }
 
 private:
     Follower(Options const& options, Output& output, FaultFile&& file);
 
-    bool lookAtFaults();
-    void lookAtStatistics();
+    bool printFaults();
+    void printStatistics();
     void giveReason(int result);
-    void say(Fault const& fault);
-    void say(FaultStatistic const& statistic);
+    void print(Fault const& fault);
+    void print(FaultStatistic const& statistic);
     std::string shown(std::string const& text) const;
-    void sayLine(std::string const& text, faultStatus_t status, std::string const& rest);
+    void printLine(std::string const& text, faultStatus_t status, std::string const& rest);
 
     Options const& m_options;
     Output& m_output;
     firaim::FaultFollower m_follower;
-    bool m_isGone = false; ///< there is no file of that name, as was said
+    bool m_isGone = false; ///< there is no file of that name, which was reported
 };
 
 Follower::Follower(Options const& options, Output& output, FaultFile&& file)
@@ -95,7 +95,7 @@ Follower::Follower(Options const& options, Output& output, FaultFile&& file)
 {
 }
 
-void Follower::look()
+void Follower::poll()
 {
     if (m_isGone && isThere(m_options.path))
     {
@@ -105,22 +105,22 @@ void Follower::look()
     bool isMore = true;
     while (isMore)
     {
-        isMore = lookAtFaults();
-        lookAtStatistics();
+        isMore = printFaults();
+        printStatistics();
         m_output.flush();
     }
 }
 
-/// Says some of the new faults; returns whether there may be more.
-bool Follower::lookAtFaults()
+/// Prints some of the new faults; returns whether there may be more.
+bool Follower::printFaults()
 {
     Fault fault;
-    for (int said = 0; said < kMostFaultsInARow; ++said)
+    for (int printed = 0; printed < kMostFaultsInARow; ++printed)
     {
         int const result = m_follower.next(fault, milliseconds(0));
         if (result == firaim::HISTORY_OK)
         {
-            say(fault);
+            print(fault);
             m_output.flushIfMuch();
             continue;
         }
@@ -134,12 +134,12 @@ bool Follower::lookAtFaults()
     return true;
 }
 
-void Follower::lookAtStatistics()
+void Follower::printStatistics()
 {
     FaultStatistic statistic;
     while (m_follower.nextStatistic(statistic) == firaim::HISTORY_OK)
     {
-        say(statistic);
+        print(statistic);
     }
 }
 
@@ -151,7 +151,7 @@ void Follower::giveReason(int result)
     complain(m_follower.lastProblem());
 }
 
-void Follower::say(Fault const& fault)
+void Follower::print(Fault const& fault)
 {
     if (m_options.isJson)
     {
@@ -165,12 +165,12 @@ void Follower::say(Fault const& fault)
     {
         rest += text->empty() ? "" : "  " + shown(*text);
     }
-    sayLine(stampText(fault.TimeStampUTC, m_options.style) + "  fault " + std::to_string(fault.EntryId) + "  " +
-                shown(codeText(fault.FaultCode, fault.FaultCodeName)) + "  ",
-            fault.Status, rest);
+    printLine(stampText(fault.TimeStampUTC, m_options.style) + "  fault " + std::to_string(fault.EntryId) + "  " +
+                  shown(codeText(fault.FaultCode, fault.FaultCodeName)) + "  ",
+              fault.Status, rest);
 }
 
-void Follower::say(FaultStatistic const& statistic)
+void Follower::print(FaultStatistic const& statistic)
 {
     if (m_options.isJson)
     {
@@ -179,9 +179,9 @@ void Follower::say(FaultStatistic const& statistic)
         m_output.writeLine(jsonText(event, m_output.terminal()));
         return;
     }
-    sayLine(stampText(statistic.TimeLastOccurredUTC, m_options.style) + "  statistic  " +
-                shown(codeText(statistic.FaultCode, statistic.FaultCodeName)) + "  ",
-            statistic.FaultActive, "  count " + std::to_string(statistic.OccurenceCnt));
+    printLine(stampText(statistic.TimeLastOccurredUTC, m_options.style) + "  statistic  " +
+                  shown(codeText(statistic.FaultCode, statistic.FaultCodeName)) + "  ",
+              statistic.FaultActive, "  count " + std::to_string(statistic.OccurenceCnt));
 }
 
 std::string Follower::shown(std::string const& text) const
@@ -189,7 +189,7 @@ std::string Follower::shown(std::string const& text) const
     return escape(text, m_output.terminal().isAsciiOnly());
 }
 
-void Follower::sayLine(std::string const& text, faultStatus_t status, std::string const& rest)
+void Follower::printLine(std::string const& text, faultStatus_t status, std::string const& rest)
 {
     bool const isActive = status == FAULT_ACTIVE;
     std::string const word = isActive ? "active" : "inactive";
@@ -212,7 +212,7 @@ int watch(Options const& options, Output& output)
         Follower follower(options, output);
         while (true)
         {
-            follower.look();
+            follower.poll();
             follower.wait();
             interrupt::check();
         }

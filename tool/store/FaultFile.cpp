@@ -140,9 +140,9 @@ void changeInTransaction(sqlite::Connection const& connection, FileAction const&
                   std::string(problem.what()) + "; and whether it is on the storage is not known: " + reason);
 }
 
-/// After a commit that failed with `problem`: what the file says decides, once that is known to be on the storage.
+/// After a commit that failed with `problem`: the file decides, once its content is known to be on the storage.
 /// Returns when it is stored; otherwise throws a Problem.
-void settle(std::string const& path, Problem const& problem, FileAction const& isStored)
+void requireStored(std::string const& path, Problem const& problem, FileAction const& isStored)
 {
     bool isFound = false;
     try
@@ -215,7 +215,7 @@ bool FaultFile::isFound(int result) const
     return result == firaim::HISTORY_OK;
 }
 
-sqlite::Connection openForLooking(std::string const& path)
+sqlite::Connection openForReading(std::string const& path)
 {
     try
     {
@@ -267,7 +267,7 @@ void changeFile(std::string const& path, FileAction const& change, FileAction co
         {
             throw Problem(problem.status(), problem.what() + std::string(kNothingStored));
         }
-        settle(path, problem, commit.isVisible ? isStored : tellNothing);
+        requireStored(path, problem, commit.isVisible ? isStored : tellNothing);
     }
 }
 

@@ -38,8 +38,8 @@ private:
     std::optional<std::string> m_formatVersion;
 };
 
-/// Opens a file for looking at it without asking what it holds, apart from its being an SQLite database.
-sqlite::Connection openForLooking(std::string const& path);
+/// Opens a file for reading. It need not be a fault database, but must be an SQLite database.
+sqlite::Connection openForReading(std::string const& path);
 
 /// Opens the fault database at `path`, of the one format version that the library writes, for changing it so that a
 /// finished transaction lasts. Throws a Problem that says what is wrong with it. What a writer left half done in it is

@@ -136,46 +136,46 @@ void LineRecorder::recordBatch()
         static_cast<void>(m_recorder.recordAll(m_events, receipts));
         auto const atWork = SteadyClock::now() - begin;
         m_progress.clear();
-        settle(receipts);
+        reportBatch(receipts);
         letOthersIn(atWork);
     }
 }
 
 /// Names what was recorded and what was refused; what could only not be recorded yet stays in the batch. Throws a
 /// Problem when it never will be.
-void LineRecorder::settle(std::vector<firaim::Receipt> const& receipts)
+void LineRecorder::reportBatch(std::vector<firaim::Receipt> const& receipts)
 {
     std::string const problem = m_recorder.lastProblem(); // The problem of the last line that failed.
     // A failure that concerns the file concerns all lines from one on; those in between are refused by themselves.
-    std::size_t settled = receipts.size();
-    while (settled > 0 && receipts[settled - 1].result != firaim::HISTORY_OK &&
-           receipts[settled - 1].result != firaim::HISTORY_REFUSED)
+    std::size_t decided = receipts.size();
+    while (decided > 0 && receipts[decided - 1].result != firaim::HISTORY_OK &&
+           receipts[decided - 1].result != firaim::HISTORY_REFUSED)
     {
-        --settled;
+        --decided;
     }
-    std::vector<firaim::Receipt> done(receipts.begin(), receipts.begin() + static_cast<std::ptrdiff_t>(settled));
-    auto const eventsEnd = m_events.begin() + static_cast<std::ptrdiff_t>(settled);
+    std::vector<firaim::Receipt> done(receipts.begin(), receipts.begin() + static_cast<std::ptrdiff_t>(decided));
+    auto const eventsEnd = m_events.begin() + static_cast<std::ptrdiff_t>(decided);
     std::vector<firaim::FaultEvent> const events(std::make_move_iterator(m_events.begin()),
                                                  std::make_move_iterator(eventsEnd));
     m_events.erase(m_events.begin(), eventsEnd);
-    auto const linesEnd = m_lines.begin() + static_cast<std::ptrdiff_t>(settled);
+    auto const linesEnd = m_lines.begin() + static_cast<std::ptrdiff_t>(decided);
     std::vector<unsigned long long> const lines(m_lines.begin(), linesEnd);
     m_lines.erase(m_lines.begin(), linesEnd);
-    for (std::size_t i = 0; i < settled; ++i)
+    for (std::size_t i = 0; i < decided; ++i)
     {
         if (done[i].result != firaim::HISTORY_OK)
         {
             done[i] = recordAlone(lines[i], events[i]);
         }
     }
-    int const result = settled < receipts.size() ? receipts[settled].result : static_cast<int>(firaim::HISTORY_OK);
+    int const result = decided < receipts.size() ? receipts[decided].result : static_cast<int>(firaim::HISTORY_OK);
     if (result == firaim::HISTORY_UNKNOWN)
     {
         complain(textOf(m_lines.front(), m_lines.back()) + ": recorded or not, which cannot be seen now");
         m_events.clear();
         m_lines.clear();
     }
-    name(done);
+    printKeys(done);
     if (result < 0 && result != firaim::HISTORY_BUSY)
     {
         throwFailure(result, problem);
@@ -202,7 +202,7 @@ firaim::Receipt LineRecorder::recordAlone(unsigned long long line, firaim::Fault
 }
 
 /// Prints the keys of what was recorded.
-void LineRecorder::name(std::vector<firaim::Receipt> const& receipts)
+void LineRecorder::printKeys(std::vector<firaim::Receipt> const& receipts)
 {
     unsigned long long last = 0;
     for (firaim::Receipt const& receipt : receipts)

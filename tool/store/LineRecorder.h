@@ -36,9 +36,9 @@ private:
     bool readLine();
     void take(std::string const& line);
     void recordBatch();
-    void settle(std::vector<firaim::Receipt> const& receipts);
+    void reportBatch(std::vector<firaim::Receipt> const& receipts);
     firaim::Receipt recordAlone(unsigned long long line, firaim::FaultEvent const& event);
-    void name(std::vector<firaim::Receipt> const& receipts);
+    void printKeys(std::vector<firaim::Receipt> const& receipts);
     void refuse(unsigned long long line, std::string const& reason);
     void letOthersIn(std::chrono::steady_clock::duration atWork);
     void showProgress();

@@ -81,16 +81,16 @@ void TextTable::add(Row row)
     m_held.push_back(std::move(row));
     if (m_held.size() == kRowsThatTellWidths || m_heldBytes > kBytesThatTellWidths)
     {
-        settle();
+        flush();
     }
 }
 
 void TextTable::end()
 {
-    settle();
+    flush();
 }
 
-void TextTable::settle()
+void TextTable::flush()
 {
     if (!m_widths.empty())
     {

@@ -57,10 +57,10 @@ public:
     void add(Row row);
     /// Writes what is held back. No row can be added afterwards.
     void end();
-    /// Writes what is held back, for somebody who waits for it. The columns stay as wide as they are then.
-    void settle();
 
 private:
+    /// Writes the rows that are held back. The columns stay as wide as they are then.
+    void flush();
     void fitToTerminal();
     void dropColumns();
     std::size_t neededWidth(bool isShortest) const;
