@@ -3,6 +3,7 @@
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
 #include <tool/formats/Json.h>
+#include <tool/formats/StatusCell.h>
 #include <tool/store/FaultFile.h>
 #include <tool/store/FaultFilter.h>
 #include <tool/terminal/TextTable.h>
@@ -49,15 +50,9 @@ public:
             m_array->add(jsonRow(row, faultSchema(), m_options.style));
             return;
         }
-        bool const isActive = fault.Status == FAULT_ACTIVE;
-        m_table.add({std::to_string(fault.EntryId),
-                     stampText(fault.TimeStampUTC, m_options.style),
-                     codeText(fault.FaultCode, fault.FaultCodeName),
-                     {isActive ? "active" : "inactive", isActive ? Style::ALARM : Style::FAINT},
-                     fault.ModuleName,
-                     fault.Parameter,
-                     std::to_string(fault.RdbStartupId),
-                     fault.Description});
+        m_table.add({std::to_string(fault.EntryId), stampText(fault.TimeStampUTC, m_options.style),
+                     codeText(fault.FaultCode, fault.FaultCodeName), statusCell(fault.Status), fault.ModuleName,
+                     fault.Parameter, std::to_string(fault.RdbStartupId), fault.Description});
     }
 
     void end()

@@ -3,6 +3,7 @@
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
 #include <tool/formats/Json.h>
+#include <tool/formats/StatusCell.h>
 #include <tool/store/FaultFile.h>
 #include <tool/terminal/TextTable.h>
 #include <tool/values/Codes.h>
@@ -40,13 +41,12 @@ firaim::FaultQuery queryOf(long long key)
 
 void print(Fault const& fault, Options const& options, Output& output)
 {
-    bool const isActive = fault.Status == FAULT_ACTIVE;
     auto const number = [](unsigned long long value) { return std::to_string(value); };
     TextTable table(output, {{"FIELD"}, {"VALUE"}}, true);
     table.add({"EntryId", number(fault.EntryId)});
     table.add({"FaultCode", number(fault.FaultCode)});
     table.add({"FaultCodeName", codeText(fault.FaultCode, fault.FaultCodeName)});
-    table.add({"Status", {isActive ? "ErrorActive" : "ErrorInactive", isActive ? Style::ALARM : Style::FAINT}});
+    table.add({"Status", storedStatusCell(fault.Status)});
     table.add({"Time", stampText(fault.TimeStampUTC, options.style)});
     table.add({"TimeStampUTC", number(fault.TimeStampUTC)});
     table.add({"TimeZone", fault.TimeZone});

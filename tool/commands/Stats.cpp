@@ -4,6 +4,7 @@
 #include <tool/commands/Commands.h>
 #include <tool/formats/Json.h>
 #include <tool/formats/Statistics.h>
+#include <tool/formats/StatusCell.h>
 #include <tool/store/FaultFile.h>
 #include <tool/terminal/TextTable.h>
 #include <tool/values/Codes.h>
@@ -79,9 +80,8 @@ void print(std::vector<StatisticRow> const& rows, Options const& options, Output
     for (StatisticRow const& row : rows)
     {
         FaultStatistic const& statistic = row.statistic;
-        bool const isActive = statistic.FaultActive == FAULT_ACTIVE;
         TextTable::Row cells = {codeText(statistic.FaultCode, statistic.FaultCodeName),
-                                {isActive ? "active" : "inactive", isActive ? Style::ALARM : Style::FAINT},
+                                statusCell(statistic.FaultActive),
                                 std::to_string(statistic.OccurenceCnt),
                                 std::to_string(statistic.FaultActiveCycleCnt),
                                 stampText(statistic.TimeFirstOccurredUTC, options.style),

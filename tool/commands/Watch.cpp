@@ -4,6 +4,7 @@
 #include <tool/commands/Commands.h>
 #include <tool/formats/Json.h>
 #include <tool/formats/Statistics.h>
+#include <tool/formats/StatusCell.h>
 #include <tool/process/Interrupt.h>
 #include <tool/store/FaultFile.h>
 #include <tool/terminal/SafeText.h>
@@ -191,17 +192,16 @@ std::string Follower::shown(std::string const& text) const
 
 void Follower::printLine(std::string const& text, faultStatus_t status, std::string const& rest)
 {
-    bool const isActive = status == FAULT_ACTIVE;
-    std::string const word = isActive ? "active" : "inactive";
+    TextTable::Cell const word = statusCell(status);
     Terminal const& terminal = m_output.terminal();
     auto const width = static_cast<std::size_t>(terminal.width);
-    std::size_t const used = displayWidth(text) + word.size();
+    std::size_t const used = displayWidth(text) + displayWidth(word.text);
     if (terminal.isThere && used + 2 > width)
     {
-        m_output.writeLine(shortened(text + word, width, ellipsisFor(terminal)));
+        m_output.writeLine(shortened(text + word.text, width, ellipsisFor(terminal)));
         return;
     }
-    m_output.writeLine(text + styled(word, isActive ? Style::ALARM : Style::FAINT, terminal) +
+    m_output.writeLine(text + styled(word.text, word.style, terminal) +
                        (terminal.isThere ? shortened(rest, width - used, ellipsisFor(terminal)) : rest));
 }
 
