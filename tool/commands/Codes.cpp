@@ -2,8 +2,7 @@
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
-#include <tool/formats/Json.h>
-#include <tool/terminal/TextTable.h>
+#include <tool/formats/Listing.h>
 #include <tool/values/Codes.h>
 
 #include <cstdio>
@@ -28,23 +27,18 @@ std::string hexadecimal(unsigned int number)
 
 int listCodes(Options const& options, Output& output)
 {
-    if (options.isJson)
-    {
-        JsonArray array(output);
-        for (Code const& code : knownCodes())
-        {
-            array.add({{"FaultCode", code.number}, {"FaultCodeName", code.name}});
-        }
-        array.end();
-        output.writeLine("");
-        return STATUS_DONE;
-    }
-    TextTable table(output, {{"CODE", true}, {"HEX", true}, {"NAME"}});
+    Listing listing(output, options.isJson, {{"CODE", true}, {"HEX", true}, {"NAME"}});
     for (Code const& code : knownCodes())
     {
-        table.add({std::to_string(code.number), hexadecimal(code.number), code.name});
+        listing.add(
+            [&] {
+                return TextTable::Row{std::to_string(code.number), hexadecimal(code.number), code.name};
+            },
+            [&] {
+                return Json{{"FaultCode", code.number}, {"FaultCodeName", code.name}};
+            });
     }
-    table.end();
+    listing.end();
     return STATUS_DONE;
 }
 

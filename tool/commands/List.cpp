@@ -3,10 +3,10 @@
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
 #include <tool/formats/Json.h>
+#include <tool/formats/Listing.h>
 #include <tool/formats/StatusCell.h>
 #include <tool/store/FaultFile.h>
 #include <tool/store/FaultFilter.h>
-#include <tool/terminal/TextTable.h>
 #include <tool/values/Codes.h>
 
 namespace tool
@@ -24,56 +24,17 @@ struct Options
     bool isJson = false;
 };
 
-class Lister
+TextTable::Row cellsOf(Fault const& fault, TimeStyle const& style)
 {
-public:
-    Lister(Options const& options, Output& output)
-        : m_options(options), m_output(output), m_table(output, {{"ID", true},
-                                                                 {"TIME"},
-                                                                 {"FAULT"},
-                                                                 {"STATUS"},
-                                                                 {"MODULE", false, true, 3},
-                                                                 {"PARAMETER", false, true, 2},
-                                                                 {"STARTUP", true, false, 1},
-                                                                 {"DESCRIPTION", false, true, 4}})
-    {
-        if (options.isJson)
-        {
-            m_array.emplace(output);
-        }
-    }
-
-    void add(firaim::RowCursor const& row, Fault const& fault)
-    {
-        if (m_array)
-        {
-            m_array->add(jsonRow(row, faultSchema(), m_options.style));
-            return;
-        }
-        m_table.add({std::to_string(fault.EntryId), stampText(fault.TimeStampUTC, m_options.style),
-                     codeText(fault.FaultCode, fault.FaultCodeName), statusCell(fault.Status), fault.ModuleName,
-                     fault.Parameter, std::to_string(fault.RdbStartupId), fault.Description});
-    }
-
-    void end()
-    {
-        if (m_array)
-        {
-            m_array->end();
-            m_output.writeLine("");
-        }
-        else
-        {
-            m_table.end();
-        }
-    }
-
-private:
-    Options const& m_options;
-    Output& m_output;
-    TextTable m_table;
-    std::optional<JsonArray> m_array;
-};
+    return {std::to_string(fault.EntryId),
+            stampText(fault.TimeStampUTC, style),
+            codeText(fault.FaultCode, fault.FaultCodeName),
+            statusCell(fault.Status),
+            fault.ModuleName,
+            fault.Parameter,
+            std::to_string(fault.RdbStartupId),
+            fault.Description};
+}
 
 int list(Options const& options, Output& output)
 {
@@ -82,16 +43,25 @@ int list(Options const& options, Output& output)
     firaim::FaultQuery query = filter.query();
     query.limit = options.last;
     firaim::FaultCursor cursor = file.reader().faults(query);
-    Lister lister(options, output);
+    Listing listing(output, options.isJson,
+                    {{"ID", true},
+                     {"TIME"},
+                     {"FAULT"},
+                     {"STATUS"},
+                     {"MODULE", false, true, 3},
+                     {"PARAMETER", false, true, 2},
+                     {"STARTUP", true, false, 1},
+                     {"DESCRIPTION", false, true, 4}});
     Fault fault;
     bool isAnyListed = false;
     while (file.isFound(cursor.next(fault)))
     {
-        lister.add(cursor.row(), fault);
+        listing.add([&] { return cellsOf(fault, options.style); },
+                    [&] { return jsonRow(cursor.row(), faultSchema(), options.style); });
         isAnyListed = true;
         output.flushIfMuch();
     }
-    lister.end();
+    listing.end();
     if (!isAnyListed && options.last != 0)
     {
         filter.reportUnanswered();

@@ -2,11 +2,10 @@
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
-#include <tool/formats/Json.h>
+#include <tool/formats/Listing.h>
 #include <tool/formats/Statistics.h>
 #include <tool/formats/StatusCell.h>
 #include <tool/store/FaultFile.h>
-#include <tool/terminal/TextTable.h>
 #include <tool/values/Codes.h>
 
 #include <algorithm>
@@ -55,13 +54,8 @@ bool comesBefore(FaultStatistic const& a, FaultStatistic const& b, std::string c
     return a.FaultCode < b.FaultCode;
 }
 
-void print(std::vector<StatisticRow> const& rows, Options const& options, Output& output)
+std::vector<TextTable::Heading> headings(bool hasBars)
 {
-    unsigned short most = 0;
-    for (StatisticRow const& row : rows)
-    {
-        most = std::max(most, row.statistic.OccurenceCnt);
-    }
     std::vector<TextTable::Heading> headings = {{"FAULT", false, true},
                                                 {"STATUS"},
                                                 {"COUNT", true},
@@ -70,31 +64,50 @@ void print(std::vector<StatisticRow> const& rows, Options const& options, Output
                                                 {"LAST", false, false, 5},
                                                 {"ENTRY", true, false, 4},
                                                 {"STARTUP", true, false, 1}};
-    bool const hasBars = output.terminal().isDecorated;
     if (hasBars)
     {
         headings.push_back({"", false, true});
     }
-    std::size_t const barWidth = std::min(kBarWidth, static_cast<std::size_t>(output.terminal().width) / 8);
-    TextTable table(output, headings);
+    return headings;
+}
+
+TextTable::Row cellsOf(FaultStatistic const& statistic, TimeStyle const& style)
+{
+    return {codeText(statistic.FaultCode, statistic.FaultCodeName),
+            statusCell(statistic.FaultActive),
+            std::to_string(statistic.OccurenceCnt),
+            std::to_string(statistic.FaultActiveCycleCnt),
+            stampText(statistic.TimeFirstOccurredUTC, style),
+            stampText(statistic.TimeLastOccurredUTC, style),
+            std::to_string(statistic.FaultEntryId),
+            std::to_string(statistic.RdbStartupId)};
+}
+
+void print(std::vector<StatisticRow> const& rows, Options const& options, Output& output)
+{
+    unsigned short most = 0;
     for (StatisticRow const& row : rows)
     {
-        FaultStatistic const& statistic = row.statistic;
-        TextTable::Row cells = {codeText(statistic.FaultCode, statistic.FaultCodeName),
-                                statusCell(statistic.FaultActive),
-                                std::to_string(statistic.OccurenceCnt),
-                                std::to_string(statistic.FaultActiveCycleCnt),
-                                stampText(statistic.TimeFirstOccurredUTC, options.style),
-                                stampText(statistic.TimeLastOccurredUTC, options.style),
-                                std::to_string(statistic.FaultEntryId),
-                                std::to_string(statistic.RdbStartupId)};
-        if (hasBars)
-        {
-            cells.emplace_back(barText(statistic.OccurenceCnt, most, barWidth, output.terminal()));
-        }
-        table.add(std::move(cells));
+        most = std::max(most, row.statistic.OccurenceCnt);
     }
-    table.end();
+    Terminal const& terminal = output.terminal();
+    bool const hasBars = terminal.isDecorated;
+    std::size_t const barWidth = std::min(kBarWidth, static_cast<std::size_t>(terminal.width) / 8);
+    Listing listing(output, options.isJson, headings(hasBars));
+    for (StatisticRow const& row : rows)
+    {
+        auto const makeCells = [&]
+        {
+            TextTable::Row cells = cellsOf(row.statistic, options.style);
+            if (hasBars)
+            {
+                cells.emplace_back(barText(row.statistic.OccurenceCnt, most, barWidth, terminal));
+            }
+            return cells;
+        };
+        listing.add(makeCells, [&] { return row.json; });
+    }
+    listing.end();
 }
 
 int stats(Options const& options, Output& output)
@@ -114,18 +127,7 @@ int stats(Options const& options, Output& output)
     {
         std::reverse(rows.begin(), rows.end());
     }
-    if (!options.isJson)
-    {
-        print(rows, options, output);
-        return STATUS_DONE;
-    }
-    JsonArray array(output);
-    for (StatisticRow const& row : rows)
-    {
-        array.add(row.json);
-    }
-    array.end();
-    output.writeLine("");
+    print(rows, options, output);
     return STATUS_DONE;
 }
 

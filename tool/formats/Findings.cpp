@@ -50,8 +50,7 @@ void Findings::end(std::string const& path)
 {
     if (m_array)
     {
-        m_array->end();
-        m_output.writeLine("");
+        m_array->endLine();
         return;
     }
     for (Tally const& tally : m_tallies)

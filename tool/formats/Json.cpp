@@ -86,4 +86,10 @@ void JsonArray::end()
     m_output.write(m_isEmpty ? "]" : "\n]");
 }
 
+void JsonArray::endLine()
+{
+    end();
+    m_output.writeLine("");
+}
+
 } // namespace tool

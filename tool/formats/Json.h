@@ -26,14 +26,17 @@ Json jsonRow(firaim::RowCursor const& row, TableSchema const& schema, TimeStyle 
 /// The ISO 8601 text of a stamp, null when it was not set.
 Json jsonTime(unsigned long long stamp, TimeStyle const& style);
 
-/// Writes a list of values, one on each line, and no line end after it.
+/// Writes a list of values, one on each line.
 class JsonArray
 {
 public:
     explicit JsonArray(Output& output);
 
     void add(Json const& value);
+    /// Ends the list, not its last line: it may be a part of something larger.
     void end();
+    /// Ends the list and its last line.
+    void endLine();
 
 private:
     Output& m_output;
