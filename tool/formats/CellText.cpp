@@ -1,5 +1,6 @@
 #include <tool/formats/CellText.h>
 
+#include <tool/formats/CellValue.h>
 #include <tool/terminal/SafeText.h>
 #include <tool/values/Text.h>
 
@@ -60,74 +61,70 @@ bool isPlainText(std::string_view value)
     return escape(value).size() == value.size();
 }
 
+/// Appends the value of a cell for CSV.
+struct CsvAppender
+{
+    std::string& text;
+
+    void operator()(std::nullptr_t) const {}
+    void operator()(std::int64_t number) const { appendInteger(text, number); }
+    void operator()(double number) const { appendReal(text, number); }
+    void operator()(Blob const& blob) const { text += hexadecimal(blob.bytes); }
+    void operator()(std::string_view value) const
+    {
+        if (needsCsvQuotes(value))
+        {
+            appendQuoted(text, value, '"');
+        }
+        else
+        {
+            text.append(value);
+        }
+    }
+};
+
+/// Appends the value of a cell as a literal of SQLite.
+struct SqlAppender
+{
+    std::string& text;
+
+    void operator()(std::nullptr_t) const { text += "NULL"; }
+    void operator()(std::int64_t number) const { appendInteger(text, number); }
+    void operator()(double number) const
+    {
+        if (std::isinf(number))
+        {
+            text += number < 0 ? "-9e999" : "9e999";
+        }
+        else
+        {
+            appendReal(text, number);
+        }
+    }
+    void operator()(Blob const& blob) const { text.append("X'").append(hexadecimal(blob.bytes)).append("'"); }
+    void operator()(std::string_view value) const
+    {
+        if (isPlainText(value))
+        {
+            appendQuoted(text, value, '\'');
+        }
+        else
+        {
+            text.append("CAST(X'").append(hexadecimal(value)).append("' AS TEXT)");
+        }
+    }
+};
+
 } // namespace
 
 void appendCsv(std::string& text, RowCursor const& row, std::size_t cell)
 {
-    switch (row.type(cell))
-    {
-    case RowCursor::CELL_NULL:
-        return;
-    case RowCursor::CELL_INTEGER:
-        appendInteger(text, row.integer(cell));
-        return;
-    case RowCursor::CELL_REAL:
-        appendReal(text, row.real(cell));
-        return;
-    case RowCursor::CELL_BLOB:
-        text += hexadecimal(row.bytes(cell));
-        return;
-    default:
-        break;
-    }
-    std::string_view const value = row.bytes(cell);
-    if (needsCsvQuotes(value))
-    {
-        appendQuoted(text, value, '"');
-    }
-    else
-    {
-        text.append(value);
-    }
+    std::visit(CsvAppender{text}, cellValue(row, cell));
 }
 
 void appendSql(std::string& text, RowCursor const& row, std::size_t cell)
 {
-    switch (row.type(cell))
-    {
-    case RowCursor::CELL_NULL:
-        text += "NULL";
-        return;
-    case RowCursor::CELL_INTEGER:
-        appendInteger(text, row.integer(cell));
-        return;
-    case RowCursor::CELL_REAL:
-        if (std::isinf(row.real(cell)))
-        {
-            text += row.real(cell) < 0 ? "-9e999" : "9e999";
-        }
-        else
-        {
-            appendReal(text, row.real(cell));
-        }
-        return;
-    case RowCursor::CELL_BLOB:
-        text += "X'";
-        text += hexadecimal(row.bytes(cell));
-        text.push_back('\'');
-        return;
-    default:
-        break;
-    }
-    std::string_view const value = row.bytes(cell);
-    if (isPlainText(value))
-    {
-        appendQuoted(text, value, '\'');
-        return;
-    }
-    text += "CAST(X'";
-    text += hexadecimal(value);
-    text += "' AS TEXT)";
+    std::visit(SqlAppender{text}, cellValue(row, cell));
 }
 
 } // namespace tool

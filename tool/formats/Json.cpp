@@ -1,5 +1,6 @@
 #include <tool/formats/Json.h>
 
+#include <tool/formats/CellValue.h>
 #include <tool/terminal/SafeText.h>
 #include <tool/values/Text.h>
 
@@ -11,22 +12,15 @@ using firaim::RowCursor;
 namespace
 {
 
-Json jsonCell(RowCursor const& row, std::size_t cell)
+/// Makes JSON of the value of a cell.
+struct JsonOfCell
 {
-    switch (row.type(cell))
-    {
-    case RowCursor::CELL_NULL:
-        return nullptr;
-    case RowCursor::CELL_INTEGER:
-        return row.integer(cell);
-    case RowCursor::CELL_REAL:
-        return row.real(cell);
-    case RowCursor::CELL_BLOB:
-        return hexadecimal(row.bytes(cell));
-    default:
-        return std::string(row.bytes(cell));
-    }
-}
+    Json operator()(std::nullptr_t) const { return nullptr; }
+    Json operator()(std::int64_t number) const { return number; }
+    Json operator()(double number) const { return number; }
+    Json operator()(Blob const& blob) const { return hexadecimal(blob.bytes); }
+    Json operator()(std::string_view text) const { return std::string(text); }
+};
 
 Json jsonTimeCell(RowCursor const& row, std::size_t cell, TimeStyle const& style)
 {
@@ -55,7 +49,7 @@ Json jsonRow(RowCursor const& row, TableSchema const& schema, TimeStyle const& s
     fields.reserve(schema.columns.size() + 2);
     for (std::size_t column = 0; column < schema.columns.size(); ++column)
     {
-        fields.emplace_back(schema.columns[column].name, jsonCell(row, column));
+        fields.emplace_back(schema.columns[column].name, std::visit(JsonOfCell(), cellValue(row, column)));
     }
     if (&schema == &faultSchema())
     {
