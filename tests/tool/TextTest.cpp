@@ -198,3 +198,11 @@ TEST(DurationText, HasTwoUnitsAtMost)
     EXPECT_EQ(durationText(3661000), "1 h 1 min");
     EXPECT_EQ(durationText(90000000), "1 d 1 h");
 }
+
+TEST(Hexadecimal, HasAsManyDigitsAsAskedForOrNeeded)
+{
+    EXPECT_EQ(hexadecimal(0, 4), "0000");
+    EXPECT_EQ(hexadecimal(0x401, 4), "0401");
+    EXPECT_EQ(hexadecimal(0x12345, 4), "12345");
+    EXPECT_EQ(hexadecimal(0xffffffff, 4), "ffffffff");
+}

@@ -4,8 +4,7 @@
 #include <tool/commands/Commands.h>
 #include <tool/formats/Listing.h>
 #include <tool/values/Codes.h>
-
-#include <cstdio>
+#include <tool/values/Text.h>
 
 namespace tool
 {
@@ -18,13 +17,6 @@ struct Options
     bool isJson = false;
 };
 
-std::string hexadecimal(unsigned int number)
-{
-    char text[11];
-    std::snprintf(text, sizeof text, "0x%04x", number);
-    return text;
-}
-
 int listCodes(Options const& options, Output& output)
 {
     Listing listing(output, options.isJson, {{"CODE", true}, {"HEX", true}, {"NAME"}});
@@ -32,7 +24,7 @@ int listCodes(Options const& options, Output& output)
     {
         listing.add(
             [&] {
-                return TextTable::Row{std::to_string(code.number), hexadecimal(code.number), code.name};
+                return TextTable::Row{std::to_string(code.number), "0x" + hexadecimal(code.number, 4), code.name};
             },
             [&] {
                 return Json{{"FaultCode", code.number}, {"FaultCodeName", code.name}};

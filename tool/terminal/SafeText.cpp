@@ -43,16 +43,6 @@ bool isSeen(utf8proc_int32_t codePoint)
     }
 }
 
-std::string digitsOf(unsigned int number, std::size_t digits)
-{
-    std::string text(digits, '0');
-    for (auto digit = text.rbegin(); digit != text.rend(); ++digit, number /= 16)
-    {
-        *digit = "0123456789abcdef"[number % 16];
-    }
-    return text;
-}
-
 std::string escapeOf(unsigned int codePoint)
 {
     switch (codePoint)
@@ -68,9 +58,9 @@ std::string escapeOf(unsigned int codePoint)
     }
     if (codePoint < 0x80)
     {
-        return "\\x" + digitsOf(codePoint, 2);
+        return "\\x" + hexadecimal(codePoint, 2);
     }
-    return codePoint < 0x10000 ? "\\u" + digitsOf(codePoint, 4) : "\\U" + digitsOf(codePoint, 8);
+    return codePoint < 0x10000 ? "\\u" + hexadecimal(codePoint, 4) : "\\U" + hexadecimal(codePoint, 8);
 }
 
 bool isPlain(char c)
@@ -133,10 +123,10 @@ std::string escapeJson(std::string_view json)
             constexpr unsigned int kFirstInPairs = 0x10000;
             if (codePoint < kFirstInPairs)
             {
-                return "\\u" + digitsOf(codePoint, 4);
+                return "\\u" + hexadecimal(codePoint, 4);
             }
             unsigned int const pair = codePoint - kFirstInPairs;
-            return "\\u" + digitsOf(0xd800 + (pair >> 10), 4) + "\\u" + digitsOf(0xdc00 + (pair & 0x3ff), 4);
+            return "\\u" + hexadecimal(0xd800 + (pair >> 10), 4) + "\\u" + hexadecimal(0xdc00 + (pair & 0x3ff), 4);
         },
         [](char) { return "\\ufffd"; });
 }

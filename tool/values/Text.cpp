@@ -8,6 +8,8 @@ namespace tool
 namespace
 {
 
+constexpr char kDigits[] = "0123456789abcdef";
+
 char lowered(char c)
 {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -32,13 +34,22 @@ bool equalIgnoringCase(std::string_view left, std::string_view right)
 
 std::string hexadecimal(std::string_view bytes)
 {
-    constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
     text.reserve(2 * bytes.size());
     for (char const c : bytes)
     {
         auto const byte = static_cast<unsigned char>(c);
         text += {kDigits[byte / 16], kDigits[byte % 16]};
+    }
+    return text;
+}
+
+std::string hexadecimal(unsigned int number, std::size_t digits)
+{
+    std::string text;
+    for (; number > 0 || text.size() < digits; number /= 16)
+    {
+        text.insert(text.begin(), kDigits[number % 16]);
     }
     return text;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,9 @@ bool equalIgnoringCase(std::string_view left, std::string_view right);
 
 /// Two hexadecimal digits for each byte.
 std::string hexadecimal(std::string_view bytes);
+
+/// `number` in hexadecimal digits, of which there are at least `digits`.
+std::string hexadecimal(unsigned int number, std::size_t digits);
 
 /// `count` with separators between thousands: "1,234,567".
 std::string grouped(unsigned long long count);
