@@ -32,16 +32,6 @@ struct Options
     bool isFromInput = false;
 };
 
-unsigned int requireCode(std::string const& text)
-{
-    std::optional<unsigned int> const code = codeOf(text);
-    if (!code)
-    {
-        throw Problem(STATUS_BAD_USAGE, unknownCodeText(text));
-    }
-    return *code;
-}
-
 /// The fault that the options describe.
 FaultRequest requestOf(Options const& options)
 {

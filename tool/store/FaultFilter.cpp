@@ -43,18 +43,11 @@ std::optional<unsigned int> codeInFile(std::string const& name, FaultFile& file)
                          file);
 }
 
-unsigned int requireCode(std::string const& text, FaultFile& file)
+/// The number of a code that this program or the file knows.
+unsigned int requireKnownCode(std::string const& text, FaultFile& file)
 {
-    std::optional<unsigned int> code = codeOf(text);
-    if (!code)
-    {
-        code = codeInFile(text, file);
-    }
-    if (!code)
-    {
-        throw Problem(STATUS_BAD_USAGE, unknownCodeText(text));
-    }
-    return *code;
+    std::optional<unsigned int> const code = codeOf(text) ? std::nullopt : codeInFile(text, file);
+    return code ? *code : requireCode(text);
 }
 
 bool isAnyFound(FaultQuery const& query, FaultFile& file)
@@ -80,7 +73,7 @@ FaultFilter::FaultFilter(FilterOptions const& options, TimeStyle const& style, F
     m_query.afterKey = options.after;
     if (options.code)
     {
-        unsigned int const code = requireCode(*options.code, file);
+        unsigned int const code = requireKnownCode(*options.code, file);
         add("no fault has the code " + *options.code, [&](FaultQuery& query) { query.codes = {code}; });
     }
     if (options.module)

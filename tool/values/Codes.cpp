@@ -1,5 +1,6 @@
 #include <tool/values/Codes.h>
 
+#include <tool/process/Problem.h>
 #include <tool/values/Text.h>
 
 #include <algorithm>
@@ -53,6 +54,16 @@ std::optional<unsigned int> codeOf(std::string const& text)
         }
     }
     return numberIn(text);
+}
+
+unsigned int requireCode(std::string const& text)
+{
+    std::optional<unsigned int> const code = codeOf(text);
+    if (!code)
+    {
+        throw Problem(STATUS_BAD_USAGE, unknownCodeText(text));
+    }
+    return *code;
 }
 
 std::string codeText(unsigned int number, std::string const& storedName)

@@ -22,6 +22,9 @@ std::vector<Code> const& knownCodes();
 /// letters and a leading "FC_" apart. None when it is neither.
 std::optional<unsigned int> codeOf(std::string const& text);
 
+/// The same for a code that somebody asks for. Throws a Problem when `text` means none.
+unsigned int requireCode(std::string const& text);
+
 /// The number in `text`, if it is one of 32 bits.
 std::optional<unsigned int> numberIn(std::string const& text);
 
