@@ -6,6 +6,7 @@
 #include <tool/process/Interrupt.h>
 #include <tool/store/CellCheck.h>
 #include <tool/store/FaultFile.h>
+#include <tool/store/SchemaCheck.h>
 #include <tool/store/TableSchema.h>
 #include <tool/terminal/Progress.h>
 #include <tool/values/Text.h>
@@ -13,7 +14,7 @@
 #include <db/internal/ReadOnlyOpening.h>
 #include <fdb/tables/FdbSqlVersionTbl.h>
 
-#include <algorithm>
+#include <string>
 #include <vector>
 
 namespace tool
@@ -63,7 +64,8 @@ class Checker
 public:
     Checker(Options const& options, Output& output)
         : m_path(options.path), m_output(output), m_connection(openForReading(options.path)),
-          m_findings(output, options.isJson)
+          m_findings(output, options.isJson),
+          m_schemaCheck(m_connection, [this](std::string const& problem) { m_findings.add(kSchema, problem); })
     {
     }
 
@@ -83,22 +85,8 @@ public:
     }
 
 private:
-    /// A column of the file.
-    struct FoundColumn
-    {
-        std::string name;
-        std::string type;
-        bool isKey;     ///< may not be empty, and is the key
-        bool isSomeKey; ///< one of the two
-    };
-
     void checkIntegrity();
     bool checkSchema();
-    bool checkTable(TableSchema const& schema);
-    void checkColumns(TableSchema const& schema);
-    std::vector<FoundColumn> readColumns(TableSchema const& schema) const;
-    void checkColumn(TableSchema const& schema, Column const& expected, FoundColumn const& found);
-    void checkExtras();
     void checkVersion();
     std::vector<std::string> readFormatVersions() const;
     void checkStatistics();
@@ -114,6 +102,7 @@ private:
     Output& m_output;
     sqlite::Connection const m_connection;
     Findings m_findings;
+    SchemaCheck m_schemaCheck;
 };
 
 template <class Part>
@@ -161,115 +150,11 @@ bool Checker::checkSchema()
     for (TableSchema const* const schema : allSchemas())
     {
         bool isTableReadable = false;
-        attempt([&] { isTableReadable = checkTable(*schema); });
+        attempt([&] { isTableReadable = m_schemaCheck.checkTable(*schema); });
         isReadable = isReadable && isTableReadable;
     }
-    attempt([&] { checkExtras(); });
+    attempt([&] { m_schemaCheck.checkExtras(); });
     return isReadable;
-}
-
-bool Checker::checkTable(TableSchema const& schema)
-{
-    sqlite::Statement statement = m_connection.prepare("SELECT type, sql FROM sqlite_master WHERE name = ?1");
-    statement.bind(1, schema.name);
-    if (!statement.step())
-    {
-        m_findings.add(kSchema, "table " + schema.name + " is missing");
-        return false;
-    }
-    std::string const type(statement.text(0));
-    if (type != "table")
-    {
-        m_findings.add(kSchema, schema.name + " is a " + type + " and not a table");
-        return false;
-    }
-    std::string const sql(statement.text(1));
-    statement.reset();
-    std::size_t const before = m_findings.count();
-    checkColumns(schema);
-    if (sql != schema.createStatement && m_findings.count() == before)
-    {
-        m_findings.add(kSchema, schema.name + " was created by another statement: " + sql);
-    }
-    return true;
-}
-
-/// Compares the columns one by one.
-void Checker::checkColumns(TableSchema const& schema)
-{
-    std::vector<FoundColumn> const found = readColumns(schema);
-    auto const isIn = [](auto const& columns, std::string const& name)
-    { return std::any_of(columns.begin(), columns.end(), [&](auto const& column) { return column.name == name; }); };
-    auto next = found.begin();
-    for (Column const& expected : schema.columns)
-    {
-        for (; next != found.end() && !isIn(schema.columns, next->name); ++next)
-        {
-            m_findings.add(kSchema, schema.name + " has a column '" + next->name + "', which does not belong there");
-        }
-        if (!isIn(found, expected.name))
-        {
-            m_findings.add(kSchema, schema.name + " has no column '" + expected.name + "'");
-        }
-        else if (next != found.end() && next->name == expected.name)
-        {
-            checkColumn(schema, expected, *next++);
-        }
-        else
-        {
-            m_findings.add(kSchema, schema.name + " has the column '" + expected.name + "' in another place");
-            next = next == found.end() ? next : next + 1;
-        }
-    }
-    for (; next != found.end(); ++next)
-    {
-        if (!isIn(schema.columns, next->name))
-        {
-            m_findings.add(kSchema, schema.name + " has a column '" + next->name + "', which does not belong there");
-        }
-    }
-}
-
-std::vector<Checker::FoundColumn> Checker::readColumns(TableSchema const& schema) const
-{
-    sqlite::Statement column =
-        m_connection.prepare("SELECT name, type, \"notnull\", pk FROM pragma_table_xinfo(?1) ORDER BY cid");
-    column.bind(1, schema.name);
-    std::vector<FoundColumn> found;
-    while (column.step())
-    {
-        found.push_back({std::string(column.text(0)), std::string(column.text(1)),
-                         column.integer(2) != 0 && column.integer(3) != 0,
-                         column.integer(2) != 0 || column.integer(3) != 0});
-    }
-    return found;
-}
-
-void Checker::checkColumn(TableSchema const& schema, Column const& expected, FoundColumn const& found)
-{
-    std::string const place = schema.name + " column '" + found.name + "'";
-    bool const isKey = expected.kind == ColumnKind::KEY;
-    if (found.type != expected.sqlType)
-    {
-        m_findings.add(kSchema, place + " is of type '" + found.type + "' instead of '" + expected.sqlType + "'");
-    }
-    else if (isKey ? !found.isKey : found.isSomeKey)
-    {
-        m_findings.add(kSchema, place + (isKey ? " is not the key" : " must not be a key, and may be empty"));
-    }
-}
-
-void Checker::checkExtras()
-{
-    sqlite::Statement statement = m_connection.prepare(
-        "SELECT type, name FROM sqlite_master WHERE name NOT LIKE 'sqlite\\_%' ESCAPE '\\' AND NOT (type = 'table' AND "
-        "name IN (?1, ?2, ?3))");
-    statement.bind(1, faultSchema().name).bind(2, statisticSchema().name).bind(3, versionSchema().name);
-    while (statement.step())
-    {
-        m_findings.add(kSchema, std::string(statement.text(0)) + " '" + std::string(statement.text(1)) +
-                                    "' is not part of the file format");
-    }
 }
 
 /// The format versions in the file, of which there should be one.
@@ -371,13 +256,7 @@ void Checker::checkCells()
 void Checker::checkCells(TableSchema const& schema, firaim::FaultReader& reader)
 {
     Progress progress("checking " + schema.name, m_output.terminal());
-    std::vector<bool> isThere;
-    std::vector<FoundColumn> const found = readColumns(schema);
-    for (Column const& column : schema.columns)
-    {
-        isThere.push_back(
-            std::any_of(found.begin(), found.end(), [&](FoundColumn const& one) { return one.name == column.name; }));
-    }
+    std::vector<bool> const isThere = m_schemaCheck.presentColumns(schema);
     RowCursor row = reader.rows(schema.table);
     int result = row.next();
     for (; result == firaim::HISTORY_OK; result = row.next())

@@ -34,7 +34,6 @@ void Findings::add(FindingKind const& kind, std::string const& what)
 {
     Tally& tally = tallyOf(kind);
     ++tally.count;
-    ++m_count;
     m_problems += kind.isProblem ? 1 : 0;
     if (m_array)
     {

@@ -31,8 +31,7 @@ public:
     /// Prints the last line; `path` is the file.
     void end(std::string const& path);
 
-    /// How many there are; those that are problems alone.
-    std::size_t count() const { return m_count; }
+    /// How many of them are problems.
     std::size_t problems() const { return m_problems; }
 
 private:
@@ -47,7 +46,6 @@ private:
     Output& m_output;
     std::optional<JsonArray> m_array;
     std::vector<Tally> m_tallies; ///< in the order in which the kinds were met
-    std::size_t m_count = 0;
     std::size_t m_problems = 0;
 };
 

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <tool/store/TableSchema.h>
+
+#include <db/internal/Sqlite.h>
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tool
+{
+
+/// Compares the tables of a file with the schemas that the library gives them. Throws sqlite::Error when the file
+/// cannot be read.
+class SchemaCheck
+{
+public:
+    /// Hands each problem to `take` as soon as it is found. `connection` must outlive this object.
+    SchemaCheck(sqlite::Connection const& connection, std::function<void(std::string const&)> take);
+
+    /// Compares a table; returns whether there is one that can be read.
+    bool checkTable(TableSchema const& schema);
+    /// Finds all that belongs to none of the tables.
+    void checkExtras();
+
+    /// For each column of the schema, whether the table has it.
+    std::vector<bool> presentColumns(TableSchema const& schema) const;
+
+private:
+    /// A column of the file.
+    struct FoundColumn
+    {
+        std::string name;
+        std::string type;
+        bool isKey;     ///< may not be empty, and is the key
+        bool isSomeKey; ///< one of the two
+    };
+
+    void report(std::string const& problem);
+    void checkColumns(TableSchema const& schema);
+    std::vector<FoundColumn> readColumns(TableSchema const& schema) const;
+    void checkColumn(TableSchema const& schema, Column const& expected, FoundColumn const& found);
+
+    sqlite::Connection const& m_connection;
+    std::function<void(std::string const&)> const m_take;
+    std::size_t m_count = 0; ///< of the problems
+};
+
+} // namespace tool
