@@ -2,15 +2,12 @@
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
-#include <tool/formats/CellText.h>
-#include <tool/formats/Json.h>
+#include <tool/formats/TableWriter.h>
 #include <tool/store/FaultFile.h>
 #include <tool/store/FaultFilter.h>
 #include <tool/terminal/Progress.h>
-#include <tool/terminal/SafeText.h>
 
 #include <memory>
-#include <set>
 
 namespace tool
 {
@@ -29,173 +26,21 @@ struct Options
     TimeStyle style;
 };
 
-/// Writes tables in one format.
-class Writer
-{
-public:
-    explicit Writer(Output& output) : m_output(output) {}
-    virtual ~Writer() = default;
-    Writer(Writer const&) = delete;
-    Writer& operator=(Writer const&) = delete;
-
-    virtual void begin() {}
-    virtual void beginTable(TableSchema const&) {}
-    virtual void add(RowCursor const& row, TableSchema const& schema) = 0;
-    virtual void endTable() {}
-    virtual void end() {}
-
-protected:
-    Output& m_output;
-};
-
-class CsvWriter : public Writer
-{
-public:
-    using Writer::Writer;
-
-    void beginTable(TableSchema const& schema) override
-    {
-        std::string line;
-        for (Column const& column : schema.columns)
-        {
-            line += (line.empty() ? "" : ",") + column.name;
-        }
-        m_output.writeLine(line);
-    }
-
-    void add(RowCursor const& row, TableSchema const& schema) override
-    {
-        m_line.clear();
-        for (std::size_t column = 0; column < schema.columns.size(); ++column)
-        {
-            if (column > 0)
-            {
-                m_line.push_back(',');
-            }
-            appendCsv(m_line, row, column);
-        }
-        m_output.writeLine(m_output.terminal().isThere ? escape(m_line, m_output.terminal().isAsciiOnly()) : m_line);
-    }
-
-private:
-    std::string m_line; ///< keeps its memory from row to row
-};
-
-class JsonLinesWriter : public Writer
-{
-public:
-    JsonLinesWriter(Output& output, TimeStyle const& style) : Writer(output), m_style(style) {}
-
-    void add(RowCursor const& row, TableSchema const& schema) override
-    {
-        m_output.writeLine(jsonText(jsonRow(row, schema, m_style), m_output.terminal()));
-    }
-
-private:
-    TimeStyle const m_style;
-};
-
-/// One object with a list for each table.
-class JsonWriter : public Writer
-{
-public:
-    JsonWriter(Output& output, TimeStyle const& style) : Writer(output), m_style(style) {}
-
-    void begin() override { m_output.write("{"); }
-
-    void beginTable(TableSchema const& schema) override
-    {
-        m_output.write((m_isFirst ? "\n\"" : ",\n\"") + schema.name + "\": ");
-        m_isFirst = false;
-        m_rows = std::make_unique<JsonArray>(m_output);
-    }
-
-    void add(RowCursor const& row, TableSchema const& schema) override { m_rows->add(jsonRow(row, schema, m_style)); }
-    void endTable() override { m_rows->end(); }
-    void end() override { m_output.write("\n}\n"); }
-
-private:
-    TimeStyle const m_style;
-    std::unique_ptr<JsonArray> m_rows;
-    bool m_isFirst = true;
-};
-
-/// Statements that make the same tables, with the same keys, and go on with keys where this file would.
-class SqlWriter : public Writer
-{
-public:
-    SqlWriter(Output& output, std::string path) : Writer(output), m_path(std::move(path)) {}
-
-    void begin() override { m_output.write("BEGIN TRANSACTION;\n"); }
-
-    void beginTable(TableSchema const& schema) override
-    {
-        m_output.write(schema.createStatement + ";\n");
-        m_tables.insert(schema.name);
-    }
-
-    void add(RowCursor const& row, TableSchema const& schema) override
-    {
-        m_line = "INSERT INTO \"" + schema.name + "\" VALUES(";
-        for (std::size_t column = 0; column < schema.columns.size(); ++column)
-        {
-            if (column > 0)
-            {
-                m_line.push_back(',');
-            }
-            appendSql(m_line, row, column);
-        }
-        m_line += ");";
-        m_output.writeLine(m_line);
-    }
-
-    void end() override
-    {
-        for (std::string const& table : m_tables)
-        {
-            m_output.writeLine("DELETE FROM sqlite_sequence WHERE name = '" + table + "';");
-        }
-        usingSqlite(m_path, [this] { writeSequences(); });
-        m_output.write("COMMIT;\n");
-    }
-
-private:
-    void writeSequences()
-    {
-        sqlite::Connection const connection = openForReading(m_path);
-        sqlite::Statement sequence =
-            connection.prepare("SELECT name, seq FROM sqlite_sequence WHERE typeof(seq) = 'integer' ORDER BY rowid");
-        while (sequence.step())
-        {
-            std::string const name(sequence.text(0));
-            if (m_tables.count(name) == 1)
-            {
-                m_output.writeLine("INSERT INTO sqlite_sequence VALUES('" + name + "'," +
-                                   std::string(sequence.text(1)) + ");");
-            }
-        }
-    }
-
-    std::string const m_path;
-    std::string m_line;
-    std::set<std::string> m_tables;
-};
-
-std::unique_ptr<Writer> writerFor(Options const& options, Output& output)
+std::unique_ptr<TableWriter> writerFor(Options const& options, Output& output)
 {
     if (options.format == "csv")
     {
-        return std::make_unique<CsvWriter>(output);
+        return makeCsvWriter(output);
     }
     if (options.format == "jsonl")
     {
-        return std::make_unique<JsonLinesWriter>(output, options.style);
+        return makeJsonLinesWriter(output, options.style);
     }
     if (options.format == "json")
     {
-        return std::make_unique<JsonWriter>(output, options.style);
+        return makeJsonWriter(output, options.style);
     }
-    return std::make_unique<SqlWriter>(output, options.path);
+    return makeSqlWriter(output, options.path);
 }
 
 /// The tables that are asked for. A format that has one kind of row in a file gets the faults unless told otherwise.
@@ -295,7 +140,7 @@ private:
     FaultFilter const m_filter;
     Output& m_output;
     Progress m_progress;
-    std::unique_ptr<Writer> const m_writer;
+    std::unique_ptr<TableWriter> const m_writer;
     bool m_isAnyWritten = false;
 };
 

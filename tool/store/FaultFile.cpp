@@ -227,6 +227,21 @@ sqlite::Connection openForReading(std::string const& path)
     }
 }
 
+void readLastKeys(std::string const& path, std::function<void(std::string const& table, std::int64_t key)> const& take)
+{
+    usingSqlite(path,
+                [&]
+                {
+                    sqlite::Connection const connection = openForReading(path);
+                    sqlite::Statement sequence = connection.prepare(
+                        "SELECT name, seq FROM sqlite_sequence WHERE typeof(seq) = 'integer' ORDER BY rowid");
+                    while (sequence.step())
+                    {
+                        take(std::string(sequence.text(0)), sequence.integer(1));
+                    }
+                });
+}
+
 void openRecorder(firaim::FaultRecorder& recorder, std::string const& path, firaim::RecorderOptions options,
                   std::chrono::milliseconds patience)
 {

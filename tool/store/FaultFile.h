@@ -41,6 +41,9 @@ private:
 /// Opens a file for reading. It need not be a fault database, but must be an SQLite database.
 sqlite::Connection openForReading(std::string const& path);
 
+/// Calls `take` for each table of the file at `path` that never uses a key again, with the largest key used so far.
+void readLastKeys(std::string const& path, std::function<void(std::string const& table, std::int64_t key)> const& take);
+
 /// Opens the fault database at `path`, of the one format version that the library writes, for changing it so that a
 /// finished transaction lasts. Throws a Problem that says what is wrong with it. What a writer left half done in it is
 /// rolled back.
