@@ -119,7 +119,7 @@ bool Checker::attempt(Part const& part)
         {
             throw;
         }
-        // What SQLite does not know by name is missing in the schema.
+        // SQLITE_ERROR: a name that SQLite does not know is missing in the schema.
         m_findings.add(error.code() == SQLITE_ERROR ? kSchema : kIntegrity,
                        readOnlyOpening::problemText(m_path, error));
         return false;

@@ -92,7 +92,7 @@ void printKeys(std::vector<unsigned long long> const& keys, Output& output)
 
 int recordOne(Options const& options, Output& output)
 {
-    static_cast<void>(requestOf(options)); // Bad usage is said before anything is opened.
+    static_cast<void>(requestOf(options)); // Reports bad usage before anything is opened.
     firaim::FaultRecorder recorder;
     openRecorder(recorder, options.path, recorderOptions(options.style));
     FaultCompleter completer(options.path, options.style);
@@ -134,7 +134,7 @@ std::string inactiveText(Options const& options)
 
 int clear(Options const& options, Output& output)
 {
-    static_cast<void>(requestOf(options)); // Bad usage is said before anything is opened.
+    static_cast<void>(requestOf(options)); // Reports bad usage before anything is opened.
     firaim::FaultRecorder recorder;
     openRecorder(recorder, options.path, recorderOptions(options.style));
     FaultCompleter completer(options.path, options.style);

@@ -19,8 +19,8 @@ struct FindingKind
     bool isProblem; ///< or only worth knowing
 };
 
-/// Prints what a check finds as it finds it, as text or as JSON, and sums up. Of a kind that is found very often, only
-/// so many are printed as text: a badly damaged file would have as many findings as cells.
+/// Prints what a check finds as it finds it, as text or as JSON, and sums up. Prints only the first
+/// findings of a kind as text: a badly damaged file would have as many findings as cells.
 class Findings
 {
 public:

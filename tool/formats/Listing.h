@@ -16,8 +16,8 @@ public:
     /// The headings are those of the table.
     Listing(Output& output, bool isJson, std::vector<TextTable::Heading> headings);
 
-    /// Adds a row. Of the two functions only the one whose result is written is called: `makeCells` returns a
-    /// TextTable::Row, `makeJson` a Json.
+    /// Adds a row. Calls only the function whose result is written: `makeCells` returns a TextTable::Row,
+    /// `makeJson` a Json.
     template <class MakeCells, class MakeJson>
     void add(MakeCells const& makeCells, MakeJson const& makeJson)
     {

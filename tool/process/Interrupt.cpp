@@ -84,7 +84,7 @@ void dieOfIt()
 
 bool waitFor(int descriptor, Direction direction, int milliseconds)
 {
-    // A signal that comes between the look at the flag and the wait must end the wait as well.
+    // A signal that comes between the check of the flag and the wait must end the wait as well.
     sigset_t const signals = handledSignals();
     sigset_t before;
     sigprocmask(SIG_BLOCK, &signals, &before);

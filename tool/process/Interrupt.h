@@ -33,7 +33,7 @@ enum Direction
 };
 
 /// Waits until `descriptor` is ready, a signal has come or `milliseconds` have passed (-1: never); returns whether it
-/// is ready. Once a signal has come it only looks. -1 as descriptor only waits.
+/// is ready. Once a signal has come it only polls. -1 as descriptor only waits.
 bool waitFor(int descriptor, Direction direction, int milliseconds);
 
 /// Only waits, for so long or until a signal has come.

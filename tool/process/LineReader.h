@@ -10,7 +10,7 @@ namespace tool
 class LineReader
 {
 public:
-    /// Longer lines are thrown away, and said to be too long.
+    /// Longer lines are thrown away and reported as too long.
     explicit LineReader(std::size_t longestLine) : m_longestLine(longestLine) {}
 
     /// Whether a whole line can be taken without waiting.

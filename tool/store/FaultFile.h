@@ -14,7 +14,7 @@
 namespace tool
 {
 
-/// A fault database that is only looked at: no byte of it changes, and it may lie on a read-only medium.
+/// A fault database that is only read: no byte of it changes, and it may lie on a read-only medium.
 class FaultFile
 {
 public:
@@ -45,11 +45,11 @@ sqlite::Connection openForReading(std::string const& path);
 void readLastKeys(std::string const& path, std::function<void(std::string const& table, std::int64_t key)> const& take);
 
 /// Opens the fault database at `path`, of the one format version that the library writes, for changing it so that a
-/// finished transaction lasts. Throws a Problem that says what is wrong with it. What a writer left half done in it is
-/// rolled back.
+/// finished transaction lasts. Throws a Problem that says what is wrong with it. A transaction that a writer left
+/// unfinished is rolled back.
 sqlite::Connection openForChanging(std::string const& path);
 
-/// Does or looks up something in a file and returns an answer. Throws sqlite::Error or a Problem.
+/// Changes or reads a file and returns an answer. Throws sqlite::Error or a Problem.
 using FileAction = std::function<bool(sqlite::Connection const&)>;
 
 /// Changes a fault database, opened by `openForChanging`, in one transaction: all of it is stored, or nothing. `change`

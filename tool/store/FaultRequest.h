@@ -25,8 +25,8 @@ struct FaultRequest
 class FaultCompleter
 {
 public:
-    /// The file at `path` is looked at when something has to be known of it, which waits for other processes for as
-    /// long as `patience` says.
+    /// Reads the file at `path` only where that is needed, and then waits for other processes for as long as
+    /// `patience` says.
     FaultCompleter(std::string path, TimeStyle const& style, std::chrono::milliseconds patience = lockWait::kPatience)
         : m_path(std::move(path)), m_style(style), m_patience(patience)
     {

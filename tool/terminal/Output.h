@@ -14,8 +14,8 @@ struct ReaderGone
 {
 };
 
-/// Passes on what is written to it to standard error, line by line, the control characters in it shown. Once a signal
-/// has come it passes on nothing more: who is to end must not wait for a reader.
+/// Passes on lines to standard error, with control characters escaped. Once a signal has come it passes on nothing
+/// more, so that the program does not wait for a reader.
 class LogBuffer : public std::streambuf
 {
 protected:
@@ -69,7 +69,7 @@ private:
 /// changed all the same.
 void reportDone(std::string const& text, Output& output);
 
-/// One line on standard error, the control characters in it shown.
+/// Writes one line to standard error, with control characters escaped.
 void complain(std::string_view text);
 
 } // namespace tool

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-/// Texts of unknown origin, made fit to be looked at.
+/// Escapes texts of unknown origin for a terminal.
 namespace tool
 {
 
