@@ -69,6 +69,21 @@ firaim::FaultEvent eventOf(Options const& options, FaultCompleter& completer)
     }
 }
 
+/// A file that is open for recording, and the event that the options describe.
+struct Recording
+{
+    explicit Recording(Options const& options) : completer(options.path, options.style)
+    {
+        static_cast<void>(requestOf(options)); // Reports bad usage before anything is opened.
+        openRecorder(recorder, options.path, recorderOptions(options.style));
+        event = eventOf(options, completer);
+    }
+
+    firaim::FaultRecorder recorder;
+    FaultCompleter completer;
+    firaim::FaultEvent event;
+};
+
 /// Prints the keys of the faults that were recorded.
 void printKeys(std::vector<unsigned long long> const& keys, Output& output)
 {
@@ -92,16 +107,12 @@ void printKeys(std::vector<unsigned long long> const& keys, Output& output)
 
 int recordOne(Options const& options, Output& output)
 {
-    static_cast<void>(requestOf(options)); // Reports bad usage before anything is opened.
-    firaim::FaultRecorder recorder;
-    openRecorder(recorder, options.path, recorderOptions(options.style));
-    FaultCompleter completer(options.path, options.style);
-    firaim::FaultEvent const event = eventOf(options, completer);
-    completer.warnOfSharedCode(event.code);
-    firaim::Receipt const receipt = recorder.record(event);
+    Recording recording(options);
+    recording.completer.warnOfSharedCode(recording.event.code);
+    firaim::Receipt const receipt = recording.recorder.record(recording.event);
     if (receipt.result < 0)
     {
-        throwFailure(receipt.result, recorder.lastProblem());
+        throwFailure(receipt.result, recording.recorder.lastProblem());
     }
     printKeys({receipt.key}, output);
     return STATUS_DONE;
@@ -134,32 +145,28 @@ std::string inactiveText(Options const& options)
 
 int clear(Options const& options, Output& output)
 {
-    static_cast<void>(requestOf(options)); // Reports bad usage before anything is opened.
-    firaim::FaultRecorder recorder;
-    openRecorder(recorder, options.path, recorderOptions(options.style));
-    FaultCompleter completer(options.path, options.style);
-    firaim::FaultEvent const event = eventOf(options, completer);
+    Recording recording(options);
     std::vector<unsigned long long> keys;
     int result = firaim::HISTORY_OK;
     if (!options.module && !options.parameter)
     {
-        result = recorder.clearCode(event, keys);
+        result = recording.recorder.clearCode(recording.event, keys);
     }
     else
     {
-        firaim::Receipt const receipt = recorder.clear(event);
+        firaim::Receipt const receipt = recording.recorder.clear(recording.event);
         result = receipt.result;
         keys = {receipt.key};
     }
     if (result < 0)
     {
-        throwFailure(result, recorder.lastProblem());
+        throwFailure(result, recording.recorder.lastProblem());
     }
     if (result == firaim::HISTORY_UNCHANGED)
     {
         throw Problem(STATUS_NO, inactiveText(options));
     }
-    completer.warnOfSharedCode(event.code);
+    recording.completer.warnOfSharedCode(recording.event.code);
     printKeys(keys, output);
     return STATUS_DONE;
 }
