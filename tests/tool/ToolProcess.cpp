@@ -1,64 +1,23 @@
 #include "ToolProcess.h"
 
+#include "StandardStreams.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
 #include <fcntl.h>
 #include <poll.h>
-#include <pty.h>
-#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace
 {
-
-struct Pipe
-{
-    int ours;
-    int theirs;
-};
-
-Pipe makeOutput(int columns)
-{
-    if (columns == 0)
-    {
-        int ends[2];
-        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-        return {ends[0], ends[1]};
-    }
-    winsize size = {};
-    size.ws_col = static_cast<unsigned short>(columns);
-    size.ws_row = 50;
-    int ours = -1;
-    int theirs = -1;
-    EXPECT_EQ(openpty(&ours, &theirs, nullptr, nullptr, &size), 0);
-    EXPECT_EQ(fcntl(ours, F_SETFD, FD_CLOEXEC), 0);
-    EXPECT_EQ(fcntl(theirs, F_SETFD, FD_CLOEXEC), 0);
-    return {ours, theirs};
-}
-
-void setEnvironment(std::map<std::string, std::string> const& changes)
-{
-    for (char const* const name : {"NO_COLOR", "LC_ALL", "LC_CTYPE", "COLUMNS"})
-    {
-        unsetenv(name);
-    }
-    setenv("LANG", "C.UTF-8", 1);
-    setenv("TERM", "xterm", 1);
-    setenv("TZ", "UTC", 1);
-    for (auto const& [name, value] : changes)
-    {
-        setenv(name.c_str(), value.c_str(), 1);
-    }
-}
 
 void exitIfFailed(int result)
 {
@@ -83,8 +42,8 @@ ToolProcess::ToolProcess(std::vector<std::string> arguments, Setting const& sett
 {
     int input[2];
     EXPECT_EQ(pipe2(input, O_CLOEXEC), 0);
-    Pipe const out = makeOutput(setting.outputColumns);
-    Pipe const err = makeOutput(setting.errorColumns);
+    stream_t const out = makeStream(setting.outputColumns);
+    stream_t const err = makeStream(setting.errorColumns);
     arguments.insert(arguments.begin(), FIRAIM_TEST_TOOL);
     std::vector<char*> argv;
     for (std::string& argument : arguments)
@@ -98,7 +57,7 @@ ToolProcess::ToolProcess(std::vector<std::string> arguments, Setting const& sett
         dup2(input[0], STDIN_FILENO);
         dup2(out.theirs, STDOUT_FILENO);
         dup2(err.theirs, STDERR_FILENO);
-        setEnvironment(setting.environment);
+        useTestEnvironment(setting.environment);
         if (setting.longestFile != 0)
         {
             rlimit const limit = {setting.longestFile, setting.longestFile};
