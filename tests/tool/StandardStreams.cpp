@@ -11,7 +11,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-stream_t makeStream(int columns)
+Stream makeStream(int columns)
 {
     if (columns == 0)
     {

@@ -4,14 +4,14 @@
 #include <string>
 
 /// A pipe, or a terminal, that a program writes into.
-struct stream_t
+struct Stream
 {
     int ours;   ///< where it is read
     int theirs; ///< where it is written to
 };
 
 /// Makes a terminal of so many columns; 0: a pipe. No program that is started inherits it.
-stream_t makeStream(int columns);
+Stream makeStream(int columns);
 
 /// Gives this process the environment in which the tests look at terminals, with these changes.
 void useTestEnvironment(std::map<std::string, std::string> const& changes = {});
@@ -42,7 +42,7 @@ std::string readToEnd(int descriptor);
 template <class Work>
 std::string writtenTo(int descriptor, int columns, Work const& work)
 {
-    stream_t const stream = makeStream(columns);
+    Stream const stream = makeStream(columns);
     {
         StandardDescriptor const replaced(descriptor, stream.theirs);
         work();

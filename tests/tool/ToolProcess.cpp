@@ -42,8 +42,8 @@ ToolProcess::ToolProcess(std::vector<std::string> arguments, Setting const& sett
 {
     int input[2];
     EXPECT_EQ(pipe2(input, O_CLOEXEC), 0);
-    stream_t const out = makeStream(setting.outputColumns);
-    stream_t const err = makeStream(setting.errorColumns);
+    Stream const out = makeStream(setting.outputColumns);
+    Stream const err = makeStream(setting.errorColumns);
     arguments.insert(arguments.begin(), FIRAIM_TEST_TOOL);
     std::vector<char*> argv;
     for (std::string& argument : arguments)
@@ -232,6 +232,14 @@ void ToolTest::insertFault(std::string const& columns, std::string const& values
              "'UTC','ErrorActive','no answer','',11,12,'',1,'2031-05-04T03:02:01.000Z')");
     raw.exec("UPDATE FdbFaultTbl SET (EntryId," + columns + ") = (EntryId," + values +
              ") WHERE EntryId = last_insert_rowid()");
+}
+
+void ToolTest::insertFaults(int count)
+{
+    RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+                     std::to_string(count) +
+                     ") INSERT INTO FdbFaultTbl SELECT NULL, '', 1025, 'FC_BUS_OFF', 'm', 'p', 1935630121000, 'UTC', "
+                     "'ErrorActive', 'some text of some length', '', 1, 2, '', 3, '' FROM n");
 }
 
 std::string ToolTest::value(std::string const& sql)

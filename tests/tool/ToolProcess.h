@@ -80,6 +80,8 @@ protected:
     void createSample();
     /// Adds a row to the fault table; the other columns are as in the sample.
     void insertFault(std::string const& columns, std::string const& values);
+    /// Adds as many faults, which are all the same, to the fault table.
+    void insertFaults(int count);
     /// The one cell of a query.
     std::string value(std::string const& sql);
 

@@ -64,7 +64,7 @@ protected:
     }
 
 private:
-    stream_t const m_pipe = makeStream(0);
+    Stream const m_pipe = makeStream(0);
     StandardDescriptor const m_input{STDIN_FILENO, m_pipe.ours};
     bool m_isOpen = true;
 

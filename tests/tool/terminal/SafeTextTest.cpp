@@ -6,7 +6,7 @@
 
 using namespace tool;
 
-TEST(Visible, ShowsWhatWouldAct)
+TEST(Escape, ShowsWhatWouldAct)
 {
     std::pair<std::string, std::string> const texts[] = {
         {"", ""},
@@ -24,7 +24,7 @@ TEST(Visible, ShowsWhatWouldAct)
     };
     for (auto const& [text, shown] : texts)
     {
-        EXPECT_EQ(visible(text), shown);
+        EXPECT_EQ(escape(text), shown);
     }
 }
 

@@ -1,0 +1,103 @@
+// Commands that take long: ended in the middle, and on files of any size.
+
+#include "ToolProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <csignal>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+class LongRun : public ToolTest
+{
+protected:
+    LongRun() { create(); }
+};
+
+using Interrupted = LongRun;
+using Memory = LongRun;
+
+} // namespace
+
+TEST_F(Interrupted, EveryLongCommandLeavesTheFileWhole)
+{
+    insertFaults(20000);
+    std::vector<std::vector<std::string>> const commands = {{"trim", path, "--keep", "10"},
+                                                            {"trim", path, "--before", "2031-01-01", "--vacuum"},
+                                                            {"renumber", path, "--from", "3", "--to", "4"},
+                                                            {"renumber", path, "--from", "4", "--to", "3"},
+                                                            {"backup", path, dir.file("copy.db"), "--force"},
+                                                            {"list", path},
+                                                            {"summary", path},
+                                                            {"check", path},
+                                                            {"export", path, "--format", "sql"}};
+    constexpr int kMoments = 6;
+    for (auto const& command : commands)
+    {
+        for (int moment = 0; moment < kMoments; ++moment)
+        {
+            int const number = std::array<int, 3>{SIGINT, SIGTERM, SIGHUP}[static_cast<std::size_t>(moment) % 3];
+            ToolProcess process(command);
+            // Each time a little later: as long as the program takes to start and end.
+            for (int pause = 0; pause < moment; ++pause)
+            {
+                EXPECT_EQ(runTool({"--version"}).status, 0);
+            }
+            process.signal(number);
+            int const status = process.finish();
+            // Ended by it, or done before it came.
+            EXPECT_TRUE(status == 0 || status == 1 || status == 128 + number) << command[0] << " " << status;
+            EXPECT_EQ(RawDb(path).value("PRAGMA integrity_check"), "ok") << command[0];
+        }
+    }
+    EXPECT_FALSE(exists(dir.file("copy.db-journal")));
+}
+
+TEST_F(Interrupted, WhatNobodyReadsEndsByTheSignal)
+{
+    insertFaults(20000);
+    for (std::vector<std::string> const& arguments :
+         {std::vector<std::string>{"export", path, "--format", "csv"}, {"list", path}, {"list", path, "--json"}})
+    {
+        ToolProcess process(arguments);
+        EXPECT_TRUE(process.readLine());
+        process.signal(SIGINT);
+        EXPECT_EQ(process.wait(), 128 + SIGINT);
+    }
+}
+
+#ifndef __SANITIZE_ADDRESS__ // Which keeps what was freed for a while.
+TEST_F(Memory, DoesNotGrowWithTheNumberOfFaults)
+{
+    auto const peak = [&](std::vector<std::string> const& arguments)
+    {
+        ToolProcess process(arguments);
+        // Dropped as it comes: until it is the program, a child has as much memory as this test.
+        while (process.readLine())
+        {
+        }
+        EXPECT_EQ(process.finish(), 0);
+        return process.peakMemory;
+    };
+    std::vector<std::vector<std::string>> const commands = {{"list", path},
+                                                            {"list", path, "--json"},
+                                                            {"export", path, "--format", "csv"},
+                                                            {"export", path, "--format", "json"},
+                                                            {"summary", path}};
+    std::vector<long> few;
+    insertFaults(3000);
+    for (auto const& command : commands)
+    {
+        few.push_back(peak(command));
+    }
+    insertFaults(60000);
+    for (std::size_t i = 0; i < commands.size(); ++i)
+    {
+        EXPECT_LE(peak(commands[i]) - few[i], 4096) << commands[i][0] << ", in KiB";
+    }
+}
+#endif
