@@ -1,0 +1,178 @@
+// Closing a recorder that has posted events, and calls beside that.
+
+#include "PostFixture.h"
+#include "Waiters.h"
+
+#include <atomic>
+#include <optional>
+#include <thread>
+
+namespace
+{
+
+using namespace firaim;
+using namespace std::chrono_literals;
+
+using FaultRecorderPostCloseTest = PostTest;
+
+TEST_F(FaultRecorderPostCloseTest, CloseTellsTheHandlerWhatIsLostAndTheHandlerMayCallTheRecorder)
+{
+    createWithFacade();
+    RecorderOptions options;
+    options.onLost = [this](std::uint64_t count)
+    {
+        told.push_back(count);
+        EXPECT_EQ(recorder.post(eventOf(1)), HISTORY_INVALID_STATE);
+        std::uint64_t none = 0;
+        EXPECT_EQ(recorder.flush(none), HISTORY_INVALID_STATE);
+        EXPECT_EQ(recorder.close(), HISTORY_INVALID_STATE);
+        EXPECT_EQ(recorder.open(path), HISTORY_INVALID_STATE);
+        EXPECT_EQ(recorder.counters().queued, 0U);
+        EXPECT_NE(recorder.lastProblem(), "");
+        EXPECT_LT(recorder.record(eventOf(1), 0ms).result, 0);
+    };
+    open(options);
+    LockingProcess const other(path);
+    post(7);
+    auto const begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(recorder.close(), HISTORY_FAILED);
+    auto const time = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(time, 4900ms);
+    EXPECT_LT(time, 9s);
+    EXPECT_EQ(told, std::vector<std::uint64_t>{7});
+}
+
+TEST_F(FaultRecorderPostCloseTest, WaitingPostsEndWhenTheRecorderIsClosed)
+{
+    RecorderOptions options;
+    options.queueLimit = 1;
+    options.doesPostWait = true;
+    open(options);
+    std::optional<LockingProcess> other;
+    other.emplace(path);
+    post(1);
+    std::vector<int> results(4, HISTORY_OK);
+    std::vector<std::thread> threads;
+    for (int& result : results)
+    {
+        threads.emplace_back([this, &result] { result = recorder.post(eventOf(2)); });
+    }
+    std::thread closing([this] { EXPECT_EQ(recorder.close(), HISTORY_OK); });
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
+    EXPECT_THAT(results, testing::Each(HISTORY_INVALID_STATE));
+    other.reset();
+    closing.join();
+    EXPECT_EQ(value(kCountOfFaults), "1");
+}
+
+TEST_F(FaultRecorderPostCloseTest, FlushTellsOfWhatAnotherThreadLosesByClosing)
+{
+    Waiters::reset();
+    RecorderOptions options;
+    options.isCancelled = Waiters::isCancelled;
+    open(options);
+    LockingProcess const other(path);
+    post(2);
+    int result = HISTORY_OK;
+    std::thread flusher([&] { result = flush(1min); });
+    Waiters::waitFor(2); // This one and the recorder's own thread.
+    EXPECT_EQ(recorder.close(0ms), HISTORY_FAILED);
+    flusher.join();
+    EXPECT_LT(result, 0);
+    EXPECT_EQ(left, 2U);
+}
+
+TEST_F(FaultRecorderPostCloseTest, FlushThatOutlivesClosingAndOpeningAgainFails)
+{
+    Waiters::reset();
+    RecorderOptions options;
+    options.isCancelled = Waiters::isCancelled;
+    open(options);
+    std::optional<LockingProcess> other;
+    other.emplace(path);
+    post(3);
+    int result = HISTORY_OK;
+    std::thread flusher([&] { result = flush(1min); });
+    Waiters::waitFor(2); // This one and the recorder's own thread.
+    EXPECT_EQ(recorder.close(0ms), HISTORY_FAILED);
+    other.reset();
+    open(options);
+    flusher.join();
+    EXPECT_LT(result, 0);
+    EXPECT_LE(left, 3U);
+}
+
+TEST_F(FaultRecorderPostCloseTest, ClosingRefusesCallsWhileItRecordsWhatWasPosted)
+{
+    open();
+    std::optional<LockingProcess> other;
+    other.emplace(path);
+    post(1);
+    std::thread closer([&] { EXPECT_EQ(recorder.close(1min), HISTORY_OK) << recorder.lastProblem(); });
+    while (recorder.record(eventOf(2), 0ms).result != HISTORY_INVALID_STATE)
+    {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(recorder.endCycle(0ms), HISTORY_INVALID_STATE);
+    other.reset();
+    closer.join();
+    EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1");
+}
+
+TEST_F(FaultRecorderPostCloseTest, CloseWithoutPatienceTellsWhatTheFileHolds)
+{
+    for (int round = 0; round < 20; ++round)
+    {
+        open();
+        post(1);
+        int const result = recorder.close(0ms);
+        bool const isStored = std::stoi(value(kCountOfFaults)) > round;
+        EXPECT_EQ(result == HISTORY_OK, isStored);
+        if (!isStored)
+        {
+            exec("INSERT INTO FdbFaultTbl(FaultCode) VALUES(1)");
+        }
+    }
+}
+
+TEST_F(FaultRecorderPostCloseTest, OneOfSeveralThreadsCloses)
+{
+    for (int round = 0; round < 50; ++round)
+    {
+        open();
+        post(3);
+        std::atomic<int> closed(0);
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i)
+        {
+            threads.emplace_back([&] { closed += recorder.close() == HISTORY_OK ? 1 : 0; });
+        }
+        for (std::thread& thread : threads)
+        {
+            thread.join();
+        }
+        ASSERT_EQ(closed, 1);
+    }
+    EXPECT_EQ(value(kCountOfFaults), "150");
+}
+
+TEST_F(FaultRecorderPostCloseTest, WaitingForRoomAndClosingTakeAsLongAsTheirPatienceSays)
+{
+    createWithFacade();
+    RecorderOptions options;
+    options.queueLimit = 1;
+    options.doesPostWait = true;
+    std::uint64_t lost = 0;
+    options.onLost = [&lost](std::uint64_t count) { lost += count; };
+    open(options);
+    LockingProcess const other(path);
+    EXPECT_EQ(recorder.post(eventOf(1)), HISTORY_QUEUED);
+    EXPECT_EQ(recorder.post(eventOf(2), std::chrono::milliseconds(20)), HISTORY_QUEUE_FULL);
+    EXPECT_EQ(recorder.close(std::chrono::milliseconds(20)), HISTORY_FAILED);
+    EXPECT_EQ(lost, 1U);
+}
+
+} // namespace
