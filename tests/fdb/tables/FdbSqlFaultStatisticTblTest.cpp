@@ -1,6 +1,6 @@
 #include <fdb/tables/FdbSqlFaultStatisticTbl.h>
 
-#include "TestSupport.h"
+#include "TableFixture.h"
 
 #include <gmock/gmock.h>
 
@@ -14,15 +14,10 @@ namespace
 
 using Base = SqlTbl<FaultStatistic>;
 
-class StatisticTable : public testing::Test
+class StatisticTable : public TableTest<FdbSqlFaultStatisticTbl, FaultStatistic>
 {
 protected:
-    StatisticTable() { tbl.init(""); }
-
-    int decode(std::vector<char const*> row) { return tbl.setDatafromSqlResult(const_cast<char**>(row.data())); }
-
-    FdbSqlFaultStatisticTbl tbl{"FdbFaultStatisticTbl"};
-    Console console;
+    StatisticTable() : TableTest("FdbFaultStatisticTbl") {}
 };
 
 /// A row of empty texts and zeros whose activity cell is `active`.
@@ -42,17 +37,8 @@ static_assert(std::has_virtual_destructor_v<FdbSqlFaultStatisticTbl>);
 
 TEST_F(StatisticTable, HasItsColumns)
 {
-    constexpr char kKey[] = "INTEGER PRIMARY KEY AUTOINCREMENT NOT NULL";
-    constexpr char kNumber[] = "INTEGER";
-    constexpr char kText[] = "VARCHAR";
     auto& r = tbl.m_record;
-    struct
-    {
-        char const* name;
-        Base::columnValueType_t type;
-        void const* value;
-        char const* sqlType;
-    } const expected[] = {
+    expectColumns({
         {"EntryId", Base::COLUMN_TYPE_UINT64, &r.EntryId, kKey},
         {"FaultCode", Base::COLUMN_TYPE_UINT32, &r.FaultCode, kNumber},
         {"FaultCodeName", Base::COLUMN_TYPE_STRING, &r.FaultCodeName, kText},
@@ -65,21 +51,7 @@ TEST_F(StatisticTable, HasItsColumns)
         {"FaultActiveCycleCnt", Base::COLUMN_TYPE_UINT16, &r.FaultActiveCycleCnt, kNumber},
         {"FaultEntryId", Base::COLUMN_TYPE_UINT64, &r.FaultEntryId, kNumber},
         {"RdbStartupId", Base::COLUMN_TYPE_UINT32, &r.RdbStartupId, kNumber},
-    };
-    unsigned short id = 0;
-    for (auto const& [name, type, value, sqlType] : expected)
-    {
-        SCOPED_TRACE(name);
-        auto const& column = tbl.m_columns.at(id);
-        EXPECT_EQ(column.name, name);
-        EXPECT_EQ(column.id, id);
-        EXPECT_TRUE(column.valid);
-        EXPECT_EQ(column.type, type);
-        EXPECT_EQ(column.value, value);
-        EXPECT_EQ(column.sqlType, sqlType);
-        ++id;
-    }
-    EXPECT_EQ(tbl.m_columns.size(), id);
+    });
 }
 
 TEST_F(StatisticTable, NamesColumnsById)

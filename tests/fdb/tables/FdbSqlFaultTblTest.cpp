@@ -1,6 +1,6 @@
 #include <fdb/tables/FdbSqlFaultTbl.h>
 
-#include "TestSupport.h"
+#include "TableFixture.h"
 
 #include <gmock/gmock.h>
 
@@ -14,15 +14,10 @@ namespace
 
 using Base = SqlTbl<Fault>;
 
-class FaultTable : public testing::Test
+class FaultTable : public TableTest<FdbSqlFaultTbl, Fault>
 {
 protected:
-    FaultTable() { tbl.init(""); }
-
-    int decode(std::vector<char const*> row) { return tbl.setDatafromSqlResult(const_cast<char**>(row.data())); }
-
-    FdbSqlFaultTbl tbl{"FdbFaultTbl"};
-    Console console;
+    FaultTable() : TableTest("FdbFaultTbl") {}
 };
 
 /// A row of empty texts and zeros whose status cell is `status`.
@@ -40,17 +35,8 @@ static_assert(std::has_virtual_destructor_v<FdbSqlFaultTbl>);
 
 TEST_F(FaultTable, HasItsColumns)
 {
-    constexpr char kKey[] = "INTEGER PRIMARY KEY AUTOINCREMENT NOT NULL";
-    constexpr char kNumber[] = "INTEGER";
-    constexpr char kText[] = "VARCHAR";
     auto& r = tbl.m_record;
-    struct
-    {
-        char const* name;
-        Base::columnValueType_t type;
-        void const* value;
-        char const* sqlType;
-    } const expected[] = {
+    expectColumns({
         {"EntryId", Base::COLUMN_TYPE_UINT64, &r.EntryId, kKey},
         {"DateTimeString", Base::COLUMN_TYPE_STRING, &r.DateTimeString, kText},
         {"FaultCode", Base::COLUMN_TYPE_UINT32, &r.FaultCode, kNumber},
@@ -67,21 +53,7 @@ TEST_F(FaultTable, HasItsColumns)
         {"CfgBackupFile", Base::COLUMN_TYPE_STRING, &r.CfgBackupFile, kText},
         {"RdbStartupId", Base::COLUMN_TYPE_UINT32, &r.RdbStartupId, kNumber},
         {"SystemDateTimeString", Base::COLUMN_TYPE_STRING, &r.SystemDateTimeString, kText},
-    };
-    unsigned short id = 0;
-    for (auto const& [name, type, value, sqlType] : expected)
-    {
-        SCOPED_TRACE(name);
-        auto const& column = tbl.m_columns.at(id);
-        EXPECT_EQ(column.name, name);
-        EXPECT_EQ(column.id, id);
-        EXPECT_TRUE(column.valid);
-        EXPECT_EQ(column.type, type);
-        EXPECT_EQ(column.value, value);
-        EXPECT_EQ(column.sqlType, sqlType);
-        ++id;
-    }
-    EXPECT_EQ(tbl.m_columns.size(), id);
+    });
 }
 
 TEST_F(FaultTable, NamesColumnsById)

@@ -1,6 +1,6 @@
 #include <fdb/tables/FdbSqlVersionTbl.h>
 
-#include "TestSupport.h"
+#include "TableFixture.h"
 
 #include <gmock/gmock.h>
 
@@ -14,15 +14,10 @@ namespace
 
 using Base = SqlTbl<FdbVersion>;
 
-class VersionTable : public testing::Test
+class VersionTable : public TableTest<FdbSqlVersionTbl, FdbVersion>
 {
 protected:
-    VersionTable() { tbl.init(""); }
-
-    int decode(std::vector<char const*> row) { return tbl.setDatafromSqlResult(const_cast<char**>(row.data())); }
-
-    FdbSqlVersionTbl tbl{"FdbVersionTbl"};
-    Console console;
+    VersionTable() : TableTest("FdbVersionTbl") {}
 };
 
 FdbVersion makeVersion(std::string const& component, std::string const& version)
@@ -43,34 +38,12 @@ static_assert(std::has_virtual_destructor_v<FdbSqlVersionTbl>);
 
 TEST_F(VersionTable, HasItsColumns)
 {
-    constexpr char kKey[] = "INTEGER PRIMARY KEY AUTOINCREMENT NOT NULL";
-    constexpr char kText[] = "VARCHAR";
     auto& r = tbl.m_record;
-    struct
-    {
-        char const* name;
-        Base::columnValueType_t type;
-        void const* value;
-        char const* sqlType;
-    } const expected[] = {
+    expectColumns({
         {"VersionEntryId", Base::COLUMN_TYPE_UINT16, &r.VersionEntryId, kKey},
         {"Component", Base::COLUMN_TYPE_STRING, &r.Component, kText},
         {"Version", Base::COLUMN_TYPE_STRING, &r.Version, kText},
-    };
-    unsigned short id = 0;
-    for (auto const& [name, type, value, sqlType] : expected)
-    {
-        SCOPED_TRACE(name);
-        auto const& column = tbl.m_columns.at(id);
-        EXPECT_EQ(column.name, name);
-        EXPECT_EQ(column.id, id);
-        EXPECT_TRUE(column.valid);
-        EXPECT_EQ(column.type, type);
-        EXPECT_EQ(column.value, value);
-        EXPECT_EQ(column.sqlType, sqlType);
-        ++id;
-    }
-    EXPECT_EQ(tbl.m_columns.size(), id);
+    });
 }
 
 TEST_F(VersionTable, InsertOfAFullVersion)
