@@ -34,8 +34,17 @@ LockingProcess::LockingProcess(std::string const& path)
 
 LockingProcess::~LockingProcess()
 {
+    if (m_pid > 0)
+    {
+        release();
+    }
+}
+
+void LockingProcess::release()
+{
     close(m_release[1]);
-    waitpid(m_pid, nullptr, 0);
+    EXPECT_EQ(waitpid(m_pid, nullptr, 0), m_pid);
+    m_pid = -1;
 }
 
 StatementTrace::StatementTrace(Sqlite3Db::DbHandle const& entry) : m_db(entry.db)

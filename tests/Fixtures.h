@@ -5,7 +5,7 @@
 #include <db/Sqlite3Db.h>
 #include <fdb/FaultDb.h>
 
-/// Another process that holds the file exclusively for as long as this object lives.
+/// Another process that holds the file exclusively until `release`, or for as long as this object lives.
 class LockingProcess
 {
 public:
@@ -13,6 +13,9 @@ public:
     ~LockingProcess();
     LockingProcess(LockingProcess const&) = delete;
     LockingProcess& operator=(LockingProcess const&) = delete;
+
+    /// Ends the process; to be called once.
+    void release();
 
 private:
     int m_release[2];

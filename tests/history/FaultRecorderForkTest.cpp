@@ -4,7 +4,6 @@
 #include "Waiters.h"
 
 #include <new>
-#include <optional>
 #include <thread>
 
 namespace
@@ -63,12 +62,10 @@ TEST_F(FaultRecorderForkTest, ReceiptsOfAChildSayThatNothingWasRecorded)
 
 TEST_F(FaultRecorderForkTest, ChildOfAProcessThatIsRecordingTakesNoLock)
 {
-    Waiters::reset();
     RecorderOptions options;
-    options.isCancelled = Waiters::isCancelled;
+    Waiters::watch(options);
     open(options);
-    std::optional<LockingProcess> other;
-    other.emplace(path);
+    LockingProcess other(path);
     Receipt receipt;
     std::thread recording([&] { receipt = recorder.record(eventOf(1), std::chrono::minutes(1)); });
     Waiters::waitFor(1);
@@ -82,7 +79,7 @@ TEST_F(FaultRecorderForkTest, ChildOfAProcessThatIsRecordingTakesNoLock)
             new (&recorder) FaultRecorder;
         });
     expectSuccess(child);
-    other.reset();
+    other.release();
     recording.join();
     EXPECT_EQ(receipt.result, HISTORY_OK);
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1");

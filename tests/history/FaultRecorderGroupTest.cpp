@@ -4,7 +4,6 @@
 #include "Waiters.h"
 
 #include <filesystem>
-#include <optional>
 #include <set>
 #include <thread>
 
@@ -22,9 +21,8 @@ class FaultRecorderGroupTest : public FaultRecorderTest
 protected:
     FaultRecorderGroupTest()
     {
-        Waiters::reset();
         RecorderOptions options;
-        options.isCancelled = Waiters::isCancelled;
+        Waiters::watch(options);
         open(options);
     }
 
@@ -32,15 +30,14 @@ protected:
     template <class Body>
     void runTogether(unsigned int count, Body const& body)
     {
-        std::optional<LockingProcess> other;
-        other.emplace(path);
+        LockingProcess other(path);
         std::vector<std::thread> threads;
         for (unsigned int i = 0; i < count; ++i)
         {
             threads.emplace_back([&body, i] { body(i); });
         }
         Waiters::waitFor(count);
-        other.reset();
+        other.release();
         for (std::thread& thread : threads)
         {
             thread.join();
@@ -82,13 +79,12 @@ TEST_F(FaultRecorderGroupTest, CallsThatWaitAtTheSameTimeShareOneCommit)
 
 TEST_F(FaultRecorderGroupTest, AnEdgeThatHasToReadAllFaultsFirstDoesNotJoinATransactionThatHasBegun)
 {
-    std::optional<LockingProcess> other;
-    other.emplace(path);
+    LockingProcess other(path);
     std::thread leader([&] { EXPECT_EQ(recorder.record(eventOf(FC_BUS_OFF), kLong).result, HISTORY_OK); });
     Waiters::waitFor(1);
     std::thread later([&] { EXPECT_EQ(recorder.raise(eventOf(2), kLong).result, HISTORY_OK); });
     Waiters::waitFor(2);
-    other.reset();
+    other.release();
     leader.join();
     later.join();
     EXPECT_EQ(recorder.counters().groups, 2U);
@@ -259,14 +255,13 @@ TEST_F(FaultRecorderGroupTest, GroupThatChangesNothingIsNotCounted)
 
 TEST_F(FaultRecorderGroupTest, TriesOfAPostedEventAreNotCountedAsRefused)
 {
-    std::optional<LockingProcess> other;
-    other.emplace(path);
+    LockingProcess other(path);
     ASSERT_EQ(recorder.post(eventOf(1)), HISTORY_QUEUED);
     std::uint64_t left = 0;
     EXPECT_NE(recorder.flush(left, std::chrono::milliseconds(700)), HISTORY_OK);
     EXPECT_EQ(left, 1U);
     EXPECT_EQ(recorder.counters().refused, 0U);
-    other.reset();
+    other.release();
     EXPECT_EQ(recorder.flush(left), HISTORY_OK);
     EXPECT_EQ(recorder.counters().recorded, 1U);
 }
@@ -321,8 +316,7 @@ TEST_F(FaultRecorderGroupTest, JournalOfALargeGroupIsNotKept)
 
 TEST_F(FaultRecorderGroupTest, CloseWaitsForCallsThatAreUnderWay)
 {
-    std::optional<LockingProcess> other;
-    other.emplace(path);
+    LockingProcess other(path);
     Receipt receipt;
     std::thread recording([&] { receipt = recorder.record(eventOf(1), kLong); });
     Waiters::waitFor(1);
@@ -332,7 +326,7 @@ TEST_F(FaultRecorderGroupTest, CloseWaitsForCallsThatAreUnderWay)
     {
         std::this_thread::yield();
     }
-    other.reset();
+    other.release();
     recording.join();
     closing.join();
     EXPECT_EQ(receipt.result, HISTORY_OK);

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <optional>
 #include <thread>
 
 namespace
@@ -21,11 +20,7 @@ constexpr std::chrono::minutes kLong(1);
 class FaultRecorderLockTest : public FaultRecorderTest
 {
 protected:
-    FaultRecorderLockTest()
-    {
-        Waiters::reset();
-        m_options.isCancelled = Waiters::isCancelled;
-    }
+    FaultRecorderLockTest() { Waiters::watch(m_options); }
 
     /// That `call` lasts for about `kShort` and gives HISTORY_BUSY.
     template <class Call>
@@ -58,15 +53,14 @@ TEST_F(FaultRecorderLockTest, CallsWaitForAboutTheirPatienceAndWriteNothing)
     ASSERT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK);
     std::vector<unsigned long long> keys;
     std::vector<Receipt> receipts;
-    std::optional<LockingProcess> other;
-    other.emplace(path);
+    LockingProcess other(path);
     expectBusy([this] { return recorder.record(eventOf(2), kShort).result; });
     expectBusy([this] { return recorder.raise(eventOf(2), kShort).result; });
     expectBusy([this] { return recorder.clear(eventOf(1), kShort).result; });
     expectBusy([&] { return recorder.clearCode(eventOf(1), keys, kShort); });
     expectBusy([&] { return recorder.recordAll({eventOf(2), eventOf(3)}, receipts, kShort); });
     expectBusy([this] { return recorder.endCycle(kShort); });
-    other.reset();
+    other.release();
     EXPECT_EQ(value(kCountOfFaults), "1");
     EXPECT_EQ(recorder.counters().groups, 1U) << "a group that was not begun is no commit";
     EXPECT_EQ(recorder.counters().refused, 7U);
@@ -123,13 +117,12 @@ TEST_F(FaultRecorderLockTest, EventsOfAGroupThatAreWrittenAloneShareOnePatience)
 TEST_F(FaultRecorderLockTest, CallThatWaitsBehindAnotherGivesUpAlone)
 {
     open(m_options);
-    std::optional<LockingProcess> other;
-    other.emplace(path);
+    LockingProcess other(path);
     Receipt first;
     std::thread leading([&] { first = recorder.record(eventOf(1), kLong); });
     Waiters::waitFor(1);
     expectBusy([this] { return recorder.record(eventOf(2), kShort).result; });
-    other.reset();
+    other.release();
     leading.join();
     EXPECT_EQ(first.result, HISTORY_OK);
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1");
@@ -138,8 +131,7 @@ TEST_F(FaultRecorderLockTest, CallThatWaitsBehindAnotherGivesUpAlone)
 TEST_F(FaultRecorderLockTest, CallsThatWaitBehindOneThatGivesUpGoOn)
 {
     open(m_options);
-    std::optional<LockingProcess> other;
-    other.emplace(path);
+    LockingProcess other(path);
     Receipt first;
     Receipt second;
     std::thread leading([&] { first = recorder.record(eventOf(1), std::chrono::milliseconds(300)); });
@@ -148,7 +140,7 @@ TEST_F(FaultRecorderLockTest, CallsThatWaitBehindOneThatGivesUpGoOn)
     leading.join();
     EXPECT_EQ(first.result, HISTORY_BUSY);
     Waiters::waitFor(2);
-    other.reset();
+    other.release();
     following.join();
     EXPECT_EQ(second.result, HISTORY_OK);
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "2");
@@ -157,8 +149,7 @@ TEST_F(FaultRecorderLockTest, CallsThatWaitBehindOneThatGivesUpGoOn)
 TEST_F(FaultRecorderLockTest, WaitingCallsEndWhenTheyAreCancelled)
 {
     open(m_options);
-    std::optional<LockingProcess> other;
-    other.emplace(path);
+    LockingProcess other(path);
     std::vector<int> results(3, HISTORY_OK);
     std::vector<std::thread> threads;
     for (int& result : results)
@@ -172,7 +163,7 @@ TEST_F(FaultRecorderLockTest, WaitingCallsEndWhenTheyAreCancelled)
         thread.join();
     }
     EXPECT_THAT(results, testing::Each(HISTORY_CANCELLED));
-    other.reset();
+    other.release();
     EXPECT_EQ(value(kCountOfFaults), "0");
     Waiters::reset();
     EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);

@@ -4,7 +4,6 @@
 #include "Waiters.h"
 
 #include <atomic>
-#include <optional>
 #include <thread>
 
 namespace
@@ -48,8 +47,7 @@ TEST_F(FaultRecorderPostCloseTest, WaitingPostsEndWhenTheRecorderIsClosed)
     options.queueLimit = 1;
     options.doesPostWait = true;
     open(options);
-    std::optional<LockingProcess> other;
-    other.emplace(path);
+    LockingProcess other(path);
     post(1);
     std::vector<int> results(4, HISTORY_OK);
     std::vector<std::thread> threads;
@@ -63,16 +61,15 @@ TEST_F(FaultRecorderPostCloseTest, WaitingPostsEndWhenTheRecorderIsClosed)
         thread.join();
     }
     EXPECT_THAT(results, testing::Each(HISTORY_INVALID_STATE));
-    other.reset();
+    other.release();
     closing.join();
     EXPECT_EQ(value(kCountOfFaults), "1");
 }
 
 TEST_F(FaultRecorderPostCloseTest, FlushTellsOfWhatAnotherThreadLosesByClosing)
 {
-    Waiters::reset();
     RecorderOptions options;
-    options.isCancelled = Waiters::isCancelled;
+    Waiters::watch(options);
     open(options);
     LockingProcess const other(path);
     post(2);
@@ -87,18 +84,16 @@ TEST_F(FaultRecorderPostCloseTest, FlushTellsOfWhatAnotherThreadLosesByClosing)
 
 TEST_F(FaultRecorderPostCloseTest, FlushThatOutlivesClosingAndOpeningAgainFails)
 {
-    Waiters::reset();
     RecorderOptions options;
-    options.isCancelled = Waiters::isCancelled;
+    Waiters::watch(options);
     open(options);
-    std::optional<LockingProcess> other;
-    other.emplace(path);
+    LockingProcess other(path);
     post(3);
     int result = HISTORY_OK;
     std::thread flusher([&] { result = flush(1min); });
     Waiters::waitFor(2); // This one and the recorder's own thread.
     EXPECT_EQ(recorder.close(0ms), HISTORY_FAILED);
-    other.reset();
+    other.release();
     open(options);
     flusher.join();
     EXPECT_LT(result, 0);
@@ -108,8 +103,7 @@ TEST_F(FaultRecorderPostCloseTest, FlushThatOutlivesClosingAndOpeningAgainFails)
 TEST_F(FaultRecorderPostCloseTest, ClosingRefusesCallsWhileItRecordsWhatWasPosted)
 {
     open();
-    std::optional<LockingProcess> other;
-    other.emplace(path);
+    LockingProcess other(path);
     post(1);
     std::thread closer([&] { EXPECT_EQ(recorder.close(1min), HISTORY_OK) << recorder.lastProblem(); });
     while (recorder.record(eventOf(2), 0ms).result != HISTORY_INVALID_STATE)
@@ -117,7 +111,7 @@ TEST_F(FaultRecorderPostCloseTest, ClosingRefusesCallsWhileItRecordsWhatWasPoste
         std::this_thread::yield();
     }
     EXPECT_EQ(recorder.endCycle(0ms), HISTORY_INVALID_STATE);
-    other.reset();
+    other.release();
     closer.join();
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1");
 }

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <optional>
 #include <thread>
 
 #include <sys/resource.h>
@@ -51,8 +50,7 @@ TEST_F(FaultRecorderPostTest, PostedEventsAreRecordedInTheirOrderWithTheMomentOf
 TEST_F(FaultRecorderPostTest, PostDoesNotWaitForALockedFile)
 {
     open();
-    std::optional<LockingProcess> other;
-    other.emplace(path);
+    LockingProcess other(path);
     post(1);
     FaultEvent const early = eventOf(2);
     EXPECT_EQ(recorder.post(early), HISTORY_QUEUED);
@@ -60,7 +58,7 @@ TEST_F(FaultRecorderPostTest, PostDoesNotWaitForALockedFile)
     EXPECT_EQ(left, 2U);
     EXPECT_THAT(recorder.lastProblem(), HasSubstr(path));
     EXPECT_EQ(recorder.counters().queued, 2U);
-    other.reset();
+    other.release();
     EXPECT_EQ(flush(), HISTORY_OK);
     EXPECT_EQ(left, 0U);
     EXPECT_EQ(value(kCountOfFaults), "2");
@@ -98,8 +96,7 @@ TEST_F(FaultRecorderPostTest, ByOptionPostWaitsForRoom)
     options.queueLimit = 2;
     options.doesPostWait = true;
     open(options);
-    std::optional<LockingProcess> other;
-    other.emplace(path);
+    LockingProcess other(path);
     post(2);
     std::atomic<bool> isPosted(false);
     std::thread posting(
@@ -110,7 +107,7 @@ TEST_F(FaultRecorderPostTest, ByOptionPostWaitsForRoom)
         });
     EXPECT_EQ(flush(300ms), HISTORY_BUSY);
     EXPECT_FALSE(isPosted);
-    other.reset();
+    other.release();
     posting.join();
     EXPECT_EQ(flush(), HISTORY_OK);
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,2,3");
@@ -244,9 +241,8 @@ TEST_F(FaultRecorderPostTest, StorageThatIsFullAfterTheFirstOfSeveralCommitsLose
 TEST_F(FaultRecorderPostTest, CancellingEndsWaitsForTheQueueAndLosesNothing)
 {
     createWithFacade();
-    Waiters::reset();
     RecorderOptions options;
-    options.isCancelled = Waiters::isCancelled;
+    Waiters::watch(options);
     options.queueLimit = 1;
     options.doesPostWait = true;
     open(options);

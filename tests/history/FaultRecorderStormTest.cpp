@@ -144,9 +144,8 @@ TEST_F(FaultRecorderStormTest, RowOfTheStormLeavesAnEdgeThatCameAfterIt)
 TEST_F(FaultRecorderStormTest, RowOfTheStormLeavesAnEdgeThatIsBeingStoredWhenTheStormEnds)
 {
     createWithFacade();
-    Waiters::reset();
     RecorderOptions options = limited();
-    options.isCancelled = Waiters::isCancelled;
+    Waiters::watch(options);
     open(options);
     exhaust(eventOf(1));
     EXPECT_EQ(recorder.record(eventOf(1)).result, HISTORY_COUNTED);

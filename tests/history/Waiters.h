@@ -1,15 +1,24 @@
 #pragma once
 
+#include <history/FaultRecorder.h>
+
 #include <condition_variable>
 #include <mutex>
 #include <set>
 #include <thread>
 
-/// The threads whose calls wait in a recorder that was opened with `Waiters::isCancelled`. All is static because the
+/// The threads whose calls wait in a recorder whose options were handed to `Waiters::watch`. All is static because the
 /// recorder takes a plain function.
 class Waiters
 {
 public:
+    /// Begins anew and notes the threads that wait in a recorder with these options.
+    static void watch(firaim::RecorderOptions& options)
+    {
+        reset();
+        options.isCancelled = isCancelled;
+    }
+
     /// No thread, nothing cancelled.
     static void reset()
     {
