@@ -32,7 +32,7 @@ TEST_F(BesideAWriter, ACopyIsConsistent)
     for (int round = 0; round < kRounds; ++round)
     {
         std::string const copy = dir.file("copy.db");
-        outcome_t const outcome = runTool({"backup", path, copy, "--force"});
+        Outcome const outcome = runTool({"backup", path, copy, "--force"});
         EXPECT_EQ(outcome.status, 0) << outcome.errors;
         RawDb raw(copy);
         EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
@@ -49,7 +49,7 @@ TEST_F(BesideAWriter, AnExportHoldsEveryFaultThatWasThereOnce)
     WritingProcess writer(path);
     for (int round = 0; round < kRounds; ++round)
     {
-        outcome_t const outcome = runTool({"export", path, "--format", "csv"});
+        Outcome const outcome = runTool({"export", path, "--format", "csv"});
         EXPECT_EQ(outcome.status, 0) << outcome.errors;
         std::istringstream rows(outcome.output);
         std::string row;
@@ -73,7 +73,7 @@ TEST_F(BesideAWriter, AReaderThatDoesNotReadHoldsNobodyUp)
     {
         ToolProcess slow(arguments);
         EXPECT_TRUE(slow.readLine());
-        outcome_t const outcome = runTool({"record", path, "--code", "FC_BUS_OFF"});
+        Outcome const outcome = runTool({"record", path, "--code", "FC_BUS_OFF"});
         EXPECT_EQ(outcome.status, 0) << outcome.errors;
     }
 }

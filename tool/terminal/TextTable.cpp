@@ -207,7 +207,9 @@ void TextTable::write(Row const& row)
             std::size_t const left = terminalWidth > used + blanks ? terminalWidth - used - blanks : 0;
             bool const isLast = column + 1 == row.size();
             std::size_t const own = m_headings[column].isElastic && !isLast ? m_widths[column] : left;
-            text = left < 2 ? "" : shortened(text, std::min(own, left), ellipsisFor(terminal));
+            // A single column would hold nothing but the ellipsis.
+            text = left < std::min<std::size_t>(2, whole) ? ""
+                                                          : shortened(text, std::min(own, left), ellipsisFor(terminal));
         }
         std::size_t const width = displayWidth(text);
         if (!text.empty())

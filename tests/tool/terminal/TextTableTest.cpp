@@ -85,6 +85,17 @@ protected:
 
 } // namespace
 
+TEST_F(TextTableTest, ShowsALastDigitAtTheEdgeOfTheTerminal)
+{
+    auto const work = [](Output& output)
+    {
+        TextTable table(output, {{"A name of ten", false, true}, {"Entry", true}});
+        table.add({"a name", "1"});
+        table.end();
+    };
+    EXPECT_THAT(shown(20, work), ElementsAre("A name of ten  Entry", "a name             1"));
+}
+
 TEST_F(TextTableTest, PutsTextsBelowEachOthersBeginAndNumbersBelowEachOthersEnd)
 {
     auto const work = [](Output& output)
@@ -292,23 +303,6 @@ TEST_F(TextTableTest, HoldsBackFewerRowsThatAreLong)
               StandardDescriptor const nowhere(STDOUT_FILENO, open("/dev/null", O_WRONLY | O_CLOEXEC));
               output.flush();
           });
-}
-
-TEST_F(TextTableTest, WritesWhatIsHeldBackForSomebodyWhoWaits)
-{
-    auto const work = [](Output& output)
-    {
-        TextTable table(output, {{"Key", true}, {"Text"}, {"|"}});
-        table.add({"1", "text", "|"});
-        table.settle();
-        std::size_t const pending = output.pending();
-        EXPECT_GT(pending, 0u);
-        table.settle();
-        EXPECT_EQ(output.pending(), pending);
-        table.add({"2", "longer text", "|"});
-        table.end();
-    };
-    EXPECT_THAT(shown(kPipe, work), ElementsAre("Key  Text  |", "  1  text  |", "  2  longer text  |"));
 }
 
 TEST(BarText, ShowsAnythingAboveZero)
