@@ -102,7 +102,7 @@ TEST_F(ProgressTest, WritesNothingWhereResultsGoToATerminal)
 
 TEST_F(ProgressTest, LeavesTheLastColumnFreeAtEveryWidth)
 {
-    for (std::size_t const length : {1, 7, 12, 40})
+    for (std::size_t const length : {1U, 7U, 12U, 40U})
     {
         for (int columns = 20; columns <= 60; ++columns)
         {
