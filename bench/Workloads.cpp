@@ -57,12 +57,12 @@ class TwoFiles
 public:
     TwoFiles(std::string const& folder, unsigned int faults) : m_folder(folder)
     {
-        createFile(library(), faults);
-        createFile(baseline(), faults);
+        createFile(libraryFile(), faults);
+        createFile(baselineFile(), faults);
     }
 
-    std::string library() const { return m_folder.file("library.db"); }
-    std::string baseline() const { return m_folder.file("baseline.db"); }
+    std::string libraryFile() const { return m_folder.file("library.db"); }
+    std::string baselineFile() const { return m_folder.file("baseline.db"); }
 
 private:
     Folder m_folder;
@@ -73,7 +73,7 @@ class OnTwoFiles : public Workload
 {
 public:
     OnTwoFiles(std::string const& folder, unsigned int faults, BareConnection::settings_t settings)
-        : m_files(folder, faults), m_database(m_files.library()), connection(m_files.baseline(), settings)
+        : m_files(folder, faults), m_database(m_files.libraryFile()), connection(m_files.baselineFile(), settings)
     {
     }
 
@@ -134,9 +134,9 @@ public:
         }
     }
 
-    void library() override { require(db.insert(m_faults[m_turn.next()]) == 0, "insert"); }
+    void runLibrary() override { require(db.insert(m_faults[m_turn.next()]) == 0, "insert"); }
 
-    void baseline() override
+    void runBaseline() override
     {
         connection.exec(m_statements[m_turn.next()]);
         connection.getTable("SELECT * FROM FdbFaultTbl WHERE EntryId=(select max(EntryId) from FdbFaultTbl)");
@@ -162,8 +162,8 @@ public:
         connection.exec("DELETE FROM FdbFaultTbl WHERE EntryId>=" + std::to_string(m_firstKey));
     }
 
-    void library() override { require(db.insert(m_fault) == 0, "insert"); }
-    void baseline() override {}
+    void runLibrary() override { require(db.insert(m_fault) == 0, "insert"); }
+    void runBaseline() override {}
 
 private:
     Fault m_fault = deviceFault(1);
@@ -189,9 +189,9 @@ public:
     }
     ~RecordFaultDurably() override { sqlite3_finalize(m_statement); }
 
-    void library() override { require(db.insert(m_faults[m_turn.next()]) == 0, "insert"); }
+    void runLibrary() override { require(db.insert(m_faults[m_turn.next()]) == 0, "insert"); }
 
-    void baseline() override
+    void runBaseline() override
     {
         Fault const& fault = m_faults[m_turn.next()];
         bindText(1, fault.DateTimeString);
@@ -229,8 +229,8 @@ class ReadFaults : public OnOneFile
 public:
     using OnOneFile::OnOneFile;
 
-    void library() override { require(db.getFaultTbl(m_faults.emplace()) > 0, "getFaultTbl"); }
-    void baseline() override { connection.getTable("SELECT * FROM \"FdbFaultTbl\""); }
+    void runLibrary() override { require(db.getFaultTbl(m_faults.emplace()) > 0, "getFaultTbl"); }
+    void runBaseline() override { connection.getTable("SELECT * FROM \"FdbFaultTbl\""); }
     void clean() override
     {
         m_faults.reset();
@@ -252,8 +252,8 @@ public:
         }
     }
 
-    void library() override { require(db.getFaultById(m_fault, id(m_turn.next())) == 0, "getFaultById"); }
-    void baseline() override { connection.getTable(m_statements[m_turn.next()]); }
+    void runLibrary() override { require(db.getFaultById(m_fault, id(m_turn.next())) == 0, "getFaultById"); }
+    void runBaseline() override { connection.getTable(m_statements[m_turn.next()]); }
 
 private:
     unsigned long long id(unsigned int turn) const { return 1 + 7919ULL * turn % m_rows; }
@@ -275,11 +275,11 @@ public:
         }
     }
 
-    void library() override
+    void runLibrary() override
     {
         require(db.getFaultStatisticForFC(m_statistic, m_turn.next() + 1) == 0, "getFaultStatisticForFC");
     }
-    void baseline() override { connection.getTable(m_statements[m_turn.next()]); }
+    void runBaseline() override { connection.getTable(m_statements[m_turn.next()]); }
 
 private:
     std::array<std::string, kRecords> m_statements;
@@ -302,8 +302,8 @@ public:
         }
     }
 
-    void library() override { require(db.update(m_faults[m_turn.next()]) == 0, "update"); }
-    void baseline() override { connection.exec(m_statements[m_turn.next()]); }
+    void runLibrary() override { require(db.update(m_faults[m_turn.next()]) == 0, "update"); }
+    void runBaseline() override { connection.exec(m_statements[m_turn.next()]); }
 
 private:
     std::array<Fault, kRecords> m_faults;
@@ -327,8 +327,8 @@ public:
         }
     }
 
-    void library() override { require(db.update(m_statistics[m_turn.next()]) == 0, "update"); }
-    void baseline() override { connection.exec(m_statements[m_turn.next()]); }
+    void runLibrary() override { require(db.update(m_statistics[m_turn.next()]) == 0, "update"); }
+    void runBaseline() override { connection.exec(m_statements[m_turn.next()]); }
 
 private:
     std::array<FaultStatistic, kRecords> m_statistics;
@@ -341,8 +341,8 @@ class CountStatistics : public OnOneFile
 public:
     using OnOneFile::OnOneFile;
 
-    void library() override { require(db.getFaultStatisticTblErrorNr(m_count) == 0, "getFaultStatisticTblErrorNr"); }
-    void baseline() override { connection.exec("SELECT COUNT(*) FROM FdbFaultStatisticTbl"); }
+    void runLibrary() override { require(db.getFaultStatisticTblErrorNr(m_count) == 0, "getFaultStatisticTblErrorNr"); }
+    void runBaseline() override { connection.exec("SELECT COUNT(*) FROM FdbFaultStatisticTbl"); }
 
 private:
     unsigned short m_count = 0;
@@ -353,11 +353,11 @@ class CountActiveStatistics : public OnOneFile
 public:
     using OnOneFile::OnOneFile;
 
-    void library() override
+    void runLibrary() override
     {
         require(db.getFaultStatisticTblErrorActiveNr(m_count) == 0, "getFaultStatisticTblErrorActiveNr");
     }
-    void baseline() override
+    void runBaseline() override
     {
         connection.exec("SELECT COUNT() FROM FdbFaultStatisticTbl WHERE FaultActive LIKE 'active'");
     }
@@ -380,11 +380,11 @@ public:
         }
     }
 
-    void library() override
+    void runLibrary() override
     {
         m_length += (static_cast<SqlTbl<Fault>&>(*m_tbl).*m_generator)(m_faults[m_turn.next()]).size();
     }
-    void baseline() override {}
+    void runBaseline() override {}
 
 private:
     generator_t m_generator;
@@ -407,15 +407,15 @@ public:
         m_copies.resize(static_cast<std::size_t>(m_columns));
         for (int i = 0; i < m_rows; ++i)
         {
-            library();
-            baseline();
+            runLibrary();
+            runBaseline();
         }
     }
     ~DecodeFault() override { sqlite3_free_table(m_cells); }
 
-    void library() override { require(m_tbl->setDatafromSqlResult(nextRow()) == m_columns, "setDatafromSqlResult"); }
+    void runLibrary() override { require(m_tbl->setDatafromSqlResult(nextRow()) == m_columns, "setDatafromSqlResult"); }
 
-    void baseline() override
+    void runBaseline() override
     {
         char** const row = nextRow();
         for (std::size_t i = 0; i < m_copies.size(); ++i)
@@ -466,13 +466,13 @@ public:
         }
     }
 
-    void library() override
+    void runLibrary() override
     {
         require(db.updateRdbStartup(3 - m_id, m_id) == 0, "updateRdbStartup");
         m_id = 3 - m_id;
     }
 
-    void baseline() override
+    void runBaseline() override
     {
         connection.getTable("SELECT * FROM FdbFaultTbl WHERE RdbStartupId = " + std::to_string(m_id));
         m_id = 3 - m_id;

@@ -12,8 +12,8 @@ class Workload
 {
 public:
     virtual ~Workload() = default;
-    virtual void library() = 0;
-    virtual void baseline() = 0;
+    virtual void runLibrary() = 0;
+    virtual void runBaseline() = 0;
 
     /// Puts aside what a call left behind, so that giving it back is not measured. Not called for single records.
     virtual void clean() {}

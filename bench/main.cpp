@@ -32,7 +32,7 @@
 /// A name that a counter of instructions can be told.
 extern "C" __attribute__((noinline)) void firaim_bench_measured(Workload& workload, bool isLibrary)
 {
-    isLibrary ? workload.library() : workload.baseline();
+    isLibrary ? workload.runLibrary() : workload.runBaseline();
 }
 
 namespace
@@ -122,14 +122,14 @@ std::string allocationText(workload_t const& workload)
     unsigned int const calls = workload.isLarge ? 1 : kCalls;
     for (unsigned int i = 0; i < calls; ++i)
     {
-        object->library();
+        object->runLibrary();
         object->clean();
     }
     unsigned long long const newBefore = allocationCount::ofNew();
     unsigned long long const sqliteBefore = allocationCount::ofSqlite();
     for (unsigned int i = 0; i < calls; ++i)
     {
-        object->library();
+        object->runLibrary();
     }
     char text[48];
     std::snprintf(text, sizeof text, "%.1f + %.1f", static_cast<double>(allocationCount::ofNew() - newBefore) / calls,
@@ -204,10 +204,10 @@ int measureAll(setting_t const& setting, std::vector<char*> options)
     std::vector<growth_t> const growths = makeGrowths(setting);
     for (workload_t const& workload : workloads)
     {
-        registerSide(workload, workload.name + kLibrary, &Workload::library);
+        registerSide(workload, workload.name + kLibrary, &Workload::runLibrary);
         if (workload.target != 0)
         {
-            registerSide(workload, workload.name + kBaseline, &Workload::baseline);
+            registerSide(workload, workload.name + kBaseline, &Workload::runBaseline);
         }
     }
     for (growth_t const& growth : growths)
@@ -215,7 +215,7 @@ int measureAll(setting_t const& setting, std::vector<char*> options)
         for (growth_t::point_t const& point : growth.points)
         {
             registerSide({growthName(growth, point), "", CPU_TIME, 0, false, point.make}, growthName(growth, point),
-                         &Workload::library);
+                         &Workload::runLibrary);
         }
     }
     int count = static_cast<int>(options.size());
@@ -245,7 +245,7 @@ int repeat(std::string const& name, bool isLibrary, unsigned long times)
     std::vector<workload_t> const workloads = makeWorkloads(kCounted);
     auto const object = find(workloads, name).make();
     // Once not counted, as when times are taken.
-    isLibrary ? object->library() : object->baseline();
+    isLibrary ? object->runLibrary() : object->runBaseline();
     object->clean();
     for (unsigned long i = 0; i < times; ++i)
     {
