@@ -57,11 +57,11 @@ class TwoFiles
 public:
     TwoFiles(std::string const& folder, unsigned int faults) : m_folder(folder)
     {
-        createFile(libraryFile(), faults);
+        createFile(ownFile(), faults);
         createFile(baselineFile(), faults);
     }
 
-    std::string libraryFile() const { return m_folder.file("library.db"); }
+    std::string ownFile() const { return m_folder.file("library.db"); }
     std::string baselineFile() const { return m_folder.file("baseline.db"); }
 
 private:
@@ -73,7 +73,7 @@ class OnTwoFiles : public Workload
 {
 public:
     OnTwoFiles(std::string const& folder, unsigned int faults, BareConnection::settings_t settings)
-        : m_files(folder, faults), m_database(m_files.libraryFile()), connection(m_files.baselineFile(), settings)
+        : m_files(folder, faults), m_database(m_files.ownFile()), connection(m_files.baselineFile(), settings)
     {
     }
 
