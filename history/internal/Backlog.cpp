@@ -1,7 +1,7 @@
 #include <history/internal/Backlog.h>
 
+#include <db/internal/BlockSignals.h>
 #include <history/internal/Deadline.h>
-#include <history/internal/QuietThread.h>
 
 #include <algorithm>
 #include <mutex>
@@ -186,7 +186,8 @@ bool Backlog::startThread()
     }
     try
     {
-        m_thread = startQuietThread([this] { work(); });
+        BlockSignals const blocked; // Signals are for the application's own threads.
+        m_thread = std::thread([this] { work(); });
         m_isThreadRunning = true;
         return true;
     }

@@ -4,10 +4,10 @@
 #include <tool/commands/Commands.h>
 #include <tool/process/Problem.h>
 
+#include <db/internal/BlockSignals.h>
 #include <fdb/FaultDb.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <system_error>
 
@@ -23,24 +23,6 @@ struct Options
 {
     std::string path;
     bool isForced = false;
-};
-
-/// Keeps the signals that ask the program to end waiting for as long as it lives.
-class WithoutSignals
-{
-public:
-    WithoutSignals()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        sigprocmask(SIG_BLOCK, &all, &m_before);
-    }
-    ~WithoutSignals() { sigprocmask(SIG_SETMASK, &m_before, nullptr); }
-    WithoutSignals(WithoutSignals const&) = delete;
-    WithoutSignals& operator=(WithoutSignals const&) = delete;
-
-private:
-    sigset_t m_before;
 };
 
 /// Whether something has the name `path`, be it a link that leads nowhere or a file that must not be read.
@@ -79,7 +61,7 @@ int create(Options const& options, Output&)
         requireReplaceable(options);
     }
     // It is created in several steps. The tables come all or, when a step fails, not at all.
-    WithoutSignals const whole;
+    BlockSignals const whole;
     int const result = FaultDb::getInstance()->createDb(options.path, options.isForced);
     if (result == RESULT_OK)
     {

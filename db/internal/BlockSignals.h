@@ -1,15 +1,8 @@
-#include <history/internal/QuietThread.h>
+#pragma once
 
 #include <csignal>
-#include <utility>
 
-namespace firaim
-{
-
-namespace
-{
-
-/// A thread inherits the signals that are blocked when it is started.
+/// Blocks all signals of the calling thread for as long as it lives: they wait, and threads that it starts get none.
 class BlockSignals
 {
 public:
@@ -26,13 +19,3 @@ public:
 private:
     sigset_t m_before;
 };
-
-} // namespace
-
-std::thread startQuietThread(std::function<void()> body)
-{
-    BlockSignals const blocked;
-    return std::thread(std::move(body));
-}
-
-} // namespace firaim
