@@ -59,7 +59,7 @@ FaultStatistic deviceStatistic(unsigned int seed)
     return statistic;
 }
 
-BareConnection::BareConnection(std::string const& path, settings_t settings)
+BareConnection::BareConnection(std::string const& path, Settings settings)
 {
     require(sqlite3_open(path.c_str(), &m_db) == SQLITE_OK, "sqlite3_open");
     if (settings == AS_THE_LIBRARY)

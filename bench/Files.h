@@ -19,13 +19,13 @@ constexpr unsigned int kStatistics = 100;
 class BareConnection
 {
 public:
-    enum settings_t
+    enum Settings
     {
         AS_THE_LIBRARY, ///< the settings of a connection that the library opened
         SQLITES_OWN     ///< what a user gets who sets nothing
     };
 
-    BareConnection(std::string const& path, settings_t settings);
+    BareConnection(std::string const& path, Settings settings);
     ~BareConnection();
     BareConnection(BareConnection const&) = delete;
     BareConnection& operator=(BareConnection const&) = delete;

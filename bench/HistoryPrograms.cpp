@@ -78,7 +78,7 @@ void renew(std::string const& path)
 
 } // namespace
 
-void measureBesideImporters(historySetting_t const& setting)
+void measureBesideImporters(HistorySetting const& setting)
 {
     constexpr unsigned int kImporters = 4;
     constexpr std::chrono::milliseconds kPause(50);
@@ -103,9 +103,9 @@ void measureBesideImporters(historySetting_t const& setting)
     for (unsigned int i = 0; i < setting.callsBesideImporters; ++i)
     {
         std::this_thread::sleep_for(kPause);
-        double const begin = secondsNow(meter_t::WALL);
+        double const begin = secondsNow(Meter::WALL);
         side.record();
-        worst = std::max(worst, secondsNow(meter_t::WALL) - begin);
+        worst = std::max(worst, secondsNow(Meter::WALL) - begin);
         bool isBeside = false;
         for (ChildProcess& importer : importers)
         {
@@ -127,7 +127,7 @@ void measureBesideImporters(historySetting_t const& setting)
            timeText(worst), "", "1 s"});
 }
 
-void compareImport(historySetting_t const& setting)
+void compareImport(HistorySetting const& setting)
 {
     constexpr unsigned int kRounds = 3;
     if (setting.tool.empty() || !isOnPath("sqlite3"))
@@ -142,7 +142,7 @@ void compareImport(historySetting_t const& setting)
     writeJsonLines(lines, setting.importedLinesByOne);
     writeCsv(csv, setting.importedLinesByOne);
     std::vector<double> const cpu = medianTurns(
-        meter_t::CHILDREN, kRounds,
+        Meter::CHILDREN, kRounds,
         {[&]
          {
              renew(path);

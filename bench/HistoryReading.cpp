@@ -57,7 +57,7 @@ unsigned long readingPeak(Folder const& folder, std::string const& path)
 
 } // namespace
 
-void compareReading(historySetting_t const& setting)
+void compareReading(HistorySetting const& setting)
 {
     Folder const folder(setting.memoryFolder);
     std::string const path = folder.file("faults.db");
@@ -65,13 +65,13 @@ void compareReading(historySetting_t const& setting)
     addFaults(path, setting.readRows);
     BareConnection const bare(path, BareConnection::AS_THE_LIBRARY);
     std::vector<double> const cpu =
-        medianTurns(meter_t::CPU, setting.rounds,
+        medianTurns(Meter::CPU, setting.rounds,
                     {[&] { readAll(path, setting.readRows); }, [&] { bare.getTable("SELECT * FROM FdbFaultTbl"); }});
     printTimes("read " + std::to_string(setting.readRows) + " faults as records, CPU", "sqlite3_get_table", cpu[1],
                cpu[0], 0.80);
 }
 
-void measureOpening(historySetting_t const& setting)
+void measureOpening(HistorySetting const& setting)
 {
     constexpr unsigned int kRounds = 5;
     Folder const folder(setting.diskFolder);
@@ -94,14 +94,14 @@ void measureOpening(historySetting_t const& setting)
     for (unsigned int i = 0; i < kRounds; ++i)
     {
         firaim::FaultRecorder recorder;
-        double const begin = secondsNow(meter_t::WALL);
+        double const begin = secondsNow(Meter::WALL);
         require(recorder.open(path) == firaim::HISTORY_OK, "FaultRecorder::open");
-        double const opened = secondsNow(meter_t::WALL);
+        double const opened = secondsNow(Meter::WALL);
         require(recorder.raise(deviceEvent(1), std::chrono::minutes(1)).result >= 0, "FaultRecorder::raise");
-        double const raised = secondsNow(meter_t::WALL);
+        double const raised = secondsNow(Meter::WALL);
         firaim::FaultReader reader;
         require(reader.open(path) == firaim::HISTORY_OK, "FaultReader::open");
-        reading.push_back(secondsNow(meter_t::WALL) - raised);
+        reading.push_back(secondsNow(Meter::WALL) - raised);
         opening.push_back(opened - begin);
         raising.push_back(raised - opened);
     }

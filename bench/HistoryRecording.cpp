@@ -16,7 +16,7 @@ constexpr unsigned int kRowsBefore = 1000;
 constexpr unsigned int kThreads = 8;
 
 /// A call of each side records `calls` faults; seconds for one.
-std::vector<double> secondsPerFault(meter_t meter, unsigned int rounds, unsigned int calls,
+std::vector<double> secondsPerFault(Meter meter, unsigned int rounds, unsigned int calls,
                                     std::vector<RecordingSide*> const& sides)
 {
     std::vector<std::function<void()>> turns;
@@ -87,9 +87,9 @@ private:
         std::vector<double> latencies;
         for (unsigned int i = 0; i < calls; ++i)
         {
-            double const begin = secondsNow(meter_t::WALL);
+            double const begin = secondsNow(Meter::WALL);
             side.record();
-            latencies.push_back(secondsNow(meter_t::WALL) - begin);
+            latencies.push_back(secondsNow(Meter::WALL) - begin);
         }
         return latencies;
     }
@@ -105,7 +105,7 @@ std::uintmax_t kib(std::string const& path)
 
 } // namespace
 
-void compareRecording(historySetting_t const& setting)
+void compareRecording(HistorySetting const& setting)
 {
     constexpr char kWork[] = "record fault + statistic, CPU";
     constexpr char kDurable[] = "record fault + statistic, durable";
@@ -113,18 +113,17 @@ void compareRecording(historySetting_t const& setting)
     constexpr char kByFacade[] = "the facade's insert + update";
     {
         ThreePeers peers(setting.memoryFolder);
-        std::vector<double> const cpu = secondsPerFault(meter_t::CPU, setting.rounds, setting.calls, peers.sides());
+        std::vector<double> const cpu = secondsPerFault(Meter::CPU, setting.rounds, setting.calls, peers.sides());
         printTimes(kWork, kByHand, cpu[1], cpu[0], 1.15);
         printTimes(kWork, kByFacade, cpu[2], cpu[0], 0.45);
     }
     ThreePeers peers(setting.diskFolder);
-    std::vector<double> const wall =
-        secondsPerFault(meter_t::WALL, setting.rounds, setting.durableCalls, peers.sides());
+    std::vector<double> const wall = secondsPerFault(Meter::WALL, setting.rounds, setting.durableCalls, peers.sides());
     printTimes(kDurable, kByHand, wall[1], wall[0], 0);
     printTimes(kDurable, kByFacade, wall[2], wall[0], 0.60);
 }
 
-void compareThreads(historySetting_t const& setting)
+void compareThreads(HistorySetting const& setting)
 {
     Folder const folder(setting.diskFolder);
     std::string const alonePath = folder.file("alone.db");
@@ -150,7 +149,7 @@ void compareThreads(historySetting_t const& setting)
     Crowd byHand(std::move(peers));
     unsigned int const calls = setting.durableCalls;
     std::vector<double> const turns =
-        medianTurns(meter_t::WALL, setting.rounds,
+        medianTurns(Meter::WALL, setting.rounds,
                     {[&] { together.run(calls); }, [&] { byHand.run(calls); }, [&] { alone.run(calls); }});
     double const perFault = turns[0] / (kThreads * calls);
     printTimes("8 threads, durable, per fault", "8 threads with a connection each", turns[1] / (kThreads * calls),
@@ -161,7 +160,7 @@ void compareThreads(historySetting_t const& setting)
     printTimes("8 threads, durable, p99 of a call", "8 threads with a connection each", byHand.p99(), p99, 0);
 }
 
-void compareRetention(historySetting_t const& setting)
+void compareRetention(HistorySetting const& setting)
 {
     Folder const folder(setting.diskFolder);
     std::string const keptPath = folder.file("kept.db");
@@ -178,7 +177,7 @@ void compareRetention(historySetting_t const& setting)
     ByRecorder byKeeping(keeping);
     ByRecorder byGrowing(growing);
     std::vector<double> const seconds =
-        secondsPerFault(meter_t::WALL, setting.rounds, setting.durableCalls, {&byKeeping, &byGrowing});
+        secondsPerFault(Meter::WALL, setting.rounds, setting.durableCalls, {&byKeeping, &byGrowing});
     std::string const rows = "retention of " + std::to_string(setting.keptRows) + " rows";
     printTimes("record with " + rows + ", durable", "without retention", seconds[1], seconds[0], 1.5);
     std::uintmax_t const size = kib(keptPath);

@@ -3,7 +3,7 @@
 #include <string>
 
 /// Where the files lie, and how much is measured.
-struct historySetting_t
+struct HistorySetting
 {
     std::string memoryFolder;
     std::string diskFolder;
@@ -22,13 +22,13 @@ struct historySetting_t
 };
 
 /// Each prints its lines of the table.
-void compareRecording(historySetting_t const& setting);
-void compareThreads(historySetting_t const& setting);
-void compareRetention(historySetting_t const& setting);
-void compareReading(historySetting_t const& setting);
-void measureOpening(historySetting_t const& setting);
-void measureBesideImporters(historySetting_t const& setting);
-void compareImport(historySetting_t const& setting);
+void compareRecording(HistorySetting const& setting);
+void compareThreads(HistorySetting const& setting);
+void compareRetention(HistorySetting const& setting);
+void compareReading(HistorySetting const& setting);
+void measureOpening(HistorySetting const& setting);
+void measureBesideImporters(HistorySetting const& setting);
+void compareImport(HistorySetting const& setting);
 
 /// Reads all faults of a file and prints the memory of this process at its peak, in KiB.
 void printReadingPeak(std::string const& path);

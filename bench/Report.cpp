@@ -51,7 +51,7 @@ void printComparisonHead()
                 "the peer's", "library", "ratio", "target");
 }
 
-void print(comparison_t const& line)
+void print(Comparison const& line)
 {
     std::printf("| %-44s | %-34s | %11s | %11s | %5s | %7s |\n", line.work.c_str(), line.peer.c_str(),
                 line.peersValue.c_str(), line.value.c_str(), line.ratio.c_str(), line.target.c_str());

@@ -13,7 +13,7 @@ std::string timeText(double seconds);
 std::string ratioText(double ratio);
 
 /// One line of a table of peers; what does not apply is empty.
-struct comparison_t
+struct Comparison
 {
     std::string work;
     std::string peer;
@@ -24,7 +24,7 @@ struct comparison_t
 };
 
 void printComparisonHead();
-void print(comparison_t const& line);
+void print(Comparison const& line);
 
 /// Prints a line whose values are times; `target` is the largest ratio of the library to its peer, 0 for none.
 void printTimes(std::string const& work, std::string const& peer, double peersSeconds, double seconds, double target);

@@ -17,20 +17,20 @@ double seconds(timeval const& time)
 
 } // namespace
 
-double secondsNow(meter_t meter)
+double secondsNow(Meter meter)
 {
-    if (meter == meter_t::CHILDREN)
+    if (meter == Meter::CHILDREN)
     {
         rusage use = {};
         getrusage(RUSAGE_CHILDREN, &use);
         return seconds(use.ru_utime) + seconds(use.ru_stime);
     }
     timespec time = {};
-    clock_gettime(meter == meter_t::CPU ? CLOCK_PROCESS_CPUTIME_ID : CLOCK_MONOTONIC, &time);
+    clock_gettime(meter == Meter::CPU ? CLOCK_PROCESS_CPUTIME_ID : CLOCK_MONOTONIC, &time);
     return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
 
-std::vector<double> medianTurns(meter_t meter, unsigned int rounds, std::vector<std::function<void()>> const& sides)
+std::vector<double> medianTurns(Meter meter, unsigned int rounds, std::vector<std::function<void()>> const& sides)
 {
     std::mt19937 random(1); // The same order in each run.
     std::vector<std::size_t> order(sides.size());

@@ -20,16 +20,16 @@ constexpr unsigned int kRecords = 64;      ///< different records that are writt
 constexpr unsigned int kUpdatedRows = 16;  ///< written in turn; an update that changes nothing writes nothing
 constexpr unsigned int kSmallTable = 1000; ///< faults in a table of which one is read or written
 
-enum use_t
+enum Use
 {
     READ,
     RECORD
 };
 
 /// A file of so many faults that all measurements of one use share: those that read find the same all the time.
-std::string sharedFile(std::string const& folder, unsigned int faults, use_t use)
+std::string sharedFile(std::string const& folder, unsigned int faults, Use use)
 {
-    static std::map<std::tuple<std::string, unsigned int, use_t>, std::unique_ptr<Folder>> folders;
+    static std::map<std::tuple<std::string, unsigned int, Use>, std::unique_ptr<Folder>> folders;
     auto& owned = folders[{folder, faults, use}];
     if (!owned)
     {
@@ -72,7 +72,7 @@ private:
 class OnTwoFiles : public Workload
 {
 public:
-    OnTwoFiles(std::string const& folder, unsigned int faults, BareConnection::settings_t settings)
+    OnTwoFiles(std::string const& folder, unsigned int faults, BareConnection::Settings settings)
         : m_files(folder, faults), m_database(m_files.ownFile()), connection(m_files.baselineFile(), settings)
     {
     }
@@ -370,9 +370,9 @@ private:
 class WriteStatement : public Workload
 {
 public:
-    using generator_t = std::string (SqlTbl<Fault>::*)(Fault const&);
+    using Generator = std::string (SqlTbl<Fault>::*)(Fault const&);
 
-    explicit WriteStatement(generator_t generator) : m_generator(generator)
+    explicit WriteStatement(Generator generator) : m_generator(generator)
     {
         for (unsigned int i = 0; i < kRecords; ++i)
         {
@@ -387,7 +387,7 @@ public:
     void runBaseline() override {}
 
 private:
-    generator_t m_generator;
+    Generator m_generator;
     std::unique_ptr<FdbSqlFaultTbl> m_tbl = makeTbl<FdbSqlFaultTbl>(kFaultTbl);
     std::array<Fault, kRecords> m_faults;
     Turn m_turn;
@@ -490,7 +490,7 @@ private:
 
 } // namespace
 
-std::vector<workload_t> makeWorkloads(setting_t const& setting)
+std::vector<WorkloadRow> makeWorkloads(Setting const& setting)
 {
     std::string const memory = setting.memoryFolder;
     std::string const disk = setting.diskFolder;
@@ -525,14 +525,14 @@ std::vector<workload_t> makeWorkloads(setting_t const& setting)
     };
 }
 
-std::vector<growth_t> makeGrowths(setting_t const& setting)
+std::vector<Growth> makeGrowths(Setting const& setting)
 {
-    growth_t record = {"record one fault", 1.3, {}};
-    growth_t read = {"read one fault by id", 1.3, {}};
-    growth_t count = {"count statistics", 0, {}};
+    Growth record = {"record one fault", 1.3, {}};
+    Growth read = {"read one fault by id", 1.3, {}};
+    Growth count = {"count statistics", 0, {}};
     for (unsigned int const rows : setting.growthRows)
     {
-        auto const file = [memory = setting.memoryFolder, rows](use_t use) { return sharedFile(memory, rows, use); };
+        auto const file = [memory = setting.memoryFolder, rows](Use use) { return sharedFile(memory, rows, use); };
         record.points.push_back({rows, [=] { return std::make_unique<RecordIntoFile>(file(RECORD)); }});
         read.points.push_back({rows, [=] { return std::make_unique<ReadFaultById>(file(READ), rows); }});
         count.points.push_back({rows, [=] { return std::make_unique<CountStatistics>(file(READ)); }});

@@ -19,25 +19,25 @@ public:
     virtual void clean() {}
 };
 
-enum clockKind_t
+enum ClockKind
 {
     CPU_TIME, ///< on files in memory: what the processor does, the system's part included
     WALL_TIME ///< on a disk: what the caller waits
 };
 
-/// How a workload is made, and what is wanted of it.
-struct workload_t
+/// A row of the table: how its workload is made, and its target.
+struct WorkloadRow
 {
     std::string name;
     std::string baselineName;
-    clockKind_t clock;
+    ClockKind clock;
     double target; ///< the largest ratio of the library to the baseline; 0 for none
     bool isLarge;  ///< takes a large part of a second and leaves something to clean
     std::function<std::unique_ptr<Workload>()> make;
 };
 
 /// Where the files lie, and how large the tables are.
-struct setting_t
+struct Setting
 {
     std::string memoryFolder;
     std::string diskFolder;
@@ -46,12 +46,12 @@ struct setting_t
     std::vector<unsigned int> growthRows;
 };
 
-std::vector<workload_t> makeWorkloads(setting_t const& setting);
+std::vector<WorkloadRow> makeWorkloads(Setting const& setting);
 
 /// One operation of the library on tables of growing size.
-struct growth_t
+struct Growth
 {
-    struct point_t
+    struct Point
     {
         unsigned int rows;
         std::function<std::unique_ptr<Workload>()> make;
@@ -59,7 +59,7 @@ struct growth_t
 
     std::string name;
     double target; ///< the largest ratio of the last point to the first; 0 for none
-    std::vector<point_t> points;
+    std::vector<Point> points;
 };
 
-std::vector<growth_t> makeGrowths(setting_t const& setting);
+std::vector<Growth> makeGrowths(Setting const& setting);

@@ -16,14 +16,14 @@
 namespace
 {
 
-historySetting_t wholeSetting()
+HistorySetting wholeSetting()
 {
     return {memoryFolder(), "/var/tmp", "",   21,        500,    50,      10'000,
             100'000,        100'000,    1000, 1'000'000, 20'000, 100'000, 20};
 }
 
 /// A size that takes no time, so that the tests can run every benchmark.
-historySetting_t tinySetting()
+HistorySetting tinySetting()
 {
     return {memoryFolder(), memoryFolder(), "", 1, 3, 2, 5, 20, 20, 10, 30, 10, 10, 2};
 }
@@ -35,7 +35,7 @@ std::string loadText()
     return "load " + ratioText(load[0]) + " (1 minute), " + ratioText(load[1]) + " (5 minutes)";
 }
 
-void printAll(historySetting_t const& setting)
+void printAll(HistorySetting const& setting)
 {
     std::printf("%s\nCPU time on files in %s, durable calls and what they wait on files in %s\n", systemText().c_str(),
                 setting.memoryFolder.c_str(), setting.diskFolder.c_str());
@@ -65,7 +65,7 @@ int main(int argc, char** argv)
         printReadingPeak(arguments[1]);
         return 0;
     }
-    historySetting_t setting = wholeSetting();
+    HistorySetting setting = wholeSetting();
     std::string disk;
     std::string tool;
     for (std::size_t i = 0; i < arguments.size(); ++i)

@@ -41,9 +41,9 @@ namespace
 constexpr char kLibrary[] = "/library";
 constexpr char kBaseline[] = "/baseline";
 
-setting_t const kWhole = {memoryFolder(), "/var/tmp", 100'000, 1000, {1000, 100'000, 1'000'000}};
-setting_t const kCounted = {memoryFolder(), memoryFolder(), 1000, 100, {}};
-setting_t const kTiny = {memoryFolder(), memoryFolder(), 50, 5, {10, 20, 30}};
+Setting const kWhole = {memoryFolder(), "/var/tmp", 100'000, 1000, {1000, 100'000, 1'000'000}};
+Setting const kCounted = {memoryFolder(), memoryFolder(), 1000, 100, {}};
+Setting const kTiny = {memoryFolder(), memoryFolder(), 50, 5, {10, 20, 30}};
 
 /// Keeps the times of each benchmark and takes their medians.
 class Medians : public benchmark::BenchmarkReporter
@@ -86,7 +86,7 @@ private:
     std::map<std::string, std::vector<double>> m_seconds;
 };
 
-void measure(benchmark::State& state, workload_t const& workload, void (Workload::*side)())
+void measure(benchmark::State& state, WorkloadRow const& workload, void (Workload::*side)())
 {
     auto const object = workload.make();
     ((*object).*side)(); // Once unmeasured: caches are warm and files have their journals.
@@ -103,7 +103,7 @@ void measure(benchmark::State& state, workload_t const& workload, void (Workload
     }
 }
 
-void registerSide(workload_t const& workload, std::string const& name, void (Workload::*side)())
+void registerSide(WorkloadRow const& workload, std::string const& name, void (Workload::*side)())
 {
     auto* const registered = benchmark::RegisterBenchmark(name.c_str(), [workload, side](benchmark::State& state)
                                                           { measure(state, workload, side); });
@@ -114,7 +114,7 @@ void registerSide(workload_t const& workload, std::string const& name, void (Wor
 }
 
 /// Allocations of the program and of SQLite for one call of the library, as text.
-std::string allocationText(workload_t const& workload)
+std::string allocationText(WorkloadRow const& workload)
 {
     constexpr unsigned int kCalls =
         64; // Every record of a workload comes round, so that no text is longer than before.
@@ -137,7 +137,7 @@ std::string allocationText(workload_t const& workload)
     return text;
 }
 
-void printEnvironment(setting_t const& setting)
+void printEnvironment(Setting const& setting)
 {
     std::printf("%s\n", systemText().c_str());
     std::printf("CPU time on files in %s, what a caller waits on files in %s\n", setting.memoryFolder.c_str(),
@@ -146,12 +146,12 @@ void printEnvironment(setting_t const& setting)
                 meanStatementSize());
 }
 
-void printWorkloads(std::vector<workload_t> const& workloads, Medians const& medians)
+void printWorkloads(std::vector<WorkloadRow> const& workloads, Medians const& medians)
 {
     std::printf("| %-28s | %-19s | %10s | %10s | %5s | %6s | %21s |\n", "workload", "baseline", "baseline's", "library",
                 "ratio", "target", "allocations + SQLite's");
     std::printf("|---|---|--:|--:|--:|--:|--:|\n");
-    for (workload_t const& workload : workloads)
+    for (WorkloadRow const& workload : workloads)
     {
         double const library = medians.of(workload.name + kLibrary);
         if (library == 0)
@@ -167,27 +167,27 @@ void printWorkloads(std::vector<workload_t> const& workloads, Medians const& med
     }
 }
 
-std::string growthName(growth_t const& growth, growth_t::point_t const& point)
+std::string growthName(Growth const& growth, Growth::Point const& point)
 {
     return growth.name + "/" + std::to_string(point.rows);
 }
 
-void printGrowths(std::vector<growth_t> const& growths, Medians const& medians)
+void printGrowths(std::vector<Growth> const& growths, Medians const& medians)
 {
     if (medians.of(growthName(growths.front(), growths.front().points.back())) == 0)
     {
         return; // Left out by an option.
     }
     std::printf("\n| %-28s |", "faults in the file");
-    for (growth_t::point_t const& point : growths.front().points)
+    for (Growth::Point const& point : growths.front().points)
     {
         std::printf(" %10u |", point.rows);
     }
     std::printf(" last to first | target |\n|---|--:|--:|--:|--:|--:|\n");
-    for (growth_t const& growth : growths)
+    for (Growth const& growth : growths)
     {
         std::printf("| %-28s |", growth.name.c_str());
-        for (growth_t::point_t const& point : growth.points)
+        for (Growth::Point const& point : growth.points)
         {
             std::printf(" %10s |", timeText(medians.of(growthName(growth, point))).c_str());
         }
@@ -198,11 +198,11 @@ void printGrowths(std::vector<growth_t> const& growths, Medians const& medians)
     }
 }
 
-int measureAll(setting_t const& setting, std::vector<char*> options)
+int measureAll(Setting const& setting, std::vector<char*> options)
 {
-    std::vector<workload_t> const workloads = makeWorkloads(setting);
-    std::vector<growth_t> const growths = makeGrowths(setting);
-    for (workload_t const& workload : workloads)
+    std::vector<WorkloadRow> const workloads = makeWorkloads(setting);
+    std::vector<Growth> const growths = makeGrowths(setting);
+    for (WorkloadRow const& workload : workloads)
     {
         registerSide(workload, workload.name + kLibrary, &Workload::runLibrary);
         if (workload.target != 0)
@@ -210,9 +210,9 @@ int measureAll(setting_t const& setting, std::vector<char*> options)
             registerSide(workload, workload.name + kBaseline, &Workload::runBaseline);
         }
     }
-    for (growth_t const& growth : growths)
+    for (Growth const& growth : growths)
     {
-        for (growth_t::point_t const& point : growth.points)
+        for (Growth::Point const& point : growth.points)
         {
             registerSide({growthName(growth, point), "", CPU_TIME, 0, false, point.make}, growthName(growth, point),
                          &Workload::runLibrary);
@@ -232,17 +232,17 @@ int measureAll(setting_t const& setting, std::vector<char*> options)
     return 0;
 }
 
-workload_t const& find(std::vector<workload_t> const& workloads, std::string const& name)
+WorkloadRow const& find(std::vector<WorkloadRow> const& workloads, std::string const& name)
 {
     auto const found = std::find_if(workloads.begin(), workloads.end(),
-                                    [&name](workload_t const& workload) { return workload.name == name; });
+                                    [&name](WorkloadRow const& workload) { return workload.name == name; });
     require(found != workloads.end(), "no workload of that name");
     return *found;
 }
 
 int repeat(std::string const& name, bool isLibrary, unsigned long times)
 {
-    std::vector<workload_t> const workloads = makeWorkloads(kCounted);
+    std::vector<WorkloadRow> const workloads = makeWorkloads(kCounted);
     auto const object = find(workloads, name).make();
     // Once not counted, as when times are taken.
     isLibrary ? object->runLibrary() : object->runBaseline();
@@ -289,7 +289,7 @@ int printPeak(std::string const& side)
 int printStarts(std::vector<std::string> const& programs)
 {
     constexpr unsigned int kRounds = 301;
-    using steadyClock_t = std::chrono::steady_clock;
+    using SteadyClock = std::chrono::steady_clock;
     std::vector<std::vector<double>> microseconds(programs.size());
     for (unsigned int round = 0; round < kRounds; ++round)
     {
@@ -298,11 +298,11 @@ int printStarts(std::vector<std::string> const& programs)
             std::string program = programs[i];
             char* argv[] = {program.data(), nullptr};
             pid_t pid = 0;
-            auto const begin = steadyClock_t::now();
+            auto const begin = SteadyClock::now();
             require(posix_spawn(&pid, argv[0], nullptr, nullptr, argv, environ) == 0, argv[0]);
             int status = 1;
             require(waitpid(pid, &status, 0) == pid && status == 0, argv[0]);
-            microseconds[i].push_back(std::chrono::duration<double, std::micro>(steadyClock_t::now() - begin).count());
+            microseconds[i].push_back(std::chrono::duration<double, std::micro>(SteadyClock::now() - begin).count());
         }
     }
     for (std::size_t i = 0; i < programs.size(); ++i)
@@ -330,7 +330,7 @@ int main(int argc, char** argv)
     }
     if (arguments.size() == 1 && arguments[0] == "--names")
     {
-        for (workload_t const& workload : makeWorkloads(kCounted))
+        for (WorkloadRow const& workload : makeWorkloads(kCounted))
         {
             std::printf("%s|%s\n", workload.name.c_str(), workload.target != 0 ? "baseline" : "");
         }
@@ -340,7 +340,7 @@ int main(int argc, char** argv)
     {
         return printStarts({arguments.begin() + 1, arguments.end()});
     }
-    setting_t setting = kWhole;
+    Setting setting = kWhole;
     // Short and many, the sides in random order: what disturbs the machine for a while then disturbs both.
     std::vector<std::string> options = {argv[0], "--benchmark_repetitions=21", "--benchmark_min_time=0.05",
                                         "--benchmark_enable_random_interleaving=true"};

@@ -9,7 +9,7 @@ LogUtil::Mutex LogUtil::mutex;
 namespace
 {
 
-char const* prefix(LogUtil::severity_t severity)
+char const* prefix(LogUtil::Severity severity)
 {
     switch (severity)
     {
@@ -27,7 +27,7 @@ char const* prefix(LogUtil::severity_t severity)
 
 } // namespace
 
-LogUtil::Line::Line(severity_t severity, char const* tag, char const* function)
+LogUtil::Line::Line(Severity severity, char const* tag, char const* function)
 {
     stream.exceptions(std::ios::badbit); // A stream would otherwise swallow an allocation failure and cut the line.
     stream.imbue(std::locale::classic());

@@ -36,7 +36,7 @@ public:
     };
 
     /// The first word of a line.
-    enum severity_t
+    enum Severity
     {
         SEVERITY_DEBUG,
         SEVERITY_INFO,
@@ -51,7 +51,7 @@ public:
     /// Writes one line of the form above. `tag` is "FDB" or "SQL3", `function` the bare name of the calling function;
     /// the pieces of the message follow each other without separators, integers in decimal.
     template <class... Pieces>
-    static void write(severity_t severity, char const* tag, char const* function, Pieces const&... message)
+    static void write(Severity severity, char const* tag, char const* function, Pieces const&... message)
     {
         Line line(severity, tag, function);
         static_cast<void>((line.stream << ... << message)); // A message may be empty.
@@ -65,7 +65,7 @@ private:
     /// A line that is being composed. What does not depend on the message is compiled once, and not for each message.
     struct FIRAIM_EXPORT Line
     {
-        Line(severity_t severity, char const* tag, char const* function);
+        Line(Severity severity, char const* tag, char const* function);
         ~Line();
         Line(Line const&) = delete;
         Line& operator=(Line const&) = delete;

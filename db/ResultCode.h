@@ -2,7 +2,7 @@
 
 /// Result codes of the connection layer and of FaultDb. Operations return them as a plain int; operations that
 /// read whole tables return the number of records instead of RESULT_OK.
-enum resultCode_t : int
+enum ResultCode : int
 {
     RESULT_OK = 0,
     /// The operation cannot run in the present state: no database open, one open already, an invalid handle.

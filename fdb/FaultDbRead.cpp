@@ -10,7 +10,7 @@ namespace
 {
 
 /// Which counting statement a row belongs to.
-enum queryKind_t : int
+enum QueryKind : int
 {
     QUERY_CB_ERROR_ACTIVE_NR = 1,
     QUERY_CB_ERROR_NR = 2

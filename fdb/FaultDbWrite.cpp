@@ -34,22 +34,22 @@ bool staysInsideLiteral(std::string const& text)
 }
 
 /// The check of a record's texts before its statement is run.
-struct textRule_t
+struct TextRule
 {
     bool (*holds)(std::string const&);
     char const* refusal;
 };
 
 /// A caller's text holds each quote twice.
-constexpr textRule_t kCallersTexts = {staysInsideLiteral, "unpaired quote or zero byte in column "};
+constexpr TextRule kCallersTexts = {staysInsideLiteral, "unpaired quote or zero byte in column "};
 
 /// A text that was read holds each quote once. Written back, even a pair would not come out as it was.
-constexpr textRule_t kStoredTexts = {[](std::string const& text) { return text.find('\'') == std::string::npos; },
-                                     "quote of a stored text cannot be written back in column "};
+constexpr TextRule kStoredTexts = {[](std::string const& text) { return text.find('\'') == std::string::npos; },
+                                   "quote of a stored text cannot be written back in column "};
 
 /// Whether all texts of the working record of `tbl` hold to `rule`; writes an ERROR line that names the column if not.
 template <class T>
-bool textsHold(SqlTbl<T> const& tbl, textRule_t const& rule)
+bool textsHold(SqlTbl<T> const& tbl, TextRule const& rule)
 {
     for (auto const& [id, column] : tbl.m_columns)
     {

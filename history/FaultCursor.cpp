@@ -57,7 +57,7 @@ struct FIRAIM_HIDDEN FaultCursor::State
 
 FaultCursor::FaultCursor(std::shared_ptr<ReaderCore> core, FaultQuery const& query)
 {
-    RowCursor rows(core, historyTable_t::FAULTS, query.order, rangeOf(query));
+    RowCursor rows(core, HistoryTable::FAULTS, query.order, rangeOf(query));
     m_state = std::make_unique<State>(std::move(core), std::move(rows), query);
 }
 

@@ -15,20 +15,20 @@ namespace firaim
 struct FaultQuery
 {
     /// Order of the keys.
-    enum order_t
+    enum Order
     {
         NEWEST_FIRST,
         OLDEST_FIRST
     };
 
-    order_t order = NEWEST_FIRST;              ///< by key
-    std::vector<std::uint32_t> codes;          ///< any of these
-    std::vector<std::string> modules;          ///< any of these, byte by byte
-    std::vector<unsigned int> startups;        ///< any of these start-up ids
-    bool isActiveOnly = false;                 ///< recorded as active
-    std::optional<std::int64_t> since;         ///< dated then or later, in milliseconds since 1970 UTC
-    std::optional<std::int64_t> until;         ///< dated before then
-    timeUnit_t timeUnit = timeUnit_t::GUESSED; ///< of the stamps in the file, for `since` and `until`
+    Order order = NEWEST_FIRST;            ///< by key
+    std::vector<std::uint32_t> codes;      ///< any of these
+    std::vector<std::string> modules;      ///< any of these, byte by byte
+    std::vector<unsigned int> startups;    ///< any of these start-up ids
+    bool isActiveOnly = false;             ///< recorded as active
+    std::optional<std::int64_t> since;     ///< dated then or later, in milliseconds since 1970 UTC
+    std::optional<std::int64_t> until;     ///< dated before then
+    TimeUnit timeUnit = TimeUnit::GUESSED; ///< of the stamps in the file, for `since` and `until`
     /// Mentioned in description, parameter, module, code name, signals file or configuration backup, whatever the case
     /// of the letters A to Z.
     std::optional<std::string> text;

@@ -16,7 +16,7 @@ namespace
 /// Rows that are counted before the lock is given back: some milliseconds' worth.
 constexpr std::int64_t kRowsInCount = 20000;
 
-std::uint64_t countRows(ReaderCore const& core, historyTable_t table)
+std::uint64_t countRows(ReaderCore const& core, HistoryTable table)
 {
     sqlite::Statement statement = core.prepareCount(table);
     std::uint64_t rows = 0;
@@ -84,7 +84,7 @@ FaultCursor FaultReader::faults(FaultQuery const& query)
     return FaultCursor(m_core, query);
 }
 
-RowCursor FaultReader::rows(historyTable_t table, FaultQuery::order_t order, RowCursor::KeyRange range)
+RowCursor FaultReader::rows(HistoryTable table, FaultQuery::Order order, RowCursor::KeyRange range)
 {
     return RowCursor(m_core, table, order, range);
 }
@@ -96,7 +96,7 @@ int FaultReader::fault(unsigned long long key, Fault& fault)
         return m_core->isOpen() ? HISTORY_NOT_FOUND : m_core->fail(HISTORY_INVALID_STATE, "not open");
     }
     auto const wanted = static_cast<std::int64_t>(key);
-    RowCursor row = rows(historyTable_t::FAULTS, FaultQuery::OLDEST_FIRST, {wanted, wanted});
+    RowCursor row = rows(HistoryTable::FAULTS, FaultQuery::OLDEST_FIRST, {wanted, wanted});
     int const result = row.next();
     if (result == HISTORY_OK)
     {
@@ -108,7 +108,7 @@ int FaultReader::fault(unsigned long long key, Fault& fault)
 template <class Visit>
 int FaultReader::visitStatistics(Visit const& visit)
 {
-    RowCursor row = rows(historyTable_t::STATISTICS);
+    RowCursor row = rows(HistoryTable::STATISTICS);
     int result = row.next();
     for (; result == HISTORY_OK; result = row.next())
     {
@@ -168,7 +168,7 @@ int FaultReader::counts(Counts& counts)
     }
     try
     {
-        found.faults = countRows(*m_core, historyTable_t::FAULTS);
+        found.faults = countRows(*m_core, HistoryTable::FAULTS);
     }
     catch (...)
     {

@@ -76,7 +76,7 @@ public:
     FaultCursor faults(FaultQuery const& query = {});
 
     /// A cursor over the rows of a table, with the cells as the file holds them. Nothing is read yet.
-    RowCursor rows(historyTable_t table, FaultQuery::order_t order = FaultQuery::OLDEST_FIRST,
+    RowCursor rows(HistoryTable table, FaultQuery::Order order = FaultQuery::OLDEST_FIRST,
                    RowCursor::KeyRange range = {});
 
     /// Reads the fault with that key. HISTORY_OK; HISTORY_NOT_FOUND; or below 0.

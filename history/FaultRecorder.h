@@ -20,7 +20,7 @@ namespace firaim
 /// The outcome of one recorded event.
 struct Receipt
 {
-    int result = HISTORY_INVALID_STATE; ///< a historyResult_t
+    int result = HISTORY_INVALID_STATE; ///< a HistoryResult
     /// The key of the row: of the one that was written, with HISTORY_OK; of the one that made the triple active, when
     /// `raise` gives HISTORY_UNCHANGED; otherwise 0.
     unsigned long long key = 0;
@@ -30,7 +30,7 @@ struct Receipt
 struct RecorderOptions
 {
     /// Which start-up id is recorded under.
-    enum startup_t
+    enum StartupMode
     {
         NEXT_STARTUP,  ///< one more than the largest that the newest fault and the statistics have; 1 in a new file
         SAME_STARTUP,  ///< that largest one, for a further process of the same start-up, once the first has recorded
@@ -38,11 +38,11 @@ struct RecorderOptions
         GIVEN_STARTUP, ///< `startupId`
     };
 
-    startup_t startup = NEXT_STARTUP; ///< where the id comes from
-    unsigned int startupId = 0;       ///< for GIVEN_STARTUP
+    StartupMode startup = NEXT_STARTUP; ///< where the id comes from
+    unsigned int startupId = 0;         ///< for GIVEN_STARTUP
 
     /// Unit of the time stamps that the recorder fills in; GUESSED: that of the newest fault, milliseconds without one.
-    timeUnit_t timeUnit = timeUnit_t::GUESSED;
+    TimeUnit timeUnit = TimeUnit::GUESSED;
     std::string timeZone = "UTC"; ///< of an event that names none
 
     /// Whether somebody wants a waiting call to end; null: nobody. It is called often, by any thread that waits, and

@@ -2,7 +2,7 @@
 
 char const* firaim::historyResultName(int result)
 {
-    switch (static_cast<historyResult_t>(result))
+    switch (static_cast<HistoryResult>(result))
     {
     case HISTORY_OK:
         return "OK";

@@ -7,7 +7,7 @@ namespace firaim
 
 /// Result codes of FaultRecorder, FaultReader and what they hand out, returned as a plain int. Numbers never change
 /// their meaning. Above 0: all is well, and the code says what there was to do; below 0: it was not done.
-enum historyResult_t : int
+enum HistoryResult : int
 {
     /// Done; what was recorded is on the storage.
     HISTORY_OK = 0,

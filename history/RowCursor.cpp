@@ -28,15 +28,15 @@ private:
     sqlite::Statement& m_statement;
 };
 
-std::size_t columnCount(ReaderCore& core, historyTable_t table)
+std::size_t columnCount(ReaderCore& core, HistoryTable table)
 {
     switch (table)
     {
-    case historyTable_t::FAULTS:
+    case HistoryTable::FAULTS:
         return core.faults().bound().columnCount();
-    case historyTable_t::STATISTICS:
+    case HistoryTable::STATISTICS:
         return core.statistics().bound().columnCount();
-    case historyTable_t::VERSIONS:
+    case HistoryTable::VERSIONS:
         break;
     }
     return core.versions().bound().columnCount();
@@ -44,8 +44,7 @@ std::size_t columnCount(ReaderCore& core, historyTable_t table)
 
 } // namespace
 
-RowCursor::State::State(std::shared_ptr<ReaderCore> owner, historyTable_t whose, FaultQuery::order_t which,
-                        KeyRange range)
+RowCursor::State::State(std::shared_ptr<ReaderCore> owner, HistoryTable whose, FaultQuery::Order which, KeyRange range)
     : core(std::move(owner)), table(whose), order(which), whole(range), left(range), rowsInBatch(kRowsInFirstBatch),
       batch(columnCount(*core, table))
 {
@@ -139,7 +138,7 @@ bool RowCursor::State::moveOn(std::int64_t key)
     return true;
 }
 
-RowCursor::RowCursor(std::shared_ptr<ReaderCore> core, historyTable_t table, FaultQuery::order_t order, KeyRange range)
+RowCursor::RowCursor(std::shared_ptr<ReaderCore> core, HistoryTable table, FaultQuery::Order order, KeyRange range)
     : m_state(std::make_unique<State>(std::move(core), table, order, range))
 {
 }
@@ -200,7 +199,7 @@ bool RowCursor::advance()
     return state.hasRow;
 }
 
-rowView_t RowCursor::row() const
+RowView RowCursor::row() const
 {
     return m_state->batch.row(m_state->at - 1);
 }
@@ -215,7 +214,7 @@ std::size_t RowCursor::cellCount() const
     return row().count;
 }
 
-RowCursor::cellType_t RowCursor::type(std::size_t cell) const
+RowCursor::CellType RowCursor::type(std::size_t cell) const
 {
     return row().cells[cell].type;
 }
@@ -233,7 +232,7 @@ double RowCursor::real(std::size_t cell) const
 
 std::string_view RowCursor::bytes(std::size_t cell) const
 {
-    rowView_t const present = row();
+    RowView const present = row();
     return present.bytesOf(present.cells[cell]);
 }
 

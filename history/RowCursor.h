@@ -14,10 +14,10 @@ namespace firaim
 {
 
 class ReaderCore;
-struct rowView_t;
+struct RowView;
 
 /// The tables of a fault database.
-enum class historyTable_t : int
+enum class HistoryTable : int
 {
     FAULTS,
     STATISTICS,
@@ -35,7 +35,7 @@ class FIRAIM_EXPORT RowCursor
 {
 public:
     /// As SQLite stores the cell.
-    enum cellType_t : int
+    enum CellType : int
     {
         CELL_NULL, ///< also of a column that the file lacks
         CELL_INTEGER,
@@ -66,7 +66,7 @@ public:
     /// The number of columns that the file format has for the table. Cells count from 0 in its order, the key is the
     /// first. All of these require a row.
     std::size_t cellCount() const;
-    cellType_t type(std::size_t cell) const;      ///< of a cell of the present row
+    CellType type(std::size_t cell) const;        ///< of a cell of the present row
     std::int64_t integer(std::size_t cell) const; ///< of CELL_INTEGER, else 0
     double real(std::size_t cell) const;          ///< of CELL_REAL, else 0
     /// Of CELL_TEXT (in UTF-8) and CELL_BLOB; of CELL_REAL the text that SQLite makes of it; else empty. Valid until
@@ -81,10 +81,10 @@ private:
     friend class FaultCursor;
     friend class FaultFollower;
     friend class ReaderCore;
-    FIRAIM_HIDDEN RowCursor(std::shared_ptr<ReaderCore> core, historyTable_t table, FaultQuery::order_t order,
+    FIRAIM_HIDDEN RowCursor(std::shared_ptr<ReaderCore> core, HistoryTable table, FaultQuery::Order order,
                             KeyRange range);
     FIRAIM_HIDDEN bool advance();
-    FIRAIM_HIDDEN rowView_t row() const;
+    FIRAIM_HIDDEN RowView row() const;
 
     struct FIRAIM_HIDDEN State;
     std::unique_ptr<State> m_state;

@@ -19,18 +19,18 @@ constexpr std::int64_t kCalendarEnd = 253402300800 * kSecond;
 /// SQLite's integers have a sign.
 constexpr unsigned long long kMostStamp = std::numeric_limits<std::int64_t>::max();
 
-timeUnit_t guessUnit(unsigned long long stamp)
+TimeUnit guessUnit(unsigned long long stamp)
 {
     // In seconds these are the years up to 5138; in each smaller unit, those from 1973 to 5138.
     if (stamp < 100'000'000'000)
     {
-        return timeUnit_t::SECONDS;
+        return TimeUnit::SECONDS;
     }
     if (stamp < 100'000'000'000'000)
     {
-        return timeUnit_t::MILLISECONDS;
+        return TimeUnit::MILLISECONDS;
     }
-    return stamp < 100'000'000'000'000'000 ? timeUnit_t::MICROSECONDS : timeUnit_t::NANOSECONDS;
+    return stamp < 100'000'000'000'000'000 ? TimeUnit::MICROSECONDS : TimeUnit::NANOSECONDS;
 }
 
 struct Date
@@ -73,22 +73,22 @@ std::int64_t currentTime()
     return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
-std::optional<std::int64_t> timeOf(unsigned long long stamp, timeUnit_t unit)
+std::optional<std::int64_t> timeOf(unsigned long long stamp, TimeUnit unit)
 {
     unsigned long long milliseconds = stamp;
-    switch (unit == timeUnit_t::GUESSED ? guessUnit(stamp) : unit)
+    switch (unit == TimeUnit::GUESSED ? guessUnit(stamp) : unit)
     {
-    case timeUnit_t::SECONDS:
+    case TimeUnit::SECONDS:
         if (stamp >= static_cast<unsigned long long>(kCalendarEnd))
         {
             return std::nullopt;
         }
         milliseconds = stamp * kSecond;
         break;
-    case timeUnit_t::MICROSECONDS:
+    case TimeUnit::MICROSECONDS:
         milliseconds = stamp / kMicrosecondsPerMillisecond;
         break;
-    case timeUnit_t::NANOSECONDS:
+    case TimeUnit::NANOSECONDS:
         milliseconds = stamp / kNanosecondsPerMillisecond;
         break;
     default:
@@ -101,14 +101,14 @@ std::optional<std::int64_t> timeOf(unsigned long long stamp, timeUnit_t unit)
     return static_cast<std::int64_t>(milliseconds);
 }
 
-timeUnit_t unitOf(unsigned long long stamp)
+TimeUnit unitOf(unsigned long long stamp)
 {
     // A clock that was never set counts from 1970, in any unit.
     constexpr unsigned long long kYear2001 = 1'000'000'000;
-    return stamp < kYear2001 ? timeUnit_t::GUESSED : guessUnit(stamp);
+    return stamp < kYear2001 ? TimeUnit::GUESSED : guessUnit(stamp);
 }
 
-std::optional<unsigned long long> stampOf(std::int64_t milliseconds, timeUnit_t unit)
+std::optional<unsigned long long> stampOf(std::int64_t milliseconds, TimeUnit unit)
 {
     if (milliseconds <= 0)
     {
@@ -118,12 +118,12 @@ std::optional<unsigned long long> stampOf(std::int64_t milliseconds, timeUnit_t 
     unsigned long long factor = 1;
     switch (unit)
     {
-    case timeUnit_t::SECONDS:
+    case TimeUnit::SECONDS:
         return amount < kSecond ? std::nullopt : std::optional(amount / kSecond);
-    case timeUnit_t::MICROSECONDS:
+    case TimeUnit::MICROSECONDS:
         factor = kMicrosecondsPerMillisecond;
         break;
-    case timeUnit_t::NANOSECONDS:
+    case TimeUnit::NANOSECONDS:
         factor = kNanosecondsPerMillisecond;
         break;
     default:

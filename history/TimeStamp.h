@@ -12,7 +12,7 @@ namespace firaim
 {
 
 /// The unit of the time stamps in a file.
-enum class timeUnit_t : int
+enum class TimeUnit : int
 {
     GUESSED, ///< told by the number's size: each unit has its own decades around now
     SECONDS,
@@ -25,14 +25,14 @@ enum class timeUnit_t : int
 FIRAIM_EXPORT std::int64_t currentTime();
 
 /// The time that `stamp` tells, in milliseconds; none for 0, which means that it was not set, and beyond the year 9999.
-FIRAIM_EXPORT std::optional<std::int64_t> timeOf(unsigned long long stamp, timeUnit_t unit);
+FIRAIM_EXPORT std::optional<std::int64_t> timeOf(unsigned long long stamp, TimeUnit unit);
 
 /// The unit that `stamp` seems to be in; GUESSED when it is too small to tell.
-FIRAIM_EXPORT timeUnit_t unitOf(unsigned long long stamp);
+FIRAIM_EXPORT TimeUnit unitOf(unsigned long long stamp);
 
 /// The stamp of a time given in milliseconds; GUESSED means milliseconds. None where it would be no number from 1 to
 /// 2^63 - 1.
-FIRAIM_EXPORT std::optional<unsigned long long> stampOf(std::int64_t milliseconds, timeUnit_t unit);
+FIRAIM_EXPORT std::optional<unsigned long long> stampOf(std::int64_t milliseconds, TimeUnit unit);
 
 /// The ISO 8601 text of a time in UTC, "2031-05-04T03:02:01.000Z" for example; the plain number before the year 0 and
 /// after the year 9999.

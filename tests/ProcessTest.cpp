@@ -10,15 +10,15 @@
 namespace
 {
 
-struct outcome_t
+struct Outcome
 {
     int status;
     std::string output;
 };
 
-outcome_t run(std::string const& command)
+Outcome run(std::string const& command)
 {
-    outcome_t outcome{-1, ""};
+    Outcome outcome{-1, ""};
     FILE* const pipe = popen(command.c_str(), "r");
     if (pipe == nullptr)
     {
@@ -36,7 +36,7 @@ outcome_t run(std::string const& command)
 class Program : public testing::Test
 {
 protected:
-    outcome_t record(std::string const& ending) const
+    Outcome record(std::string const& ending) const
     {
         return run("'" FIRAIM_TEST_RECORDER "' '" + path + "' " + ending);
     }
@@ -49,7 +49,7 @@ protected:
 
 TEST_F(Program, WritesItsLogLinesToStandardOutput)
 {
-    outcome_t const outcome = record("close");
+    Outcome const outcome = record("close");
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.output,
               "[DEBUG] FDB::createDb() Rdb File doesn't exist. file:" + path +
@@ -80,15 +80,15 @@ TEST_F(Program, LosesNothingWhetherItClosesOrJustEnds)
 TEST_F(Program, LeavesAFileThatSqlitesOwnShellReads)
 {
     ASSERT_EQ(record("exit").status, 0);
-    outcome_t const shell = run("'" FIRAIM_TEST_SQLITE_SHELL "' '" + path +
-                                "' 'SELECT EntryId,FaultCode,Status,Description FROM FdbFaultTbl'");
+    Outcome const shell = run("'" FIRAIM_TEST_SQLITE_SHELL "' '" + path +
+                              "' 'SELECT EntryId,FaultCode,Status,Description FROM FdbFaultTbl'");
     EXPECT_EQ(shell.status, 0);
     EXPECT_EQ(shell.output, "1|769|ErrorInactive|clock ahead by 3600 s\n");
 }
 
 TEST(ProgramsEnd, DeletesTheInstance)
 {
-    outcome_t const outcome = run("'" FIRAIM_TEST_EXIT_WATCH "'");
+    Outcome const outcome = run("'" FIRAIM_TEST_EXIT_WATCH "'");
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.output, "deleted\n");
 }

@@ -72,15 +72,15 @@ void RawDb::exec(std::string const& sql)
         << sql << ": " << sqlite3_errmsg(m_db);
 }
 
-std::vector<RawDb::row_t> RawDb::rows(std::string const& sql)
+std::vector<RawDb::Row> RawDb::rows(std::string const& sql)
 {
-    std::vector<row_t> result;
+    std::vector<Row> result;
     sqlite3_stmt* statement = nullptr;
     EXPECT_EQ(sqlite3_prepare_v2(m_db, sql.c_str(), -1, &statement, nullptr), SQLITE_OK)
         << sql << ": " << sqlite3_errmsg(m_db);
     while (sqlite3_step(statement) == SQLITE_ROW)
     {
-        row_t row;
+        Row row;
         for (int i = 0; i < sqlite3_column_count(statement); ++i)
         {
             // As a blob, so that a text with zero bytes comes whole.
@@ -120,15 +120,15 @@ __user_cap_header_struct capabilityHeader()
     return {_LINUX_CAPABILITY_VERSION_3, 0};
 }
 
-WithoutRoot::capabilities_t capabilities()
+WithoutRoot::Capabilities capabilities()
 {
     __user_cap_header_struct header = capabilityHeader();
-    WithoutRoot::capabilities_t result = {};
+    WithoutRoot::Capabilities result = {};
     EXPECT_EQ(syscall(SYS_capget, &header, result.data()), 0);
     return result;
 }
 
-void setCapabilities(WithoutRoot::capabilities_t const& capabilities)
+void setCapabilities(WithoutRoot::Capabilities const& capabilities)
 {
     __user_cap_header_struct header = capabilityHeader();
     EXPECT_EQ(syscall(SYS_capset, &header, capabilities.data()), 0);
@@ -147,7 +147,7 @@ WithoutRoot::WithoutRoot()
     m_capabilities = capabilities();
     m_securebits = prctl(PR_GET_SECUREBITS);
     // Not the user is changed: another one might not reach this program's folder, and so not start a program in it.
-    capabilities_t rest = m_capabilities;
+    Capabilities rest = m_capabilities;
     rest[0].effective &= ~(kReadAll | CAP_TO_MASK(CAP_DAC_OVERRIDE) | CAP_TO_MASK(CAP_FOWNER));
     rest[0].inheritable = rest[0].permitted & kReadAll;
     setCapabilities(rest);
@@ -168,7 +168,7 @@ WithoutRoot::~WithoutRoot()
 
 void WithoutRoot::findPrograms()
 {
-    capabilities_t found = capabilities();
+    Capabilities found = capabilities();
     found[0].effective |= found[0].inheritable & found[0].permitted;
     setCapabilities(found);
 }

@@ -77,10 +77,10 @@ public:
     RawDb(RawDb const&) = delete;
     RawDb& operator=(RawDb const&) = delete;
 
-    using row_t = std::vector<std::optional<std::string>>;
+    using Row = std::vector<std::optional<std::string>>;
 
     void exec(std::string const& sql);
-    std::vector<row_t> rows(std::string const& sql);
+    std::vector<Row> rows(std::string const& sql);
     /// The one cell of a query that has one.
     std::string value(std::string const& sql);
     sqlite3* handle() const { return m_db; }
@@ -106,12 +106,12 @@ public:
     /// For a child process that is about to start a program: lets it find the program as well.
     static void findPrograms();
 
-    using capabilities_t = std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3>;
+    using Capabilities = std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3>;
 
 private:
     bool m_isSwitched = false;
     int m_securebits = 0;
-    capabilities_t m_capabilities = {};
+    Capabilities m_capabilities = {};
 };
 
 /// Digits in threes, as many applications' locales have them.

@@ -35,7 +35,7 @@ public:
     int close(patience_t patience);
 
     /// Takes the event of `request`, which it copies, and waits for room for so long where that is wanted. Returns a
-    /// historyResult_t.
+    /// HistoryResult.
     int post(Request const& request, patience_t patience);
 
     /// Whether a RECORD gets a row; if not, it is counted.

@@ -38,7 +38,7 @@ ReaderOptions withPatience(ReaderOptions options, milliseconds patience)
 FaultFollower::Core::Core(ReaderCore const& reader, FollowPosition const& position, FaultQuery const& query)
     : m_path(reader.path()), m_options(reader.options()), m_filter(query),
       m_watch(m_path.absolute(), m_options.isCancelled), m_position(position), m_core(std::make_shared<ReaderCore>()),
-      m_rows(m_core->rows(historyTable_t::FAULTS, FaultQuery::OLDEST_FIRST))
+      m_rows(m_core->rows(HistoryTable::FAULTS, FaultQuery::OLDEST_FIRST))
 {
     // Later changes are told. The first look says why a file cannot be read.
     int const result = reopen(m_options.patience);
@@ -211,7 +211,7 @@ int FaultFollower::Core::compare(bool isChanged)
     bool isRowSame = false;
     if (isRowThere)
     {
-        rowView_t const row = rows.batch.row(0);
+        RowView const row = rows.batch.row(0);
         hash = occurrenceHashOf(row);
         // Positions that version 1.0.0 gave have the hash of all cells.
         isRowSame = m_position.rowHash && (hash == m_position.rowHash || hashOf(row) == *m_position.rowHash);
@@ -269,7 +269,7 @@ int FaultFollower::Core::reopen(milliseconds patience)
     m_core = core;
     if (result == HISTORY_OK)
     {
-        m_rows = m_core->rows(historyTable_t::FAULTS, FaultQuery::OLDEST_FIRST);
+        m_rows = m_core->rows(HistoryTable::FAULTS, FaultQuery::OLDEST_FIRST);
         if (!m_areStatisticsKnown)
         {
             m_areStatisticsKnown = compareStatistics(false) == HISTORY_OK;
@@ -281,7 +281,7 @@ int FaultFollower::Core::reopen(milliseconds patience)
 void FaultFollower::Core::drop()
 {
     m_core = std::make_shared<ReaderCore>();
-    m_rows = m_core->rows(historyTable_t::FAULTS, FaultQuery::OLDEST_FIRST);
+    m_rows = m_core->rows(HistoryTable::FAULTS, FaultQuery::OLDEST_FIRST);
     m_version.reset();
     m_comparedVersion.reset();
     m_statisticVersion.reset();
@@ -343,7 +343,7 @@ int FaultFollower::Core::compareStatistics(bool isTold)
     {
         return HISTORY_OK;
     }
-    RowCursor rows = m_core->rows(historyTable_t::STATISTICS, FaultQuery::OLDEST_FIRST);
+    RowCursor rows = m_core->rows(HistoryTable::STATISTICS, FaultQuery::OLDEST_FIRST);
     int result = rows.next();
     for (; result == HISTORY_OK; result = rows.next())
     {

@@ -177,12 +177,12 @@ ReaderCore::QueryText ReaderCore::describe(BoundTable const& table) const
     return text;
 }
 
-RowCursor ReaderCore::rows(historyTable_t table, FaultQuery::order_t order, RowCursor::KeyRange range)
+RowCursor ReaderCore::rows(HistoryTable table, FaultQuery::Order order, RowCursor::KeyRange range)
 {
     return RowCursor(shared_from_this(), table, order, range);
 }
 
-sqlite::Statement ReaderCore::prepareRows(historyTable_t table, FaultQuery::order_t order) const
+sqlite::Statement ReaderCore::prepareRows(HistoryTable table, FaultQuery::Order order) const
 {
     QueryText const& text = this->text(table);
     return m_connection->prepare(
@@ -190,14 +190,14 @@ sqlite::Statement ReaderCore::prepareRows(historyTable_t table, FaultQuery::orde
               text.key, " <= ?2 ORDER BY ", text.key, order == FaultQuery::NEWEST_FIRST ? " DESC" : "", " LIMIT ?3"}));
 }
 
-sqlite::Statement ReaderCore::prepareBounds(historyTable_t table) const
+sqlite::Statement ReaderCore::prepareBounds(HistoryTable table) const
 {
     QueryText const& text = this->text(table);
     return m_connection->prepare(join({"SELECT (SELECT min(", text.key, ") FROM ", text.name, "), (SELECT max(",
                                        text.key, ") FROM ", text.name, ")"}));
 }
 
-sqlite::Statement ReaderCore::prepareCount(historyTable_t table) const
+sqlite::Statement ReaderCore::prepareCount(HistoryTable table) const
 {
     QueryText const& text = this->text(table);
     return m_connection->prepare(join({"SELECT count(*), max(k) FROM (SELECT ", text.key, " AS k FROM ", text.name,
@@ -208,7 +208,7 @@ std::int64_t ReaderCore::largestFaultKey() const
 {
     std::int64_t const sequence =
         m_hasSequence ? m_connection->number("SELECT seq FROM sqlite_sequence WHERE name = 'FdbFaultTbl'") : 0;
-    sqlite::Statement bounds = prepareBounds(historyTable_t::FAULTS);
+    sqlite::Statement bounds = prepareBounds(HistoryTable::FAULTS);
     // Somebody may have given a row a key of their own, or made the table without a sequence.
     return bounds.step() && !bounds.isNull(1) ? std::max(sequence, bounds.integer(1)) : sequence;
 }

@@ -35,15 +35,15 @@ public:
     FileIdentity const& identity() const { return m_identity; }
     ReaderOptions const& options() const { return m_options; }
 
-    RowCursor rows(historyTable_t table, FaultQuery::order_t order, RowCursor::KeyRange range = {});
+    RowCursor rows(HistoryTable table, FaultQuery::Order order, RowCursor::KeyRange range = {});
 
     /// The rows of a table from the key ?1 to the key ?2, ?3 at most, in the order of their keys: the cells of the file
     /// format, then the key.
-    sqlite::Statement prepareRows(historyTable_t table, FaultQuery::order_t order) const;
+    sqlite::Statement prepareRows(HistoryTable table, FaultQuery::Order order) const;
     /// The smallest and the largest key of a table; two NULLs without a row.
-    sqlite::Statement prepareBounds(historyTable_t table) const;
+    sqlite::Statement prepareBounds(HistoryTable table) const;
     /// Counts the keys from ?1 on, ?2 at most; also gives the largest of these.
-    sqlite::Statement prepareCount(historyTable_t table) const;
+    sqlite::Statement prepareCount(HistoryTable table) const;
     /// The largest key that the fault table ever had, as far as the file tells.
     std::int64_t largestFaultKey() const;
 
@@ -74,7 +74,7 @@ private:
     void openFile();
     int check();
     bool hasTable(std::string const& name);
-    QueryText const& text(historyTable_t table) const { return m_texts[static_cast<std::size_t>(table)]; }
+    QueryText const& text(HistoryTable table) const { return m_texts[static_cast<std::size_t>(table)]; }
 
     FilePath m_path;
     ReaderOptions m_options;

@@ -15,7 +15,7 @@ namespace firaim
 /// One cell that was taken from the file.
 struct Cell
 {
-    RowCursor::cellType_t type = RowCursor::CELL_NULL;
+    RowCursor::CellType type = RowCursor::CELL_NULL;
     std::uint32_t size = 0;  ///< of a text or blob, and of the text of a real
     std::size_t offset = 0;  ///< of these bytes in the batch; a zero byte follows them
     std::int64_t number = 0; ///< of an integer; of a blob, the offset of the text that SQLite makes of it
@@ -23,7 +23,7 @@ struct Cell
 };
 
 /// A row of a batch; valid until the batch changes.
-struct rowView_t
+struct RowView
 {
     Cell const* cells;
     std::size_t count;
@@ -47,7 +47,7 @@ public:
     /// About how much memory the rows take.
     std::size_t byteCount() const { return m_bytes.size() + m_cells.size() * sizeof(Cell); }
     std::int64_t key(std::size_t row) const { return m_keys[row]; }
-    rowView_t row(std::size_t row) const { return {&m_cells[row * m_columns], m_columns, m_bytes.data()}; }
+    RowView row(std::size_t row) const { return {&m_cells[row * m_columns], m_columns, m_bytes.data()}; }
 
 private:
     std::size_t keep(std::string_view bytes);

@@ -11,7 +11,7 @@ namespace firaim
 
 struct FIRAIM_HIDDEN RowCursor::State
 {
-    State(std::shared_ptr<ReaderCore> owner, historyTable_t whose, FaultQuery::order_t which, KeyRange range);
+    State(std::shared_ptr<ReaderCore> owner, HistoryTable whose, FaultQuery::Order which, KeyRange range);
 
     /// Whether there is a row behind the present one in memory.
     bool hasNext() const { return at < batch.size(); }
@@ -21,8 +21,8 @@ struct FIRAIM_HIDDEN RowCursor::State
     void fetch();
 
     std::shared_ptr<ReaderCore> core;
-    historyTable_t const table;
-    FaultQuery::order_t const order;
+    HistoryTable const table;
+    FaultQuery::Order const order;
     KeyRange whole;           ///< once something was read, no further than the keys go
     KeyRange left;            ///< behind the batch
     bool isBegun = false;     ///< `whole` has been cut

@@ -36,7 +36,7 @@ bool setNumber(Cell const& cell, void* value)
     return true;
 }
 
-bool setText(rowView_t const& row, Cell const& cell, std::string& text)
+bool setText(RowView const& row, Cell const& cell, std::string& text)
 {
     if (cell.type != RowCursor::CELL_TEXT)
     {
@@ -48,7 +48,7 @@ bool setText(rowView_t const& row, Cell const& cell, std::string& text)
 
 /// Decodes a cell that is as the library writes it, without the detour over texts; returns whether it is.
 template <class T>
-bool decodeSoundCell(SqlTbl<T> const& tbl, typename SqlTbl<T>::column_t const& column, rowView_t const& row)
+bool decodeSoundCell(SqlTbl<T> const& tbl, typename SqlTbl<T>::column_t const& column, RowView const& row)
 {
     Cell const& cell = row.cells[column.id];
     switch (column.type)
@@ -75,7 +75,7 @@ bool decodeSoundCell(SqlTbl<T> const& tbl, typename SqlTbl<T>::column_t const& c
 class CellTexts
 {
 public:
-    explicit CellTexts(rowView_t const& row)
+    explicit CellTexts(RowView const& row)
     {
         for (std::size_t id = 0; id < row.count; ++id)
         {
@@ -87,7 +87,7 @@ public:
     char** cells() { return m_cells.data(); }
 
 private:
-    static char const* textOf(rowView_t const& row, Cell const& cell, std::string& digits)
+    static char const* textOf(RowView const& row, Cell const& cell, std::string& digits)
     {
         switch (cell.type)
         {
@@ -110,7 +110,7 @@ private:
 } // namespace
 
 template <class T>
-T const& decodeRow(SqlTbl<T>& tbl, rowView_t const& row)
+T const& decodeRow(SqlTbl<T>& tbl, RowView const& row)
 {
     for (auto const& [id, column] : tbl.m_columns)
     {
@@ -124,8 +124,8 @@ T const& decodeRow(SqlTbl<T>& tbl, rowView_t const& row)
     return tbl.m_record;
 }
 
-template Fault const& decodeRow(SqlTbl<Fault>&, rowView_t const&);
-template FaultStatistic const& decodeRow(SqlTbl<FaultStatistic>&, rowView_t const&);
-template FdbVersion const& decodeRow(SqlTbl<FdbVersion>&, rowView_t const&);
+template Fault const& decodeRow(SqlTbl<Fault>&, RowView const&);
+template FaultStatistic const& decodeRow(SqlTbl<FaultStatistic>&, RowView const&);
+template FdbVersion const& decodeRow(SqlTbl<FdbVersion>&, RowView const&);
 
 } // namespace firaim

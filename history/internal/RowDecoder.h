@@ -9,6 +9,6 @@ namespace firaim
 /// The row, whose cells are those of `tbl` in their order, decoded into the working record as the library decodes rows,
 /// damaged cells included. Compiled for Fault, FaultStatistic, FdbVersion.
 template <class T>
-T const& decodeRow(SqlTbl<T>& tbl, rowView_t const& row);
+T const& decodeRow(SqlTbl<T>& tbl, RowView const& row);
 
 } // namespace firaim

@@ -18,7 +18,7 @@ constexpr unsigned short kOccurrenceColumns[] = {FdbSqlFaultTbl::kFaultCodeColum
 class Fnv1a
 {
 public:
-    void add(rowView_t const& row, Cell const& cell)
+    void add(RowView const& row, Cell const& cell)
     {
         add(static_cast<std::uint64_t>(cell.type));
         if (cell.type == RowCursor::CELL_REAL)
@@ -62,7 +62,7 @@ private:
 
 } // namespace
 
-std::uint64_t hashOf(rowView_t const& row)
+std::uint64_t hashOf(RowView const& row)
 {
     Fnv1a hash;
     for (std::size_t id = 0; id < row.count; ++id)
@@ -72,7 +72,7 @@ std::uint64_t hashOf(rowView_t const& row)
     return hash.value();
 }
 
-std::uint64_t occurrenceHashOf(rowView_t const& row)
+std::uint64_t occurrenceHashOf(RowView const& row)
 {
     Fnv1a hash;
     for (unsigned short const id : kOccurrenceColumns)

@@ -59,10 +59,10 @@ void RowWriter::chooseStartup()
 
 void RowWriter::chooseTimeUnit()
 {
-    if (m_timeUnit == timeUnit_t::GUESSED)
+    if (m_timeUnit == TimeUnit::GUESSED)
     {
         std::optional<unsigned long long> const newest = m_state.lastTimeStamp();
-        m_timeUnit = newest ? unitOf(*newest) : timeUnit_t::MILLISECONDS;
+        m_timeUnit = newest ? unitOf(*newest) : TimeUnit::MILLISECONDS;
     }
 }
 

@@ -107,7 +107,7 @@ private:
     RecorderOptions const& m_options;
     unsigned int m_startupId;
     bool m_isStartupChosen;
-    timeUnit_t m_timeUnit;
+    TimeUnit m_timeUnit;
 
     sqlite::Connection const* m_connection = nullptr;
     sqlite::Statement m_insert;

@@ -25,7 +25,7 @@ public:
 
 protected:
     Record const& decodeRow(sqlite::Statement const& row) { return firaim::decodeRow<Record>(m_tbl, row); }
-    Record const& decodeRow(rowView_t const& row) { return firaim::decodeRow<Record>(m_tbl, row); }
+    Record const& decodeRow(RowView const& row) { return firaim::decodeRow<Record>(m_tbl, row); }
 
 private:
     static Table& initialised(Table& tbl)
@@ -47,7 +47,7 @@ public:
         record().Status = FAULT_INACTIVE; // A status that is NULL keeps what was there before.
         return decodeRow(row);
     }
-    Fault const& decode(rowView_t const& row) ///< as above
+    Fault const& decode(RowView const& row) ///< as above
     {
         record().Status = FAULT_INACTIVE;
         return decodeRow(row);
@@ -63,7 +63,7 @@ public:
         record().FaultActive = FAULT_INACTIVE;
         return decodeRow(row);
     }
-    FaultStatistic const& decode(rowView_t const& row) ///< as above
+    FaultStatistic const& decode(RowView const& row) ///< as above
     {
         record().FaultActive = FAULT_INACTIVE;
         return decodeRow(row);

@@ -150,7 +150,7 @@ TEST_F(LogLine, BeginsWithItsSeverity)
 {
     struct
     {
-        LogUtil::severity_t severity;
+        LogUtil::Severity severity;
         char const* line;
     } const cases[] = {
         {LogUtil::SEVERITY_DEBUG, "[DEBUG] FDB::createDb() Create RDB File: /data/f.db\n"},

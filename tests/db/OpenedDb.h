@@ -16,7 +16,7 @@ public:
     int dataBaseQueryCb(sqlite3DbCbCgf_t* cfg, int argc, char** argv, char** colNames) override
     {
         lastCfg = *cfg;
-        RawDb::row_t row;
+        RawDb::Row row;
         names.clear();
         for (int i = 0; i < argc; ++i)
         {
@@ -32,7 +32,7 @@ public:
     }
 
     sqlite3DbCbCgf_t lastCfg{};
-    std::vector<RawDb::row_t> rows;
+    std::vector<RawDb::Row> rows;
     std::vector<std::string> names;
     bool throws = false;
     int result = 0;

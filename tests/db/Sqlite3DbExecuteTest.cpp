@@ -122,7 +122,7 @@ TEST_F(OpenedDb, TextWithoutAStatementIsRefused)
 TEST_F(OpenedDb, RowFormHandsOverCellsNamesAndConfiguration)
 {
     EXPECT_EQ(sqlite->execute(handle, "SELECT 1 AS x, NULL AS y UNION ALL SELECT 'b', ''", {&rows, &kind}), 0);
-    EXPECT_THAT(rows.rows, ElementsAre(RawDb::row_t{"1", std::nullopt}, RawDb::row_t{"b", ""}));
+    EXPECT_THAT(rows.rows, ElementsAre(RawDb::Row{"1", std::nullopt}, RawDb::Row{"b", ""}));
     EXPECT_THAT(rows.names, ElementsAre("x", "y"));
     EXPECT_EQ(rows.lastCfg.callbackObj, &rows);
     EXPECT_EQ(rows.lastCfg.sqlCmdQueryCb, &kind);

@@ -24,8 +24,8 @@ TEST_F(CreateDb, NewFileHoldsTheThreeTablesInOrderAndOneVersionRow)
     RawDb raw(path);
     EXPECT_THAT(
         raw.rows("SELECT name FROM sqlite_master WHERE name LIKE 'Fdb%' ORDER BY rowid"),
-        ElementsAre(RawDb::row_t{"FdbFaultTbl"}, RawDb::row_t{"FdbFaultStatisticTbl"}, RawDb::row_t{"FdbVersionTbl"}));
-    EXPECT_THAT(raw.rows("SELECT * FROM FdbVersionTbl"), ElementsAre(RawDb::row_t{"1", "FormatVersion", "1.0.0"}));
+        ElementsAre(RawDb::Row{"FdbFaultTbl"}, RawDb::Row{"FdbFaultStatisticTbl"}, RawDb::Row{"FdbVersionTbl"}));
+    EXPECT_THAT(raw.rows("SELECT * FROM FdbVersionTbl"), ElementsAre(RawDb::Row{"1", "FormatVersion", "1.0.0"}));
 }
 
 TEST_F(CreateDb, IsSilentAtDebugLevelZero)

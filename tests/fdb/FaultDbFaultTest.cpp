@@ -37,9 +37,9 @@ TEST_F(RecordingFaults, InsertStoresEveryMemberInItsColumn)
 {
     EXPECT_EQ(db.insert(fault), 0);
     EXPECT_THAT(RawDb(path).rows(kRows),
-                ElementsAre(RawDb::row_t{"1", "2026-03-01 12:00:00 1", "1001", "code name 1", "module 1", "parameter 1",
-                                         "1772366400000001", "UTC+1 1", "ErrorActive", "description 1", "dump 1",
-                                         "2001", "3001", "backup 1", "4001", "2026-03-01 11:59:59 1"}));
+                ElementsAre(RawDb::Row{"1", "2026-03-01 12:00:00 1", "1001", "code name 1", "module 1", "parameter 1",
+                                       "1772366400000001", "UTC+1 1", "ErrorActive", "description 1", "dump 1", "2001",
+                                       "3001", "backup 1", "4001", "2026-03-01 11:59:59 1"}));
 }
 
 TEST_F(RecordingFaults, InsertChangesNothingInTheRecordButItsKey)

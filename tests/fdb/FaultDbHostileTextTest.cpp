@@ -19,7 +19,7 @@ protected:
     }
 
     /// All bytes of all tables.
-    std::vector<std::vector<RawDb::row_t>> content()
+    std::vector<std::vector<RawDb::Row>> content()
     {
         RawDb raw(path);
         return {raw.rows("SELECT * FROM FdbFaultTbl"), raw.rows("SELECT * FROM FdbFaultStatisticTbl"),

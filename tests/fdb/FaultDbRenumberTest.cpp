@@ -53,9 +53,9 @@ TEST_F(Renumbering, MovesFaultsAndStatisticsOfTheOldIdAndNoOthers)
     addStatistic(2, 5);
     EXPECT_EQ(db.updateRdbStartup(kNewId, kOldId), 0);
     EXPECT_THAT(RawDb(path).rows("SELECT RdbStartupId FROM FdbFaultTbl ORDER BY EntryId"),
-                ElementsAre(RawDb::row_t{"7"}, RawDb::row_t{"5"}, RawDb::row_t{"7"}));
+                ElementsAre(RawDb::Row{"7"}, RawDb::Row{"5"}, RawDb::Row{"7"}));
     EXPECT_THAT(RawDb(path).rows("SELECT RdbStartupId FROM FdbFaultStatisticTbl ORDER BY EntryId"),
-                ElementsAre(RawDb::row_t{"7"}, RawDb::row_t{"5"}));
+                ElementsAre(RawDb::Row{"7"}, RawDb::Row{"5"}));
 }
 
 TEST_F(Renumbering, ChangesNothingElseInAMovedRow)
@@ -165,7 +165,7 @@ TEST_F(Renumbering, FaultThatIsGoneWhenItIsWrittenBackIsPassedOver)
                      "DELETE FROM FdbFaultTbl WHERE EntryId=1; DELETE FROM FdbFaultTbl WHERE EntryId=2; END");
     addFault(3, kOldId);
     EXPECT_EQ(db.updateRdbStartup(kNewId, kOldId), 0);
-    EXPECT_THAT(RawDb(path).rows("SELECT EntryId,RdbStartupId FROM FdbFaultTbl"), ElementsAre(RawDb::row_t{"3", "7"}));
+    EXPECT_THAT(RawDb(path).rows("SELECT EntryId,RdbStartupId FROM FdbFaultTbl"), ElementsAre(RawDb::Row{"3", "7"}));
 }
 
 TEST_F(Renumbering, RowsWhoseStoredTextHoldsAQuoteStayAndTheOthersMove)
@@ -179,7 +179,7 @@ TEST_F(Renumbering, RowsWhoseStoredTextHoldsAQuoteStayAndTheOthersMove)
     }
     EXPECT_EQ(db.updateRdbStartup(kNewId, kOldId), 0);
     EXPECT_THAT(RawDb(path).rows("SELECT Description,RdbStartupId FROM FdbFaultTbl ORDER BY EntryId"),
-                ElementsAre(RawDb::row_t{"it's", "6"}, RawDb::row_t{"''", "6"}, RawDb::row_t{"plain", "7"}));
+                ElementsAre(RawDb::Row{"it's", "6"}, RawDb::Row{"''", "6"}, RawDb::Row{"plain", "7"}));
     std::string const refusal = "[ERROR] SQL3::execute() Sql Execute failed: quote of a stored text cannot be written "
                                 "back in column Description Err=1";
     EXPECT_THAT(console.takeLines(),
@@ -196,7 +196,7 @@ TEST_F(Renumbering, StatisticWhoseStoredTextHoldsAQuoteStaysAndTheOthersMove)
     addStatistic(2, kOldId);
     EXPECT_EQ(db.updateRdbStartup(kNewId, kOldId), 0);
     EXPECT_THAT(RawDb(path).rows("SELECT FaultCodeName,RdbStartupId FROM FdbFaultStatisticTbl ORDER BY EntryId"),
-                ElementsAre(RawDb::row_t{"'", "6"}, RawDb::row_t{"code name 2", "7"}));
+                ElementsAre(RawDb::Row{"'", "6"}, RawDb::Row{"code name 2", "7"}));
 }
 
 TEST_F(Renumbering, FailedUpdateOfARowLetsTheOthersMove)
@@ -213,7 +213,7 @@ TEST_F(Renumbering, FailedUpdateOfARowLetsTheOthersMove)
     EXPECT_EQ(db.updateRdbStartup(kNewId, kOldId), 0);
     EXPECT_THAT(RawDb(path).rows("SELECT f.RdbStartupId,s.RdbStartupId FROM FdbFaultTbl f JOIN FdbFaultStatisticTbl s "
                                  "USING(EntryId) ORDER BY EntryId"),
-                ElementsAre(RawDb::row_t{"6", "6"}, RawDb::row_t{"7", "7"}));
+                ElementsAre(RawDb::Row{"6", "6"}, RawDb::Row{"7", "7"}));
 }
 
 TEST_F(Renumbering, FailedReadOfFaultsStillMovesTheStatistics)

@@ -31,8 +31,8 @@ TEST_F(RecordingStatistics, InsertStoresEveryMemberInItsColumn)
 {
     EXPECT_EQ(db.insert(statistic), 0);
     EXPECT_THAT(RawDb(path).rows(kRows),
-                ElementsAre(RawDb::row_t{"1", "1001", "code name 1", "1772366400000001", "1772366500000001", "UTC+1 1",
-                                         "UTC+2 1", "11", "active", "101", "5001", "4001"}));
+                ElementsAre(RawDb::Row{"1", "1001", "code name 1", "1772366400000001", "1772366500000001", "UTC+1 1",
+                                       "UTC+2 1", "11", "active", "101", "5001", "4001"}));
 }
 
 TEST_F(RecordingStatistics, StoredRowReadsBackEqual)
@@ -53,7 +53,7 @@ TEST_F(RecordingStatistics, SecondInsertOfACodeStoresASecondRowAndUpdateRewrites
     statistic.OccurenceCnt = 99;
     EXPECT_EQ(db.update(statistic), 0);
     EXPECT_THAT(RawDb(path).rows("SELECT EntryId,OccurenceCnt FROM FdbFaultStatisticTbl ORDER BY EntryId"),
-                ElementsAre(RawDb::row_t{"1", "99"}, RawDb::row_t{"2", "99"}));
+                ElementsAre(RawDb::Row{"1", "99"}, RawDb::Row{"2", "99"}));
 }
 
 TEST_F(RecordingStatistics, UpdateSelectsByFaultCodeAndNotByKey)
@@ -64,7 +64,7 @@ TEST_F(RecordingStatistics, UpdateSelectsByFaultCodeAndNotByKey)
     statistic.OccurenceCnt = 99;
     EXPECT_EQ(db.update(statistic), 0);
     EXPECT_THAT(RawDb(path).rows("SELECT EntryId,FaultCode,OccurenceCnt FROM FdbFaultStatisticTbl ORDER BY EntryId"),
-                ElementsAre(RawDb::row_t{"1", "1001", "99"}, RawDb::row_t{"2", "1002", "12"}));
+                ElementsAre(RawDb::Row{"1", "1001", "99"}, RawDb::Row{"2", "1002", "12"}));
 }
 
 TEST_F(RecordingStatistics, UpdateOfAnUnknownCodeSucceedsAndChangesNothing)

@@ -9,21 +9,21 @@ using testing::ElementsAre;
 namespace
 {
 
-struct wide_t
+struct Wide
 {
     unsigned long long number;
     char const* text;
 };
 
-void PrintTo(wide_t const& wide, std::ostream* out)
+void PrintTo(Wide const& wide, std::ostream* out)
 {
     *out << wide.text;
 }
 
-constexpr wide_t kZero = {0, "0"};
-constexpr wide_t kLargest = {0x7fffffffffffffff, "9223372036854775807"};
+constexpr Wide kZero = {0, "0"};
+constexpr Wide kLargest = {0x7fffffffffffffff, "9223372036854775807"};
 
-constexpr wide_t kNumbers[] = {
+constexpr Wide kNumbers[] = {
     kZero,
     {0x7fffffff, "2147483647"},
     {0x80000000, "2147483648"},
@@ -39,7 +39,7 @@ constexpr unsigned int kOldId = 0x7fffffff;
 constexpr unsigned int kNewId = 0xffffffff;
 
 /// Every test leaves row 1 as it is: the row that a key cut to its low half could mean.
-class WideNumbers : public FaultDbTest, public testing::WithParamInterface<wide_t>
+class WideNumbers : public FaultDbTest, public testing::WithParamInterface<Wide>
 {
 protected:
     WideNumbers()
@@ -168,7 +168,7 @@ TEST_P(WideNumbers, NumbersOfAStatisticAreInsertedUpdatedAndRenumberedWhole)
     statistic.FaultEntryId = 0;
     ASSERT_EQ(db.insert(statistic), 0);
     EXPECT_THAT(RawDb(path).rows(kCells),
-                ElementsAre(RawDb::row_t{GetParam().text, kLargest.text, kZero.text, "2147483647"}));
+                ElementsAre(RawDb::Row{GetParam().text, kLargest.text, kZero.text, "2147483647"}));
 
     statistic.TimeFirstOccurredUTC = 0;
     statistic.TimeLastOccurredUTC = GetParam().number;
@@ -176,7 +176,7 @@ TEST_P(WideNumbers, NumbersOfAStatisticAreInsertedUpdatedAndRenumberedWhole)
     ASSERT_EQ(db.update(statistic), 0);
     ASSERT_EQ(db.updateRdbStartup(kNewId, kOldId), 0);
     EXPECT_THAT(RawDb(path).rows(kCells),
-                ElementsAre(RawDb::row_t{kZero.text, GetParam().text, GetParam().text, "4294967295"}));
+                ElementsAre(RawDb::Row{kZero.text, GetParam().text, GetParam().text, "4294967295"}));
 
     FaultStatistic found;
     ASSERT_EQ(db.getFaultStatisticForFC(found, statistic.FaultCode), 0);

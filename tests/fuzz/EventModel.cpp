@@ -9,15 +9,15 @@
 
 using namespace firaim;
 
-unsigned long long EventModel::activeKey(triple_t const& triple) const
+unsigned long long EventModel::activeKey(Triple const& triple) const
 {
     auto const found = m_active.find(triple);
     return found != m_active.end() ? found->second : 0;
 }
 
-std::vector<triple_t> EventModel::activeTriples(std::uint32_t code) const
+std::vector<Triple> EventModel::activeTriples(std::uint32_t code) const
 {
-    std::vector<triple_t> triples;
+    std::vector<Triple> triples;
     for (auto const& [triple, key] : m_active)
     {
         if (std::get<0>(triple) == code)
@@ -47,9 +47,9 @@ void EventModel::begin(RecorderOptions const& options)
     m_startupId += isNext && m_startupId < std::numeric_limits<unsigned int>::max() ? 1 : 0;
     m_startupId = options.startup == RecorderOptions::GIVEN_STARTUP ? options.startupId : m_startupId;
     m_unit = options.timeUnit;
-    if (m_unit == timeUnit_t::GUESSED)
+    if (m_unit == TimeUnit::GUESSED)
     {
-        m_unit = m_stamps.empty() ? timeUnit_t::MILLISECONDS : unitOf(m_stamps.back());
+        m_unit = m_stamps.empty() ? TimeUnit::MILLISECONDS : unitOf(m_stamps.back());
     }
 }
 
@@ -72,7 +72,7 @@ void EventModel::write(FaultEvent const& event, faultStatus_t status)
 {
     auto const code = static_cast<std::uint32_t>(event.code);
     bool const isActive = status == FAULT_ACTIVE;
-    row_t& row = m_rows.emplace_back();
+    Row& row = m_rows.emplace_back();
     row.event = event;
     row.unit = m_unit;
     Fault& fault = row.fault;
@@ -91,7 +91,7 @@ void EventModel::write(FaultEvent const& event, faultStatus_t status)
     fault.CfgBackupFile = event.configBackup;
     fault.RdbStartupId = event.startupId.value_or(m_startupId);
 
-    triple_t const triple(code, event.module, event.parameter);
+    Triple const triple(code, event.module, event.parameter);
     m_active.erase(triple);
     if (isActive)
     {
@@ -102,7 +102,7 @@ void EventModel::write(FaultEvent const& event, faultStatus_t status)
     {
         m_codes.push_back(code);
     }
-    statistic_t& statistic = m_statistics[code];
+    Statistic& statistic = m_statistics[code];
     FaultStatistic& record = statistic.record;
     record.FaultCode = fault.FaultCode;
     record.FaultCodeName = fault.FaultCodeName;
@@ -124,7 +124,7 @@ void EventModel::write(FaultEvent const& event, faultStatus_t status)
     record.RdbStartupId = fault.RdbStartupId;
 }
 
-void EventModel::date(std::size_t first, moments_t const& moments, std::pair<unsigned int, unsigned int> upTimes)
+void EventModel::date(std::size_t first, Moments const& moments, std::pair<unsigned int, unsigned int> upTimes)
 {
     for (std::size_t i = first; i < m_rows.size(); ++i)
     {
@@ -144,7 +144,7 @@ void EventModel::endCycle()
     m_countedInCycle.clear();
 }
 
-void EventModel::requireRow(row_t const& row, Fault const& read) const
+void EventModel::requireRow(Row const& row, Fault const& read) const
 {
     Fault const& own = row.fault;
     FaultEvent const& event = row.event;
@@ -173,7 +173,7 @@ void EventModel::requireRow(row_t const& row, Fault const& read) const
                   "the system time is that of the call");
 }
 
-void EventModel::requireStatistic(statistic_t const& statistic, FaultStatistic const& read) const
+void EventModel::requireStatistic(Statistic const& statistic, FaultStatistic const& read) const
 {
     FaultStatistic const& own = statistic.record;
     fuzz::require(read.FaultCode == own.FaultCode && read.FaultCodeName == own.FaultCodeName,
@@ -199,7 +199,7 @@ void EventModel::requireContent(FaultReader& reader)
     FaultCursor cursor = reader.faults(query);
     m_stamps.clear();
     Fault fault;
-    for (row_t const& row : m_rows)
+    for (Row const& row : m_rows)
     {
         fuzz::require(cursor.next(fault) == HISTORY_OK, "no row is missing");
         requireRow(row, fault);

@@ -12,10 +12,10 @@
 #include <vector>
 
 /// A code, a module and a parameter, which are active or not.
-using triple_t = std::tuple<std::uint32_t, std::string, std::string>;
+using Triple = std::tuple<std::uint32_t, std::string, std::string>;
 
 /// The moments between which a call was made.
-struct moments_t
+struct Moments
 {
     std::int64_t begin = 0;
     std::int64_t end = 0;
@@ -25,16 +25,16 @@ struct moments_t
 class EventModel
 {
 public:
-    struct row_t
+    struct Row
     {
         Fault fault;
         firaim::FaultEvent event; ///< tells which members were filled in
-        moments_t moments;
+        Moments moments;
         std::pair<unsigned int, unsigned int> upTimes;
-        firaim::timeUnit_t unit = firaim::timeUnit_t::GUESSED;
+        firaim::TimeUnit unit = firaim::TimeUnit::GUESSED;
     };
 
-    struct statistic_t
+    struct Statistic
     {
         FaultStatistic record; ///< without its times where the row's was filled in
         unsigned long long firstKey = 0;
@@ -42,13 +42,13 @@ public:
     };
 
     /// The key of the row that made the triple active; 0 when it is not.
-    unsigned long long activeKey(triple_t const& triple) const;
+    unsigned long long activeKey(Triple const& triple) const;
     /// The active triples of a code.
-    std::vector<triple_t> activeTriples(std::uint32_t code) const;
+    std::vector<Triple> activeTriples(std::uint32_t code) const;
     bool isCodeActive(std::uint32_t code) const;
     void write(firaim::FaultEvent const& event, faultStatus_t status);
     /// The rows from that one on were recorded between these moments, at these up-times.
-    void date(std::size_t first, moments_t const& moments, std::pair<unsigned int, unsigned int> upTimes);
+    void date(std::size_t first, Moments const& moments, std::pair<unsigned int, unsigned int> upTimes);
     void endCycle();
     void begin(firaim::RecorderOptions const& options);
     unsigned int startupId() const { return m_startupId; }
@@ -58,16 +58,16 @@ public:
 
 private:
     std::string codeName(firaim::FaultEvent const& event) const;
-    void requireRow(row_t const& row, Fault const& read) const;
-    void requireStatistic(statistic_t const& statistic, FaultStatistic const& read) const;
+    void requireRow(Row const& row, Fault const& read) const;
+    void requireStatistic(Statistic const& statistic, FaultStatistic const& read) const;
 
-    std::vector<row_t> m_rows;
-    std::map<std::uint32_t, statistic_t> m_statistics;
+    std::vector<Row> m_rows;
+    std::map<std::uint32_t, Statistic> m_statistics;
     std::vector<std::uint32_t> m_codes; ///< in the order of the rows of their statistics
-    std::map<triple_t, unsigned long long> m_active;
+    std::map<Triple, unsigned long long> m_active;
     std::set<std::uint32_t> m_countedInCycle;
     std::vector<unsigned long long> m_stamps; ///< as read, by key
     firaim::RecorderOptions m_options;
-    firaim::timeUnit_t m_unit = firaim::timeUnit_t::GUESSED;
+    firaim::TimeUnit m_unit = firaim::TimeUnit::GUESSED;
     unsigned int m_startupId = 0;
 };

@@ -61,14 +61,14 @@ void removeDatabase(std::string const& path)
     }
 }
 
-std::vector<cells_t> rawRows(sqlite3* db, std::string const& sql)
+std::vector<Cells> rawRows(sqlite3* db, std::string const& sql)
 {
-    std::vector<cells_t> rows;
+    std::vector<Cells> rows;
     sqlite3_stmt* statement = nullptr;
     require(sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK, "the statement compiles");
     while (sqlite3_step(statement) == SQLITE_ROW)
     {
-        cells_t row;
+        Cells row;
         for (int i = 0; i < sqlite3_column_count(statement); ++i)
         {
             auto const* const cell = reinterpret_cast<char const*>(sqlite3_column_text(statement, i));

@@ -40,10 +40,10 @@ void writeFile(std::string const& path, std::string_view bytes);
 /// Removes the database file and what SQLite keeps beside it.
 void removeDatabase(std::string const& path);
 
-using cells_t = std::vector<std::optional<std::string>>;
+using Cells = std::vector<std::optional<std::string>>;
 
 /// The rows of `sql` as SQLite gives them; a statement that fails is a finding.
-std::vector<cells_t> rawRows(sqlite3* db, std::string const& sql);
+std::vector<Cells> rawRows(sqlite3* db, std::string const& sql);
 
 /// The input of a target that is read from its beginning, number by number; behind its end there are zeros.
 class Input

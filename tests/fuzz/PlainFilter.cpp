@@ -66,7 +66,7 @@ bool isWanted(FaultQuery const& query, std::int64_t rowKey, Fault const& fault)
 
 } // namespace
 
-Fault decoded(fuzz::cells_t const& cells)
+Fault decoded(fuzz::Cells const& cells)
 {
     Fault fault;
     fault.EntryId = decodedNumber<unsigned long long>(cells[0]);
@@ -99,9 +99,9 @@ bool areSame(Fault const& a, Fault const& b)
            a.SystemDateTimeString == b.SystemDateTimeString;
 }
 
-std::vector<found_t> filtered(std::map<std::int64_t, Fault> const& faults, FaultQuery const& query)
+std::vector<Found> filtered(std::map<std::int64_t, Fault> const& faults, FaultQuery const& query)
 {
-    std::vector<found_t> found;
+    std::vector<Found> found;
     for (auto const& [rowKey, fault] : faults)
     {
         if (isWanted(query, rowKey, fault))

@@ -12,17 +12,17 @@
 // The reading of faults in its plainest form, for comparison with the library's.
 
 /// The fault that the cells of a row of the fault table mean.
-Fault decoded(fuzz::cells_t const& cells);
+Fault decoded(fuzz::Cells const& cells);
 
 /// Whether all members are the same.
 bool areSame(Fault const& a, Fault const& b);
 
 /// A fault and the key of its row.
-struct found_t
+struct Found
 {
     std::int64_t key;
     Fault fault;
 };
 
 /// The answer to a query: of all faults by key, those that it asks for, in its order.
-std::vector<found_t> filtered(std::map<std::int64_t, Fault> const& faults, firaim::FaultQuery const& query);
+std::vector<Found> filtered(std::map<std::int64_t, Fault> const& faults, firaim::FaultQuery const& query);

@@ -22,7 +22,7 @@ std::optional<std::string> stored(std::string_view text)
     return result;
 }
 
-fuzz::cells_t cellsOf(Fault const& f, std::size_t key)
+fuzz::Cells cellsOf(Fault const& f, std::size_t key)
 {
     return {std::to_string(key),
             f.DateTimeString,
@@ -42,7 +42,7 @@ fuzz::cells_t cellsOf(Fault const& f, std::size_t key)
             f.SystemDateTimeString};
 }
 
-fuzz::cells_t cellsOf(FaultStatistic const& s, std::size_t key)
+fuzz::Cells cellsOf(FaultStatistic const& s, std::size_t key)
 {
     return {std::to_string(key),
             std::to_string(static_cast<unsigned int>(s.FaultCode)),

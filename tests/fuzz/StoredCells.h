@@ -14,5 +14,5 @@
 std::optional<std::string> stored(std::string_view text);
 
 /// The cells of the row that a record is stored as under `key`.
-fuzz::cells_t cellsOf(Fault const& f, std::size_t key);
-fuzz::cells_t cellsOf(FaultStatistic const& s, std::size_t key);
+fuzz::Cells cellsOf(Fault const& f, std::size_t key);
+fuzz::Cells cellsOf(FaultStatistic const& s, std::size_t key);

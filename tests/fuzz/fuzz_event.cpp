@@ -150,7 +150,7 @@ RecorderOptions File::options()
     RecorderOptions options;
     options.startup = RecorderOptions::GIVEN_STARTUP;
     options.startupId = 7;
-    options.timeUnit = timeUnit_t::MILLISECONDS;
+    options.timeUnit = TimeUnit::MILLISECONDS;
     return options;
 }
 
@@ -163,7 +163,7 @@ void File::empty()
 
 void File::requireSound()
 {
-    fuzz::require(fuzz::rawRows(m_db, "PRAGMA integrity_check") == std::vector<fuzz::cells_t>{{"ok"}},
+    fuzz::require(fuzz::rawRows(m_db, "PRAGMA integrity_check") == std::vector<fuzz::Cells>{{"ok"}},
                   "the file is sound");
 }
 
@@ -193,7 +193,7 @@ private:
     std::unique_ptr<FaultRecorder> m_ownRecorder; ///< instead of the file's
     FaultRecorder* m_recorder = nullptr;
     EventModel m_model;
-    moments_t m_moments;
+    Moments m_moments;
     unsigned int m_upTime = 0;
     std::size_t m_sizeBefore = 0;
 };
@@ -222,9 +222,9 @@ void Subject::open()
 {
     std::size_t const how = m_input.byte();
     m_options = {};
-    m_options.startup = static_cast<RecorderOptions::startup_t>(how % 3);
+    m_options.startup = static_cast<RecorderOptions::StartupMode>(how % 3);
     m_options.startupId = static_cast<unsigned int>(how);
-    m_options.timeUnit = static_cast<timeUnit_t>(m_input.byte() % 5);
+    m_options.timeUnit = static_cast<TimeUnit>(m_input.byte() % 5);
     m_options.timeZone = how >= 128 ? "" : "UTC";
     m_ownRecorder = std::make_unique<FaultRecorder>();
     m_recorder = m_ownRecorder.get();
@@ -337,7 +337,7 @@ void Subject::clearCode()
     FaultEvent const event = readEvent(m_input);
     std::vector<unsigned long long> keys;
     int const result = m_recorder->clearCode(event, keys, kPatience);
-    std::vector<triple_t> const triples = m_model.activeTriples(static_cast<std::uint32_t>(event.code));
+    std::vector<Triple> const triples = m_model.activeTriples(static_cast<std::uint32_t>(event.code));
     if (isRefused(event) || triples.empty())
     {
         fuzz::require(result == (isRefused(event) ? HISTORY_REFUSED : HISTORY_UNCHANGED) && keys.empty(),

@@ -62,7 +62,7 @@ FaultQuery readQuery(fuzz::Input& input)
     std::size_t const more = input.byte();
     query.order = (given & 1U) != 0 ? FaultQuery::OLDEST_FIRST : FaultQuery::NEWEST_FIRST;
     query.isActiveOnly = (given & 2U) != 0;
-    query.timeUnit = static_cast<timeUnit_t>(more / 8 % 5);
+    query.timeUnit = static_cast<TimeUnit>(more / 8 % 5);
     for (std::size_t i = 0; i < more % 2 + more / 64; ++i)
     {
         std::size_t const choice = input.byte();
@@ -116,7 +116,7 @@ public:
     Table& operator=(Table const&) = delete;
 
     void fill(fuzz::Input& input);
-    std::vector<fuzz::cells_t> rows() { return fuzz::rawRows(m_db, "SELECT * FROM FdbFaultTbl"); }
+    std::vector<fuzz::Cells> rows() { return fuzz::rawRows(m_db, "SELECT * FROM FdbFaultTbl"); }
     FaultReader& reader() { return m_reader; }
 
 private:
@@ -237,7 +237,7 @@ void Table::fill(fuzz::Input& input)
     exec("COMMIT");
 }
 
-void requireNext(FaultCursor& cursor, found_t const& expected)
+void requireNext(FaultCursor& cursor, Found const& expected)
 {
     Fault fault;
     fuzz::require(cursor.next(fault) == HISTORY_OK, "no fault is missing");
@@ -256,10 +256,10 @@ void requireEnd(FaultCursor& cursor)
 }
 
 /// The whole answer.
-void requireAnswer(FaultReader& reader, FaultQuery const& query, std::vector<found_t> const& expected)
+void requireAnswer(FaultReader& reader, FaultQuery const& query, std::vector<Found> const& expected)
 {
     FaultCursor cursor = reader.faults(query);
-    for (found_t const& fault : expected)
+    for (Found const& fault : expected)
     {
         requireNext(cursor, fault);
     }
@@ -267,7 +267,7 @@ void requireAnswer(FaultReader& reader, FaultQuery const& query, std::vector<fou
 }
 
 /// The faults of another cursor that goes on where one has stopped.
-void requireRest(FaultReader& reader, FaultQuery const& query, std::vector<found_t> const& expected)
+void requireRest(FaultReader& reader, FaultQuery const& query, std::vector<Found> const& expected)
 {
     std::size_t const half = expected.size() / 2;
     FaultCursor first = reader.faults(query);
@@ -318,13 +318,13 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     table->fill(input);
 
     std::map<std::int64_t, Fault> faults;
-    for (fuzz::cells_t const& cells : table->rows())
+    for (fuzz::Cells const& cells : table->rows())
     {
         faults.emplace(std::stoll(cells[0].value()), decoded(cells));
     }
     FaultReader& reader = table->reader();
     requireRest(reader, query, filtered(faults, query));
-    for (FaultQuery::order_t const order : {FaultQuery::NEWEST_FIRST, FaultQuery::OLDEST_FIRST})
+    for (FaultQuery::Order const order : {FaultQuery::NEWEST_FIRST, FaultQuery::OLDEST_FIRST})
     {
         query.order = order;
         requireAnswer(reader, query, filtered(faults, query));

@@ -22,7 +22,7 @@ constexpr std::size_t kMaxOperations = 12;
 constexpr unsigned int kStartupIds = 3;
 constexpr std::size_t kStatisticCodeColumn = 1;
 
-using rows_t = std::vector<fuzz::cells_t>;
+using Rows = std::vector<fuzz::Cells>;
 
 std::array<std::string Fault::*, 9> const kFaultTexts = {&Fault::DateTimeString,
                                                          &Fault::FaultCodeName,
@@ -95,10 +95,10 @@ private:
     sqlite3* m_connection = nullptr;
     Statements m_statements;
     unsigned int m_serial = 0;
-    rows_t m_faults;
-    rows_t m_statistics;
-    rows_t m_versions;
-    rows_t m_schema;
+    Rows m_faults;
+    Rows m_statistics;
+    Rows m_versions;
+    Rows m_schema;
 };
 
 void Subject::begin()
@@ -295,14 +295,14 @@ void Subject::move(unsigned int newId, unsigned int oldId)
     moveStatistics(std::to_string(newId), std::to_string(oldId));
 }
 
-bool holdsQuote(fuzz::cells_t const& row)
+bool holdsQuote(fuzz::Cells const& row)
 {
     return std::any_of(row.begin(), row.end(), [](auto const& cell) { return cell->find('\'') != std::string::npos; });
 }
 
 void Subject::moveFaults(std::string const& newId, std::string const& oldId)
 {
-    for (fuzz::cells_t& row : m_faults)
+    for (fuzz::Cells& row : m_faults)
     {
         if (row[14] == oldId && !holdsQuote(row)) // A quote that was stored once cannot be written back.
         {
@@ -313,14 +313,14 @@ void Subject::moveFaults(std::string const& newId, std::string const& oldId)
 
 void Subject::moveStatistics(std::string const& newId, std::string const& oldId)
 {
-    rows_t const before = m_statistics;
-    for (fuzz::cells_t const& moved : before)
+    Rows const before = m_statistics;
+    for (fuzz::Cells const& moved : before)
     {
         if (moved[11] != oldId || holdsQuote(moved))
         {
             continue;
         }
-        for (fuzz::cells_t& row : m_statistics)
+        for (fuzz::Cells& row : m_statistics)
         {
             if (row[kStatisticCodeColumn] == moved[kStatisticCodeColumn])
             {

@@ -150,7 +150,7 @@ std::vector<std::string> workingRecord(SqlTbl<T> const& tbl)
 }
 
 template <class T>
-void requireDecoded(SqlTbl<T> const& tbl, fuzz::cells_t const& row, std::vector<std::string> const& before)
+void requireDecoded(SqlTbl<T> const& tbl, fuzz::Cells const& row, std::vector<std::string> const& before)
 {
     for (auto const& [id, column] : tbl.m_columns)
     {
@@ -188,7 +188,7 @@ void decodeArray(SqlTbl<T>& tbl, std::vector<std::string_view> const& cells)
     std::size_t const count = tbl.m_columns.size();
     auto const row = std::make_unique<char*[]>(count);
     std::vector<std::unique_ptr<char[]>> texts(count);
-    fuzz::cells_t given(count);
+    fuzz::Cells given(count);
     for (std::size_t i = 0; i < count; ++i)
     {
         if (i < cells.size() && (cells[i].empty() || cells[i].front() != 'n'))

@@ -82,7 +82,7 @@ TEST_F(FaultCursorTest, FindsTheSmallestAndTheLargestKeyThereCanBe)
     exec("INSERT INTO FdbFaultTbl(EntryId, Description) VALUES(9223372036854775807, 'last'), "
          "(-9223372036854775808, 'first')");
     open();
-    RowCursor rows = reader.rows(historyTable_t::FAULTS);
+    RowCursor rows = reader.rows(HistoryTable::FAULTS);
     ASSERT_EQ(rows.next(), HISTORY_OK);
     EXPECT_EQ(rows.key(), std::numeric_limits<std::int64_t>::min());
     ASSERT_EQ(rows.next(), HISTORY_OK);
@@ -127,10 +127,10 @@ TEST_F(FaultCursorTest, FiltersByTheGivenUnitOfTime)
     exec("INSERT INTO FdbFaultTbl(EntryId, TimeStampUTC) VALUES(1, 5000), (2, 6000)");
     open();
     FaultQuery query;
-    query.timeUnit = timeUnit_t::SECONDS;
+    query.timeUnit = TimeUnit::SECONDS;
     query.since = 5500 * 1000;
     EXPECT_THAT(keys(query), ElementsAre(2));
-    query.timeUnit = timeUnit_t::MILLISECONDS;
+    query.timeUnit = TimeUnit::MILLISECONDS;
     query.since = 5500;
     EXPECT_THAT(keys(query), ElementsAre(2));
     query.since = 5500 * 1000;
@@ -339,9 +339,9 @@ TEST_F(FaultCursorTest, TellsHowFarItIs)
 {
     addFaults(100);
     open();
-    for (FaultQuery::order_t const order : {FaultQuery::OLDEST_FIRST, FaultQuery::NEWEST_FIRST})
+    for (FaultQuery::Order const order : {FaultQuery::OLDEST_FIRST, FaultQuery::NEWEST_FIRST})
     {
-        RowCursor rows = reader.rows(historyTable_t::FAULTS, order);
+        RowCursor rows = reader.rows(HistoryTable::FAULTS, order);
         EXPECT_EQ(rows.progress(), 0.0);
         for (int row = 0; row < 25; ++row)
         {

@@ -269,7 +269,7 @@ TEST_F(FaultReaderTest, RefusesEveryCallUnlessItIsOpen)
     EXPECT_EQ(reader.fault(1, fault), HISTORY_INVALID_STATE);
     EXPECT_EQ(reader.fault(std::numeric_limits<unsigned long long>::max(), fault), HISTORY_INVALID_STATE);
     EXPECT_EQ(reader.faults().next(fault), HISTORY_INVALID_STATE);
-    EXPECT_EQ(reader.rows(historyTable_t::VERSIONS).next(), HISTORY_INVALID_STATE);
+    EXPECT_EQ(reader.rows(HistoryTable::VERSIONS).next(), HISTORY_INVALID_STATE);
     EXPECT_EQ(reader.statistics(statistics), HISTORY_INVALID_STATE);
     EXPECT_EQ(reader.statistic(1, statistic), HISTORY_INVALID_STATE);
     EXPECT_EQ(reader.counts(counts), HISTORY_INVALID_STATE);

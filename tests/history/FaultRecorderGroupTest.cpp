@@ -116,7 +116,7 @@ TEST_F(FaultRecorderGroupTest, ManyThreadsLoseNothing)
     EXPECT_EQ(rows("SELECT ModuleName, FaultCode, count(*) FROM FdbFaultTbl GROUP BY 1, 2").size(), 2 * kThreads);
     EXPECT_EQ(value(kCountOfFaults), "1600");
     EXPECT_EQ(rows("SELECT FaultCode, OccurenceCnt FROM FdbFaultStatisticTbl ORDER BY FaultCode"),
-              (rows_t{{"1", "800"}, {"2", "800"}}));
+              (Rows{{"1", "800"}, {"2", "800"}}));
     FaultRecorder::Counters const counters = recorder.counters();
     EXPECT_EQ(counters.recorded, kThreads * kRecords);
     EXPECT_LT(counters.groups, counters.recorded);
@@ -146,7 +146,7 @@ TEST_F(FaultRecorderGroupTest, EventsOfOneCallAreRecordedInTheirOrder)
     std::vector<Receipt> receipts;
     EXPECT_EQ(recorder.recordAll(events, receipts), HISTORY_REFUSED);
     ASSERT_EQ(receipts.size(), events.size());
-    rows_t expected;
+    Rows expected;
     unsigned long long key = 0;
     for (std::size_t i = 0; i < events.size(); ++i)
     {

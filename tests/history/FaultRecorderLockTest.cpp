@@ -255,7 +255,7 @@ TEST_F(FaultRecorderLockTest, HalfWrittenTransactionOfAKilledWriterIsRolledBack)
     open();
     ASSERT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK);
     ASSERT_EQ(recorder.close(), HISTORY_OK);
-    rows_t const before = rows(kFaults);
+    Rows const before = rows(kFaults);
     std::string const bytes = readFile(path);
     pid_t const child = fork();
     if (child == 0)

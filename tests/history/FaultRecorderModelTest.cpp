@@ -35,12 +35,12 @@ protected:
         return event;
     }
 
-    StatisticModel::row_t rowOf(FaultEvent const& event, unsigned long long key, bool isActive) const
+    StatisticModel::Row rowOf(FaultEvent const& event, unsigned long long key, bool isActive) const
     {
         return {key, static_cast<std::uint32_t>(event.code), event.module, event.parameter, isActive};
     }
 
-    StatisticModel::row_t const* activeRow(FaultEvent const& event) const
+    StatisticModel::Row const* activeRow(FaultEvent const& event) const
     {
         return m_model.active(static_cast<std::uint32_t>(event.code), event.module, event.parameter);
     }
@@ -57,7 +57,7 @@ protected:
     void setEdge(FaultRecorder& by, bool isRaised)
     {
         FaultEvent const event = randomEvent();
-        StatisticModel::row_t const* const active = activeRow(event);
+        StatisticModel::Row const* const active = activeRow(event);
         Receipt const receipt = isRaised ? by.raise(event) : by.clear(event);
         if ((active != nullptr) == isRaised)
         {
@@ -126,7 +126,7 @@ protected:
     /// Ends an active triple by rewriting its newest row, or removes that row.
     void changeActiveRow(bool isRemoved)
     {
-        StatisticModel::row_t const* const active = activeRow(randomEvent());
+        StatisticModel::Row const* const active = activeRow(randomEvent());
         if (active == nullptr)
         {
             return;
@@ -178,7 +178,7 @@ protected:
 
     void expectFileAsModel() const
     {
-        rows_t statistics;
+        Rows statistics;
         for (auto const& [code, statistic] : m_model.statistics)
         {
             statistics.push_back({std::to_string(code), std::to_string(statistic.occurrences),
@@ -189,8 +189,8 @@ protected:
         ASSERT_EQ(rows("SELECT FaultCode, OccurenceCnt, FaultActiveCycleCnt, FaultActive, TimeFirstOccurredUTC, "
                        "TimeLastOccurredUTC, FaultEntryId FROM FdbFaultStatisticTbl ORDER BY FaultCode"),
                   statistics);
-        rows_t faults;
-        for (StatisticModel::row_t const& row : m_model.rows)
+        Rows faults;
+        for (StatisticModel::Row const& row : m_model.rows)
         {
             faults.push_back({std::to_string(row.key), std::to_string(row.code), row.module, row.parameter,
                               row.isActive ? "ErrorActive" : "ErrorInactive"});
@@ -221,7 +221,7 @@ protected:
     /// The model looks at all rows for everything; old ones that are no triple's newest change nothing.
     void removeOldRows()
     {
-        std::vector<StatisticModel::row_t> kept;
+        std::vector<StatisticModel::Row> kept;
         std::set<std::tuple<std::uint32_t, std::string, std::string>> seen;
         for (auto row = m_model.rows.rbegin(); row != m_model.rows.rend(); ++row)
         {

@@ -36,7 +36,7 @@ TEST_F(FaultRecorderPostTest, PostedEventsAreRecordedInTheirOrderWithTheMomentOf
     }
     EXPECT_EQ(flush(), HISTORY_OK);
     EXPECT_EQ(left, 0U);
-    rows_t const found = rows("SELECT ModuleName FROM FdbFaultTbl ORDER BY EntryId");
+    Rows const found = rows("SELECT ModuleName FROM FdbFaultTbl ORDER BY EntryId");
     ASSERT_EQ(found.size(), 500U);
     for (std::size_t i = 0; i < found.size(); ++i)
     {

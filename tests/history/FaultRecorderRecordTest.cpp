@@ -65,18 +65,18 @@ class FaultRecorderRecordTest : public FaultRecorderTest
 {
 protected:
     /// Type and bytes of every cell but the key of the newest row.
-    static RawDb::row_t newestCells(std::string const& file, std::string const& table)
+    static RawDb::Row newestCells(std::string const& file, std::string const& table)
     {
         RawDb raw(file);
         std::string columns;
-        for (RawDb::row_t const& column : raw.rows("PRAGMA table_info(" + table + ")"))
+        for (RawDb::Row const& column : raw.rows("PRAGMA table_info(" + table + ")"))
         {
             std::string const name = column[1].value();
             columns += name == "EntryId" ? "" : ",typeof(" + name + ")," + name;
         }
-        rows_t const found =
+        Rows const found =
             raw.rows("SELECT " + columns.substr(1) + " FROM " + table + " ORDER BY EntryId DESC LIMIT 1");
-        return found.empty() ? RawDb::row_t() : found[0];
+        return found.empty() ? RawDb::Row() : found[0];
     }
 
     /// That `event` is written as the facade writes it.
@@ -188,13 +188,13 @@ TEST_F(FaultRecorderRecordTest, WhatIsLeftOutIsFilledIn)
     std::string const before = utcText(currentTime());
     ASSERT_EQ(recorder.record(event).result, HISTORY_OK);
     std::string const after = utcText(currentTime());
-    RawDb::row_t const row = rows("SELECT DateTimeString, SystemDateTimeString, TimeZone, LoggerLifeTime, "
-                                  "RdbStartupId, FaultCodeName, Status FROM FdbFaultTbl")[0];
+    RawDb::Row const row = rows("SELECT DateTimeString, SystemDateTimeString, TimeZone, LoggerLifeTime, "
+                                "RdbStartupId, FaultCodeName, Status FROM FdbFaultTbl")[0];
     EXPECT_GE(row[0].value(), before);
     EXPECT_LE(row[0].value(), after);
     EXPECT_GE(row[1].value(), before);
     EXPECT_LE(row[1].value(), after);
-    EXPECT_THAT(RawDb::row_t(row.begin() + 2, row.end()),
+    EXPECT_THAT(RawDb::Row(row.begin() + 2, row.end()),
                 testing::ElementsAre("UTC+7", "0", "1", "FC_SUPPLY_UNDERVOLTAGE", "ErrorActive"));
 }
 

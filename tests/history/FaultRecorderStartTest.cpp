@@ -29,7 +29,7 @@ protected:
         return id;
     }
 
-    static RecorderOptions with(RecorderOptions::startup_t startup, unsigned int id = 0)
+    static RecorderOptions with(RecorderOptions::StartupMode startup, unsigned int id = 0)
     {
         RecorderOptions options;
         options.startup = startup;
@@ -37,7 +37,7 @@ protected:
         return options;
     }
 
-    static RecorderOptions with(timeUnit_t unit)
+    static RecorderOptions with(TimeUnit unit)
     {
         RecorderOptions options;
         options.timeUnit = unit;
@@ -45,7 +45,7 @@ protected:
     }
 
     /// The stamp and the text of a row that is recorded without a time.
-    RawDb::row_t recordedTime()
+    RawDb::Row recordedTime()
     {
         FaultEvent event = eventOf(5);
         event.time.reset();
@@ -57,7 +57,7 @@ protected:
     void expectNow(unsigned long long perSecond)
     {
         auto const before = static_cast<unsigned long long>(currentTime());
-        RawDb::row_t const row = recordedTime();
+        RawDb::Row const row = recordedTime();
         auto const after = static_cast<unsigned long long>(currentTime());
         unsigned long long const stamp = std::stoull(row[0].value());
         unsigned long long const milliseconds = perSecond < 1000 ? stamp * 1000 : stamp / (perSecond / 1000);
@@ -173,8 +173,8 @@ TEST_F(FaultRecorderStartTest, NewFileCountsMillisecondsWhateverItsFirstTimeLook
 TEST_F(FaultRecorderStartTest, GivenUnitIsUsed)
 {
     unsigned long long perSecond = 1;
-    for (timeUnit_t const unit :
-         {timeUnit_t::SECONDS, timeUnit_t::MILLISECONDS, timeUnit_t::MICROSECONDS, timeUnit_t::NANOSECONDS})
+    for (TimeUnit const unit :
+         {TimeUnit::SECONDS, TimeUnit::MILLISECONDS, TimeUnit::MICROSECONDS, TimeUnit::NANOSECONDS})
     {
         SCOPED_TRACE(perSecond);
         open(with(unit));
@@ -211,8 +211,8 @@ TEST_F(FaultRecorderStartTest, NewestFaultWithoutATimeLeavesMilliseconds)
 TEST_F(FaultRecorderStartTest, TextOfAGivenTimeIsInTheUnitOfTheFile)
 {
     unsigned long long stamp = 1'772'366'400;
-    for (timeUnit_t const unit :
-         {timeUnit_t::SECONDS, timeUnit_t::MILLISECONDS, timeUnit_t::MICROSECONDS, timeUnit_t::NANOSECONDS})
+    for (TimeUnit const unit :
+         {TimeUnit::SECONDS, TimeUnit::MILLISECONDS, TimeUnit::MICROSECONDS, TimeUnit::NANOSECONDS})
     {
         SCOPED_TRACE(stamp);
         open(with(unit));

@@ -9,7 +9,7 @@ using namespace firaim;
 using testing::ElementsAre;
 using testing::UnorderedElementsAre;
 
-using keys_t = std::vector<unsigned long long>;
+using Keys = std::vector<unsigned long long>;
 
 class FaultRecorderStateTest : public FaultRecorderTest
 {
@@ -119,12 +119,11 @@ TEST_F(FaultRecorderStateTest, ClearCodeEndsEveryActiveTripleOfTheCode)
     ASSERT_EQ(clear(1, "b"), HISTORY_OK);
     FaultEvent end = eventOf(1, "not this", "nor this");
     end.description = "serviced";
-    keys_t keys;
+    Keys keys;
     EXPECT_EQ(recorder.clearCode(end, keys), HISTORY_OK);
-    EXPECT_EQ(
-        rows("SELECT ModuleName, Parameter, Status, Description FROM FdbFaultTbl WHERE EntryId > 5 ORDER BY "
-             "ModuleName"),
-        (rows_t{{"a", "parameter", "ErrorInactive", "serviced"}, {"c", "parameter", "ErrorInactive", "serviced"}}));
+    EXPECT_EQ(rows("SELECT ModuleName, Parameter, Status, Description FROM FdbFaultTbl WHERE EntryId > 5 ORDER BY "
+                   "ModuleName"),
+              (Rows{{"a", "parameter", "ErrorInactive", "serviced"}, {"c", "parameter", "ErrorInactive", "serviced"}}));
     EXPECT_THAT(keys, UnorderedElementsAre(6U, 7U));
     EXPECT_EQ(statistic(1, "FaultActive"), "inactive");
     EXPECT_EQ(statistic(2, "FaultActive"), "active");
@@ -136,7 +135,7 @@ TEST_F(FaultRecorderStateTest, ClearCodeOfACodeThatIsNotActiveWritesNothing)
     ASSERT_EQ(raise(1), HISTORY_OK);
     ASSERT_EQ(clear(1), HISTORY_OK);
     std::string const before = readFile(path);
-    keys_t keys = {9};
+    Keys keys = {9};
     EXPECT_EQ(recorder.clearCode(eventOf(1), keys), HISTORY_UNCHANGED);
     EXPECT_EQ(recorder.clearCode(eventOf(2), keys), HISTORY_UNCHANGED);
     EXPECT_THAT(keys, ElementsAre());
@@ -147,10 +146,10 @@ TEST_F(FaultRecorderStateTest, ClearCodeEndsAStatisticThatNoTripleMakesActive)
 {
     exec("INSERT INTO FdbFaultStatisticTbl(FaultCode, FaultCodeName, FaultActive, OccurenceCnt) "
          "VALUES(5, 'five', 'active', 4)");
-    keys_t keys;
+    Keys keys;
     EXPECT_EQ(recorder.clearCode(eventOf(5, "m", "p"), keys), HISTORY_OK);
     EXPECT_EQ(rows("SELECT EntryId, FaultCode, ModuleName, Parameter, Status FROM FdbFaultTbl"),
-              (rows_t{{"1", "5", "m", "p", "ErrorInactive"}}));
+              (Rows{{"1", "5", "m", "p", "ErrorInactive"}}));
     EXPECT_THAT(keys, ElementsAre(1U));
     EXPECT_EQ(statistic(5, "FaultActive || OccurenceCnt"), "inactive4");
 }

@@ -64,7 +64,7 @@ TEST_F(FaultRecorderStatisticTest, OneRowIsKeptForEachCode)
         record(code % 4 + 1);
     }
     EXPECT_EQ(rows("SELECT FaultCode, OccurenceCnt FROM FdbFaultStatisticTbl ORDER BY FaultCode"),
-              (rows_t{{"1", "4"}, {"2", "5"}, {"3", "5"}, {"4", "5"}}));
+              (Rows{{"1", "4"}, {"2", "5"}, {"3", "5"}, {"4", "5"}}));
 }
 
 TEST_F(FaultRecorderStatisticTest, FirstAndLastAreInTheOrderOfRecordingThoughClocksRunBackwards)
@@ -79,7 +79,7 @@ TEST_F(FaultRecorderStatisticTest, FirstAndLastAreInTheOrderOfRecordingThoughClo
     }
     EXPECT_EQ(rows("SELECT TimeFirstOccurredUTC, TimeZoneFirstOccurred, TimeLastOccurredUTC, TimeZoneLastOccurred "
                    "FROM FdbFaultStatisticTbl"),
-              (rows_t{{"5000", "zone 5000", "1000", "zone 1000"}}));
+              (Rows{{"5000", "zone 5000", "1000", "zone 1000"}}));
 }
 
 TEST_F(FaultRecorderStatisticTest, EndOfACycleCountsActiveCodesThatWereNotRecordedInIt)
@@ -136,7 +136,7 @@ TEST_F(FaultRecorderStatisticTest, EndOfACycleLeavesOtherColumns)
 {
     createWithFacade();
     insertStatistic(1, "it''s one", "active", 4, 6);
-    rows_t const before = rows(kStatistics);
+    Rows const before = rows(kStatistics);
     open();
     endCycle();
     exec("UPDATE FdbFaultStatisticTbl SET FaultActiveCycleCnt = 6");
@@ -192,7 +192,7 @@ TEST_F(FaultRecorderStatisticTest, OnlyTheFirstOfSeveralRowsOfACodeIsKeptUp)
     insertStatistic(1, "one", "active", 4, 6);
     insertStatistic(1, "other", "active", 5, 7);
     insertStatistic(1, "another", "inactive", 6, 8);
-    rows_t const others = rows("SELECT * FROM FdbFaultStatisticTbl WHERE EntryId > 1");
+    Rows const others = rows("SELECT * FROM FdbFaultStatisticTbl WHERE EntryId > 1");
     open();
     record(1);
     record(1, FAULT_INACTIVE);
@@ -201,7 +201,7 @@ TEST_F(FaultRecorderStatisticTest, OnlyTheFirstOfSeveralRowsOfACodeIsKeptUp)
     endCycle();
     EXPECT_EQ(rows("SELECT * FROM FdbFaultStatisticTbl WHERE EntryId > 1"), others);
     EXPECT_EQ(rows("SELECT OccurenceCnt, FaultActiveCycleCnt FROM FdbFaultStatisticTbl WHERE EntryId = 1"),
-              (rows_t{{"6", "9"}}));
+              (Rows{{"6", "9"}}));
 }
 
 TEST_F(FaultRecorderStatisticTest, StatisticsOfOtherCodesAreLeft)
@@ -209,7 +209,7 @@ TEST_F(FaultRecorderStatisticTest, StatisticsOfOtherCodesAreLeft)
     createWithFacade();
     insertStatistic(7, "seven", "active", 4, 6);
     exec("UPDATE FdbFaultStatisticTbl SET FaultCodeName = NULL, OccurenceCnt = 'many'");
-    rows_t const before = rows(kStatistics);
+    Rows const before = rows(kStatistics);
     open();
     record(1);
     EXPECT_EQ(rows("SELECT * FROM FdbFaultStatisticTbl WHERE FaultCode = 7"), before);

@@ -81,7 +81,7 @@ inline void expectSuccess(pid_t child)
 class FaultRecorderTest : public testing::Test
 {
 protected:
-    using rows_t = std::vector<RawDb::row_t>;
+    using Rows = std::vector<RawDb::Row>;
 
     static constexpr char kStatistics[] = "SELECT * FROM FdbFaultStatisticTbl ORDER BY EntryId";
     static constexpr char kFaults[] = "SELECT * FROM FdbFaultTbl ORDER BY EntryId";
@@ -99,7 +99,7 @@ protected:
         ASSERT_EQ(FaultDb::getInstance()->createDb(path, false), RESULT_OK);
     }
 
-    rows_t rows(std::string const& query) const { return RawDb(path).rows(query); }
+    Rows rows(std::string const& query) const { return RawDb(path).rows(query); }
     std::string value(std::string const& query) const { return RawDb(path).value(query); }
     void exec(std::string const& statement) const { RawDb(path).exec(statement); }
 

@@ -13,7 +13,7 @@
 class StatisticModel
 {
 public:
-    struct row_t
+    struct Row
     {
         unsigned long long key;
         std::uint32_t code;
@@ -22,7 +22,7 @@ public:
         bool isActive;
     };
 
-    struct statistic_t
+    struct Statistic
     {
         unsigned int occurrences = 0;
         unsigned int cycles = 0;
@@ -34,7 +34,7 @@ public:
     };
 
     /// The newest row of a triple, when it is active.
-    row_t const* active(std::uint32_t code, std::string const& module, std::string const& parameter) const
+    Row const* active(std::uint32_t code, std::string const& module, std::string const& parameter) const
     {
         for (auto row = rows.rbegin(); row != rows.rend(); ++row)
         {
@@ -50,7 +50,7 @@ public:
     std::set<std::pair<std::string, std::string>> activeTriples(std::uint32_t code) const
     {
         std::set<std::pair<std::string, std::string>> result;
-        for (row_t const& row : rows)
+        for (Row const& row : rows)
         {
             if (row.code == code && active(code, row.module, row.parameter) != nullptr)
             {
@@ -61,10 +61,10 @@ public:
     }
 
     /// A row that a recorder has written.
-    void recorded(row_t const& row, unsigned long long time)
+    void recorded(Row const& row, unsigned long long time)
     {
         rows.push_back(row);
-        statistic_t& statistic = statistics[row.code];
+        Statistic& statistic = statistics[row.code];
         statistic.entry = row.key;
         if (!row.isActive)
         {
@@ -91,8 +91,8 @@ public:
         }
     }
 
-    std::vector<row_t> rows;
-    std::map<std::uint32_t, statistic_t> statistics;
+    std::vector<Row> rows;
+    std::map<std::uint32_t, Statistic> statistics;
 
 private:
     static void countUp(unsigned int& count) { count = std::min(count + 1, 65535U); }

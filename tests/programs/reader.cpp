@@ -15,7 +15,7 @@
 namespace
 {
 
-struct findings_t
+struct Findings
 {
     unsigned int reads = 0;
     unsigned int failures = 0;
@@ -36,7 +36,7 @@ bool isWhole(Fault const& fault)
     return members(fault) == members(numberedFault(fault.LoggerLifeTime, fault.LoggerUpTime));
 }
 
-void read(FaultDb& db, findings_t& findings)
+void read(FaultDb& db, Findings& findings)
 {
     FaultTbl faults;
     ++findings.reads;
@@ -75,7 +75,7 @@ int main(int argc, char** argv)
         std::cout << "refused" << std::endl;
         return 3;
     }
-    findings_t findings;
+    Findings findings;
     while (!isTold())
     {
         read(db, findings);

@@ -36,7 +36,7 @@ int runScript(FaultDb& db, std::string const& path, unsigned int seed, unsigned 
     OperationScript script(seed, faultCount);
     for (;;)
     {
-        operation_t operation = script.next();
+        Operation operation = script.next();
         int const result = perform(db, operation);
         if (!acknowledge(result, operation.fault.EntryId))
         {

@@ -33,10 +33,10 @@ TEST_F(DamagedFiles, AHotJournalIsRolledBackAndNothingAcknowledgedIsLost)
     ASSERT_TRUE(readFile(copy) != healthy) << "the transaction had not come to the file";
     FaultDb other;
     ASSERT_EQ(other.openDb(copy, false), 0);
-    tables_t const found = readTables(other);
+    Tables const found = readTables(other);
     EXPECT_EQ(other.closeDb(), 0);
     ASSERT_EQ(db.openDb(path, false), 0);
-    tables_t const expected = readTables(db);
+    Tables const expected = readTables(db);
     ASSERT_EQ(found.faults.size(), kRows);
     ASSERT_EQ(found.statistics.size(), kRows);
     for (std::size_t i = 0; i < kRows; ++i)

@@ -52,7 +52,7 @@ void DiskModel::synchronise()
     apply({DiskOperation::SYNC_DIRECTORY});
 }
 
-void DiskModel::setEntry(std::string const& name, entry_t entry)
+void DiskModel::setEntry(std::string const& name, Entry entry)
 {
     m_pendingNames[name].push_back(entry);
     if (entry)
@@ -71,9 +71,9 @@ bool DiskModel::isPending() const
     return !m_pendingNames.empty() || std::any_of(m_currentNames.begin(), m_currentNames.end(), isFilePending);
 }
 
-DiskModel::files_t DiskModel::synchronised() const
+DiskModel::Files DiskModel::synchronised() const
 {
-    files_t files;
+    Files files;
     for (auto const& [name, number] : m_synchronisedNames)
     {
         files[name] = m_files.at(number).synchronised();
@@ -81,9 +81,9 @@ DiskModel::files_t DiskModel::synchronised() const
     return files;
 }
 
-DiskModel::files_t DiskModel::current() const
+DiskModel::Files DiskModel::current() const
 {
-    files_t files;
+    Files files;
     for (auto const& [name, number] : m_currentNames)
     {
         files[name] = m_files.at(number).current();
@@ -91,7 +91,7 @@ DiskModel::files_t DiskModel::current() const
     return files;
 }
 
-DiskModel::files_t DiskModel::anyState(std::uint64_t seed) const
+DiskModel::Files DiskModel::anyState(std::uint64_t seed) const
 {
     std::mt19937_64 random(seed);
     auto names = m_synchronisedNames;
@@ -108,7 +108,7 @@ DiskModel::files_t DiskModel::anyState(std::uint64_t seed) const
             names[name] = *entries[choice];
         }
     }
-    files_t files;
+    Files files;
     for (auto const& [name, number] : names)
     {
         files[name] = m_files.at(number).anyState(random);
@@ -188,7 +188,7 @@ std::string DiskModel::File::resized(std::size_t length, std::mt19937_64& random
 std::string DiskModel::File::anyState(std::mt19937_64& random) const
 {
     // All or nothing of a file, and nearly so, is what a disk does most; each sector for itself would hardly ever.
-    enum share_t
+    enum Share
     {
         NOTHING,
         FEW,

@@ -31,7 +31,7 @@
 /// One change of the disk, or one synchronisation.
 struct DiskOperation
 {
-    enum kind_t
+    enum Kind
     {
         CREATE,
         REMOVE,
@@ -41,7 +41,7 @@ struct DiskOperation
         SYNC_DIRECTORY
     };
 
-    kind_t kind = SYNC_DIRECTORY;
+    Kind kind = SYNC_DIRECTORY;
     int file = -1;            ///< number of the file, never given out twice
     std::string name = {};    ///< CREATE, REMOVE: the entry in the directory
     std::size_t position = 0; ///< WRITE: where; TRUNCATE: the new length
@@ -53,7 +53,7 @@ class DiskModel
 {
 public:
     /// Files by name.
-    using files_t = std::map<std::string, std::string>;
+    using Files = std::map<std::string, std::string>;
 
     void apply(DiskOperation const& operation);
     /// Makes everything last, as if the power had not failed for long.
@@ -63,15 +63,15 @@ public:
     bool isPending() const;
 
     /// Nothing pending was kept.
-    files_t synchronised() const;
+    Files synchronised() const;
     /// Everything pending was kept: what a program reads.
-    files_t current() const;
+    Files current() const;
     /// A random choice among the pending things. The same seed gives the same state.
-    files_t anyState(std::uint64_t seed) const;
+    Files anyState(std::uint64_t seed) const;
 
 private:
     /// No file, or the number of one.
-    using entry_t = std::optional<int>;
+    using Entry = std::optional<int>;
 
     class File
     {
@@ -94,10 +94,10 @@ private:
         std::vector<std::size_t> m_lengths;                        ///< pending lengths, oldest first
     };
 
-    void setEntry(std::string const& name, entry_t entry);
+    void setEntry(std::string const& name, Entry entry);
 
     std::map<int, File> m_files;
     std::map<std::string, int> m_synchronisedNames;
     std::map<std::string, int> m_currentNames;
-    std::map<std::string, std::vector<entry_t>> m_pendingNames; ///< oldest first
+    std::map<std::string, std::vector<Entry>> m_pendingNames; ///< oldest first
 };

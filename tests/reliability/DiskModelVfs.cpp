@@ -16,13 +16,13 @@ namespace
 {
 
 /// A file that SQLite has opened; the file of the unix VFS lies behind it in memory.
-struct modelFile_t
+struct ModelFile
 {
     sqlite3_file base;
     int number; ///< -1: not recorded
 };
 
-constexpr std::size_t kUnixFileOffset = (sizeof(modelFile_t) + 15) / 16 * 16;
+constexpr std::size_t kUnixFileOffset = (sizeof(ModelFile) + 15) / 16 * 16;
 
 sqlite3_file* unixFile(sqlite3_file* file)
 {
@@ -31,7 +31,7 @@ sqlite3_file* unixFile(sqlite3_file* file)
 
 int numberOf(sqlite3_file* file)
 {
-    return reinterpret_cast<modelFile_t*>(file)->number;
+    return reinterpret_cast<ModelFile*>(file)->number;
 }
 
 std::size_t lengthOf(int descriptor)
@@ -92,7 +92,7 @@ struct DiskModelVfs::Hooks
         sqlite3_vfs* const unixVfs = self.m_hooks->unixVfs;
         int const code = unixVfs->xOpen(unixVfs, path, unixFile(file), flags, outFlags);
         file->pMethods = unixFile(file)->pMethods != nullptr ? &self.m_hooks->methods : nullptr;
-        auto& number = reinterpret_cast<modelFile_t*>(file)->number;
+        auto& number = reinterpret_cast<ModelFile*>(file)->number;
         number = -1;
         if (code == SQLITE_OK && isRecorded)
         {

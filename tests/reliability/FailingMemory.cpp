@@ -119,7 +119,7 @@ void FailingMemory::install()
     }
 }
 
-FaultPlan& FailingMemory::plan(kind_t kind)
+FaultPlan& FailingMemory::plan(Kind kind)
 {
     return kind == SQLITE_MALLOC ? sqlitePlan : newPlan;
 }

@@ -7,7 +7,7 @@
 class FailingMemory
 {
 public:
-    enum kind_t
+    enum Kind
     {
         SQLITE_MALLOC,
         OPERATOR_NEW
@@ -17,7 +17,7 @@ public:
     static void install();
 
     /// Which allocations of that kind fail.
-    static FaultPlan& plan(kind_t kind);
+    static FaultPlan& plan(Kind kind);
 
     /// Blocks that `operator new` gave out and that were not returned.
     static long long liveBlocks();

@@ -14,12 +14,12 @@ namespace
 
 sqlite3_vfs* realVfs = nullptr;
 FaultPlan currentPlan;
-FailingVfs::kind_t selectedKind = FailingVfs::KIND_COUNT;
+FailingVfs::Kind selectedKind = FailingVfs::KIND_COUNT;
 long long sleptMicroseconds = 0;
 int sleepsToAction = 0;
 std::function<void()> sleepAction;
 
-bool strikes(FailingVfs::kind_t kind)
+bool strikes(FailingVfs::Kind kind)
 {
     return kind == selectedKind && currentPlan.strikes();
 }
@@ -44,7 +44,7 @@ int passOn(sqlite3_file* file, Arguments... arguments)
 }
 
 /// As above, for a method that fails with `Code`.
-template <FailingVfs::kind_t Kind, int Code, auto Method, class... Arguments>
+template <FailingVfs::Kind Kind, int Code, auto Method, class... Arguments>
 int passOnOrFail(sqlite3_file* file, Arguments... arguments)
 {
     return strikes(Kind) ? Code : passOn<Method>(file, arguments...);
@@ -88,29 +88,29 @@ void shmBarrier(sqlite3_file* file)
     realOf(file)->pMethods->xShmBarrier(realOf(file));
 }
 
-using methods_t = sqlite3_io_methods;
+using Methods = sqlite3_io_methods;
 
 sqlite3_io_methods makeMethods()
 {
     sqlite3_io_methods methods = {};
     methods.iVersion = 2; // Without memory mapping: every read is a call.
-    methods.xClose = passOn<&methods_t::xClose>;
-    methods.xRead = passOnOrFail<FailingVfs::READ, SQLITE_IOERR_READ, &methods_t::xRead, void*, int, sqlite3_int64>;
+    methods.xClose = passOn<&Methods::xClose>;
+    methods.xRead = passOnOrFail<FailingVfs::READ, SQLITE_IOERR_READ, &Methods::xRead, void*, int, sqlite3_int64>;
     methods.xWrite = writeFile;
-    methods.xTruncate = passOnOrFail<FailingVfs::TRUNCATE, SQLITE_IOERR_TRUNCATE, &methods_t::xTruncate, sqlite3_int64>;
+    methods.xTruncate = passOnOrFail<FailingVfs::TRUNCATE, SQLITE_IOERR_TRUNCATE, &Methods::xTruncate, sqlite3_int64>;
     methods.xSync = syncFile;
-    methods.xFileSize = passOnOrFail<FailingVfs::FILE_SIZE, SQLITE_IOERR_FSTAT, &methods_t::xFileSize, sqlite3_int64*>;
+    methods.xFileSize = passOnOrFail<FailingVfs::FILE_SIZE, SQLITE_IOERR_FSTAT, &Methods::xFileSize, sqlite3_int64*>;
     methods.xLock = lockFile;
-    methods.xUnlock = passOnOrFail<FailingVfs::UNLOCK, SQLITE_IOERR_UNLOCK, &methods_t::xUnlock, int>;
+    methods.xUnlock = passOnOrFail<FailingVfs::UNLOCK, SQLITE_IOERR_UNLOCK, &Methods::xUnlock, int>;
     methods.xCheckReservedLock =
-        passOnOrFail<FailingVfs::CHECK_LOCK, SQLITE_IOERR_CHECKRESERVEDLOCK, &methods_t::xCheckReservedLock, int*>;
-    methods.xFileControl = passOn<&methods_t::xFileControl, int, void*>;
-    methods.xSectorSize = passOn<&methods_t::xSectorSize>;
-    methods.xDeviceCharacteristics = passOn<&methods_t::xDeviceCharacteristics>;
-    methods.xShmMap = passOn<&methods_t::xShmMap, int, int, int, void volatile**>;
-    methods.xShmLock = passOn<&methods_t::xShmLock, int, int, int>;
+        passOnOrFail<FailingVfs::CHECK_LOCK, SQLITE_IOERR_CHECKRESERVEDLOCK, &Methods::xCheckReservedLock, int*>;
+    methods.xFileControl = passOn<&Methods::xFileControl, int, void*>;
+    methods.xSectorSize = passOn<&Methods::xSectorSize>;
+    methods.xDeviceCharacteristics = passOn<&Methods::xDeviceCharacteristics>;
+    methods.xShmMap = passOn<&Methods::xShmMap, int, int, int, void volatile**>;
+    methods.xShmLock = passOn<&Methods::xShmLock, int, int, int>;
     methods.xShmBarrier = shmBarrier;
-    methods.xShmUnmap = passOn<&methods_t::xShmUnmap, int>;
+    methods.xShmUnmap = passOn<&Methods::xShmUnmap, int>;
     return methods;
 }
 
@@ -193,7 +193,7 @@ void FailingVfs::install()
     }
 }
 
-void FailingVfs::select(kind_t kind)
+void FailingVfs::select(Kind kind)
 {
     selectedKind = kind;
 }
@@ -203,7 +203,7 @@ FaultPlan& FailingVfs::plan()
     return currentPlan;
 }
 
-char const* FailingVfs::name(kind_t kind)
+char const* FailingVfs::name(Kind kind)
 {
     static constexpr char const* kNames[] = {
         "open", "read",      "short read", "write",      "short write", "full disk", "full disk midway", "truncate",
@@ -212,7 +212,7 @@ char const* FailingVfs::name(kind_t kind)
     return kNames[kind];
 }
 
-std::string FailingVfs::testName(kind_t kind)
+std::string FailingVfs::testName(Kind kind)
 {
     std::string result;
     bool isStart = true;

@@ -15,7 +15,7 @@
 class FailingVfs
 {
 public:
-    enum kind_t
+    enum Kind
     {
         OPEN,
         READ,
@@ -41,13 +41,13 @@ public:
     static void install();
 
     /// The calls that fail are those of `kind`, as `plan()` says.
-    static void select(kind_t kind);
+    static void select(Kind kind);
     static FaultPlan& plan();
 
-    static char const* name(kind_t kind);
+    static char const* name(Kind kind);
     /// The same in the form that the name of a test must have.
-    static std::string testName(kind_t kind);
-    static std::string testNameOf(testing::TestParamInfo<kind_t> const& info) { return testName(info.param); }
+    static std::string testName(Kind kind);
+    static std::string testNameOf(testing::TestParamInfo<Kind> const& info) { return testName(info.param); }
 
     /// What SQLite would have slept since the last call of this function, in milliseconds.
     static long long takeSleptMs();

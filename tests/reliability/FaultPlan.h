@@ -7,14 +7,14 @@
 class FaultPlan
 {
 public:
-    enum persistence_t
+    enum Persistence
     {
         ONCE,
         UNTIL_CLEARED
     };
 
     /// From the next counted call on, the `n`-th fails; `n` counts from 1.
-    void arm(unsigned int n, persistence_t persistence)
+    void arm(unsigned int n, Persistence persistence)
     {
         m_left = n;
         m_persistence = persistence;
@@ -54,6 +54,6 @@ private:
     unsigned int m_left = 0;
     unsigned int m_fired = 0;
     unsigned int m_passed = 0;
-    persistence_t m_persistence = ONCE;
+    Persistence m_persistence = ONCE;
     bool m_isCounting = false;
 };

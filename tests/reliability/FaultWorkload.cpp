@@ -38,7 +38,7 @@ bool isLogLockFree()
 
 } // namespace
 
-FaultWorkload::FaultWorkload(FaultPlan& plan, start_t start, tolerance_t tolerance, int dbgLevel)
+FaultWorkload::FaultWorkload(FaultPlan& plan, Start start, Tolerance tolerance, int dbgLevel)
     : m_plan(plan), m_start(start), m_tolerance(tolerance)
 {
     m_db.setDbgLevel(dbgLevel);

@@ -18,7 +18,7 @@
 class FaultWorkload
 {
 public:
-    enum start_t
+    enum Start
     {
         /// A file that was being written when its process died, with the journal of that, is overwritten by a new one.
         NEW_FILE,
@@ -29,14 +29,14 @@ public:
     };
 
     /// The possible effects of failing calls.
-    enum tolerance_t
+    enum Tolerance
     {
         FAILS,     ///< a code
         MAY_THROW, ///< a code or std::bad_alloc
         TOLERATES  ///< nothing: the operations succeed all the same
     };
 
-    FaultWorkload(FaultPlan& plan, start_t start, tolerance_t tolerance, int dbgLevel);
+    FaultWorkload(FaultPlan& plan, Start start, Tolerance tolerance, int dbgLevel);
     ~FaultWorkload();
 
     /// Creates or opens the file and runs every kind of operation on it. Stops short when there is no open database.
@@ -83,8 +83,8 @@ private:
 
     TempDir m_dir;
     FaultPlan& m_plan;
-    start_t m_start;
-    tolerance_t m_tolerance;
+    Start m_start;
+    Tolerance m_tolerance;
     FaultDb m_db;
     std::string m_path = m_dir.file("faults.db");
     Ledger<Fault> m_faults;

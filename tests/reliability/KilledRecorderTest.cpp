@@ -48,7 +48,7 @@ protected:
     std::size_t unacknowledged = 0; ///< rows that are there, of calls that had not returned
 
 private:
-    struct row_t
+    struct Row
     {
         std::string status;
         std::string description;
@@ -61,7 +61,7 @@ private:
         std::istringstream words(line);
         int result = firaim::HISTORY_FAILED;
         unsigned long long key = 0;
-        row_t row;
+        Row row;
         ASSERT_TRUE(words >> result >> key >> row.status >> row.description) << line;
         if (result == firaim::HISTORY_UNCHANGED)
         {
@@ -111,7 +111,7 @@ private:
         {
             return; // Both were killed before there was a database.
         }
-        std::map<unsigned long long, row_t> found;
+        std::map<unsigned long long, Row> found;
         for (auto const& row : raw.rows("SELECT EntryId, Status = 'ErrorActive', Description FROM FdbFaultTbl"))
         {
             found[std::stoull(*row[0])] = {*row[1], *row[2]};
@@ -151,7 +151,7 @@ private:
 
     TempDir const m_directory;
     std::string const path = m_directory.file("faults.db");
-    std::map<unsigned long long, row_t> m_rows; ///< acknowledged, by key
+    std::map<unsigned long long, Row> m_rows; ///< acknowledged, by key
     std::mt19937 m_random{kSeed};
 };
 

@@ -24,7 +24,7 @@ constexpr unsigned int kRoundsPerFile = 16;
 constexpr unsigned int kMaxAcknowledgements = 24;
 constexpr unsigned int kMaxExtraUs = 3000; ///< longer than most operations take
 
-struct counts_t
+struct Counts
 {
     unsigned int rounds = 0;
     unsigned int acknowledged = 0;
@@ -49,17 +49,17 @@ protected:
     void beginFile(std::string const& name);
     void round();
 
-    counts_t counts;
+    Counts counts;
 
 private:
     void expectNewFile();
     void runWriter();
     void readUntil(ChildProcess& writer, std::chrono::steady_clock::time_point deadline);
     bool takeAcknowledgement(std::string const& line);
-    void apply(operation_t const& operation);
+    void apply(Operation const& operation);
     void expectRecovered();
-    void settle(tables_t const& found);
-    void settleMove(tables_t const& found);
+    void settle(Tables const& found);
+    void settleMove(Tables const& found);
     unsigned int below(unsigned int limit) { return static_cast<unsigned int>(m_random()) % limit; }
 
     TempDir dir;
@@ -69,7 +69,7 @@ private:
     std::mt19937 m_random{kSeed};
     bool m_isCreated = false; ///< the creation of the file was acknowledged
     bool m_isOpened = false;  ///< the writer of this round acknowledged that it opened the file
-    operation_t m_underWay;
+    Operation m_underWay;
     std::unique_ptr<OperationScript> m_script;
 };
 
@@ -89,23 +89,23 @@ void KilledWriter::expectNewFile()
     m_isCreated = false;
 }
 
-void KilledWriter::apply(operation_t const& operation)
+void KilledWriter::apply(Operation const& operation)
 {
     switch (operation.kind)
     {
-    case operation_t::INSERT_FAULT:
+    case Operation::INSERT_FAULT:
         model.insert(operation.fault);
         break;
-    case operation_t::UPDATE_FAULT:
+    case Operation::UPDATE_FAULT:
         model.update(operation.fault);
         break;
-    case operation_t::INSERT_STATISTIC:
+    case Operation::INSERT_STATISTIC:
         model.insert(operation.statistic);
         break;
-    case operation_t::UPDATE_STATISTIC:
+    case Operation::UPDATE_STATISTIC:
         model.update(operation.statistic);
         break;
-    case operation_t::MOVE:
+    case Operation::MOVE:
         model.move(operation.newId, operation.oldId);
     }
 }
@@ -120,7 +120,7 @@ bool KilledWriter::takeAcknowledgement(std::string const& line)
     }
     apply(m_underWay);
     unsigned long long const key =
-        m_underWay.kind == operation_t::INSERT_FAULT ? model.lastFaultKey : m_underWay.fault.EntryId;
+        m_underWay.kind == Operation::INSERT_FAULT ? model.lastFaultKey : m_underWay.fault.EntryId;
     m_underWay = m_script->next();
     ++counts.acknowledged;
     return line == "0 " + std::to_string(key);
@@ -169,7 +169,7 @@ void KilledWriter::readUntil(ChildProcess& writer, std::chrono::steady_clock::ti
 }
 
 /// Finds out how far the operation under way had come, and takes it into the model.
-void KilledWriter::settle(tables_t const& found)
+void KilledWriter::settle(Tables const& found)
 {
     std::string const before = difference(model, found);
     if (before.empty())
@@ -178,7 +178,7 @@ void KilledWriter::settle(tables_t const& found)
         return;
     }
     ASSERT_TRUE(m_isOpened) << before;
-    if (m_underWay.kind != operation_t::MOVE)
+    if (m_underWay.kind != Operation::MOVE)
     {
         apply(m_underWay);
         ++counts.underWayStored;
@@ -189,7 +189,7 @@ void KilledWriter::settle(tables_t const& found)
 }
 
 /// A move goes row by row: the file holds some first part of it.
-void KilledWriter::settleMove(tables_t const& found)
+void KilledWriter::settleMove(Tables const& found)
 {
     TableModel moved;
     bool isWhole = false;

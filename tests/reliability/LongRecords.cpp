@@ -49,7 +49,7 @@ EarlierFile makeWalFile()
     return {readFile(path), {}};
 }
 
-Fault faultOf(RawDb::row_t const& row)
+Fault faultOf(RawDb::Row const& row)
 {
     auto const number = [&](std::size_t column) { return std::stoull(row[column].value_or("0")); };
     auto const text = [&](std::size_t column) { return row[column].value_or("NULL"); };
@@ -73,7 +73,7 @@ Fault faultOf(RawDb::row_t const& row)
     return fault;
 }
 
-FaultStatistic statisticOf(RawDb::row_t const& row)
+FaultStatistic statisticOf(RawDb::Row const& row)
 {
     auto const number = [&](std::size_t column) { return std::stoull(row[column].value_or("0")); };
     auto const text = [&](std::size_t column) { return row[column].value_or("NULL"); };
@@ -114,7 +114,7 @@ FaultStatistic longStatistic(unsigned int seed)
 std::vector<Fault> storedFaults(RawDb& raw)
 {
     std::vector<Fault> faults;
-    for (RawDb::row_t const& row : raw.rows("SELECT * FROM FdbFaultTbl"))
+    for (RawDb::Row const& row : raw.rows("SELECT * FROM FdbFaultTbl"))
     {
         faults.push_back(faultOf(row));
     }
@@ -124,7 +124,7 @@ std::vector<Fault> storedFaults(RawDb& raw)
 std::vector<FaultStatistic> storedStatistics(RawDb& raw)
 {
     std::vector<FaultStatistic> statistics;
-    for (RawDb::row_t const& row : raw.rows("SELECT * FROM FdbFaultStatisticTbl"))
+    for (RawDb::Row const& row : raw.rows("SELECT * FROM FdbFaultStatisticTbl"))
     {
         statistics.push_back(statisticOf(row));
     }

@@ -26,7 +26,7 @@ constexpr unsigned int kInserts = 1000;
 #endif
 
 /// The operations that one writer acknowledged.
-struct writing_t
+struct Writing
 {
     std::vector<unsigned long long> keys; ///< of the inserts that succeeded
     unsigned int failed = 0;
@@ -34,7 +34,7 @@ struct writing_t
 };
 
 /// The report of one reader.
-struct reading_t
+struct Reading
 {
     unsigned int reads = 0;
     unsigned int failures = 0;
@@ -71,13 +71,13 @@ protected:
     }
 
     /// Lets the readers read once more and takes what they say.
-    std::vector<reading_t> endReaders()
+    std::vector<Reading> endReaders()
     {
-        std::vector<reading_t> readings;
+        std::vector<Reading> readings;
         for (auto const& reader : m_readers)
         {
             reader->closeInput();
-            reading_t r;
+            Reading r;
             std::istringstream line(reader->readLine().value_or(""));
             line >> r.reads >> r.failures >> r.halfRows >> r.lostRows >> r.rows;
             r.status = reader->wait();
@@ -90,13 +90,13 @@ protected:
     std::string const path = dir.file("faults.db");
     Console console;
     FaultDb db;
-    std::array<writing_t, kWriters> writings;
+    std::array<Writing, kWriters> writings;
 
 private:
-    writing_t runWriter(unsigned int writer) const
+    Writing runWriter(unsigned int writer) const
     {
         ChildProcess process({FIRAIM_TEST_WRITER, "insert", path, std::to_string(writer), std::to_string(kInserts)});
-        writing_t writing;
+        Writing writing;
         for (auto line = process.readLine(); line; line = process.readLine())
         {
             std::istringstream acknowledgement(*line);
@@ -120,7 +120,7 @@ private:
 };
 
 /// How many of the keys given back belong to another writer's row. Documented; counted, so that it stays known.
-unsigned int countForeignKeys(std::array<writing_t, kWriters> const& writings, FaultTbl const& faults)
+unsigned int countForeignKeys(std::array<Writing, kWriters> const& writings, FaultTbl const& faults)
 {
     std::map<unsigned long long, unsigned int> writerOfKey;
     for (Fault const& fault : faults)
@@ -145,14 +145,14 @@ unsigned int countForeignKeys(std::array<writing_t, kWriters> const& writings, F
 TEST_F(ManyProcesses, AreAllServedAndNoneSeesHalfARow)
 {
     write();
-    for (writing_t const& writing : writings)
+    for (Writing const& writing : writings)
     {
         EXPECT_EQ(writing.status, 0);
         EXPECT_EQ(writing.keys.size(), kInserts);
         EXPECT_EQ(writing.failed, 0U);
     }
     unsigned int reads = 0;
-    for (reading_t const& reading : endReaders())
+    for (Reading const& reading : endReaders())
     {
         EXPECT_EQ(reading.status, 0);
         EXPECT_GT(reading.reads, 1U);

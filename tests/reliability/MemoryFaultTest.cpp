@@ -38,7 +38,7 @@ protected:
     }
 
     /// Fails each allocation in turn, or one in `kStride`, until the workload makes fewer than that.
-    void failEach(FailingMemory::kind_t kind, FaultWorkload::start_t start, FaultPlan::persistence_t persistence,
+    void failEach(FailingMemory::Kind kind, FaultWorkload::Start start, FaultPlan::Persistence persistence,
                   int dbgLevel)
     {
         runWorkload(kind, start, persistence, dbgLevel, 0); // Makes what is made once and kept.
@@ -68,7 +68,7 @@ protected:
 
 private:
     /// Whether the `n`-th allocation was made, and failed.
-    bool runWorkload(FailingMemory::kind_t kind, FaultWorkload::start_t start, FaultPlan::persistence_t persistence,
+    bool runWorkload(FailingMemory::Kind kind, FaultWorkload::Start start, FaultPlan::Persistence persistence,
                      int dbgLevel, unsigned int n)
     {
         SilentConsole const console;
@@ -89,12 +89,12 @@ private:
     }
 };
 
-constexpr FaultWorkload::start_t kStarts[] = {FaultWorkload::NEW_FILE, FaultWorkload::CRASHED_FILE,
-                                              FaultWorkload::WAL_FILE};
+constexpr FaultWorkload::Start kStarts[] = {FaultWorkload::NEW_FILE, FaultWorkload::CRASHED_FILE,
+                                            FaultWorkload::WAL_FILE};
 
 TEST_F(MemoryFaultTest, SqliteWithoutMemoryLosesNothingAcknowledgedAndLeavesTheObjectUsable)
 {
-    for (FaultWorkload::start_t const start : kStarts)
+    for (FaultWorkload::Start const start : kStarts)
     {
         failEach(FailingMemory::SQLITE_MALLOC, start, FaultPlan::ONCE, 0);
         failEach(FailingMemory::SQLITE_MALLOC, start, FaultPlan::UNTIL_CLEARED, 0);
@@ -106,7 +106,7 @@ TEST_F(MemoryFaultTest, SqliteWithoutMemoryLosesNothingAcknowledgedAndLeavesTheO
 
 TEST_F(MemoryFaultTest, LibraryWithoutMemoryLosesNothingAcknowledgedAndLeavesTheObjectUsable)
 {
-    for (FaultWorkload::start_t const start : kStarts)
+    for (FaultWorkload::Start const start : kStarts)
     {
         failEach(FailingMemory::OPERATOR_NEW, start, FaultPlan::ONCE, 0);
         failEach(FailingMemory::OPERATOR_NEW, start, FaultPlan::UNTIL_CLEARED, 0);

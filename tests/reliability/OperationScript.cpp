@@ -8,9 +8,9 @@ constexpr unsigned int kStartupIds = 4;
 
 } // namespace
 
-operation_t OperationScript::next()
+Operation OperationScript::next()
 {
-    operation_t operation;
+    Operation operation;
     operation.fault = fault();
     operation.statistic = statistic();
     operation.newId = below(kStartupIds);
@@ -18,20 +18,20 @@ operation_t OperationScript::next()
     unsigned int const choice = below(20);
     if (choice < 9)
     {
-        operation.kind = operation_t::INSERT_FAULT;
+        operation.kind = Operation::INSERT_FAULT;
         ++m_faultCount;
     }
     else if (choice < 13)
     {
-        operation.kind = operation_t::UPDATE_FAULT;
+        operation.kind = Operation::UPDATE_FAULT;
     }
     else if (choice < 15)
     {
-        operation.kind = operation_t::INSERT_STATISTIC;
+        operation.kind = Operation::INSERT_STATISTIC;
     }
     else
     {
-        operation.kind = choice < 19 ? operation_t::UPDATE_STATISTIC : operation_t::MOVE;
+        operation.kind = choice < 19 ? Operation::UPDATE_STATISTIC : Operation::MOVE;
     }
     return operation;
 }

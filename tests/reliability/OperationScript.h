@@ -6,9 +6,9 @@
 #include <string>
 
 /// One writing operation with all that it needs.
-struct operation_t
+struct Operation
 {
-    enum kind_t
+    enum Kind
     {
         INSERT_FAULT,
         UPDATE_FAULT,
@@ -17,7 +17,7 @@ struct operation_t
         MOVE
     };
 
-    kind_t kind = INSERT_FAULT;
+    Kind kind = INSERT_FAULT;
     Fault fault;
     FaultStatistic statistic;
     unsigned int newId = 0;
@@ -31,7 +31,7 @@ public:
     /// `faultCount`: how many faults there are to begin with; they have the keys from 1 on.
     OperationScript(unsigned int seed, unsigned long long faultCount) : m_random(seed), m_faultCount(faultCount) {}
 
-    operation_t next();
+    Operation next();
 
 private:
     unsigned int below(unsigned int limit) { return static_cast<unsigned int>(m_random()) % limit; }
@@ -44,19 +44,19 @@ private:
 };
 
 /// Runs the operation and returns its code; the key of an inserted fault is left in it.
-inline int perform(FaultDb& db, operation_t& operation)
+inline int perform(FaultDb& db, Operation& operation)
 {
     switch (operation.kind)
     {
-    case operation_t::INSERT_FAULT:
+    case Operation::INSERT_FAULT:
         return db.insert(operation.fault);
-    case operation_t::UPDATE_FAULT:
+    case Operation::UPDATE_FAULT:
         return db.update(operation.fault);
-    case operation_t::INSERT_STATISTIC:
+    case Operation::INSERT_STATISTIC:
         return db.insert(operation.statistic);
-    case operation_t::UPDATE_STATISTIC:
+    case Operation::UPDATE_STATISTIC:
         return db.update(operation.statistic);
-    case operation_t::MOVE:
+    case Operation::MOVE:
         break;
     }
     return db.updateRdbStartup(operation.newId, operation.oldId);

@@ -25,7 +25,7 @@ constexpr std::size_t kCutStride = 1;
 #endif
 
 /// Makes a state of the disk real: `directory` holds `files` and nothing else.
-inline void layOut(DiskModel::files_t const& files, TempDir const& directory)
+inline void layOut(DiskModel::Files const& files, TempDir const& directory)
 {
     // Emptied and not made anew: on some file systems a directory costs more than all the rest.
     for (auto const& entry : std::filesystem::directory_iterator(directory.path()))

@@ -28,7 +28,7 @@ constexpr int kControlOperationCount = 60;
 constexpr std::size_t kRandomStates = 5;
 
 /// The errors in a state.
-enum loss_t
+enum Loss
 {
     LOSS_NONE,
     LOSS_REFUSED,  ///< the library does not serve the file
@@ -51,18 +51,18 @@ public:
     Recovery& operator=(Recovery const&) = delete;
 
     /// After a cut between two operations or inside one that works on an existing file.
-    loss_t checkService(std::vector<Content> const& allowed)
+    Loss checkService(std::vector<Content> const& allowed)
     {
         return m_db.openDb(m_path, false) == RESULT_OK ? checkContent(allowed) : LOSS_REFUSED;
     }
 
     /// After a cut inside `createDb`: the file may be of no use, and creating it once more makes it good.
-    loss_t checkCreation(std::vector<Content> const& allowed)
+    Loss checkCreation(std::vector<Content> const& allowed)
     {
         int const opened = m_db.openDb(m_path, false);
         if (opened == RESULT_OK)
         {
-            loss_t const loss = checkContent(allowed);
+            Loss const loss = checkContent(allowed);
             if (loss != LOSS_NONE || m_db.closeDb() != RESULT_OK)
             {
                 return loss == LOSS_NONE ? LOSS_REFUSED : loss;
@@ -84,7 +84,7 @@ public:
     }
 
 private:
-    loss_t checkContent(std::vector<Content> const& allowed)
+    Loss checkContent(std::vector<Content> const& allowed)
     {
         if (!isWhole(m_path))
         {
@@ -131,7 +131,7 @@ public:
 
     std::size_t cuts() const { return m_cuts; }
     std::size_t opened() const { return m_settled + m_synchronised + m_current + m_random; }
-    std::size_t losses(loss_t kind) const { return m_losses[kind]; }
+    std::size_t losses(Loss kind) const { return m_losses[kind]; }
     std::size_t losses() const { return opened() - m_losses[LOSS_NONE]; }
     std::string const& firstLosses() const { return m_firstLosses; }
 
@@ -153,13 +153,13 @@ public:
     }
 
 private:
-    void tryState(char const* kind, std::size_t& count, DiskModel::files_t const& files, Act const& underWay,
+    void tryState(char const* kind, std::size_t& count, DiskModel::Files const& files, Act const& underWay,
                   std::size_t seed)
     {
         ++count;
         layOut(files, m_directory);
         Recovery recovery(m_directory.file(kFileName));
-        loss_t const loss =
+        Loss const loss =
             underWay.isCreation ? recovery.checkCreation(underWay.contents) : recovery.checkService(underWay.contents);
         ++m_losses[loss];
         if (loss != LOSS_NONE && losses() <= 10)
@@ -252,11 +252,11 @@ protected:
     }
 
     /// The state that a cut leaves, none where it is of no interest.
-    using choose_t = std::optional<DiskModel::files_t> (*)(Cuts const&);
-    using goOn_t = void (Workload::*)(Act const&);
+    using Choose = std::optional<DiskModel::Files> (*)(Cuts const&);
+    using GoOn = void (Workload::*)(Act const&);
 
     /// Runs the workload, and cuts the power a second time at every operation on the disk of what follows some cuts.
-    void cutThePowerTwice(std::string const& title, choose_t choose, goOn_t goOn)
+    void cutThePowerTwice(std::string const& title, Choose choose, GoOn goOn)
     {
         std::size_t firstCuts = 0;
         {
@@ -276,7 +276,7 @@ protected:
     }
 
     /// Now and then a state, of each kind in turn.
-    static std::optional<DiskModel::files_t> someStates(Cuts const& cuts)
+    static std::optional<DiskModel::Files> someStates(Cuts const& cuts)
     {
         constexpr std::size_t kStride = 61;
         if (cuts.index() % kStride != 0)
@@ -295,7 +295,7 @@ protected:
     }
 
     /// States in which nothing but the journal keeps the file whole.
-    static std::optional<DiskModel::files_t> halfWrittenFiles(Cuts const& cuts)
+    static std::optional<DiskModel::Files> halfWrittenFiles(Cuts const& cuts)
     {
         constexpr std::size_t kStride = 29;
         if (cuts.index() % kStride != 0)
@@ -316,7 +316,7 @@ protected:
     States states;
 
 private:
-    void cutAgain(Cuts const& cuts, DiskModel::files_t const& files, goOn_t goOn)
+    void cutAgain(Cuts const& cuts, DiskModel::Files const& files, GoOn goOn)
     {
         layOut(files, dirAfterCut);
         Workload workload(dirAfterCut.path(), "");

@@ -21,7 +21,7 @@ constexpr std::size_t kMaxFaults = 50;
 constexpr unsigned int kFaultCodes = 13; ///< one more than the script uses
 
 /// A file as an operation sequence may find it.
-struct origin_t
+struct Origin
 {
     char const* name;
     unsigned int seed;
@@ -30,7 +30,7 @@ struct origin_t
     bool compatibleMode;
 };
 
-origin_t const kOrigins[] = {
+Origin const kOrigins[] = {
     {"New", 1, nullptr, false},
     {"Filled", 2, "", false},
     {"OfAnotherVersion", 3, "UPDATE FdbVersionTbl SET Version='0.9.0'", true},
@@ -44,12 +44,12 @@ origin_t const kOrigins[] = {
     {"ThatWasThinnedOut", 8, "DELETE FROM FdbFaultTbl WHERE EntryId%3; DELETE FROM FdbFaultStatisticTbl", false},
 };
 
-void PrintTo(origin_t const& origin, std::ostream* out)
+void PrintTo(Origin const& origin, std::ostream* out)
 {
     *out << origin.name;
 }
 
-class RandomOperations : public FaultDbTest, public testing::WithParamInterface<origin_t>
+class RandomOperations : public FaultDbTest, public testing::WithParamInterface<Origin>
 {
 protected:
     void prepare();
@@ -119,7 +119,7 @@ void RandomOperations::takeFromFile()
         }
     };
     open();
-    tables_t const found = readTables(db);
+    Tables const found = readTables(db);
     close();
     take(found.faults, model.faults);
     take(found.statistics, model.statistics);
@@ -175,23 +175,23 @@ void RandomOperations::step()
 void RandomOperations::write()
 {
     ++writes;
-    operation_t operation = m_script->next();
+    Operation operation = m_script->next();
     ASSERT_EQ(perform(db, operation), 0);
     switch (operation.kind)
     {
-    case operation_t::INSERT_FAULT:
+    case Operation::INSERT_FAULT:
         ASSERT_EQ(operation.fault.EntryId, model.insert(operation.fault));
         break;
-    case operation_t::UPDATE_FAULT:
+    case Operation::UPDATE_FAULT:
         model.update(operation.fault);
         break;
-    case operation_t::INSERT_STATISTIC:
+    case Operation::INSERT_STATISTIC:
         model.insert(operation.statistic);
         break;
-    case operation_t::UPDATE_STATISTIC:
+    case Operation::UPDATE_STATISTIC:
         model.update(operation.statistic);
         break;
-    case operation_t::MOVE:
+    case Operation::MOVE:
         ASSERT_TRUE(model.move(operation.newId, operation.oldId));
     }
 }
@@ -209,7 +209,7 @@ void RandomOperations::writeVersion()
 void RandomOperations::writeRefused()
 {
     ++refusals;
-    operation_t operation = m_script->next();
+    Operation operation = m_script->next();
     operation.fault.EntryId = 1;
     operation.fault.Description += below(2) == 0 ? "x'" : std::string(1, '\0');
     operation.statistic.FaultCodeName = "x'''y";
@@ -329,7 +329,7 @@ void RandomOperations::readStatistic()
 
 void RandomOperations::readActive()
 {
-    tables_t active = readTables(db);
+    Tables active = readTables(db);
     ASSERT_GE(db.getFaultStatisticTblErrorActive(active.statistics), 0);
     TableModel expected = model;
     for (auto row = expected.statistics.begin(); row != expected.statistics.end();)
@@ -341,7 +341,7 @@ void RandomOperations::readActive()
 
 void RandomOperations::readByQuery()
 {
-    tables_t selected = readTables(db);
+    Tables selected = readTables(db);
     ASSERT_GE(db.getFaultTbl("SELECT * FROM FdbFaultTbl WHERE RdbStartupId=2 AND Status='ErrorActive' ORDER BY EntryId",
                              selected.faults),
               0);

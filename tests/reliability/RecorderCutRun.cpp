@@ -7,20 +7,19 @@
 
 using namespace firaim;
 
-std::optional<recorded_t> readRecorded(std::string const& path)
+std::optional<Recorded> readRecorded(std::string const& path)
 {
     auto const addFault = [](void* content, int count, char** cells, char**)
     {
         for (int i = 0; i < count; ++i)
         {
-            static_cast<recorded_t*>(content)->faults +=
-                (cells[i] != nullptr ? cells[i] : "NULL") + std::string("\x1f");
+            static_cast<Recorded*>(content)->faults += (cells[i] != nullptr ? cells[i] : "NULL") + std::string("\x1f");
         }
         return 0;
     };
     auto const addStatistic = [](void* content, int count, char** cells, char**)
     {
-        auto& recorded = *static_cast<recorded_t*>(content);
+        auto& recorded = *static_cast<Recorded*>(content);
         std::uint64_t const code = std::stoull(cells[0]);
         recorded.counts[code] += static_cast<unsigned int>(std::stoul(cells[1]));
         for (int i = 0; i < count; ++i)
@@ -29,7 +28,7 @@ std::optional<recorded_t> readRecorded(std::string const& path)
         }
         return 0;
     };
-    recorded_t content;
+    Recorded content;
     sqlite3* db = nullptr;
     int code = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
     if (code == SQLITE_OK)
@@ -44,7 +43,7 @@ std::optional<recorded_t> readRecorded(std::string const& path)
     return sqlite3_close(db) == SQLITE_OK && code == SQLITE_OK ? std::optional(content) : std::nullopt;
 }
 
-bool RecorderCutRun::call_t::allows(recorded_t const& found) const
+bool RecorderCutRun::Call::allows(Recorded const& found) const
 {
     if (found == before || found == after)
     {
@@ -54,7 +53,7 @@ bool RecorderCutRun::call_t::allows(recorded_t const& found) const
     {
         return false;
     }
-    recorded_t rest = found;
+    Recorded rest = found;
     rest.statistics[*stormCode] = before.statistics.at(*stormCode);
     unsigned int const count = found.counts.at(*stormCode);
     return rest == before && count >= before.counts.at(*stormCode) && count <= after.counts.at(*stormCode);
@@ -93,7 +92,7 @@ void RecorderCutRun::finish(std::string const& name, std::optional<std::uint64_t
     }
     // Every change of the files must have been recorded, or the cuts would be made elsewhere.
     EXPECT_TRUE(m_disk.current() == filesIn(m_directory.path())) << name;
-    std::optional<recorded_t> const content = readRecorded(m_path);
+    std::optional<Recorded> const content = readRecorded(m_path);
     ASSERT_TRUE(content) << name;
     m_calls.push_back({name, m_operations.size(), m_content, *content, stormCode});
     m_content = *content;
@@ -108,7 +107,7 @@ void RecorderCutRun::expectAcknowledged()
     {
         EXPECT_EQ(row[1], std::to_string(m_occurrences[std::stoull(*row[0])])) << "code " << *row[0];
     }
-    std::map<unsigned long long, RawDb::row_t> rows;
+    std::map<unsigned long long, RawDb::Row> rows;
     for (auto const& row : raw.rows("SELECT EntryId, FaultCode, ModuleName, Description, Status FROM FdbFaultTbl"))
     {
         rows[std::stoull(*row[0])] = row;
@@ -123,8 +122,8 @@ void RecorderCutRun::expectAcknowledged()
             continue;
         }
         char const* const status = event.status == FAULT_ACTIVE ? "ErrorActive" : "ErrorInactive";
-        EXPECT_EQ(row->second, (RawDb::row_t{std::to_string(key), std::to_string(event.code), event.module,
-                                             event.description, status}));
+        EXPECT_EQ(row->second, (RawDb::Row{std::to_string(key), std::to_string(event.code), event.module,
+                                           event.description, status}));
     }
 }
 
@@ -191,7 +190,7 @@ void RecorderCutRun::endCycle()
 void RecorderCutRun::clearCode(std::uint64_t code)
 {
     FaultEvent const event = eventOf(code, "", FAULT_INACTIVE);
-    keys_t keys;
+    Keys keys;
     EXPECT_EQ(m_recorder.clearCode(event, keys), HISTORY_OK) << m_recorder.lastProblem();
     EXPECT_GT(keys.size(), 1U);
     m_rows += keys.size();

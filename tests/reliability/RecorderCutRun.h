@@ -12,17 +12,17 @@
 #include <vector>
 
 /// The content of a fault database: every cell.
-struct recorded_t
+struct Recorded
 {
     std::string faults;
     std::map<std::uint64_t, std::string> statistics; ///< by code
     std::map<std::uint64_t, unsigned int> counts;    ///< occurrences by code
 
-    bool operator==(recorded_t const& other) const { return faults == other.faults && statistics == other.statistics; }
+    bool operator==(Recorded const& other) const { return faults == other.faults && statistics == other.statistics; }
 };
 
 /// Read through SQLite alone; none when SQLite cannot read it.
-std::optional<recorded_t> readRecorded(std::string const& path);
+std::optional<Recorded> readRecorded(std::string const& path);
 
 /// A run of a recorder on the disk model: what each call leaves, and what it did to the disk.
 class RecorderCutRun
@@ -31,27 +31,27 @@ public:
     static constexpr char kFileName[] = "faults.db";
 
     /// One call.
-    struct call_t
+    struct Call
     {
         std::string name;
         std::size_t end; ///< operations on the disk up to its return
-        recorded_t before;
-        recorded_t after;
+        Recorded before;
+        Recorded after;
         std::optional<std::uint64_t> stormCode; ///< whose count may be stored some time before the row of the storm
 
         /// Whether the file may hold this when the power fails before the call has returned.
-        bool allows(recorded_t const& found) const;
+        bool allows(Recorded const& found) const;
     };
 
     void run();
 
-    std::vector<call_t> const& calls() const { return m_calls; }
+    std::vector<Call> const& calls() const { return m_calls; }
     std::vector<DiskOperation> const& operations() const { return m_operations; }
     std::uint64_t pruned() const { return m_pruned; }
     std::uint64_t rows() const { return m_rows; }
 
 private:
-    using keys_t = std::vector<unsigned long long>;
+    using Keys = std::vector<unsigned long long>;
 
     firaim::FaultEvent eventOf(std::uint64_t code, std::string const& module, faultStatus_t status = FAULT_ACTIVE);
     void open(firaim::RecorderOptions const& options);
@@ -79,8 +79,8 @@ private:
     unsigned int m_number = 0;
     std::map<unsigned long long, firaim::FaultEvent> m_acknowledged; ///< by key
     std::map<std::uint64_t, unsigned int> m_occurrences;             ///< acknowledged, by code
-    recorded_t m_content;
-    std::vector<call_t> m_calls;
+    Recorded m_content;
+    std::vector<Call> m_calls;
     std::vector<DiskOperation> m_operations;
     DiskModel m_disk;
 };

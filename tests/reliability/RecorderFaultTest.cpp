@@ -36,16 +36,16 @@ protected:
     RecorderFaultTest() { FailingVfs::select(FailingVfs::KIND_COUNT); }
 
     /// Fails each step that `plan` counts in turn, in each call of the recorder, until the call makes fewer.
-    void failEach(FaultPlan& plan, FaultPlan::persistence_t persistence, unsigned int stride = 1)
+    void failEach(FaultPlan& plan, FaultPlan::Persistence persistence, unsigned int stride = 1)
     {
         for (int call = 0; call < RecorderWorkload::CALL_COUNT; ++call)
         {
             // The first run makes what is made once and kept.
-            static_cast<void>(failOne(plan, persistence, static_cast<RecorderWorkload::call_t>(call), 0));
+            static_cast<void>(failOne(plan, persistence, static_cast<RecorderWorkload::Call>(call), 0));
             unsigned int fired = 1;
             for (unsigned int n = 1; fired != 0 && !HasFailure(); n += stride)
             {
-                auto const called = static_cast<RecorderWorkload::call_t>(call);
+                auto const called = static_cast<RecorderWorkload::Call>(call);
                 SCOPED_TRACE(std::string(RecorderWorkload::name(called)) + ", failure " + std::to_string(n) +
                              (persistence == FaultPlan::ONCE ? ", once" : ", until cleared"));
                 long long const blocksBefore = FailingMemory::liveBlocks();
@@ -62,7 +62,7 @@ protected:
     unsigned int m_unknown = 0;
 
 private:
-    unsigned int failOne(FaultPlan& plan, FaultPlan::persistence_t persistence, RecorderWorkload::call_t call,
+    unsigned int failOne(FaultPlan& plan, FaultPlan::Persistence persistence, RecorderWorkload::Call call,
                          unsigned int n)
     {
         SilentConsole const console;
@@ -79,7 +79,7 @@ private:
     }
 };
 
-class RecorderStorageTest : public RecorderFaultTest, public testing::WithParamInterface<FailingVfs::kind_t>
+class RecorderStorageTest : public RecorderFaultTest, public testing::WithParamInterface<FailingVfs::Kind>
 {
 };
 

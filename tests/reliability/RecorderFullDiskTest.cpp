@@ -100,7 +100,7 @@ private:
         RawDb raw(m_path);
         EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
         std::multiset<std::string> found;
-        for (RawDb::row_t const& row : raw.rows("SELECT ModuleName FROM FdbFaultTbl"))
+        for (RawDb::Row const& row : raw.rows("SELECT ModuleName FROM FdbFaultTbl"))
         {
             found.insert(row[0].value_or(""));
         }

@@ -96,15 +96,15 @@ private:
         }
     }
 
-    void tryState(DiskModel::files_t const& files, std::size_t index, char const* kind)
+    void tryState(DiskModel::Files const& files, std::size_t index, char const* kind)
     {
         // A call that returned with the last operation before the cut is over.
-        auto const isUnderWay = [index](RecorderCutRun::call_t const& call) { return call.end > index; };
+        auto const isUnderWay = [index](RecorderCutRun::Call const& call) { return call.end > index; };
         auto const& calls = m_run.calls();
         auto const found = std::find_if(calls.begin(), calls.end(), isUnderWay);
-        RecorderCutRun::call_t over = calls.back();
+        RecorderCutRun::Call over = calls.back();
         over.before = over.after;
-        RecorderCutRun::call_t const& call = found != calls.end() ? *found : over;
+        RecorderCutRun::Call const& call = found != calls.end() ? *found : over;
         ++m_states;
         layOut(files, m_directory);
         std::string const problem = problemAfter(call);
@@ -118,7 +118,7 @@ private:
     }
 
     /// The error in the files that a cut in `call` has left; empty without one.
-    std::string problemAfter(RecorderCutRun::call_t const& call) const
+    std::string problemAfter(RecorderCutRun::Call const& call) const
     {
         std::string const path = m_directory.file(RecorderCutRun::kFileName);
         FaultRecorder recorder;
@@ -131,7 +131,7 @@ private:
         {
             return "SQLite finds damage";
         }
-        std::optional<recorded_t> const content = readRecorded(path);
+        std::optional<Recorded> const content = readRecorded(path);
         if (!content || !call.allows(*content))
         {
             return "neither what was there nor what the call leaves";
@@ -140,7 +140,7 @@ private:
         event.code = kLaterCode;
         event.description = "after the cut";
         Receipt const receipt = recorder.record(event);
-        std::optional<recorded_t> const later = readRecorded(path);
+        std::optional<Recorded> const later = readRecorded(path);
         bool const isRecorded = receipt.result == HISTORY_OK && later && later->counts.count(kLaterCode) == 1 &&
                                 later->counts.at(kLaterCode) == 1 && later->faults.size() > content->faults.size() &&
                                 later->faults.compare(0, content->faults.size(), content->faults) == 0;

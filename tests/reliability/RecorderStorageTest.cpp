@@ -79,8 +79,8 @@ TEST_F(RecorderStorageTest, PruningThatCannotReadFailsNoRecording)
 /// Storage that fails at any call, and for a while: what was posted is recorded once it works again, once.
 TEST_F(RecorderStorageTest, PostedEventsOutliveStorageThatFailsForAWhile)
 {
-    for (FailingVfs::kind_t const kind : {FailingVfs::WRITE, FailingVfs::FULL_DISK, FailingVfs::FULL_DISK_MIDWAY,
-                                          FailingVfs::SYNC, FailingVfs::LOCK_BUSY, FailingVfs::READ, FailingVfs::OPEN})
+    for (FailingVfs::Kind const kind : {FailingVfs::WRITE, FailingVfs::FULL_DISK, FailingVfs::FULL_DISK_MIDWAY,
+                                        FailingVfs::SYNC, FailingVfs::LOCK_BUSY, FailingVfs::READ, FailingVfs::OPEN})
     {
         for (unsigned int const n : {1U, 3U, 6U})
         {
@@ -174,7 +174,7 @@ protected:
     }
 
     /// From now on the `n`-th synchronising fails.
-    static void beginFailing(unsigned int n, FaultPlan::persistence_t persistence)
+    static void beginFailing(unsigned int n, FaultPlan::Persistence persistence)
     {
         FailingVfs::select(FailingVfs::SYNC);
         FailingVfs::plan().arm(n, persistence);
@@ -197,7 +197,7 @@ TEST_P(RecorderSyncTest, NothingIsAcknowledgedBeforeALaterSyncHasSucceeded)
 {
     unsigned int acknowledged = 0;
     unsigned int unknown = 0;
-    for (FaultPlan::persistence_t const persistence : {FaultPlan::ONCE, FaultPlan::UNTIL_CLEARED})
+    for (FaultPlan::Persistence const persistence : {FaultPlan::ONCE, FaultPlan::UNTIL_CLEARED})
     {
         for (unsigned int n = 1, fired = 1; fired != 0; ++n)
         {
@@ -279,7 +279,7 @@ INSTANTIATE_TEST_SUITE_P(Each, RecorderSyncTest, testing::Bool(),
 
 /// A file is set aside with storage that fails. The parameters: the page that is damaged, and what fails.
 class SetAsideStorageTest : public RecorderStorageTest,
-                            public testing::WithParamInterface<std::tuple<std::size_t, FailingVfs::kind_t>>
+                            public testing::WithParamInterface<std::tuple<std::size_t, FailingVfs::Kind>>
 {
 protected:
     SetAsideStorageTest()
@@ -295,7 +295,7 @@ protected:
     }
 
     /// Opens the damaged file while the `n`-th call fails; returns whether one has. Afterwards all works again.
-    bool openWithFailure(unsigned int n, FaultPlan::persistence_t persistence)
+    bool openWithFailure(unsigned int n, FaultPlan::Persistence persistence)
     {
         std::filesystem::remove_all(dir.path());
         std::filesystem::create_directory(dir.path());
@@ -341,7 +341,7 @@ protected:
 TEST_P(SetAsideStorageTest, FailureLeavesTheDamagedFileOrAWholeCopyOfItAndTheNextTrySucceeds)
 {
     unsigned int failures = 0;
-    for (FaultPlan::persistence_t const persistence : {FaultPlan::ONCE, FaultPlan::UNTIL_CLEARED})
+    for (FaultPlan::Persistence const persistence : {FaultPlan::ONCE, FaultPlan::UNTIL_CLEARED})
     {
         for (unsigned int n = 1; openWithFailure(n, persistence); ++n)
         {

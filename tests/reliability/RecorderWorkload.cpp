@@ -25,7 +25,7 @@ FaultEvent eventOf(std::uint64_t code, std::string const& module)
 
 } // namespace
 
-RecorderWorkload::RecorderWorkload(FaultPlan& plan, call_t call) : m_plan(plan), m_call(call)
+RecorderWorkload::RecorderWorkload(FaultPlan& plan, Call call) : m_plan(plan), m_call(call)
 {
     for (unsigned int i = 0; i < 5; ++i)
     {
@@ -245,7 +245,7 @@ bool RecorderWorkload::isDone() const
     return true;
 }
 
-char const* RecorderWorkload::name(call_t call)
+char const* RecorderWorkload::name(Call call)
 {
     static constexpr char const* kNames[] = {"open of a new file",
                                              "open of an old file",

@@ -12,7 +12,7 @@
 class RecorderWorkload
 {
 public:
-    enum call_t
+    enum Call
     {
         OPEN_NEW,
         OPEN_OLD,
@@ -27,7 +27,7 @@ public:
     };
 
     /// Opens a file with a few rows, unless opening is what fails.
-    RecorderWorkload(FaultPlan& plan, call_t call);
+    RecorderWorkload(FaultPlan& plan, Call call);
 
     /// Makes the call; only meanwhile does the plan count. What it returned must agree with the file, which is looked
     /// at through SQLite, once `plan.clear()` has been called.
@@ -40,7 +40,7 @@ public:
     bool isUnknown() const;
     bool isDone() const;
 
-    static char const* name(call_t call);
+    static char const* name(Call call);
 
 private:
     void leaveHalfWritten();
@@ -49,7 +49,7 @@ private:
     unsigned long long rowsOf(RawDb& raw, std::string const& module) const;
 
     FaultPlan& m_plan;
-    call_t m_call;
+    Call m_call;
     TempDir m_dir;
     std::string const m_path = m_dir.file("faults.db");
     firaim::FaultRecorder m_recorder;

@@ -103,14 +103,14 @@ protected:
     std::size_t copied = 0; ///< states with a whole copy
 
 private:
-    bool isCopyWhole(DiskModel::files_t const& files) const
+    bool isCopyWhole(DiskModel::Files const& files) const
     {
         return std::any_of(files.begin(), files.end(),
                            [this](auto const& file)
                            { return file.first.find(".aside-") != std::string::npos && file.second == m_damaged; });
     }
 
-    void tryState(DiskModel::files_t const& files)
+    void tryState(DiskModel::Files const& files)
     {
         ++states;
         layOut(files, m_laidOut);

@@ -22,13 +22,13 @@ struct Counts
     std::size_t unacknowledged = 0;
 };
 
-class StorageFaultTest : public testing::TestWithParam<FailingVfs::kind_t>
+class StorageFaultTest : public testing::TestWithParam<FailingVfs::Kind>
 {
 protected:
     static void SetUpTestSuite() { FailingVfs::install(); }
 
     /// Fails each call of the kind in turn, until the workload makes fewer calls than that.
-    void failEach(FaultWorkload::start_t start, FaultPlan::persistence_t persistence)
+    void failEach(FaultWorkload::Start start, FaultPlan::Persistence persistence)
     {
         FailingVfs::select(GetParam());
         FaultPlan& plan = FailingVfs::plan();
@@ -51,7 +51,7 @@ protected:
         }
     }
 
-    FaultWorkload::tolerance_t tolerance(FaultPlan::persistence_t persistence) const
+    FaultWorkload::Tolerance tolerance(FaultPlan::Persistence persistence) const
     {
         bool const isHarmless = GetParam() == FailingVfs::SHORT_READ || GetParam() == FailingVfs::SHORT_WRITE;
         bool const isRepeated = GetParam() == FailingVfs::LOCK_BUSY && persistence == FaultPlan::ONCE;
@@ -60,7 +60,7 @@ protected:
 
     /// Whether an operation can have stored its record by the time that a call of this kind fails: its last steps are
     /// to void the journal, which is written and synchronised, and to unlock the file.
-    static bool isLateInCommit(FailingVfs::kind_t kind)
+    static bool isLateInCommit(FailingVfs::Kind kind)
     {
         return kind == FailingVfs::FULL_DISK_MIDWAY || kind == FailingVfs::SYNC || kind == FailingVfs::UNLOCK;
     }
@@ -70,7 +70,7 @@ protected:
 
 TEST_P(StorageFaultTest, LosesNothingAcknowledgedAndLeavesTheObjectUsable)
 {
-    for (FaultWorkload::start_t const start :
+    for (FaultWorkload::Start const start :
          {FaultWorkload::NEW_FILE, FaultWorkload::CRASHED_FILE, FaultWorkload::WAL_FILE})
     {
         failEach(start, FaultPlan::ONCE);
@@ -173,7 +173,7 @@ TEST_F(LockedFileTest, IsWaitedForByEachRowOfARenumberingWhileRowsGetThrough)
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, StorageFaultTest,
-                         testing::Range(FailingVfs::OPEN, FailingVfs::KIND_COUNT, static_cast<FailingVfs::kind_t>(1)),
+                         testing::Range(FailingVfs::OPEN, FailingVfs::KIND_COUNT, static_cast<FailingVfs::Kind>(1)),
                          FailingVfs::testNameOf);
 
 } // namespace

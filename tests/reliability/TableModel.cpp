@@ -183,16 +183,16 @@ bool TableModel::move(unsigned int newId, unsigned int oldId, std::size_t steps)
     return true;
 }
 
-tables_t readTables(FaultDb& db)
+Tables readTables(FaultDb& db)
 {
-    tables_t tables;
+    Tables tables;
     EXPECT_GE(db.getFaultTbl(tables.faults), 0);
     EXPECT_GE(db.getFaultStatisticTbl(tables.statistics), 0);
     EXPECT_GE(db.getVersionTbl("SELECT * FROM FdbVersionTbl", tables.versions), 0);
     return tables;
 }
 
-std::string difference(TableModel const& model, tables_t const& found)
+std::string difference(TableModel const& model, Tables const& found)
 {
     std::string text = tableDifference(model.faults, found.faults);
     text = text.empty() ? tableDifference(model.statistics, found.statistics) : text;

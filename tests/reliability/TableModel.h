@@ -46,7 +46,7 @@ private:
 };
 
 /// The content that the library reads from an open database.
-struct tables_t
+struct Tables
 {
     FaultTbl faults;
     FaultStatisticTbl statistics;
@@ -54,7 +54,7 @@ struct tables_t
 };
 
 /// Reads all three tables; a read that fails fails the test.
-tables_t readTables(FaultDb& db);
+Tables readTables(FaultDb& db);
 
 /// The first difference between the model and what was read, in words; empty when there is none.
-std::string difference(TableModel const& model, tables_t const& found);
+std::string difference(TableModel const& model, Tables const& found);

@@ -26,22 +26,22 @@ TEST_F(RecordTest, StoresEveryFieldAndPrintsTheKey)
         "1\n");
     auto const rows = RawDb(path).rows("SELECT * FROM FdbFaultTbl");
     ASSERT_EQ(rows.size(), 1u);
-    RawDb::row_t const expected = {"1",
-                                   "2031-05-04T03:02:01.500Z",
-                                   "1025",
-                                   "FC_BUS_OFF",
-                                   "can0",
-                                   "p",
-                                   "1935630121500",
-                                   "CET",
-                                   "ErrorActive",
-                                   "d",
-                                   "s.dump",
-                                   "11",
-                                   "12",
-                                   "c.bak",
-                                   "7"};
-    EXPECT_EQ(RawDb::row_t(rows[0].begin(), rows[0].end() - 1), expected);
+    RawDb::Row const expected = {"1",
+                                 "2031-05-04T03:02:01.500Z",
+                                 "1025",
+                                 "FC_BUS_OFF",
+                                 "can0",
+                                 "p",
+                                 "1935630121500",
+                                 "CET",
+                                 "ErrorActive",
+                                 "d",
+                                 "s.dump",
+                                 "11",
+                                 "12",
+                                 "c.bak",
+                                 "7"};
+    EXPECT_EQ(RawDb::Row(rows[0].begin(), rows[0].end() - 1), expected);
     EXPECT_EQ(rows[0].back()->size(), std::string("2031-05-04T03:02:01.500Z").size());
 }
 

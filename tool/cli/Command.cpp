@@ -18,11 +18,11 @@ void addJson(Command& command, bool& isJson)
 
 void addTimeStyle(Command& command, TimeStyle& style)
 {
-    static std::map<std::string, timeUnit_t> const units = {{"auto", timeUnit_t::GUESSED},
-                                                            {"s", timeUnit_t::SECONDS},
-                                                            {"ms", timeUnit_t::MILLISECONDS},
-                                                            {"us", timeUnit_t::MICROSECONDS},
-                                                            {"ns", timeUnit_t::NANOSECONDS}};
+    static std::map<std::string, TimeUnit> const units = {{"auto", TimeUnit::GUESSED},
+                                                          {"s", TimeUnit::SECONDS},
+                                                          {"ms", TimeUnit::MILLISECONDS},
+                                                          {"us", TimeUnit::MICROSECONDS},
+                                                          {"ns", TimeUnit::NANOSECONDS}};
     std::vector<std::string> names;
     for (auto const& unit : units)
     {

@@ -20,7 +20,7 @@ std::string textOf(RowCursor const& row, std::size_t cell)
 
 std::string cellProblem(RowCursor const& row, std::size_t cell, Column const& expected)
 {
-    RowCursor::cellType_t const type = row.type(cell);
+    RowCursor::CellType const type = row.type(cell);
     if (type == RowCursor::CELL_NULL)
     {
         return "is NULL";

@@ -13,7 +13,7 @@ namespace tool
 {
 
 using firaim::FaultQuery;
-using firaim::historyTable_t;
+using firaim::HistoryTable;
 using firaim::RowCursor;
 
 namespace
@@ -36,10 +36,10 @@ std::optional<unsigned int> codeIn(RowCursor row, std::size_t code, std::size_t 
 /// The number of a code that only the file knows by name: a device may have its own table.
 std::optional<unsigned int> codeInFile(std::string const& name, FaultFile& file)
 {
-    std::optional<unsigned int> const code = codeIn(file.reader().rows(historyTable_t::STATISTICS),
-                                                    statisticColumn::CODE, statisticColumn::CODE_NAME, name, file);
+    std::optional<unsigned int> const code = codeIn(file.reader().rows(HistoryTable::STATISTICS), statisticColumn::CODE,
+                                                    statisticColumn::CODE_NAME, name, file);
     return code ? code
-                : codeIn(file.reader().rows(historyTable_t::FAULTS), faultColumn::CODE, faultColumn::CODE_NAME, name,
+                : codeIn(file.reader().rows(HistoryTable::FAULTS), faultColumn::CODE, faultColumn::CODE_NAME, name,
                          file);
 }
 

@@ -14,7 +14,7 @@ namespace
 constexpr std::int64_t kSecond = 1000;
 
 /// The stamp of a time in `unit`. Throws std::invalid_argument where `reader` would take it for another time.
-unsigned long long requireStamp(std::int64_t milliseconds, timeUnit_t unit, TimeStyle const& reader)
+unsigned long long requireStamp(std::int64_t milliseconds, TimeUnit unit, TimeStyle const& reader)
 {
     std::optional<unsigned long long> const stamp = firaim::stampOf(milliseconds, unit);
     std::optional<std::int64_t> const read = stamp ? firaim::timeOf(*stamp, reader.unit) : std::nullopt;
@@ -44,7 +44,7 @@ firaim::FaultEvent FaultCompleter::complete(FaultRequest request)
     {
         event.dateTimeText = stampText(*event.time, {m_style.unit, false});
     }
-    if (event.time && m_style.unit == timeUnit_t::GUESSED)
+    if (event.time && m_style.unit == TimeUnit::GUESSED)
     {
         m_unit = firaim::unitOf(*event.time);
     }
@@ -52,9 +52,9 @@ firaim::FaultEvent FaultCompleter::complete(FaultRequest request)
     return std::move(event);
 }
 
-timeUnit_t FaultCompleter::unit()
+TimeUnit FaultCompleter::unit()
 {
-    if (m_style.unit != timeUnit_t::GUESSED)
+    if (m_style.unit != TimeUnit::GUESSED)
     {
         return m_style.unit;
     }
@@ -62,7 +62,7 @@ timeUnit_t FaultCompleter::unit()
     {
         Fault newest;
         bool const isAny = file().isFound(file().reader().faults().next(newest));
-        m_unit = isAny ? firaim::unitOf(newest.TimeStampUTC) : timeUnit_t::GUESSED;
+        m_unit = isAny ? firaim::unitOf(newest.TimeStampUTC) : TimeUnit::GUESSED;
     }
     return *m_unit;
 }

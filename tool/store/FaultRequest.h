@@ -40,14 +40,14 @@ public:
     void warnOfSharedCode(std::uint64_t code);
 
 private:
-    timeUnit_t unit();
+    TimeUnit unit();
     FaultFile& file();
 
     std::string const m_path;
     TimeStyle const m_style;
     std::chrono::milliseconds const m_patience;
     std::optional<FaultFile> m_file;
-    std::optional<timeUnit_t> m_unit;                    ///< of the newest fault, as soon as it matters
+    std::optional<TimeUnit> m_unit;                      ///< of the newest fault, as soon as it matters
     std::optional<std::set<unsigned int>> m_sharedCodes; ///< of which nothing was said yet
 };
 

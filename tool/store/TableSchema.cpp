@@ -5,7 +5,7 @@
 namespace tool
 {
 
-using firaim::historyTable_t;
+using firaim::HistoryTable;
 
 namespace
 {
@@ -58,7 +58,7 @@ std::vector<std::string> statusWords(SqlTbl<T> const& tbl)
 }
 
 template <class Table, class T>
-TableSchema describe(firaim::historyTable_t table)
+TableSchema describe(firaim::HistoryTable table)
 {
     Table tbl(Table::kTableName);
     tbl.init("");
@@ -86,19 +86,19 @@ TableSchema describe(firaim::historyTable_t table)
 
 TableSchema const& faultSchema()
 {
-    static TableSchema const schema = describe<FdbSqlFaultTbl, Fault>(historyTable_t::FAULTS);
+    static TableSchema const schema = describe<FdbSqlFaultTbl, Fault>(HistoryTable::FAULTS);
     return schema;
 }
 
 TableSchema const& statisticSchema()
 {
-    static TableSchema const schema = describe<FdbSqlFaultStatisticTbl, FaultStatistic>(historyTable_t::STATISTICS);
+    static TableSchema const schema = describe<FdbSqlFaultStatisticTbl, FaultStatistic>(HistoryTable::STATISTICS);
     return schema;
 }
 
 TableSchema const& versionSchema()
 {
-    static TableSchema const schema = describe<FdbSqlVersionTbl, FdbVersion>(historyTable_t::VERSIONS);
+    static TableSchema const schema = describe<FdbSqlVersionTbl, FdbVersion>(HistoryTable::VERSIONS);
     return schema;
 }
 

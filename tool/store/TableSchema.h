@@ -32,7 +32,7 @@ struct Column
 
 struct TableSchema
 {
-    firaim::historyTable_t table;
+    firaim::HistoryTable table;
     std::string name;
     std::vector<Column> columns; ///< in the order of the file; the key is the first
     std::string createStatement; ///< as sqlite_master holds it

@@ -11,12 +11,12 @@
 namespace tool
 {
 
-using firaim::timeUnit_t;
+using firaim::TimeUnit;
 
 /// How times are read and shown.
 struct TimeStyle
 {
-    timeUnit_t unit = timeUnit_t::GUESSED;
+    TimeUnit unit = TimeUnit::GUESSED;
     bool isLocal = false; ///< in the time zone of this machine and not in UTC
 };
 

@@ -17,7 +17,7 @@ protected:
     static constexpr char kNumber[] = "INTEGER";
     static constexpr char kText[] = "VARCHAR";
 
-    struct column_t
+    struct ExpectedColumn
     {
         char const* name;
         typename SqlTbl<Record>::columnValueType_t type;
@@ -30,7 +30,7 @@ protected:
     int decode(std::vector<char const*> row) { return tbl.setDatafromSqlResult(const_cast<char**>(row.data())); }
 
     /// That the table has these columns, in this order, and no other.
-    void expectColumns(std::vector<column_t> const& expected)
+    void expectColumns(std::vector<ExpectedColumn> const& expected)
     {
         unsigned short id = 0;
         for (auto const& [name, type, value, sqlType] : expected)

@@ -25,8 +25,8 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-using keys_t = std::vector<unsigned long long>;
-using set_t = std::function<void(FilterOptions&)>;
+using Keys = std::vector<unsigned long long>;
+using Setter = std::function<void(FilterOptions&)>;
 
 /// The sample's three faults, and one of a module and a code of the device's own.
 class FaultFilterTest : public ToolTest
@@ -39,10 +39,10 @@ protected:
                     "70000,'FC_OF_THE_DEVICE','',0,3,1935802921000");
     }
 
-    static FilterOptions options(std::vector<set_t> const& sets)
+    static FilterOptions options(std::vector<Setter> const& sets)
     {
         FilterOptions result;
-        for (set_t const& set : sets)
+        for (Setter const& set : sets)
         {
             set(result);
         }
@@ -50,12 +50,12 @@ protected:
     }
 
     /// The keys of the faults that these options ask for, the newest first.
-    keys_t keys(FilterOptions const& options, TimeStyle const& style = {})
+    Keys keys(FilterOptions const& options, TimeStyle const& style = {})
     {
         FaultFile file(path);
         FaultFilter const filter(options, style, file);
         auto cursor = file.reader().faults(filter.query());
-        keys_t result;
+        Keys result;
         for (Fault fault; file.isFound(cursor.next(fault));)
         {
             result.push_back(fault.EntryId);
@@ -63,7 +63,7 @@ protected:
         return result;
     }
 
-    keys_t keysOfCode(std::string const& code)
+    Keys keysOfCode(std::string const& code)
     {
         return keys(options({[&](FilterOptions& o) { o.code = code; }}));
     }
@@ -145,7 +145,7 @@ TEST_F(FaultFilterTest, WantsEveryFaultWithoutOptions)
 
 TEST_F(FaultFilterTest, WantsTheFaultsThatAnswerToTheOneOption)
 {
-    std::pair<set_t, keys_t> const cases[] = {
+    std::pair<Setter, Keys> const cases[] = {
         {ofBusOff, {3, 1}},
         {ofCan0, {3, 2, 1}},
         {ofNoAnswer, {4, 3, 1}},
@@ -167,17 +167,17 @@ TEST_F(FaultFilterTest, WantsTheFaultsThatAnswerToTheOneOption)
 
 TEST_F(FaultFilterTest, WantsTheFaultsThatAnswerToAllOfAnyOptions)
 {
-    std::vector<set_t> const sets = {ofBusOff,          ofCan0,           ofNoAnswer,    sinceTheSecondDay,
-                                     untilTheSecondDay, ofTheSecondStart, afterTheFirst, active};
-    std::vector<keys_t> alone;
-    for (set_t const& set : sets)
+    std::vector<Setter> const sets = {ofBusOff,          ofCan0,           ofNoAnswer,    sinceTheSecondDay,
+                                      untilTheSecondDay, ofTheSecondStart, afterTheFirst, active};
+    std::vector<Keys> alone;
+    for (Setter const& set : sets)
     {
         alone.push_back(keys(options({set})));
     }
     for (unsigned int chosen = 0; chosen < 1U << sets.size(); ++chosen)
     {
-        std::vector<set_t> some;
-        keys_t wanted = {4, 3, 2, 1};
+        std::vector<Setter> some;
+        Keys wanted = {4, 3, 2, 1};
         for (std::size_t i = 0; i < sets.size(); ++i)
         {
             if ((chosen >> i & 1) != 0)
@@ -287,8 +287,8 @@ TEST_F(FaultFilterTest, TakesStampsInTheUnitOfTheStyle)
                                            o.until = "2031-05-04";
                                        }});
     EXPECT_THAT(keys(day), ElementsAre(2, 1));
-    EXPECT_THAT(keys(day, {timeUnit_t::SECONDS, false}), ElementsAre(1));
-    EXPECT_THAT(keys(day, {timeUnit_t::MILLISECONDS, false}), ElementsAre(2));
+    EXPECT_THAT(keys(day, {TimeUnit::SECONDS, false}), ElementsAre(1));
+    EXPECT_THAT(keys(day, {TimeUnit::MILLISECONDS, false}), ElementsAre(2));
 }
 
 TEST_F(FaultFilterTest, SaysOfEachOptionThatNoFaultAnswersTo)

@@ -22,12 +22,12 @@ namespace
 
 using testing::ElementsAre;
 
-using lines_t = std::vector<std::string>;
+using Lines = std::vector<std::string>;
 
 constexpr int kPipe = 0;
 
 /// The rows of a table with a number, two texts that may be shortened, and one more that may be left out.
-lines_t const kRow = {"7", "a module with a long name", "a description that is longer", "12345"};
+Lines const kRow = {"7", "a module with a long name", "a description that is longer", "12345"};
 
 class TextTableTest : public testing::Test
 {
@@ -36,7 +36,7 @@ protected:
 
     /// The lines that `work` writes to standard output, a terminal of so many columns.
     template <class Work>
-    static lines_t shown(int columns, Work const& work)
+    static Lines shown(int columns, Work const& work)
     {
         std::istringstream text(writtenTo(STDOUT_FILENO, columns,
                                           [&]
@@ -45,7 +45,7 @@ protected:
                                               work(output);
                                               output.flush();
                                           }));
-        lines_t lines;
+        Lines lines;
         for (std::string line; std::getline(text, line);)
         {
             line.erase(std::remove(line.begin(), line.end(), '\r'), line.end());
@@ -55,7 +55,7 @@ protected:
     }
 
     /// A table of two columns, the first of which may be shortened, with one row.
-    static lines_t shownPair(int columns, std::string const& first, std::string const& second)
+    static Lines shownPair(int columns, std::string const& first, std::string const& second)
     {
         return shown(columns,
                      [&](Output& output)
@@ -66,7 +66,7 @@ protected:
                      });
     }
 
-    static lines_t shownWide(int columns, bool wraps = false)
+    static Lines shownWide(int columns, bool wraps = false)
     {
         return shown(columns,
                      [&](Output& output)
@@ -221,7 +221,7 @@ TEST_F(TextTableTest, KeepsTheColumnsBehindWideCharactersInTheirPlaceAtEveryWidt
             }
             table.end();
         };
-        lines_t const lines = shown(columns, work);
+        Lines const lines = shown(columns, work);
         ASSERT_EQ(lines.size(), 1 + std::size(texts)) << columns;
         for (std::string const& line : lines)
         {
@@ -255,9 +255,9 @@ TEST_F(TextTableTest, ShowsAsciiAloneToATerminalThatTakesNothingElse)
 
 TEST_F(TextTableTest, IsOfTheSameShapeInColours)
 {
-    lines_t const plain = shownWide(50);
+    Lines const plain = shownWide(50);
     useTestEnvironment();
-    lines_t coloured = shownWide(50);
+    Lines coloured = shownWide(50);
     ASSERT_EQ(coloured.size(), plain.size());
     EXPECT_EQ(coloured[0], "\x1b[1mKey\x1b[0m  \x1b[1mModule\x1b[0m             \x1b[1mDescription\x1b[0m        "
                            "\x1b[1mUp time\x1b[0m");
@@ -280,7 +280,7 @@ TEST_F(TextTableTest, HoldsBackTheRowsThatTellHowWideTheColumnsAre)
         table.add({"202", "x", "|"});
         table.end();
     };
-    lines_t const lines = shown(kPipe, work);
+    Lines const lines = shown(kPipe, work);
     ASSERT_EQ(lines.size(), 203u);
     EXPECT_EQ(lines[0], "Key  Text     |");
     EXPECT_EQ(lines[1], "  1  x        |");
