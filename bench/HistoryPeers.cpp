@@ -109,8 +109,8 @@ ByRecorder::ByRecorder(OpenRecorder& recorder) : m_recorder(recorder.get()), m_e
 void ByRecorder::record()
 {
     // However long the machine is busy: a call that gives up measures nothing.
-    constexpr std::chrono::minutes kPatience(1);
-    firaim::Receipt const receipt = m_recorder.record(m_events[nextTurn()], kPatience);
+    constexpr std::chrono::minutes kTimeout(1);
+    firaim::Receipt const receipt = m_recorder.record(m_events[nextTurn()], kTimeout);
     require(receipt.result == firaim::HISTORY_OK, "FaultRecorder::record");
 }
 

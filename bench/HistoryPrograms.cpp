@@ -113,7 +113,7 @@ void measureBesideImporters(HistorySetting const& setting)
         }
         beside += isBeside ? 1 : 0;
     }
-    unsigned int failed = 0; // On a slow disk an importer may wait for the others for longer than its patience.
+    unsigned int failed = 0; // On a slow disk an importer may wait for the others for longer than its timeout.
     for (ChildProcess& importer : importers)
     {
         failed += importer.wait() ? 0 : 1;

@@ -208,7 +208,7 @@ int FaultDb::updateRdbStartup(unsigned int newId, unsigned int oldId)
         return RESULT_INVALID_STATE;
     }
     // While another process keeps the file locked, or under a trigger that does not end, each row would wait anew.
-    timeLimits::LosePatienceOnce const patience;
+    timeLimits::TimeOutOnce const timeOutOnce;
     // The two numbers deliberately run together.
     faultDbLog::info("updateRdbStartup", "new ID=", newId, "old ID=", oldId);
     moveFaults(newId, oldId);

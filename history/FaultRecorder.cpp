@@ -55,7 +55,7 @@ class FIRAIM_HIDDEN FaultRecorder::Core
 {
 public:
     /// Runs one request; `event` is null for a request without one.
-    Request run(Request::Kind kind, FaultEvent const* event, patience_t patience)
+    Request run(Request::Kind kind, FaultEvent const* event, Timeout timeout)
     {
         Request withoutMemory;
         withoutMemory.receipt.result = HISTORY_FAILED;
@@ -67,7 +67,7 @@ public:
             {
                 backlog.prepareEdge(requests.front());
             }
-            queue.run(requests, patience);
+            queue.run(requests, timeout);
             return std::move(requests.front());
         }
         catch (std::bad_alloc const&)
@@ -91,13 +91,13 @@ public:
         }
     }
 
-    Receipt record(FaultEvent const& event, patience_t patience)
+    Receipt record(FaultEvent const& event, Timeout timeout)
     {
         try
         {
             std::vector<Request> requests(1);
             prepareRecord(requests.front(), event);
-            queue.run(requests, patience);
+            queue.run(requests, timeout);
             return requests.front().receipt;
         }
         catch (std::bad_alloc const&)
@@ -117,7 +117,7 @@ public:
         }
     }
 
-    int post(FaultEvent const& event, patience_t patience)
+    int post(FaultEvent const& event, Timeout timeout)
     {
         Request request;
         prepareRecord(request, event);
@@ -126,7 +126,7 @@ public:
             return request.receipt.result < 0 ? queue.refuseCounted(request.receipt.result, request.problem.c_str())
                                               : request.receipt.result;
         }
-        int const result = backlog.post(request, patience);
+        int const result = backlog.post(request, timeout);
         switch (result)
         {
         case HISTORY_INVALID_STATE:
@@ -142,22 +142,22 @@ public:
         }
     }
 
-    int endCycle(patience_t patience)
+    int endCycle(Timeout timeout)
     {
         auto const begin = std::chrono::steady_clock::now();
         // Events that were acknowledged before belong to the cycle that ends.
-        int const result = backlog.passOn(patience);
+        int const result = backlog.passOn(timeout);
         if (result != HISTORY_OK)
         {
             return queue.refuseCounted(result, "not all that was posted or counted in this cycle is recorded yet");
         }
-        auto const passed = std::chrono::duration_cast<patience_t>(std::chrono::steady_clock::now() - begin);
-        return run(Request::END_CYCLE, nullptr, patience - passed).receipt.result;
+        auto const passed = std::chrono::duration_cast<Timeout>(std::chrono::steady_clock::now() - begin);
+        return run(Request::END_CYCLE, nullptr, timeout - passed).receipt.result;
     }
 
-    int close(patience_t patience)
+    int close(Timeout timeout)
     {
-        int const result = backlog.close(patience);
+        int const result = backlog.close(timeout);
         if (result == HISTORY_INVALID_STATE)
         {
             return queue.refuse(result, kNotOpen);
@@ -180,7 +180,7 @@ FaultRecorder::~FaultRecorder()
         static_cast<void>(m_core.release()); // The parent's: its locks may be held, and its connection is in use.
         return;
     }
-    static_cast<void>(m_core->close(kPatience)); // The handler has been told of events that were lost.
+    static_cast<void>(m_core->close(kDefaultTimeout)); // The handler has been told of events that were lost.
 }
 
 bool FaultRecorder::isForked() const
@@ -188,7 +188,7 @@ bool FaultRecorder::isForked() const
     return getpid() != m_ownerPid;
 }
 
-int FaultRecorder::open(std::string const& path, RecorderOptions const& options, patience_t patience)
+int FaultRecorder::open(std::string const& path, RecorderOptions const& options, Timeout timeout)
 {
     if (isForked())
     {
@@ -198,7 +198,7 @@ int FaultRecorder::open(std::string const& path, RecorderOptions const& options,
     {
         return m_core->queue.refuse(HISTORY_REFUSED, "the time zone has a zero byte");
     }
-    int const result = m_core->queue.open(path, options, patience);
+    int const result = m_core->queue.open(path, options, timeout);
     if (result != HISTORY_OK)
     {
         return result;
@@ -215,27 +215,27 @@ int FaultRecorder::open(std::string const& path, RecorderOptions const& options,
     return HISTORY_OK;
 }
 
-int FaultRecorder::close(patience_t patience)
+int FaultRecorder::close(Timeout timeout)
 {
-    return isForked() ? HISTORY_INVALID_STATE : m_core->close(patience);
+    return isForked() ? HISTORY_INVALID_STATE : m_core->close(timeout);
 }
 
-Receipt FaultRecorder::record(FaultEvent const& event, patience_t patience)
+Receipt FaultRecorder::record(FaultEvent const& event, Timeout timeout)
 {
-    return isForked() ? Receipt() : m_core->record(event, patience);
+    return isForked() ? Receipt() : m_core->record(event, timeout);
 }
 
-Receipt FaultRecorder::raise(FaultEvent const& event, patience_t patience)
+Receipt FaultRecorder::raise(FaultEvent const& event, Timeout timeout)
 {
-    return isForked() ? Receipt() : m_core->run(Request::RAISE, &event, patience).receipt;
+    return isForked() ? Receipt() : m_core->run(Request::RAISE, &event, timeout).receipt;
 }
 
-Receipt FaultRecorder::clear(FaultEvent const& event, patience_t patience)
+Receipt FaultRecorder::clear(FaultEvent const& event, Timeout timeout)
 {
-    return isForked() ? Receipt() : m_core->run(Request::CLEAR, &event, patience).receipt;
+    return isForked() ? Receipt() : m_core->run(Request::CLEAR, &event, timeout).receipt;
 }
 
-int FaultRecorder::recordAll(std::vector<FaultEvent> const& events, std::vector<Receipt>& receipts, patience_t patience)
+int FaultRecorder::recordAll(std::vector<FaultEvent> const& events, std::vector<Receipt>& receipts, Timeout timeout)
 {
     receipts.assign(events.size(), Receipt());
     if (isForked())
@@ -256,7 +256,7 @@ int FaultRecorder::recordAll(std::vector<FaultEvent> const& events, std::vector<
         receipts.assign(events.size(), {HISTORY_FAILED, 0});
         return HISTORY_FAILED;
     }
-    m_core->queue.run(requests, patience);
+    m_core->queue.run(requests, timeout);
     int result = HISTORY_OK;
     for (std::size_t i = 0; i < requests.size(); ++i)
     {
@@ -267,19 +267,19 @@ int FaultRecorder::recordAll(std::vector<FaultEvent> const& events, std::vector<
     return result;
 }
 
-int FaultRecorder::clearCode(FaultEvent const& event, std::vector<unsigned long long>& keys, patience_t patience)
+int FaultRecorder::clearCode(FaultEvent const& event, std::vector<unsigned long long>& keys, Timeout timeout)
 {
     keys.clear();
     if (isForked())
     {
         return HISTORY_INVALID_STATE;
     }
-    Request request = m_core->run(Request::CLEAR_CODE, &event, patience);
+    Request request = m_core->run(Request::CLEAR_CODE, &event, timeout);
     keys = std::move(request.keys);
     return request.receipt.result;
 }
 
-int FaultRecorder::post(FaultEvent const& event, patience_t patience)
+int FaultRecorder::post(FaultEvent const& event, Timeout timeout)
 {
     if (isForked())
     {
@@ -287,7 +287,7 @@ int FaultRecorder::post(FaultEvent const& event, patience_t patience)
     }
     try
     {
-        return m_core->post(event, patience);
+        return m_core->post(event, timeout);
     }
     catch (std::bad_alloc const&)
     {
@@ -295,14 +295,14 @@ int FaultRecorder::post(FaultEvent const& event, patience_t patience)
     }
 }
 
-int FaultRecorder::flush(std::uint64_t& left, patience_t patience)
+int FaultRecorder::flush(std::uint64_t& left, Timeout timeout)
 {
     left = 0;
     if (isForked())
     {
         return HISTORY_INVALID_STATE;
     }
-    int const result = m_core->backlog.flush(left, patience);
+    int const result = m_core->backlog.flush(left, timeout);
     switch (result)
     {
     case HISTORY_INVALID_STATE:
@@ -315,9 +315,9 @@ int FaultRecorder::flush(std::uint64_t& left, patience_t patience)
     }
 }
 
-int FaultRecorder::endCycle(patience_t patience)
+int FaultRecorder::endCycle(Timeout timeout)
 {
-    return isForked() ? static_cast<int>(HISTORY_INVALID_STATE) : m_core->endCycle(patience);
+    return isForked() ? static_cast<int>(HISTORY_INVALID_STATE) : m_core->endCycle(timeout);
 }
 
 unsigned int FaultRecorder::startupId() const

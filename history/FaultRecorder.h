@@ -50,7 +50,7 @@ struct RecorderOptions
     bool (*isCancelled)() = nullptr;
 
     std::size_t queueLimit = 1024; ///< most events that `post` holds
-    bool doesPostWait = false;     ///< for room in a full queue, as long as its patience says
+    bool doesPostWait = false;     ///< for room in a full queue, as long as its timeout says
     /// Told by `close` and the destructor how many posted or counted events could not be recorded, when there are any.
     std::function<void(std::uint64_t)> onLost;
 
@@ -105,7 +105,7 @@ struct RecorderOptions
 /// what a recorder remembers is read anew when somebody else has written. A row that somebody else rewrites in place,
 /// under its old key, or removes, is noticed where it is the newest of an active triple.
 ///
-/// Waiting: a call waits for other processes for as long as its `patience` says, 5 s by default, then gives
+/// Waiting: a call waits for other processes for as long as its `timeout` says, 5 s by default, then gives
 /// HISTORY_BUSY. A call whose event is being written when its time runs out returns with what became of it.
 ///
 /// Failures: no exception leaves this class but those of copying the caller's objects. After any failure the object
@@ -118,8 +118,9 @@ struct RecorderOptions
 class FIRAIM_EXPORT FaultRecorder
 {
 public:
-    using patience_t = std::chrono::milliseconds;                                  ///< how long a call waits
-    FIRAIM_HIDDEN static constexpr patience_t kPatience = std::chrono::seconds(5); ///< unless the caller says otherwise
+    using Timeout = std::chrono::milliseconds; ///< how long a call waits
+    FIRAIM_HIDDEN static constexpr Timeout kDefaultTimeout =
+        std::chrono::seconds(5); ///< unless the caller says otherwise
 
     FaultRecorder();
     /// Closes.
@@ -137,13 +138,13 @@ public:
     /// HISTORY_DAMAGED, with the file as it was; HISTORY_BAD_PATH, nothing made and nothing waited for;
     /// HISTORY_REFUSED when the time zone of `options` has a zero byte;
     /// HISTORY_FAILED when it cannot be created, read or written; HISTORY_BUSY.
-    int open(std::string const& path, RecorderOptions const& options = {}, patience_t patience = kPatience);
+    int open(std::string const& path, RecorderOptions const& options = {}, Timeout timeout = kDefaultTimeout);
 
     /// Ends recording: calls that come now give HISTORY_INVALID_STATE, those under way are waited for, and what was
-    /// posted or counted is recorded, for as long as `patience`; an attempt under way then is given half a second more.
+    /// posted or counted is recorded, for as long as `timeout`; an attempt under way then is given half a second more.
     /// HISTORY_OK; HISTORY_FAILED when that was not possible for all of it, with the recorder closed all the same;
     /// HISTORY_INVALID_STATE when not open.
-    int close(patience_t patience = kPatience);
+    int close(Timeout timeout = kDefaultTimeout);
 
     /// Writes a row for `event` and sets the state of its triple to `event.status`.
     ///
@@ -151,43 +152,43 @@ public:
     /// beyond 32 bits or a time beyond 2^63 - 1, and where a trigger or a constraint of the file forbids the row, or a
     /// trigger fails at it;
     /// HISTORY_INVALID_STATE, HISTORY_FAILED, HISTORY_BUSY, HISTORY_UNKNOWN, HISTORY_DAMAGED, HISTORY_CANCELLED.
-    Receipt record(FaultEvent const& event, patience_t patience = kPatience);
+    Receipt record(FaultEvent const& event, Timeout timeout = kDefaultTimeout);
 
     /// As `record`, with the status active, unless the triple is active: HISTORY_UNCHANGED, with the key of the row
     /// that made it so.
-    Receipt raise(FaultEvent const& event, patience_t patience = kPatience);
+    Receipt raise(FaultEvent const& event, Timeout timeout = kDefaultTimeout);
 
     /// As `record`, with the status inactive, unless the triple is not active: HISTORY_UNCHANGED.
-    Receipt clear(FaultEvent const& event, patience_t patience = kPatience);
+    Receipt clear(FaultEvent const& event, Timeout timeout = kDefaultTimeout);
 
     /// As if as many threads called `record`, one for each of `events`, in their order: they share commits, and one
     /// that is refused or fails leaves the others alone. `receipts` gets one for each. Returns the first
     /// receipt's result that is below 0; without one, the first above 0; HISTORY_OK when all are recorded.
     int recordAll(std::vector<FaultEvent> const& events, std::vector<Receipt>& receipts,
-                  patience_t patience = kPatience);
+                  Timeout timeout = kDefaultTimeout);
 
     /// Takes `event` into a queue, from which a thread of the recorder records it as `record` does. It tries again
     /// while the file is locked or its storage fails; an event that a rule of the file forbids is lost. An edge that is
-    /// asked for meanwhile does not know of it: `flush` comes first. `patience` is for RecorderOptions::doesPostWait.
+    /// asked for meanwhile does not know of it: `flush` comes first. `timeout` is for RecorderOptions::doesPostWait.
     /// HISTORY_QUEUED; HISTORY_COUNTED; HISTORY_QUEUE_FULL; HISTORY_REFUSED; HISTORY_INVALID_STATE; HISTORY_FAILED when
     /// no thread can be had; HISTORY_CANCELLED while it waited for room.
-    int post(FaultEvent const& event, patience_t patience = kPatience);
+    int post(FaultEvent const& event, Timeout timeout = kDefaultTimeout);
 
     /// Waits until all that was posted and counted before is on the storage. A storm gets its row.
     /// HISTORY_OK; HISTORY_BUSY when the time has passed, HISTORY_CANCELLED, HISTORY_FAILED when storing failed: `left`
     /// then says how many posted events are not recorded, which are still tried, and how many were lost since a `flush`
     /// told of such; HISTORY_INVALID_STATE.
-    int flush(std::uint64_t& left, patience_t patience = kPatience);
+    int flush(std::uint64_t& left, Timeout timeout = kDefaultTimeout);
 
     /// Ends every active triple of the code of `event`: writes a row for each as `clear` does, with the texts, times
     /// and start-up of `event` and the triple's module and parameter. Where the statistic is active and no triple is,
     /// one row with the module and parameter of `event` ends it. HISTORY_OK, with the rows' keys in `keys`;
     /// HISTORY_UNCHANGED when nothing of the code is active; otherwise as `record`.
-    int clearCode(FaultEvent const& event, std::vector<unsigned long long>& keys, patience_t patience = kPatience);
+    int clearCode(FaultEvent const& event, std::vector<unsigned long long>& keys, Timeout timeout = kDefaultTimeout);
 
     /// Records what was posted and counted before, then counts a further cycle of every active code, see above.
     /// HISTORY_OK; otherwise as `record`.
-    int endCycle(patience_t patience = kPatience);
+    int endCycle(Timeout timeout = kDefaultTimeout);
 
     /// The start-up id that is recorded under; 0 when not open.
     unsigned int startupId() const;

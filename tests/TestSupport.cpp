@@ -57,8 +57,8 @@ RawDb::RawDb(std::string const& path)
 {
     EXPECT_EQ(sqlite3_open_v2(path.c_str(), &m_db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr), SQLITE_OK)
         << path;
-    constexpr int kPatienceMs = 10000; // Others may be at work on the file.
-    EXPECT_EQ(sqlite3_busy_timeout(m_db, kPatienceMs), SQLITE_OK);
+    constexpr int kBusyTimeoutMs = 10000; // Others may be at work on the file.
+    EXPECT_EQ(sqlite3_busy_timeout(m_db, kBusyTimeoutMs), SQLITE_OK);
 }
 
 RawDb::~RawDb()

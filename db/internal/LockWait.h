@@ -7,7 +7,7 @@ namespace lockWait
 {
 
 /// How long a call waits for a lock unless its caller says otherwise.
-constexpr std::chrono::seconds kPatience(5);
+constexpr std::chrono::seconds kBusyTimeout(5);
 
 /// One wait for one lock.
 ///

@@ -13,9 +13,9 @@ namespace
 /// Instructions of SQLite's machine between two looks whether to end: some hundred microseconds.
 constexpr int kInstructionsBetweenLooks = 10000;
 /// Busy timeout after a signal.
-constexpr std::chrono::milliseconds kPatienceWhenCancelled(200);
+constexpr std::chrono::milliseconds kBusyTimeoutWhenCancelled(200);
 /// A crashed writer's journal is there for good, a working one's for moments only.
-constexpr std::chrono::milliseconds kPatienceWithJournal(500);
+constexpr std::chrono::milliseconds kBusyTimeoutWithJournal(500);
 constexpr int kPauseWithJournalMs = 2;
 
 /// A URI of the file with that name: every byte that could mean something else is written as a number.
@@ -73,9 +73,9 @@ void require(sqlite3* db, int code)
 
 /// Calls `run`, which returns a code of SQLite, until what looks like the journal of a crashed writer is none.
 template <class Run>
-int callPatiently(sqlite3* db, Waiting const& waiting, Run const& run)
+int callUntilTimeout(sqlite3* db, Waiting const& waiting, Run const& run)
 {
-    auto const end = std::chrono::steady_clock::now() + std::min(kPatienceWithJournal, waiting.limit);
+    auto const end = std::chrono::steady_clock::now() + std::min(kBusyTimeoutWithJournal, waiting.limit);
     int code = run();
     while (code != SQLITE_OK && code != SQLITE_ROW && code != SQLITE_DONE &&
            sqlite3_extended_errcode(db) == SQLITE_READONLY_ROLLBACK && std::chrono::steady_clock::now() < end &&
@@ -106,7 +106,7 @@ Error::Error(sqlite3* db, int code) : m_code(code)
 Statement::Statement(sqlite3* db, Waiting const& waiting, std::string const& sql) : m_db(db), m_waiting(&waiting)
 {
     sqlite3_stmt* compiled = nullptr;
-    int const code = callPatiently(
+    int const code = callUntilTimeout(
         db, waiting,
         [&] { return sqlite3_prepare_v2(db, sql.c_str(), static_cast<int>(sql.size() + 1), &compiled, nullptr); });
     m_statement.reset(compiled);
@@ -137,7 +137,7 @@ Statement& Statement::bind(int parameter, std::string_view value)
 
 bool Statement::step()
 {
-    int const code = stepPatiently();
+    int const code = stepUntilTimeout();
     m_isRunning = code == SQLITE_ROW;
     if (m_isRunning)
     {
@@ -160,18 +160,18 @@ void Statement::run()
     }
 }
 
-int Statement::stepPatiently()
+int Statement::stepUntilTimeout()
 {
     if (m_isRunning)
     {
         return sqlite3_step(m_statement.get());
     }
-    return callPatiently(m_db, *m_waiting,
-                         [&]
-                         {
-                             reset();
-                             return sqlite3_step(m_statement.get());
-                         });
+    return callUntilTimeout(m_db, *m_waiting,
+                            [&]
+                            {
+                                reset();
+                                return sqlite3_step(m_statement.get());
+                            });
 }
 
 void Statement::reset()
@@ -244,7 +244,7 @@ int Connection::onBusy(void* context, int tries)
 {
     auto* const shared = static_cast<Shared*>(context);
     bool const isCancelled = shared->waiting.isCancelled != nullptr && shared->waiting.isCancelled();
-    auto const limit = isCancelled ? std::min(shared->waiting.limit, kPatienceWhenCancelled) : shared->waiting.limit;
+    auto const limit = isCancelled ? std::min(shared->waiting.limit, kBusyTimeoutWhenCancelled) : shared->waiting.limit;
     return shared->wait.pause(tries, limit) ? 1 : 0;
 }
 

@@ -38,7 +38,7 @@ private:
 struct Waiting
 {
     /// The longest wait for one lock.
-    std::chrono::milliseconds limit = lockWait::kPatience;
+    std::chrono::milliseconds limit = lockWait::kBusyTimeout;
     /// Whether whoever waits has been asked to end; null: nobody asks. A wait and a running statement end soon after.
     bool (*isCancelled)() = nullptr;
 };
@@ -78,7 +78,7 @@ public:
 
 private:
     [[noreturn]] void fail(int code) const;
-    int stepPatiently();
+    int stepUntilTimeout();
 
     sqlite3* m_db = nullptr;
     Waiting const* m_waiting = nullptr;

@@ -7,27 +7,27 @@
 namespace
 {
 
-/// How many steps of SQLite's virtual machine pass between two looks at the clock. Some steps are heavy.
-constexpr int kStepsPerLook = 250;
+/// After so many steps of SQLite's virtual machine the clock is read. Some steps are heavy.
+constexpr int kStepsPerCheck = 250;
 
 /// The wait of one thread, and how long it has lasted.
-struct patience_t
+struct WaitState
 {
     lockWait::LockWait wait;
-    int onceCount; ///< how many LosePatienceOnce live
+    int onceCount; ///< how many TimeOutOnce live
     bool waitedInVain;
     bool wasInterrupted;
 };
-thread_local patience_t patience;
+thread_local WaitState waitState;
 
 int onBusy(void*, int tries)
 {
-    if (patience.onceCount != 0 && patience.waitedInVain)
+    if (waitState.onceCount != 0 && waitState.waitedInVain)
     {
         return 0;
     }
-    bool const goesOn = patience.wait.pause(tries, lockWait::kPatience);
-    patience.waitedInVain = patience.waitedInVain || !goesOn;
+    bool const goesOn = waitState.wait.pause(tries, lockWait::kBusyTimeout);
+    waitState.waitedInVain = waitState.waitedInVain || !goesOn;
     return goesOn ? 1 : 0;
 }
 
@@ -40,18 +40,18 @@ void timeLimits::waitForLocks(sqlite3* db)
     static_cast<void>(sqlite3_busy_handler(db, onBusy, nullptr));
 }
 
-timeLimits::LosePatienceOnce::LosePatienceOnce()
+timeLimits::TimeOutOnce::TimeOutOnce()
 {
-    if (patience.onceCount++ == 0)
+    if (waitState.onceCount++ == 0)
     {
-        patience.waitedInVain = false;
-        patience.wasInterrupted = false;
+        waitState.waitedInVain = false;
+        waitState.wasInterrupted = false;
     }
 }
 
-timeLimits::LosePatienceOnce::~LosePatienceOnce()
+timeLimits::TimeOutOnce::~TimeOutOnce()
 {
-    --patience.onceCount;
+    --waitState.onceCount;
 }
 
 timeLimits::StatementWatch::StatementWatch(sqlite3* db) : m_db(db), m_outer(innermostWatch)
@@ -74,7 +74,7 @@ timeLimits::StatementWatch::~StatementWatch()
 void timeLimits::StatementWatch::install()
 {
     static_cast<void>(sqlite3_set_authorizer(m_db, onAccess, this));
-    sqlite3_progress_handler(m_db, kStepsPerLook, onProgress, this);
+    sqlite3_progress_handler(m_db, kStepsPerCheck, onProgress, this);
 }
 
 void timeLimits::StatementWatch::pause()
@@ -131,11 +131,11 @@ bool timeLimits::StatementWatch::isOverdue() const
     {
         return false;
     }
-    if (patience.onceCount != 0 && patience.wasInterrupted)
+    if (waitState.onceCount != 0 && waitState.wasInterrupted)
     {
         return true;
     }
-    bool const result = now() - *m_begin >= kPatience;
-    patience.wasInterrupted = patience.wasInterrupted || result;
+    bool const result = now() - *m_begin >= kStatementLimit;
+    waitState.wasInterrupted = waitState.wasInterrupted || result;
     return result;
 }

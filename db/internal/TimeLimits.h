@@ -14,24 +14,24 @@ namespace timeLimits
 {
 
 /// How long the processor may work on a statement with a trigger or a view in it.
-constexpr std::chrono::seconds kPatience = lockWait::kPatience;
+constexpr std::chrono::seconds kStatementLimit = lockWait::kBusyTimeout;
 
 /// From now on the statements of this connection wait for locks of other processes.
 FIRAIM_HIDDEN void waitForLocks(sqlite3* db);
 
-/// While it lives, this thread loses its patience only once: when one statement has waited for a lock in vain, or has
-/// been interrupted, those that follow do not wait, or are interrupted at once. Many rows that cannot be written then
-/// take no longer than one of them.
-class FIRAIM_EXPORT LosePatienceOnce
+/// While it lives, this thread waits for one busy timeout at most, and for one statement limit: once a statement has
+/// waited in vain for a lock, later ones do not wait, and once a statement has been interrupted, later ones are
+/// interrupted at once. Many rows that cannot be written then take no longer than one of them.
+class FIRAIM_EXPORT TimeOutOnce
 {
 public:
-    LosePatienceOnce();
-    ~LosePatienceOnce();
-    LosePatienceOnce(LosePatienceOnce const&) = delete;
-    LosePatienceOnce& operator=(LosePatienceOnce const&) = delete;
+    TimeOutOnce();
+    ~TimeOutOnce();
+    TimeOutOnce(TimeOutOnce const&) = delete;
+    TimeOutOnce& operator=(TimeOutOnce const&) = delete;
 };
 
-/// Watches over what is compiled and run on a connection while it lives. It must outlive the statement.
+/// Limits the statements that are compiled and run on a connection while it lives. It must outlive them.
 ///
 /// The triggers and views of a file are the file's, not ours: one that does not end, by chance or by intent, is
 /// interrupted as SQLite interrupts statements, and its statement changes nothing. SQLite names the terms of a WITH
@@ -49,7 +49,7 @@ public:
     FIRAIM_HIDDEN void ignorePragmas(bool isOn) { m_ignoresPragmas = isOn; }
     FIRAIM_HIDDEN bool hasIgnoredPragma() const { return m_hasIgnoredPragma; }
 
-    /// Around what the statement does not do itself.
+    /// Called around work that is not the statement's own, as its row callback.
     FIRAIM_HIDDEN void pause();
     FIRAIM_HIDDEN void resume();
 

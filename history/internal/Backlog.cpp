@@ -41,7 +41,7 @@ void Backlog::open(RecorderOptions const& options)
     m_retryAt = {};
 }
 
-int Backlog::close(patience_t patience)
+int Backlog::close(Timeout timeout)
 {
     {
         std::lock_guard<Mutex> const lock(m_mutex);
@@ -50,7 +50,7 @@ int Backlog::close(patience_t patience)
             return HISTORY_INVALID_STATE;
         }
         m_isClosing = true;
-        m_closeBy = deadline::after(patience);
+        m_closeBy = deadline::after(timeout);
         m_changed.notifyAll();
     }
     m_queue.refuseCalls();
@@ -88,9 +88,9 @@ int Backlog::close(patience_t patience)
     return isAllStored && lost == 0 ? HISTORY_OK : HISTORY_FAILED;
 }
 
-int Backlog::post(Request const& request, patience_t patience)
+int Backlog::post(Request const& request, Timeout timeout)
 {
-    TimePoint const end = deadline::after(patience);
+    TimePoint const end = deadline::after(timeout);
     std::lock_guard<Mutex> const lock(m_mutex);
     while (m_isOpen && !m_isClosing && m_posted.size() >= m_options.queueLimit && m_options.doesPostWait &&
            Clock::now() < end)
@@ -197,17 +197,17 @@ bool Backlog::startThread()
     }
 }
 
-int Backlog::flush(std::uint64_t& left, patience_t patience)
+int Backlog::flush(std::uint64_t& left, Timeout timeout)
 {
-    TimePoint const end = deadline::after(patience);
+    TimePoint const end = deadline::after(timeout);
     std::lock_guard<Mutex> const lock(m_mutex);
     left = 0;
     return m_isOpen ? waitForAll(left, end, m_options.isCancelled) : static_cast<int>(HISTORY_INVALID_STATE);
 }
 
-int Backlog::passOn(patience_t patience)
+int Backlog::passOn(Timeout timeout)
 {
-    TimePoint const end = deadline::after(patience);
+    TimePoint const end = deadline::after(timeout);
     std::lock_guard<Mutex> const lock(m_mutex);
     if (!m_isOpen || !m_isThreadRunning)
     {
@@ -263,7 +263,7 @@ int Backlog::waitFor(Goal const& goal, TimePoint end, bool (*isCancelled)())
 
 void Backlog::waitForChange(TimePoint end, bool (*isCancelled)())
 {
-    m_changed.waitUntil(m_mutex, isCancelled == nullptr ? end : std::min(end, Clock::now() + CommitQueue::kCancelLook));
+    m_changed.waitUntil(m_mutex, isCancelled == nullptr ? end : std::min(end, Clock::now() + CommitQueue::kCancelPoll));
 }
 
 bool Backlog::isReached(Goal const& goal) const

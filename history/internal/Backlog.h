@@ -20,7 +20,7 @@ namespace firaim
 class Backlog
 {
 public:
-    using patience_t = std::chrono::milliseconds;
+    using Timeout = std::chrono::milliseconds;
 
     /// `queue` tells it of what is stored.
     explicit Backlog(CommitQueue& queue);
@@ -32,20 +32,20 @@ public:
     void open(RecorderOptions const& options);
     /// Records what is there, for so long, and ends the thread. HISTORY_OK; HISTORY_FAILED when that was not all;
     /// HISTORY_INVALID_STATE when not open or being closed, by another thread.
-    int close(patience_t patience);
+    int close(Timeout timeout);
 
     /// Takes the event of `request`, which it copies, and waits for room for so long where that is wanted. Returns a
     /// HistoryResult.
-    int post(Request const& request, patience_t patience);
+    int post(Request const& request, Timeout timeout);
 
     /// Whether a RECORD gets a row; if not, it is counted.
     bool admits(Request& request);
     /// Lets an edge know what was counted of its triple.
     void prepareEdge(Request& request);
 
-    int flush(std::uint64_t& left, patience_t patience);
+    int flush(std::uint64_t& left, Timeout timeout);
     /// As `flush`, without a row for storms, and without regard to what was lost.
-    int passOn(patience_t patience);
+    int passOn(Timeout timeout);
 
     std::uint64_t queued();
     std::uint64_t counted();
@@ -83,7 +83,7 @@ private:
     int waitForAll(std::uint64_t& left, TimePoint end, bool (*isCancelled)());
     int waitFor(Goal const& goal, TimePoint end, bool (*isCancelled)());
     void waitForChange(TimePoint end, bool (*isCancelled)());
-    patience_t patienceOfAttempt() const;
+    Timeout timeoutOfAttempt() const;
     bool isReached(Goal const& goal) const;
 
     CommitQueue& m_queue;

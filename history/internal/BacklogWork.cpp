@@ -17,7 +17,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMostInBatch = 1000;
 /// How long one attempt waits for other processes, so that closing is soon noticed.
-constexpr std::chrono::milliseconds kPatienceOfAttempt(500);
+constexpr std::chrono::milliseconds kTimeoutOfAttempt(500);
 constexpr std::chrono::milliseconds kPauseAfterFailure(200);
 
 } // namespace
@@ -120,17 +120,17 @@ void Backlog::runBatch(std::vector<Posted*> const& posted, std::vector<Storms::R
         };
         request.takeMoment();
     }
-    patience_t const patience = patienceOfAttempt();
+    Timeout const timeout = timeoutOfAttempt();
     {
         Unlocked const unlocked(m_mutex);
-        m_queue.run(requests, patience);
+        m_queue.run(requests, timeout);
     }
     settle(requests, posted, reports);
 }
 
-Backlog::patience_t Backlog::patienceOfAttempt() const
+Backlog::Timeout Backlog::timeoutOfAttempt() const
 {
-    return m_isClosing ? std::min(deadline::timeTo(m_closeBy), kPatienceOfAttempt) : kPatienceOfAttempt;
+    return m_isClosing ? std::min(deadline::timeTo(m_closeBy), kTimeoutOfAttempt) : kTimeoutOfAttempt;
 }
 
 void Backlog::giveBack(std::vector<Storms::Report> const& reports)

@@ -26,7 +26,7 @@ CommitQueue::~CommitQueue()
     static_cast<void>(close());
 }
 
-int CommitQueue::open(std::string const& path, RecorderOptions const& options, patience_t patience)
+int CommitQueue::open(std::string const& path, RecorderOptions const& options, Timeout timeout)
 {
     std::lock_guard<Mutex> const lock(m_mutex);
     if (m_writer || m_isOpening || m_isClosing)
@@ -48,7 +48,7 @@ int CommitQueue::open(std::string const& path, RecorderOptions const& options, p
             ownPath = path;
             ownOptions = options;
             writer = std::make_unique<GroupWriter>(path, options);
-            writer->open(deadline::bounded(patience));
+            writer->open(deadline::bounded(timeout));
         }
         catch (Failure const& failure)
         {
@@ -104,10 +104,10 @@ int CommitQueue::close()
     return HISTORY_OK;
 }
 
-void CommitQueue::run(std::vector<Request>& requests, patience_t patience)
+void CommitQueue::run(std::vector<Request>& requests, Timeout timeout)
 {
     Call call;
-    call.deadline = deadline::after(patience);
+    call.deadline = deadline::after(timeout);
     std::lock_guard<Mutex> const lock(m_mutex);
     enter(requests, call);
     while (call.undone > 0)
@@ -192,7 +192,7 @@ void CommitQueue::wait(Call& call)
     {
         call.changed.waitUntil(m_mutex, m_options.isCancelled == nullptr
                                             ? call.deadline
-                                            : std::min<Condition::TimePoint>(call.deadline, now + kCancelLook));
+                                            : std::min<Condition::TimePoint>(call.deadline, now + kCancelPoll));
         return;
     }
     std::string problem;

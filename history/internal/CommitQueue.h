@@ -20,9 +20,9 @@ namespace firaim
 class CommitQueue
 {
 public:
-    using patience_t = std::chrono::milliseconds;
+    using Timeout = std::chrono::milliseconds;
     /// How soon a waiting call notices that it was cancelled.
-    static constexpr patience_t kCancelLook{20};
+    static constexpr Timeout kCancelPoll{20};
 
     CommitQueue() = default;
     /// Closes.
@@ -30,11 +30,11 @@ public:
     CommitQueue(CommitQueue const&) = delete;
     CommitQueue& operator=(CommitQueue const&) = delete;
 
-    int open(std::string const& path, RecorderOptions const& options, patience_t patience);
+    int open(std::string const& path, RecorderOptions const& options, Timeout timeout);
     int close();
 
     /// Runs the requests, whose results it sets, in their order.
-    void run(std::vector<Request>& requests, patience_t patience);
+    void run(std::vector<Request>& requests, Timeout timeout);
 
     /// Where storms are limited, calls `sink` for each request that is stored, before anything is written after it. Set
     /// before the first `open`.

@@ -25,11 +25,11 @@ constexpr milliseconds kGathering(20);
 /// While a writer is at work.
 constexpr milliseconds kRetry(20);
 /// For a lock at each look: long enough to tell a working writer's journal from a crashed one's.
-constexpr milliseconds kPatience(500);
+constexpr milliseconds kBusyTimeout(500);
 
-ReaderOptions withPatience(ReaderOptions options, milliseconds patience)
+ReaderOptions withBusyTimeout(ReaderOptions options, milliseconds busyTimeout)
 {
-    options.patience = patience;
+    options.busyTimeout = busyTimeout;
     return options;
 }
 
@@ -41,10 +41,10 @@ FaultFollower::Core::Core(ReaderCore const& reader, FollowPosition const& positi
       m_rows(m_core->rows(HistoryTable::FAULTS, FaultQuery::OLDEST_FIRST))
 {
     // Later changes are told. The first look says why a file cannot be read.
-    int const result = reopen(m_options.patience);
+    int const result = reopen(m_options.busyTimeout);
     if (result == HISTORY_OK)
     {
-        m_core->connection().waitFor({kPatience, m_options.isCancelled});
+        m_core->connection().waitFor({kBusyTimeout, m_options.isCancelled});
     }
     m_areStatisticsKnown = m_areStatisticsKnown || result == HISTORY_NO_FILE; // There are none.
 }
@@ -126,7 +126,7 @@ int FaultFollower::Core::look()
     if (!m_core->isOpen() || isOther || isStale)
     {
         std::optional<std::int64_t> const comparedVersion = m_comparedVersion;
-        int const result = reopen(kPatience);
+        int const result = reopen(kBusyTimeout);
         if (result != HISTORY_OK)
         {
             return tellOnce(result, m_core->problem());
@@ -261,10 +261,10 @@ int FaultFollower::Core::beginAnew(std::string const& reason)
     return tell(HISTORY_FILE_REPLACED, m_path.given() + ": " + reason);
 }
 
-int FaultFollower::Core::reopen(milliseconds patience)
+int FaultFollower::Core::reopen(milliseconds busyTimeout)
 {
     drop();
-    auto core = std::make_shared<ReaderCore>(m_path, withPatience(m_options, patience));
+    auto core = std::make_shared<ReaderCore>(m_path, withBusyTimeout(m_options, busyTimeout));
     int const result = core->open();
     m_core = core;
     if (result == HISTORY_OK)

@@ -43,7 +43,7 @@ private:
     int lookClosely();
     int compare(bool isChanged);
     int beginAnew(std::string const& reason);
-    int reopen(std::chrono::milliseconds patience);
+    int reopen(std::chrono::milliseconds busyTimeout);
     void drop();
     int tell(int result, std::string const& problem);
     int tellOnce(int result, std::string const& problem);

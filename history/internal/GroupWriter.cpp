@@ -54,19 +54,19 @@ GroupWriter::GroupWriter(std::string path, RecorderOptions const& options)
 {
 }
 
-void GroupWriter::open(patience_t patience)
+void GroupWriter::open(Timeout timeout)
 {
-    static_cast<void>(m_connection.open(patience));
+    static_cast<void>(m_connection.open(timeout));
 }
 
-void GroupWriter::begin(patience_t patience, bool needsSources)
+void GroupWriter::begin(Timeout timeout, bool needsSources)
 {
     if (m_connection.isInTransaction())
     {
         m_connection.close(); // Rolling back has failed.
     }
-    deadline::TimePoint const end = deadline::after(patience);
-    static_cast<void>(m_connection.open(patience));
+    deadline::TimePoint const end = deadline::after(timeout);
+    static_cast<void>(m_connection.open(timeout));
     try
     {
         m_connection.waitUntil(end);
@@ -129,9 +129,9 @@ void GroupWriter::beginWithSources()
     m_connection.begin();
 }
 
-void GroupWriter::write(std::vector<Request*> const& group, patience_t patience)
+void GroupWriter::write(std::vector<Request*> const& group, Timeout timeout)
 {
-    writeUntil(group, deadline::after(patience));
+    writeUntil(group, deadline::after(timeout));
 }
 
 void GroupWriter::writeUntil(std::vector<Request*> const& group, deadline::TimePoint end)
@@ -348,7 +348,7 @@ void GroupWriter::settle(std::vector<Request*> const& group, sqlite::Error const
     m_connection.close();
     try
     {
-        bool const isAnew = m_connection.open(lockWait::kPatience);
+        bool const isAnew = m_connection.open(lockWait::kBusyTimeout);
         if (!isAnew && m_rows.isStored(outcome))
         {
             m_connection.makeDurable();

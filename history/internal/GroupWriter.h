@@ -23,18 +23,18 @@ public:
     GroupWriter(GroupWriter const&) = delete;
     GroupWriter& operator=(GroupWriter const&) = delete;
 
-    using patience_t = RecorderConnection::patience_t;
+    using Timeout = RecorderConnection::Timeout;
 
     /// Opens the file. Throws Failure; it can be called again.
-    void open(patience_t patience);
+    void open(Timeout timeout);
 
     /// Begins the transaction of a group, waiting for others for so long; opens the file anew where that was lost.
     /// Throws Failure.
-    void begin(patience_t patience, bool needsSources);
+    void begin(Timeout timeout, bool needsSources);
 
     /// Writes the requests of a group and commits, waiting for readers for so long. Each gets its own result; nothing
     /// is thrown.
-    void write(std::vector<Request*> const& group, patience_t patience);
+    void write(std::vector<Request*> const& group, Timeout timeout);
 
     /// As of RowWriter.
     unsigned int startupId() const { return m_rows.startupId(); }

@@ -80,14 +80,14 @@ int ReaderCore::open()
 /// Opens the file that has the name, and sees which one that is.
 void ReaderCore::openFile()
 {
-    auto const patience = deadline::bounded(m_options.patience);
+    auto const busyTimeout = deadline::bounded(m_options.busyTimeout);
     std::optional<FileIdentity> after;
     do
     {
         // Somebody may give the name to another file in between.
         m_identity = identityOf(m_path.absolute()).value_or(FileIdentity());
         m_connection.reset();
-        m_connection = readOnlyOpening::open(m_path, {patience, m_options.isCancelled});
+        m_connection = readOnlyOpening::open(m_path, {busyTimeout, m_options.isCancelled});
         after = identityOf(m_path.absolute());
     } while (after && *after != m_identity);
     // Most rows are read once: a larger cache holds pages that nobody asks for again.

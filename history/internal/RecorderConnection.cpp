@@ -40,9 +40,9 @@ RecorderConnection::~RecorderConnection()
     close();
 }
 
-bool RecorderConnection::open(patience_t patience)
+bool RecorderConnection::open(Timeout timeout)
 {
-    sqlite::Waiting const waiting = {patience, m_options.isCancelled};
+    sqlite::Waiting const waiting = {timeout, m_options.isCancelled};
     bool isAnew = false;
     bool isMended = !m_options.setAsideCode; // Or is not to be.
     while (!m_connection)

@@ -19,7 +19,7 @@ namespace firaim
 class RecorderConnection
 {
 public:
-    using patience_t = std::chrono::milliseconds;
+    using Timeout = std::chrono::milliseconds;
 
     /// `options` and `rows` must outlive this object; `rows` is connected for as long as this is open.
     RecorderConnection(std::string path, RecorderOptions const& options, RowWriter& rows);
@@ -29,7 +29,7 @@ public:
 
     /// Opens the file unless it is open. Damage counts as such when it is seen twice: once may be a mishap of reading.
     /// Returns whether the file was set aside and holds nothing of before. Throws Failure; it can be called again.
-    bool open(patience_t patience);
+    bool open(Timeout timeout);
     void close();
     bool isOpen() const { return m_connection.has_value(); }
     bool isInTransaction() const { return m_connection && m_connection->isInTransaction(); }

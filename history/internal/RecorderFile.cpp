@@ -98,10 +98,10 @@ struct Tables
 /// only.
 void copyRemains(std::string const& path, sqlite::Waiting const& waiting)
 {
-    constexpr std::chrono::milliseconds kPatienceWithCreator(500);
+    constexpr std::chrono::milliseconds kTimeoutWithCreator(500);
     constexpr int kPauseMs = 5;
     std::string const file = folder::withoutLinks(path);
-    auto const end = std::chrono::steady_clock::now() + std::min(kPatienceWithCreator, waiting.limit);
+    auto const end = std::chrono::steady_clock::now() + std::min(kTimeoutWithCreator, waiting.limit);
     while (readOnlyOpening::holdsTransaction(file + kJournalSuffix) && std::chrono::steady_clock::now() < end)
     {
         if (waiting.isCancelled != nullptr && waiting.isCancelled())

@@ -26,7 +26,7 @@ constexpr std::size_t kMaxCalls = 12;
 constexpr std::size_t kMaxEventsOfCall = 4;
 constexpr std::uint64_t kMostStamp = std::numeric_limits<std::int64_t>::max();
 constexpr std::uint64_t kMostCode = std::numeric_limits<std::uint32_t>::max();
-constexpr std::chrono::seconds kPatience(60); ///< on a busy machine; nobody else has the file
+constexpr std::chrono::seconds kTimeout(60); ///< on a busy machine; nobody else has the file
 
 unsigned int upTime()
 {
@@ -158,7 +158,7 @@ RecorderOptions File::options()
 void File::empty()
 {
     exec("BEGIN; DELETE FROM FdbFaultTbl; DELETE FROM FdbFaultStatisticTbl; DELETE FROM sqlite_sequence; COMMIT");
-    fuzz::require(m_recorder.endCycle(kPatience) == HISTORY_OK, "a cycle ends");
+    fuzz::require(m_recorder.endCycle(kTimeout) == HISTORY_OK, "a cycle ends");
 }
 
 void File::requireSound()
@@ -287,9 +287,9 @@ void Subject::requireKey(Receipt const& receipt)
 void Subject::one(std::size_t kind)
 {
     FaultEvent const event = readEvent(m_input);
-    Receipt const receipt = kind == 0   ? m_recorder->record(event, kPatience)
-                            : kind == 1 ? m_recorder->raise(event, kPatience)
-                                        : m_recorder->clear(event, kPatience);
+    Receipt const receipt = kind == 0   ? m_recorder->record(event, kTimeout)
+                            : kind == 1 ? m_recorder->raise(event, kTimeout)
+                                        : m_recorder->clear(event, kTimeout);
     if (isRefused(event))
     {
         fuzz::require(receipt.result == HISTORY_REFUSED && receipt.key == 0, "the event is refused");
@@ -315,7 +315,7 @@ void Subject::recordAll()
         event = readEvent(m_input);
     }
     std::vector<Receipt> receipts(1);
-    int const result = m_recorder->recordAll(events, receipts, kPatience);
+    int const result = m_recorder->recordAll(events, receipts, kTimeout);
     fuzz::require(receipts.size() == events.size(), "each event has a receipt");
     bool const isAnyRefused = std::any_of(events.begin(), events.end(), isRefused);
     fuzz::require(result == (isAnyRefused ? HISTORY_REFUSED : HISTORY_OK), "the result is the first one but OK");
@@ -336,7 +336,7 @@ void Subject::clearCode()
 {
     FaultEvent const event = readEvent(m_input);
     std::vector<unsigned long long> keys;
-    int const result = m_recorder->clearCode(event, keys, kPatience);
+    int const result = m_recorder->clearCode(event, keys, kTimeout);
     std::vector<Triple> const triples = m_model.activeTriples(static_cast<std::uint32_t>(event.code));
     if (isRefused(event) || triples.empty())
     {
@@ -358,7 +358,7 @@ void Subject::clearCode()
 
 void Subject::endCycle()
 {
-    fuzz::require(m_recorder->endCycle(kPatience) == HISTORY_OK, "the cycle ends");
+    fuzz::require(m_recorder->endCycle(kTimeout) == HISTORY_OK, "the cycle ends");
     m_model.endCycle();
 }
 

@@ -207,7 +207,7 @@ TEST_F(FaultCursorTest, GoesOnAfterALockHasEnded)
 {
     addFaults(100);
     ReaderOptions options;
-    options.patience = 1ms;
+    options.busyTimeout = 1ms;
     ASSERT_EQ(reader.open(path, options), HISTORY_OK);
     FaultCursor cursor = reader.faults(oldestFirst());
     Fault fault;

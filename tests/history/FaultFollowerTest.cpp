@@ -194,9 +194,9 @@ TEST_F(FaultFollowerTest, DoesNotWaitForATimeBelowZeroThatTheClockCannotCount)
     ReaderOptions options;
     options.isCancelled = [] { return ++looks > 1; };
     looks = std::numeric_limits<int>::min();
-    FaultReader impatient;
-    ASSERT_EQ(impatient.open(path, options), HISTORY_OK);
-    FaultFollower follower = impatient.follow(newest());
+    FaultReader cancellable;
+    ASSERT_EQ(cancellable.open(path, options), HISTORY_OK);
+    FaultFollower follower = cancellable.follow(newest());
     // In nanoseconds, 64 bits make an hour of it.
     auto const wait = -std::chrono::milliseconds(18446744073709) + 1h;
     Fault fault;

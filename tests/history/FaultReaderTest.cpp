@@ -176,7 +176,7 @@ TEST_F(FaultReaderTest, CallsAFileInItsProblemsAsTheCallerDoes)
     EXPECT_EQ(problem(), "faults.db: no fault database: it has no table FdbFaultTbl");
 }
 
-TEST_F(FaultReaderTest, WaitsForALockWithAPatienceThatTheClockCannotCount)
+TEST_F(FaultReaderTest, WaitsForALockWithABusyTimeoutThatTheClockCannotCount)
 {
     RawDb other(path);
     other.exec("BEGIN EXCLUSIVE");
@@ -185,7 +185,7 @@ TEST_F(FaultReaderTest, WaitsForALockWithAPatienceThatTheClockCannotCount)
     locking = &other;
     looks = 0;
     ReaderOptions options;
-    options.patience = std::chrono::milliseconds::max();
+    options.busyTimeout = std::chrono::milliseconds::max();
     options.isCancelled = []
     {
         if (++looks == 3)
@@ -237,11 +237,11 @@ TEST_F(FaultReaderTest, ReadsAFileOfAnyVersionWhenAsked)
     EXPECT_EQ(version, "2.0.0");
 }
 
-TEST_F(FaultReaderTest, GivesUpOnALockedFileWhenItsPatienceEnds)
+TEST_F(FaultReaderTest, GivesUpOnALockedFileWhenItsBusyTimeoutEnds)
 {
     LockingProcess const other(path);
     ReaderOptions options;
-    options.patience = 10ms;
+    options.busyTimeout = 10ms;
     EXPECT_EQ(reader.open(path, options), HISTORY_BUSY);
     EXPECT_THAT(problem(), HasSubstr("another process keeps it locked, try again"));
 }
@@ -250,7 +250,7 @@ TEST_F(FaultReaderTest, IsCancelledWhileItWaits)
 {
     LockingProcess const other(path);
     ReaderOptions options;
-    options.patience = std::chrono::hours(1);
+    options.busyTimeout = std::chrono::hours(1);
     options.isCancelled = [] { return true; };
     EXPECT_EQ(reader.open(path, options), HISTORY_CANCELLED);
 }

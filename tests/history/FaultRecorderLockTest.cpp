@@ -37,7 +37,7 @@ protected:
     RecorderOptions m_options;
 };
 
-TEST_F(FaultRecorderLockTest, OpenWaitsForAboutItsPatience)
+TEST_F(FaultRecorderLockTest, OpenWaitsForAboutItsTimeout)
 {
     createWithFacade();
     {
@@ -47,7 +47,7 @@ TEST_F(FaultRecorderLockTest, OpenWaitsForAboutItsPatience)
     EXPECT_EQ(recorder.open(path), HISTORY_OK) << recorder.lastProblem();
 }
 
-TEST_F(FaultRecorderLockTest, CallsWaitForAboutTheirPatienceAndWriteNothing)
+TEST_F(FaultRecorderLockTest, CallsWaitForAboutTheirTimeoutAndWriteNothing)
 {
     open();
     ASSERT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK);
@@ -86,7 +86,7 @@ TEST_F(FaultRecorderLockTest, CommitWaitsForAReaderAndThenWritesNothing)
 /// How often a waiting call has asked whether it is to end: once for each try.
 std::atomic<unsigned int> g_looks;
 
-TEST_F(FaultRecorderLockTest, EventsOfAGroupThatAreWrittenAloneShareOnePatience)
+TEST_F(FaultRecorderLockTest, EventsOfAGroupThatAreWrittenAloneShareOneTimeout)
 {
     m_options.isCancelled = []
     {

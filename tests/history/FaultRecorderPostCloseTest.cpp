@@ -116,7 +116,7 @@ TEST_F(FaultRecorderPostCloseTest, ClosingRefusesCallsWhileItRecordsWhatWasPoste
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1");
 }
 
-TEST_F(FaultRecorderPostCloseTest, CloseWithoutPatienceTellsWhatTheFileHolds)
+TEST_F(FaultRecorderPostCloseTest, CloseWithoutWaitingTellsWhatTheFileHolds)
 {
     for (int round = 0; round < 20; ++round)
     {
@@ -153,7 +153,7 @@ TEST_F(FaultRecorderPostCloseTest, OneOfSeveralThreadsCloses)
     EXPECT_EQ(value(kCountOfFaults), "150");
 }
 
-TEST_F(FaultRecorderPostCloseTest, WaitingForRoomAndClosingTakeAsLongAsTheirPatienceSays)
+TEST_F(FaultRecorderPostCloseTest, WaitingForRoomAndClosingTakeAsLongAsTheirTimeoutSays)
 {
     createWithFacade();
     RecorderOptions options;

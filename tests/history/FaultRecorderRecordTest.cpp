@@ -370,13 +370,13 @@ TEST_F(FaultRecorderRecordTest, KeyIsThatOfTheRowWhateverOthersInsert)
     EXPECT_EQ(recorder.counters().recorded, 5U);
 }
 
-TEST_F(FaultRecorderRecordTest, LongestAndShortestPatienceRecord)
+TEST_F(FaultRecorderRecordTest, LongestAndShortestTimeoutRecord)
 {
     open();
-    for (auto const patience : {FaultRecorder::patience_t::min(), FaultRecorder::patience_t(-1),
-                                FaultRecorder::patience_t(0), FaultRecorder::patience_t::max()})
+    for (auto const timeout : {FaultRecorder::Timeout::min(), FaultRecorder::Timeout(-1), FaultRecorder::Timeout(0),
+                               FaultRecorder::Timeout::max()})
     {
-        EXPECT_EQ(recorder.record(eventOf(1), patience).result, HISTORY_OK) << recorder.lastProblem();
+        EXPECT_EQ(recorder.record(eventOf(1), timeout).result, HISTORY_OK) << recorder.lastProblem();
     }
     EXPECT_EQ(value(kCountOfFaults), "4");
 }

@@ -9,9 +9,9 @@
 class PostTest : public FaultRecorderTest
 {
 protected:
-    int flush(firaim::FaultRecorder::patience_t patience = firaim::FaultRecorder::kPatience)
+    int flush(firaim::FaultRecorder::Timeout timeout = firaim::FaultRecorder::kDefaultTimeout)
     {
-        return recorder.flush(left, patience);
+        return recorder.flush(left, timeout);
     }
 
     /// Posts so many events, of the codes from 1 on.

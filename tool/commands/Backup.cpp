@@ -222,7 +222,7 @@ int backup(Options const& options, Output&)
                         [&]
                         {
                             return sqlite::Connection(partial.path(), sqlite::Connection::READ_WRITE,
-                                                      {lockWait::kPatience, interrupt::isPending});
+                                                      {lockWait::kBusyTimeout, interrupt::isPending});
                         });
         copyPages(file, copy, options);
     }

@@ -26,13 +26,13 @@ namespace
 
 sqlite::Waiting waiting()
 {
-    return {lockWait::kPatience, interrupt::isPending};
+    return {lockWait::kBusyTimeout, interrupt::isPending};
 }
 
-void openReader(firaim::FaultReader& reader, std::string const& path, std::chrono::milliseconds patience)
+void openReader(firaim::FaultReader& reader, std::string const& path, std::chrono::milliseconds busyTimeout)
 {
     firaim::ReaderOptions options;
-    options.patience = patience;
+    options.busyTimeout = busyTimeout;
     options.isCancelled = interrupt::isPending;
     options.isAnyVersionRead = true;
     int const result = reader.open(path, options);
@@ -189,9 +189,9 @@ void throwFailure(std::string const& path, sqlite::Error const& error)
     throw Problem(STATUS_BAD_FILE, readOnlyOpening::problemText(path, error));
 }
 
-FaultFile::FaultFile(std::string const& path, std::chrono::milliseconds patience) : m_path(path)
+FaultFile::FaultFile(std::string const& path, std::chrono::milliseconds busyTimeout) : m_path(path)
 {
-    openReader(m_reader, path, patience);
+    openReader(m_reader, path, busyTimeout);
     std::string version;
     if (!isFound(m_reader.formatVersion(version)))
     {
@@ -243,12 +243,12 @@ void readLastKeys(std::string const& path, std::function<void(std::string const&
 }
 
 void openRecorder(firaim::FaultRecorder& recorder, std::string const& path, firaim::RecorderOptions options,
-                  std::chrono::milliseconds patience)
+                  std::chrono::milliseconds busyTimeout)
 {
     requireWritableFile(path);
     requireContent(path);
     options.isCancelled = interrupt::isPending;
-    int const result = recorder.open(path, options, patience);
+    int const result = recorder.open(path, options, busyTimeout);
     if (result < 0)
     {
         throwFailure(result, recorder.lastProblem());
@@ -327,7 +327,7 @@ void recoverFile(std::string const& path)
                 {
                     sqlite::Connection const connection = openDurably(path);
                     firaim::FaultReader reader;
-                    openReader(reader, path, lockWait::kPatience);
+                    openReader(reader, path, lockWait::kBusyTimeout);
                     if (readOnlyOpening::isInWalMode(connection))
                     {
                         // Into the file with what is in its log: it can then be read alone.

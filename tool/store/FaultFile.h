@@ -20,8 +20,8 @@ class FaultFile
 public:
     /// Opens the file at `path` and makes sure that it is a fault database. Throws a Problem when it cannot be read or
     /// is none. One of another format version is accepted, and that is said on standard error.
-    /// It waits for other processes for as long as `patience` says, here and whenever it is read.
-    explicit FaultFile(std::string const& path, std::chrono::milliseconds patience = lockWait::kPatience);
+    /// It waits for other processes for as long as `busyTimeout` says, here and whenever it is read.
+    explicit FaultFile(std::string const& path, std::chrono::milliseconds busyTimeout = lockWait::kBusyTimeout);
 
     std::string const& path() const { return m_path; }
     firaim::FaultReader& reader() { return m_reader; }
@@ -67,9 +67,9 @@ std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const&
                               std::initializer_list<std::int64_t> parameters);
 
 /// Opens the fault database at `path`, which must be there, for recording, and waits for other processes for as long as
-/// `patience` says. Throws a Problem.
+/// `busyTimeout` says. Throws a Problem.
 void openRecorder(firaim::FaultRecorder& recorder, std::string const& path, firaim::RecorderOptions options,
-                  std::chrono::milliseconds patience = lockWait::kPatience);
+                  std::chrono::milliseconds busyTimeout = lockWait::kBusyTimeout);
 
 /// Rolls back what a crashed writer left half done in the file at `path`, and moves what is in its write-ahead log into
 /// the file, which can then be read alone. Throws a Problem when that cannot be done.

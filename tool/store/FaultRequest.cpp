@@ -92,7 +92,7 @@ void FaultCompleter::warnOfSharedCode(std::uint64_t code)
 
 FaultFile& FaultCompleter::file()
 {
-    return m_file ? *m_file : m_file.emplace(m_path, m_patience);
+    return m_file ? *m_file : m_file.emplace(m_path, m_busyTimeout);
 }
 
 firaim::RecorderOptions recorderOptions(TimeStyle const& style)

@@ -26,9 +26,10 @@ class FaultCompleter
 {
 public:
     /// Reads the file at `path` only where that is needed, and then waits for other processes for as long as
-    /// `patience` says.
-    FaultCompleter(std::string path, TimeStyle const& style, std::chrono::milliseconds patience = lockWait::kPatience)
-        : m_path(std::move(path)), m_style(style), m_patience(patience)
+    /// `busyTimeout` says.
+    FaultCompleter(std::string path, TimeStyle const& style,
+                   std::chrono::milliseconds busyTimeout = lockWait::kBusyTimeout)
+        : m_path(std::move(path)), m_style(style), m_busyTimeout(busyTimeout)
     {
     }
 
@@ -45,7 +46,7 @@ private:
 
     std::string const m_path;
     TimeStyle const m_style;
-    std::chrono::milliseconds const m_patience;
+    std::chrono::milliseconds const m_busyTimeout;
     std::optional<FaultFile> m_file;
     std::optional<TimeUnit> m_unit;                      ///< of the newest fault, as soon as it matters
     std::optional<std::set<unsigned int>> m_sharedCodes; ///< of which nothing was said yet
