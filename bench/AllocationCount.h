@@ -1,11 +1,11 @@
 #pragma once
 
-/// Counts of allocations since the program started; the program's own `operator new` and SQLite's memory are replaced
-/// for that.
+/// Counts of allocations since the program started. To count them, this replaces the program's `operator new` and
+/// SQLite's allocator.
 namespace allocationCount
 {
 
-/// Begins to count SQLite's. Before the first use of SQLite.
+/// Starts to count SQLite's allocations. Call it before the first use of SQLite.
 void install();
 
 unsigned long long ofNew();

@@ -48,7 +48,7 @@ ChildProcess::~ChildProcess()
 {
     if (m_pid != -1)
     {
-        static_cast<void>(waitpid(m_pid, nullptr, 0)); // Nobody asks any more how it ended.
+        static_cast<void>(waitpid(m_pid, nullptr, 0)); // Only reaps the child; its exit status is not needed.
     }
 }
 

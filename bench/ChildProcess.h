@@ -9,17 +9,17 @@
 class ChildProcess
 {
 public:
-    /// Starts it. Standard input and output are the files with these names; an empty one is /dev/null.
+    /// Starts the program. Standard input and output are the files of these names; an empty name means /dev/null.
     ChildProcess(std::string const& program, std::vector<std::string> const& arguments, std::string const& input = "",
                  std::string const& output = "");
-    /// Waits for its end.
+    /// Waits until the program has ended.
     ~ChildProcess();
     ChildProcess(ChildProcess&& other) noexcept;
     ChildProcess(ChildProcess const&) = delete;
     ChildProcess& operator=(ChildProcess const&) = delete;
 
     bool isRunning();
-    /// Waits for its end; returns whether it succeeded.
+    /// Waits until the program has ended; returns true when it succeeded.
     bool wait();
 
 private:

@@ -62,7 +62,7 @@ FaultStatistic deviceStatistic(unsigned int seed)
 BareConnection::BareConnection(std::string const& path, Settings settings)
 {
     require(sqlite3_open(path.c_str(), &m_db) == SQLITE_OK, "sqlite3_open");
-    if (settings == AS_THE_LIBRARY)
+    if (settings == LIBRARY_SETTINGS)
     {
         exec("PRAGMA cell_size_check=ON");
         exec("PRAGMA synchronous=FULL");
@@ -107,7 +107,7 @@ void createFile(std::string const& path, unsigned int faults)
     FdbSqlFaultStatisticTbl statisticTbl("FdbFaultStatisticTbl");
     faultTbl.init("");
     statisticTbl.init("");
-    BareConnection const connection(path, BareConnection::SQLITES_OWN);
+    BareConnection const connection(path, BareConnection::SQLITE_DEFAULTS);
     connection.exec("BEGIN");
     for (unsigned int i = 1; i <= faults; ++i)
     {
@@ -118,7 +118,7 @@ void createFile(std::string const& path, unsigned int faults)
         connection.exec(statisticTbl.getSqlInsertValuesQuery(deviceStatistic(i)));
     }
     connection.exec("COMMIT");
-    // As on a device: a journal lies beside the file, and every reader looks into it.
+    // Leave a journal beside the file, as on a device: every reader inspects it.
     FaultDb& db = *FaultDb::getInstance();
     require(db.openDb(path, false) == 0 && db.update(deviceStatistic(1)) == 0 && db.closeDb() == 0, "update");
 }

@@ -8,21 +8,21 @@
 
 #include <sqlite3.h>
 
-/// A record as a device writes it: texts of 5 to 60 characters. `seed` tells several apart.
+/// A record as a device writes it, with texts of 5 to 60 characters. Different seeds give different records.
 Fault deviceFault(unsigned int seed);
 FaultStatistic deviceStatistic(unsigned int seed);
 
-/// How many fault codes a device knows, and so how many statistics a file holds.
+/// Number of the device's fault codes, and so of the statistics in a file.
 constexpr unsigned int kStatistics = 100;
 
-/// A connection without the library.
+/// A connection that uses SQLite directly, without the library.
 class BareConnection
 {
 public:
     enum Settings
     {
-        AS_THE_LIBRARY, ///< the settings of a connection that the library opened
-        SQLITES_OWN     ///< what a user gets who sets nothing
+        LIBRARY_SETTINGS, ///< the settings of a connection that the library opened
+        SQLITE_DEFAULTS   ///< no settings beyond SQLite's defaults
     };
 
     BareConnection(std::string const& path, Settings settings);
@@ -32,17 +32,17 @@ public:
 
     sqlite3* get() const { return m_db; }
 
-    /// `sqlite3_exec`; ends the program when it fails.
+    /// Calls `sqlite3_exec`; ends the program when it fails.
     void exec(std::string const& sql) const;
 
-    /// `sqlite3_get_table` and `sqlite3_free_table`.
+    /// Calls `sqlite3_get_table` and `sqlite3_free_table`; ends the program when it fails.
     void getTable(std::string const& sql) const;
 
 private:
     sqlite3* m_db = nullptr;
 };
 
-/// A folder of its own, removed with all that is in it.
+/// A temporary folder, removed with its content.
 class Folder
 {
 public:
@@ -60,8 +60,8 @@ private:
 /// Creates a database of the library with `faults` faults and the statistics. All faults have the start-up id 1.
 void createFile(std::string const& path, unsigned int faults);
 
-/// The bytes of an INSERT text, on average.
+/// Mean size of an INSERT text, in bytes.
 std::size_t meanStatementSize();
 
-/// Ends the program with a message unless `isGood`: what is measured must have worked.
+/// Ends the program with a message unless `isGood`: a failed operation must not be measured.
 void require(bool isGood, char const* what);

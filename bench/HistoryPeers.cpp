@@ -104,20 +104,20 @@ void OpenRecorder::fill(unsigned int faults)
     }
 }
 
-ByRecorder::ByRecorder(OpenRecorder& recorder) : m_recorder(recorder.get()), m_events(makeAll(deviceEvent)) {}
+RecorderSide::RecorderSide(OpenRecorder& recorder) : m_recorder(recorder.get()), m_events(makeAll(deviceEvent)) {}
 
-void ByRecorder::record()
+void RecorderSide::record()
 {
-    // However long the machine is busy: a call that gives up measures nothing.
+    // Long enough for a busy machine: a call that gives up measures nothing.
     constexpr std::chrono::minutes kTimeout(1);
-    firaim::Receipt const receipt = m_recorder.record(m_events[nextTurn()], kTimeout);
+    firaim::Receipt const receipt = m_recorder.record(m_events[nextIndex()], kTimeout);
     require(receipt.result == firaim::HISTORY_OK, "FaultRecorder::record");
 }
 
-ByHand::ByHand(std::string const& path)
-    : m_connection(path, BareConnection::AS_THE_LIBRARY), m_faults(makeAll(deviceFault))
+BoundStatementSide::BoundStatementSide(std::string const& path)
+    : m_connection(path, BareConnection::LIBRARY_SETTINGS), m_faults(makeAll(deviceFault))
 {
-    m_connection.exec("PRAGMA journal_size_limit=65536"); // As a recorder does.
+    m_connection.exec("PRAGMA journal_size_limit=65536"); // The recorder's setting.
     sqlite3_busy_timeout(m_connection.get(), kBusyTimeoutMs);
     m_begin = prepare(m_connection, "BEGIN IMMEDIATE");
     m_insert = prepare(m_connection, kInsert);
@@ -132,7 +132,7 @@ ByHand::ByHand(std::string const& path)
     m_commit = prepare(m_connection, "COMMIT");
 }
 
-ByHand::~ByHand()
+BoundStatementSide::~BoundStatementSide()
 {
     for (sqlite3_stmt* const statement : {m_begin, m_insert, m_countActive, m_noteInactive, m_commit})
     {
@@ -140,9 +140,9 @@ ByHand::~ByHand()
     }
 }
 
-void ByHand::record()
+void BoundStatementSide::record()
 {
-    Fault const& fault = m_faults[nextTurn()];
+    Fault const& fault = m_faults[nextIndex()];
     runOnce(m_begin);
     bindFault(m_insert, fault);
     runOnce(m_insert);
@@ -160,24 +160,24 @@ void ByHand::record()
     runOnce(m_commit);
 }
 
-ByFacade::ByFacade(std::string const& path)
+FacadeSide::FacadeSide(std::string const& path)
     : m_db(*FaultDb::getInstance()), m_faults(makeAll(deviceFault)), m_statistics(makeAll(deviceStatistic))
 {
     require(m_db.openDb(path, false) == RESULT_OK, "openDb");
 }
 
-ByFacade::~ByFacade()
+FacadeSide::~FacadeSide()
 {
     m_db.closeDb();
 }
 
-void ByFacade::record()
+void FacadeSide::record()
 {
-    unsigned int const turn = nextTurn();
+    unsigned int const turn = nextIndex();
     Fault& fault = m_faults[turn];
     FaultStatistic& statistic = m_statistics[turn];
     require(m_db.insert(fault) == RESULT_OK, "insert");
-    // SQLite writes nothing where an update changes nothing.
+    // Change the row: SQLite writes nothing when an update changes nothing.
     ++statistic.OccurenceCnt;
     statistic.FaultEntryId = fault.EntryId;
     require(m_db.update(statistic) == RESULT_OK, "update");
@@ -185,7 +185,7 @@ void ByFacade::record()
 
 void addFaults(std::string const& path, unsigned int faults)
 {
-    BareConnection const connection(path, BareConnection::SQLITES_OWN);
+    BareConnection const connection(path, BareConnection::SQLITE_DEFAULTS);
     sqlite3_stmt* const insert = prepare(connection, kInsert);
     connection.exec("PRAGMA synchronous=OFF");
     connection.exec("BEGIN");

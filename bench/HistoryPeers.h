@@ -11,33 +11,34 @@
 /// The event of the fault `deviceFault(seed)`; the recorder fills in times and names.
 firaim::FaultEvent deviceEvent(unsigned int seed);
 
-/// How many different faults a side records in turn.
+/// Number of different faults that a side records in rotation.
 constexpr unsigned int kDifferentFaults = 64;
 
-/// A way to record faults, each with the statistic of its code, into a file of `createFile`. One thread uses it.
+/// One side of a comparison: records faults, each with the statistic of its code, into a file made by `createFile`.
+/// Only one thread may use an object.
 class RecordingSide
 {
 public:
     virtual ~RecordingSide() = default;
 
-    /// Records the next fault; it is on the storage then.
+    /// Records the next fault durably: it is on the storage when the call returns.
     virtual void record() = 0;
     void record(unsigned int faults);
 
 protected:
-    unsigned int nextTurn() { return m_turn = (m_turn + 1) % kDifferentFaults; }
+    unsigned int nextIndex() { return m_index = (m_index + 1) % kDifferentFaults; }
 
 private:
-    unsigned int m_turn = 0;
+    unsigned int m_index = 0;
 };
 
-/// A recorder that several sides may share.
+/// An open recorder that several sides may share.
 class OpenRecorder
 {
 public:
     explicit OpenRecorder(std::string const& path, firaim::RecorderOptions const& options = {});
 
-    /// Records so many faults, many in a call.
+    /// Records this number of faults, many in each call.
     void fill(unsigned int faults);
     firaim::FaultRecorder& get() { return m_recorder; }
 
@@ -45,10 +46,10 @@ private:
     firaim::FaultRecorder m_recorder;
 };
 
-class ByRecorder : public RecordingSide
+class RecorderSide : public RecordingSide
 {
 public:
-    explicit ByRecorder(OpenRecorder& recorder);
+    explicit RecorderSide(OpenRecorder& recorder);
     using RecordingSide::record;
     void record() override;
 
@@ -57,13 +58,13 @@ private:
     std::vector<firaim::FaultEvent> m_events;
 };
 
-/// Bound, prepared statements in one transaction, as somebody would write them who needs no more than that: the texts
-/// of a row are ready, and the statistic counts in SQL.
-class ByHand : public RecordingSide
+/// The baseline: prepared statements with bound values in one transaction, the least code that does the work. The texts
+/// of a row exist beforehand, and SQL updates the statistic.
+class BoundStatementSide : public RecordingSide
 {
 public:
-    explicit ByHand(std::string const& path);
-    ~ByHand() override;
+    explicit BoundStatementSide(std::string const& path);
+    ~BoundStatementSide() override;
     using RecordingSide::record;
     void record() override;
 
@@ -77,12 +78,12 @@ private:
     std::vector<Fault> m_faults;
 };
 
-/// The facade's `insert` and `update`, each a transaction of its own. There is one at a time in a process.
-class ByFacade : public RecordingSide
+/// The facade's `insert` and `update`, each in its own transaction. A process has only one facade.
+class FacadeSide : public RecordingSide
 {
 public:
-    explicit ByFacade(std::string const& path);
-    ~ByFacade() override;
+    explicit FacadeSide(std::string const& path);
+    ~FacadeSide() override;
     using RecordingSide::record;
     void record() override;
 
@@ -92,5 +93,5 @@ private:
     std::vector<FaultStatistic> m_statistics;
 };
 
-/// Adds rows with bound statements in one transaction.
+/// Adds faults with bound statements in one transaction.
 void addFaults(std::string const& path, unsigned int faults);

@@ -1,4 +1,4 @@
-// `firaim record --stdin`: beside a recorder, and beside what else brings rows into a file.
+// `firaim record --stdin`: its effect on a recorder in another process, and its cost beside the SQLite shell's import.
 
 #include "ChildProcess.h"
 #include "HistoryPeers.h"
@@ -68,7 +68,7 @@ bool isOnPath(std::string const& program)
     return false;
 }
 
-/// A database with neither faults nor statistics, in place of one that was there.
+/// Replaces the database by one with neither faults nor statistics.
 void renew(std::string const& path)
 {
     std::filesystem::remove(path);
@@ -78,7 +78,7 @@ void renew(std::string const& path)
 
 } // namespace
 
-void measureBesideImporters(HistorySetting const& setting)
+void measureRecordingBesideImporters(HistorySetting const& setting)
 {
     constexpr unsigned int kImporters = 4;
     constexpr std::chrono::milliseconds kPause(50);
@@ -92,14 +92,14 @@ void measureBesideImporters(HistorySetting const& setting)
     createFile(path, 0);
     writeJsonLines(lines, setting.importedLines);
     OpenRecorder recorder(path);
-    ByRecorder side(recorder);
+    RecorderSide side(recorder);
     std::vector<ChildProcess> importers;
     for (unsigned int i = 0; i < kImporters; ++i)
     {
         importers.emplace_back(setting.tool, std::vector<std::string>{"record", path, "--stdin"}, lines);
     }
     double worst = 0;
-    unsigned int beside = 0; // Calls with an importer that still ran after them.
+    unsigned int beside = 0; // Calls after which an importer still ran.
     for (unsigned int i = 0; i < setting.callsBesideImporters; ++i)
     {
         std::this_thread::sleep_for(kPause);
@@ -113,7 +113,7 @@ void measureBesideImporters(HistorySetting const& setting)
         }
         beside += isBeside ? 1 : 0;
     }
-    unsigned int failed = 0; // On a slow disk an importer may wait for the others for longer than its timeout.
+    unsigned int failed = 0; // On a slow disk an importer may wait for the others longer than its timeout.
     for (ChildProcess& importer : importers)
     {
         failed += importer.wait() ? 0 : 1;

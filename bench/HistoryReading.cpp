@@ -1,4 +1,4 @@
-// Reading, and opening files of many rows.
+// Reading faults, and opening files with many rows.
 
 #include "ChildProcess.h"
 #include "HistoryPeers.h"
@@ -29,7 +29,7 @@ void readAll(std::string const& path, std::uint64_t rows)
     require(rows == 0 || read == rows, "all faults");
 }
 
-/// Peak of the memory of this program, in KiB, as /proc tells it. A child's ru_maxrss begins with its parent's.
+/// Peak memory of this process, in KiB, from /proc: a child's ru_maxrss starts at its parent's value.
 unsigned long peakOfMemory()
 {
     std::ifstream status("/proc/self/status");
@@ -63,7 +63,7 @@ void compareReading(HistorySetting const& setting)
     std::string const path = folder.file("faults.db");
     createFile(path, 0);
     addFaults(path, setting.readRows);
-    BareConnection const bare(path, BareConnection::AS_THE_LIBRARY);
+    BareConnection const bare(path, BareConnection::LIBRARY_SETTINGS);
     std::vector<double> const cpu =
         medianTurns(Meter::CPU, setting.rounds,
                     {[&] { readAll(path, setting.readRows); }, [&] { bare.getTable("SELECT * FROM FdbFaultTbl"); }});

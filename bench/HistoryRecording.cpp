@@ -15,7 +15,7 @@ namespace
 constexpr unsigned int kRowsBefore = 1000;
 constexpr unsigned int kThreads = 8;
 
-/// A call of each side records `calls` faults; seconds for one.
+/// Lets each side record `calls` faults a turn. Returns the seconds for one fault, by side.
 std::vector<double> secondsPerFault(Meter meter, unsigned int rounds, unsigned int calls,
                                     std::vector<RecordingSide*> const& sides)
 {
@@ -33,10 +33,10 @@ std::vector<double> secondsPerFault(Meter meter, unsigned int rounds, unsigned i
 }
 
 /// A recorder, bound statements and the facade, each with a file in `folder`.
-class ThreePeers
+class ThreeSides
 {
 public:
-    explicit ThreePeers(std::string const& folder)
+    explicit ThreeSides(std::string const& folder)
         : m_folder(folder), m_recorder(create("recorder.db")), m_byRecorder(m_recorder), m_byHand(create("hand.db")),
           m_byFacade(create("facade.db"))
     {
@@ -53,16 +53,16 @@ private:
 
     Folder m_folder;
     OpenRecorder m_recorder;
-    ByRecorder m_byRecorder;
-    ByHand m_byHand;
-    ByFacade m_byFacade;
+    RecorderSide m_byRecorder;
+    BoundStatementSide m_byHand;
+    FacadeSide m_byFacade;
 };
 
-/// The duration of each call, for each thread.
-class Crowd
+/// Runs each side in its own thread and collects the duration of every call.
+class ThreadPerSide
 {
 public:
-    explicit Crowd(std::vector<std::unique_ptr<RecordingSide>> sides) : m_sides(std::move(sides)) {}
+    explicit ThreadPerSide(std::vector<std::unique_ptr<RecordingSide>> sides) : m_sides(std::move(sides)) {}
 
     void run(unsigned int callsEach)
     {
@@ -112,12 +112,12 @@ void compareRecording(HistorySetting const& setting)
     constexpr char kByHand[] = "bound statements, one transaction";
     constexpr char kByFacade[] = "the facade's insert + update";
     {
-        ThreePeers peers(setting.memoryFolder);
+        ThreeSides peers(setting.memoryFolder);
         std::vector<double> const cpu = secondsPerFault(Meter::CPU, setting.rounds, setting.calls, peers.sides());
         printTimes(kWork, kByHand, cpu[1], cpu[0], 1.15);
         printTimes(kWork, kByFacade, cpu[2], cpu[0], 0.45);
     }
-    ThreePeers peers(setting.diskFolder);
+    ThreeSides peers(setting.diskFolder);
     std::vector<double> const wall = secondsPerFault(Meter::WALL, setting.rounds, setting.durableCalls, peers.sides());
     printTimes(kDurable, kByHand, wall[1], wall[0], 0);
     printTimes(kDurable, kByFacade, wall[2], wall[0], 0.60);
@@ -138,15 +138,15 @@ void compareThreads(HistorySetting const& setting)
     std::vector<std::unique_ptr<RecordingSide>> one;
     std::vector<std::unique_ptr<RecordingSide>> sharing;
     std::vector<std::unique_ptr<RecordingSide>> peers;
-    one.push_back(std::make_unique<ByRecorder>(forOne));
+    one.push_back(std::make_unique<RecorderSide>(forOne));
     for (unsigned int i = 0; i < kThreads; ++i)
     {
-        sharing.push_back(std::make_unique<ByRecorder>(forAll));
-        peers.push_back(std::make_unique<ByHand>(peerPath));
+        sharing.push_back(std::make_unique<RecorderSide>(forAll));
+        peers.push_back(std::make_unique<BoundStatementSide>(peerPath));
     }
-    Crowd alone(std::move(one));
-    Crowd together(std::move(sharing));
-    Crowd byHand(std::move(peers));
+    ThreadPerSide alone(std::move(one));
+    ThreadPerSide together(std::move(sharing));
+    ThreadPerSide byHand(std::move(peers));
     unsigned int const calls = setting.durableCalls;
     std::vector<double> const turns =
         medianTurns(Meter::WALL, setting.rounds,
@@ -174,8 +174,8 @@ void compareRetention(HistorySetting const& setting)
     std::uintmax_t const sizeBefore = kib(keptPath);
     keeping.fill(setting.filledRows - 2 * setting.keptRows);
     growing.fill(setting.filledRows);
-    ByRecorder byKeeping(keeping);
-    ByRecorder byGrowing(growing);
+    RecorderSide byKeeping(keeping);
+    RecorderSide byGrowing(growing);
     std::vector<double> const seconds =
         secondsPerFault(Meter::WALL, setting.rounds, setting.durableCalls, {&byKeeping, &byGrowing});
     std::string const rows = "retention of " + std::to_string(setting.keptRows) + " rows";

@@ -10,7 +10,7 @@
 namespace
 {
 
-/// The text of a statement; there is nothing that it could be compared with.
+/// Generates the text of a statement. It has no baseline.
 class WriteStatement : public Workload
 {
 public:
@@ -26,7 +26,7 @@ public:
 
     void runLibrary() override
     {
-        m_length += (static_cast<SqlTbl<Fault>&>(*m_tbl).*m_generator)(m_faults[m_turn.next()]).size();
+        m_length += (static_cast<SqlTbl<Fault>&>(*m_tbl).*m_generator)(m_faults[m_rotation.next()]).size();
     }
     void runBaseline() override {}
 
@@ -34,17 +34,17 @@ private:
     Generator m_generator;
     std::unique_ptr<FdbSqlFaultTbl> m_tbl = makeTbl<FdbSqlFaultTbl>(kFaultTbl);
     std::array<Fault, kRecords> m_faults;
-    Turn m_turn;
+    Rotation m_rotation;
     std::size_t volatile m_length = 0;
 };
 
-/// One row of cells into the working record, and into one string each.
+/// The library decodes a row into the working record; the baseline copies each cell into a string.
 class DecodeFault : public Workload
 {
 public:
     explicit DecodeFault(std::string const& path)
     {
-        BareConnection const connection(path, BareConnection::SQLITES_OWN);
+        BareConnection const connection(path, BareConnection::SQLITE_DEFAULTS);
         std::string const sql = "SELECT * FROM FdbFaultTbl LIMIT " + std::to_string(kRecords);
         require(sqlite3_get_table(connection.get(), sql.c_str(), &m_cells, &m_rows, &m_columns, nullptr) == SQLITE_OK,
                 "sqlite3_get_table");

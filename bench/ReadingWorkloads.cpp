@@ -10,27 +10,27 @@
 namespace
 {
 
-class ReadFaults : public OnOneFile
+class ReadFaults : public OneFileWorkload
 {
 public:
-    using OnOneFile::OnOneFile;
+    using OneFileWorkload::OneFileWorkload;
 
     void runLibrary() override { require(db.getFaultTbl(m_faults.emplace()) > 0, "getFaultTbl"); }
     void runBaseline() override { connection.getTable("SELECT * FROM \"FdbFaultTbl\""); }
     void clean() override
     {
         m_faults.reset();
-        malloc_trim(0); // Every call finds the heap as the first one of a process does.
+        malloc_trim(0); // Every call starts with a trimmed heap, as the first call of a process does.
     }
 
 private:
     std::optional<FaultTbl> m_faults;
 };
 
-class ReadFaultById : public OnOneFile
+class ReadFaultById : public OneFileWorkload
 {
 public:
-    ReadFaultById(std::string const& path, unsigned int rows) : OnOneFile(path), m_rows(rows)
+    ReadFaultById(std::string const& path, unsigned int rows) : OneFileWorkload(path), m_rows(rows)
     {
         for (unsigned int i = 0; i < kRecords; ++i)
         {
@@ -38,8 +38,8 @@ public:
         }
     }
 
-    void runLibrary() override { require(db.getFaultById(m_fault, id(m_turn.next())) == 0, "getFaultById"); }
-    void runBaseline() override { connection.getTable(m_statements[m_turn.next()]); }
+    void runLibrary() override { require(db.getFaultById(m_fault, id(m_rotation.next())) == 0, "getFaultById"); }
+    void runBaseline() override { connection.getTable(m_statements[m_rotation.next()]); }
 
 private:
     unsigned long long id(unsigned int turn) const { return 1 + 7919ULL * turn % m_rows; }
@@ -47,13 +47,13 @@ private:
     unsigned int m_rows;
     std::array<std::string, kRecords> m_statements;
     Fault m_fault;
-    Turn m_turn;
+    Rotation m_rotation;
 };
 
-class ReadStatisticByCode : public OnOneFile
+class ReadStatisticByCode : public OneFileWorkload
 {
 public:
-    explicit ReadStatisticByCode(std::string const& path) : OnOneFile(path)
+    explicit ReadStatisticByCode(std::string const& path) : OneFileWorkload(path)
     {
         for (unsigned int i = 0; i < kRecords; ++i)
         {
@@ -63,20 +63,20 @@ public:
 
     void runLibrary() override
     {
-        require(db.getFaultStatisticForFC(m_statistic, m_turn.next() + 1) == 0, "getFaultStatisticForFC");
+        require(db.getFaultStatisticForFC(m_statistic, m_rotation.next() + 1) == 0, "getFaultStatisticForFC");
     }
-    void runBaseline() override { connection.getTable(m_statements[m_turn.next()]); }
+    void runBaseline() override { connection.getTable(m_statements[m_rotation.next()]); }
 
 private:
     std::array<std::string, kRecords> m_statements;
     FaultStatistic m_statistic;
-    Turn m_turn;
+    Rotation m_rotation;
 };
 
-class CountStatistics : public OnOneFile
+class CountStatistics : public OneFileWorkload
 {
 public:
-    using OnOneFile::OnOneFile;
+    using OneFileWorkload::OneFileWorkload;
 
     void runLibrary() override { require(db.getFaultStatisticTblErrorNr(m_count) == 0, "getFaultStatisticTblErrorNr"); }
     void runBaseline() override { connection.exec("SELECT COUNT(*) FROM FdbFaultStatisticTbl"); }
@@ -85,10 +85,10 @@ private:
     unsigned short m_count = 0;
 };
 
-class CountActiveStatistics : public OnOneFile
+class CountActiveStatistics : public OneFileWorkload
 {
 public:
-    using OnOneFile::OnOneFile;
+    using OneFileWorkload::OneFileWorkload;
 
     void runLibrary() override
     {

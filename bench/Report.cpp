@@ -55,7 +55,7 @@ void print(Comparison const& line)
 {
     std::printf("| %-44s | %-34s | %11s | %11s | %5s | %7s |\n", line.work.c_str(), line.peer.c_str(),
                 line.peersValue.c_str(), line.value.c_str(), line.ratio.c_str(), line.target.c_str());
-    std::fflush(stdout); // The whole takes minutes.
+    std::fflush(stdout); // Show progress: a run takes minutes.
 }
 
 void printTimes(std::string const& work, std::string const& peer, double peersSeconds, double seconds, double target)

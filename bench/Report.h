@@ -2,17 +2,17 @@
 
 #include <string>
 
-/// Where files cost no waiting, so that what is left is the processor's work.
+/// A folder in memory: access does not wait for a disk, so only CPU time remains.
 char const* memoryFolder();
 
-/// System, processors, SQLite and compiler, in one line.
+/// One line that names system, processors, SQLite and compiler.
 std::string systemText();
 
-/// With a unit that suits it.
+/// The time with a suitable unit.
 std::string timeText(double seconds);
 std::string ratioText(double ratio);
 
-/// One line of a table of peers; what does not apply is empty.
+/// One line of the comparison table; cells that do not apply are empty.
 struct Comparison
 {
     std::string work;
@@ -26,5 +26,6 @@ struct Comparison
 void printComparisonHead();
 void print(Comparison const& line);
 
-/// Prints a line whose values are times; `target` is the largest ratio of the library to its peer, 0 for none.
+/// Prints a line whose values are times. `target` is the largest allowed ratio of the library to its peer; 0 means
+/// none.
 void printTimes(std::string const& work, std::string const& peer, double peersSeconds, double seconds, double target);

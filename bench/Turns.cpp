@@ -32,7 +32,7 @@ double secondsNow(Meter meter)
 
 std::vector<double> medianTurns(Meter meter, unsigned int rounds, std::vector<std::function<void()>> const& sides)
 {
-    std::mt19937 random(1); // The same order in each run.
+    std::mt19937 random(1); // A fixed seed: the same order in each run.
     std::vector<std::size_t> order(sides.size());
     std::iota(order.begin(), order.end(), 0);
     std::vector<std::vector<double>> turns(sides.size());

@@ -8,13 +8,13 @@
 #include <memory>
 #include <string>
 
-constexpr unsigned int kRecords = 64;      ///< different records that are written in turn
-constexpr unsigned int kSmallTable = 1000; ///< faults in a table of which one is read or written
+constexpr unsigned int kRecords = 64;      ///< different records, used in rotation
+constexpr unsigned int kSmallTable = 1000; ///< faults in the table of a workload that reads or writes one row
 
 constexpr char kFaultTbl[] = "FdbFaultTbl";
 constexpr char kStatisticTbl[] = "FdbFaultStatisticTbl";
 
-/// The library's database, open for as long as the object lives.
+/// Keeps the library's database open for its lifetime.
 class OpenDatabase
 {
 public:
@@ -26,7 +26,7 @@ public:
     FaultDb* const db = FaultDb::getInstance();
 };
 
-/// A file for each side.
+/// Two equal files, one for the library and one for the baseline.
 class TwoFiles
 {
 public:
@@ -43,11 +43,11 @@ private:
     Folder m_folder;
 };
 
-/// Both sides on files of their own.
-class OnTwoFiles : public Workload
+/// A workload whose sides write: each has its own file.
+class TwoFileWorkload : public Workload
 {
 public:
-    OnTwoFiles(std::string const& folder, unsigned int faults, BareConnection::Settings settings)
+    TwoFileWorkload(std::string const& folder, unsigned int faults, BareConnection::Settings settings)
         : m_files(folder, faults), m_database(m_files.ownFile()), connection(m_files.baselineFile(), settings)
     {
     }
@@ -61,11 +61,14 @@ protected:
     BareConnection connection;
 };
 
-/// Both sides on one file that holds the same all the time.
-class OnOneFile : public Workload
+/// A workload whose sides share one file, whose content does not change.
+class OneFileWorkload : public Workload
 {
 public:
-    explicit OnOneFile(std::string const& path) : m_database(path), connection(path, BareConnection::AS_THE_LIBRARY) {}
+    explicit OneFileWorkload(std::string const& path)
+        : m_database(path), connection(path, BareConnection::LIBRARY_SETTINGS)
+    {
+    }
 
 private:
     OpenDatabase m_database;
@@ -75,14 +78,14 @@ protected:
     BareConnection connection;
 };
 
-/// Counts up to the number of records and begins anew.
-class Turn
+/// Index of the next record, in rotation.
+class Rotation
 {
 public:
-    unsigned int next() { return m_turn = (m_turn + 1) % kRecords; }
+    unsigned int next() { return m_index = (m_index + 1) % kRecords; }
 
 private:
-    unsigned int m_turn = 0;
+    unsigned int m_index = 0;
 };
 
 template <class Tbl>

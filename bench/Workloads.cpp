@@ -12,16 +12,17 @@
 namespace
 {
 
-enum Use
+enum FileUse
 {
     READ,
     RECORD
 };
 
-/// A file of so many faults that all measurements of one use share: those that read find the same all the time.
-std::string sharedFile(std::string const& folder, unsigned int faults, Use use)
+/// A file with this number of faults, shared by all measurements of one use: workloads that read never see a changed
+/// file.
+std::string sharedFile(std::string const& folder, unsigned int faults, FileUse use)
 {
-    static std::map<std::tuple<std::string, unsigned int, Use>, std::unique_ptr<Folder>> folders;
+    static std::map<std::tuple<std::string, unsigned int, FileUse>, std::unique_ptr<Folder>> folders;
     auto& owned = folders[{folder, faults, use}];
     if (!owned)
     {
@@ -70,7 +71,7 @@ std::vector<Growth> makeGrowths(Setting const& setting)
     Growth count = {"count statistics", 0, {}};
     for (unsigned int const rows : setting.growthRows)
     {
-        auto const file = [memory = setting.memoryFolder, rows](Use use) { return sharedFile(memory, rows, use); };
+        auto const file = [memory = setting.memoryFolder, rows](FileUse use) { return sharedFile(memory, rows, use); };
         record.points.push_back({rows, [=] { return recordIntoFile(file(RECORD)); }});
         read.points.push_back({rows, [=] { return readFaultById(file(READ), rows); }});
         count.points.push_back({rows, [=] { return countStatistics(file(READ)); }});

@@ -5,9 +5,10 @@
 #include <string>
 #include <vector>
 
-/// One thing that is measured: what the library does, and beside it the bare calls that it cannot do without.
+/// One measured piece of work: the library's operation, and as its baseline the bare SQLite calls that it needs.
 ///
-/// Each measurement uses an object of its own. Both sides find the same content and the same connection settings.
+/// Each measurement uses its own object. Both sides find the same content and, unless a workload says otherwise, the
+/// same connection settings.
 class Workload
 {
 public:
@@ -15,14 +16,14 @@ public:
     virtual void runLibrary() = 0;
     virtual void runBaseline() = 0;
 
-    /// Puts aside what a call left behind, so that giving it back is not measured. Not called for single records.
+    /// Releases the results of a call outside the measured time. Called for large workloads only.
     virtual void clean() {}
 };
 
 enum ClockKind
 {
-    CPU_TIME, ///< on files in memory: what the processor does, the system's part included
-    WALL_TIME ///< on a disk: what the caller waits
+    CPU_TIME, ///< user and system time, on files in memory
+    WALL_TIME ///< elapsed time, on a disk
 };
 
 /// A row of the table: how its workload is made, and its target.
@@ -31,18 +32,18 @@ struct WorkloadRow
     std::string name;
     std::string baselineName;
     ClockKind clock;
-    double target; ///< the largest ratio of the library to the baseline; 0 for none
-    bool isLarge;  ///< takes a large part of a second and leaves something to clean
+    double target; ///< largest allowed ratio of the library to the baseline; 0: there is no baseline
+    bool isLarge;  ///< a call takes a large part of a second and leaves results to release
     std::function<std::unique_ptr<Workload>()> make;
 };
 
-/// Where the files lie, and how large the tables are.
+/// Locations of the files, and sizes of the tables.
 struct Setting
 {
     std::string memoryFolder;
     std::string diskFolder;
-    unsigned int tableRows;    ///< of the tables that are read whole
-    unsigned int renumberRows; ///< of one start-up
+    unsigned int tableRows;    ///< rows of a table that is read whole
+    unsigned int renumberRows; ///< rows of the start-up that is renumbered
     std::vector<unsigned int> growthRows;
 };
 
@@ -58,7 +59,7 @@ struct Growth
     };
 
     std::string name;
-    double target; ///< the largest ratio of the last point to the first; 0 for none
+    double target; ///< largest allowed ratio of the last point to the first; 0: none
     std::vector<Point> points;
 };
 

@@ -11,12 +11,13 @@
 namespace
 {
 
-constexpr unsigned int kUpdatedRows = 16; ///< written in turn; an update that changes nothing writes nothing
+constexpr unsigned int kUpdatedRows = 16; ///< fewer than the records, as SQLite skips an update that changes nothing
 
-class RecordFault : public OnTwoFiles
+class RecordFault : public TwoFileWorkload
 {
 public:
-    explicit RecordFault(std::string const& folder) : OnTwoFiles(folder, kSmallTable, BareConnection::AS_THE_LIBRARY)
+    explicit RecordFault(std::string const& folder)
+        : TwoFileWorkload(folder, kSmallTable, BareConnection::LIBRARY_SETTINGS)
     {
         auto const tbl = makeTbl<FdbSqlFaultTbl>(kFaultTbl);
         for (unsigned int i = 0; i < kRecords; ++i)
@@ -26,27 +27,27 @@ public:
         }
     }
 
-    void runLibrary() override { require(db.insert(m_faults[m_turn.next()]) == 0, "insert"); }
+    void runLibrary() override { require(db.insert(m_faults[m_rotation.next()]) == 0, "insert"); }
 
     void runBaseline() override
     {
-        connection.exec(m_statements[m_turn.next()]);
+        connection.exec(m_statements[m_rotation.next()]);
         connection.getTable("SELECT * FROM FdbFaultTbl WHERE EntryId=(select max(EntryId) from FdbFaultTbl)");
     }
 
 private:
     std::array<Fault, kRecords> m_faults;
     std::array<std::string, kRecords> m_statements;
-    Turn m_turn;
+    Rotation m_rotation;
 };
 
-/// The code that a user would write without the library: a statement that is prepared once, on a connection left as it
-/// is.
-class RecordFaultDurably : public OnTwoFiles
+/// The baseline is the code that a user would write without the library: one prepared statement on a connection with
+/// SQLite's defaults.
+class RecordFaultDurably : public TwoFileWorkload
 {
 public:
     explicit RecordFaultDurably(std::string const& folder)
-        : OnTwoFiles(folder, kSmallTable, BareConnection::SQLITES_OWN)
+        : TwoFileWorkload(folder, kSmallTable, BareConnection::SQLITE_DEFAULTS)
     {
         for (unsigned int i = 0; i < kRecords; ++i)
         {
@@ -59,11 +60,11 @@ public:
     }
     ~RecordFaultDurably() override { sqlite3_finalize(m_statement); }
 
-    void runLibrary() override { require(db.insert(m_faults[m_turn.next()]) == 0, "insert"); }
+    void runLibrary() override { require(db.insert(m_faults[m_rotation.next()]) == 0, "insert"); }
 
     void runBaseline() override
     {
-        Fault const& fault = m_faults[m_turn.next()];
+        Fault const& fault = m_faults[m_rotation.next()];
         bindText(1, fault.DateTimeString);
         sqlite3_bind_int64(m_statement, 2, fault.FaultCode);
         bindText(3, fault.FaultCodeName);
@@ -91,14 +92,14 @@ private:
 
     std::array<Fault, kRecords> m_faults;
     sqlite3_stmt* m_statement = nullptr;
-    Turn m_turn;
+    Rotation m_rotation;
 };
 
-/// The library alone, on a file that is given back the size that it had.
-class RecordIntoFile : public OnOneFile
+/// The library alone. The destructor removes the added rows, so that the number of rows in the file stays the same.
+class RecordIntoFile : public OneFileWorkload
 {
 public:
-    explicit RecordIntoFile(std::string const& path) : OnOneFile(path)
+    explicit RecordIntoFile(std::string const& path) : OneFileWorkload(path)
     {
         require(db.insert(m_fault) == 0, "insert");
         m_firstKey = m_fault.EntryId;
@@ -116,10 +117,11 @@ private:
     unsigned long long m_firstKey = 0;
 };
 
-class UpdateFault : public OnTwoFiles
+class UpdateFault : public TwoFileWorkload
 {
 public:
-    explicit UpdateFault(std::string const& folder) : OnTwoFiles(folder, kSmallTable, BareConnection::AS_THE_LIBRARY)
+    explicit UpdateFault(std::string const& folder)
+        : TwoFileWorkload(folder, kSmallTable, BareConnection::LIBRARY_SETTINGS)
     {
         auto const tbl = makeTbl<FdbSqlFaultTbl>(kFaultTbl);
         for (unsigned int i = 0; i < kRecords; ++i)
@@ -131,20 +133,20 @@ public:
         }
     }
 
-    void runLibrary() override { require(db.update(m_faults[m_turn.next()]) == 0, "update"); }
-    void runBaseline() override { connection.exec(m_statements[m_turn.next()]); }
+    void runLibrary() override { require(db.update(m_faults[m_rotation.next()]) == 0, "update"); }
+    void runBaseline() override { connection.exec(m_statements[m_rotation.next()]); }
 
 private:
     std::array<Fault, kRecords> m_faults;
     std::array<std::string, kRecords> m_statements;
-    Turn m_turn;
+    Rotation m_rotation;
 };
 
-class UpdateStatistic : public OnTwoFiles
+class UpdateStatistic : public TwoFileWorkload
 {
 public:
     explicit UpdateStatistic(std::string const& folder)
-        : OnTwoFiles(folder, kSmallTable, BareConnection::AS_THE_LIBRARY)
+        : TwoFileWorkload(folder, kSmallTable, BareConnection::LIBRARY_SETTINGS)
     {
         auto const tbl = makeTbl<FdbSqlFaultStatisticTbl>(kStatisticTbl);
         for (unsigned int i = 0; i < kRecords; ++i)
@@ -156,22 +158,23 @@ public:
         }
     }
 
-    void runLibrary() override { require(db.update(m_statistics[m_turn.next()]) == 0, "update"); }
-    void runBaseline() override { connection.exec(m_statements[m_turn.next()]); }
+    void runLibrary() override { require(db.update(m_statistics[m_rotation.next()]) == 0, "update"); }
+    void runBaseline() override { connection.exec(m_statements[m_rotation.next()]); }
 
 private:
     std::array<FaultStatistic, kRecords> m_statistics;
     std::array<std::string, kRecords> m_statements;
-    Turn m_turn;
+    Rotation m_rotation;
 };
 
-/// All faults of one start-up get another start-up id.
-class Renumber : public OnTwoFiles
+/// Gives all faults of one start-up another start-up id.
+class Renumber : public TwoFileWorkload
 {
 public:
-    Renumber(std::string const& folder, unsigned int rows) : OnTwoFiles(folder, rows, BareConnection::AS_THE_LIBRARY)
+    Renumber(std::string const& folder, unsigned int rows)
+        : TwoFileWorkload(folder, rows, BareConnection::LIBRARY_SETTINGS)
     {
-        // Without the statistics, so that there are as many rows as the name says.
+        // Take the statistics out of the renumbering, so that it moves exactly `rows` rows.
         connection.exec("UPDATE FdbFaultStatisticTbl SET RdbStartupId=0");
         for (unsigned int i = 1; i <= kStatistics; ++i)
         {

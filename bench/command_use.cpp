@@ -1,5 +1,5 @@
-// Runs a program and prints what it took: processor time and wall time in milliseconds, wall time to the first byte of
-// standard output, and the peak of its memory in KiB.
+// Runs a program and prints its cost: CPU time and wall time in milliseconds, wall time to the first byte of standard
+// output in milliseconds, and peak memory in KiB.
 //
 //   command_use PROGRAM ARGUMENT...
 

@@ -1,5 +1,5 @@
-// Prints how much heap a database takes: after opening it, and after the first fault was recorded and read. What the
-// process takes without one is not counted.
+// Prints how much heap a database takes: after opening it, and after recording and reading the first fault. The heap
+// that the process uses before is not counted.
 //
 //   heap_use FILE
 

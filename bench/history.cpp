@@ -1,7 +1,7 @@
-// Measures recorder and reader beside their peers, in one run, and prints the ratios.
+// Measures recorder and reader and the alternatives to them in one run, and prints the ratios.
 //
 //   history_bench [--tiny] [--disk FOLDER] [--tool FIRAIM]
-//   history_bench --read-peak FILE    reads all faults of a file and prints the largest memory of this process, in KiB
+//   history_bench --read-peak FILE    reads all faults of a file and prints the peak memory of this process, in KiB
 
 #include "Files.h"
 #include "HistoryTables.h"
@@ -22,7 +22,7 @@ HistorySetting wholeSetting()
             100'000,        100'000,    1000, 1'000'000, 20'000, 100'000, 20};
 }
 
-/// A size that takes no time, so that the tests can run every benchmark.
+/// A tiny size, so that the tests can run every benchmark.
 HistorySetting tinySetting()
 {
     return {memoryFolder(), memoryFolder(), "", 1, 3, 2, 5, 20, 20, 10, 30, 10, 10, 2};
@@ -37,16 +37,16 @@ std::string loadText()
 
 void printAll(HistorySetting const& setting)
 {
-    std::printf("%s\nCPU time on files in %s, durable calls and what they wait on files in %s\n", systemText().c_str(),
+    std::printf("%s\nCPU time on files in %s, elapsed time of durable calls on files in %s\n", systemText().c_str(),
                 setting.memoryFolder.c_str(), setting.diskFolder.c_str());
 #ifndef NDEBUG
-    std::printf("built without optimisation: the times say nothing\n");
+    std::printf("built without optimisation: the times mean nothing\n");
 #endif
     std::printf("medians of %u interleaved turns; %s before\n\n", setting.rounds, loadText().c_str());
     printComparisonHead();
     compareRecording(setting);
     compareThreads(setting);
-    measureBesideImporters(setting);
+    measureRecordingBesideImporters(setting);
     compareReading(setting);
     compareImport(setting);
     compareRetention(setting);
@@ -59,7 +59,7 @@ void printAll(HistorySetting const& setting)
 int main(int argc, char** argv)
 {
     std::vector<std::string> const arguments(argv + 1, argv + argc);
-    std::cout.rdbuf(nullptr); // The library's own lines.
+    std::cout.rdbuf(nullptr); // Drop the library's log lines.
     if (arguments.size() == 2 && arguments[0] == "--read-peak")
     {
         printReadingPeak(arguments[1]);

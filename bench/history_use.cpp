@@ -1,5 +1,5 @@
-// Prints how much heap a recorder takes, and how much stack each of its calls. What the process and an empty thread
-// take without one is not counted.
+// Prints how much heap a recorder takes, and how much stack each of its calls takes. The heap that the process uses
+// before, and the stack of an empty thread, are not counted.
 //
 //   history_use FILE
 
@@ -23,7 +23,7 @@ std::size_t inUse()
     return mallinfo2().uordblks;
 }
 
-/// A stack that shows how far it was used.
+/// A stack filled with a pattern, which shows how much of it was used.
 class PaintedStack
 {
 public:
@@ -38,7 +38,7 @@ public:
 
     bool isUsable() const { return m_bottom != MAP_FAILED; }
 
-    /// Runs `work` in a thread on this stack; how many bytes that took, 0 when it failed.
+    /// Runs `work` in a thread on this stack. Returns the number of bytes used; 0 when it failed.
     std::size_t useOf(Work const& work)
     {
         std::fill(m_bottom, m_bottom + kSize, kPaint);
@@ -100,7 +100,7 @@ int main(int argc, char** argv)
     event.module = "sensor 12";
     event.description = "channel 4 reports a value outside its range";
 
-    // The heap first: a thread that ends may leave some.
+    // Measure the heap first: a thread that ends may leave memory allocated.
     std::size_t const before = inUse();
     auto recorder = std::make_unique<firaim::FaultRecorder>();
     isAllDone = isAllDone && recorder->open(argv[1]) == firaim::HISTORY_OK;

@@ -1,10 +1,10 @@
-// Measures the library beside the bare SQLite calls that it stands on, in one run, and prints the ratios.
+// Measures the library and, as its baseline, the bare SQLite calls that it needs, in one run, and prints the ratios.
 //
 //   firaim_bench [--tiny] [--disk FOLDER] [Google Benchmark's options]
-//   firaim_bench --names                            the workloads at a size that suits a slow tool, one a line: its
-//                                                   name, "|", and "baseline" where there is one
-//   firaim_bench --repeat NAME SIDE TIMES           runs the library or the baseline of one so often, for a profiler
-//   firaim_bench --peak nothing|SIDE|records        prints the largest memory, in KiB, of a process that reads 100,000
+//   firaim_bench --names                            lists the workloads at a size for a slow tool, one a line: its
+//                                                   name, "|", and "baseline" when it has one
+//   firaim_bench --repeat NAME SIDE TIMES           runs one side of a workload TIMES times, for a profiler
+//   firaim_bench --peak nothing|SIDE|records        prints the peak memory, in KiB, of a process that reads 100,000
 //                                                   faults, or holds them without having read them
 //   firaim_bench --start PROGRAM...                 prints how long each program takes to start and end
 //
@@ -29,7 +29,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// A name that a counter of instructions can be told.
+/// Has a fixed symbol name, which scripts/bench passes to the tool that counts instructions.
 extern "C" __attribute__((noinline)) void firaim_bench_measured(Workload& workload, bool isLibrary)
 {
     isLibrary ? workload.runLibrary() : workload.runBaseline();
@@ -63,12 +63,12 @@ public:
                 m_seconds[run.run_name.function_name].push_back(seconds / static_cast<double>(run.iterations));
             }
         }
-        std::fputc('.', stderr); // A sign of life: the whole takes minutes.
+        std::fputc('.', stderr); // Show progress: a run takes minutes.
     }
 
     void Finalize() override { std::fputc('\n', stderr); }
 
-    /// In seconds for each call; 0 when an option has left the benchmark out.
+    /// Seconds for each call; 0 when an option left the benchmark out.
     double of(std::string const& name) const
     {
         auto const found = m_seconds.find(name);
@@ -89,7 +89,7 @@ private:
 void measure(benchmark::State& state, WorkloadRow const& workload, void (Workload::*side)())
 {
     auto const object = workload.make();
-    ((*object).*side)(); // Once unmeasured: caches are warm and files have their journals.
+    ((*object).*side)(); // One call is not measured: it warms the caches and creates the journals.
     object->clean();
     for (auto _ : state)
     {
@@ -113,11 +113,11 @@ void registerSide(WorkloadRow const& workload, std::string const& name, void (Wo
     }
 }
 
-/// Allocations of the program and of SQLite for one call of the library, as text.
+/// Text with the allocations of the program and of SQLite for one call of the library.
 std::string allocationText(WorkloadRow const& workload)
 {
-    constexpr unsigned int kCalls =
-        64; // Every record of a workload comes round, so that no text is longer than before.
+    // The number of different records: after one round, no text is longer than one before.
+    constexpr unsigned int kCalls = 64;
     auto const object = workload.make();
     unsigned int const calls = workload.isLarge ? 1 : kCalls;
     for (unsigned int i = 0; i < calls; ++i)
@@ -140,7 +140,7 @@ std::string allocationText(WorkloadRow const& workload)
 void printEnvironment(Setting const& setting)
 {
     std::printf("%s\n", systemText().c_str());
-    std::printf("CPU time on files in %s, what a caller waits on files in %s\n", setting.memoryFolder.c_str(),
+    std::printf("CPU time on files in %s, elapsed time on files in %s\n", setting.memoryFolder.c_str(),
                 setting.diskFolder.c_str());
     std::printf("a fault's INSERT text has %zu bytes on average; medians of interleaved repetitions\n\n",
                 meanStatementSize());
@@ -176,7 +176,7 @@ void printGrowths(std::vector<Growth> const& growths, Medians const& medians)
 {
     if (medians.of(growthName(growths.front(), growths.front().points.back())) == 0)
     {
-        return; // Left out by an option.
+        return; // An option left it out.
     }
     std::printf("\n| %-28s |", "faults in the file");
     for (Growth::Point const& point : growths.front().points)
@@ -244,7 +244,7 @@ int repeat(std::string const& name, bool isLibrary, unsigned long times)
 {
     std::vector<WorkloadRow> const workloads = makeWorkloads(kCounted);
     auto const object = find(workloads, name).make();
-    // Once not counted, as when times are taken.
+    // One call is not counted, as in `measure`.
     isLibrary ? object->runLibrary() : object->runBaseline();
     object->clean();
     for (unsigned long i = 0; i < times; ++i)
@@ -255,7 +255,7 @@ int repeat(std::string const& name, bool isLibrary, unsigned long times)
     return 0;
 }
 
-/// Reads a whole table, or copies its records, and prints the memory at the peak.
+/// Reads a whole table, or creates its records, and prints the peak memory.
 int printPeak(std::string const& side)
 {
     Folder const folder(kWhole.memoryFolder);
@@ -269,7 +269,7 @@ int printPeak(std::string const& side)
     }
     else if (side == "baseline")
     {
-        BareConnection(path, BareConnection::AS_THE_LIBRARY).getTable("SELECT * FROM FdbFaultTbl");
+        BareConnection(path, BareConnection::LIBRARY_SETTINGS).getTable("SELECT * FROM FdbFaultTbl");
     }
     else if (side == "records")
     {
@@ -285,7 +285,7 @@ int printPeak(std::string const& side)
     return 0;
 }
 
-/// Runs the programs in turn and prints the median time that each takes.
+/// Runs the programs in rotation and prints the median time of each, in microseconds.
 int printStarts(std::vector<std::string> const& programs)
 {
     constexpr unsigned int kRounds = 301;
@@ -318,7 +318,7 @@ int printStarts(std::vector<std::string> const& programs)
 int main(int argc, char** argv)
 {
     allocationCount::install();
-    std::cout.rdbuf(nullptr); // The library's own lines.
+    std::cout.rdbuf(nullptr); // Drop the library's log lines.
     std::vector<std::string> const arguments(argv + 1, argv + argc);
     if (arguments.size() == 4 && arguments[0] == "--repeat")
     {
@@ -341,7 +341,7 @@ int main(int argc, char** argv)
         return printStarts({arguments.begin() + 1, arguments.end()});
     }
     Setting setting = kWhole;
-    // Short and many, the sides in random order: what disturbs the machine for a while then disturbs both.
+    // Many short repetitions, the sides in random order: a passing disturbance of the machine affects both.
     std::vector<std::string> options = {argv[0], "--benchmark_repetitions=21", "--benchmark_min_time=0.05",
                                         "--benchmark_enable_random_interleaving=true"};
     for (std::size_t i = 0; i < arguments.size(); ++i)

@@ -1,3 +1,3 @@
-// Starts and ends: what that takes is what loading its shared objects takes.
+// Starts and ends at once: its run time is the time to load its shared objects.
 
 int main() {}
