@@ -1,21 +1,21 @@
 # shellcheck shell=bash
-# Sourced by the scripts that test, from the root of the tree: how they build, run and show the parts of a test.
+# Functions that build, run and report the stages of a test. The test scripts source this from the root of the tree.
 
 logs=build/logs
-# shellcheck disable=SC2034 # For the scripts that source this.
+# shellcheck disable=SC2034 # Used by the scripts that source this.
 jobs=$(nproc)
 harnesses='power cuts|recorder power cuts|recorder faults|setting aside|killed|many processes|storage faults|memory faults|full disk|random operations|damaged files|threads'
-# The presets other than clang mean g++ whatever the caller's shell is set up for.
+# All presets but clang use g++, whatever the caller's environment says.
 export CXX=g++
-# Durability is tested on a model of a disk, and need not be paid for by every other test.
+# Keep the tests' files in memory: durability is tested on a disk model and needs no real synchronisation.
 [[ ! -w /dev/shm ]] || export TEST_TMPDIR=/dev/shm
 unset CXXFLAGS CPPFLAGS LDFLAGS
 
-# Configures and builds a preset, or the target that is named behind it.
+# Configures a preset and builds it, or only the target given as second argument.
 build()
 {
-    # Said again, as an earlier configuration by hand may have left something else in the folder.
-    # No test runs the examples and benchmarks, so the sanitizers would find nothing in them.
+    # Set each option, as an earlier configuration by hand may have left another value in the folder.
+    # The sanitizers need no examples and benchmarks, as no test runs those.
     local programs=ON
     [[ $1 != *sanitize ]] || programs=OFF
     cmake --preset "$1" -DFIRAIM_BUILD_TESTS=ON -DFIRAIM_BUILD_EXAMPLES=$programs \
@@ -32,7 +32,7 @@ run_tests()
 export -f build run_tests
 export jobs
 
-# Runs the stage NAME, or, when the script was called with the name of a stage, only that one.
+# Runs the stage NAME. When the script was called with the name of a stage, all others are skipped.
 only=${1-}
 has_run=false
 stage()
@@ -51,7 +51,7 @@ stage()
     echo "ok ($((SECONDS - start)) s)"
 }
 
-# Ends a script that was called with the name of a stage.
+# Ends a script that was called with the name of a stage; fails when there is no such stage.
 end_of_one_stage()
 {
     [[ -n $only ]] || return 0
@@ -62,7 +62,7 @@ end_of_one_stage()
     exit 0
 }
 
-# The reliability harnesses say what they tried; ctest keeps that to itself when they pass.
+# Prints the counts of the reliability harnesses, as ctest does not print the output of tests that pass.
 counts()
 {
     echo
