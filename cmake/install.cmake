@@ -1,10 +1,11 @@
-# What an installation holds, and how CMake and pkg-config are told of it. The components are the Debian packages.
+# The content of an installation, and the files through which CMake and pkg-config find it. Each component is a Debian
+# package.
 
 include(CMakePackageConfigHelpers)
 
-# libdb.so.0 lies in a folder of its own and without a link-time name: other packages have a library of that name.
+# libdb.so.0 has a private folder and no link-time name, as other packages have a library of the same name.
 set(private_libdir "${CMAKE_INSTALL_LIBDIR}/firaim")
-# Programs that call both libraries load both by name, and have to find ours, too.
+# A program that calls both libraries has a dependency on libdb.so.0 itself, and must find ours.
 target_link_options(firaim_db INTERFACE
     "$<INSTALL_INTERFACE:LINKER:--disable-new-dtags,-rpath,$<INSTALL_PREFIX>/${private_libdir}>")
 

@@ -1,5 +1,5 @@
-# Debian packages, made by scripts/package: the run time and what is needed to build against it, for the facade
-# and for the history library, and the command.
+# The Debian packages, built by scripts/package: run time and development package of the facade and of the history
+# library, and the command.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "firaim developers <firaim@example.org>")
@@ -14,21 +14,21 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(version "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
 
-# Named after the shared object that callers depend on. The other one is nobody's but firaim's, so no entry for it.
+# Named after firaim.so.0, which callers link to. libdb.so.0 has no shlibs entry, as it is private to firaim.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME firaim0)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Applications record the faults of an embedded device through this library.
 A fault that was acknowledged survives the power cut that follows.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libsqlite3-0 (>= ${sqlite_minimum})")
-# The libraries share what is no interface for others, so they are of one version.
+# The libraries share private interfaces, so their versions must be equal.
 set(CPACK_DEBIAN_HISTORY_PACKAGE_DEPENDS "firaim0 (= ${version}), libsqlite3-0 (>= ${sqlite_minimum})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "firaim0 (= ${version}), libfiraim-history0 (= ${version})")
 if(CMAKE_CROSSCOMPILING)
-    # Debian's tool for the others knows only this machine's packages. These are what the cross compiler builds for.
+    # dpkg-shlibdeps knows only the build machine's packages, so name the versions that the cross compiler builds for.
     set(run_time "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= ${CMAKE_CXX_COMPILER_VERSION})")
     string(APPEND CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS ", ${run_time}")
     string(APPEND CPACK_DEBIAN_HISTORY_PACKAGE_DEPENDS ", ${run_time}")
-    # The packages of utf8proc carry the number of its interface in their names.
+    # The name of the utf8proc package contains the number of its binary interface.
     file(GLOB utf8proc LIST_DIRECTORIES FALSE "${FIRAIM_SYSROOT}/usr/lib/*/libutf8proc.so.?")
     string(REGEX REPLACE ".*\\.so\\." "libutf8proc" utf8proc "${utf8proc}")
     string(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
@@ -50,7 +50,7 @@ describe_library(HISTORY libfiraim-history libfiraim-history0)
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libfiraim-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-# pkg-config finds no package whose private requirements are missing.
+# pkg-config does not find a package whose private requirements are missing.
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "firaim0 (= ${version}), libsqlite3-dev (>= ${sqlite_minimum})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "This package holds what is needed to build against the library: headers,
 and what CMake and pkg-config ask for.")
@@ -64,15 +64,15 @@ set(CPACK_DEBIAN_HISTORY_DEVELOPMENT_PACKAGE_NAME libfiraim-history-dev)
 set(CPACK_DEBIAN_HISTORY_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_HISTORY_DEVELOPMENT_PACKAGE_DEPENDS
     "libfiraim-history0 (= ${version}), libfiraim-dev (= ${version})")
-set(CPACK_COMPONENT_HISTORY_DEVELOPMENT_DESCRIPTION "This package holds what is needed to build against the recorder and
-the reader: headers, and what CMake and pkg-config ask for.")
+set(CPACK_COMPONENT_HISTORY_DEVELOPMENT_DESCRIPTION "This package holds the headers of the recorder and the reader, and
+the files for CMake and pkg-config.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME firaim)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_COMPONENT_TOOLS_DESCRIPTION "This package holds the command firaim, with which people
-and test rigs record faults, look at a file, follow it and hand it over.")
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "This package holds the command firaim. People and test
+rigs use it to record faults, and to inspect, follow and export a fault history.")
 
-# What Debian wants with each package, and no other installation.
+# Debian requires a changelog and a copyright file in each package; other installations do not have them.
 file(READ CHANGELOG.md changelog)
 string(REGEX MATCH "## \\[([0-9.]+)\\] - ([0-9-]+)" heading "${changelog}")
 if(NOT CMAKE_MATCH_1 STREQUAL PROJECT_VERSION)
