@@ -33,7 +33,7 @@ bool EventModel::isCodeActive(std::uint32_t code) const
     return !activeTriples(code).empty();
 }
 
-/// A recorder is opened on the file as it is.
+/// Models the opening of a recorder on the present content.
 void EventModel::begin(RecorderOptions const& options)
 {
     m_options = options;
@@ -64,7 +64,7 @@ std::string EventModel::codeName(FaultEvent const& event) const
     bool const isNamed = builtIn.str().rfind("UNKNOWN_FAULT_CODE(", 0) != 0;
     auto const found = m_statistics.find(static_cast<std::uint32_t>(event.code));
     std::string const known = found != m_statistics.end() ? found->second.record.FaultCodeName : "";
-    // "n/a" is how a missing text is read.
+    // A missing text is read as "n/a".
     return isNamed || known.empty() || known == "n/a" ? builtIn.str() : known;
 }
 
@@ -166,7 +166,7 @@ void EventModel::requireRow(Row const& row, Fault const& read) const
     std::optional<std::int64_t> const time = timeOf(read.TimeStampUTC, row.unit);
     fuzz::require(read.DateTimeString == event.dateTimeText.value_or(time ? utcText(*time) : ""),
                   "the date is that of the stamp");
-    // Texts of this form and of our years are in the order of their times.
+    // Texts of this form sort like their times for years of four digits.
     fuzz::require(event.systemTimeText ? read.SystemDateTimeString == *event.systemTimeText
                                        : read.SystemDateTimeString >= utcText(row.moments.begin) &&
                                              read.SystemDateTimeString <= utcText(row.moments.end),

@@ -15,7 +15,7 @@ void require(bool holds, char const* what)
 {
     if (!holds)
     {
-        static_cast<void>(std::fprintf(stderr, "NOT HELD: %s\n", what));
+        static_cast<void>(std::fprintf(stderr, "FAILED: %s\n", what));
         std::abort();
     }
 }
@@ -35,7 +35,7 @@ MemoryDir::MemoryDir()
 
 MemoryDir::~MemoryDir()
 {
-    std::error_code ignored; // Files that are left over are no finding.
+    std::error_code ignored; // Leftover files are not a finding.
     std::filesystem::remove_all(m_path, ignored);
 }
 
@@ -57,7 +57,7 @@ void removeDatabase(std::string const& path)
 {
     for (char const* suffix : {"", "-journal", "-wal", "-shm"})
     {
-        static_cast<void>(std::remove((path + suffix).c_str())); // Most of them are not there.
+        static_cast<void>(std::remove((path + suffix).c_str())); // Most of these files do not exist.
     }
 }
 

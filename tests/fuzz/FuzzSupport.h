@@ -9,17 +9,18 @@
 #include <string_view>
 #include <vector>
 
-/// Shared by the fuzz targets. A finding is a process that aborts, so `require` is their only expectation.
+/// Functions that the fuzz targets share. libFuzzer reports an aborted process as a finding, so the targets check with
+/// `require` only.
 namespace fuzz
 {
 
-/// Ends the process with `what` on standard error unless `holds`.
+/// Unless `holds`, prints `what` to standard error and aborts the process.
 void require(bool holds, char const* what);
 
-/// Takes the library's log lines away: they would cost more than what is tested.
+/// Drops the library's log lines, which would take more time than the tested code.
 void silenceLog();
 
-/// A fresh directory in memory where there is one, removed when the process ends in the ordinary way.
+/// A fresh directory, in memory if possible. Removed when the process exits normally.
 class MemoryDir
 {
 public:
@@ -37,15 +38,15 @@ private:
 std::string readFile(std::string const& path);
 void writeFile(std::string const& path, std::string_view bytes);
 
-/// Removes the database file and what SQLite keeps beside it.
+/// Removes the database file, its journal and its write-ahead log.
 void removeDatabase(std::string const& path);
 
 using Cells = std::vector<std::optional<std::string>>;
 
-/// The rows of `sql` as SQLite gives them; a statement that fails is a finding.
+/// The rows that SQLite itself returns for `sql`. A failing statement is a finding.
 std::vector<Cells> rawRows(sqlite3* db, std::string const& sql);
 
-/// The input of a target that is read from its beginning, number by number; behind its end there are zeros.
+/// The input of a target, read from the beginning. Zeros follow its end.
 class Input
 {
 public:
@@ -56,16 +57,16 @@ public:
     std::size_t byte();
     /// The next eight bytes.
     std::uint64_t number();
-    /// The next bytes, as many as there are up to `size`.
+    /// The next `size` bytes, or the rest if it is shorter.
     std::string bytes(std::size_t size);
-    /// A length and so many bytes. Most texts are short, so that the same ones come again; some need several pages.
+    /// Reads a length and as many bytes. Most texts are short, so that equal ones occur; some need several pages.
     std::string text();
 
 private:
     std::string_view m_rest;
 };
 
-/// The pieces of `text` between the separators; always at least one.
+/// Splits `text` at the separators into at least one piece.
 std::vector<std::string_view> split(std::string_view text, char separator);
 
 } // namespace fuzz

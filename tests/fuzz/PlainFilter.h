@@ -9,12 +9,12 @@
 #include <map>
 #include <vector>
 
-// The reading of faults in its plainest form, for comparison with the library's.
+// A reference implementation of reading faults, for comparison with the library's.
 
-/// The fault that the cells of a row of the fault table mean.
+/// Decodes the cells of a row of the fault table.
 Fault decoded(fuzz::Cells const& cells);
 
-/// Whether all members are the same.
+/// Returns true when all members are equal.
 bool areSame(Fault const& a, Fault const& b);
 
 /// A fault and the key of its row.
@@ -24,5 +24,5 @@ struct Found
     Fault fault;
 };
 
-/// The answer to a query: of all faults by key, those that it asks for, in its order.
+/// The result of a query on `faults`, which are sorted by key: the matching faults, in the order of the query.
 std::vector<Found> filtered(std::map<std::int64_t, Fault> const& faults, firaim::FaultQuery const& query);

@@ -10,9 +10,9 @@
 #include <string>
 #include <string_view>
 
-/// The text that a literal with `text` between its quotes stands for; none when it would end before.
+/// The value of an SQL literal with `text` between its quotes; none when `text` would end the literal early.
 std::optional<std::string> stored(std::string_view text);
 
-/// The cells of the row that a record is stored as under `key`.
+/// The cells of the row in which a record is stored with `key`.
 fuzz::Cells cellsOf(Fault const& f, std::size_t key);
 fuzz::Cells cellsOf(FaultStatistic const& s, std::size_t key);

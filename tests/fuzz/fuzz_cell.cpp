@@ -1,6 +1,6 @@
-// One cell through the number conversion, against the standard stream extraction in the classic locale.
+// Compares the conversion of a cell to a number with the standard stream extraction in the classic locale.
 //
-// Input: the text of the cell. An empty input stands for NULL.
+// Input: the text of the cell. An empty input means NULL.
 
 #include "FuzzSupport.h"
 
@@ -15,7 +15,7 @@
 namespace
 {
 
-/// A locale that reads and writes numbers unlike the classic one.
+/// A locale whose number format differs from the classic one.
 class Grouping : public std::numpunct<char>
 {
     char do_thousands_sep() const override { return '.'; }
@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
 {
-    // Exactly as long as the text, so that the address sanitizer sees every byte too far.
+    // Allocate exactly the size of the text, so that the address sanitizer detects every read beyond it.
     std::unique_ptr<char[]> cell;
     if (size > 0)
     {

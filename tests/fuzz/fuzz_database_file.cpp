@@ -1,4 +1,4 @@
-// The bytes of a database file through opening, every read, both counts and the move to another start-up id.
+// Opens a database file of any bytes, then calls every read, both counts and the renumbering of a start-up id.
 
 #include "FuzzSupport.h"
 
@@ -60,7 +60,7 @@ void use(FaultDb& db)
 {
     readTables(db);
     readSingly(db);
-    fuzz::require(db.updateRdbStartup(8, 7) == RESULT_OK, "updateRdbStartup succeeds whatever happens to single rows");
+    fuzz::require(db.updateRdbStartup(8, 7) == RESULT_OK, "updateRdbStartup succeeds even if rows cannot be updated");
     readTables(db);
     fuzz::require(db.closeDb() == RESULT_OK, "the file can be closed");
 }
@@ -79,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
 {
     std::string_view const bytes(reinterpret_cast<char const*>(data), size);
     fuzz::writeFile(path, bytes);
-    FaultDb db; // A new one: after a refused file the facade stays open by name.
+    FaultDb db; // Use a new object for each input, as after a refused file the facade stays open by name.
     int result = db.openDb(path, false);
     if (result == RESULT_VERSION_MISMATCH)
     {

@@ -1,8 +1,8 @@
-// Events through a recorder, against a model: each event that is accepted is read back byte for byte under its key, a
-// refused one writes nothing, and the statistics are what the model has counted.
+// Compares a recorder with a model: each accepted event is read back byte for byte under its key, a refused event
+// writes nothing, and the statistics equal those of the model.
 //
-// Input: a byte that says which recorder is used, for one of its own two bytes for its options, then calls. The first
-// byte of a call says what is called, the second which members of the event are given; the members follow.
+// Input: a byte that selects the file's recorder or a new one, two bytes with the options of a new one, then calls. The
+// first byte of a call selects the operation, the second the members of the event that are set; the members follow.
 
 #include "EventModel.h"
 #include "FuzzSupport.h"
@@ -26,7 +26,7 @@ constexpr std::size_t kMaxCalls = 12;
 constexpr std::size_t kMaxEventsOfCall = 4;
 constexpr std::uint64_t kMostStamp = std::numeric_limits<std::int64_t>::max();
 constexpr std::uint64_t kMostCode = std::numeric_limits<std::uint32_t>::max();
-constexpr std::chrono::seconds kTimeout(60); ///< on a busy machine; nobody else has the file
+constexpr std::chrono::seconds kTimeout(60); ///< for a busy machine; no other process uses the file
 
 unsigned int upTime()
 {
@@ -100,7 +100,7 @@ bool isRefused(FaultEvent const& event)
     return hasZero || event.code > kMostCode || event.time.value_or(0) > kMostStamp;
 }
 
-/// The file, which each input finds empty. What looks at it stays open, as opening takes longest.
+/// The file, which is empty at the start of each input. Its connections stay open, as opening takes most of the time.
 class File
 {
 public:
@@ -128,7 +128,7 @@ private:
 
 File::File() : m_path(m_dir.file("faults.db"))
 {
-    fuzz::require(m_recorder.open(m_path, options()) == HISTORY_OK, "a file can be made");
+    fuzz::require(m_recorder.open(m_path, options()) == HISTORY_OK, "a file can be created");
     fuzz::require(m_reader.open(m_path) == HISTORY_OK, "the file can be read");
     fuzz::require(sqlite3_open(m_path.c_str(), &m_db) == SQLITE_OK, "SQLite opens the file");
     exec("PRAGMA journal_mode=PERSIST; PRAGMA synchronous=OFF");
@@ -144,7 +144,7 @@ void File::exec(char const* sql)
     fuzz::require(sqlite3_exec(m_db, sql, nullptr, nullptr, nullptr) == SQLITE_OK, sql);
 }
 
-/// With these, a recorder does not take anything from the file as it is opened.
+/// With these options, a recorder takes neither start-up id nor unit of time from the file.
 RecorderOptions File::options()
 {
     RecorderOptions options;
@@ -154,7 +154,7 @@ RecorderOptions File::options()
     return options;
 }
 
-/// Also for the recorder: it reads anew what somebody else has written, and is in a new cycle.
+/// Removes all rows and starts a new cycle. The recorder notices that another connection has written, and reads anew.
 void File::empty()
 {
     exec("BEGIN; DELETE FROM FdbFaultTbl; DELETE FROM FdbFaultStatisticTbl; DELETE FROM sqlite_sequence; COMMIT");
@@ -190,7 +190,7 @@ private:
     File& m_file;
     fuzz::Input& m_input;
     RecorderOptions m_options;
-    std::unique_ptr<FaultRecorder> m_ownRecorder; ///< instead of the file's
+    std::unique_ptr<FaultRecorder> m_ownRecorder; ///< null: the file's recorder is used
     FaultRecorder* m_recorder = nullptr;
     EventModel m_model;
     Moments m_moments;

@@ -1,8 +1,8 @@
-// Queries over fault tables of any content, against a filter in the plainest form over all decoded rows; and texts of
-// positions, which are refused or come back.
+// Compares queries on fault tables of any content with a reference filter over all decoded rows. Also parses texts of
+// positions: each is refused, or the position has the same text.
 //
-// Input: a length and the text of a position, the query, then the rows of the table. The first byte of a row is its
-// key, the second says how many more rows like it follow, the third which cells are other ones than the library writes.
+// Input: a length and the text of a position, the query, then the rows of the table. The first byte of a row selects
+// its key, the second the number of further rows like it, the third the number of cells with any content.
 
 #include "FuzzSupport.h"
 #include "PlainFilter.h"
@@ -21,7 +21,7 @@ namespace
 {
 
 constexpr std::size_t kColumns = 16;
-constexpr std::size_t kMaxRows = 24; ///< more than the first batch of a cursor
+constexpr std::size_t kMaxRows = 24; ///< more rows than the first batch of a cursor
 constexpr std::uint32_t kCodes[] = {0, 0x0101, 0xfffffff0, 7};
 constexpr char const* kTexts[] = {"", "a", "Module", "n/a", "mODULE b", "\xc3\x84\xff", "it's", "0"};
 
@@ -47,7 +47,7 @@ std::int64_t key(fuzz::Input& input)
     }
 }
 
-/// A time in the middle of those that the rows have, or any.
+/// A time within the range of the rows' times, or any time.
 std::int64_t time(fuzz::Input& input)
 {
     std::size_t const choice = input.byte();
@@ -105,8 +105,8 @@ FaultQuery readQuery(fuzz::Input& input)
     return query;
 }
 
-/// The fault table, written by SQLite itself and read by the library. Both connections stay: the rows of an input are
-/// all that it finds.
+/// The fault table, written through SQLite and read through the library. Both connections stay open; `fill` replaces
+/// all rows.
 class Table
 {
 public:
@@ -135,7 +135,7 @@ Table::Table()
 {
     std::string const path = m_dir.file("faults.db");
     FaultRecorder recorder;
-    fuzz::require(recorder.open(path) == HISTORY_OK && recorder.close() == HISTORY_OK, "a file can be made");
+    fuzz::require(recorder.open(path) == HISTORY_OK && recorder.close() == HISTORY_OK, "a file can be created");
     fuzz::require(sqlite3_open(path.c_str(), &m_db) == SQLITE_OK, "SQLite opens the file");
     exec("PRAGMA journal_mode=MEMORY; PRAGMA synchronous=OFF");
     std::string insert = "INSERT OR REPLACE INTO FdbFaultTbl VALUES(?";
@@ -144,7 +144,7 @@ Table::Table()
         insert += ",?";
     }
     insert += ")";
-    fuzz::require(sqlite3_prepare_v2(m_db, insert.c_str(), -1, &m_insert, nullptr) == SQLITE_OK, "the rows are of 16");
+    fuzz::require(sqlite3_prepare_v2(m_db, insert.c_str(), -1, &m_insert, nullptr) == SQLITE_OK, "a row has 16 cells");
     fuzz::require(m_reader.open(path) == HISTORY_OK, "the reader is opened");
 }
 
@@ -164,7 +164,7 @@ void Table::bind(int column, std::string const& text)
     sqlite3_bind_text(m_insert, column, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
 }
 
-/// Cells as the library writes them.
+/// Binds cells such as the library writes.
 void Table::bindSound(std::size_t kind)
 {
     constexpr std::int64_t kStamps[] = {1'772'366'400, 1'772'366'400'100, 1'772'366'400'100'000, 0};
@@ -203,7 +203,7 @@ void Table::bindAny(int column, fuzz::Input& input)
         text = input.text();
         sqlite3_bind_blob(m_insert, column, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
         break;
-    case 4: // A word or a number that something follows.
+    case 4: // A word or a number with a suffix.
         text = std::string(kTexts[type / 8 % std::size(kTexts)]) + input.text();
         bind(column, text);
         break;
@@ -225,7 +225,7 @@ void Table::fill(fuzz::Input& input)
         {
             bindAny(static_cast<int>(input.byte() % (kColumns - 1)) + 2, input);
         }
-        // Unsigned, so that it may pass the largest key.
+        // Add as unsigned numbers, as the key may overflow.
         for (std::size_t i = 0; i <= (like < 224 ? 0 : like - 224) && rows < kMaxRows; ++i, ++rows)
         {
             sqlite3_bind_int64(m_insert, 1, rowKey);
@@ -242,7 +242,7 @@ void requireNext(FaultCursor& cursor, Found const& expected)
     Fault fault;
     fuzz::require(cursor.next(fault) == HISTORY_OK, "no fault is missing");
     fuzz::require(cursor.key() == expected.key && cursor.position() == expected.key, "the faults are in their order");
-    fuzz::require(areSame(fault, expected.fault), "the fault is decoded as its cells say");
+    fuzz::require(areSame(fault, expected.fault), "the fault is decoded from its cells");
 }
 
 void requireEnd(FaultCursor& cursor)
@@ -251,11 +251,11 @@ void requireEnd(FaultCursor& cursor)
     untouched.Description = "untouched";
     for (int i = 0; i < 2; ++i)
     {
-        fuzz::require(cursor.next(untouched) == HISTORY_END && untouched.Description == "untouched", "there is an end");
+        fuzz::require(cursor.next(untouched) == HISTORY_END && untouched.Description == "untouched", "the cursor ends");
     }
 }
 
-/// The whole answer.
+/// Requires that the query gives exactly the expected faults.
 void requireAnswer(FaultReader& reader, FaultQuery const& query, std::vector<Found> const& expected)
 {
     FaultCursor cursor = reader.faults(query);
@@ -266,7 +266,7 @@ void requireAnswer(FaultReader& reader, FaultQuery const& query, std::vector<Fou
     requireEnd(cursor);
 }
 
-/// The faults of another cursor that goes on where one has stopped.
+/// Requires that a second cursor continues at the position at which the first one stopped.
 void requireRest(FaultReader& reader, FaultQuery const& query, std::vector<Found> const& expected)
 {
     std::size_t const half = expected.size() / 2;
@@ -312,7 +312,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
 {
     fuzz::Input input(data, size);
     std::size_t const kind = input.byte();
-    // Most numbers are no position without its beginning.
+    // Few texts are positions without the prefix, so add it for every other input.
     requirePosition((kind % 2 == 0 ? "" : "firaim1:") + input.bytes(kind / 2));
     FaultQuery query = readQuery(input);
     table->fill(input);

@@ -1,8 +1,8 @@
-// Record texts through insert, update and the move to another start-up id, against a model of the three tables. A text
-// is stored whole, each pair of quotes as one, or the operation is refused and changes nothing.
+// Compares insert, update and the renumbering of a start-up id, for records with any text, with a model of the three
+// tables. A text is stored whole, each pair of quotes as one quote, or the operation is refused and changes nothing.
 //
-// Input: operations, separated by the byte 0x1f. The first byte of an operation says what is done, the second to which
-// column, the third to which row; the rest is the text.
+// Input: operations, separated by the byte 0x1f. The first byte selects the operation, the second the column, the third
+// the row; the rest is the text.
 
 #include "FuzzSupport.h"
 #include "StoredCells.h"
@@ -37,7 +37,7 @@ std::array<std::string Fault::*, 9> const kFaultTexts = {&Fault::DateTimeString,
 std::array<std::string FaultStatistic::*, 3> const kStatisticTexts = {
     &FaultStatistic::FaultCodeName, &FaultStatistic::TimeZoneFirstOccurred, &FaultStatistic::TimeZoneLastOccurred};
 
-/// How often each kind of statement was run on the connection since `clear`.
+/// Counts of the statements that ran on the connection, by kind.
 struct Statements
 {
     int selects = 0;
@@ -58,7 +58,7 @@ struct Statements
     }
 };
 
-/// One database with its model. Its file is made anew when it has grown.
+/// A database with its model. A file that has grown large is replaced by a new one.
 class Subject
 {
 public:
@@ -107,7 +107,7 @@ void Subject::begin()
     fuzz::require(m_db->createDb(m_path, true) == RESULT_OK, "the file can be created");
     fuzz::require(m_db->openDb(m_path, false) == RESULT_OK, "the file can be opened");
     m_connection = Sqlite3Db::getInstance(0)->findOpen(m_db->m_dbHandle)->db;
-    // Whether a write lasts is not asked here.
+    // Durability is not tested here.
     static_cast<void>(sqlite3_exec(m_connection, "PRAGMA synchronous=OFF", nullptr, nullptr, nullptr));
     m_faults.clear();
     m_statistics.clear();
@@ -174,7 +174,7 @@ FaultStatistic Subject::newStatistic()
 {
     ++m_serial;
     FaultStatistic statistic;
-    statistic.FaultCode = static_cast<faultCode_t>(m_serial % 16); // Some codes come twice.
+    statistic.FaultCode = static_cast<faultCode_t>(m_serial % 16); // Some codes occur twice.
     statistic.OccurenceCnt = static_cast<unsigned short>(m_serial);
     statistic.TimeFirstOccurredUTC = m_serial;
     statistic.TimeLastOccurredUTC = 1772366400000000 + m_serial;
@@ -214,7 +214,7 @@ void Subject::updateFault(std::size_t column, std::size_t row, std::string const
 {
     auto const member = kFaultTexts[column % kFaultTexts.size()];
     Fault fault = newFault();
-    fault.EntryId = row % (m_faults.size() + 1) + 1; // One further than there are rows.
+    fault.EntryId = row % (m_faults.size() + 1) + 1; // Includes a key without a row.
     fault.*member = text;
     int const result = m_db->update(fault);
     auto const content = stored(text);
@@ -249,7 +249,7 @@ void Subject::updateStatistic(std::size_t column, std::size_t row, std::string c
 {
     auto const member = kStatisticTexts[column % kStatisticTexts.size()];
     FaultStatistic statistic = newStatistic();
-    statistic.FaultCode = static_cast<faultCode_t>(row % 17); // One more than there are codes.
+    statistic.FaultCode = static_cast<faultCode_t>(row % 17); // Includes a code without a statistic.
     statistic.*member = text;
     int const result = m_db->update(statistic);
     auto const content = stored(text);
@@ -304,7 +304,7 @@ void Subject::moveFaults(std::string const& newId, std::string const& oldId)
 {
     for (fuzz::Cells& row : m_faults)
     {
-        if (row[14] == oldId && !holdsQuote(row)) // A quote that was stored once cannot be written back.
+        if (row[14] == oldId && !holdsQuote(row)) // The library cannot write back a stored quote.
         {
             row[14] = newId;
         }

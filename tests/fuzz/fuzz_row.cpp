@@ -1,9 +1,9 @@
-// Rows of any cell count through decoding, for every record type: as the result of a caller's own SELECT, and as an
-// array of cells that is exactly as long as it has to be.
+// Decodes rows with any number of cells, for every record type: as the result of a caller's own SELECT, and as an array
+// of exactly the required number of cells.
 //
-// Input: the first byte says how many rows there are (low two bits); the rest are the cells of a row, a line each. The
-// first byte of a line says what the cell is: n for NULL, b for a blob, i for an integer, r for a fraction; everything
-// else is a text.
+// Input: the low two bits of the first byte are the number of rows; the rest are the cells of a row, one on each line.
+// The first byte of a line is the type of the cell: n for NULL, b for a blob, i for an integer, r for a real number;
+// any other line is a text.
 
 #include "FuzzSupport.h"
 
@@ -21,7 +21,7 @@
 namespace
 {
 
-constexpr std::size_t kMaxColumns = 2000; ///< what SQLite allows in one result
+constexpr std::size_t kMaxColumns = 2000; ///< SQLite's limit for one result
 
 sqlite3* connection = nullptr;
 short handle = -1;
@@ -47,7 +47,7 @@ std::string number(std::string_view bytes)
     std::ostringstream text;
     text.precision(17);
     text << value;
-    // The smallest integer has no literal of its own, and fractions may be no numbers at all.
+    // SQL has no literals for the smallest integer, for infinity and for NaN.
     return "(0+'" + text.str() + "')";
 }
 
@@ -95,7 +95,7 @@ std::string decodedNumber(std::optional<std::string> const& cell)
     return std::to_string(stream >> value ? value : Integer{0});
 }
 
-/// The expected value of a column after `cell` was decoded; `before` is its value until then.
+/// The expected value of a column after `cell` was decoded; `before` is its previous value.
 template <class T>
 std::string expected(SqlTbl<T> const& tbl, typename SqlTbl<T>::column_t const& column,
                      std::optional<std::string> const& cell, std::string const& before)
@@ -131,7 +131,7 @@ std::string actual(typename SqlTbl<T>::column_t const& column)
     case SqlTbl<T>::COLUMN_TYPE_STRING:
         return *static_cast<std::string const*>(column.value);
     default:
-        break; // An enumeration or a plain number of 32 bits.
+        break; // An enumeration or a 32-bit number.
     }
     unsigned int value = 0;
     std::memcpy(&value, column.value, sizeof value);
@@ -157,7 +157,7 @@ void requireDecoded(SqlTbl<T> const& tbl, fuzz::Cells const& row, std::vector<st
         std::optional<std::string> cell = id < row.size() ? row[id] : std::nullopt;
         if (cell)
         {
-            cell = cell->c_str(); // A cell is handed over as a text that ends at its first zero byte.
+            cell = cell->c_str(); // Cells are C strings, which end at the first zero byte.
         }
         fuzz::require(actual<T>(column) == expected(tbl, column, cell, before[id]), "the column holds its cell");
     }
@@ -178,7 +178,7 @@ void readBySelect(SqlTbl<T>& tbl, std::string const& select, std::size_t columnC
     fuzz::require(count == static_cast<int>(rows.size()) && records.size() == rows.size(), "each row is a record");
     if (!rows.empty())
     {
-        requireDecoded(tbl, rows.back(), before); // The rows are alike.
+        requireDecoded(tbl, rows.back(), before); // All rows are equal.
     }
 }
 
@@ -207,7 +207,7 @@ void decodeArray(SqlTbl<T>& tbl, std::vector<std::string_view> const& cells)
 template <class Tbl>
 void decode(std::vector<std::string_view> const& cells, unsigned int rowCount)
 {
-    static Tbl tbl("Tbl"); // Goes on from input to input: a NULL leaves a custom member as it was.
+    static Tbl tbl("Tbl"); // Kept between inputs, as a NULL leaves a custom member unchanged.
     tbl.init("");
     readBySelect(tbl, selectOf(cells, rowCount), cells.size());
     decodeArray(tbl, cells);

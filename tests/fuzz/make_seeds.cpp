@@ -1,4 +1,4 @@
-// Writes database files to begin with into the folder argv[1]: files of the library's own and files that only look so.
+// Writes seed files into the folder argv[1]: databases of the library, and files that resemble them.
 
 #include "FuzzSupport.h"
 
@@ -9,7 +9,7 @@
 namespace
 {
 
-/// Runs `sql`, which may be several statements, on the file.
+/// Runs `sql`, one or more statements, on the file.
 void exec(std::string const& path, char const* sql)
 {
     sqlite3* db = nullptr;
@@ -45,7 +45,7 @@ void fill(std::string const& path)
     fuzz::require(db.closeDb() == RESULT_OK, "a seed file can be closed");
 }
 
-/// A filled file that `sql` has changed.
+/// Creates a filled file and changes it with `sql`.
 void variant(std::string const& path, char const* sql)
 {
     fill(path);
@@ -67,7 +67,7 @@ int main(int argc, char** argv)
     variant(dir.file("other_version"), "UPDATE FdbVersionTbl SET Version='2.0.0'");
     variant(dir.file("two_versions"), "INSERT INTO FdbVersionTbl VALUES(null,'formatversion','1.0.0')");
     variant(dir.file("write_ahead_log"), "PRAGMA journal_mode=WAL");
-    // Small pages: one changed byte is likelier to matter.
+    // With small pages, a changed byte is more likely to matter.
     variant(dir.file("small_pages"), "PRAGMA page_size=512; VACUUM");
     variant(dir.file("small_auto_vacuum"), "PRAGMA page_size=512; PRAGMA auto_vacuum=FULL; VACUUM");
     variant(dir.file("small_overflow"),
@@ -85,7 +85,7 @@ int main(int argc, char** argv)
                               "CREATE VIEW FdbFaultTbl AS SELECT * FROM Old");
     variant(dir.file("columns"), "PRAGMA page_size=512; VACUUM; ALTER TABLE FdbFaultTbl ADD COLUMN Extra DEFAULT 5;"
                                  "ALTER TABLE FdbFaultStatisticTbl ADD COLUMN Twice AS (OccurenceCnt * 2)");
-    // Not by the library: the encoding is fixed with the first table.
+    // Not created by the library, as the first table fixes the encoding.
     exec(dir.file("utf16"), "PRAGMA encoding='UTF-16'; PRAGMA page_size=512;"
                             "CREATE TABLE FdbVersionTbl(a INTEGER PRIMARY KEY, Component TEXT, Version TEXT);"
                             "INSERT INTO FdbVersionTbl VALUES(1,'FormatVersion','1.0.0');"
@@ -101,7 +101,7 @@ int main(int argc, char** argv)
     for (auto const& entry : std::filesystem::directory_iterator(source))
     {
         std::string const name = entry.path().filename().string();
-        if (name.find('-') == std::string::npos) // What SQLite keeps beside a file is no seed.
+        if (name.find('-') == std::string::npos) // Journals and write-ahead logs are no seeds.
         {
             std::filesystem::copy_file(entry.path(), std::filesystem::path(argv[1]) / name,
                                        std::filesystem::copy_options::overwrite_existing);

@@ -1,7 +1,7 @@
-// Records with four threads until it is killed, and acknowledges each row on standard output as soon as the call has
+// Records with four threads until it is killed. Acknowledges each row on standard output as soon as the call has
 // returned: a line with the result, the key, the status (1 for active) and the description.
 //
-//   endless_recorder FILE NAME   descriptions begin with NAME
+//   endless_recorder FILE NAME   descriptions start with NAME
 
 #include <history/FaultRecorder.h>
 
@@ -19,7 +19,7 @@ using namespace firaim;
 
 constexpr unsigned int kThreads = 4;
 constexpr unsigned int kGroup = 5;
-/// All processes and threads raise and clear one triple of this code.
+/// All processes and threads raise and clear the same triple of this code.
 constexpr std::uint64_t kSharedCode = 3;
 
 FaultEvent eventOf(std::uint64_t code, std::string const& module, std::string const& description, faultStatus_t status)
@@ -38,7 +38,8 @@ std::string lineOf(Receipt const& receipt, FaultEvent const& event)
            (event.status == FAULT_ACTIVE ? "1 " : "0 ") + event.description + '\n';
 }
 
-/// At once and in one piece: what was acknowledged must not be lost with this process, nor mixed with other threads'.
+/// Writes unbuffered with one call, so that an acknowledgement is neither lost when the process is killed nor mixed
+/// with those of other threads.
 bool acknowledge(std::string const& lines)
 {
     return write(STDOUT_FILENO, lines.data(), lines.size()) == static_cast<ssize_t>(lines.size());
@@ -73,7 +74,7 @@ std::string act(FaultRecorder& recorder, unsigned int number, std::string const&
                                      i % 3 == 0 ? FAULT_INACTIVE : FAULT_ACTIVE));
         }
         std::vector<Receipt> receipts;
-        static_cast<void>(recorder.recordAll(events, receipts)); // The receipts say more.
+        static_cast<void>(recorder.recordAll(events, receipts)); // The receipts hold the results.
         std::string lines;
         for (std::size_t i = 0; i < receipts.size(); ++i)
         {
@@ -107,7 +108,7 @@ int main(int argc, char** argv)
         threads.emplace_back(
             [&recorder, name, thread]
             {
-                unsigned int number = thread; // Or all of them would do the same at a time.
+                unsigned int number = thread; // So that the threads call different operations.
                 while (acknowledge(act(recorder, number, name)))
                 {
                     ++number;

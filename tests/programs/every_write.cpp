@@ -1,5 +1,5 @@
-// Writes the file argv[1] anew with every operation that writes, so that builds for different machines can be compared
-// byte by byte.
+// Creates the file argv[1] and calls every operation that writes, to compare builds for different machines byte by
+// byte.
 
 #include <fdb/FaultDb.h>
 
@@ -10,7 +10,7 @@
 namespace
 {
 
-/// More rows than one page of the file holds.
+/// More rows than fit into one page.
 constexpr unsigned int kRows = 64;
 constexpr unsigned int kStartups = 4;
 

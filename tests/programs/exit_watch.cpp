@@ -1,4 +1,4 @@
-// Says whether the facade's object has been deleted by the time that the process ends.
+// Prints whether the facade's object was deleted before the process ended.
 
 #include <fdb/FaultDb.h>
 
@@ -19,7 +19,7 @@ void tell()
 
 } // namespace
 
-// Replaced, because there is no other way to see the object go.
+// Replaced to observe the deletion of the object.
 void* operator new(std::size_t size)
 {
     if (void* const block = std::malloc(size))
@@ -42,7 +42,7 @@ void operator delete(void* block, std::size_t) noexcept
 
 int main()
 {
-    // Registered first, and so called after the library's own clean-up.
+    // Register this first, so that it is called after the library's own clean-up.
     if (std::atexit(tell) != 0)
     {
         return 1;

@@ -1,6 +1,6 @@
-// Loaded before a program's libraries: lets a synchronisation of the program fail. FIRAIM_TEST_FAILING_SYNC says which,
-// from 1 on: "3" is the third, "3+" the third and all after it. Each failure adds a byte to the file that
-// FIRAIM_TEST_FAILED_SYNCS names.
+// Preloaded into a program to make synchronisations fail. FIRAIM_TEST_FAILING_SYNC selects which, counted from 1: "3"
+// is the third, "3+" the third and all later ones. Each failure appends a byte to the file named in
+// FIRAIM_TEST_FAILED_SYNCS.
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,6 +1,6 @@
-// Reads the faults of argv[1] again and again until standard input ends, and once more then. Says on standard output
-// how often it read, how often that failed, how many rows were not whole, how often rows were missing that had been
-// there before, and how many rows there are in the end; or that the file was refused.
+// Reads the faults of argv[1] repeatedly until standard input ends, and once more after that. Prints the number of
+// reads, of failed reads, of rows that were not whole, of reads in which earlier rows were missing, and of rows in the
+// last read; or that the file was refused.
 
 #include <fdb/FaultDb.h>
 #include <reliability/NumberedFault.h>
@@ -53,10 +53,10 @@ void read(FaultDb& db, Findings& findings)
     findings.rows = faults.size();
 }
 
-bool isTold()
+bool hasInputEnded()
 {
     pollfd input = {STDIN_FILENO, POLLIN, 0};
-    return poll(&input, 1, 0) != 0; // Nothing is ever written to it: it has ended.
+    return poll(&input, 1, 0) != 0; // Nobody writes to the pipe, so an event means its end.
 }
 
 } // namespace
@@ -67,7 +67,7 @@ int main(int argc, char** argv)
     {
         return 2;
     }
-    std::streambuf* const output = std::cout.rdbuf(nullptr); // The library's lines are not for the test.
+    std::streambuf* const output = std::cout.rdbuf(nullptr); // Drop the library's log lines.
     FaultDb& db = *FaultDb::getInstance();
     if (db.openDb(argv[1], false) != RESULT_OK)
     {
@@ -76,7 +76,7 @@ int main(int argc, char** argv)
         return 3;
     }
     Findings findings;
-    while (!isTold())
+    while (!hasInputEnded())
     {
         read(db, findings);
     }

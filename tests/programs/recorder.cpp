@@ -1,4 +1,5 @@
-// Records one fault into the file argv[1] and ends as argv[2] says: "close" the database first, or just "exit".
+// Records one fault into the file argv[1]. With argv[2] "close", closes the database before it exits; with "exit" it
+// does not.
 
 #include <fdb/FaultDb.h>
 

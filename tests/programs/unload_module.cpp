@@ -1,5 +1,5 @@
-// A plug-in of an application: uses the libraries in all ways that leave something behind, such as
-// objects of the process, threads and memory of a thread.
+// A plug-in of an application. It uses the libraries in every way that could leave something behind, such as
+// singletons, threads and thread-local memory.
 
 #include <db/LogUtil.h>
 #include <fdb/FaultDb.h>
@@ -44,7 +44,7 @@ bool useReader(char const* path)
 
 } // namespace
 
-/// Whether all that was done with the file at `path` has succeeded.
+/// Returns true when all operations on the file at `path` have succeeded.
 extern "C" bool useLibraries(char const* path)
 {
     LogUtil::write(LogUtil::SEVERITY_INFO, "TEST", "useLibraries", "begins");

@@ -1,9 +1,9 @@
 // Usage: unloading MODULE DATABASE
-// Loads MODULE, which uses the libraries, lets it work on DATABASE, unloads it, and looks whether the libraries have
-// gone with it. Does so twice, as what was unloaded must also come up again.
+// Loads MODULE, which uses the libraries, lets it work on DATABASE, unloads it, and checks that the libraries were
+// unloaded with it. Does so twice, as the libraries must also work when they are loaded again.
 //
-// Like every C++ application it brings the C++ library itself. One that came with the module would be bound to symbols
-// of the module, and is never unloaded.
+// Like every C++ application, the program links to the C++ standard library itself. If only the module linked to it, it
+// would be bound to symbols of the module and never be unloaded.
 
 #include <iostream>
 
@@ -50,7 +50,7 @@ bool use(char const* module, char const* database)
     bool const hasWorked = useLibraries != nullptr && useLibraries(database);
     if (!hasWorked)
     {
-        std::cout << module << ": does not work\n";
+        std::cout << module << ": useLibraries is missing or has failed\n";
     }
     bool const wereLoaded = areAll(true, "in use");
     dlclose(handle);
@@ -65,6 +65,6 @@ int main(int argc, char** argv)
     {
         return 2;
     }
-    // Loaded and unloaded twice. NOLINTNEXTLINE(misc-redundant-expression)
+    // Load and unload twice. NOLINTNEXTLINE(misc-redundant-expression)
     return use(argv[1], argv[2]) && use(argv[1], argv[2]) ? 0 : 1;
 }

@@ -1,8 +1,9 @@
-// Writes into a database until it is killed, or what it was told to, and acknowledges each operation on standard output
-// as soon as it has returned: a line with the code and the key.
+// Writes into a database, and acknowledges each operation on standard output as soon as it has returned: a line with
+// the code and the key.
 //
-//   writer script FILE SEED FAULTS   an endless script; the file is created first when it holds no FAULTS yet
-//   writer insert FILE WRITER COUNT  so many faults, whose time stamps and texts say which writer's and which they are
+//   writer script FILE SEED FAULTS   runs an endless script until it is killed; FAULTS is the number of faults in the
+//                                    file, which is created first if that is 0
+//   writer insert FILE WRITER COUNT  inserts COUNT faults, whose time stamps and texts name the writer and their number
 
 #include <fdb/FaultDb.h>
 #include <reliability/NumberedFault.h>
@@ -16,7 +17,7 @@
 namespace
 {
 
-/// At once and in one piece: what was acknowledged must not be lost with this process.
+/// Writes unbuffered with one call, so that an acknowledgement is not lost when the process is killed.
 bool acknowledge(int result, unsigned long long key)
 {
     std::string const line = std::to_string(result) + " " + std::to_string(key) + "\n";
@@ -71,7 +72,7 @@ int main(int argc, char** argv)
     {
         return 2;
     }
-    std::cout.rdbuf(nullptr); // Standard output is for the acknowledgements.
+    std::cout.rdbuf(nullptr); // Standard output is reserved for the acknowledgements.
     FaultDb& db = *FaultDb::getInstance();
     auto const first = static_cast<unsigned int>(std::stoul(argv[3]));
     return std::string(argv[1]) == "script"
