@@ -1,5 +1,4 @@
-// Replaces the allocation functions of the whole test program: there is no other way to see memory being released or
-// to run out of it.
+// Replaces the allocation functions of the whole test program, to observe releases and to make allocations fail.
 
 #include "AllocationSupport.h"
 
@@ -40,7 +39,7 @@ void ReleaseLog::note(void const* block)
 
 std::vector<void const*> ReleaseLog::of(std::vector<void const*> const& blocks) const
 {
-    currentLog = nullptr; // The code below gives blocks back, too.
+    currentLog = nullptr; // The code below releases blocks, too.
     std::vector<void const*> released;
     for (std::size_t i = 0; i < m_count; ++i)
     {
@@ -71,7 +70,7 @@ void* operator new(std::size_t size)
     throw std::bad_alloc();
 }
 
-// Replaced as well because the standard library pairs it with the delete below.
+// The standard library pairs this form with the delete below, so replace it as well.
 void* operator new(std::size_t size, std::nothrow_t const&) noexcept
 {
     return allocate(size);

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <vector>
 
-/// The blocks that this thread gives back while the object lives, in order.
+/// Logs the blocks that this thread releases while the object lives, in order.
 class ReleaseLog
 {
 public:
@@ -15,16 +15,16 @@ public:
 
     void note(void const* block);
 
-    /// The order in which those of `blocks` were released that were released. Ends the log.
+    /// The released ones among `blocks`, in the order of their release. Ends the log.
     std::vector<void const*> of(std::vector<void const*> const& blocks) const;
 
 private:
-    // In a fixed place, because noting a block must not allocate.
+    // A fixed array, because logging a block must not allocate.
     std::array<void const*, 100> m_blocks{};
     std::size_t m_count = 0;
 };
 
-/// Makes operator new fail on this thread for as long as it lives.
+/// Makes operator new fail on this thread while the object lives.
 class RefusedAllocations
 {
 public:

@@ -1,6 +1,6 @@
-// The layout of the public classes on ARMv7 with hardware floating point: widths, sizes and places of
-// members. Programs and the library are built apart and must agree on them, so a change here is a change of the
-// interface, also where the source code of a program stays good.
+// The layout of the public classes on ARMv7 with hardware floating point: widths, sizes and offsets of members.
+// Programs and the library are built separately and must agree on the layout, so a change here changes the binary
+// interface even if programs still compile.
 
 #if defined(__arm__) && defined(__ARM_EABI__)
 
@@ -14,7 +14,7 @@
 #include <sys/types.h>
 #include <time.h>
 
-// Classes with virtual functions: GCC knows where their members are, and warns that not every compiler has to.
+// offsetof on classes with virtual functions: GCC supports it, but warns that other compilers may not.
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
 
 namespace
@@ -32,7 +32,7 @@ namespace
 
 using column_t = SqlTbl<Fault>::column_t;
 
-// Files beyond 2 GiB; times beyond 2038 where the C library can tell them.
+// Files beyond 2 GiB; times beyond 2038 if the C library supports them.
 static_assert(sizeof(off_t) == 8);
 #if __GLIBC__ == 2 && __GLIBC_MINOR__ >= 34
 static_assert(sizeof(time_t) == 8);

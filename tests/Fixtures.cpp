@@ -67,7 +67,7 @@ Sqlite3DbTest::~Sqlite3DbTest()
     sqlite->m_debug = 0;
     for (auto const& [handle, entry] : sqlite->m_dbHandles)
     {
-        static_cast<void>(sqlite3_close(entry.db)); // A closed entry has no connection, which SQLite accepts.
+        static_cast<void>(sqlite3_close(entry.db)); // Null in a closed entry, which SQLite accepts.
     }
     sqlite->m_dbHandles.clear();
 }

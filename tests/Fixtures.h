@@ -5,7 +5,7 @@
 #include <db/Sqlite3Db.h>
 #include <fdb/FaultDb.h>
 
-/// Another process that holds the file exclusively until `release`, or for as long as this object lives.
+/// Another process that holds an exclusive lock on the file until `release`, or while this object lives.
 class LockingProcess
 {
 public:
@@ -14,7 +14,7 @@ public:
     LockingProcess(LockingProcess const&) = delete;
     LockingProcess& operator=(LockingProcess const&) = delete;
 
-    /// Ends the process; to be called once.
+    /// Ends the process. Call it at most once.
     void release();
 
 private:
@@ -22,7 +22,7 @@ private:
     int m_pid = -1;
 };
 
-/// The statements that SQLite runs on a connection while the object lives.
+/// Records the statements that SQLite runs on a connection while the object lives.
 class StatementTrace
 {
 public:
@@ -37,7 +37,7 @@ private:
     sqlite3* m_db;
 };
 
-/// The connection layer, left as it was found: silent and without the connections that a test opened.
+/// Restores the connection layer after the test: debug messages off, and the test's connections closed.
 class Sqlite3DbTest : public testing::Test
 {
 protected:
@@ -48,11 +48,11 @@ protected:
     Sqlite3Db* const sqlite = Sqlite3Db::getInstance(0);
 };
 
-/// A facade of the test's own and a path for its file; nothing is created or opened yet.
+/// A facade and a path for its file; nothing is created or opened yet.
 class FaultDbTest : public Sqlite3DbTest
 {
 protected:
-    /// Creates the file and opens it; the lines of that are dropped.
+    /// Creates the file, opens it and drops the log lines of both calls.
     void createAndOpen();
 
     std::string const path = dir.file("faults.db");

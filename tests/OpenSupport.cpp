@@ -1,5 +1,4 @@
-// Replaces the C library's functions that open files, in the whole test program: there is no other way to let one
-// opening fail that the system would grant.
+// Replaces the C library's functions that open files, in the whole test program, to make a single open fail.
 
 #include "OpenSupport.h"
 
@@ -75,7 +74,7 @@ int OpenHook::call()
     return result;
 }
 
-// Named by their symbols, as the headers may declare one of a pair as the other.
+// Name the symbols explicitly, as the headers may map one name of a pair to the other.
 extern "C"
 {
     int replacedOpen(char const* path, int flags, ...) __asm__("open");

@@ -2,8 +2,8 @@
 
 #include <functional>
 
-/// Calls `onOpen` before each file that this thread opens, in any library, for as long as it lives. What it returns is
-/// the `errno` with which the opening fails; 0 lets it go on. What `onOpen` opens itself is not told.
+/// While the object lives, calls `onOpen` before this thread opens a file, in any library. The open fails with the
+/// `errno` that `onOpen` returns, and proceeds at 0. Files that `onOpen` itself opens do not cause a call.
 class OpenHook
 {
 public:

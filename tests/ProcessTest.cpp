@@ -1,4 +1,4 @@
-// Whole programs: what they print, what they leave behind, and how another program reads it.
+// Whole programs: their output, the files that they leave, and another program that reads these.
 
 #include "TestSupport.h"
 

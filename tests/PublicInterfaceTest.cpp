@@ -1,4 +1,4 @@
-// Compiled with access control, unlike the other tests: what an application sees.
+// Compiled with access control, unlike the other tests: this is the interface that an application sees.
 
 #include <fdb/FaultDb.h>
 

@@ -24,7 +24,7 @@ TempDir::TempDir() : m_path(testing::TempDir() + "/firaim-XXXXXX")
 
 TempDir::~TempDir()
 {
-    std::error_code ignored; // Files that are left over fail no test.
+    std::error_code ignored; // Leftover files do not fail a test.
     std::filesystem::remove_all(m_path, ignored);
 }
 
@@ -57,7 +57,7 @@ RawDb::RawDb(std::string const& path)
 {
     EXPECT_EQ(sqlite3_open_v2(path.c_str(), &m_db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr), SQLITE_OK)
         << path;
-    constexpr int kBusyTimeoutMs = 10000; // Others may be at work on the file.
+    constexpr int kBusyTimeoutMs = 10000; // Other connections may hold a lock on the file.
     EXPECT_EQ(sqlite3_busy_timeout(m_db, kBusyTimeoutMs), SQLITE_OK);
 }
 
@@ -83,7 +83,7 @@ std::vector<RawDb::Row> RawDb::rows(std::string const& sql)
         Row row;
         for (int i = 0; i < sqlite3_column_count(statement); ++i)
         {
-            // As a blob, so that a text with zero bytes comes whole.
+            // Read as a blob, so that a text with zero bytes is not cut.
             auto const* const cell = static_cast<char const*>(sqlite3_column_blob(statement, i));
             auto const size = static_cast<std::size_t>(sqlite3_column_bytes(statement, i));
             bool const isNull = sqlite3_column_type(statement, i) == SQLITE_NULL;
@@ -146,14 +146,15 @@ WithoutRoot::WithoutRoot()
     m_isSwitched = true;
     m_capabilities = capabilities();
     m_securebits = prctl(PR_GET_SECUREBITS);
-    // Not the user is changed: another one might not reach this program's folder, and so not start a program in it.
+    // Drop capabilities and keep the user: another user might be unable to reach this program's folder and start
+    // programs.
     Capabilities rest = m_capabilities;
     rest[0].effective &= ~(kReadAll | CAP_TO_MASK(CAP_DAC_OVERRIDE) | CAP_TO_MASK(CAP_FOWNER));
     rest[0].inheritable = rest[0].permitted & kReadAll;
     setCapabilities(rest);
-    // Without success, programs are found as long as their folder is root's or open to all.
+    // This may fail: then programs are found only if their folder belongs to root or is open to all.
     static_cast<void>(prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_DAC_READ_SEARCH, 0, 0));
-    // Otherwise the capabilities would come back with a program that is started, and for a test with `access`.
+    // Otherwise a started program would get the capabilities back, and `access` would use them.
     EXPECT_EQ(prctl(PR_SET_SECUREBITS, m_securebits | SECBIT_NOROOT | SECBIT_NO_SETUID_FIXUP), 0);
 }
 

@@ -21,7 +21,7 @@
 
 struct sqlite3;
 
-/// A fresh directory, removed with all that is in it.
+/// A fresh directory, removed with its content.
 class TempDir
 {
 public:
@@ -37,7 +37,7 @@ private:
     std::string m_path;
 };
 
-/// Makes a folder the current one, in which relative paths are looked up, for as long as it lives.
+/// Changes the current folder while the object lives.
 class CurrentFolder
 {
 public:
@@ -50,7 +50,7 @@ private:
     std::filesystem::path const m_before = std::filesystem::current_path();
 };
 
-/// Takes what is written to std::cout for as long as it lives.
+/// Captures std::cout while the object lives.
 class Console
 {
 public:
@@ -68,7 +68,7 @@ private:
     std::streambuf* m_previous;
 };
 
-/// The file as SQLite sees it, without the library. A failing statement fails the test.
+/// Access to the file through SQLite, without the library. A failing statement fails the test.
 class RawDb
 {
 public:
@@ -81,7 +81,7 @@ public:
 
     void exec(std::string const& sql);
     std::vector<Row> rows(std::string const& sql);
-    /// The one cell of a query that has one.
+    /// The cell of a query whose result is one cell.
     std::string value(std::string const& sql);
     sqlite3* handle() const { return m_db; }
 
@@ -89,12 +89,12 @@ private:
     sqlite3* m_db = nullptr;
 };
 
-/// Runs a statement on the file in another process, which waits for no lock; whether that succeeds.
+/// Runs a statement on the file in another process, without a busy timeout. Returns true when it succeeds.
 bool succeedsElsewhere(std::string const& path, std::string const& sql);
 
-/// For tests about permissions, which do not hold for root: for as long as it lives, they hold for this thread as for
-/// the owner of root's files. Programs that it starts are held to them as well, except that they may read everything: a
-/// program must be able to load its files wherever they lie.
+/// For tests about permissions, which root bypasses: while the object lives, file permissions apply to this thread as
+/// to an ordinary owner of root's files. They also apply to programs that it starts, except that these may read
+/// everything, so that they can load their files from anywhere.
 class WithoutRoot
 {
 public:
@@ -103,7 +103,7 @@ public:
     WithoutRoot(WithoutRoot const&) = delete;
     WithoutRoot& operator=(WithoutRoot const&) = delete;
 
-    /// For a child process that is about to start a program: lets it find the program as well.
+    /// Call this in a child process before it starts a program, so that it finds the program.
     static void findPrograms();
 
     using Capabilities = std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3>;
@@ -114,14 +114,14 @@ private:
     Capabilities m_capabilities = {};
 };
 
-/// Digits in threes, as many applications' locales have them.
+/// Groups digits in threes, as the locales of many applications do.
 struct GroupedDigits : std::numpunct<char>
 {
     char do_thousands_sep() const override { return ','; }
     std::string do_grouping() const override { return "\3"; }
 };
 
-/// Makes such a locale the application's own for as long as it lives.
+/// Sets such a locale as the global one while the object lives.
 class GlobalGroupingLocale
 {
 public:
@@ -134,7 +134,7 @@ private:
     std::locale m_previous = std::locale::global(std::locale(std::locale::classic(), new GroupedDigits));
 };
 
-/// What `value` writes to a fresh stream.
+/// The text that `value` writes to a fresh stream.
 template <class T>
 std::string textOf(T const& value)
 {
@@ -145,11 +145,11 @@ std::string textOf(T const& value)
 
 std::string readFile(std::string const& path);
 void writeFile(std::string const& path, std::string const& bytes);
-/// The content of each file in a folder, by its name there.
+/// The content of each file in a folder, by file name.
 std::map<std::string, std::string> filesIn(std::string const& folder);
 bool exists(std::string const& path);
 
-/// Records in which no two members hold the same value; `seed` tells several of them apart.
+/// Records in which no two members have the same value. Different seeds give different records.
 Fault makeFault(unsigned int seed = 1);
 FaultStatistic makeStatistic(unsigned int seed = 1);
 

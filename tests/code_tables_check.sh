@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
 # Usage: code_tables_check.sh SOURCE_TREE
-# Fails, showing the difference, unless the tables of result codes in the documents have the numbers and names of the
-# headers, and every fault code that a document, an example or the man page names is in the table of fault codes.
+# Checks that the tables of result codes in the documents agree with the headers in numbers and names, and that every
+# fault code named in a document, an example or the man page is in the table of fault codes. Otherwise prints the
+# difference and fails.
 set -euo pipefail
 
 cd "$1"
 is_good=true
 
-# Compares the table of result codes in document $1 with the enumeration in header $2.
+# compare DOCUMENT HEADER: compares the table of result codes in DOCUMENT with the enumeration in HEADER.
 compare()
 {
-    # shellcheck disable=SC2016 # In Markdown, backquotes are code.
+    # shellcheck disable=SC2016 # The backquotes are Markdown.
     diff -u --label "$2" --label "$1" \
         <(sed -nE 's/^ *([A-Z_]+) = (-?[0-9]+),?$/\2 \1/p' "$2") \
         <(sed -nE 's/^\| (-?[0-9]+) \| `([A-Z_]+)` \|.*/\1 \2/p' "$1") || is_good=false
@@ -25,7 +26,7 @@ codes=$(sed -nE 's/^FIRAIM_FAULT_CODE\((\w+),.*/\1/p' db/FaultCodes.def)
     exit 1
 }
 while IFS=: read -r file line name; do
-    # What a filter is given in an example may be the beginning of several names.
+    # Accept a prefix of a name, as filters in examples use prefixes.
     grep -qE "^$name(_|$)" <<<"$codes" || {
         echo "code_tables_check: $file:$line: $name is not in db/FaultCodes.def" >&2
         is_good=false

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Usage: run_path_check.sh READELF FOLDER|LIST [ALLOWED...]
-# Reads the run path (RPATH or RUNPATH) of each program and library in FOLDER or, line by line, in the file LIST. Fails,
-# naming the file, when an element lies neither below $ORIGIN nor below one of the ALLOWED folders: the loader takes an
-# empty or relative element for the current folder, and would load somebody else's library from there.
+# Checks the run path (RPATH or RUNPATH) of each program and library in FOLDER or, line by line, in the file LIST. Every
+# element must lie below $ORIGIN or below one of the ALLOWED folders; otherwise prints the file and fails. The loader
+# takes an empty or relative element for the current folder, and could load a foreign library from there.
 set -euo pipefail
 
 readonly readelf=$1 where=$2
@@ -11,7 +11,7 @@ allowed=("${@:3}")
 is_good_element()
 {
     local start
-    # shellcheck disable=SC2016 # The loader expands it.
+    # shellcheck disable=SC2016 # The loader expands $ORIGIN.
     for start in '$ORIGIN' "${allowed[@]}"; do
         [[ $1 != "$start" && $1 != "$start"/* ]] || return 0
     done
@@ -31,7 +31,7 @@ for file in "${files[@]}"; do
     path=$(sed -nE 's/^.*\((RPATH|RUNPATH)\).*\[(.*)\]$/\2/p' <<<"$dynamic")
     [[ $dynamic =~ \((RPATH|RUNPATH)\) ]] || continue
     seen=$((seen + 1))
-    # With a character after the last colon, read keeps an empty last element.
+    # Append an element, as read drops an empty last one.
     IFS=: read -r -a elements <<<"$path:."
     unset 'elements[-1]'
     for element in "${elements[@]}"; do

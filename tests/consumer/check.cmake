@@ -1,6 +1,6 @@
-# Builds and runs the consumers in WORK: against the source tree in SOURCE as a subdirectory; or, by find_package and by
-# pkg-config, against an installation of BUILD that was moved, or against the Debian packages in PACKAGES, unpacked.
-# Where there is an EMULATOR, it runs what was built. HAS_COMMAND says that the command is to be there, too.
+# Builds and runs the consumers in the folder WORK. With SOURCE, uses the source tree as a subdirectory. Otherwise uses,
+# through find_package and pkg-config, an installation of BUILD that was moved, or the unpacked Debian packages in
+# PACKAGES. Programs run in EMULATOR if it is set. With HAS_COMMAND, the command must be installed, too.
 
 function(run)
     execute_process(COMMAND ${ARGN} WORKING_DIRECTORY "${WORK}"
@@ -20,7 +20,7 @@ function(build_with_cmake folder)
     run("${CMAKE_COMMAND}" --build "${folder}")
 endfunction()
 
-# Runs what was built, a list of the program and its arguments.
+# Runs a program that was built; `program` is a list of its path and its arguments.
 function(run_program environment program)
     run("${CMAKE_COMMAND}" -E env ${environment} ${EMULATOR} ${program})
 endfunction()
@@ -54,20 +54,20 @@ file(GLOB_RECURSE private_headers "${prefix}/include/firaim/*/internal/*")
 if(private_headers)
     message(FATAL_ERROR "Private headers are installed: ${private_headers}")
 endif()
-# Also for other machines: readelf reads files of any.
+# readelf reads files for any architecture.
 find_program(READELF readelf REQUIRED)
 run("${CMAKE_CURRENT_LIST_DIR}/../run_path_check.sh" "${READELF}" "${prefix}")
 file(GLOB_RECURSE pc "${prefix}/*/firaim.pc")
 cmake_path(GET pc PARENT_PATH pkgconfig)
 cmake_path(GET pkgconfig PARENT_PATH libdir)
 
-# Another package's library of the same name, where the loader looks first.
+# Create another library of the same name in a folder that the loader searches first.
 file(WRITE "${WORK}/another.cpp" "")
 file(MAKE_DIRECTORY "${WORK}/another")
 run("${COMPILER}" ${compiler_flags} -shared -fPIC -Wl,-soname,libdb.so.0
     -o "${WORK}/another/libdb.so.0" "${WORK}/another.cpp")
 
-# Whoever loads one library alone gets our libdb with it: the other one would leave symbols undefined.
+# A program that loads only one of our libraries gets our libdb: the other one would leave symbols undefined.
 file(WRITE "${WORK}/nothing.cpp" "int main() {}\n")
 run("${COMPILER}" ${compiler_flags} -o "${WORK}/nothing" "${WORK}/nothing.cpp")
 foreach(library firaim.so.0 libfiraim-history.so.0)
@@ -78,7 +78,7 @@ build_with_cmake("${WORK}/build" "-DCMAKE_PREFIX_PATH=${prefix}")
 run_program("LD_LIBRARY_PATH=${WORK}/another" "${WORK}/build/consumer")
 run_program("LD_LIBRARY_PATH=${WORK}/another" "${WORK}/build/history_consumer")
 
-# The command finds both libraries where it was moved to, or unpacked.
+# The command finds both libraries after the move, or in the unpacked packages.
 if(HAS_COMMAND)
     foreach(arguments "create;faults.db" "record;faults.db;--code;FC_BUS_OFF" "check;faults.db")
         run_program("LD_LIBRARY_PATH=${WORK}/another" "${prefix}/bin/firaim;${arguments}")

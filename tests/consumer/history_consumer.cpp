@@ -6,7 +6,7 @@
 int main()
 {
     char const path[] = "history_consumer.db";
-    static_cast<void>(std::remove(path)); // An earlier run may have left one.
+    static_cast<void>(std::remove(path)); // An earlier run may have left a file.
     firaim::FaultEvent event;
     event.code = 1025;
     event.module = "door";

@@ -16,7 +16,7 @@
 namespace
 {
 
-/// Gives std::cout another buffer and puts everything that a test may change about std::cout back.
+/// Replaces the buffer of std::cout, and restores everything about std::cout that a test may change.
 class ConsoleBuffer
 {
 public:
@@ -28,7 +28,7 @@ public:
     ~ConsoleBuffer()
     {
         std::cout.exceptions(std::ios_base::goodbit);
-        std::cout.rdbuf(m_previousBuffer); // Clears the state bits, too.
+        std::cout.rdbuf(m_previousBuffer); // Also clears the state bits.
         std::cout.copyfmt(m_previousState);
     }
 
@@ -53,13 +53,13 @@ class RefusingBuffer : public std::streambuf
     int_type overflow(int_type) override { return traits_type::eof(); }
 };
 
-/// A console whose device throws by itself.
+/// A console whose device throws.
 class ThrowingBuffer : public std::streambuf
 {
     int_type overflow(int_type) override { throw std::runtime_error("device lost"); }
 };
 
-/// Notes in which state the lock is while characters and flushes arrive.
+/// Records whether the lock is held at each character and each flush.
 class LockProbe : public std::streambuf
 {
 public:
@@ -83,7 +83,7 @@ private:
     }
 };
 
-/// Takes one character at a time and lets other threads in between, so that unlocked writers tear each other's lines.
+/// Writes one character at a time and yields to other threads between them, so that lines of unlocked writers mix.
 class SlowBuffer : public std::streambuf
 {
 public:
@@ -98,7 +98,7 @@ private:
     }
 };
 
-/// The log line of a static object before main.
+/// Writes a log line from the constructor of a static object, before main.
 struct EarlyLogger
 {
     EarlyLogger()
@@ -124,7 +124,7 @@ protected:
     Console console;
 };
 
-/// std::cout set to throw, on a broken device.
+/// std::cout with exceptions enabled, on a broken device.
 template <class Device>
 class BrokenConsole : public testing::Test
 {
@@ -142,7 +142,7 @@ using ThrowingConsole = BrokenConsole<ThrowingBuffer>;
 
 } // namespace
 
-// A lock that is ready before any constructor runs and after all destructors have run.
+// constexpr: the lock can be used before any constructor and after all destructors.
 [[maybe_unused]] constexpr LogUtil::Mutex kConstructedByTheCompiler;
 static_assert(std::is_trivially_destructible_v<LogUtil::Mutex>);
 

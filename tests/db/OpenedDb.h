@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-/// A callback object that keeps what it was given, and does what a test wants of it.
+/// A callback object that records its arguments and runs an action of the test.
 class RowCollector : public Sqlite3DbCallback
 {
 public:

@@ -1,4 +1,4 @@
-// Statements on a connection, and their rows.
+// Statements on a connection, and the rows of their results.
 
 #include "OpenedDb.h"
 
@@ -167,7 +167,7 @@ TEST_F(OpenedDb, RowFormWithoutACallbackObjectIsRefused)
 
 TEST_F(OpenedDb, FileLockedBeyondTheTimeoutFailsTheStatementAndIsUsableAgainAfterwards)
 {
-    sqlite3_busy_timeout(connection(), 20); // The real five seconds are waited for when opening.
+    sqlite3_busy_timeout(connection(), 20); // Sqlite3DbOpenTest covers the real busy timeout of five seconds.
     {
         LockingProcess const other(path);
         EXPECT_EQ(sqlite->execute(handle, "INSERT INTO t VALUES(1,1)"), -2);
@@ -212,7 +212,7 @@ TEST_F(OpenedDb, TimeThatARowCallbackTakesIsNotTheStatements)
         }
     };
     Slow slow;
-    // Long enough for SQLite to ask between two rows whether it should go on.
+    // Enough work between two rows for SQLite to call its progress handler.
     ASSERT_EQ(sqlite->execute(handle, "CREATE VIEW v AS WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c "
                                       "WHERE x<3000) SELECT x FROM c WHERE x%1000=0"),
               0);
@@ -225,7 +225,7 @@ TEST_F(OpenedDb, FullTextTablesWork)
     ASSERT_EQ(sqlite->execute(handle, "CREATE VIRTUAL TABLE f USING fts4(a)"), 0);
     ASSERT_EQ(sqlite->closeDb(handle), 0);
     short const reopened = sqlite->openDb(path);
-    // The module asks for the page size by a PRAGMA of its own while this is compiled.
+    // While SQLite compiles this, the full-text module runs its own PRAGMA to read the page size.
     EXPECT_EQ(sqlite->execute(reopened, "INSERT INTO f VALUES('one two')"), 0);
     EXPECT_EQ(RawDb(path).value("SELECT a FROM f WHERE f MATCH 'two'"), "one two");
 }

@@ -1,5 +1,4 @@
-// createDb without overwriting never takes from a file that holds something: its content, and this process's
-// locks.
+// createDb without overwriting keeps the content of a file that is not empty, and this process's locks on it.
 
 #include "Fixtures.h"
 #include "OpenSupport.h"
@@ -23,7 +22,7 @@ class CreateDbKeeps : public FaultDbTest
 protected:
     std::string debug(std::string const& message) const { return "[DEBUG] FDB::createDb() " + message; }
 
-    /// Calls createDb with the `n`-th file that it opens failing with `error`; sets `hasFailed` when it opened so many.
+    /// Calls createDb while its `n`-th open fails with `error`. Sets `hasFailed` when it opened that many files.
     int createWithFailedOpen(unsigned int n, int error, bool& hasFailed)
     {
         hasFailed = false;
@@ -77,7 +76,7 @@ TEST_F(CreateDbKeeps, ThePromiseOfItsCodeWhicheverOpenFailsOnTheWayToANewFile)
             EXPECT_EQ(db.createDb(path, code != 0), code == 0 ? -3 : 0) << "open " << n;
             EXPECT_EQ(RawDb(path).value("SELECT Version FROM FdbVersionTbl"), "1.0.0") << "open " << n;
         }
-        EXPECT_GT(n, 3U) << "creating a file opens it, its journal and more";
+        EXPECT_GT(n, 3U) << "createDb opens the file, its journal and more";
     }
 }
 

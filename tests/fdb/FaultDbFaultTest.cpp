@@ -17,7 +17,7 @@ protected:
     Fault fault = makeFault();
 };
 
-/// All cells of the row, as the columns are ordered.
+/// All cells of each row, in the order of the columns.
 constexpr char kRows[] = "SELECT * FROM FdbFaultTbl ORDER BY EntryId";
 
 } // namespace
@@ -117,7 +117,7 @@ TEST_F(RecordingFaults, FailedInsertGivesItsCodeAndLeavesTheRecord)
 
 TEST_F(RecordingFaults, FailedReadBackGivesItsCodeAndTheRowStays)
 {
-    // The read-back takes the key's name from the column; the statement does not name it.
+    // Only the read-back takes the key's name from the column; the INSERT does not name the key.
     db.m_faultTbl.m_columns.at(0).valid = false;
     db.m_faultTbl.m_columns.at(0).name = "Missing";
     Fault const before = fault;

@@ -1,4 +1,4 @@
-// Texts come from buses and operators. Whatever they hold, one record is one row, and nothing else is reached.
+// Texts come from buses and operators and may have any content: one record stays one row, and no other row changes.
 
 #include "Fixtures.h"
 
@@ -35,7 +35,7 @@ protected:
     Fault bystander = makeFault(1);
 };
 
-/// A text that may not be stored as it is: it would end its literal early or cut the statement short.
+/// Texts that must be refused: each would end its literal early or cut the statement short.
 std::vector<std::string> const kRefused = {
     "'",
     "'''",
@@ -52,7 +52,7 @@ std::vector<std::string> const kRefused = {
     std::string("it''s\0", 6),
 };
 
-/// A text that is stored, and how it comes back.
+/// Texts that are stored, each with the text that is read back.
 std::vector<std::pair<std::string, std::string>> const kStored = {
     {"", ""},
     {"''", "'"},

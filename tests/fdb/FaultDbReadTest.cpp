@@ -178,8 +178,8 @@ TEST_F(Reading, RowsOfAnotherTableAreDecodedByPosition)
     ASSERT_THAT(faults, SizeIs(1));
     EXPECT_EQ(faults[0].EntryId, 1U);
     EXPECT_EQ(faults[0].DateTimeString, "FormatVersion");
-    EXPECT_EQ(faults[0].FaultCode, 1U) << "of the text 1.0.0";
-    EXPECT_EQ(faults[0].FaultCodeName, "n/a") << "for a cell that the row does not have";
+    EXPECT_EQ(faults[0].FaultCode, 1U) << "from the text 1.0.0";
+    EXPECT_EQ(faults[0].FaultCodeName, "n/a") << "the row lacks this cell";
 }
 
 TEST_F(Reading, FailedQueryLeavesTheContainer)

@@ -79,7 +79,7 @@ TEST_F(FaultDbTest, MembersStandInTheirOrder)
 
 TEST_F(FaultDbTest, CallbackBaseStandsAtTheStartOfTheObject)
 {
-    // The base is private; only this form of cast reaches it.
+    // The base is private, so only a C-style cast reaches it.
     EXPECT_EQ((void*)(Sqlite3DbCallback*)&db, (void*)&db);
 }
 
@@ -133,7 +133,7 @@ TEST_F(FaultDbTest, MonitorDeletesTheInstanceAndLeavesThePointer)
         FaultDb::Monitor const monitor;
         static_cast<void>(monitor);
     }
-    EXPECT_EQ(FaultDb::m_pInstance, own); // That it was destroyed, the address sanitizer's leak check tells.
+    EXPECT_EQ(FaultDb::m_pInstance, own); // The address sanitizer's leak check finds out if it was not destroyed.
     FaultDb::m_pInstance = previous;
 }
 

@@ -1,4 +1,5 @@
-// Numbers beyond 32 bits, which a machine of 32 bits keeps in two pieces, on their whole way into the file and back.
+// Numbers wider than 32 bits, which a 32-bit machine keeps in two registers, through the library into the file and
+// back.
 
 #include "Fixtures.h"
 
@@ -34,11 +35,11 @@ constexpr Wide kNumbers[] = {
     kLargest,
 };
 
-/// Start-up ids of which only the whole 32 bits tell one from the other.
+/// Two start-up ids that differ only when all 32 bits are compared.
 constexpr unsigned int kOldId = 0x7fffffff;
 constexpr unsigned int kNewId = 0xffffffff;
 
-/// Every test leaves row 1 as it is: the row that a key cut to its low half could mean.
+/// Every test must leave row 1 unchanged: a key cut to its low half could select it.
 class WideNumbers : public FaultDbTest, public testing::WithParamInterface<Wide>
 {
 protected:
@@ -56,7 +57,8 @@ protected:
         EXPECT_EQ(members(found), members(m_bystander));
     }
 
-    /// A fault with the key of the test's parameter: as the database assigns it, or for 0 as another program writes it.
+    /// Adds a fault with the key of the test's parameter. The database assigns the key, or for 0 another program writes
+    /// it.
     Fault addFaultWithKey()
     {
         Fault fault = makeFault(2);

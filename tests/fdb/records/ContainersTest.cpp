@@ -11,7 +11,7 @@
 namespace
 {
 
-/// A container with three elements, each of which holds one block in `text`.
+/// A container with three elements, each of which owns one block through its member `text`.
 template <class Tbl>
 std::unique_ptr<Tbl> makeTbl(std::string Tbl::value_type::*text)
 {
@@ -19,12 +19,12 @@ std::unique_ptr<Tbl> makeTbl(std::string Tbl::value_type::*text)
     tbl->resize(3);
     for (auto& element : *tbl)
     {
-        (element.*text).assign(1000, 'x'); // Too long to lie inside the std::string.
+        (element.*text).assign(1000, 'x'); // Too long for std::string's internal buffer.
     }
     return tbl;
 }
 
-/// The blocks of the three elements from front to back, then the block that the elements themselves lie in.
+/// The blocks of the three elements from front to back, then the block of the container's elements.
 template <class Tbl>
 std::vector<void const*> blocksOf(Tbl const& tbl, std::string Tbl::value_type::*text)
 {
@@ -57,7 +57,7 @@ static_assert(std::has_virtual_destructor_v<FdbVersionTbl>);
 static_assert(!std::is_polymorphic_v<FaultStatisticTbl>);
 static_assert(!std::has_virtual_destructor_v<FaultStatisticTbl>);
 
-// No data members of their own: a vector and what polymorphism costs.
+// No own data members: a vector and a pointer to the virtual table.
 static_assert(sizeof(FaultTbl) == sizeof(std::vector<Fault>) + sizeof(void*));
 static_assert(sizeof(FdbVersionTbl) == sizeof(std::vector<FdbVersion>) + sizeof(void*));
 static_assert(sizeof(FaultStatisticTbl) == sizeof(std::vector<FaultStatistic>));

@@ -51,7 +51,7 @@ TEST(FaultStatisticRecord, IsZeroAndEmptyByDefault)
 {
     std::string const none;
     constexpr unsigned short kZero = 0;
-    // On dirty memory, so that a member without a default shows.
+    // Construct in dirty memory, to detect a member without a default.
     alignas(FaultStatistic) unsigned char memory[sizeof(FaultStatistic)];
     std::memset(memory, 0xA5, sizeof memory);
     auto* const statistic = new (memory) FaultStatistic;

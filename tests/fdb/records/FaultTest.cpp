@@ -58,7 +58,7 @@ static_assert(!std::is_nothrow_move_assignable_v<Fault>);
 TEST(FaultRecord, IsZeroAndEmptyByDefault)
 {
     std::string const none;
-    // On dirty memory, so that a member without a default shows.
+    // Construct in dirty memory, to detect a member without a default.
     alignas(Fault) unsigned char memory[sizeof(Fault)];
     std::memset(memory, 0xA5, sizeof memory);
     auto* const fault = new (memory) Fault;

@@ -41,7 +41,7 @@ static_assert(!HasTextForm<FdbVersion>::value);
 TEST(FdbVersionRecord, IsZeroAndEmptyByDefault)
 {
     constexpr unsigned short kZero = 0;
-    // On dirty memory, so that a member without a default shows.
+    // Construct in dirty memory, to detect a member without a default.
     alignas(FdbVersion) unsigned char memory[sizeof(FdbVersion)];
     std::memset(memory, 0xA5, sizeof memory);
     auto* const version = new (memory) FdbVersion;

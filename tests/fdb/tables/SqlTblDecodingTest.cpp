@@ -8,7 +8,7 @@ using testing::IsEmpty;
 namespace
 {
 
-/// One column of each way of decoding.
+/// A row with one column for each way of decoding.
 class DecodedRow : public TblFixture<ConvertingTbl>
 {
 protected:

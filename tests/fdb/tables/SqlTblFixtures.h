@@ -21,7 +21,7 @@ constexpr Tbl::columnValueType_t columnType(unsigned int number)
 constexpr Tbl::columnValueType_t kCustomTypes[] = {columnType(0), columnType(5), columnType(6), columnType(7),
                                                    columnType(4294967295U)};
 
-/// A table whose columns a test enters one after the other; the conversions are the defaults.
+/// A table to which a test adds columns; it has the default conversions.
 class HandMadeTbl : public Tbl
 {
 public:
@@ -36,7 +36,7 @@ public:
     }
 };
 
-/// Conversions that show with which type and text they were called; the members are strings.
+/// A table whose conversions return the type and text that they were called with; its members are strings.
 class ConvertingTbl : public HandMadeTbl
 {
 public:
@@ -51,7 +51,7 @@ public:
     }
 };
 
-/// A table with columns of the test's own and members for them.
+/// A table with the columns of a test, and members for them.
 template <class TblType>
 class TblFixture : public testing::Test
 {

@@ -10,7 +10,7 @@ using testing::IsEmpty;
 namespace
 {
 
-/// A table of one column "c".
+/// A table with one column, "c".
 template <class TblType>
 class OneColumnFixture : public TblFixture<TblType>
 {
@@ -32,7 +32,7 @@ using Statement = TblFixture<HandMadeTbl>;
 using ValueText = OneColumnFixture<HandMadeTbl>;
 using ConvertedValueText = OneColumnFixture<ConvertingTbl>;
 
-/// Expects the exception of cutting a list that is empty.
+/// Expects the exception that results from an empty list of columns.
 template <class Generate>
 void expectNothingToCut(Generate generate)
 {
@@ -242,7 +242,7 @@ TEST_F(Statement, UpdateLeavesTheKeyOutWhereverItStands)
 
 TEST_F(Statement, InsertsAKeyOfAnyTypeAsNullWithoutLookingBehindIt)
 {
-    // Were it taken for a string, its length would be beyond all memory.
+    // Read as a string, this would have a length beyond all memory.
     unsigned long long noString[] = {~0ULL, ~0ULL, ~0ULL, ~0ULL};
     for (auto const type : {Tbl::COLUMN_TYPE_STRING, Tbl::COLUMN_TYPE_CUSTOM})
     {

@@ -21,7 +21,7 @@ using testing::IsEmpty;
 namespace
 {
 
-/// The position in the virtual table, as a pointer to member holds it; -1 for a function that is not virtual.
+/// The slot in the virtual table, read from a pointer to member; -1 for a function that is not virtual.
 template <class Function>
 std::ptrdiff_t slotOf(Function function)
 {
@@ -82,7 +82,7 @@ TEST(ColumnModelLayout, VirtualOperationsHaveTheirSlots)
     EXPECT_EQ(slotOf(&Tbl::getSqlInsertValuesQuery), 0);
     EXPECT_EQ(slotOf(&Tbl::getSqlUpdateValuesQuery), 1);
     EXPECT_EQ(slotOf(&Tbl::init), 2);
-    // 3 and 4 are the two entries of the destructor, to which nothing can point.
+    // Slots 3 and 4 belong to the destructor, whose address cannot be taken.
     EXPECT_EQ(slotOf(&Tbl::convertValueToStr), 5);
     EXPECT_EQ(slotOf(&Tbl::convertValueFromStr), 6);
 }

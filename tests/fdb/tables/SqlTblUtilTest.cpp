@@ -14,7 +14,7 @@ using testing::IsEmpty;
 namespace
 {
 
-/// The standard's answer for a text, independent of the application's locale.
+/// Result of the standard stream extraction, independent of the global locale.
 template <class T>
 struct StandardExtraction
 {
@@ -40,7 +40,7 @@ protected:
         return SqlTblUtil::setValueFromSqlResult(&cell, &target);
     }
 
-    /// Expects result, value and report to be those of the standard extraction. Whether they are.
+    /// Expects result, value and report to equal those of the standard extraction. Returns true when they do.
     bool agreesWithTheStandard(std::string const& text)
     {
         StandardExtraction<T> const standard(text);
@@ -76,18 +76,18 @@ template <class T>
 std::string textBeyond()
 {
     std::string text = std::to_string(std::numeric_limits<T>::max());
-    ++text.back(); // No largest number ends with 9.
+    ++text.back(); // No largest number ends in 9.
     return text;
 }
 
 char const* const kTexts[] = {
-    // Numbers and what may surround them.
+    // Numbers with surrounding characters.
     "0", "1", "42", " 42", "\t\n\v\f\r 42", "42abc", "42 ", "42 43", "42.9", "42e3", "42,5", "4 2", "00042", "+42",
     "000000000000000000000000000000000000000042", "0x1F", "0b1", "010", "1'000", "1,234", "12,34,56", "1_000", "42\n",
     // Signs.
     "-0", "-1", "-42", "-65535", "-65536", "-65537", "-4294967295", "-4294967296", "-18446744073709551615",
     "-18446744073709551616", "- 1", "--1", "+-1", "-+1", "++1", "+", "-", "-a",
-    // Around the widths.
+    // Around the limits of each width.
     "32767", "32768", "65534", "65535", "65536", "65537", "131072", "2147483647", "2147483648", "4294967294",
     "4294967295", "4294967296", "4294967297", "9223372036854775807", "9223372036854775808", "18446744073709551614",
     "18446744073709551615", "18446744073709551616", "18446744073709551617", "36893488147419103232",
@@ -145,7 +145,7 @@ TYPED_TEST(CellConversion, AgreesWithTheStandardAroundEveryBoundary)
             numbers.push_back(largest.substr(0, largest.size() - 1) + last);
         }
         numbers.push_back(largest + "0");
-        numbers.push_back(largest.substr(0, largest.size() - 2) + "20"); // The same digits but for the last two.
+        numbers.push_back(largest.substr(0, largest.size() - 2) + "20"); // Differs in the last two digits.
     }
     for (std::string const& number : numbers)
     {
@@ -167,7 +167,7 @@ TYPED_TEST(CellConversion, AgreesWithTheStandardOnRandomTexts)
         std::string text(random() % 24, '\0');
         for (char& c : text)
         {
-            // Mostly digits, as other bytes end a number.
+            // Use mostly digits, as any other byte ends a number.
             c = random() % 8 != 0 ? static_cast<char>('0' + random() % 10) : static_cast<char>(1 + random() % 255);
         }
         ASSERT_TRUE(this->agreesWithTheStandard(text));

@@ -8,7 +8,7 @@
 
 #include <vector>
 
-/// A table of `Record` that `Tbl` describes, initialised.
+/// An initialised `Tbl`, the table that describes `Record`.
 template <class Tbl, class Record>
 class TableTest : public testing::Test
 {
@@ -29,7 +29,7 @@ protected:
 
     int decode(std::vector<char const*> row) { return tbl.setDatafromSqlResult(const_cast<char**>(row.data())); }
 
-    /// That the table has these columns, in this order, and no other.
+    /// Expects exactly these columns, in this order.
     void expectColumns(std::vector<ExpectedColumn> const& expected)
     {
         unsigned short id = 0;
