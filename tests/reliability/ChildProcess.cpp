@@ -16,7 +16,7 @@ namespace
 
 constexpr long long kNoTimeout = -1;
 
-/// Reading end first. Neither end goes to other programs.
+/// A pipe, read end first. Other programs do not inherit it.
 std::array<int, 2> makePipe()
 {
     std::array<int, 2> ends;
@@ -117,7 +117,7 @@ std::optional<std::string> ChildProcess::takeLine()
     return line;
 }
 
-/// Waits for more of the output; false when there is none.
+/// Waits for more output and reads it; returns false at the end of the output or after the timeout.
 bool ChildProcess::fill(long long timeoutUs)
 {
     pollfd descriptor = {m_output, POLLIN, 0};

@@ -6,26 +6,24 @@
 
 #include <sys/types.h>
 
-/// A program that runs beside the test, its standard input and output held as pipes. It is killed and waited for when
-/// the object goes.
+/// A child process whose standard input and output are pipes to the test. The destructor kills and reaps it.
 class ChildProcess
 {
 public:
-    /// `arguments` begin with the path of the program.
+    /// The first argument is the path of the program.
     explicit ChildProcess(std::vector<std::string> arguments);
     ~ChildProcess();
     ChildProcess(ChildProcess const&) = delete;
     ChildProcess& operator=(ChildProcess const&) = delete;
 
-    /// The next whole line that the program writes, without its end; none when it has ended or, with a limit, when the
-    /// time is over.
+    /// Reads the next line, without its newline; returns none after the last line or after the timeout.
     std::optional<std::string> readLine();
     std::optional<std::string> readLine(long long timeoutUs);
 
-    /// Tells the program that there is nothing more to read.
+    /// Closes the program's standard input.
     void closeInput();
     void kill();
-    /// The status as of waitpid.
+    /// Waits until the program has ended and returns the status from waitpid.
     int wait();
 
 private:

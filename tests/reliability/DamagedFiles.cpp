@@ -8,7 +8,7 @@
 namespace
 {
 
-/// How the files of all tests were met.
+/// Number of files in all tests, by the result of opening them.
 std::map<int, unsigned int> openings;
 
 class PrintOpenings : public testing::Environment
@@ -105,7 +105,7 @@ int DamagedFiles::meet(std::string const& file)
     }
     else
     {
-        // Whatever was met, the same object can go on with another file.
+        // After any file, the same object can go on with another file.
         EXPECT_EQ(other.createDb(file + ".new", true), 0);
         EXPECT_EQ(other.openDb(file + ".new", false), 0);
         EXPECT_EQ(other.closeDb(), 0);

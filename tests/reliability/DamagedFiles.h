@@ -4,8 +4,7 @@
 
 #include <string>
 
-/// A filled file, and files like it that are damaged, foreign or hostile. Prints how many there were when all tests
-/// have run.
+/// A filled file, and damaged, foreign or hostile variants of it. Prints the number of files after all tests.
 class DamagedFiles : public FaultDbTest
 {
 protected:
@@ -26,13 +25,13 @@ protected:
         healthy = readFile(path);
     }
 
-    /// Opens the file, and uses it when it is served. Returns what the opening gave.
+    /// Opens the file, and calls all operations on it if that succeeds. Returns the result of opening.
     int meet(std::string const& file);
     /// The same for a file of these bytes, with nothing beside it.
     int meetBytes(std::string const& bytes);
     /// The same for the healthy file after another program ran `sql` on it.
     int meetChanged(std::string const& sql);
-    /// Expects all that the library does to work on the file and to do what it says.
+    /// Expects every operation to succeed on the file and to return the correct result.
     void expectFullService(std::string const& file);
 
     static constexpr unsigned int kRows = 20;

@@ -1,5 +1,5 @@
-// Files that are damaged, foreign or hostile: a documented code or full service. Never a crash or an endless wait, and
-// never a changed byte in a file that was refused.
+// Damaged, foreign or hostile files: each is served in full or refused with a documented code. There is never a crash
+// or an endless wait, and a refused file is never changed.
 
 #include "DamagedFiles.h"
 
@@ -25,7 +25,7 @@ TEST_F(DamagedFiles, AnyDamagedPageIsServedOrRefused)
             SCOPED_TRACE("page " + std::to_string(page));
             std::string bytes = healthy;
             meetBytes(bytes.replace(page * kPage, kPage, content));
-            // Only behind the page's head, so that it passes for one.
+            // Keep the page's header, so that the page looks valid.
             bytes = healthy;
             meetBytes(bytes.replace(page * kPage + 120, kPage - 120, content.substr(120)));
         }
@@ -41,7 +41,7 @@ TEST_F(DamagedFiles, AnyFewChangedBytesAreServedOrRefused)
         std::string bytes = healthy;
         for (unsigned int change = 0; change <= i % 4; ++change)
         {
-            // Half of them in the file's and the schema's head, where a byte says most.
+            // Half of the changes are in the headers of the file and of the schema, where each byte matters most.
             bytes[random() % (i % 2 == 0 ? 256 : bytes.size())] = static_cast<char>(random());
         }
         meetBytes(bytes);
@@ -159,7 +159,7 @@ TEST_F(DamagedFiles, TriggersAreServedOrTheOperationFailsWhole)
             removeWithSidecars(file);
             writeFile(file, healthy);
             RawDb raw(file);
-            // Some of them no SQLite lets in, and no file can bring them then.
+            // SQLite refuses some of these triggers, so no file can contain them.
             if (sqlite3_exec(raw.handle(), (trigger + "; END").c_str(), nullptr, nullptr, nullptr) == SQLITE_OK)
             {
                 EXPECT_EQ(meet(file), 0);
@@ -183,7 +183,7 @@ TEST_F(DamagedFiles, ViewsInPlaceOfTablesGiveCodes)
 
 TEST_F(DamagedFiles, ViewsAndTriggersThatDoNotEndAreInterrupted)
 {
-    // None of them yields a row, so that time is all that they take.
+    // These yield no row, so they take only time.
     std::string const endless =
         "(WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c) SELECT x FROM c WHERE x<0)";
     std::string const hugeJoin = "(SELECT a.rowid AS x FROM FdbVersionTbl a, FdbFaultStatisticTbl b, "
@@ -204,14 +204,14 @@ TEST_F(DamagedFiles, ViewsAndTriggersThatDoNotEndAreInterrupted)
         FaultTbl faults;
         EXPECT_EQ(other.insert(fault), -2);
         EXPECT_EQ(other.getFaultTbl("SELECT * FROM v", faults), -2);
-        EXPECT_EQ(other.getFaultTbl(faults), static_cast<int>(kRows)) << "what does not touch them is served";
+        EXPECT_EQ(other.getFaultTbl(faults), static_cast<int>(kRows)) << "other statements are not interrupted";
         EXPECT_EQ(other.closeDb(), 0);
     }
 }
 
 TEST_F(DamagedFiles, ATriggerThatDoesNotEndHoldsARenumberingUpOnce)
 {
-    // So many rows that, were each of them to take its seconds, the test would run out of its time.
+    // So many rows that the test would exceed its ctest timeout if the trigger were interrupted once for each row.
     RawDb raw(path);
     raw.exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<1000) "
              "INSERT INTO FdbFaultTbl(RdbStartupId) SELECT 77 FROM n;"

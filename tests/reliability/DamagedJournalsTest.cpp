@@ -1,5 +1,5 @@
-// Journals and logs beside a file that are hot, damaged or another file's: served or refused, and nothing that was
-// acknowledged is lost.
+// Files beside journals or write-ahead logs that are hot, damaged or those of another file: each is served or refused,
+// and no acknowledged record is lost.
 
 #include "DamagedFiles.h"
 #include "TableModel.h"
@@ -12,7 +12,7 @@ namespace
 
 constexpr char kHotJournalMagic[] = "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
 
-/// The file and its journal as they lie there while another program is in the middle of a large transaction.
+/// Copies the file and its journal in the middle of a large transaction of another connection.
 void copyInMidTransaction(std::string const& from, std::string const& to)
 {
     RawDb writer(from);
@@ -30,7 +30,7 @@ TEST_F(DamagedFiles, AHotJournalIsRolledBackAndNothingAcknowledgedIsLost)
     std::string const copy = dir.file("copy.db");
     copyInMidTransaction(path, copy);
     ASSERT_EQ(readFile(copy + "-journal").substr(0, 8), kHotJournalMagic);
-    ASSERT_TRUE(readFile(copy) != healthy) << "the transaction had not come to the file";
+    ASSERT_TRUE(readFile(copy) != healthy) << "the transaction had not written the file yet";
     FaultDb other;
     ASSERT_EQ(other.openDb(copy, false), 0);
     Tables const found = readTables(other);
@@ -60,7 +60,8 @@ TEST_F(DamagedFiles, AnyDamagedHotJournalIsServedOrRefused)
         std::string damaged = journal.substr(0, i % 3 == 0 ? random() % journal.size() : journal.size());
         for (unsigned int change = 0; change <= i % 4 && damaged.size() > 8; ++change)
         {
-            // Behind the magic, without which it is no journal; half of them in the rest of its head.
+            // Change bytes after the magic number, without which it is no journal; half of the changes are in the
+            // header.
             std::size_t const range = i % 2 == 0 ? std::min<std::size_t>(damaged.size(), 40) : damaged.size();
             damaged[8 + random() % (range - 8)] = static_cast<char>(random());
         }
@@ -81,7 +82,7 @@ TEST_F(DamagedFiles, AJournalWithoutItsDatabaseDoesNotReachTheNextOne)
         removeWithSidecars(copy);
         writeFile(copy + "-journal", journal);
         FaultDb other;
-        // Opening a missing file makes an empty one, which is no database yet.
+        // Opening a missing file creates an empty one, which is not a database yet.
         EXPECT_EQ(isCreatedFirst ? -2 : other.openDb(copy, false), -2);
         ASSERT_EQ(other.createDb(copy, true), 0);
         expectFullService(copy);

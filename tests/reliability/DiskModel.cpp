@@ -8,7 +8,7 @@ namespace
 
 constexpr std::size_t kSectorSize = 512;
 
-/// A number below `bound`, the same on every standard library.
+/// A number below `bound`; unlike a standard distribution, it is the same with every standard library.
 std::size_t pick(std::mt19937_64& random, std::size_t bound)
 {
     return static_cast<std::size_t>(random() % bound);
@@ -100,7 +100,7 @@ DiskModel::Files DiskModel::anyState(std::uint64_t seed) const
         std::size_t const choice = pick(random, entries.size() + 1);
         if (choice == entries.size())
         {
-            continue; // As it was synchronised.
+            continue; // Keeps its synchronised content.
         }
         names.erase(name);
         if (entries[choice])
@@ -126,7 +126,7 @@ void DiskModel::File::write(std::size_t position, std::string const& bytes)
         m_lengths.push_back(end);
     }
     m_current.replace(position, bytes.size(), bytes);
-    rememberSectors(std::min(position, oldLength), end); // From the old end on: a gap reads as zeros.
+    rememberSectors(std::min(position, oldLength), end); // Includes the gap after the old end, which reads as zeros.
 }
 
 void DiskModel::File::truncate(std::size_t length)
@@ -136,11 +136,11 @@ void DiskModel::File::truncate(std::size_t length)
     m_lengths.push_back(length);
     if (length > oldLength)
     {
-        rememberSectors(oldLength, length); // Reads as zeros. What is cut off stays, for the old length may come back.
+        rememberSectors(oldLength, length); // Growth reads as zeros. Cut content is kept, as the old length may return.
     }
 }
 
-/// Remembers the content of the sectors that hold the bytes from `begin` to `end`, as it is now.
+/// Stores the present content of the sectors that hold the bytes from `begin` to `end`.
 void DiskModel::File::rememberSectors(std::size_t begin, std::size_t end)
 {
     for (std::size_t sector = begin / kSectorSize; sector * kSectorSize < end; ++sector)
@@ -173,7 +173,7 @@ std::string DiskModel::File::resized(std::size_t length, std::mt19937_64& random
         }
         break;
     case 1:
-        // Blocks that were in use before, and look like what belongs there.
+        // Blocks that were in use before, so their content looks plausible.
         for (std::size_t i = oldLength; i < length && oldLength != 0; ++i)
         {
             content[i] = content[i % oldLength];
@@ -187,7 +187,8 @@ std::string DiskModel::File::resized(std::size_t length, std::mt19937_64& random
 
 std::string DiskModel::File::anyState(std::mt19937_64& random) const
 {
-    // All or nothing of a file, and nearly so, is what a disk does most; each sector for itself would hardly ever.
+    // Disks mostly keep all or nothing of a file, or nearly so. Independent choices for each sector would hardly ever
+    // give such states.
     enum Share
     {
         NOTHING,
@@ -214,7 +215,7 @@ std::string DiskModel::File::anyState(std::mt19937_64& random) const
         {
             continue;
         }
-        // Mostly the last content; sometimes an earlier one that had been on its way to the disk.
+        // Mostly the last content; sometimes an earlier one.
         std::size_t const choice = pick(random, 4) == 0 ? pick(random, versions.size()) : versions.size() - 1;
         std::size_t const count = std::min(kSectorSize, length - sector * kSectorSize);
         content.replace(sector * kSectorSize, count, versions[choice], 0, count);

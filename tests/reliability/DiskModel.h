@@ -8,25 +8,27 @@
 #include <string>
 #include <vector>
 
-// A disk that can lose its power: its operations, and what it may hold when the power fails after any of them.
+// A model of a disk that can lose power: its operations, and the states in which a power cut after any of them may
+// leave it.
 //
-// The model of the disk. What a program reads is the page cache; what survives is something else:
+// Programs read the page cache; a power cut leaves another state:
 // - A write, and a change of a file's length, is pending until the file is synchronised. Until then each sector of 512
 //   bytes holds, independently of every other one, its synchronised content or the content after any of the pending
-//   writes that touched it, and the length is the synchronised one or any of the pending ones. So writes are torn and
-//   reordered at will between two synchronisations; within one sector nothing is torn, and a later content never comes
-//   without an earlier one, as the cache hands out whole sectors as they are at that time.
-// - A file that has grown without its data shows zeros, old data, or junk there, as file systems differ in that.
-// - A made or removed directory entry is pending until the directory is synchronised. Until then each name stands,
-//   independently of every other one, for the file that it stood for at the synchronisation or after any of the
-//   pending operations, or for none. A removed file keeps its content as long as its name may come back.
-// - Synchronising a file does not make its directory entry last, as POSIX leaves it; synchronising a directory makes
-//   no content last.
-// - What was synchronised is never lost, and a synchronisation that was not finished has promised nothing.
+//   writes that touched it, and the length is the synchronised one or any of the pending ones. So writes may be torn
+//   and reordered between two synchronisations. Within a sector nothing is torn, and a later content includes all
+//   earlier writes, as the cache writes whole sectors in their present state.
+// - A file that has grown without its data holds zeros, old data or junk there, as file systems differ in that.
+// - A created or removed directory entry is pending until the directory is synchronised. Until then each name refers,
+//   independently of every other one, to the file that it referred to at the synchronisation or after any of the
+//   pending operations, or to none. A removed file keeps its content as long as its name may return.
+// - Synchronising a file does not make its directory entry durable, as POSIX does not promise that; synchronising a
+//   directory makes no content durable.
+// - Synchronised content is never lost. An unfinished synchronisation promises nothing.
 //
-// Not too kind: everything that ext2, FAT or a journalling file system in its weakest mode may do is among the states.
-// Not impossible: a write damages no byte outside the sectors that it touches, which is what SQLite's unix VFS reports
-// as SQLITE_IOCAP_POWERSAFE_OVERWRITE and builds on; the device does not lie about synchronisation.
+// The model is strict enough: the states include everything that ext2, FAT or a journalling file system in its weakest
+// mode may do. It is not stricter than real disks: a write damages no byte outside the sectors that it touches, which
+// SQLite's unix VFS reports as SQLITE_IOCAP_POWERSAFE_OVERWRITE and relies on, and the device does not lie about
+// synchronisation.
 
 /// One change of the disk, or one synchronisation.
 struct DiskOperation
@@ -42,35 +44,35 @@ struct DiskOperation
     };
 
     Kind kind = SYNC_DIRECTORY;
-    int file = -1;            ///< number of the file, never given out twice
-    std::string name = {};    ///< CREATE, REMOVE: the entry in the directory
-    std::size_t position = 0; ///< WRITE: where; TRUNCATE: the new length
-    std::string bytes = {};   ///< WRITE: what
+    int file = -1;            ///< number of the file, never used again
+    std::string name = {};    ///< CREATE, REMOVE: name of the directory entry
+    std::size_t position = 0; ///< WRITE: offset in the file; TRUNCATE: the new length
+    std::string bytes = {};   ///< WRITE: the data
 };
 
-/// The disk after some of the recorded operations, and the states in which it may be found when the power fails then.
+/// The disk after some of the recorded operations, and its possible states if the power fails then.
 class DiskModel
 {
 public:
-    /// Files by name.
+    /// Content of the files, by name.
     using Files = std::map<std::string, std::string>;
 
     void apply(DiskOperation const& operation);
-    /// Makes everything last, as if the power had not failed for long.
+    /// Makes all pending changes durable, as after a long time without a power cut.
     void synchronise();
 
-    /// Whether anything is pending, that is, whether there is more than one state.
+    /// Returns true when changes are pending, that is, when there is more than one state.
     bool isPending() const;
 
-    /// Nothing pending was kept.
+    /// The state in which all pending changes are lost.
     Files synchronised() const;
-    /// Everything pending was kept: what a program reads.
+    /// The state in which all pending changes are kept, which is also the state that programs read.
     Files current() const;
-    /// A random choice among the pending things. The same seed gives the same state.
+    /// A state with a random choice of the pending changes. The same seed gives the same state.
     Files anyState(std::uint64_t seed) const;
 
 private:
-    /// No file, or the number of one.
+    /// The number of a file, or none.
     using Entry = std::optional<int>;
 
     class File

@@ -15,7 +15,7 @@
 namespace
 {
 
-/// A file that SQLite has opened; the file of the unix VFS lies behind it in memory.
+/// A file that SQLite has opened; the file object of the unix VFS follows it in memory.
 struct ModelFile
 {
     sqlite3_file base;
@@ -63,8 +63,8 @@ std::string contentOf(int descriptor)
 
 } // namespace
 
-// In place of the system's functions, for SQLite and the library too. Nothing is really synchronised: the power of this
-// machine is not at stake, and thousands of states are recovered.
+// These replace the system's functions, also for SQLite and the library. They synchronise nothing: the tests do not
+// depend on this machine's power, and they recover thousands of states.
 
 int fsync(int descriptor)
 {
@@ -78,7 +78,7 @@ int fdatasync(int descriptor)
     return 0;
 }
 
-/// What SQLite calls. An exception must not pass through SQLite, so these end the process with it.
+/// The functions that SQLite calls. They are noexcept, as an exception must not pass through SQLite.
 struct DiskModelVfs::Hooks
 {
     static int open(sqlite3_vfs*, char const* path, sqlite3_file* file, int flags, int* outFlags) noexcept
@@ -111,7 +111,7 @@ struct DiskModelVfs::Hooks
         if (self.isRecorded(path))
         {
             self.noticeOutsideChanges();
-            // Beforehand, as the unix VFS may synchronise the directory before it returns.
+            // Record this first, as the unix VFS may synchronise the directory before it returns.
             if (self.m_files.count(self.nameOf(path)) != 0)
             {
                 self.recordRemoval(self.nameOf(path));
@@ -192,7 +192,7 @@ struct DiskModelVfs::Hooks
 
 DiskModelVfs& DiskModelVfs::getInstance()
 {
-    // Never deleted: SQLite keeps pointing to it.
+    // Never deleted, as SQLite keeps a pointer to it.
     static DiskModelVfs* const instance = new DiskModelVfs;
     return *instance;
 }
@@ -215,7 +215,7 @@ DiskModelVfs::DiskModelVfs() : m_hooks(new Hooks)
     methods.xSectorSize = Hooks::sectorSize;
     methods.xDeviceCharacteristics = Hooks::deviceCharacteristics;
 
-    // The other functions of the copy find in it what they would find in the original.
+    // Copy the unix VFS, so that its other functions find their data in the copy.
     sqlite3_vfs& vfs = m_hooks->vfs;
     vfs.pNext = nullptr;
     vfs.zName = "disk-model";
@@ -231,7 +231,7 @@ DiskModelVfs::DiskModelVfs() : m_hooks(new Hooks)
 
 void DiskModelVfs::start(std::string const& directory)
 {
-    m_directory = std::filesystem::canonical(directory).string() + "/"; // As SQLite writes its paths.
+    m_directory = std::filesystem::canonical(directory).string() + "/"; // The form of SQLite's paths.
     m_operations.clear();
     m_nextFile = 0;
 }

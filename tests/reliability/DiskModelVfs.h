@@ -8,18 +8,17 @@
 #include <string>
 #include <vector>
 
-/// SQLite's default file system for the rest of the process: the unix VFS, whose work in one directory is recorded.
+/// SQLite's default file system for the rest of the process: the unix VFS, recording its operations in one directory.
 ///
-/// The library also makes and removes files without SQLite. That is noticed, before the next operation of SQLite or
-/// the next synchronisation, by comparing the directory with what it should hold. fsync and fdatasync of the whole
-/// process are replaced by functions that record and do nothing else.
+/// The library also creates and removes files without SQLite. To detect this, the directory is compared with its
+/// expected content before each operation of SQLite and each synchronisation. fsync and fdatasync of the whole process
+/// are replaced by functions that only record.
 ///
-/// Which synchronisations take place is SQLite's own doing, and the library's: the unix VFS of SQLite runs below the
-/// recording and works on real files, and what it asks the system to synchronise is recorded, not imitated. So the
-/// directory is synchronised where SQLite does that: with the first synchronisation of a journal that it opened for
-/// writing, and after a removal that was asked to last.
+/// SQLite and the library decide about synchronisation: the unix VFS runs below the recording and works on real files,
+/// and its calls of fsync are recorded, not imitated. So the directory is synchronised when SQLite does that: with the
+/// first synchronisation of a journal that it opened for writing, and after a removal that must be durable.
 ///
-/// Threads: none; one object for the process, made by the first `getInstance`.
+/// Not thread-safe. There is one object for the process, created by the first `getInstance`.
 class DiskModelVfs
 {
 public:
@@ -28,20 +27,20 @@ public:
     DiskModelVfs(DiskModelVfs const&) = delete;
     DiskModelVfs& operator=(DiskModelVfs const&) = delete;
 
-    /// Records what is done in `directory` until `stop`. Files that are there already are recorded as made and written.
+    /// Records the operations in `directory` until `stop`. Existing files are recorded as created and written.
     void start(std::string const& directory);
     void stop();
 
-    /// The operation behind fsync and fdatasync.
+    /// Called by the replaced fsync and fdatasync.
     void recordSynchronisation(int descriptor);
 
-    /// Everything done since `start`, changes that went past SQLite included.
+    /// All operations since `start`, including those without SQLite.
     std::vector<DiskOperation> const& operations();
 
 private:
     struct Hooks;
 
-    /// A file that has a name. It is kept open so that its inode is not given to another one.
+    /// A file with a directory entry. It is kept open, so that its inode is not reused.
     struct NamedFile
     {
         int number;
@@ -60,7 +59,7 @@ private:
     void noticeOutsideChanges();
 
     std::unique_ptr<Hooks> m_hooks;
-    std::string m_directory; ///< empty outside a recording
+    std::string m_directory; ///< empty while nothing is recorded
     std::map<std::string, NamedFile> m_files;
     std::vector<DiskOperation> m_operations;
     int m_nextFile = 0;

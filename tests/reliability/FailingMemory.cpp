@@ -50,8 +50,8 @@ void release(void* block) noexcept
 
 } // namespace
 
-// Every form that the compiler may choose, so that no allocation goes past the count. Over-aligned types have none
-// here.
+// Replace every form that the compiler may choose, so that all allocations are counted. Over-aligned types do not
+// occur.
 
 void* operator new(std::size_t size)
 {

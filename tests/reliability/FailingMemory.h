@@ -2,8 +2,8 @@
 
 #include "FaultPlan.h"
 
-/// Allocations that fail: SQLite's own, and `operator new`, which this source file replaces for the whole process, the
-/// library's calls included. Threads: one at a time while a plan is armed.
+/// Makes allocations fail: those of SQLite, and those by `operator new`, which FailingMemory.cpp replaces for the whole
+/// process, including the library. Only one thread may run while a plan is armed.
 class FailingMemory
 {
 public:
@@ -13,12 +13,12 @@ public:
         OPERATOR_NEW
     };
 
-    /// Puts itself below SQLite. May be called again; the first call has to come before SQLite is used at all.
+    /// Replaces SQLite's allocator. May be called again; the first call must precede any use of SQLite.
     static void install();
 
-    /// Which allocations of that kind fail.
+    /// The plan that selects the failing allocations of this kind.
     static FaultPlan& plan(Kind kind);
 
-    /// Blocks that `operator new` gave out and that were not returned.
+    /// Number of blocks from `operator new` that were not released.
     static long long liveBlocks();
 };

@@ -24,7 +24,7 @@ bool strikes(FailingVfs::Kind kind)
     return kind == selectedKind && currentPlan.strikes();
 }
 
-/// An open file; the real one lies behind it in the memory that SQLite provides.
+/// An open file; the real file object follows it in the memory that SQLite provides.
 struct File
 {
     sqlite3_file base;
@@ -36,14 +36,14 @@ sqlite3_file* realOf(sqlite3_file* file)
     return reinterpret_cast<File*>(file)->real;
 }
 
-/// Calls a method of the real file. Failing ones are written out below; the others only pass on.
+/// Calls a method of the real file.
 template <auto Method, class... Arguments>
 int passOn(sqlite3_file* file, Arguments... arguments)
 {
     return (realOf(file)->pMethods->*Method)(realOf(file), arguments...);
 }
 
-/// As above, for a method that fails with `Code`.
+/// Like `passOn`, for a method that fails with `Code` when the plan says so.
 template <FailingVfs::Kind Kind, int Code, auto Method, class... Arguments>
 int passOnOrFail(sqlite3_file* file, Arguments... arguments)
 {
@@ -62,7 +62,7 @@ int writeFile(sqlite3_file* file, void const* bytes, int size, sqlite3_int64 off
     }
     if (strikes(FailingVfs::FULL_DISK_MIDWAY))
     {
-        static_cast<void>(passOn<&sqlite3_io_methods::xWrite>(file, bytes, size / 2, offset)); // The answer is fixed.
+        static_cast<void>(passOn<&sqlite3_io_methods::xWrite>(file, bytes, size / 2, offset)); // Fails in any case.
         return SQLITE_FULL;
     }
     return passOn<&sqlite3_io_methods::xWrite>(file, bytes, size, offset);
@@ -82,7 +82,7 @@ int lockFile(sqlite3_file* file, int level)
     return passOnOrFail<FailingVfs::LOCK_ERROR, SQLITE_IOERR_LOCK, &sqlite3_io_methods::xLock>(file, level);
 }
 
-/// SQLite calls this one without looking at a version, so it is written out for its different result type.
+/// SQLite calls this method whatever the version; `passOn` does not fit, as the method returns nothing.
 void shmBarrier(sqlite3_file* file)
 {
     realOf(file)->pMethods->xShmBarrier(realOf(file));
@@ -93,7 +93,7 @@ using Methods = sqlite3_io_methods;
 sqlite3_io_methods makeMethods()
 {
     sqlite3_io_methods methods = {};
-    methods.iVersion = 2; // Without memory mapping: every read is a call.
+    methods.iVersion = 2; // No memory mapping, so every read is a call.
     methods.xClose = passOn<&Methods::xClose>;
     methods.xRead = passOnOrFail<FailingVfs::READ, SQLITE_IOERR_READ, &Methods::xRead, void*, int, sqlite3_int64>;
     methods.xWrite = writeFile;
@@ -148,7 +148,7 @@ int addToSleep(sqlite3_vfs*, int microseconds)
     return microseconds;
 }
 
-// Below the real file system: what the system itself may do at any time without an error.
+// System calls below the real file system: behaviour that the system may show at any time without an error.
 
 ssize_t readHalf(int file, void* bytes, std::size_t size, off64_t offset)
 {
@@ -177,7 +177,7 @@ void FailingVfs::install()
     if (realVfs == nullptr)
     {
         realVfs = sqlite3_vfs_find(nullptr);
-        shim = *realVfs; // The other functions work on names and the clock alone, and need no file of ours.
+        shim = *realVfs; // The other functions use only names and the clock, so they need not be replaced.
         shim.szOsFile += static_cast<int>(sizeof(File));
         shim.zName = "failing";
         shim.xOpen = openFile;

@@ -7,11 +7,11 @@
 #include <functional>
 #include <string>
 
-/// A file system for SQLite that hands every call to the real one and can fail the n-th call of one kind.
+/// A file system for SQLite that passes every call to the real one and can make the n-th call of one kind fail.
 ///
-/// Once installed it is the default of the process: connections opened by name go through it. It synchronises nothing
-/// (a fault needs no real disk behind it), and it does not wait: what SQLite sleeps for a lock is only added up.
-/// Threads: one at a time.
+/// Once installed, it is the default of the process. It synchronises nothing, as injected failures need no real disk,
+/// and it does not sleep: it only adds up the time that SQLite would sleep while waiting for a lock. Only one thread
+/// may use it at a time.
 class FailingVfs
 {
 public:
@@ -19,11 +19,11 @@ public:
     {
         OPEN,
         READ,
-        SHORT_READ, ///< the system delivers half; a caller has to ask for the rest
+        SHORT_READ, ///< the system reads half of the bytes; the caller must read the rest
         WRITE,
-        SHORT_WRITE, ///< the system takes half; a caller has to offer the rest
+        SHORT_WRITE, ///< the system writes half of the bytes; the caller must write the rest
         FULL_DISK,
-        FULL_DISK_MIDWAY, ///< half of the bytes still find room
+        FULL_DISK_MIDWAY, ///< there is room for half of the bytes
         TRUNCATE,
         SYNC,
         LOCK_BUSY,
@@ -36,22 +36,21 @@ public:
         KIND_COUNT
     };
 
-    /// Makes it the default. The first call has to come before SQLite opens anything, another one after each
-    /// `sqlite3_shutdown`.
+    /// Makes this the default file system. Call it before SQLite opens a file, and again after each `sqlite3_shutdown`.
     static void install();
 
-    /// The calls that fail are those of `kind`, as `plan()` says.
+    /// Selects the kind of calls that `plan()` counts and makes fail.
     static void select(Kind kind);
     static FaultPlan& plan();
 
     static char const* name(Kind kind);
-    /// The same in the form that the name of a test must have.
+    /// The same name in the form that GoogleTest requires.
     static std::string testName(Kind kind);
     static std::string testNameOf(testing::TestParamInfo<Kind> const& info) { return testName(info.param); }
 
-    /// What SQLite would have slept since the last call of this function, in milliseconds.
+    /// The time that SQLite would have slept since the last call of this function, in milliseconds.
     static long long takeSleptMs();
 
-    /// Calls `action` once, in the `n`-th sleep from now.
+    /// Calls `action` once, during the `n`-th sleep from now.
     static void whenSlept(int n, std::function<void()> action);
 };

@@ -1,9 +1,9 @@
 #pragma once
 
-/// Decides which of the calls that could fail does: the n-th one alone, or it and all that follow.
+/// Selects the calls that fail: only the n-th one, or the n-th one and all later ones.
 ///
-/// It counts between `resume` and `pause` only: what a test itself reads, compares and allocates in between is no part
-/// of the count. Threads: one at a time.
+/// Counts only between `resume` and `pause`, so that calls by the test itself do not count. Only one thread may use it
+/// at a time.
 class FaultPlan
 {
 public:
@@ -13,7 +13,7 @@ public:
         UNTIL_CLEARED
     };
 
-    /// From the next counted call on, the `n`-th fails; `n` counts from 1.
+    /// Makes the `n`-th counted call from now fail; `n` counts from 1.
     void arm(unsigned int n, Persistence persistence)
     {
         m_left = n;
@@ -26,7 +26,7 @@ public:
     void resume() { m_isCounting = true; }
     void pause() { m_isCounting = false; }
 
-    /// Asked by each call that could fail: whether this one does.
+    /// To be called in each call that can fail; returns true when this one must fail.
     bool strikes()
     {
         if (!m_isCounting)
@@ -45,9 +45,9 @@ public:
         return true;
     }
 
-    /// How many calls have failed since `arm`.
+    /// Number of calls that have failed since `arm`.
     unsigned int fired() const { return m_fired; }
-    /// How many counted calls have not failed since the last one that has.
+    /// Number of counted calls that succeeded after the last failed one.
     unsigned int passedAfterFailure() const { return m_passed; }
 
 private:

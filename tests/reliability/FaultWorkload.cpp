@@ -15,7 +15,7 @@
 namespace
 {
 
-// No result codes.
+// These are not result codes of the library.
 constexpr int kThrew = -1000;
 constexpr int kWrong = -1001;
 
@@ -28,7 +28,7 @@ bool isActive(FaultStatistic const& statistic)
     return statistic.FaultActive == FAULT_ACTIVE;
 }
 
-/// Frees it where it is not, so that the test goes on to its end and does not hang.
+/// Returns whether the lock is free. Unlocks it otherwise, so that the test does not hang.
 bool isLogLockFree()
 {
     pthread_mutex_t* const mutex = &LogUtil::mutex.m_mutex;
@@ -87,12 +87,13 @@ int FaultWorkload::attempt(char const* name, Operation operation)
     m_wasHit = m_plan.fired() != firedBefore;
     m_threw = code == kThrew;
     EXPECT_TRUE(isLogLockFree()) << name;
-    EXPECT_LE(FailingVfs::takeSleptMs(), kBusyTimeoutMs) << name << " waits";
+    EXPECT_LE(FailingVfs::takeSleptMs(), kBusyTimeoutMs) << name << " waits longer than the busy timeout";
     EXPECT_TRUE(std::cout.good()) << name;
     return code;
 }
 
-/// Whether the operation succeeded; it may fail only with one of the codes, and only when something failed below it.
+/// Returns true when the operation succeeds. It may fail only with one of the codes, and only if a call below it
+/// failed.
 template <class Operation>
 bool FaultWorkload::succeeds(char const* name, std::initializer_list<int> failureCodes, Operation operation)
 {
@@ -101,7 +102,7 @@ bool FaultWorkload::succeeds(char const* name, std::initializer_list<int> failur
     {
         return true;
     }
-    EXPECT_TRUE(m_wasHit) << name << " fails for no reason: " << code;
+    EXPECT_TRUE(m_wasHit) << name << " failed although no call below it failed: " << code;
     EXPECT_NE(m_tolerance, TOLERATES) << name << ": " << code;
     bool const isDocumented = std::find(failureCodes.begin(), failureCodes.end(), code) != failureCodes.end();
     EXPECT_TRUE(isDocumented || (m_threw && m_tolerance == MAY_THROW)) << name << ": " << code;
@@ -172,7 +173,7 @@ void FaultWorkload::run()
     read();
     if (m_start != NEW_FILE)
     {
-        return; // Only the opening differs, and how the first write and read find the file after it.
+        return; // Only opening, and the first write and read after it, differ from the other starts.
     }
     rewrite();
     readStatistics();
@@ -202,7 +203,7 @@ void FaultWorkload::insert(Fault& fault)
     {
         EXPECT_EQ(fault.EntryId, keyBefore);
     }
-    m_faults.inserted(fault, isStored, true); // The key's read-back may be what failed.
+    m_faults.inserted(fault, isStored, true); // The row may be stored if only reading back its key failed.
 }
 
 void FaultWorkload::insert(FaultStatistic const& statistic)
@@ -227,7 +228,7 @@ void FaultWorkload::rewrite()
     m_first.Description.append(5000, '+');
     m_first.Parameter = "rewritten";
     bool const isRewritten = succeeds("update of a fault", {RESULT_FAILED}, [&] { return m_db.update(m_first); });
-    if (isStored) // Without its key the row was not found.
+    if (isStored) // Otherwise the key is unknown, and no row was updated.
     {
         m_faults.updated(m_first, isRewritten);
     }
@@ -326,7 +327,7 @@ void FaultWorkload::goOn()
     {
         reopen();
     }
-    EXPECT_EQ(Sqlite3Db::getInstance(0)->m_dbHandles.size(), 1U) << "a connection was lost sight of";
+    EXPECT_EQ(Sqlite3Db::getInstance(0)->m_dbHandles.size(), 1U) << "a connection leaked";
     Fault fault = longFault(21);
     insert(fault);
     insert(longStatistic(21));
@@ -337,7 +338,7 @@ void FaultWorkload::goOn()
     expectDurable();
 }
 
-/// Opens the file after an `openDb` or `createDb` that failed, which may have left the object open by name.
+/// Opens the file after a failed `openDb` or `createDb`, which may have left the object open by name.
 void FaultWorkload::reopen()
 {
     if (m_db.openDb(m_path, false) == RESULT_OK)
@@ -348,7 +349,7 @@ void FaultWorkload::reopen()
     EXPECT_EQ(m_db.openDb(m_path, false), RESULT_OK);
 }
 
-/// Expects that a connection made while something failed has the settings on which its promises rest.
+/// Expects that a connection that was opened during failures has the settings that make it durable.
 void FaultWorkload::expectDurable()
 {
     EXPECT_EQ(readPragma("synchronous"), "2");
@@ -386,7 +387,7 @@ void FaultWorkload::close()
 
 void FaultWorkload::expectFileHolds()
 {
-    constexpr std::size_t kFormatByte = 18; // In the header of the file: 1 with a journal, 2 with a write-ahead log.
+    constexpr std::size_t kFormatByte = 18; // In the file's header: 1 with a journal, 2 with a write-ahead log.
     EXPECT_EQ(readFile(m_path).at(kFormatByte), m_start == WAL_FILE ? 2 : 1);
     RawDb raw(m_path);
     EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");

@@ -10,19 +10,18 @@
 #include <initializer_list>
 #include <string>
 
-/// Every operation of a fault database, run while calls below it fail as a plan says, and what must hold then and
-/// after.
+/// Runs every operation of a fault database while a plan makes calls below it fail, and checks the results.
 ///
-/// Expectations are checked on the way: codes are documented ones, only an operation below which something failed may
-/// fail, what is read is true, the log lock is free. Use: `run`, clear the fault, `goOn`, `close`.
+/// It expects on the way that result codes are documented, that an operation fails only if a call below it failed, that
+/// records are read correctly, and that the log lock is free. Use: `run`, clear the plan, `goOn`, `close`.
 class FaultWorkload
 {
 public:
     enum Start
     {
-        /// A file that was being written when its process died, with the journal of that, is overwritten by a new one.
+        /// A new file replaces one with a hot journal, whose writer was killed.
         NEW_FILE,
-        /// The same file is opened, which completes what its journal says.
+        /// Such a file is opened, which rolls back its journal.
         CRASHED_FILE,
         /// A file in write-ahead-log mode is opened.
         WAL_FILE
@@ -31,25 +30,27 @@ public:
     /// The possible effects of failing calls.
     enum Tolerance
     {
-        FAILS,     ///< a code
-        MAY_THROW, ///< a code or std::bad_alloc
-        TOLERATES  ///< nothing: the operations succeed all the same
+        FAILS,     ///< the operation returns a code
+        MAY_THROW, ///< the operation returns a code or throws std::bad_alloc
+        TOLERATES  ///< none: the operation succeeds
     };
 
     FaultWorkload(FaultPlan& plan, Start start, Tolerance tolerance, int dbgLevel);
     ~FaultWorkload();
 
-    /// Creates or opens the file and runs every kind of operation on it. Stops short when there is no open database.
+    /// Creates or opens the file and runs every kind of operation on it. Returns early when the database cannot be
+    /// opened.
     void run();
 
-    /// With the fault cleared: takes the documented way back where one is needed, and goes on with the same object.
+    /// Call this after clearing the plan: recovers in the documented way if necessary, and continues with the same
+    /// object.
     void goOn();
 
-    /// Closes, once in vain where the plan can make that happen, and looks at the file without the library.
+    /// Closes the database, first with a failure if the plan can cause one, and checks the file without the library.
     void close();
 
-    /// How many records the file holds that operations wrote which then failed, other than `insert(Fault&)`, whose
-    /// failure may leave its row as documented.
+    /// Number of records in the file that were written by failed operations, except `insert(Fault&)`, for which this is
+    /// documented.
     std::size_t unacknowledged() const { return m_unacknowledged; }
 
 private:
@@ -90,8 +91,8 @@ private:
     Ledger<Fault> m_faults;
     Ledger<FaultStatistic> m_statistics;
     Fault m_first;
-    bool m_wasHit = false; ///< whether something failed below the last operation
-    bool m_threw = false;  ///< whether it ended with std::bad_alloc
+    bool m_wasHit = false; ///< a call below the last operation failed
+    bool m_threw = false;  ///< the last operation threw std::bad_alloc
     bool m_isCreated = false;
     bool m_isOpen = false;
     std::size_t m_unacknowledged = 0;

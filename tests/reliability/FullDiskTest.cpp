@@ -1,4 +1,4 @@
-// Storage that really is full: a limit on the size of a file, and a small file system of the test's own.
+// Storage that is really full: a limit on the file size, and a small file system.
 
 #include "Ledger.h"
 #include "LongRecords.h"
@@ -20,7 +20,7 @@ namespace
 
 constexpr unsigned int kMostRecords = 200;
 
-/// A database whose storage fills up under it and is given back.
+/// A database whose storage gets full and has room again later.
 class FilledDatabase
 {
 public:
@@ -41,12 +41,12 @@ public:
         {
             code = insert(++seed);
         }
-        EXPECT_EQ(code, RESULT_FAILED) << "the storage never was full";
-        EXPECT_GT(seed, 3U) << "the storage was full from the beginning";
+        EXPECT_EQ(code, RESULT_FAILED) << "the storage was never full";
+        EXPECT_GT(seed, 3U) << "the storage was full from the start";
         std::printf("full disk: %s, %u faults acknowledged before -2\n", m_storage, seed - 1);
     }
 
-    /// The operations that work without room, and those that fail and change nothing.
+    /// Expects that reads succeed, and that writes fail and change nothing.
     void useWhileFull()
     {
         Fault grown = m_first;

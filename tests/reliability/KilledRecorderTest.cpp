@@ -1,5 +1,5 @@
-// Two processes record into one file, each with several threads, and are killed at random moments. What they
-// acknowledged is in the file, once and with its statistic; nothing is there by halves.
+// Two processes with several threads each record into one file and are killed at random times. The file holds every
+// acknowledged row once, with its statistic, and no partial row.
 
 #include "ChildProcess.h"
 #include "TestSupport.h"
@@ -20,14 +20,14 @@ namespace
 constexpr unsigned int kSeed = 20260301;
 constexpr unsigned int kRounds = 20;
 constexpr unsigned int kMaxAcknowledgements = 400; ///< of a process before it is killed
-constexpr unsigned int kMaxBacklog = 10000;        ///< more than a pipe holds
-constexpr unsigned int kMaxSilenceUs = 200;        ///< as long as some commits take
-constexpr char kSharedCode[] = "3";                ///< whose one triple is raised and cleared only
+constexpr unsigned int kMaxBacklog = 10000;        ///< more lines than a pipe holds
+constexpr unsigned int kMaxSilenceUs = 200;        ///< the duration of a short commit
+constexpr char kSharedCode[] = "3";                ///< its only triple is only raised and cleared
 
 class KilledRecorders : public testing::Test
 {
 protected:
-    /// Starts both, and kills one while the other one goes on.
+    /// Starts both processes, and kills one while the other one continues.
     void round(unsigned int number)
     {
         ChildProcess first({FIRAIM_TEST_ENDLESS_RECORDER, path, std::to_string(number) + "/first"});
@@ -45,7 +45,7 @@ protected:
     std::size_t acknowledged() const { return m_rows.size(); }
 
     unsigned int hotJournals = 0;
-    std::size_t unacknowledged = 0; ///< rows that are there, of calls that had not returned
+    std::size_t unacknowledged = 0; ///< stored rows of calls that had not returned
 
 private:
     struct Row
@@ -68,7 +68,7 @@ private:
             return;
         }
         ASSERT_EQ(result, firaim::HISTORY_OK) << line;
-        ASSERT_TRUE(m_rows.emplace(key, row).second) << "a key twice: " << line;
+        ASSERT_TRUE(m_rows.emplace(key, row).second) << "duplicate key: " << line;
     }
 
     void read(ChildProcess& recorder, unsigned int count)
@@ -81,7 +81,7 @@ private:
         }
     }
 
-    /// Kills it while it is at something, not while it waits for the pipe to take its acknowledgements.
+    /// Kills the process during a call, not while it waits for room in the pipe.
     void kill(ChildProcess& recorder)
     {
         long long const silenceUs = below(kMaxSilenceUs);
@@ -125,12 +125,12 @@ private:
         EXPECT_EQ(raw.value("SELECT count(*) FROM (SELECT 1 FROM FdbFaultTbl GROUP BY Description HAVING count(*) > "
                             "1)"),
                   "0")
-            << "rows twice";
+            << "duplicate rows";
         expectStatistics(raw);
         expectEdgesOnly(raw);
     }
 
-    /// They are of the same commits as the rows, all of which are acknowledged ones or more.
+    /// Expects statistics that agree with the rows, as a commit stores both.
     static void expectStatistics(RawDb& raw)
     {
         EXPECT_EQ(raw.rows("SELECT FaultCode, OccurenceCnt, FaultEntryId FROM FdbFaultStatisticTbl ORDER BY FaultCode"),
@@ -151,7 +151,7 @@ private:
 
     TempDir const m_directory;
     std::string const path = m_directory.file("faults.db");
-    std::map<unsigned long long, Row> m_rows; ///< acknowledged, by key
+    std::map<unsigned long long, Row> m_rows; ///< acknowledged rows, by key
     std::mt19937 m_random{kSeed};
 };
 

@@ -1,5 +1,5 @@
-// A real writer process, killed at random moments. What it acknowledged is in the file; what it was at is there whole
-// or not at all, row by row where the operation is documented to go row by row.
+// A writer process is killed at random times. The file holds all acknowledged operations; the operation under way is
+// stored whole or not at all, or row by row if it is documented to work row by row.
 
 #include "ChildProcess.h"
 #include "OperationScript.h"
@@ -28,14 +28,14 @@ struct Counts
 {
     unsigned int rounds = 0;
     unsigned int acknowledged = 0;
-    unsigned int underWayStored = 0; ///< the operation under way was there whole
-    unsigned int underWayAbsent = 0; ///< it was not there at all
-    unsigned int movesInPart = 0;    ///< a move had come to some of its rows
-    unsigned int hotJournals = 0;    ///< a commit was cut through and had to be rolled back
+    unsigned int underWayStored = 0; ///< the operation under way was stored whole
+    unsigned int underWayAbsent = 0; ///< the operation under way was not stored
+    unsigned int movesInPart = 0;    ///< a move had changed some of its rows
+    unsigned int hotJournals = 0;    ///< a commit was interrupted and had to be rolled back
     unsigned int killedCreating = 0;
 };
 
-/// The journal of a commit that was under way begins with its magic; one that is done begins with zeros.
+/// The journal of an unfinished commit starts with the magic number, that of a finished one with zeros.
 bool isJournalHot(std::string const& path)
 {
     std::string const journal = path + "-journal";
@@ -45,7 +45,7 @@ bool isJournalHot(std::string const& path)
 class KilledWriter : public testing::Test
 {
 protected:
-    /// Goes on with another file, which the next writer creates.
+    /// Continues with another file, which the next writer creates.
     void beginFile(std::string const& name);
     void round();
 
@@ -110,7 +110,7 @@ void KilledWriter::apply(Operation const& operation)
     }
 }
 
-/// Takes one line of the writer into the model; false when it reports a failure.
+/// Applies an acknowledgement of the writer to the model; returns false when it reports a failure.
 bool KilledWriter::takeAcknowledgement(std::string const& line)
 {
     if (!m_isCreated || !m_isOpened)
@@ -126,7 +126,7 @@ bool KilledWriter::takeAcknowledgement(std::string const& line)
     return line == "0 " + std::to_string(key);
 }
 
-/// Lets a writer run for a random while and kills it.
+/// Runs a writer for a random time and kills it.
 void KilledWriter::runWriter()
 {
     unsigned int const seed = below(1U << 30U);
@@ -139,7 +139,7 @@ void KilledWriter::runWriter()
         auto const line = writer.readLine();
         ASSERT_TRUE(line && takeAcknowledgement(*line)) << line.value_or("the writer has ended");
     }
-    // From here into the middle of what follows.
+    // Wait a little longer, to kill the writer in the middle of an operation.
     auto const extra = std::chrono::microseconds(below(kMaxExtraUs));
     ASSERT_NO_FATAL_FAILURE(readUntil(writer, std::chrono::steady_clock::now() + extra));
     writer.kill();
@@ -163,12 +163,12 @@ void KilledWriter::readUntil(ChildProcess& writer, std::chrono::steady_clock::ti
         ASSERT_TRUE(takeAcknowledgement(*line)) << *line;
         if (left() == 0)
         {
-            return; // A fast writer would go on giving lines for ever.
+            return; // A fast writer would never stop writing lines.
         }
     }
 }
 
-/// Finds out how far the operation under way had come, and takes it into the model.
+/// Determines how much of the operation under way was stored, and updates the model.
 void KilledWriter::settle(Tables const& found)
 {
     std::string const before = difference(model, found);
@@ -182,13 +182,13 @@ void KilledWriter::settle(Tables const& found)
     {
         apply(m_underWay);
         ++counts.underWayStored;
-        ASSERT_EQ(difference(model, found), "") << "and without the operation under way: " << before;
+        ASSERT_EQ(difference(model, found), "") << "without the operation under way: " << before;
         return;
     }
     ASSERT_NO_FATAL_FAILURE(settleMove(found));
 }
 
-/// A move goes row by row: the file holds some first part of it.
+/// A move works row by row, so the file holds some number of its first steps.
 void KilledWriter::settleMove(Tables const& found)
 {
     TableModel moved;
@@ -201,7 +201,7 @@ void KilledWriter::settleMove(Tables const& found)
     } while (!isWhole && !difference(moved, found).empty());
     ++(isWhole ? counts.underWayStored : counts.movesInPart);
     model = moved;
-    ASSERT_EQ(difference(model, found), "") << "however far the move came";
+    ASSERT_EQ(difference(model, found), "") << "after all steps of the move";
 }
 
 void KilledWriter::expectRecovered()
@@ -229,7 +229,7 @@ void KilledWriter::round()
 {
     if (model.lastFaultKey == 0)
     {
-        expectNewFile(); // For as long as there is no fault in it, the next writer creates the file anew.
+        expectNewFile(); // The next writer creates a file without faults anew.
     }
     ASSERT_NO_FATAL_FAILURE(runWriter());
     counts.hotJournals += isJournalHot(path) ? 1 : 0;
@@ -255,5 +255,5 @@ TEST_F(KilledWriter, LosesNothingThatItAcknowledged)
         "part; %u commits rolled back, %u killed while creating\n",
         counts.rounds, counts.acknowledged, counts.underWayStored, counts.underWayAbsent, counts.movesInPart,
         counts.hotJournals, counts.killedCreating);
-    EXPECT_GT(counts.hotJournals, 0U) << "no round was cut through a commit";
+    EXPECT_GT(counts.hotJournals, 0U) << "no commit was interrupted";
 }

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-/// Tells a record from the others through all its updates.
+/// Identifies a record; updates do not change this number.
 inline unsigned long long identityOf(Fault const& fault)
 {
     return fault.TimeStampUTC;
@@ -22,17 +22,17 @@ inline unsigned long long identityOf(FaultStatistic const& statistic)
     return statistic.FaultCode;
 }
 
-/// The rows that a table must hold and may hold, after the results of its operations.
+/// The rows that a table must hold, and those that it may hold, by the results of the operations on it.
 ///
-/// An operation that failed may be stored whole or not at all; one that succeeded is stored. A record in the file that
-/// is none of the whole ones named here is a half one.
+/// A successful operation is stored; a failed one is stored whole or not at all. Any other record in the file is a
+/// partial one.
 template <class Record>
 class Ledger
 {
 public:
     void clear() { m_rows.clear(); }
 
-    /// `mayStay`: the documentation says of the failure that the row may be there all the same.
+    /// `mayStay`: according to the documentation, the row may be stored despite the failure.
     void inserted(Record const& record, bool isAcknowledged, bool mayStay = false)
     {
         m_rows.push_back({{{record, isAcknowledged || mayStay}}, isAcknowledged});
@@ -54,7 +54,7 @@ public:
         }
     }
 
-    /// `isWhole`: each row was moved; otherwise some were, which the operation does not tell.
+    /// `isWhole`: all rows were moved; otherwise an unknown part of them.
     void moved(unsigned int newId, unsigned int oldId, bool isWhole)
     {
         for (Row& row : m_rows)
@@ -76,8 +76,8 @@ public:
         }
     }
 
-    /// Expects in `found` each record once, whole, with the key that was given back, and none that must be there
-    /// missing.
+    /// Expects each record at most once in `found`, whole and with the key that was returned, and expects all records
+    /// that must be there.
     void expectHolds(std::vector<Record> const& found) const
     {
         std::vector<bool> isFound(m_rows.size());
@@ -87,11 +87,11 @@ public:
                 std::find_if(m_rows.begin(), m_rows.end(), [&](Row const& r) { return r.find(record) != nullptr; });
             if (row == m_rows.end())
             {
-                ADD_FAILURE() << "neither old nor new nor whole: " << record;
+                ADD_FAILURE() << "neither an old nor a new version: " << record;
                 continue;
             }
             auto const index = static_cast<std::size_t>(row - m_rows.begin());
-            EXPECT_FALSE(isFound[index]) << "twice: " << record;
+            EXPECT_FALSE(isFound[index]) << "duplicate: " << record;
             isFound[index] = true;
         }
         for (std::size_t i = 0; i < m_rows.size(); ++i)
@@ -100,7 +100,7 @@ public:
         }
     }
 
-    /// How many records of `found` were written by operations that had failed, and of which nothing is documented.
+    /// Number of records in `found` from failed operations for which this is not documented.
     std::size_t countUnacknowledged(std::vector<Record> const& found) const
     {
         std::size_t count = 0;
@@ -123,13 +123,13 @@ public:
         EXPECT_LE(count, m_rows.size());
     }
 
-    /// Whether there is a record, and each must be there.
+    /// Returns true when there are records and all of them must be stored.
     bool isSure() const
     {
         return !m_rows.empty() && std::all_of(m_rows.begin(), m_rows.end(), [](Row const& row) { return row.isSure; });
     }
 
-    /// The part whose records `holds` accepts; updates must not change what it says of a record.
+    /// The records for which `holds` is true. Updates must not change the result of `holds`.
     template <class Predicate>
     Ledger<Record> part(Predicate holds) const
     {
@@ -148,20 +148,20 @@ private:
 
     struct Row
     {
-        std::vector<Version> versions; ///< any one of these
-        bool isSure;                   ///< whether it must be there at all
+        std::vector<Version> versions; ///< the record has one of these
+        bool isSure;                   ///< the record must be stored
 
         Record const& first() const { return versions.front().record; }
 
-        /// The version that is `record`, null when none is.
+        /// The version that equals `record`, or null.
         Version const* find(Record const& record) const
         {
             auto const found = std::find_if(versions.begin(), versions.end(),
                                             [&](Version const& version)
                                             {
                                                 Record expected = version.record;
-                                                // Only an acknowledged fault has been told its key; a statistic never
-                                                // is.
+                                                // Only an acknowledged fault has its key; the key of a statistic is
+                                                // never returned.
                                                 bool const isKeyKnown = isSure && std::is_same_v<Record, Fault>;
                                                 expected.EntryId = isKeyKnown ? expected.EntryId : record.EntryId;
                                                 return members(expected) == members(record);

@@ -7,7 +7,7 @@
 namespace
 {
 
-/// The keys of these two faults are 1 and 2.
+/// Adds two faults with the keys 1 and 2, and their statistics.
 void fillEarlierFile(std::string const& path)
 {
     FaultDb db;
@@ -22,7 +22,7 @@ void fillEarlierFile(std::string const& path)
     EXPECT_EQ(db.closeDb(), 0);
 }
 
-/// Both files of a transaction that is under way.
+/// The database and its journal in the middle of a transaction.
 EarlierFile makeCrashedFile()
 {
     TempDir const dir;

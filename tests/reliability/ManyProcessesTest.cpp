@@ -1,4 +1,4 @@
-// Many processes on one file: every one of them is served, and none sees another's work by halves.
+// Many processes use one file: all of them are served, and none reads a partial row of another one.
 
 #include "ChildProcess.h"
 #include "NumberedFault.h"
@@ -20,20 +20,20 @@ namespace
 constexpr unsigned int kWriters = 8;
 constexpr unsigned int kReaders = 2;
 #ifdef FIRAIM_TEST_IS_EMULATED
-constexpr unsigned int kInserts = 100; ///< in a time in which nobody gives up
+constexpr unsigned int kInserts = 100; ///< few enough that no writer reaches its busy timeout
 #else
 constexpr unsigned int kInserts = 1000;
 #endif
 
-/// The operations that one writer acknowledged.
+/// The acknowledgements of a writer.
 struct Writing
 {
-    std::vector<unsigned long long> keys; ///< of the inserts that succeeded
+    std::vector<unsigned long long> keys; ///< keys of the successful inserts
     unsigned int failed = 0;
     int status = -1;
 };
 
-/// The report of one reader.
+/// The report of a reader.
 struct Reading
 {
     unsigned int reads = 0;
@@ -56,7 +56,7 @@ protected:
         }
     }
 
-    /// Starts all writers and waits for their end.
+    /// Starts all writers and waits until they have ended.
     void write()
     {
         std::vector<std::thread> threads;
@@ -70,7 +70,7 @@ protected:
         }
     }
 
-    /// Lets the readers read once more and takes what they say.
+    /// Lets the readers read once more and returns their reports.
     std::vector<Reading> endReaders()
     {
         std::vector<Reading> readings;
@@ -119,7 +119,8 @@ private:
     std::vector<std::unique_ptr<ChildProcess>> m_readers;
 };
 
-/// How many of the keys given back belong to another writer's row. Documented; counted, so that it stays known.
+/// Number of returned keys that belong to another writer's row. This is documented behaviour; the test prints the
+/// number.
 unsigned int countForeignKeys(std::array<Writing, kWriters> const& writings, FaultTbl const& faults)
 {
     std::map<unsigned long long, unsigned int> writerOfKey;
@@ -173,7 +174,7 @@ TEST_F(ManyProcesses, AreAllServedAndNoneSeesHalfARow)
         Fault expected = numberedFault(fault.LoggerLifeTime, fault.LoggerUpTime);
         expected.EntryId = fault.EntryId;
         EXPECT_EQ(members(fault), members(expected));
-        EXPECT_TRUE(found.insert(fault.TimeStampUTC).second) << "twice: " << fault.TimeStampUTC;
+        EXPECT_TRUE(found.insert(fault.TimeStampUTC).second) << "duplicate: " << fault.TimeStampUTC;
     }
     EXPECT_EQ(RawDb(path).value("PRAGMA integrity_check"), "ok");
     std::printf("many processes: %u writers of %u inserts, %u readers with %u reads; %u of the keys given back were "

@@ -1,4 +1,4 @@
-// Failing memory: what a caller sees, and what the file holds, when allocations fail one after the other.
+// Each allocation in turn fails: results that a caller sees, and the content of the file.
 
 #include "FailingMemory.h"
 #include "FailingVfs.h"
@@ -19,7 +19,7 @@
 namespace
 {
 
-// An emulator looks for errors of the code, which the allocations in between do not bring to light.
+// A run in the emulator looks for errors in the code for that machine, for which a part of the allocations is enough.
 #ifdef FIRAIM_TEST_IS_EMULATED
 constexpr unsigned int kStride = 7;
 constexpr char kStrideNote[] = " (one in 7, as each takes long here)";
@@ -34,14 +34,14 @@ protected:
     static void SetUpTestSuite()
     {
         FailingMemory::install();
-        FailingVfs::install(); // Nothing waits for the disk here, whose failures are another test's.
+        FailingVfs::install(); // Without waits for the disk. StorageFaultTest covers failing storage.
     }
 
-    /// Fails each allocation in turn, or one in `kStride`, until the workload makes fewer than that.
+    /// Makes each allocation in turn fail, or one in `kStride`, until the workload makes no more allocations.
     void failEach(FailingMemory::Kind kind, FaultWorkload::Start start, FaultPlan::Persistence persistence,
                   int dbgLevel)
     {
-        runWorkload(kind, start, persistence, dbgLevel, 0); // Makes what is made once and kept.
+        runWorkload(kind, start, persistence, dbgLevel, 0); // The first run makes allocations that are kept.
         bool isStruck = true;
         for (unsigned int n = 1; isStruck && !HasFailure(); n += kStride)
         {
@@ -67,7 +67,7 @@ protected:
     std::size_t m_unacknowledged = 0;
 
 private:
-    /// Whether the `n`-th allocation was made, and failed.
+    /// Returns true when the `n`-th allocation was made, and failed.
     bool runWorkload(FailingMemory::Kind kind, FaultWorkload::Start start, FaultPlan::Persistence persistence,
                      int dbgLevel, unsigned int n)
     {
@@ -117,7 +117,7 @@ TEST_F(MemoryFaultTest, LibraryWithoutMemoryLosesNothingAcknowledgedAndLeavesThe
     EXPECT_EQ(m_unacknowledged, 0U);
 }
 
-/// Runs `operation` as the first use of SQLite, with the `n`-th allocation failing. Whether there was one to fail.
+/// Runs `operation` as the first use of SQLite while the `n`-th allocation fails. Returns true when there was one.
 template <class Operation>
 bool startWithoutMemory(unsigned int n, Operation operation)
 {
@@ -150,7 +150,7 @@ TEST_F(MemoryFaultTest, CreateDbFailsWhenSqliteCannotStartAndSucceedsWhenItCan)
     EXPECT_GT(n, 1U);
 }
 
-/// Calls for the objects of the process and for a file with each allocation failing in turn. The exit code.
+/// Creates the process's singletons and a file while each allocation in turn fails. Returns the exit status.
 int makeSingletonsWithoutMemory()
 {
     TempDir const dir;
@@ -182,9 +182,9 @@ int makeSingletonsWithoutMemory()
 
 TEST_F(MemoryFaultTest, SingletonsThatCannotBeMadeAreMadeByALaterCall)
 {
-    // A process that has neither of them yet; at its end it looks for leaks, where it is built to.
+    // Use a process that has no singletons yet. With the leak sanitizer, it also checks for leaks when it exits.
 #ifdef FIRAIM_TEST_IS_EMULATED
-    // The emulator cannot start a program anew, and this process has to be one that has made neither.
+    // The emulator cannot start the program again, so this process itself must not have singletons yet.
     ASSERT_EQ(FaultDb::m_pInstance, nullptr) << "run this test alone";
 #else
     testing::FLAGS_gtest_death_test_style = "threadsafe";

@@ -4,7 +4,8 @@
 
 #include <string>
 
-/// The fault number `index` of a writer. Every member follows from these two, so that a reader can tell a whole row.
+/// Fault number `index` of a writer. All members depend on these two numbers, so that a reader can detect a partial
+/// row.
 inline Fault numberedFault(unsigned int writer, unsigned int index)
 {
     std::string const text = std::to_string(writer) + "/" + std::to_string(index);

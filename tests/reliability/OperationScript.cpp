@@ -36,7 +36,7 @@ Operation OperationScript::next()
     return operation;
 }
 
-/// Some are empty, some hold quotes, and some are longer than a page.
+/// A random text: some are empty, some have quotes, and some are longer than a page.
 std::string OperationScript::text()
 {
     switch (below(12))
@@ -55,7 +55,7 @@ std::string OperationScript::text()
 Fault OperationScript::fault()
 {
     Fault fault;
-    fault.EntryId = 1 + m_random() % (m_faultCount + 1); // Now and then one that is not there.
+    fault.EntryId = 1 + m_random() % (m_faultCount + 1); // Sometimes a key without a row.
     fault.DateTimeString = text();
     fault.FaultCode = static_cast<faultCode_t>(m_random());
     fault.FaultCodeName = "name";

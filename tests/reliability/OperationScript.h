@@ -5,7 +5,7 @@
 #include <random>
 #include <string>
 
-/// One writing operation with all that it needs.
+/// A writing operation and its arguments.
 struct Operation
 {
     enum Kind
@@ -24,11 +24,11 @@ struct Operation
     unsigned int oldId = 0;
 };
 
-/// An endless sequence of writing operations that follows from a seed, so that two processes can agree on it.
+/// An endless sequence of writing operations. The seed determines it, so two processes can generate the same sequence.
 class OperationScript
 {
 public:
-    /// `faultCount`: how many faults there are to begin with; they have the keys from 1 on.
+    /// `faultCount`: number of faults in the file at the start, with the keys 1, 2 and so on.
     OperationScript(unsigned int seed, unsigned long long faultCount) : m_random(seed), m_faultCount(faultCount) {}
 
     Operation next();
@@ -43,7 +43,7 @@ private:
     unsigned long long m_faultCount;
 };
 
-/// Runs the operation and returns its code; the key of an inserted fault is left in it.
+/// Runs the operation and returns its code. Sets the key of an inserted fault.
 inline int perform(FaultDb& db, Operation& operation)
 {
     switch (operation.kind)

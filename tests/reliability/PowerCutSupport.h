@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <string>
 
-// Sanitizers and emulators look for errors of the code, which the cut points in between do not bring to light.
+// Runs with sanitizers or in the emulator look for errors in the code, for which a part of the cut points is enough.
 #if defined(FIRAIM_TEST_IS_EMULATED)
 constexpr std::size_t kCutStride = 5;
 #elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -24,10 +24,10 @@ constexpr std::size_t kCutStride = 1;
 constexpr std::size_t kCutStride = 1;
 #endif
 
-/// Makes a state of the disk real: `directory` holds `files` and nothing else.
+/// Replaces the content of `directory` by `files`, a state of the disk.
 inline void layOut(DiskModel::Files const& files, TempDir const& directory)
 {
-    // Emptied and not made anew: on some file systems a directory costs more than all the rest.
+    // Empty the directory instead of creating a new one, which is expensive on some file systems.
     for (auto const& entry : std::filesystem::directory_iterator(directory.path()))
     {
         std::filesystem::remove(entry.path());
@@ -38,7 +38,7 @@ inline void layOut(DiskModel::Files const& files, TempDir const& directory)
     }
 }
 
-/// What SQLite itself says of the file. A failing check is an answer here, not a failing test.
+/// Returns the result of SQLite's integrity check. A damaged file does not fail the test.
 inline bool isWhole(std::string const& path)
 {
     auto const isOk = [](void* whole, int, char** cells, char**)

@@ -1,4 +1,4 @@
-// The power fails after every single operation on the disk, and the library opens what is left.
+// The power fails after each operation on the disk, and the library opens the files that are left.
 
 #include "DiskModelVfs.h"
 #include "PowerCutSupport.h"
@@ -33,7 +33,7 @@ enum Loss
     LOSS_NONE,
     LOSS_REFUSED,  ///< the library does not serve the file
     LOSS_DAMAGED,  ///< SQLite finds the file damaged
-    LOSS_CONTENTS, ///< an acknowledged operation is not there, or half of one, or what was never asked for
+    LOSS_CONTENTS, ///< an acknowledged operation is missing, or the file holds a partial or an unknown one
     LOSS_COUNT
 };
 
@@ -45,18 +45,18 @@ class Recovery
 public:
     explicit Recovery(std::string const& path) : m_path(path) {}
 
-    ~Recovery() { static_cast<void>(m_db.closeDb()); } // Is not open in some of the states.
+    ~Recovery() { static_cast<void>(m_db.closeDb()); } // Fails in states in which the database could not be opened.
 
     Recovery(Recovery const&) = delete;
     Recovery& operator=(Recovery const&) = delete;
 
-    /// After a cut between two operations or inside one that works on an existing file.
+    /// Checks the file after a cut between two operations, or during an operation on an existing file.
     Loss checkService(std::vector<Content> const& allowed)
     {
         return m_db.openDb(m_path, false) == RESULT_OK ? checkContent(allowed) : LOSS_REFUSED;
     }
 
-    /// After a cut inside `createDb`: the file may be of no use, and creating it once more makes it good.
+    /// Checks the file after a cut during `createDb`: it may be unusable, but creating it again must succeed.
     Loss checkCreation(std::vector<Content> const& allowed)
     {
         int const opened = m_db.openDb(m_path, false);
@@ -107,12 +107,12 @@ private:
     FaultDb m_db;
 };
 
-/// Lays out the states of a disk, has the library open each, and counts what is lost.
+/// Writes the states of a disk as files, lets the library open each, and counts the losses.
 class States
 {
 public:
-    /// The states of `disk` at a cut in `underWay`; all before it has returned. Each `seed` has random states of its
-    /// own.
+    /// Tries the states of `disk` at a cut during `underWay`; all earlier operations have returned. Each `seed` gives
+    /// other random states.
     void tryAll(DiskModel const& disk, Act const& underWay, std::size_t seed)
     {
         ++m_cuts;
@@ -135,13 +135,13 @@ public:
     std::size_t losses() const { return opened() - m_losses[LOSS_NONE]; }
     std::string const& firstLosses() const { return m_firstLosses; }
 
-    /// The numbers of the run, into the test's record and onto the console.
+    /// Prints the numbers of the run and adds them to the test's record.
     void print(std::string const& title) const
     {
         std::cout << "power cuts, " << title << ": " << m_cuts << " cut points";
         if (kCutStride > 1)
         {
-            std::cout << " (one in " << kCutStride << " of them, as each takes long here)";
+            std::cout << " (one in " << kCutStride << " of them, to save time)";
         }
         std::cout << ", " << opened() << " states opened (" << m_settled << " with nothing pending, " << m_synchronised
                   << " nothing pending kept, " << m_current << " everything pending kept, " << m_random
@@ -179,7 +179,7 @@ private:
     std::string m_firstLosses;
 };
 
-/// Goes through a workload, cut by cut.
+/// Iterates over the cuts of a workload.
 class Cuts
 {
 public:
@@ -251,11 +251,12 @@ protected:
         states.print(title + ", " + std::to_string(workload.acts().size()) + " operations");
     }
 
-    /// The state that a cut leaves, none where it is of no interest.
+    /// Chooses a state that a cut leaves; none: the cut is skipped.
     using Choose = std::optional<DiskModel::Files> (*)(Cuts const&);
     using GoOn = void (Workload::*)(Act const&);
 
-    /// Runs the workload, and cuts the power a second time at every operation on the disk of what follows some cuts.
+    /// Runs the workload. After some of the cuts, runs `goOn` and cuts the power again at each of its operations on the
+    /// disk.
     void cutThePowerTwice(std::string const& title, Choose choose, GoOn goOn)
     {
         std::size_t firstCuts = 0;
@@ -275,7 +276,7 @@ protected:
         states.print(title + ", after " + std::to_string(firstCuts) + " first cuts");
     }
 
-    /// Now and then a state, of each kind in turn.
+    /// Chooses a state at some of the cuts, of each kind in turn.
     static std::optional<DiskModel::Files> someStates(Cuts const& cuts)
     {
         constexpr std::size_t kStride = 61;
@@ -294,7 +295,7 @@ protected:
         }
     }
 
-    /// States in which nothing but the journal keeps the file whole.
+    /// Chooses states in which the file is damaged without its journal.
     static std::optional<DiskModel::Files> halfWrittenFiles(Cuts const& cuts)
     {
         constexpr std::size_t kStride = 29;
@@ -345,7 +346,7 @@ TEST_F(PowerCutTest, WhatWasAcknowledgedOutlastsASecondCutDuringOrAfterRecovery)
     EXPECT_EQ(states.losses(), 0U) << states.firstLosses();
 }
 
-// The old file may come back, but not without the journal that it needs.
+// The old file may return, but only together with the journal that it needs.
 TEST_F(PowerCutTest, AFileThatACutLeftHalfWrittenIsReplacedOrStillRecovered)
 {
     cutThePowerTwice("replacing a half-written file", halfWrittenFiles, &Workload::replace);
@@ -353,7 +354,7 @@ TEST_F(PowerCutTest, AFileThatACutLeftHalfWrittenIsReplacedOrStillRecovered)
     EXPECT_EQ(states.losses(), 0U) << states.firstLosses();
 }
 
-// The controls. What a harness never misses, it may never look for.
+// Controls: they show that the harness detects losses.
 
 TEST_F(PowerCutTest, LossesWithoutSynchronisationAreCaught)
 {
@@ -362,8 +363,8 @@ TEST_F(PowerCutTest, LossesWithoutSynchronisationAreCaught)
     EXPECT_GT(states.losses(LOSS_DAMAGED), 0U);
 }
 
-// The journal is unlinked and the directory is not synchronised: the journal comes back and undoes an operation. The
-// file stays whole, as SQLite promises: the model takes no more than a disk would.
+// SQLite unlinks the journal and does not synchronise the directory, so the journal returns and rolls back an
+// acknowledged operation. The file stays whole, as SQLite promises: the model is not stricter than a disk.
 TEST_F(PowerCutTest, LossesWithADeletedJournalAreCaughtAndTheFileStaysWhole)
 {
     cutThePower("control with SQLite's default journal", "PRAGMA journal_mode=DELETE; PRAGMA synchronous=FULL",
@@ -373,7 +374,8 @@ TEST_F(PowerCutTest, LossesWithADeletedJournalAreCaughtAndTheFileStaysWhole)
     EXPECT_EQ(states.losses(LOSS_REFUSED), 0U) << states.firstLosses();
 }
 
-// The same journal, with the directory synchronised after each removal: the losses above are of that and nothing else.
+// The same journal mode, but SQLite synchronises the directory after each removal: so only this caused the losses
+// above.
 TEST_F(PowerCutTest, NothingIsLostWithAJournalThatIsDeletedForGood)
 {
     cutThePower("control with a journal deleted for good", "PRAGMA journal_mode=DELETE; PRAGMA synchronous=EXTRA",

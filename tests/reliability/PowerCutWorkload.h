@@ -18,7 +18,7 @@
 
 constexpr char kFileName[] = "faults.db";
 
-/// The content of the two tables, by key. Rows are shared: there is one content for each step of the workload.
+/// The content of the two tables, by key. The contents after different steps of the workload share their rows.
 struct Content
 {
     std::map<unsigned long long, std::shared_ptr<Fault const>> faults;
@@ -36,16 +36,16 @@ bool isSame(std::map<unsigned long long, std::shared_ptr<T const>> const& expect
 struct Act
 {
     std::string name;
-    std::size_t end = 0; ///< operations on the disk up to its return
+    std::size_t end = 0; ///< number of operations on the disk until its return
     bool isCreation = false;
-    std::vector<Content> contents; ///< before it, after each of its statements; the last is what it leaves
+    std::vector<Content> contents; ///< before the call and after each of its statements; the last is the final content
 };
 
-/// Runs a random mixture of the library's operations, each of which succeeds, and writes down what each one leaves.
+/// Runs a random mixture of the library's operations, all of which succeed, and notes the content after each.
 class Workload
 {
 public:
-    /// `pragmas` are run on each connection that stays open.
+    /// Runs `pragmas` on each connection that stays open.
     Workload(std::string const& directory, std::string pragmas)
         : m_directory(directory), m_path(directory + "/" + kFileName), m_pragmas(std::move(pragmas))
     {
@@ -68,8 +68,8 @@ public:
         m_vfs.stop();
     }
 
-    /// Goes on with the files that a power cut in `underWay` has left: opens them, recovery included, or creates them
-    /// once more where that does not work, and records one more fault.
+    /// Continues with the files that a power cut during `underWay` left: opens them, which includes recovery, or
+    /// creates them again if that fails, and records one more fault.
     void resume(Act const& underWay)
     {
         start();
@@ -93,7 +93,7 @@ public:
         m_vfs.stop();
     }
 
-    /// Goes on with such files by replacing them, unseen.
+    /// Continues with such files by replacing them without opening them.
     void replace(Act const& underWay)
     {
         start();
@@ -122,7 +122,7 @@ private:
         m_operations.clear();
     }
 
-    /// Takes over what was recorded since the last call.
+    /// Appends the operations that were recorded since the last call.
     void takeOperations()
     {
         auto const& recorded = m_vfs.operations();
@@ -153,7 +153,7 @@ private:
 
     std::size_t below(std::size_t bound) { return static_cast<std::size_t>(m_random() % bound); }
 
-    /// A text of any length from empty to some overflow pages.
+    /// A text of random length, from empty to some overflow pages.
     std::string anyText()
     {
         constexpr std::size_t kLengths[] = {0, 5, 20, 20, 60, 60, 200, 600, 3000, 9000};
@@ -163,7 +163,7 @@ private:
 
     void begin(char const* name) { m_acts.push_back({name, 0, false, {m_content}}); }
 
-    /// The end of a statement within an operation.
+    /// Marks the end of a statement within an operation.
     void step() { m_acts.back().contents.push_back(m_content); }
 
     void end(int result)
@@ -180,7 +180,7 @@ private:
         expectThatTheModelFollows();
     }
 
-    /// Every change of the files must have been recorded, or the cuts would be made elsewhere.
+    /// Expects that every change of the files was recorded, as otherwise the cuts would be at wrong places.
     void expectThatTheModelFollows()
     {
         EXPECT_TRUE(m_disk.current() == filesIn(m_directory)) << "after " << m_acts.size() << " operations";
@@ -212,7 +212,7 @@ private:
         end(m_db.closeDb());
     }
 
-    /// A new file over the old one, whose journal is still there.
+    /// Replaces the file, while the journal of the old one still exists.
     void replaceFile()
     {
         close();
@@ -324,7 +324,7 @@ private:
         end(result);
     }
 
-    /// Row by row: each is a statement of its own, and lasts before the next one is begun.
+    /// Updates row by row: each row is a separate statement, which is durable before the next one starts.
     template <class T>
     void moveRows(std::map<unsigned long long, std::shared_ptr<T const>>& rows, unsigned int newId, unsigned int oldId)
     {

@@ -1,4 +1,4 @@
-// Long random sequences of every operation of a client, on files of several origins. After each step the three tables
+// Long random sequences of all operations of a client, on files of several origins. After each step the three tables
 // are compared with a model in memory.
 
 #include "Fixtures.h"
@@ -18,14 +18,14 @@ constexpr unsigned int kSteps = 500;
 constexpr unsigned int kSteps = 3000;
 #endif
 constexpr std::size_t kMaxFaults = 50;
-constexpr unsigned int kFaultCodes = 13; ///< one more than the script uses
+constexpr unsigned int kFaultCodes = 13; ///< includes one that the script does not use
 
-/// A file as an operation sequence may find it.
+/// A kind of file on which a sequence of operations starts.
 struct Origin
 {
     char const* name;
     unsigned int seed;
-    /// A change that another program made to a file of the library.
+    /// SQL by which another program changes a file of the library.
     char const* sql;
     bool compatibleMode;
 };
@@ -107,7 +107,7 @@ void RandomOperations::close()
     ASSERT_EQ(db.closeDb(), 0);
 }
 
-/// The change of the other program does not matter here: from now on the file is as SQLite says.
+/// Reads the file's content into the model, after a change by another program.
 void RandomOperations::takeFromFile()
 {
     auto const take = [](auto const& found, auto& rows)
@@ -200,7 +200,7 @@ void RandomOperations::writeVersion()
 {
     ++writes;
     FdbVersion version;
-    version.Component = "part " + std::to_string(below(1000)); // Never a second row of the format version.
+    version.Component = "part " + std::to_string(below(1000)); // Never a second row with the format version.
     version.Version = "o''clock";
     ASSERT_EQ(db.insert(version), 0);
     model.insert(version);
@@ -218,7 +218,7 @@ void RandomOperations::writeRefused()
     ASSERT_EQ(db.update(operation.fault), -2);
     ASSERT_EQ(db.insert(operation.statistic), -2);
     ASSERT_EQ(db.update(operation.statistic), -2);
-    // The script counts on what it told to insert.
+    // The script counts its inserts, so create a new one with the present number.
     m_script.emplace(below(1U << 30U), model.lastFaultKey);
 }
 
@@ -258,7 +258,7 @@ void RandomOperations::callWithoutDatabase()
     ASSERT_EQ(members(statistic), members(makeStatistic()));
 }
 
-/// Another program keeps the tables short; keys that were given out do not come again.
+/// Removes rows, as another program would, to keep the tables short. Their keys are not used again.
 void RandomOperations::thinOut()
 {
     auto const half = std::next(model.faults.begin(), static_cast<std::ptrdiff_t>(model.faults.size() / 2));
@@ -379,7 +379,7 @@ TEST_P(RandomOperations, LeaveInTheFileWhatAModelHolds)
         step();
     }
     ASSERT_FALSE(HasFailure());
-    // The rows last beyond this object, and SQLite sees them without it.
+    // The rows outlive this object, and SQLite reads them without the library.
     FaultDb another;
     reopen();
     ASSERT_EQ(db.closeDb(), 0);

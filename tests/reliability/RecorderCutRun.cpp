@@ -76,12 +76,12 @@ FaultEvent RecorderCutRun::eventOf(std::uint64_t code, std::string const& module
 void RecorderCutRun::acknowledged(FaultEvent const& event, Receipt const& receipt)
 {
     ASSERT_EQ(receipt.result, HISTORY_OK) << m_recorder.lastProblem();
-    EXPECT_TRUE(m_acknowledged.emplace(receipt.key, event).second) << "a key twice: " << receipt.key;
+    EXPECT_TRUE(m_acknowledged.emplace(receipt.key, event).second) << "duplicate key: " << receipt.key;
     m_occurrences[event.code] += event.status == FAULT_ACTIVE ? 1 : 0;
     ++m_rows;
 }
 
-/// Notes what the call has left, once that is what it acknowledged.
+/// Checks that the file holds the acknowledged events, and notes its content after the call.
 void RecorderCutRun::finish(std::string const& name, std::optional<std::uint64_t> stormCode)
 {
     auto const& operations = m_vfs.operations();
@@ -90,7 +90,7 @@ void RecorderCutRun::finish(std::string const& name, std::optional<std::uint64_t
         m_disk.apply(operations[i]);
         m_operations.push_back(operations[i]);
     }
-    // Every change of the files must have been recorded, or the cuts would be made elsewhere.
+    // Every change of the files must have been recorded, as otherwise the cuts would be at wrong places.
     EXPECT_TRUE(m_disk.current() == filesIn(m_directory.path())) << name;
     std::optional<Recorded> const content = readRecorded(m_path);
     ASSERT_TRUE(content) << name;
@@ -118,7 +118,7 @@ void RecorderCutRun::expectAcknowledged()
         auto const row = rows.find(key);
         if (row == rows.end())
         {
-            EXPECT_TRUE(m_keepNewest != 0 && key + m_keepNewest <= newest) << "row " << key << " is not there";
+            EXPECT_TRUE(m_keepNewest != 0 && key + m_keepNewest <= newest) << "row " << key << " is missing";
             continue;
         }
         char const* const status = event.status == FAULT_ACTIVE ? "ErrorActive" : "ErrorInactive";
@@ -197,7 +197,7 @@ void RecorderCutRun::clearCode(std::uint64_t code)
     finish("clearCode");
 }
 
-/// The rows of the burst, then events that are counted, then the row that tells how many.
+/// Records the rows of the burst and events that are counted, then lets the recorder write the row with the count.
 void RecorderCutRun::storm(std::uint64_t code)
 {
     record(code, "storm", FAULT_ACTIVE);

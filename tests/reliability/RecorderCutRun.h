@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-/// The content of a fault database: every cell.
+/// All cells of a fault database.
 struct Recorded
 {
     std::string faults;
@@ -21,25 +21,25 @@ struct Recorded
     bool operator==(Recorded const& other) const { return faults == other.faults && statistics == other.statistics; }
 };
 
-/// Read through SQLite alone; none when SQLite cannot read it.
+/// Reads the content through SQLite only; returns none when SQLite cannot read it.
 std::optional<Recorded> readRecorded(std::string const& path);
 
-/// A run of a recorder on the disk model: what each call leaves, and what it did to the disk.
+/// A run of a recorder on the disk model: the content after each call, and its operations on the disk.
 class RecorderCutRun
 {
 public:
     static constexpr char kFileName[] = "faults.db";
 
-    /// One call.
+    /// A call of the recorder.
     struct Call
     {
         std::string name;
-        std::size_t end; ///< operations on the disk up to its return
+        std::size_t end; ///< number of operations on the disk until its return
         Recorded before;
         Recorded after;
-        std::optional<std::uint64_t> stormCode; ///< whose count may be stored some time before the row of the storm
+        std::optional<std::uint64_t> stormCode; ///< the count of this code may be stored before the row of the storm
 
-        /// Whether the file may hold this when the power fails before the call has returned.
+        /// Returns true when the file may have this content if the power fails before the call has returned.
         bool allows(Recorded const& found) const;
     };
 
@@ -73,12 +73,12 @@ private:
     std::string const m_path = m_directory.file(kFileName);
     DiskModelVfs& m_vfs = DiskModelVfs::getInstance();
     firaim::FaultRecorder m_recorder;
-    std::uint64_t m_keepNewest = 0; ///< of the recorders so far
+    std::uint64_t m_keepNewest = 0; ///< the largest value of the recorders so far
     std::uint64_t m_pruned = 0;
     std::uint64_t m_rows = 0;
     unsigned int m_number = 0;
-    std::map<unsigned long long, firaim::FaultEvent> m_acknowledged; ///< by key
-    std::map<std::uint64_t, unsigned int> m_occurrences;             ///< acknowledged, by code
+    std::map<unsigned long long, firaim::FaultEvent> m_acknowledged; ///< acknowledged events, by key
+    std::map<std::uint64_t, unsigned int> m_occurrences;             ///< acknowledged occurrences, by code
     Recorded m_content;
     std::vector<Call> m_calls;
     std::vector<DiskOperation> m_operations;

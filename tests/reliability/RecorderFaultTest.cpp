@@ -1,4 +1,4 @@
-// A recorder above storage and memory that fail: what a call returns is what the file holds, and the next call works.
+// A recorder on failing storage or memory: the result of a call agrees with the file, and the next call works.
 
 #include "FailingMemory.h"
 #include "FailingVfs.h"
@@ -17,7 +17,7 @@
 namespace
 {
 
-// An emulator looks for errors of the code, which the allocations in between do not bring to light.
+// A run in the emulator looks for errors in the code for that machine, for which a part of the allocations is enough.
 #ifdef FIRAIM_TEST_IS_EMULATED
 constexpr unsigned int kStride = 7;
 #else
@@ -35,12 +35,13 @@ protected:
 
     RecorderFaultTest() { FailingVfs::select(FailingVfs::KIND_COUNT); }
 
-    /// Fails each step that `plan` counts in turn, in each call of the recorder, until the call makes fewer.
+    /// Makes each step that `plan` counts fail in turn, in each call of the recorder, until the call makes no more
+    /// steps.
     void failEach(FaultPlan& plan, FaultPlan::Persistence persistence, unsigned int stride = 1)
     {
         for (int call = 0; call < RecorderWorkload::CALL_COUNT; ++call)
         {
-            // The first run makes what is made once and kept.
+            // The first run makes allocations that are kept.
             static_cast<void>(failOne(plan, persistence, static_cast<RecorderWorkload::Call>(call), 0));
             unsigned int fired = 1;
             for (unsigned int n = 1; fired != 0 && !HasFailure(); n += stride)
@@ -103,7 +104,7 @@ TEST_P(RecorderStorageTest, LastingFailureIsReportedAsWhatTheFileHoldsOrAsUnknow
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, RecorderStorageTest,
-                         // No file is removed: the journal is kept.
+                         // Without REMOVE, as the recorder keeps the journal and removes no file.
                          testing::Values(FailingVfs::OPEN, FailingVfs::READ, FailingVfs::SHORT_READ, FailingVfs::WRITE,
                                          FailingVfs::SHORT_WRITE, FailingVfs::FULL_DISK, FailingVfs::FULL_DISK_MIDWAY,
                                          FailingVfs::TRUNCATE, FailingVfs::SYNC, FailingVfs::LOCK_BUSY,
@@ -144,7 +145,7 @@ TEST_F(RecorderFaultTest, RecorderThatIsNotOpenThrowsNothingWithoutMemory)
     EXPECT_LT(recorder->flush(left), 0);
     EXPECT_LT(recorder->endCycle(), 0);
     EXPECT_LT(recorder->close(), 0);
-    recorder.reset(); // An exception here ends the process.
+    recorder.reset(); // An exception from the destructor would end the process.
     plan.pause();
     plan.clear();
     EXPECT_GT(plan.fired(), 0U);

@@ -1,4 +1,4 @@
-// A recorder on storage that really is full.
+// A recorder on storage that is really full.
 
 #include "SmallStorage.h"
 #include "TestSupport.h"
@@ -29,7 +29,7 @@ FaultEvent longEvent(unsigned int number)
     return event;
 }
 
-/// A recorder whose storage fills up under it and is given back.
+/// A recorder whose storage gets full and has room again later.
 class FilledRecorder
 {
 public:
@@ -38,7 +38,7 @@ public:
         EXPECT_EQ(m_recorder.open(m_path), HISTORY_OK) << m_recorder.lastProblem();
     }
 
-    /// Records until the storage is full, by single events or by groups.
+    /// Records single events or groups until the storage is full.
     void fill(bool isByGroups)
     {
         int result = HISTORY_OK;
@@ -46,8 +46,8 @@ public:
         {
             result = record(isByGroups);
         }
-        EXPECT_EQ(result, HISTORY_FAILED) << "the storage never was full";
-        EXPECT_GT(m_recorded.size(), 3U) << "the storage was full from the beginning";
+        EXPECT_EQ(result, HISTORY_FAILED) << "the storage was never full";
+        EXPECT_GT(m_recorded.size(), 3U) << "the storage was full from the start";
         EXPECT_EQ(record(isByGroups), HISTORY_FAILED);
         expectFile();
     }
@@ -94,7 +94,7 @@ private:
         }
     }
 
-    /// The rows are those with a receipt that says so, each once, and the statistics agree.
+    /// Expects one row for each event with a successful receipt, no other row, and statistics that agree.
     void expectFile()
     {
         RawDb raw(m_path);

@@ -1,4 +1,4 @@
-// The power fails after every single operation on the disk that a recorder makes, and a recorder opens what is left.
+// The power fails after each of a recorder's operations on the disk, and a recorder opens the files that are left.
 
 #include "PowerCutSupport.h"
 #include "RecorderCutRun.h"
@@ -15,7 +15,7 @@ using namespace firaim;
 constexpr std::size_t kRandomStates = 4;
 constexpr std::uint64_t kLaterCode = 4711;
 
-/// Every state of every cut, and what is wrong with it.
+/// Checks states of the disk after each cut.
 class RecorderPowerCut : public testing::Test
 {
 protected:
@@ -38,7 +38,7 @@ protected:
         cut(disk, operations.size());
     }
 
-    /// The same where, once the file has been created, nothing is synchronised; at some of the operations.
+    /// Does the same at some of the operations, with a disk that ignores synchronisation once the file was created.
     void cutThePowerOfADiskThatLies()
     {
         constexpr std::size_t kStride = 5;
@@ -88,7 +88,7 @@ private:
             return;
         }
         tryState(disk.synchronised(), index, "nothing pending kept");
-        // A recorder waits half a second where it finds a journal without its file.
+        // Fewer states during creation, as a recorder waits half a second when it finds a journal without its file.
         std::size_t const count = index < m_run.calls().front().end ? 1 : kRandomStates;
         for (std::size_t i = 0; i < count; ++i)
         {
@@ -98,7 +98,7 @@ private:
 
     void tryState(DiskModel::Files const& files, std::size_t index, char const* kind)
     {
-        // A call that returned with the last operation before the cut is over.
+        // A call has returned if its last operation was before the cut.
         auto const isUnderWay = [index](RecorderCutRun::Call const& call) { return call.end > index; };
         auto const& calls = m_run.calls();
         auto const found = std::find_if(calls.begin(), calls.end(), isUnderWay);
@@ -117,7 +117,7 @@ private:
         }
     }
 
-    /// The error in the files that a cut in `call` has left; empty without one.
+    /// Describes the error in the files that a cut during `call` left; empty if there is none.
     std::string problemAfter(RecorderCutRun::Call const& call) const
     {
         std::string const path = m_directory.file(RecorderCutRun::kFileName);
@@ -160,7 +160,7 @@ TEST_F(RecorderPowerCut, LosesNothingThatWasAcknowledgedAndSplitsNoCall)
     EXPECT_EQ(m_losses, 0U) << m_firstLosses;
 }
 
-// The control. What a harness never misses, it may never look for.
+// Control: it shows that the harness detects losses.
 TEST_F(RecorderPowerCut, LossesOnADiskThatIgnoresSynchronisationAreCaught)
 {
     cutThePowerOfADiskThatLies();

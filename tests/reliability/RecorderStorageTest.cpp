@@ -1,4 +1,4 @@
-// A recorder with storage that fails now and then.
+// A recorder on storage that fails temporarily.
 
 #include "FailingVfs.h"
 
@@ -33,7 +33,7 @@ protected:
     TempDir dir;
 };
 
-/// The pages of a long text are read by the pruning alone, which gives them back.
+/// Only the pruning reads the overflow pages of a long text, to release them.
 TEST_F(RecorderStorageTest, PruningThatCannotReadFailsNoRecording)
 {
     constexpr unsigned int kRows = 60;
@@ -72,11 +72,11 @@ TEST_F(RecorderStorageTest, PruningThatCannotReadFailsNoRecording)
         EXPECT_LT(std::stoi(raw.value("SELECT count(*) FROM FdbFaultTbl")), static_cast<int>(kRows));
     }
     EXPECT_GT(failures, 10U);
-    EXPECT_GT(unpruned, 10U) << "no failure has met the pruning";
+    EXPECT_GT(unpruned, 10U) << "too few failures were in the pruning";
     std::printf("pruning: %u reads failed, %u of them in the pruning\n", failures, unpruned);
 }
 
-/// Storage that fails at any call, and for a while: what was posted is recorded once it works again, once.
+/// Storage fails from some call on and works again later: then each posted event is recorded once.
 TEST_F(RecorderStorageTest, PostedEventsOutliveStorageThatFailsForAWhile)
 {
     for (FailingVfs::Kind const kind : {FailingVfs::WRITE, FailingVfs::FULL_DISK, FailingVfs::FULL_DISK_MIDWAY,
@@ -98,7 +98,7 @@ TEST_F(RecorderStorageTest, PostedEventsOutliveStorageThatFailsForAWhile)
                 ASSERT_EQ(recorder.post(eventOf(i)), HISTORY_QUEUED);
             }
             std::uint64_t left = 0;
-            static_cast<void>(recorder.flush(left, std::chrono::milliseconds(50))); // Some kinds fail nothing.
+            static_cast<void>(recorder.flush(left, std::chrono::milliseconds(50))); // May succeed.
             FailingVfs::plan().pause();
             FailingVfs::plan().clear();
             EXPECT_EQ(recorder.flush(left, std::chrono::minutes(1)), HISTORY_OK) << recorder.lastProblem();
@@ -110,7 +110,7 @@ TEST_F(RecorderStorageTest, PostedEventsOutliveStorageThatFailsForAWhile)
     }
 }
 
-/// The file is mended by somebody else after its reset has failed: the incident, which is nowhere, was not counted.
+/// Another program repairs the file after its reset has failed: the incident was not stored, so it must not be counted.
 TEST_F(RecorderStorageTest, IncidentOfAResetThatFailedIsForgotten)
 {
     constexpr std::size_t kPage = 4096;
@@ -146,7 +146,7 @@ TEST_F(RecorderStorageTest, IncidentOfAResetThatFailedIsForgotten)
         }
         if (receipt.result == HISTORY_OK || readFile(file).front() != '\x5a')
         {
-            continue; // Another call failed, not the reset.
+            continue; // The reset succeeded; another call failed.
         }
         ++failures;
         std::filesystem::remove(file + "-journal");
@@ -157,7 +157,7 @@ TEST_F(RecorderStorageTest, IncidentOfAResetThatFailedIsForgotten)
     EXPECT_GT(failures, 0U);
 }
 
-/// Synchronising fails. The parameter: whether the file is in write-ahead-log mode.
+/// Tests with failing synchronisation. The parameter is true for a file in write-ahead-log mode.
 class RecorderSyncTest : public RecorderStorageTest, public testing::WithParamInterface<bool>
 {
 protected:
@@ -173,7 +173,7 @@ protected:
         ASSERT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
     }
 
-    /// From now on the `n`-th synchronising fails.
+    /// Makes the `n`-th synchronisation from now fail.
     static void beginFailing(unsigned int n, FaultPlan::Persistence persistence)
     {
         FailingVfs::select(FailingVfs::SYNC);
@@ -215,14 +215,14 @@ TEST_P(RecorderSyncTest, NothingIsAcknowledgedBeforeALaterSyncHasSucceeded)
             EXPECT_TRUE(result == HISTORY_UNKNOWN || stored == (result == HISTORY_OK ? "1,2" : "1")) << result;
             if (fired != 0 && result == HISTORY_OK)
             {
-                EXPECT_GT(FailingVfs::plan().passedAfterFailure(), 0U) << "it may be in the system's memory alone";
+                EXPECT_GT(FailingVfs::plan().passedAfterFailure(), 0U) << "the row may be in the page cache only";
                 ++acknowledged;
             }
             unknown += result == HISTORY_UNKNOWN ? 1 : 0;
         }
     }
-    EXPECT_EQ(acknowledged, 1U) << "the last sync of a commit failed once";
-    EXPECT_GT(unknown, 0U) << "the last sync of a commit failed, and so did those after it";
+    EXPECT_EQ(acknowledged, 1U) << "only the last sync of a commit failed";
+    EXPECT_GT(unknown, 0U) << "the last sync of a commit and all later ones failed";
 }
 
 TEST_P(RecorderSyncTest, PostedEventThatIsFoundIsRecordedOnceALaterSyncHasSucceeded)
@@ -236,7 +236,7 @@ TEST_P(RecorderSyncTest, PostedEventThatIsFoundIsRecordedOnceALaterSyncHasSuccee
         ASSERT_EQ(recorder.post(eventOf(2)), HISTORY_QUEUED);
         std::uint64_t left = 0;
         int result = HISTORY_BUSY;
-        while (result == HISTORY_BUSY) // The first try has not come to its end.
+        while (result == HISTORY_BUSY) // The first try has not ended yet.
         {
             result = recorder.flush(left, std::chrono::milliseconds(50));
         }
@@ -277,7 +277,7 @@ TEST_P(RecorderSyncTest, GroupThatHasRemovedRowsOfItsOwnIsFound)
 INSTANTIATE_TEST_SUITE_P(Each, RecorderSyncTest, testing::Bool(),
                          [](auto const& set) { return set.param ? "WriteAheadLog" : "RollbackJournal"; });
 
-/// A file is set aside with storage that fails. The parameters: the page that is damaged, and what fails.
+/// Sets a file aside on failing storage. The parameters are the damaged page and the kind of failing calls.
 class SetAsideStorageTest : public RecorderStorageTest,
                             public testing::WithParamInterface<std::tuple<std::size_t, FailingVfs::Kind>>
 {
@@ -294,7 +294,7 @@ protected:
         options.setAsideCode = 4711;
     }
 
-    /// Opens the damaged file while the `n`-th call fails; returns whether one has. Afterwards all works again.
+    /// Opens the damaged file while the `n`-th call fails. Returns true when a call failed. Clears the plan.
     bool openWithFailure(unsigned int n, FaultPlan::Persistence persistence)
     {
         std::filesystem::remove_all(dir.path());
@@ -327,10 +327,10 @@ protected:
             if (name.find(".aside-") != std::string::npos)
             {
                 ++copies;
-                EXPECT_TRUE(bytes == damaged) << "what the file held is lost";
+                EXPECT_TRUE(bytes == damaged) << "the copy is not whole";
             }
         }
-        EXPECT_EQ(copies, 1U) << "whatever was tried";
+        EXPECT_EQ(copies, 1U) << "there must be one copy after any number of tries";
     }
 
     std::string const path = dir.file("faults.db");

@@ -7,9 +7,9 @@ namespace
 
 using namespace firaim;
 
-/// An event of the code whose two triples are active before the call.
+/// A code with two triples, both active before the call.
 constexpr std::uint64_t kCode = 7;
-/// Modules of the events of the call begin with it.
+/// Prefix of the modules of the call's events.
 constexpr char kOfCall[] = "call";
 
 FaultEvent eventOf(std::uint64_t code, std::string const& module)
@@ -18,7 +18,7 @@ FaultEvent eventOf(std::uint64_t code, std::string const& module)
     event.code = code;
     event.module = module;
     event.parameter = "parameter";
-    event.description = std::string(3000, 'd'); // A group of these takes pages of its own.
+    event.description = std::string(3000, 'd'); // A group of such events needs additional pages.
     event.codeName = "name";
     return event;
 }
@@ -57,7 +57,7 @@ RecorderWorkload::RecorderWorkload(FaultPlan& plan, Call call) : m_plan(plan), m
     }
 }
 
-/// Leaves the bytes that are there in the middle of a transaction.
+/// Restores the files as they were in the middle of a transaction, with a hot journal.
 void RecorderWorkload::leaveHalfWritten()
 {
     RawDb raw(m_path);
@@ -81,7 +81,7 @@ void RecorderWorkload::run()
     catch (std::exception const& exception)
     {
         m_plan.pause();
-        ADD_FAILURE() << "an exception has left the recorder: " << exception.what();
+        ADD_FAILURE() << "the recorder threw: " << exception.what();
         m_receipts.assign(1, {HISTORY_FAILED, 0});
     }
     m_plan.pause();
@@ -108,7 +108,7 @@ void RecorderWorkload::runCall()
         m_receipts.push_back(m_recorder.clear(event));
         break;
     case RECORD_ALL:
-        static_cast<void>(m_recorder.recordAll(m_events, m_receipts)); // The receipts say more.
+        static_cast<void>(m_recorder.recordAll(m_events, m_receipts)); // The receipts hold the results.
         break;
     case CLEAR_CODE:
         m_receipts.resize(1);
@@ -186,7 +186,7 @@ void RecorderWorkload::expectFileAsReported()
     expectStatistics();
 }
 
-/// The statistics say what the rows say: one is never stored without the other.
+/// Expects statistics that agree with the rows: one is never stored without the other.
 void RecorderWorkload::expectStatistics()
 {
     RawDb raw(m_path);

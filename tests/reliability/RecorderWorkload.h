@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-/// One call of a recorder while what lies below it fails, and what the file must hold afterwards.
+/// Makes a call of a recorder while calls below it fail, and checks the content of the file afterwards.
 class RecorderWorkload
 {
 public:
@@ -16,7 +16,7 @@ public:
     {
         OPEN_NEW,
         OPEN_OLD,
-        OPEN_CRASHED, ///< with a transaction that a writer left half done
+        OPEN_CRASHED, ///< a file with a hot journal
         RECORD,
         RAISE,
         CLEAR,
@@ -26,17 +26,17 @@ public:
         CALL_COUNT
     };
 
-    /// Opens a file with a few rows, unless opening is what fails.
+    /// Opens a file with a few rows, unless `call` is the opening itself.
     RecorderWorkload(FaultPlan& plan, Call call);
 
-    /// Makes the call; only meanwhile does the plan count. What it returned must agree with the file, which is looked
-    /// at through SQLite, once `plan.clear()` has been called.
+    /// Makes the call; the plan counts only during it. After `plan.clear()`, `expectFileAsReported` expects that the
+    /// file, read through SQLite, agrees with the result.
     void run();
     void expectFileAsReported();
-    /// Whatever has happened, the recorder works on.
+    /// Expects that the recorder works, whatever the result of the call was.
     void expectWorksOn();
 
-    /// Whether the call could not say what became of it.
+    /// Returns true when the result of the call does not say whether the events were stored.
     bool isUnknown() const;
     bool isDone() const;
 

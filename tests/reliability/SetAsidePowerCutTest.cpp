@@ -1,4 +1,4 @@
-// The power fails after every single operation on the disk while a recorder sets a damaged file aside.
+// The power fails after each operation on the disk while a recorder sets a damaged file aside.
 
 #include "PowerCutSupport.h"
 #include "SilentConsole.h"
@@ -32,11 +32,11 @@ FaultEvent eventOf(std::uint64_t code)
     return event;
 }
 
-/// What SQLite has rolled back is what a program would see of the file.
+/// Lets SQLite roll back the journal, so that the file has the content that a program reads.
 void rollBack(std::string const& path)
 {
     RawDb const raw(path);
-    // Fails where the file is damaged, once the journal has been played back.
+    // Rolls back the journal first, then fails if the file is damaged.
     static_cast<void>(sqlite3_exec(raw.handle(), "SELECT count(*) FROM sqlite_master", nullptr, nullptr, nullptr));
 }
 
@@ -57,7 +57,7 @@ protected:
         writeFile(m_path, m_damaged);
     }
 
-    /// Sets the file aside; the disk is that of before.
+    /// Sets the file aside, and records the operations on the disk.
     void setAside()
     {
         auto& vfs = DiskModelVfs::getInstance();
@@ -100,7 +100,7 @@ protected:
 
     std::size_t cuts = 0;
     std::size_t states = 0;
-    std::size_t copied = 0; ///< states with a whole copy
+    std::size_t copied = 0; ///< number of states with a whole copy
 
 private:
     bool isCopyWhole(DiskModel::Files const& files) const

@@ -3,8 +3,8 @@
 #include <iostream>
 #include <streambuf>
 
-/// Standard output without the library's lines, for as long as it lives. It allocates nothing, so that it is the
-/// library that fails when memory does.
+/// Drops standard output while the object lives. It allocates nothing, so that only allocations of the library can
+/// fail.
 class SilentConsole
 {
 public:

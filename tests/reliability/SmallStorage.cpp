@@ -14,7 +14,7 @@ void writeText(char const* path, std::string const& text)
     std::ofstream(path) << text;
 }
 
-/// Gives the process mounts of its own, which without root takes a user namespace of its own.
+/// Moves the process to a private mount namespace; without root, this also needs a private user namespace.
 bool leaveMounts()
 {
     if (geteuid() == 0)
@@ -27,7 +27,7 @@ bool leaveMounts()
     {
         return false;
     }
-    // Files on the new file system need an owner; without these each would have one that has no number.
+    // Map the user and group, as files on the new file system need a valid owner.
     writeText("/proc/self/setgroups", "deny");
     writeText("/proc/self/uid_map", user + " " + user + " 1");
     writeText("/proc/self/gid_map", group + " " + group + " 1");

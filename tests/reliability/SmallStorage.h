@@ -10,16 +10,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// Storage that is full: limits and mounts that belong to one process.
+// Full storage: limits and mounts that apply to a single process.
 
-constexpr int kFailed = 255; // Exit status of a child process; any other but 0 is an errno.
+constexpr int kFailed = 255; // Exit status after a failed expectation; any other status but 0 is an errno.
 
-/// Runs `body` in a process of its own, whose limits and mounts end with it. The result is that of `body`, or `kFailed`
+/// Runs `body` in a child process, whose limits and mounts end with it. Returns the result of `body`, or `kFailed`
 /// after a failed expectation.
 template <class Body>
 int runInChild(Body body)
 {
-    std::fflush(nullptr); // Otherwise both processes would write what is in the buffers.
+    std::fflush(nullptr); // Otherwise both processes would write the buffered output.
     pid_t const child = fork();
     if (child == 0)
     {
@@ -33,15 +33,15 @@ int runInChild(Body body)
     return WIFEXITED(status) ? WEXITSTATUS(status) : kFailed;
 }
 
-/// Limits what may be written to one file. What a write has room for is written; the rest fails with EFBIG.
+/// Limits the size of each file. A write up to the limit succeeds; a write beyond it fails with EFBIG.
 void limitFileSize(rlim_t bytes);
 void liftFileSize();
 
-/// Mounts a file system of 320 KiB at `path`, for this process alone. 0, or the errno of what is not allowed.
+/// Mounts a file system of 320 KiB at `path`, for this process only. Returns 0 or an errno.
 int mountSmall(char const* path);
 
-/// Runs `body` in a process of its own that has a file system of 320 KiB at `path`. Must be the last step of a test,
-/// which is skipped where that is not allowed.
+/// Runs `body` in a child process with a file system of 320 KiB at `path`. Must be the last step of a test: skips the
+/// test where mounting is not allowed.
 template <class Body>
 void runOnSmallFileSystem(std::string const& path, Body body)
 {
@@ -57,10 +57,10 @@ void runOnSmallFileSystem(std::string const& path, Body body)
         });
     if (result != 0 && result != kFailed)
     {
-        GTEST_SKIP() << "no file system may be mounted here: " << std::strerror(result);
+        GTEST_SKIP() << "mounting a file system is not allowed here: " << std::strerror(result);
     }
     EXPECT_EQ(result, 0);
 }
 
-/// Writes a file for as long as there is room.
+/// Writes to a file until the storage is full.
 void fillUp(std::string const& path);

@@ -1,4 +1,4 @@
-// Failing storage: what a caller sees, and what the file holds, when the calls below SQLite fail one after the other.
+// Each call below SQLite fails in turn: results that a caller sees, and the content of the file.
 
 #include "FailingVfs.h"
 #include "FaultWorkload.h"
@@ -14,7 +14,7 @@
 namespace
 {
 
-/// The results of all workloads of one test.
+/// Sums over all workloads of a test.
 struct Counts
 {
     unsigned int faults = 0;
@@ -27,7 +27,7 @@ class StorageFaultTest : public testing::TestWithParam<FailingVfs::Kind>
 protected:
     static void SetUpTestSuite() { FailingVfs::install(); }
 
-    /// Fails each call of the kind in turn, until the workload makes fewer calls than that.
+    /// Makes each call of the kind fail in turn, until the workload makes no more calls.
     void failEach(FaultWorkload::Start start, FaultPlan::Persistence persistence)
     {
         FailingVfs::select(GetParam());
@@ -58,8 +58,8 @@ protected:
         return isHarmless || isRepeated ? FaultWorkload::TOLERATES : FaultWorkload::FAILS;
     }
 
-    /// Whether an operation can have stored its record by the time that a call of this kind fails: its last steps are
-    /// to void the journal, which is written and synchronised, and to unlock the file.
+    /// Returns true when the record may be stored before a call of this kind fails: the last steps of a commit are to
+    /// invalidate the journal, by a write and a synchronisation, and to unlock the file.
     static bool isLateInCommit(FailingVfs::Kind kind)
     {
         return kind == FailingVfs::FULL_DISK_MIDWAY || kind == FailingVfs::SYNC || kind == FailingVfs::UNLOCK;
@@ -82,7 +82,7 @@ TEST_P(StorageFaultTest, LosesNothingAcknowledgedAndLeavesTheObjectUsable)
     EXPECT_TRUE(m_counts.unacknowledged == 0 || isLateInCommit(GetParam()));
 }
 
-/// A file whose lock another connection holds. The waits are only added up: no time passes.
+/// A file that another connection has locked. Waits are only added up, so no time passes.
 class LockedFileTest : public testing::Test
 {
 protected:
@@ -122,7 +122,7 @@ TEST_F(LockedFileTest, IsWaitedForUntilTheLockGoes)
     Fault fault = makeFault(kRows + 1);
     EXPECT_EQ(db.insert(fault), 0);
     EXPECT_LT(FailingVfs::takeSleptMs(), 2 * kTries)
-        << "pauses are short, so that no gap between two writers is missed";
+        << "pauses must be short, or a waiting call misses the gap between two writers";
 }
 
 TEST_F(LockedFileTest, IsGivenUpAfterFiveSeconds)
@@ -133,7 +133,7 @@ TEST_F(LockedFileTest, IsGivenUpAfterFiveSeconds)
     EXPECT_EQ(db.insert(fault), -2);
     EXPECT_EQ(FailingVfs::takeSleptMs(), 5000);
     EXPECT_EQ(db.insert(fault), -2);
-    EXPECT_EQ(FailingVfs::takeSleptMs(), 5000) << "each operation waits anew";
+    EXPECT_EQ(FailingVfs::takeSleptMs(), 5000) << "each operation has its own busy timeout";
     other.exec("COMMIT");
     EXPECT_EQ(db.insert(fault), 0);
 }
@@ -147,7 +147,7 @@ TEST_F(LockedFileTest, IsWaitedForOnceByARenumberingOfManyRows)
     EXPECT_EQ(other.value("SELECT count(*) FROM FdbFaultTbl WHERE RdbStartupId=1"), std::to_string(kRows));
     Fault fault = makeFault(kRows + 1);
     EXPECT_EQ(db.insert(fault), -2);
-    EXPECT_EQ(FailingVfs::takeSleptMs(), 5000) << "other operations wait as before";
+    EXPECT_EQ(FailingVfs::takeSleptMs(), 5000) << "later operations have their own busy timeout";
     other.exec("COMMIT");
     EXPECT_EQ(db.updateRdbStartup(2, 1), 0);
     EXPECT_EQ(other.value("SELECT count(*) FROM FdbFaultTbl WHERE RdbStartupId=2"), std::to_string(kRows));
@@ -169,7 +169,7 @@ TEST_F(LockedFileTest, IsWaitedForByEachRowOfARenumberingWhileRowsGetThrough)
         slept += FailingVfs::takeSleptMs();
         other.exec("BEGIN IMMEDIATE");
     }
-    EXPECT_GT(slept, 5000) << "the test does not wait for long enough to tell";
+    EXPECT_GT(slept, 5000) << "the waits are too short to show the difference";
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, StorageFaultTest,

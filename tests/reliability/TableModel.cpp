@@ -12,7 +12,7 @@ bool holdsQuote(std::string const& text)
     return text.find('\'') != std::string::npos;
 }
 
-/// A stored quote cannot be written back, so a record with one is not moved.
+/// The library cannot write back a stored quote, so it does not move a record with one.
 bool isMovable(Fault const& f)
 {
     return !holdsQuote(f.DateTimeString) && !holdsQuote(f.FaultCodeName) && !holdsQuote(f.ModuleName) &&
@@ -73,7 +73,7 @@ std::string storedText(std::string const& text)
     return result;
 }
 
-// Changed through pointers to members. NOLINTNEXTLINE(performance-unnecessary-value-param)
+// Changes the copy through pointers to members. NOLINTNEXTLINE(performance-unnecessary-value-param)
 Fault storedRecord(Fault fault)
 {
     for (auto const member :
@@ -85,7 +85,7 @@ Fault storedRecord(Fault fault)
     return fault;
 }
 
-// Changed through pointers to members. NOLINTNEXTLINE(performance-unnecessary-value-param)
+// Changes the copy through pointers to members. NOLINTNEXTLINE(performance-unnecessary-value-param)
 FaultStatistic storedRecord(FaultStatistic statistic)
 {
     for (auto const member : {&FaultStatistic::FaultCodeName, &FaultStatistic::TimeZoneFirstOccurred,

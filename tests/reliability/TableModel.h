@@ -8,15 +8,15 @@
 #include <string>
 #include <vector>
 
-/// The text that a literal with `text` between its quotes stands for: each pair of quotes is one.
+/// The value of an SQL literal with `text` between its quotes: each pair of quotes is one quote.
 std::string storedText(std::string const& text);
 
 Fault storedRecord(Fault fault);
 FaultStatistic storedRecord(FaultStatistic statistic);
 FdbVersion storedRecord(FdbVersion version);
 
-/// The expected content of the three tables, in plain containers and as each operation is documented to change it.
-/// Texts are given as to the library, each quote twice, and none is one that the library refuses.
+/// The expected content of the three tables in containers, changed by each operation as documented. Texts are passed as
+/// to the library, with each quote doubled, and are texts that the library accepts.
 class TableModel
 {
 public:
@@ -29,14 +29,14 @@ public:
     void update(Fault const& fault);
     void update(FaultStatistic const& statistic);
 
-    /// Moves row by row, the faults first, and stops after `steps` rows. Returns whether all rows were moved.
+    /// Moves row by row, the faults first, and stops after `steps` rows. Returns true when all rows were moved.
     bool move(unsigned int newId, unsigned int oldId, std::size_t steps = kAllSteps);
 
-    /// By key, as they are stored.
+    /// The stored faults, by key.
     std::map<unsigned long long, Fault> faults;
     std::map<unsigned long long, FaultStatistic> statistics;
     std::map<unsigned long long, FdbVersion> versions;
-    /// The last key that was given out; no key comes twice, even when its row is gone.
+    /// The last key that was assigned. A key is never assigned again, even if its row was removed.
     unsigned long long lastFaultKey = 0;
     unsigned long long lastStatisticKey = 0;
     unsigned long long lastVersionKey = 0;
@@ -45,7 +45,7 @@ private:
     void rewrite(FaultStatistic const& stored);
 };
 
-/// The content that the library reads from an open database.
+/// The three tables, read by the library from an open database.
 struct Tables
 {
     FaultTbl faults;
@@ -53,8 +53,8 @@ struct Tables
     FdbVersionTbl versions;
 };
 
-/// Reads all three tables; a read that fails fails the test.
+/// Reads all three tables. A failed read fails the test.
 Tables readTables(FaultDb& db);
 
-/// The first difference between the model and what was read, in words; empty when there is none.
+/// Describes the first difference between the model and the tables read; empty if there is none.
 std::string difference(TableModel const& model, Tables const& found);

@@ -1,4 +1,4 @@
-// Several threads in one process: calls that the threads serialise, log lines and recorders that they do not.
+// Several threads in one process: they serialise calls of the facade, but not log lines and calls of a recorder.
 
 #include "Fixtures.h"
 
@@ -37,7 +37,7 @@ void inThreads(std::function<void(unsigned int)> const& body)
 class Threads : public FaultDbTest
 {
 protected:
-    /// One round of one thread; each call for itself is serialised, so that the threads' calls mix.
+    /// A round of one thread. Each call is serialised separately, so that calls of several threads alternate.
     void record(unsigned int number);
 
     template <class Call>
@@ -69,7 +69,7 @@ void Threads::record(unsigned int number)
     EXPECT_GT(serialised([&] { return db.getFaultTbl(faults); }), 0);
 }
 
-/// A recorder that all threads use at once.
+/// A recorder that all threads use at the same time.
 class ThreadsOfARecorder : public Threads
 {
 protected:
@@ -92,7 +92,7 @@ protected:
         return event;
     }
 
-    /// One call of every kind; notes how many events of status active were taken.
+    /// Makes a call of every kind, and counts the accepted events with active status.
     void callAll(unsigned int number);
     void expectPossible(int result) const
     {
@@ -129,7 +129,7 @@ void ThreadsOfARecorder::callAll(unsigned int number)
     note(recorder.record(event, kLong).result, event);
     note(recorder.post(event), event);
     std::vector<firaim::Receipt> receipts;
-    static_cast<void>(recorder.recordAll({event, event}, receipts, kLong)); // The receipts tell.
+    static_cast<void>(recorder.recordAll({event, event}, receipts, kLong)); // The receipts hold the results.
     for (firaim::Receipt const& receipt : receipts)
     {
         note(receipt.result, event);
@@ -153,7 +153,7 @@ void ThreadsOfARecorder::callAll(unsigned int number)
     default:
         EXPECT_LE(recorder.counters().queued, 16U);
         EXPECT_LE(recorder.startupId(), 1000U);
-        static_cast<void>(recorder.lastProblem().size()); // Another thread may have failed, or none.
+        static_cast<void>(recorder.lastProblem().size()); // Any text is correct, as any thread may have failed.
         break;
     }
 }
@@ -216,7 +216,7 @@ TEST_F(Threads, LogLinesFromSeveralThreadsStayWhole)
             EXPECT_EQ(lines["[INFO] FDB::thread() " + text + "=" + std::to_string(i)], 1U);
         }
     }
-    EXPECT_EQ(lines.size(), kThreads * (kLines + 1U)) << "there are other lines";
+    EXPECT_EQ(lines.size(), kThreads * (kLines + 1U)) << "the output has other lines";
     std::printf("threads: %u log lines from %u threads\n", 2 * kThreads * kLines, kThreads);
 }
 
@@ -264,7 +264,7 @@ TEST_F(ThreadsOfARecorder, MayCallWhileOthersOpenAndClose)
             {
                 if (thread < 3)
                 {
-                    static_cast<void>(recorder.open(path, options(), kLong)); // Another thread may have been faster.
+                    static_cast<void>(recorder.open(path, options(), kLong)); // It may be open already.
                     closed += recorder.close() == firaim::HISTORY_OK ? 1 : 0;
                 }
                 else
@@ -277,7 +277,7 @@ TEST_F(ThreadsOfARecorder, MayCallWhileOthersOpenAndClose)
     ASSERT_EQ(recorder.open(path, options(), kLong), firaim::HISTORY_OK) << recorder.lastProblem();
     for (unsigned int number = 1; number < 4; ++number)
     {
-        callAll(number); // So that each code has a statistic.
+        callAll(number); // Gives each code a statistic.
     }
     EXPECT_EQ(recorder.close(), firaim::HISTORY_OK) << recorder.lastProblem();
     expectAllCounted();
