@@ -1,4 +1,4 @@
-// firaim backup: the copy, and files that it must not replace.
+// firaim backup: the copy, and files that it must not overwrite.
 
 #include "ChangeFixture.h"
 

@@ -1,4 +1,4 @@
-// Copying, exporting and recording while other processes are at work on the same file.
+// Copying, exporting and recording while other processes use the same file.
 
 #include "ToolProcess.h"
 #include "WritingProcess.h"
@@ -19,7 +19,7 @@ class BesideAWriter : public ToolTest
 protected:
     BesideAWriter() { create(); }
 
-    /// Work beside a writer, for long enough to meet it often.
+    /// Enough rounds to overlap with the writer often.
     static constexpr int kRounds = 5;
 };
 
@@ -36,7 +36,7 @@ TEST_F(BesideAWriter, ACopyIsConsistent)
         EXPECT_EQ(outcome.status, 0) << outcome.errors;
         RawDb raw(copy);
         EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
-        // Fault and statistic are one transaction: no copy holds one of them alone.
+        // Fault and statistic are written in one transaction, so no copy holds only one of them.
         EXPECT_EQ(raw.value("SELECT count(*) FROM FdbFaultTbl WHERE Description = 'beside'"),
                   raw.value("SELECT COALESCE(sum(OccurenceCnt), 0) FROM FdbFaultStatisticTbl"));
     }

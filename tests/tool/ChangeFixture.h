@@ -11,7 +11,7 @@ class ChangeTest : public ToolTest
 protected:
     ChangeTest() { createSample(); }
 
-    /// Runs the program with nowhere to print to, and returns its exit status.
+    /// Runs the program with a standard output that cannot be written, and returns its exit status.
     int runWithFullOutput(std::string const& arguments)
     {
         int const status =

@@ -1,4 +1,4 @@
-// The findings of `firaim check`, each for itself.
+// firaim check: each of its findings.
 
 #include "ToolProcess.h"
 
@@ -14,7 +14,7 @@ class CheckTest : public ToolTest
 protected:
     CheckTest() { createSample(); }
 
-    /// Expects the check to find one thing, and that `what` is part of what it says.
+    /// Expects one finding, whose text contains `what`.
     void expectFinding(std::string const& what)
     {
         std::string const before = readFile(path);
@@ -31,7 +31,7 @@ protected:
         RawDb(path).exec(sql);
         expectFinding(what);
     }
-    /// Expects nothing to be wrong; `known` is what is said besides.
+    /// Expects no finding; `known` is other text that is printed first.
     void expectNothing(std::string const& known = "")
     {
         Outcome const outcome = runTool({"check", path});
@@ -75,7 +75,7 @@ TEST_F(CheckTest, FindsAColumnThatWasRenamed)
     EXPECT_THAT(outcome.output,
                 testing::StartsWith("schema: FdbFaultTbl has a column 'Module', which does not belong there\n"
                                     "schema: FdbFaultTbl has no column 'ModuleName'\nwhat to do (schema): "));
-    // The rest can be saved, as is advised.
+    // The rest can be exported, as the finding advises.
     EXPECT_THAT(output({"export", path, "--format", "csv"}), HasSubstr("1025,FC_BUS_OFF,,p1,1935630121000"));
 }
 

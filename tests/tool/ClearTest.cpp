@@ -1,4 +1,4 @@
-// firaim clear: the faults that it ends.
+// firaim clear: the active faults that it clears.
 
 #include "RecordFixture.h"
 

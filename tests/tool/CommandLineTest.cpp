@@ -1,4 +1,4 @@
-// Common to all commands: arguments, help, exit status, and files that cannot be used.
+// Behaviour common to all commands: arguments, help, exit status, and unusable files.
 
 #include "ToolProcess.h"
 
@@ -14,7 +14,7 @@ namespace
 using testing::HasSubstr;
 using testing::StartsWith;
 
-/// Every command that is given a database, with what else it needs.
+/// Every command that takes a database, with its other required arguments.
 std::vector<std::vector<std::string>> const kCommandsOnFiles = {
     {"backup", "FILE", "FILE.copy"},
     {"check", "FILE"},

@@ -1,4 +1,4 @@
-// firaim create: the file that it makes, and those that it must not replace.
+// firaim create: the new file, and files that it must not overwrite.
 
 #include "RecordFixture.h"
 

@@ -1,4 +1,4 @@
-// Handing over: each format read back by another program.
+// firaim export: each format, read back by another program.
 
 #include "ToolProcess.h"
 
@@ -27,7 +27,7 @@ protected:
         return output(options);
     }
 
-    /// All rows of all tables, and how they were created.
+    /// All rows of all tables, and the schema.
     static std::string contentOf(std::string const& file)
     {
         RawDb raw(file);

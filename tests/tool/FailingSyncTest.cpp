@@ -1,4 +1,4 @@
-// Renumbering and trimming on storage that fails at the end of a commit: what is said is so.
+// Renumbering and trimming on storage that fails at the end of a commit: the printed result must be true.
 
 #include "ToolProcess.h"
 
@@ -17,10 +17,11 @@ enum FileSetup
 {
     WITH_JOURNAL,
     WITH_LOG,
-    WITH_LOG_AND_ANOTHER_PROCESS ///< which has the file open all the while
+    WITH_LOG_AND_ANOTHER_PROCESS ///< another connection keeps the file open
 };
 
-/// Records like a process that does so as soon as it can; a trigger does it, so that it happens each time.
+/// Stands for another process that records immediately afterwards. A trigger records instead, so that it happens each
+/// time.
 char const* const kRecordAnother =
     "BEGIN INSERT INTO FdbFaultTbl(Description,Status,RdbStartupId) VALUES('meanwhile','ErrorInactive',2); END";
 
@@ -52,12 +53,12 @@ protected:
     void SetUp() override
     {
 #ifndef FIRAIM_TEST_FAILING_SYNC
-        GTEST_SKIP() << "nothing can be loaded before the run time of a sanitizer";
+        GTEST_SKIP() << "no library can be loaded before the run time of a sanitizer";
 #endif
     }
 
-    /// Runs the command on a copy of the file, while those synchronisations fail; `isDone` is then whether its change
-    /// is there for whoever opens the file next.
+    /// Runs the command on a copy of the file while the synchronisations `failing` fail. Sets `isDone` to whether the
+    /// next program that opens the file finds the change.
     Outcome runOnCopy(std::vector<std::string> arguments, std::string const& failing, std::string const& isDoneQuery)
     {
         std::string const copy = dir.file("copy.db");
@@ -89,8 +90,8 @@ protected:
         return exists(failures());
     }
 
-    /// Lets each synchronisation of the command fail, once or with all that come after it, and compares what is said
-    /// with what is so.
+    /// Makes each synchronisation of the command fail, alone or with all later ones, and compares the printed result
+    /// with the file.
     void tryEach(std::vector<std::string> const& arguments, std::string const& isDoneQuery)
     {
         int stored = 0;
@@ -109,7 +110,7 @@ protected:
                 if (outcome.status == 0)
                 {
                     EXPECT_TRUE(isDone) << outcome.output;
-                    EXPECT_FALSE(*rest == '+' && hasFailed()) << "nothing has put it on the storage";
+                    EXPECT_FALSE(*rest == '+' && hasFailed()) << "no later synchronisation made the change durable";
                     stored += hasFailed() ? 1 : 0;
                 }
                 else

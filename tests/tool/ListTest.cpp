@@ -1,4 +1,4 @@
-// Looking at faults and statistics: exact output for small files, filters, JSON.
+// firaim list, stats, summary and show: exact output for small files, filters, JSON.
 
 #include "ToolProcess.h"
 
@@ -15,7 +15,7 @@ class ListTest : public ToolTest
 protected:
     ListTest() { createSample(); }
 
-    /// The keys of the faults that are listed, in their order.
+    /// The keys of the listed faults, in the order of the output.
     std::string keys(std::vector<std::string> options)
     {
         options.insert(options.begin(), {"list", path, "--json"});
@@ -104,7 +104,7 @@ TEST_F(ListTest, ALocalDayHasAsManyHoursAsItHas)
         insertFault("TimeStampUTC", stamp);
         return runTool({"list", path, "--local", "--since", day, "--until", day}, berlin).output;
     };
-    // Half an hour before and after the end of the day on which summer ends, and of the one on which it begins.
+    // Half an hour before and after midnight, at the end of the days on which summer time ends and starts.
     EXPECT_THAT(listed("1950820200", "2031-10-26"), HasSubstr("  2031-10-26T23:30:00.000+01:00  "));
     EXPECT_THAT(listed("1950823800", "2031-10-26"), testing::Not(HasSubstr("2031-10-27")));
     EXPECT_THAT(listed("1932672600", "2031-03-30"), HasSubstr("  2031-03-30T23:30:00.000+02:00  "));

@@ -1,4 +1,4 @@
-// Commands that take long: ended in the middle, and on files of any size.
+// Commands that take long: interrupted by a signal, and on files of any size.
 
 #include "ToolProcess.h"
 
@@ -42,14 +42,14 @@ TEST_F(Interrupted, EveryLongCommandLeavesTheFileWhole)
         {
             int const number = std::array<int, 3>{SIGINT, SIGTERM, SIGHUP}[static_cast<std::size_t>(moment) % 3];
             ToolProcess process(command);
-            // Each time a little later: as long as the program takes to start and end.
+            // Send the signal a little later each time. The unit is the time in which the program starts and ends.
             for (int pause = 0; pause < moment; ++pause)
             {
                 EXPECT_EQ(runTool({"--version"}).status, 0);
             }
             process.signal(number);
             int const status = process.finish();
-            // Ended by it, or done before it came.
+            // Ended by the signal, or finished before.
             EXPECT_TRUE(status == 0 || status == 1 || status == 128 + number) << command[0] << " " << status;
             EXPECT_EQ(RawDb(path).value("PRAGMA integrity_check"), "ok") << command[0];
         }
@@ -70,13 +70,13 @@ TEST_F(Interrupted, WhatNobodyReadsEndsByTheSignal)
     }
 }
 
-#ifndef __SANITIZE_ADDRESS__ // Which keeps what was freed for a while.
+#ifndef __SANITIZE_ADDRESS__ // This sanitizer delays the release of memory.
 TEST_F(Memory, DoesNotGrowWithTheNumberOfFaults)
 {
     auto const peak = [&](std::vector<std::string> const& arguments)
     {
         ToolProcess process(arguments);
-        // Dropped as it comes: until it is the program, a child has as much memory as this test.
+        // Drop the output as it comes: until the child runs the program, its peak memory is that of this test.
         while (process.readLine())
         {
         }

@@ -1,4 +1,4 @@
-// ReadOnlyTest at a file never changes a byte of it, whatever state it is in and wherever it lies.
+// Reading a file never changes a byte of it, whatever its state and its location.
 
 #include "ToolProcess.h"
 
@@ -20,7 +20,7 @@ class ReadOnlyTest : public ToolTest
 protected:
     ReadOnlyTest() { createSample(); }
 
-    /// Every command that only looks.
+    /// Every command that only reads the file.
     std::vector<std::vector<std::string>> commands(std::string const& file) const
     {
         return {{"list", file},
@@ -35,7 +35,7 @@ protected:
                 {"backup", file, elsewhere.file("copy.db"), "--force"}};
     }
 
-    /// The names and bytes of all files in the folder.
+    /// Name and content of all files in the folder.
     std::map<std::string, std::string> folder() const
     {
         std::map<std::string, std::string> files;
@@ -46,7 +46,8 @@ protected:
         return files;
     }
 
-    /// Copies the file in the middle of a large transaction, as a power cut leaves it; returns its name.
+    /// Copies the file and its journal in the middle of a large transaction, as a power cut would leave them. Returns
+    /// the path of the copy.
     std::string makeHotJournal()
     {
         RawDb raw(path);
@@ -164,11 +165,11 @@ TEST_F(ReadOnlyTest, AtAnEmptiedFileAndRecoveringItTellWhatLiesBesideItAndLeaveI
     std::string const crashed = makeHotJournal();
     std::string const withLog = dir.file("log.db");
     std::string const journal = readFile(crashed + "-journal");
-    for (std::string const content : {"", "S"}) // For SQLite, a file of one byte is empty, too.
+    for (std::string const content : {"", "S"}) // SQLite takes a file of one byte for empty, too.
     {
         writeFile(crashed, content);
         writeFile(withLog, content);
-        writeFile(withLog + "-wal", journal); // Whatever it is.
+        writeFile(withLog + "-wal", journal); // Any content will do.
         auto const before = folder();
         for (std::string const& beside : {crashed + "-journal", withLog + "-wal"})
         {

@@ -15,7 +15,7 @@ protected:
         return value("SELECT " + columns + " FROM FdbFaultStatisticTbl WHERE FaultCode = 1025");
     }
 
-    /// Makes the file refuse the faults of a module.
+    /// Creates a trigger that refuses the faults of a module.
     void refuseModule(std::string const& module, std::string const& reason)
     {
         RawDb(path).exec("CREATE TRIGGER refuse_" + module + " BEFORE INSERT ON FdbFaultTbl WHEN new.ModuleName = '" +

@@ -1,4 +1,4 @@
-// firaim record --stdin: lines that are recorded and refused, and where it ends early.
+// firaim record --stdin: recorded lines, refused lines, and early ends.
 
 #include "RecordFixture.h"
 
@@ -52,7 +52,7 @@ TEST_F(RecordLinesTest, SaysWhichLinesWereNotRecordedWhenTheFileCannotBeWritten)
     Outcome const outcome = runTool({"record", path, "--stdin"}, setting);
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr(": not recorded"));
-    // Each one that was named is there, and no other.
+    // Exactly the faults whose keys were printed are in the file.
     EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"),
               std::to_string(std::count(outcome.output.begin(), outcome.output.end(), '\n')));
 }
@@ -75,7 +75,7 @@ TEST_F(RecordLinesTest, NamesTheFirstLineThatIsNotRecordedWhenItEndsEarly)
 TEST_F(RecordLinesTest, NamesTheFirstLineWhenTheFileCannotBeOpened)
 {
     ToolProcess process({"record", dir.file("missing.db"), "--stdin"}, {}, true);
-    EXPECT_EQ(process.finish(), 3) << "it does not wait for the first line";
+    EXPECT_EQ(process.finish(), 3) << "it must not wait for the first line";
     EXPECT_THAT(process.errors, HasSubstr("firaim: line 1 and all after it: not recorded\n"));
 }
 
@@ -155,7 +155,7 @@ TEST_F(RecordLinesTest, ALineThatTheFileRefusesAtTheEndOfABatchDoesNotEndIt)
 {
     refuseModule("bad", "not this one");
     ToolProcess process({"record", path, "--stdin"}, {}, true);
-    // Lines that are there at once are one batch.
+    // Lines that are written at once form one batch.
     process.write("{\"FaultCode\":1}\n{\"FaultCode\":2,\"ModuleName\":\"bad\"}\n");
     EXPECT_EQ(process.readLine(), "1");
     process.write("{\"FaultCode\":3,\"ModuleName\":\"bad\"}\n");
@@ -228,7 +228,7 @@ TEST_F(RecordLinesTest, NamesEachFaultOfAnOpenPipeOnceItIsRecorded)
     {
         process.write("{\"FaultCode\":1025}\n");
         EXPECT_EQ(process.readLine(), std::to_string(key));
-        // It waits for more, and holds no lock meanwhile.
+        // While it waits for input, it holds no lock.
         EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"), std::to_string(key));
         RawDb(path).exec("BEGIN IMMEDIATE; COMMIT");
     }

@@ -1,4 +1,4 @@
-// firaim record: what one fault leaves in the file, and what is refused.
+// firaim record: the rows that a fault writes, and refused faults.
 
 #include "RecordFixture.h"
 

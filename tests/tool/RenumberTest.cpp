@@ -1,4 +1,4 @@
-// firaim renumber, and triggers of the file that it and firaim trim run.
+// firaim renumber, and the file's triggers, which it and firaim trim run.
 
 #include "ChangeFixture.h"
 
@@ -95,7 +95,7 @@ TEST_F(RenumberTest, MovesAllOrNothingWhereTheStorageIsFull)
         "3000) INSERT INTO FdbFaultTbl SELECT NULL, '', 1, 'a', 'b', 'c', 1, '', 'ErrorActive', 'd', '', 1, "
         "1, '', 2, '' FROM n");
     Setting setting;
-    setting.longestFile = 60000; // The journal of some rows fits, that of all of them does not.
+    setting.longestFile = 60000; // Enough for the journal of some rows, but not of all.
     Outcome const outcome = runTool({"renumber", path, "--from", "2", "--to", "3"}, setting);
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("nothing of it was stored"));

@@ -62,7 +62,7 @@ std::string readToEnd(int descriptor)
 {
     std::string text;
     std::array<char, 4096> buffer;
-    // A terminal that nobody writes to any more gives an error and no end.
+    // A terminal whose writers are all closed gives an error instead of the end of the file.
     for (ssize_t size = 0; (size = read(descriptor, buffer.data(), buffer.size())) > 0;)
     {
         text.append(buffer.data(), static_cast<std::size_t>(size));

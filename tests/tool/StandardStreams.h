@@ -6,21 +6,21 @@
 /// A pipe, or a terminal, that a program writes into.
 struct Stream
 {
-    int ours;   ///< where it is read
-    int theirs; ///< where it is written to
+    int ours;   ///< descriptor from which the test reads
+    int theirs; ///< descriptor to which the program writes
 };
 
-/// Makes a terminal of so many columns; 0: a pipe. No program that is started inherits it.
+/// Makes a terminal with `columns` columns, or a pipe if 0. Programs that the test starts do not inherit it.
 Stream makeStream(int columns);
 
-/// Gives this process the environment in which the tests look at terminals, with these changes.
+/// Sets the environment variables of the terminal tests in this process, with these changes.
 void useTestEnvironment(std::map<std::string, std::string> const& changes = {});
 
-/// Another file in the place of a standard descriptor of this process for as long as it lives.
+/// Replaces a standard descriptor of this process while the object lives.
 class StandardDescriptor
 {
 public:
-    /// Takes over `other`.
+    /// Takes ownership of `other`.
     StandardDescriptor(int descriptor, int other);
     ~StandardDescriptor();
     StandardDescriptor(StandardDescriptor const&) = delete;
@@ -31,12 +31,12 @@ private:
     int const m_before;
 };
 
-/// Runs `work` and returns what it wrote to a standard descriptor of this process, which is a terminal of so many
-/// columns meanwhile; 0: a pipe. There is room for a few KiB.
+/// Runs `work` and returns the text that it wrote to a standard descriptor of this process. Meanwhile the descriptor is
+/// a terminal with `columns` columns, or a pipe if 0, with room for a few KiB.
 template <class Work>
 std::string writtenTo(int descriptor, int columns, Work const& work);
 
-/// Reads a stream to its end, closes it and returns what was in it. Nobody may have it open for writing.
+/// Reads a stream to its end, closes it and returns its content. All writers must be closed.
 std::string readToEnd(int descriptor);
 
 template <class Work>

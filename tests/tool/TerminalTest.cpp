@@ -1,4 +1,4 @@
-// Output that depends on a terminal: colours, bars, widths, progress. None of it shows without one.
+// Output that depends on a terminal: colours, bars, widths, progress. Without a terminal there is none of these.
 
 #include "ToolProcess.h"
 
@@ -19,7 +19,7 @@ class TerminalTest : public ToolTest
 protected:
     TerminalTest() { createSample(); }
 
-    /// The output of the command on a terminal of that width, its line ends as the program writes them.
+    /// The output of the command on a terminal with `columns` columns, with the newlines that the program wrote.
     static std::string shown(std::vector<std::string> const& arguments, int columns,
                              std::map<std::string, std::string> const& environment = {})
     {
@@ -44,7 +44,7 @@ protected:
         return result;
     }
 
-    /// A setting in which progress would be shown, of faults that are many.
+    /// A setting in which a command that reads many faults would show its progress.
     Setting manyFaults()
     {
         Setting setting;
@@ -157,7 +157,7 @@ TEST_F(TerminalTest, NothingFromTheFileActsOnIt)
         EXPECT_THAT(text, Not(HasSubstr("\a"))) << arguments[0];
         EXPECT_THAT(text, Not(HasSubstr("\u009b"))) << arguments[0];
     }
-    // The library's message about such a cell does not either.
+    // The library's message about such a cell does not act on the terminal either.
     RawDb(path).exec("UPDATE FdbFaultTbl SET FaultCode = " + hostile);
     Setting setting;
     setting.errorColumns = 80;

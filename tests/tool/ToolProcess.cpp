@@ -94,7 +94,7 @@ ToolProcess::~ToolProcess()
 
 void ToolProcess::write(std::string const& text)
 {
-    // Input that does not fit into the pipe at once would need somebody to read the outputs meanwhile.
+    // Read the outputs meanwhile, as otherwise the program could block before it has read all input.
     std::string_view left = text;
     while (!left.empty())
     {
@@ -129,7 +129,7 @@ void ToolProcess::signal(int number) const
     kill(m_pid, number);
 }
 
-/// Waits for something on either output and takes it; returns whether there can be more.
+/// Waits for data on either output and reads it. Returns false when both have ended.
 bool ToolProcess::readMore()
 {
     std::array<pollfd, 2> waited = {pollfd{m_output, POLLIN, 0}, pollfd{m_error, POLLIN, 0}};
@@ -153,7 +153,7 @@ bool ToolProcess::readMore()
         }
         else
         {
-            closeIfOpen(descriptor); // A terminal without a program at its other end gives an error and no end.
+            closeIfOpen(descriptor); // After the program's end, a terminal gives an error instead of the end of the file.
         }
     }
     return true;

@@ -9,17 +9,17 @@
 
 #include <sys/types.h>
 
-/// How the program is started.
+/// Input, environment and limits of the program.
 struct Setting
 {
-    std::string input; ///< on standard input, which ends after it
+    std::string input; ///< content of standard input
     std::map<std::string, std::string> environment;
-    int outputColumns = 0;         ///< standard output is a terminal of that width; 0: a pipe
+    int outputColumns = 0;         ///< standard output is a terminal with this number of columns; 0: a pipe
     int errorColumns = 0;          ///< the same for standard error
-    unsigned long longestFile = 0; ///< in bytes; no file can be written beyond that; 0: as long as it likes
+    unsigned long longestFile = 0; ///< limit of the size of files, in bytes; 0: no limit
 };
 
-/// The program beside the test. It is killed and waited for when the object goes.
+/// The program `firaim` as a child process. The destructor kills and reaps it.
 class ToolProcess
 {
 public:
@@ -28,25 +28,25 @@ public:
     ToolProcess(ToolProcess const&) = delete;
     ToolProcess& operator=(ToolProcess const&) = delete;
 
-    /// The next line of standard output, without its end; none when there is no more. Waits for it.
+    /// Waits for the next line of standard output and returns it without its newline; none at the end.
     std::optional<std::string> readLine();
-    /// Sends something to standard input.
+    /// Writes `text` to standard input.
     void write(std::string const& text);
     void closeInput();
-    /// Closes standard output, as a reader does that has enough.
+    /// Closes the read end of standard output, like a reader that stops early.
     void closeOutput();
     void signal(int number) const;
     pid_t pid() const { return m_pid; }
 
-    /// Waits for the program without reading what it writes; returns as `finish` does.
+    /// Waits for the program without reading its output; returns the same value as `finish`.
     int wait();
-    /// Reads both outputs to their ends and waits for the program; returns its exit status, or 128 and the number of
+    /// Reads both outputs to their ends and waits for the program. Returns its exit status, or 128 plus the number of
     /// the signal that ended it.
     int finish();
 
-    std::string output; ///< what was read of standard output, but for the lines taken
+    std::string output; ///< standard output, except the lines that `readLine` returned
     std::string errors;
-    long peakMemory = 0; ///< in KiB, once it has ended
+    long peakMemory = 0; ///< in KiB, set when the program has ended
 
 private:
     bool readMore();
@@ -65,14 +65,14 @@ struct Outcome
     std::string errors;
 };
 
-/// Runs the program to its end.
+/// Runs the program until it ends.
 Outcome runTool(std::vector<std::string> const& arguments, Setting const& setting = {});
 
-/// A folder with a name for a database in it, and the program.
+/// Functions that run the program, and a path for a database in a temporary folder.
 class ToolTest : public testing::Test
 {
 protected:
-    /// Runs the program and expects it to succeed without a word on standard error; returns what it printed.
+    /// Runs the program, expects success and nothing on standard error, and returns its standard output.
     std::string output(std::vector<std::string> const& arguments, Setting const& setting = {});
     /// Creates the database.
     void create();
@@ -80,9 +80,9 @@ protected:
     void createSample();
     /// Adds a row to the fault table; the other columns are as in the sample.
     void insertFault(std::string const& columns, std::string const& values);
-    /// Adds as many faults, which are all the same, to the fault table.
+    /// Adds `count` equal faults to the fault table.
     void insertFaults(int count);
-    /// The one cell of a query.
+    /// The cell of a query whose result is one cell.
     std::string value(std::string const& sql);
 
     TempDir dir;

@@ -1,4 +1,4 @@
-// firaim trim: the faults that it removes, and above all those that stay.
+// firaim trim: the faults that it removes, and those that it must keep.
 
 #include "ChangeFixture.h"
 
@@ -13,7 +13,7 @@ namespace
 
 using testing::HasSubstr;
 
-/// All but the last of the three faults are over.
+/// Of the three faults, only the last is active.
 class TrimTest : public ChangeTest
 {
 protected:
@@ -127,7 +127,7 @@ TEST_F(TrimTest, SaysWhatWasRemovedWhenOnlyTheVacuumFails)
     RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20000) INSERT INTO "
                      "FdbFaultTbl(Description) SELECT hex(zeroblob(200)) FROM n");
     Setting setting;
-    setting.longestFile = static_cast<unsigned long>(std::filesystem::file_size(path)); // A vacuum's journal is larger.
+    setting.longestFile = static_cast<unsigned long>(std::filesystem::file_size(path)); // VACUUM needs more.
     Outcome const outcome = runTool({"trim", path, "--keep", "20001", "--vacuum"}, setting);
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("this was done all the same: removed 2 faults\n"));

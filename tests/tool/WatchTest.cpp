@@ -1,4 +1,4 @@
-// Following what other processes do to the same file.
+// firaim watch: following the changes of other processes to the file.
 
 #include "ToolProcess.h"
 #include "WritingProcess.h"
@@ -27,7 +27,7 @@ protected:
 
     void record(std::string const& code) { record(path, code); }
 
-    /// Another database, with one fault in it; returns its name.
+    /// Creates another database with one fault and returns its path.
     std::string makeOther()
     {
         std::string other = dir.file("other.db");
@@ -109,7 +109,7 @@ TEST_F(WatchTest, HoldsNoLockAndSleepsWhileNothingHappens)
     EXPECT_TRUE(watch.readLine());
     EXPECT_TRUE(watch.readLine());
     RawDb(path).exec("BEGIN EXCLUSIVE; COMMIT");
-    // How often it was woken or set aside while something else took its time.
+    // Number of voluntary and involuntary context switches of the program.
     auto const switches = [&]
     {
         std::ifstream status("/proc/" + std::to_string(watch.pid()) + "/status");
@@ -176,7 +176,7 @@ TEST_F(WatchTest, BeginsAnewWhereTheContentWasReplaced)
     std::string const other = makeOther();
     RawDb raw(path);
     {
-        // As SQLite restores a backup: in the same file.
+        // Restore a backup as SQLite does, into the same file.
         RawDb from(other);
         sqlite3_backup* const backup = sqlite3_backup_init(raw.handle(), "main", from.handle(), "main");
         ASSERT_NE(backup, nullptr);

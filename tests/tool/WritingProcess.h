@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-/// Records faults through the program, one after the other, until it is told to stop; none may be refused.
+/// Records faults one by one through the program until `stop`. Expects that none is refused.
 class WritingProcess
 {
 public:
@@ -18,7 +18,7 @@ public:
     WritingProcess(WritingProcess const&) = delete;
     WritingProcess& operator=(WritingProcess const&) = delete;
 
-    /// Returns the number of faults that were recorded.
+    /// Stops recording and returns the number of recorded faults.
     int stop()
     {
         m_isStopping = true;

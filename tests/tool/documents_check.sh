@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Usage: documents_check.sh FIRAIM MANPAGE BASH_COMPLETION
-# Fails, naming what is missing, unless the man page and the completion know all that the program's help tells of: its
-# commands, their options, and the values of those. Fails as well when the page names an option that no command has.
-# The completion for zsh, beside the one for bash, is only parsed, and only where there is a zsh.
+# Checks that the man page and the bash completion have all commands, options and option values of the program's help,
+# and that the man page names no other option. Otherwise prints the differences and fails. The zsh completion in the
+# same folder is only parsed, if zsh is installed.
 set -euo pipefail
 
 readonly firaim=$1 page=$2 completion=$3
@@ -14,7 +14,7 @@ complain()
     is_good=false
 }
 
-# Complains of each line of $1 that is no line of $2; the rest says what that means.
+# require_all LINES LIST TEXT...: reports each line of LINES that is missing in LIST, after TEXT.
 require_all()
 {
     local line
@@ -23,26 +23,27 @@ require_all()
     done <<<"$1"
 }
 
-# The long options in the help on standard input, as they stand at the beginning of a line.
+# The long options at the start of a line in the help on standard input.
 options_in_help()
 {
     grep -oE '^ {2,6}(-[a-z], *)?--[a-z-]+' | grep -oE -e '--.*'
 }
 
-# The values of option $1 that the help on standard input states, such as "a (the usual one), b or c; more about it".
+# The values of option $1 in the help on standard input, which lists them in the form "a (default), b or c; further
+# text".
 values_in_help()
 {
     sed -E ':all; N; $!b all; s/\n {20,}/ /g' | sed -nE "s/^ {2,6}$1 [A-Z]+( REQUIRED)? +//p" |
         sed -E 's/\([^)]*\)//g; s/;.*//; s/^.*: //; s/ or /,/g; s/ //g; s/,/\n/g'
 }
 
-# What the man page names on standard input.
+# The long options in the text on standard input.
 options_in_page()
 {
     grep -oE -e '--[a-z][a-z-]*' | sort -u
 }
 
-# What completion offers at the end of the words after the program's name.
+# The completions that bash offers after these arguments of the program.
 offered()
 (
     set +euo pipefail
@@ -52,7 +53,7 @@ offered()
     printf '%s\n' "${COMPREPLY[@]}"
 )
 
-# The man page as text without fonts, and what stands in it on command $1.
+# The man page without font requests, and its section on command $1.
 page_text=$(sed -E '/^\.\\"/d; s/\\f.//g; s/\\-/-/g' "$page")
 page_on()
 {
@@ -83,7 +84,7 @@ for command in $commands; do
 
     text=$(page_on "$command")
     [[ $text ]] || complain "$page has no section on $command"
-    # The page need not repeat for each command how it tells of itself.
+    # The page need not repeat --help for each command.
     require_all "$options" "$(printf '%s\n--help\n' "$(options_in_page <<<"$text")")" "$page on $command lacks"
 
     for option in $options; do

@@ -19,7 +19,7 @@ namespace
 
 constexpr std::size_t kLongestLine = 8;
 
-/// A line as it was taken, with "!" behind one that is too long; none when there was no line.
+/// Takes a line and appends "!" if it was too long; none when there was no line.
 std::optional<std::string> take(LineReader& reader)
 {
     std::string line = "of the line before";
@@ -31,7 +31,7 @@ std::optional<std::string> take(LineReader& reader)
     return isTooLong ? line + "!" : line;
 }
 
-/// Standard input is a pipe; each `send` is a chunk if it is read before the next one.
+/// Standard input is a pipe. `sendChunk` writes data that the reader reads at once.
 class LineReaderTest : public testing::Test
 {
 protected:
@@ -72,7 +72,7 @@ protected:
     LineReader reader{kLongestLine};
 };
 
-/// Standard input is a file of this content.
+/// Makes standard input a file with this content.
 class InputFile
 {
 public:
@@ -256,7 +256,7 @@ TEST_F(LineReaderTest, DoesNotKnowHowMuchComesThroughAPipe)
 
 TEST(LineReaderOfAFile, ReadsItToItsEndAndKnowsItsSize)
 {
-    // Several reads, whose ends fall into lines.
+    // So long that it takes several reads, which end in the middle of lines.
     std::string content;
     for (int line = 0; line < 40000; ++line)
     {

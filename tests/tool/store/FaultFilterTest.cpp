@@ -28,7 +28,7 @@ using testing::IsEmpty;
 using Keys = std::vector<unsigned long long>;
 using Setter = std::function<void(FilterOptions&)>;
 
-/// The sample's three faults, and one of a module and a code of the device's own.
+/// The sample's three faults, and one with an empty module and a code that is not built in.
 class FaultFilterTest : public ToolTest
 {
 protected:
@@ -49,7 +49,7 @@ protected:
         return result;
     }
 
-    /// The keys of the faults that these options ask for, the newest first.
+    /// The keys of the faults that match these options, newest first.
     Keys keys(FilterOptions const& options, TimeStyle const& style = {})
     {
         FaultFile file(path);
@@ -68,7 +68,7 @@ protected:
         return keys(options({[&](FilterOptions& o) { o.code = code; }}));
     }
 
-    /// The problem with these options; an empty text without any.
+    /// The message with which these options are refused; empty if they are accepted.
     std::string problemOf(FilterOptions const& options)
     {
         FaultFile file(path);
@@ -84,7 +84,7 @@ protected:
         return "";
     }
 
-    /// What is said of finding nothing with these options.
+    /// The report on why no fault matches these options.
     std::string reportOf(FilterOptions const& options)
     {
         FaultFile file(path);
@@ -225,7 +225,7 @@ TEST_F(FaultFilterTest, KnowsACodeByNumberAndByNameInAnyCase)
 TEST_F(FaultFilterTest, KnowsACodeByTheNameInTheFile)
 {
     EXPECT_THAT(keysOfCode("fc_of_the_DEVICE"), ElementsAre(4));
-    // Statistics are few, so they are asked first.
+    // The name is looked up in the statistics first, as these are few.
     RawDb(path).exec("INSERT INTO FdbFaultStatisticTbl(FaultCode, FaultCodeName) VALUES(1285, 'FC_OF_THE_DEVICE')");
     EXPECT_THAT(keysOfCode("FC_OF_THE_DEVICE"), ElementsAre(2));
 }

@@ -23,14 +23,14 @@ class ProgressTest : public testing::Test
 protected:
     ProgressTest() { useTestEnvironment(); }
 
-    /// What `work` writes to standard error, a terminal of so many columns; 0: none.
+    /// The text that `work` writes to standard error, a terminal with `columns` columns; 0: no terminal.
     template <class Work>
     static std::string shown(int columns, Work const& work)
     {
         return writtenTo(STDERR_FILENO, columns, work);
     }
 
-    /// The same of a bar that shows `share` once.
+    /// The same text for a bar that shows `share` once.
     static std::string shownShare(int columns, double share, std::string const& what = "reading")
     {
         return shown(columns, [&] { Progress(what).show(share); });

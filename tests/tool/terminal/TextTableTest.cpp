@@ -26,7 +26,7 @@ using Lines = std::vector<std::string>;
 
 constexpr int kPipe = 0;
 
-/// The rows of a table with a number, two texts that may be shortened, and one more that may be left out.
+/// A row with a number, two texts that may be shortened, and a number that may be left out.
 Lines const kRow = {"7", "a module with a long name", "a description that is longer", "12345"};
 
 class TextTableTest : public testing::Test
@@ -34,7 +34,7 @@ class TextTableTest : public testing::Test
 protected:
     TextTableTest() { useTestEnvironment({{"NO_COLOR", "1"}}); }
 
-    /// The lines that `work` writes to standard output, a terminal of so many columns.
+    /// The lines that `work` writes to standard output, a terminal with `columns` columns.
     template <class Work>
     static Lines shown(int columns, Work const& work)
     {
@@ -54,7 +54,7 @@ protected:
         return lines;
     }
 
-    /// A table of two columns, the first of which may be shortened, with one row.
+    /// A table with one row and two columns, the first of which may be shortened.
     static Lines shownPair(int columns, std::string const& first, std::string const& second)
     {
         return shown(columns,
@@ -142,7 +142,7 @@ TEST_F(TextTableTest, ShortensAndLeavesOutNothingWithoutATerminal)
 
 TEST_F(TextTableTest, ShortensNothingThatFitsExactly)
 {
-    // 3, 25, 28 and 7 columns, and three gaps of two.
+    // The widths are 3, 25, 28 and 7, and there are three gaps of two.
     EXPECT_THAT(shownWide(69), ElementsAre("Key  Module                     Description                   Up time",
                                            "  7  a module with a long name  a description that is longer    12345"));
 }
@@ -200,7 +200,7 @@ TEST_F(TextTableTest, ShortensNothingWhereItWraps)
 
 TEST_F(TextTableTest, KeepsTheColumnsBehindWideCharactersInTheirPlaceAtEveryWidth)
 {
-    // Two columns of the terminal each, three and two bytes of zero or one column, and none but these.
+    // Characters of two terminal columns, combining characters of none, and others of one column with several bytes.
     std::string const texts[] = {
         "\u6e29\u5ea6\u8a08\u6e29\u5ea6\u8a08\u6e29\u5ea6\u8a08\u6e29\u5ea6\u8a08",
         "x\u6e29\u5ea6\u8a08\u6e29\u5ea6\u8a08\u6e29\u5ea6\u8a08\u6e29\u5ea6\u8a08",
@@ -209,7 +209,7 @@ TEST_F(TextTableTest, KeepsTheColumnsBehindWideCharactersInTheirPlaceAtEveryWidt
         "\U0001f600\U0001f600\U0001f600\U0001f600\U0001f600\U0001f600\U0001f600\U0001f600\U0001f600",
         "plain text of some length",
     };
-    // From the narrowest one that the columns fit into when the text is as short as it can be made.
+    // Start at the least width that all columns fit into when the text is shortened as far as possible.
     for (int columns = 23; columns <= 45; ++columns)
     {
         auto const work = [&](Output& output)
@@ -234,7 +234,7 @@ TEST_F(TextTableTest, KeepsTheColumnsBehindWideCharactersInTheirPlaceAtEveryWidt
 
 TEST_F(TextTableTest, LetsAWideCharacterThatWouldBeHalfCutFallAway)
 {
-    // 12 columns for the text: five characters, the ellipsis, and a blank.
+    // The text has 12 columns: five characters, the ellipsis and a blank.
     EXPECT_THAT(shownPair(20, "\u6e29\u5ea6\u8a08\u6e29\u5ea6\u8a08\u6e29\u5ea6", "second"),
                 ElementsAre("First         Second", "\u6e29\u5ea6\u8a08\u6e29\u5ea6\u2026   second"));
 }
@@ -299,7 +299,7 @@ TEST_F(TextTableTest, HoldsBackFewerRowsThatAreLong)
               EXPECT_EQ(output.pending(), 0u);
               table.add({"3", std::string(36000, 'x')});
               EXPECT_GT(output.pending(), 66000u);
-              // There is no room for that in a pipe that nobody reads meanwhile.
+              // Write to /dev/null: this is too long for a pipe that nobody reads.
               StandardDescriptor const nowhere(STDOUT_FILENO, open("/dev/null", O_WRONLY | O_CLOEXEC));
               output.flush();
           });
