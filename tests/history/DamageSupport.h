@@ -11,7 +11,7 @@
 
 #include <sys/stat.h>
 
-/// A fault database that a test damages, and what lies beside it afterwards.
+/// A fault database that a test damages, and the copies that are set aside beside it.
 class DamageTest : public FaultRecorderTest
 {
 protected:
@@ -25,7 +25,7 @@ protected:
         return options;
     }
 
-    /// A database with so many inactive rows of code 7.
+    /// Creates a database with `count` inactive rows of code 7.
     void create(int count = 200) const
     {
         createWithFacade();
@@ -47,7 +47,7 @@ protected:
         overwrite(path, (std::stoul(number) - 1) * kPage, std::string(kPage, '\x5a'));
     }
 
-    /// The bytes of the copies by their names, without the folder.
+    /// The content of the copies, by file name.
     std::map<std::string, std::string> copies() const
     {
         std::map<std::string, std::string> found;
@@ -68,7 +68,7 @@ protected:
         return status.st_ino;
     }
 
-    /// That the file is a new one of `rows` rows, whose first tells of the damage.
+    /// Expects a new file with `rowCount` rows, the first of which reports the damage.
     void expectAnew(std::string const& rowCount) const
     {
         EXPECT_EQ(value("PRAGMA integrity_check"), "ok");

@@ -24,7 +24,7 @@ class FaultCursorTest : public HistoryTest
 protected:
     void open() { ASSERT_EQ(reader.open(path), HISTORY_OK) << reader.lastProblem(); }
 
-    /// The results of a query among few faults, newest first.
+    /// The keys of the faults that match a query, newest first. `ask` fills in the query.
     std::vector<unsigned long long> found(void (*ask)(FaultQuery&))
     {
         FaultQuery query;
@@ -39,7 +39,7 @@ protected:
         return query;
     }
 
-    /// The leaf page of the fault table that holds the key.
+    /// Damages the leaf page of the fault table that holds this description.
     void damagePageOf(std::string const& description) const
     {
         std::string bytes = readFile(path);
@@ -197,7 +197,7 @@ TEST_F(FaultCursorTest, HoldsNoLockBetweenTwoCalls)
         ASSERT_EQ(cursor.next(fault), HISTORY_OK);
         if (rows % 100 == 0)
         {
-            LockingProcess const other(path); // It fails the test when it cannot lock the file.
+            LockingProcess const other(path); // Fails the test if the file is locked.
         }
     }
     EXPECT_EQ(cursor.next(fault), HISTORY_END);
@@ -369,7 +369,7 @@ TEST_F(FaultCursorTest, HoldsNoLockAndGoesOnAfterMemoryRanOut)
     bool hasRunOut = false;
     try
     {
-        // The next batch is larger: memory runs out in the middle of it.
+        // The next batch is larger, so memory runs out in the middle of it.
         RefusedAllocations const refused;
         static_cast<void>(cursor.next(fault));
     }

@@ -1,4 +1,4 @@
-// Rows that were removed before a follower has given them.
+// Rows that are removed before a follower has read them.
 
 #include "FollowerFixture.h"
 
@@ -52,9 +52,9 @@ TEST_F(FaultFollowerGapTest, TellsThatRowsWereRemovedBehindWhatWasReadAlready)
     Fault fault;
     ASSERT_EQ(follower.next(fault, 0ms), HISTORY_OK);
     exec("DELETE FROM FdbFaultTbl WHERE EntryId < 1990");
-    std::vector<std::string> const told = take(follower);
-    EXPECT_EQ(std::count(told.begin(), told.end(), "ROWS_REMOVED"), 1);
-    EXPECT_EQ(told.back(), "2000");
+    std::vector<std::string> const results = take(follower);
+    EXPECT_EQ(std::count(results.begin(), results.end(), "ROWS_REMOVED"), 1);
+    EXPECT_EQ(results.back(), "2000");
 }
 
 TEST_F(FaultFollowerGapTest, TellsOnceThatRowsWereRemovedSinceAKeptPosition)
@@ -100,7 +100,7 @@ TEST_F(FaultFollowerGapTest, TellsOnceOfRowsThatWereRemovedBehindTheLastRow)
     EXPECT_EQ(follower.next(fault, 0ms), HISTORY_OK);
     EXPECT_EQ(follower.next(fault, 0ms), HISTORY_OK);
     EXPECT_EQ(fault.EntryId, 5U);
-    EXPECT_EQ(follower.wait(0ms), HISTORY_OK) << "there is something to tell";
+    EXPECT_EQ(follower.wait(0ms), HISTORY_OK) << "the gap has not been reported yet";
     EXPECT_THAT(take(follower), ElementsAre("ROWS_REMOVED"));
     EXPECT_THAT(follower.lastProblem(), HasSubstr("rows 6 to 8 were removed"));
     EXPECT_THAT(take(follower), IsEmpty());
@@ -145,17 +145,17 @@ TEST_F(FaultFollowerGapTest, TellsOfEachGapOnceToThoseWhoGoOnFromItsPosition)
     FollowPosition position = newest();
     addFaults(7);
     exec("DELETE FROM FdbFaultTbl WHERE EntryId IN (4, 5, 8, 10)");
-    std::vector<std::string> told;
+    std::vector<std::string> results;
     for (int calls = 0; calls < 10; ++calls)
     {
         ASSERT_TRUE(FollowPosition::fromText(position.toText(), position));
         FaultFollower follower = reader.follow(position);
         Fault fault;
         int const result = follower.next(fault, 0ms);
-        told.push_back(result == HISTORY_OK ? std::to_string(fault.EntryId) : historyResultName(result));
+        results.push_back(result == HISTORY_OK ? std::to_string(fault.EntryId) : historyResultName(result));
         position = follower.position();
     }
-    EXPECT_THAT(told,
+    EXPECT_THAT(results,
                 ElementsAre("ROWS_REMOVED", "6", "7", "ROWS_REMOVED", "9", "ROWS_REMOVED", "END", "END", "END", "END"));
 }
 
@@ -180,7 +180,7 @@ TEST_F(FaultFollowerGapTest, TellsOfRemovedRowsWhateverTheQueryAsksFor)
             expected.push_back(std::to_string(key));
         }
     }
-    EXPECT_EQ(take(follower), expected) << "what the query refuses is no gap";
+    EXPECT_EQ(take(follower), expected) << "rows that do not match the query are not a gap";
 }
 
 TEST_F(FaultFollowerGapTest, TellsOfAGapThatArisesBetweenTwoLooks)
@@ -190,11 +190,11 @@ TEST_F(FaultFollowerGapTest, TellsOfAGapThatArisesBetweenTwoLooks)
     Fault fault;
     ASSERT_EQ(follower.next(fault, 0ms), HISTORY_OK);
     exec("DELETE FROM FdbFaultTbl WHERE EntryId BETWEEN 17 AND 1899");
-    std::vector<std::string> const told = take(follower);
-    ASSERT_EQ(told.size(), 117U);
-    EXPECT_EQ(told[15], "ROWS_REMOVED");
-    EXPECT_EQ(told[16], "1900");
-    EXPECT_EQ(std::count(told.begin(), told.end(), "ROWS_REMOVED"), 1);
+    std::vector<std::string> const results = take(follower);
+    ASSERT_EQ(results.size(), 117U);
+    EXPECT_EQ(results[15], "ROWS_REMOVED");
+    EXPECT_EQ(results[16], "1900");
+    EXPECT_EQ(std::count(results.begin(), results.end(), "ROWS_REMOVED"), 1);
 }
 
 TEST_F(FaultFollowerGapTest, RowsThatWereRolledBackAreNoGap)

@@ -1,4 +1,4 @@
-// A follower whose file, or the content of it, becomes another one or goes away.
+// A follower whose file, or its content, is replaced or removed.
 
 #include "FollowerFixture.h"
 
@@ -51,7 +51,7 @@ TEST_F(FaultFollowerReplacedTest, GoesOnFromAPositionThatVersion100HasGiven)
 {
     addFaults(3);
     FollowPosition position;
-    // Version 1.0.0 took the hash of all cells.
+    // Version 1.0.0 computed the hash from all cells.
     ASSERT_TRUE(FollowPosition::fromText("firaim1:0:0:3:15578274124924830666", position));
     FaultFollower follower = reader.follow(position);
     addFaults(1);
@@ -137,7 +137,7 @@ TEST_F(FaultFollowerReplacedTest, FollowsADamagedFileThatWasSetAsideFromTheFirst
     writeFile(path, std::string(4096, 'Z') + readFile(path).substr(4096));
     FaultRecorder recorder;
     ASSERT_EQ(recorder.open(path, options), HISTORY_OK) << recorder.lastProblem();
-    std::vector<std::string> expected = {"FILE_REPLACED", "1"}; // The first fault tells of the damage.
+    std::vector<std::string> expected = {"FILE_REPLACED", "1"}; // The first fault reports the damage.
     for (int key = 2; key <= 20; ++key)
     {
         FaultEvent event;
@@ -151,7 +151,7 @@ TEST_F(FaultFollowerReplacedTest, FollowsADamagedFileThatWasSetAsideFromTheFirst
 
 TEST_F(FaultFollowerReplacedTest, EndsInADamagedFileWhereAKeyIsInTwoPages)
 {
-    // The first look takes 16 rows, which fit into the first page. The next one finds key 16 in the second page.
+    // The first batch has 16 rows, which are in the first page. The second batch finds key 16 in the second page.
     addFaults(60);
     std::string bytes = readFile(path);
     std::string const root = RawDb(path).value("SELECT rootpage FROM sqlite_master WHERE name = 'FdbFaultTbl'");
@@ -170,9 +170,9 @@ TEST_F(FaultFollowerReplacedTest, EndsInADamagedFileWhereAKeyIsInTwoPages)
     bytes[cell + 1] = 16;
     writeFile(path, bytes);
     FaultFollower follower = reader.follow({});
-    std::vector<std::string> const told = take(follower);
-    EXPECT_EQ(std::count(told.begin(), told.end(), "FILE_REPLACED"), 0);
-    EXPECT_EQ(told.back(), "60");
+    std::vector<std::string> const results = take(follower);
+    EXPECT_EQ(std::count(results.begin(), results.end(), "FILE_REPLACED"), 0);
+    EXPECT_EQ(results.back(), "60");
 }
 
 TEST_F(FaultFollowerReplacedTest, EndsInAFileThatKeepsNoSequence)

@@ -1,4 +1,4 @@
-// The faults and statistics that a follower gives, and its waiting for them.
+// The faults and statistics that a follower reads, and how it waits for them.
 
 #include "FollowerFixture.h"
 
@@ -69,7 +69,7 @@ TEST_F(FaultFollowerTest, GoesOnExactlyWhereAKeptPositionIsUnderAFilter)
     FaultQuery query;
     query.codes = {1001};
     FollowPosition position;
-    std::vector<std::string> told;
+    std::vector<std::string> results;
     std::vector<std::string> expected;
     for (int key = 1; key <= 100; ++key)
     {
@@ -79,7 +79,7 @@ TEST_F(FaultFollowerTest, GoesOnExactlyWhereAKeptPositionIsUnderAFilter)
         }
     }
     addFaults(50);
-    // Every piece is one fault of a follower that is made anew from the text.
+    // Each round reads one fault with a new follower, made from the text of the position.
     for (;;)
     {
         ASSERT_TRUE(FollowPosition::fromText(position.toText(), position));
@@ -90,11 +90,11 @@ TEST_F(FaultFollowerTest, GoesOnExactlyWhereAKeptPositionIsUnderAFilter)
             position = follower.position();
             break;
         }
-        told.push_back(std::to_string(fault.EntryId));
+        results.push_back(std::to_string(fault.EntryId));
         position = follower.position();
     }
-    EXPECT_EQ(told, expected);
-    EXPECT_EQ(position.key, 100) << "a refused row moves the position as well";
+    EXPECT_EQ(results, expected);
+    EXPECT_EQ(position.key, 100) << "a row that does not match also advances the position";
 }
 
 TEST_F(FaultFollowerTest, GoesOnFromThePositionOfACursor)
@@ -168,7 +168,7 @@ TEST_F(FaultFollowerTest, WaitingEndsWhenItIsCancelled)
 TEST_F(FaultFollowerTest, WaitTellsWhetherThereMayBeSomething)
 {
     FaultFollower follower = reader.follow(newest());
-    EXPECT_EQ(follower.wait(0ms), HISTORY_OK) << "it has not looked yet";
+    EXPECT_EQ(follower.wait(0ms), HISTORY_OK) << "the follower has not polled yet";
     EXPECT_THAT(take(follower), IsEmpty());
     EXPECT_EQ(follower.wait(1ms), HISTORY_END);
     addFaults(1);
@@ -190,17 +190,17 @@ TEST_F(FaultFollowerTest, GivesStatisticsThatHaveChanged)
 
 TEST_F(FaultFollowerTest, DoesNotWaitForATimeBelowZeroThatTheClockCannotCount)
 {
-    static int looks;
+    static int polls;
     ReaderOptions options;
-    options.isCancelled = [] { return ++looks > 1; };
-    looks = std::numeric_limits<int>::min();
+    options.isCancelled = [] { return ++polls > 1; };
+    polls = std::numeric_limits<int>::min();
     FaultReader cancellable;
     ASSERT_EQ(cancellable.open(path, options), HISTORY_OK);
     FaultFollower follower = cancellable.follow(newest());
-    // In nanoseconds, 64 bits make an hour of it.
+    // Converted to nanoseconds, this negative time overflows 64 bits to one hour.
     auto const wait = -std::chrono::milliseconds(18446744073709) + 1h;
     Fault fault;
-    looks = 0;
+    polls = 0;
     EXPECT_EQ(follower.next(fault, wait), HISTORY_END);
     EXPECT_EQ(follower.next(fault, 0ms), HISTORY_CANCELLED);
 }
@@ -250,6 +250,6 @@ TEST_F(FaultFollowerTest, OpensAFileThatCannotChangeOnlyWhenAllOfItWasRead)
     ASSERT_EQ(sqlite3_auto_extension(count), SQLITE_OK);
     EXPECT_EQ(take(follower).size(), 1000U);
     EXPECT_EQ(sqlite3_cancel_auto_extension(count), 1);
-    // Each time once as a file that could change and once as one that cannot: for the first look and for the last.
+    // The first poll and the last each open the file twice: once normally, once as immutable.
     EXPECT_EQ(opened, 4);
 }

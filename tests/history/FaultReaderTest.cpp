@@ -28,7 +28,7 @@ protected:
         return reader.open(path);
     }
 
-    /// Calls every operation once.
+    /// Calls every operation of the reader once.
     void readEverything()
     {
         Fault fault;
@@ -181,14 +181,14 @@ TEST_F(FaultReaderTest, WaitsForALockWithABusyTimeoutThatTheClockCannotCount)
     RawDb other(path);
     other.exec("BEGIN EXCLUSIVE");
     static RawDb* locking;
-    static int looks;
+    static int polls;
     locking = &other;
-    looks = 0;
+    polls = 0;
     ReaderOptions options;
     options.busyTimeout = std::chrono::milliseconds::max();
     options.isCancelled = []
     {
-        if (++looks == 3)
+        if (++polls == 3)
         {
             locking->exec("COMMIT");
         }

@@ -1,4 +1,4 @@
-// Damaged fault databases: refused, or set aside and begun anew.
+// Damaged fault databases: they are refused, or set aside and started anew.
 
 #include "DamageSupport.h"
 
@@ -17,12 +17,12 @@ using testing::SizeIs;
 class FaultRecorderDamageTest : public DamageTest
 {
 protected:
-    /// That recording works again by the third call; the first tells of damage, and changes nothing.
+    /// Expects the first call to report damage and to change nothing, and recording to work by the third call.
     void recordUntilSetAside(FaultEvent const& event, bool isRaise = false)
     {
         auto const record = [&] { return isRaise ? recorder.raise(event) : recorder.record(event); };
         EXPECT_EQ(record().result, HISTORY_DAMAGED);
-        EXPECT_EQ(copies().size(), 0U) << "seen once it may be a mishap";
+        EXPECT_EQ(copies().size(), 0U) << "damage must be seen twice";
         if (record().result != HISTORY_OK)
         {
             EXPECT_EQ(record().result, HISTORY_OK) << recorder.lastProblem();
@@ -123,7 +123,7 @@ TEST_F(FaultRecorderDamageTest, IncidentsOfOneDayAreNumbered)
                           return copy.first.size() > 2 && copy.first.compare(copy.first.size() - 2, 2, "-1") == 0;
                       }) != 1)
     {
-        GTEST_SKIP() << "a day has ended meanwhile";
+        GTEST_SKIP() << "the date changed during the test";
     }
     for (auto const& [name, bytes] : found)
     {
@@ -155,7 +155,7 @@ TEST_F(FaultRecorderDamageTest, DamageOfTheLastLeafIsFoundWhenRecording)
     std::string const leaf = value("SELECT max(pageno) FROM dbstat WHERE name = 'FdbFaultStatisticTbl'");
     open(settingAside());
     destroyPage(leaf);
-    exec("PRAGMA user_version = 1"); // So that it is read again.
+    exec("PRAGMA user_version = 1"); // Changes the file, so that the recorder reads it again.
     std::string const bytes = readFile(path);
     recordUntilSetAside(eventOf(2));
     expectAnew("2");
@@ -219,7 +219,7 @@ TEST_F(FaultRecorderDamageTest, HotJournalThatMendsTheFileIsPlayedBack)
     }
     writeFile(path, whole);
     writeFile(path + "-journal", journal);
-    destroyFirstPage(); // Which is in the journal.
+    destroyFirstPage(); // The journal holds this page.
     open(settingAside());
     EXPECT_EQ(value(kCountOfFaults), "2000");
     EXPECT_EQ(value("PRAGMA integrity_check"), "ok");
@@ -243,7 +243,7 @@ TEST_F(FaultRecorderDamageTest, HotJournalThatDoesNotMendTheFileIsPlayedBackBefo
     std::string const before = readFile(path);
     writeFile(path, halfDone);
     destroyPage(root);
-    ASSERT_FALSE(readFile(path) == before) << "nothing was half done";
+    ASSERT_FALSE(readFile(path) == before) << "the file was not written before the crash";
     writeFile(path + "-journal", journal);
     open(settingAside());
     expectAnew("1");
@@ -269,7 +269,7 @@ TEST_F(FaultRecorderDamageTest, WithoutRoomForTheCopyNothingIsReset)
             EXPECT_THAT(own.lastProblem(), HasSubstr("aside"));
         }));
     EXPECT_TRUE(readFile(path) == bytes);
-    EXPECT_THAT(copies(), SizeIs(0)) << "half a copy is of no use";
+    EXPECT_THAT(copies(), SizeIs(0)) << "a partial copy must be removed";
 }
 
 TEST_F(FaultRecorderDamageTest, FolderThatCannotBeWrittenToKeepsTheFile)

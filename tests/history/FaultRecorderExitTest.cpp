@@ -1,4 +1,4 @@
-// Posted events at the end of a process, in a forked child, and beside the application's signals.
+// Posted events at the exit of a process, in a forked child, and together with the application's signals.
 
 #include "RecorderFixtures.h"
 
@@ -15,7 +15,7 @@ using namespace std::chrono_literals;
 class FaultRecorderExitTest : public FaultRecorderTest
 {
 protected:
-    /// Runs `body` in a process of its own that ends as `main` does, with the destructors of static objects.
+    /// Runs `body` in a child process that exits like a return from `main`, with the destructors of static objects.
     template <class Body>
     static void runToExit(Body const& body)
     {
@@ -67,7 +67,7 @@ TEST_F(FaultRecorderExitTest, StaticRecorderOutlivesWhatItsFirstCallsMake)
     runToExit(
         [this]
         {
-            static FaultRecorder own; // Its destructor runs after those of all that is made from here on.
+            static FaultRecorder own; // Its destructor runs after those of all static objects constructed later.
             RecorderOptions options;
             options.keepNewest = 5;
             options.stormBurst = 3;
@@ -85,18 +85,18 @@ TEST_F(FaultRecorderExitTest, StaticRecorderOutlivesWhatItsFirstCallsMake)
 TEST_F(FaultRecorderExitTest, StaticRecorderTellsItsHandlerAtExitWhatIsLost)
 {
     createWithFacade();
-    Signal told;
+    Signal lost;
     runToExit(
         [&]
         {
             static FaultRecorder own;
             RecorderOptions options;
-            options.onLost = [&told](std::uint64_t count) { told.give(static_cast<char>('0' + count)); };
+            options.onLost = [&lost](std::uint64_t count) { lost.give(static_cast<char>('0' + count)); };
             ASSERT_EQ(own.open(path, options), HISTORY_OK);
             exec("CREATE TRIGGER refuse BEFORE INSERT ON FdbFaultTbl BEGIN SELECT RAISE(ABORT, 'no'); END");
             post(own, 4);
         });
-    EXPECT_EQ(told.wait(), '4');
+    EXPECT_EQ(lost.wait(), '4');
 }
 
 TEST_F(FaultRecorderExitTest, ForkedChildCanDoNothingWithTheRecorder)
@@ -145,11 +145,11 @@ TEST_F(FaultRecorderExitTest, ForkedChildNeitherWaitsForTheParentsLocksNorTouche
             child = startChild(
                 [&]
                 {
-                    alarm(30); // A lock of the parent's would be held for ever.
+                    alarm(30); // In the child, a mutex that the parent had locked would never be released.
                     EXPECT_EQ(own.post(eventOf(3)), HISTORY_INVALID_STATE);
                     own.~FaultRecorder();
                     EXPECT_FALSE(isTold);
-                    new (&own) FaultRecorder; // For whatever ends the scope.
+                    new (&own) FaultRecorder; // A valid object again, should the scope's destructors run.
                 });
             expectSuccess(child);
         }
@@ -165,7 +165,7 @@ TEST_F(FaultRecorderExitTest, ForkedChildOpensARecorderOfItsOwn)
     open();
     post(recorder, 10);
     std::uint64_t left = 0;
-    ASSERT_EQ(recorder.flush(left), HISTORY_OK); // The recorder's thread is there, and rests.
+    ASSERT_EQ(recorder.flush(left), HISTORY_OK); // Now the recorder's thread exists and is idle.
     pid_t const child = startChild(
         [this]
         {
@@ -197,7 +197,7 @@ TEST_F(FaultRecorderExitTest, SignalsGoToTheApplicationsOwnThreads)
             ASSERT_EQ(own.open(path), HISTORY_OK);
             post(own, 1);
             std::uint64_t left = 0;
-            ASSERT_EQ(own.flush(left), HISTORY_OK); // The recorder's thread is there now.
+            ASSERT_EQ(own.flush(left), HISTORY_OK); // Now the recorder's thread exists.
             sigset_t blocked;
             sigset_t before;
             sigemptyset(&blocked);
@@ -205,7 +205,7 @@ TEST_F(FaultRecorderExitTest, SignalsGoToTheApplicationsOwnThreads)
             ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &blocked, &before), 0);
             EXPECT_FALSE(sigismember(&before, SIGUSR1)) << "the mask of the posting thread has changed";
             ASSERT_EQ(kill(getpid(), SIGUSR1), 0);
-            // Another thread that let it through would have taken it while this one waits for a commit.
+            // If another thread did not block the signal, it would handle it while this one waits for a commit.
             EXPECT_EQ(own.record(eventOf(2)).result, HISTORY_OK);
             EXPECT_EQ(taken, 0);
             ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &before, nullptr), 0);

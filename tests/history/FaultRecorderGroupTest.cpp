@@ -1,4 +1,4 @@
-// Events that share a transaction: of several threads, and of one call.
+// Events that share a transaction: events of several threads, and events of one call.
 
 #include "RecorderFixtures.h"
 #include "Waiters.h"
@@ -26,7 +26,7 @@ protected:
         open(options);
     }
 
-    /// Runs `body(i)` in so many threads, which begin while another process keeps the file locked until all wait.
+    /// Runs `body(i)` in `count` threads. Another process locks the file until all of them wait.
     template <class Body>
     void runTogether(unsigned int count, Body const& body)
     {
@@ -44,7 +44,7 @@ protected:
         }
     }
 
-    /// A trigger in the file for rows of one module.
+    /// Creates a trigger for rows of one module.
     void createTrigger(std::string const& module, std::string const& action) const
     {
         exec("CREATE TRIGGER onInsert BEFORE INSERT ON FdbFaultTbl WHEN new.ModuleName = '" + module +
@@ -213,7 +213,7 @@ TEST_F(FaultRecorderGroupTest, EventThatATriggerRefusesIsRefusedAlone)
         EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,3");
         EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultStatisticTbl"), "1,3");
     }
-    EXPECT_EQ(recorder.counters().groups, 6U) << "each was committed alone";
+    EXPECT_EQ(recorder.counters().groups, 6U) << "each event was committed alone";
     EXPECT_EQ(recorder.counters().refused, 3U);
 }
 
@@ -247,7 +247,7 @@ TEST_F(FaultRecorderGroupTest, GroupThatChangesNothingIsNotCounted)
     ASSERT_EQ(recorder.raise(eventOf(1)).result, HISTORY_UNCHANGED);
     ASSERT_EQ(recorder.clear(eventOf(2)).result, HISTORY_UNCHANGED);
     EXPECT_EQ(recorder.counters().groups, 1U);
-    ASSERT_EQ(recorder.endCycle(), HISTORY_OK); // Its first cycle is counted.
+    ASSERT_EQ(recorder.endCycle(), HISTORY_OK); // The event counted the first cycle already.
     EXPECT_EQ(recorder.counters().groups, 1U);
     ASSERT_EQ(recorder.endCycle(), HISTORY_OK);
     EXPECT_EQ(recorder.counters().groups, 2U);
@@ -284,7 +284,7 @@ TEST_F(FaultRecorderGroupTest, StatisticThatATriggerRefusesKeepsItsRowOut)
     EXPECT_EQ(recorder.recordAll({eventOf(1), eventOf(2), eventOf(3)}, receipts), HISTORY_REFUSED);
     EXPECT_THAT(resultsOf(receipts), testing::ElementsAre(HISTORY_OK, HISTORY_REFUSED, HISTORY_OK));
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,3");
-    EXPECT_EQ(recorder.raise(eventOf(2)).result, HISTORY_REFUSED) << "it was not active";
+    EXPECT_EQ(recorder.raise(eventOf(2)).result, HISTORY_REFUSED) << "the triple is not active";
 }
 
 TEST_F(FaultRecorderGroupTest, TriggerWithoutAnEndIsEndedAndFailsItsEventAlone)
@@ -307,7 +307,7 @@ TEST_F(FaultRecorderGroupTest, JournalOfALargeGroupIsNotKept)
     }
     std::vector<Receipt> receipts;
     ASSERT_EQ(recorder.recordAll(events, receipts), HISTORY_OK);
-    // Every page of the statistics is rewritten now, and so was in the journal.
+    // This rewrites every page of the statistics, so the journal held them all.
     ASSERT_EQ(recorder.recordAll(events, receipts), HISTORY_OK);
     ASSERT_GT(std::stoi(value("PRAGMA page_count")), 100);
     EXPECT_TRUE(exists(path + "-journal"));

@@ -1,4 +1,4 @@
-// Random operations by two recorders, the facade and SQL, against the plainest model of what the file is to hold.
+// Random operations by two recorders, the facade and SQL, compared with a simple model of the file's content.
 
 #include "RecorderFixtures.h"
 #include "StatisticModel.h"
@@ -31,7 +31,7 @@ protected:
         static char const* const texts[] = {"", "a", "b", "it's"};
         FaultEvent event =
             eventOf(10 + below(4), texts[below(3)], texts[1 + below(3)], below(2) == 0 ? FAULT_INACTIVE : FAULT_ACTIVE);
-        event.time = 1 + below(1000); // Clocks run as they like.
+        event.time = 1 + below(1000); // Times in any order, as clocks may be set back.
         return event;
     }
 
@@ -53,7 +53,7 @@ protected:
         m_model.recorded(rowOf(event, receipt.key, event.status == FAULT_ACTIVE), *event.time);
     }
 
-    /// Raises or clears.
+    /// Raises or clears a random triple.
     void setEdge(FaultRecorder& by, bool isRaised)
     {
         FaultEvent const event = randomEvent();
@@ -110,7 +110,7 @@ protected:
         }
     }
 
-    /// A row without a statistic.
+    /// Inserts a fault through the facade, without updating the statistic.
     void insertForeign()
     {
         FaultEvent const event = randomEvent();
@@ -173,7 +173,7 @@ protected:
         }
     }
 
-    /// By one of the recorders, which has seen nothing of what the other recorded in this cycle.
+    /// Does nothing with two recorders, as each of them sees only its own events of a cycle.
     virtual void endCycle() {}
 
     void expectFileAsModel() const
@@ -218,7 +218,8 @@ protected:
         expectFileAsModel();
     }
 
-    /// The model looks at all rows for everything; old ones that are no triple's newest change nothing.
+    /// Removes old rows that are not the newest of their triple, in file and model: they affect no result, but the
+    /// model scans all rows at each step.
     void removeOldRows()
     {
         std::vector<StatisticModel::Row> kept;
@@ -252,7 +253,7 @@ TEST_F(FaultRecorderModelTest, TwoRecordersAndTheFacadeAgreeWithTheModel)
     run();
 }
 
-/// One recorder alone, which also ends cycles.
+/// A single recorder, which also ends cycles.
 class FaultRecorderCycleModelTest : public FaultRecorderModelTest
 {
 protected:

@@ -1,4 +1,4 @@
-// A recorder at each thing that a path can name, and at files that lie beside it.
+// Opening each kind of file that a path can name, with and without journals beside it.
 
 #include "RecorderFixtures.h"
 
@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 class FaultRecorderPathTest : public FaultRecorderTest
 {
 protected:
-    /// That the path is refused, nothing is made in the folder, and a good path is opened afterwards.
+    /// Expects that the path is refused, that no file is created, and that a good path can be opened afterwards.
     void expectBadPath(std::string const& name)
     {
         std::vector<std::string> const before = names();
@@ -31,7 +31,7 @@ protected:
         EXPECT_EQ(recorder.open(dir.file("good.db")), HISTORY_OK) << recorder.lastProblem();
     }
 
-    /// All that is in the folder.
+    /// The names of all files in the folder, sorted.
     std::vector<std::string> names() const
     {
         std::vector<std::string> result;
@@ -43,7 +43,7 @@ protected:
         return result;
     }
 
-    /// The copies in the folder.
+    /// The names of the set-aside copies in the folder.
     std::vector<std::string> copies() const
     {
         std::vector<std::string> result;
@@ -137,7 +137,7 @@ TEST_F(FaultRecorderPathTest, MissingFolderFailsAndIsNotMade)
     EXPECT_THAT(recorder.lastProblem(), HasSubstr(dir.file("no/faults.db")));
     EXPECT_THAT(names(), ElementsAre());
     ASSERT_TRUE(fs::create_directory(dir.file("no")));
-    EXPECT_EQ(recorder.open(dir.file("no/faults.db")), HISTORY_OK) << "once the folder is there";
+    EXPECT_EQ(recorder.open(dir.file("no/faults.db")), HISTORY_OK) << "the folder exists now";
 }
 
 TEST_F(FaultRecorderPathTest, FileThatMayNotBeWrittenFailsAndIsLeft)
@@ -247,7 +247,7 @@ TEST_F(FaultRecorderPathTest, WaitingBesideTheJournalOfAMissingFileEndsWhenCance
 
 TEST_F(FaultRecorderPathTest, LogThatCannotBeReadIsLeftAndNothingIsCreated)
 {
-    fs::create_symlink("/proc/self/mem", path + "-wal"); // Nothing can be read at its beginning.
+    fs::create_symlink("/proc/self/mem", path + "-wal"); // Reading at offset 0 of this file fails.
     EXPECT_EQ(recorder.open(path), HISTORY_FAILED);
     EXPECT_THAT(recorder.lastProblem(), HasSubstr("faults.db-wal: cannot be read"));
     EXPECT_THAT(recorder.lastProblem(), HasSubstr(std::strerror(EIO)));
@@ -293,7 +293,7 @@ TEST_F(FaultRecorderPathTest, RelativePathNamesTheSameFileInAnotherFolder)
     ASSERT_EQ(recorder.record(eventOf(1)).result, HISTORY_OK);
     CurrentFolder const there(other);
     ASSERT_EQ(std::rename(path.c_str(), (path + "2").c_str()), 0);
-    EXPECT_EQ(recorder.record(eventOf(2)).result, HISTORY_FAILED) << "the file is away";
+    EXPECT_EQ(recorder.record(eventOf(2)).result, HISTORY_FAILED) << "the file is missing";
     EXPECT_THAT(recorder.lastProblem(), HasSubstr("faults.db: "));
     ASSERT_EQ(std::rename((path + "2").c_str(), path.c_str()), 0);
     EXPECT_EQ(recorder.record(eventOf(3)).result, HISTORY_OK);

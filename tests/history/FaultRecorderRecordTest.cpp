@@ -1,4 +1,4 @@
-// The cells that one recorded event leaves in the file.
+// The cells that a recorded event writes.
 
 #include "RecorderFixtures.h"
 
@@ -13,7 +13,7 @@ namespace
 using namespace firaim;
 using testing::HasSubstr;
 
-/// The fault that the recorder is to write for `event` when everything is given, for the facade: quotes come in pairs.
+/// Doubles the quotes of a text, as the facade requires.
 std::string doubled(std::string const& text)
 {
     std::string result;
@@ -45,7 +45,7 @@ Fault faultOf(FaultEvent const& event)
     return fault;
 }
 
-/// An event with every member given, its texts beginning with `text`.
+/// An event with all members set, whose texts start with `text`.
 FaultEvent wholeEvent(std::string const& text)
 {
     FaultEvent event = eventOf(0x0101, text + "module", text + "parameter");
@@ -64,7 +64,7 @@ FaultEvent wholeEvent(std::string const& text)
 class FaultRecorderRecordTest : public FaultRecorderTest
 {
 protected:
-    /// Type and bytes of every cell but the key of the newest row.
+    /// Type and bytes of every cell of the newest row, except the key.
     static RawDb::Row newestCells(std::string const& file, std::string const& table)
     {
         RawDb raw(file);
@@ -79,7 +79,7 @@ protected:
         return found.empty() ? RawDb::Row() : found[0];
     }
 
-    /// That `event` is written as the facade writes it.
+    /// Expects the same cells for `event` as the facade writes.
     void expectAsFacade(FaultEvent const& event)
     {
         std::string const other = dir.file("facade.db");
@@ -315,7 +315,7 @@ TEST_F(FaultRecorderRecordTest, ClosedRecorderRefusesEverything)
     EXPECT_EQ(value(kCountOfFaults), "0");
 }
 
-/// Standard output that takes nothing, of an application that wants an exception then.
+/// Standard output that refuses all characters and, as the application demands, throws then.
 class ThrowingConsole
 {
 public:

@@ -1,4 +1,4 @@
-// Damaged files beside other processes, and files of other programs.
+// Damaged files that other processes use, and files of other programs.
 
 #include "DamageSupport.h"
 
@@ -32,7 +32,7 @@ protected:
         std::filesystem::remove(path);
     }
 
-    /// The log that statements leave in a file in that mode; the file is as before.
+    /// The write-ahead log that `statements` write for a file in that mode. Restores the file.
     std::string logOf(std::string const& statements) const
     {
         std::string const before = readFile(path);
@@ -54,8 +54,8 @@ protected:
     }
 };
 
-/// Has another process try to record into a file whenever a database in memory is opened: that happens between the copy
-/// of a damaged file and its reset.
+/// Lets another process try to record into a file whenever an in-memory database is opened, which happens between the
+/// copy of a damaged file and its reset.
 class RecordingMeanwhile
 {
 public:
@@ -69,7 +69,7 @@ public:
     RecordingMeanwhile(RecordingMeanwhile const&) = delete;
     RecordingMeanwhile& operator=(RecordingMeanwhile const&) = delete;
 
-    /// Whether it was possible.
+    /// The outcome of each try; true: the row was recorded.
     std::vector<bool> const& results() const { return s_results; }
 
 private:

@@ -1,4 +1,4 @@
-// The start-up id and the unit of the time stamps, which are chosen when the file is opened.
+// The start-up id and the unit of the time stamps, which `open` chooses.
 
 #include "RecorderFixtures.h"
 
@@ -10,7 +10,7 @@ using namespace firaim;
 class FaultRecorderStartTest : public FaultRecorderTest
 {
 protected:
-    /// A file whose newest fault and whose statistics have these start-up ids.
+    /// Creates a file whose newest fault and whose statistics have these start-up ids.
     void createWithStartups(std::string const& newest, std::string const& inStatistic)
     {
         createWithFacade();
@@ -20,7 +20,7 @@ protected:
              "); INSERT INTO FdbFaultStatisticTbl(FaultCode, RdbStartupId) VALUES(2, 1)");
     }
 
-    /// The start-up id of a row that is recorded now.
+    /// Records an event and returns the start-up id of its row.
     std::string recordedStartup()
     {
         EXPECT_EQ(recorder.record(eventOf(5)).result, HISTORY_OK) << recorder.lastProblem();
@@ -44,7 +44,7 @@ protected:
         return options;
     }
 
-    /// The stamp and the text of a row that is recorded without a time.
+    /// Records an event without a time and returns the time stamp and the date text of its row.
     RawDb::Row recordedTime()
     {
         FaultEvent event = eventOf(5);
@@ -53,7 +53,7 @@ protected:
         return rows("SELECT TimeStampUTC, DateTimeString FROM FdbFaultTbl ORDER BY EntryId DESC LIMIT 1")[0];
     }
 
-    /// That a row without a time gets the present one in a unit of which a second has `perSecond`.
+    /// Expects that an event without a time gets the present time, in a unit with `perSecond` units in a second.
     void expectNow(unsigned long long perSecond)
     {
         auto const before = static_cast<unsigned long long>(currentTime());
@@ -84,7 +84,7 @@ TEST_F(FaultRecorderStartTest, NextStartupFollowsTheNewestFault)
 {
     createWithStartups("7", "6");
     open();
-    EXPECT_EQ(recordedStartup(), "8") << "an older fault has a larger one, which does not count";
+    EXPECT_EQ(recordedStartup(), "8") << "the larger id of an older fault does not count";
 }
 
 TEST_F(FaultRecorderStartTest, NextStartupFollowsALargerOneInTheStatistics)

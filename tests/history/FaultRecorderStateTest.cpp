@@ -1,4 +1,4 @@
-// Which triples are active, whoever has written their newest rows.
+// The active triples, whichever program wrote their newest rows.
 
 #include "RecorderFixtures.h"
 
@@ -25,7 +25,7 @@ protected:
         return recorder.clear(eventOf(code, module)).result;
     }
 
-    /// A row as another application writes it, without a statistic.
+    /// Inserts a row without a statistic, as another application would.
     void insertForeign(std::uint64_t code, std::string const& module, faultStatus_t status) const
     {
         Fault fault = makeFault(1);
@@ -326,7 +326,7 @@ TEST_F(FaultRecorderStateTest, RemovedStatisticIsBegunAnew)
     EXPECT_EQ(statistic(1, "OccurenceCnt || FaultActive"), "1active");
 }
 
-// A look through the table for each of the triples would take longer than a group may.
+// Scanning the table for each triple would exceed the time limit of a group.
 TEST_F(FaultRecorderStateTest, EventIsStoredAfterTheRowsOfManyActiveTriplesWereRemoved)
 {
     std::vector<FaultEvent> events;
@@ -344,7 +344,7 @@ TEST_F(FaultRecorderStateTest, EventIsStoredAfterTheRowsOfManyActiveTriplesWereR
     exec("DELETE FROM FdbFaultTbl WHERE EntryId <= 3999");
     EXPECT_EQ(recorder.record(eventOf(2)).result, HISTORY_OK) << recorder.lastProblem();
     EXPECT_EQ(recorder.clear(events.front()).result, HISTORY_UNCHANGED) << recorder.lastProblem();
-    EXPECT_EQ(recorder.raise(events.back()).result, HISTORY_UNCHANGED) << "its row is there";
+    EXPECT_EQ(recorder.raise(events.back()).result, HISTORY_UNCHANGED) << "its row was not removed";
     EXPECT_EQ(recorder.raise(events.front()).result, HISTORY_OK) << recorder.lastProblem();
 }
 

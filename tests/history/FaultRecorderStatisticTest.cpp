@@ -1,4 +1,4 @@
-// The counts of a recorder for each fault code.
+// The statistics that a recorder keeps for each fault code.
 
 #include "RecorderFixtures.h"
 
@@ -19,7 +19,7 @@ protected:
 
     void endCycle() { ASSERT_EQ(recorder.endCycle(), HISTORY_OK) << recorder.lastProblem(); }
 
-    /// A statistic row, and no fault.
+    /// Inserts a fault without a statistic.
     void insertFault(std::uint64_t code, std::string const& name) const
     {
         exec("INSERT INTO FdbFaultTbl(FaultCode, FaultCodeName) VALUES(" + std::to_string(code) + ",'" + name + "')");
@@ -90,7 +90,7 @@ TEST_F(FaultRecorderStatisticTest, EndOfACycleCountsActiveCodesThatWereNotRecord
     record(3);
     record(3, FAULT_INACTIVE);
     endCycle();
-    EXPECT_EQ(cycles(1), "1") << "the row counted this cycle";
+    EXPECT_EQ(cycles(1), "1") << "the event counted this cycle already";
     endCycle();
     EXPECT_EQ(cycles(1), "2");
     record(2);
@@ -98,7 +98,7 @@ TEST_F(FaultRecorderStatisticTest, EndOfACycleCountsActiveCodesThatWereNotRecord
     endCycle();
     EXPECT_EQ(cycles(1), "3");
     EXPECT_EQ(cycles(2), "3");
-    EXPECT_EQ(cycles(3), "1") << "it is not active";
+    EXPECT_EQ(cycles(3), "1") << "the code is not active";
 }
 
 TEST_F(FaultRecorderStatisticTest, EndOfTheFirstCycleCountsWhatWasActiveBefore)
@@ -119,7 +119,7 @@ TEST_F(FaultRecorderStatisticTest, RaiseOfAnActiveTripleCountsNoCycle)
     endCycle();
     EXPECT_EQ(recorder.raise(eventOf(1, "m", "p")).result, HISTORY_UNCHANGED);
     endCycle();
-    EXPECT_EQ(cycles(1), "2") << "it was not recorded as active since the last cycle";
+    EXPECT_EQ(cycles(1), "2") << "no active event was recorded since the last cycle";
 }
 
 TEST_F(FaultRecorderStatisticTest, EndOfACycleWritesNoRow)

@@ -1,4 +1,4 @@
-// Storms: what a recorder counts instead of giving it a row.
+// Storms: events that a recorder counts instead of writing a row for each.
 
 #include "RecorderFixtures.h"
 #include "Waiters.h"
@@ -18,7 +18,7 @@ constexpr unsigned int kBurst = 3;
 class FaultRecorderStormTest : public FaultRecorderTest
 {
 protected:
-    /// A recorder that gives a triple no further row within the test.
+    /// Opens a recorder whose limit allows a triple no further row during the test.
     void openLimited() { open(limited()); }
     static RecorderOptions limited()
     {
@@ -77,7 +77,7 @@ TEST_F(FaultRecorderStormTest, EventsBeyondTheBurstAreCountedAndTheFlushWritesOn
     EXPECT_THAT(newest("Description"), AllOf(StartsWith("100 more from 20"), HasSubstr("Z to 20")));
     EXPECT_EQ(newest("FaultCode || ModuleName || Parameter || Status"), "1moduleparameterErrorActive");
     flush();
-    EXPECT_EQ(value(kCountOfFaults), "4") << "there was nothing more to tell";
+    EXPECT_EQ(value(kCountOfFaults), "4") << "no further event was counted";
     EXPECT_EQ(statistic(1, "OccurenceCnt"), "103");
 }
 
@@ -157,7 +157,7 @@ TEST_F(FaultRecorderStormTest, RowOfTheStormLeavesAnEdgeThatIsBeingStoredWhenThe
         clearing = std::thread([this] { EXPECT_EQ(recorder.clear(eventOf(1)).result, HISTORY_OK); });
         Waiters::waitFor(1);
         flushing = std::thread([this] { flush(); });
-        Waiters::waitFor(2); // The recorder's thread stands behind the edge with what it knows of the storm.
+        Waiters::waitFor(2); // The recorder's thread waits behind the edge, to write the row of the storm.
     }
     clearing.join();
     flushing.join();
@@ -192,7 +192,7 @@ TEST_F(FaultRecorderStormTest, RowOfTheStormSetsTheStatusThatWasCountedLast)
     EXPECT_EQ(recorder.record(inactive).result, HISTORY_COUNTED);
     flush();
     EXPECT_EQ(newest("Status"), "ErrorInactive");
-    EXPECT_EQ(statistic(1, "OccurenceCnt"), "4") << "an inactive event is no occurrence";
+    EXPECT_EQ(statistic(1, "OccurenceCnt"), "4") << "an inactive event is not an occurrence";
     EXPECT_EQ(recorder.clear(eventOf(1)).result, HISTORY_UNCHANGED);
 }
 
@@ -204,12 +204,12 @@ TEST_F(FaultRecorderStormTest, EdgesGoByWhatWasCountedAsWell)
     inactive.status = FAULT_INACTIVE;
     exhaust(active);
     EXPECT_EQ(recorder.record(inactive).result, HISTORY_COUNTED);
-    EXPECT_EQ(recorder.raise(active).result, HISTORY_OK) << "it was not active any more";
+    EXPECT_EQ(recorder.raise(active).result, HISTORY_OK) << "the triple was inactive";
     EXPECT_EQ(recorder.raise(active).result, HISTORY_UNCHANGED);
     EXPECT_EQ(statistic(1, "OccurenceCnt"), "4");
     EXPECT_EQ(recorder.clear(active).result, HISTORY_OK);
     EXPECT_EQ(recorder.record(active).result, HISTORY_COUNTED);
-    EXPECT_EQ(recorder.clear(active).result, HISTORY_OK) << "it was active again";
+    EXPECT_EQ(recorder.clear(active).result, HISTORY_OK) << "the triple was active";
     EXPECT_EQ(recorder.clear(active).result, HISTORY_UNCHANGED);
     flush();
     EXPECT_EQ(newest("Status"), "ErrorInactive");
@@ -329,7 +329,7 @@ TEST_F(FaultRecorderStormTest, CountsWaitForALockedFileAndNoneIsLost)
     EXPECT_EQ(statistic(1, "OccurenceCnt"), "1004");
     EXPECT_EQ(value("SELECT sum(CAST(Description AS INTEGER)) FROM FdbFaultTbl WHERE Description LIKE '% more from %'"),
               "1001")
-        << "the rows tell of each event once";
+        << "the rows report each event once";
 }
 
 TEST_F(FaultRecorderStormTest, CounterOfALongStormStaysAtItsLargest)

@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-/// A fault database, and a reader of it that is open.
+/// A fault database with an open reader.
 class FollowerTest : public HistoryTest
 {
 protected:
-    /// Longer than any test may take.
+    /// Longer than any of these tests takes.
     static constexpr std::chrono::minutes kLong{2};
 
     FollowerTest() { EXPECT_EQ(reader.open(path), firaim::HISTORY_OK) << reader.lastProblem(); }
@@ -25,26 +25,26 @@ protected:
         return position;
     }
 
-    /// All that a follower gives now: keys of faults, and names of results.
+    /// Reads a follower to its present end. Returns the keys of the faults and the names of the other results.
     static std::vector<std::string> take(firaim::FaultFollower& follower)
     {
-        std::vector<std::string> told;
+        std::vector<std::string> results;
         for (int calls = 0; calls < 10000; ++calls)
         {
             Fault fault;
             int const result = follower.next(fault, std::chrono::milliseconds(0));
             if (result == firaim::HISTORY_END)
             {
-                return told;
+                return results;
             }
-            told.push_back(result == firaim::HISTORY_OK ? std::to_string(fault.EntryId)
-                                                        : firaim::historyResultName(result));
+            results.push_back(result == firaim::HISTORY_OK ? std::to_string(fault.EntryId)
+                                                           : firaim::historyResultName(result));
         }
-        ADD_FAILURE() << "there is no end to it";
-        return told;
+        ADD_FAILURE() << "the follower does not end";
+        return results;
     }
 
-    /// The occurrences of the statistics that a follower gives now.
+    /// Reads the changed statistics of a follower and returns their occurrences.
     static std::vector<unsigned short> takeCounts(firaim::FaultFollower& follower)
     {
         std::vector<unsigned short> counts;
@@ -58,7 +58,7 @@ protected:
         return counts;
     }
 
-    /// The position behind the fault with that key.
+    /// Sets `position` to that after the fault with this key; false when there is no such fault.
     bool positionOf(unsigned long long key, firaim::FollowPosition& position)
     {
         firaim::FaultCursor cursor = reader.faults();
@@ -74,7 +74,7 @@ protected:
         return false;
     }
 
-    /// As addFaults, a day later.
+    /// Like addFaults, but with times one day later.
     void addLaterFaults(int count) const
     {
         addFaults(count);
@@ -83,7 +83,7 @@ protected:
              std::to_string(count));
     }
 
-    /// Another fault database with one fault, in a file of its own.
+    /// Creates another fault database with one fault and returns its path.
     std::string makeOther(std::string const& description) const
     {
         std::string other = dir.file("other.db");

@@ -8,30 +8,31 @@
 #include <string>
 #include <vector>
 
-/// A fault database that the library has created, and a reader of it that is not open yet.
+/// A fault database created by the library, and a reader that is not open yet.
 class HistoryTest : public testing::Test
 {
 protected:
     HistoryTest();
 
-    /// Adds rows with the descriptions "fault 1" and so on, of code 1000 + number modulo 3, each of which has a
-    /// start-up of 100 faults.
+    /// Adds faults with the descriptions "fault 1", "fault 2" and so on. The code is 1000 + number modulo 3; 100 faults
+    /// share a start-up.
     void addFaults(int count) const;
     void exec(std::string const& sql) const { RawDb(path).exec(sql); }
-    /// The keys that a query gives; a cursor that fails fails the test.
+    /// The keys of the faults that match a query. A failing cursor fails the test.
     std::vector<unsigned long long> keys(firaim::FaultQuery const& query);
-    /// The bytes of every file in the folder, by name.
+    /// The content of every file in the folder, by name.
     std::map<std::string, std::string> folder() const;
-    /// Copies the file, with a journal beside it, out of an unfinished transaction; returns the name of the copy.
+    /// Copies the file and its journal during an unfinished transaction, so that the journal is hot. Returns the path
+    /// of the copy.
     std::string makeHotJournal() const;
 
     TempDir dir;
-    Console console; ///< takes the library's log lines
+    Console console; ///< captures the library's log lines
     std::string const path = dir.file("faults.db");
     firaim::FaultReader reader;
 };
 
-/// Takes the rights to write to a folder and what is in it, for as long as it lives.
+/// Removes write permission from a folder and its files while the object lives.
 class ReadOnlyMedium
 {
 public:

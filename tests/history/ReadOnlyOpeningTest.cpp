@@ -26,7 +26,7 @@ namespace
 class ReadOnlyOpening : public HistoryTest
 {
 protected:
-    /// How opening `name` fails, as a text that tells failures apart.
+    /// Opens `name` and returns a text that identifies the failure.
     static std::string failureOf(std::string const& name)
     {
         try
@@ -44,7 +44,7 @@ protected:
         return "none";
     }
 
-    /// Makes a file whose last fault is in its write-ahead log only; returns its name.
+    /// Makes a file whose last fault is only in its write-ahead log. Returns its path.
     std::string makeFileWithLog() const
     {
         RawDb raw(path);
@@ -64,8 +64,8 @@ std::string expected(FailureKind failure, std::string const& text)
     return std::to_string(failure) + " " + text;
 }
 
-/// Whether another process finds none of SQLite's locks on the file. It asks the system: a forked SQLite believes that
-/// its parent's locks are its own.
+/// Returns true when another process finds none of SQLite's locks on the file. Uses fcntl, as SQLite in a forked child
+/// takes the parent's locks for its own.
 bool isFreeForOthers(std::string const& path)
 {
     int const child = fork();
@@ -74,7 +74,7 @@ bool isFreeForOthers(std::string const& path)
         struct flock lock = {};
         lock.l_type = F_WRLCK;
         lock.l_whence = SEEK_SET;
-        lock.l_start = 0x40000000; // Where SQLite's locks are, in every file.
+        lock.l_start = 0x40000000; // The position of SQLite's locks in every file.
         lock.l_len = 512;
         bool const isAsked = fcntl(open(path.c_str(), O_RDWR), F_GETLK, &lock) == 0;
         _exit(isAsked && lock.l_type == F_UNLCK ? 0 : 1);
@@ -162,7 +162,7 @@ TEST_F(ReadOnlyOpening, TellsOfALogThatCannotBeReadWhereNothingCanBeWritten)
 TEST_F(ReadOnlyOpening, RefusesAnEmptiedFileAndLeavesItsLog)
 {
     std::string const left = makeFileWithLog();
-    for (std::string const content : {"", "S"}) // For SQLite, a file of one byte is empty, too.
+    for (std::string const content : {"", "S"}) // SQLite takes a file of one byte for empty, too.
     {
         writeFile(left, content);
         auto const before = folder();

@@ -16,7 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// An event without anything that the clock fills in.
+/// An event with all members set that the recorder would take from the clock.
 inline firaim::FaultEvent eventOf(std::uint64_t code, std::string module = "module",
                                   std::string parameter = "parameter", faultStatus_t status = FAULT_ACTIVE)
 {
@@ -30,7 +30,7 @@ inline firaim::FaultEvent eventOf(std::uint64_t code, std::string module = "modu
     return event;
 }
 
-/// A signal between two processes: a pipe of which each has one end.
+/// A signal from one process to another, through a pipe.
 class Signal
 {
 public:
@@ -55,11 +55,11 @@ private:
     int m_ends[2] = {-1, -1};
 };
 
-/// Begins `body` in a process of its own, whose exit status says whether all that it expected holds.
+/// Runs `body` in a child process, which exits with 0 if all expectations hold. Returns the child's process id.
 template <class Body>
 pid_t startChild(Body const& body)
 {
-    std::fflush(nullptr); // Otherwise both processes would write what is in the buffers.
+    std::fflush(nullptr); // Otherwise both processes would write the buffered output.
     pid_t const child = fork();
     if (child == 0)
     {
@@ -77,7 +77,7 @@ inline void expectSuccess(pid_t child)
     EXPECT_EQ(status, 0) << "an expectation of the other process failed";
 }
 
-/// A path for a file, and a recorder; nothing is opened yet.
+/// A path for a file, and a recorder that is not open yet.
 class FaultRecorderTest : public testing::Test
 {
 protected:
@@ -92,7 +92,7 @@ protected:
         ASSERT_EQ(recorder.open(path, options), firaim::HISTORY_OK) << recorder.lastProblem();
     }
 
-    /// The file as the facade makes it, which is closed again.
+    /// Creates the file with the facade and closes it.
     void createWithFacade() const
     {
         Console const console;
@@ -103,7 +103,7 @@ protected:
     std::string value(std::string const& query) const { return RawDb(path).value(query); }
     void exec(std::string const& statement) const { RawDb(path).exec(statement); }
 
-    /// One cell of the first statistic of a code.
+    /// A cell of the first statistic of a code.
     std::string statistic(std::uint64_t code, std::string const& column) const
     {
         return value("SELECT " + column + " FROM FdbFaultStatisticTbl WHERE FaultCode = " + std::to_string(code) +
@@ -115,7 +115,7 @@ protected:
     firaim::FaultRecorder recorder;
 };
 
-/// Writes with the facade, as an application beside the recorder does.
+/// Writes through the facade, like an application beside the recorder.
 class Facade
 {
 public:

@@ -1,4 +1,4 @@
-// Cells that no program of ours writes, as this library's reader and the recording library decode them.
+// Cells that our programs do not write: the reader and the facade must decode them alike.
 
 #include "HistorySupport.h"
 
@@ -52,7 +52,7 @@ char const* const kOddCells[] = {"NULL",
 class RowDecoding : public HistoryTest
 {
 protected:
-    /// The names of all columns but the key. They are read while the file's texts are UTF-8, as those of RawDb are.
+    /// The names of all columns but the key. Call this while the file's encoding is UTF-8, as RawDb expects that.
     std::vector<std::string> columnsOf(std::string const& table) const
     {
         std::vector<std::string> names;
@@ -63,7 +63,7 @@ protected:
         return names;
     }
 
-    /// Rows that are sound but for one cell, which is each of the odd ones in each of the columns.
+    /// Adds a sound row with one odd cell, for each combination of an odd cell and a column.
     void addOddRows(std::string const& table, std::vector<std::string> const& columns, std::string const& sound) const
     {
         RawDb raw(path);
@@ -88,7 +88,7 @@ protected:
 
     std::vector<std::string> const faultColumns = columnsOf("FdbFaultTbl");
 
-    /// The reports of cells since the last call.
+    /// The log lines about odd cells since the last call.
     std::vector<std::string> reports()
     {
         std::vector<std::string> found;

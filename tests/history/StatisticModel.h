@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-/// The rows of a file and its statistics as the documentation promises them, in the plainest form: the list of all
-/// rows, and one entry for each code.
+/// A simple model of the rows of a file and of the statistics that the documentation promises: a list of all rows, and
+/// an entry for each code.
 class StatisticModel
 {
 public:
@@ -33,7 +33,7 @@ public:
         bool isCountedInCycle = false;
     };
 
-    /// The newest row of a triple, when it is active.
+    /// The newest row of a triple if it is active, otherwise null.
     Row const* active(std::uint32_t code, std::string const& module, std::string const& parameter) const
     {
         for (auto row = rows.rbegin(); row != rows.rend(); ++row)
@@ -60,7 +60,7 @@ public:
         return result;
     }
 
-    /// A row that a recorder has written.
+    /// Adds a row that a recorder has written.
     void recorded(Row const& row, unsigned long long time)
     {
         rows.push_back(row);

@@ -1,4 +1,4 @@
-// Counting what is above the limit, with a clock of the test's own.
+// Counting events above the limit, with simulated time.
 
 #include "RecorderFixtures.h"
 
@@ -24,7 +24,7 @@ protected:
         return storms.admits(event, kWallBegin + time.count(), ++order, at(time));
     }
 
-    /// Uses up what the triple of `event` may write at once.
+    /// Uses up the burst of the triple of `event`.
     void exhaust(FaultEvent const& event, std::chrono::milliseconds time)
     {
         for (unsigned int i = 0; i < kBurst; ++i)
@@ -111,7 +111,7 @@ TEST_F(StormsTest, EachTripleHasALimitOfItsOwn)
     }
     FaultEvent inactive = eventOf(1, "a", "b");
     inactive.status = FAULT_INACTIVE;
-    EXPECT_FALSE(admits(inactive, 0s)) << "the status is no part of the triple";
+    EXPECT_FALSE(admits(inactive, 0s)) << "the status is not part of the triple";
 }
 
 TEST_F(StormsTest, HourOfEventsAdmitsExactlyWhatTheRateSays)
@@ -180,7 +180,7 @@ TEST_F(StormsTest, WhatIsCountedIsDueWithinASecond)
 {
     EXPECT_FALSE(storms.deadline());
     exhaust(eventOf(1), 0s);
-    EXPECT_FALSE(storms.deadline()) << "rows need nothing";
+    EXPECT_FALSE(storms.deadline()) << "no event was counted";
     for (std::chrono::milliseconds time = 1s; time < 3s; time += 1ms)
     {
         EXPECT_FALSE(admits(eventOf(1), time));
@@ -244,7 +244,7 @@ TEST_F(StormsTest, ReportThatCouldNotBeStoredComesAgainThoughNothingFollows)
     ASSERT_EQ(again.size(), 1U);
     EXPECT_EQ(again[0].event.description, "last");
     EXPECT_EQ(again[0].uncounted.events, 1U);
-    EXPECT_EQ(again[0].total.events, 1U) << "what was restored twice was counted once";
+    EXPECT_EQ(again[0].total.events, 1U) << "an event that was restored twice was counted once";
     EXPECT_TRUE(again[0].isOver);
 }
 
@@ -253,18 +253,18 @@ TEST_F(StormsTest, RowOfAStormHasTheStatusThatWasSetLast)
     exhaust(eventOf(1), 0s);
     EXPECT_FALSE(admits(eventOf(1), 1ms));
     storms.stateSet(eventOf(1), FAULT_INACTIVE, ++order);
-    EXPECT_EQ(take(2ms, true).at(0).event.status, FAULT_INACTIVE) << "an edge came after what was counted";
+    EXPECT_EQ(take(2ms, true).at(0).event.status, FAULT_INACTIVE) << "the edge is newer than the count";
 
     EXPECT_FALSE(admits(eventOf(1), 3ms));
-    EXPECT_EQ(take(4ms, true).at(0).event.status, FAULT_ACTIVE) << "what was counted came after the edge";
+    EXPECT_EQ(take(4ms, true).at(0).event.status, FAULT_ACTIVE) << "the count is newer than the edge";
 
     EXPECT_FALSE(admits(eventOf(1), 5ms));
     FaultEvent inactive = eventOf(1);
     inactive.status = FAULT_INACTIVE;
     EXPECT_TRUE(admits(inactive, 11s));
-    EXPECT_EQ(storms.statusOf(eventOf(1)), FAULT_ACTIVE) << "its row may come to nothing";
+    EXPECT_EQ(storms.statusOf(eventOf(1)), FAULT_ACTIVE) << "storing the row may still fail";
     storms.stateSet(inactive, FAULT_INACTIVE, order);
-    EXPECT_EQ(take(12s, true).at(0).event.status, FAULT_INACTIVE) << "a row came after what was counted";
+    EXPECT_EQ(take(12s, true).at(0).event.status, FAULT_INACTIVE) << "the row is newer than the count";
 }
 
 TEST_F(StormsTest, RowThatWasAskedForBeforeTheLastCountLeavesItsStatus)
@@ -275,7 +275,7 @@ TEST_F(StormsTest, RowThatWasAskedForBeforeTheLastCountLeavesItsStatus)
     storms.stateSet(eventOf(1), FAULT_INACTIVE, before);
     EXPECT_EQ(storms.countedStatusOf(eventOf(1)), FAULT_ACTIVE);
     EXPECT_EQ(take(2ms, true).at(0).event.status, FAULT_ACTIVE);
-    EXPECT_EQ(storms.countedStatusOf(eventOf(1)), std::nullopt) << "it has its row";
+    EXPECT_EQ(storms.countedStatusOf(eventOf(1)), std::nullopt) << "the storm's row was stored";
 }
 
 TEST_F(StormsTest, ClearingACodeIsAboutItsTriplesOnly)
@@ -314,7 +314,7 @@ TEST_F(StormsTest, CountsOfManyTriplesSurviveForgetting)
     EXPECT_EQ(reports.size(), kTriples);
 }
 
-/// 10,000 events a second for a minute, and a thread that stores what is due when it is due.
+/// 10,000 events a second for a minute; counts are stored as soon as they are due.
 TEST_F(StormsTest, MinuteOfTenThousandEventsASecondTakesAtMost130Commits)
 {
     constexpr std::uint64_t kEvents = 600'000;

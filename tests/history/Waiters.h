@@ -7,19 +7,19 @@
 #include <set>
 #include <thread>
 
-/// The threads whose calls wait in a recorder whose options were handed to `Waiters::watch`. All is static because the
+/// The threads whose calls wait in a recorder with options passed to `Waiters::watch`. All members are static, as the
 /// recorder takes a plain function.
 class Waiters
 {
 public:
-    /// Begins anew and notes the threads that wait in a recorder with these options.
+    /// Resets, then tracks the threads that wait in a recorder with these options.
     static void watch(firaim::RecorderOptions& options)
     {
         reset();
         options.isCancelled = isCancelled;
     }
 
-    /// No thread, nothing cancelled.
+    /// Forgets all threads and the cancellation.
     static void reset()
     {
         std::lock_guard<std::mutex> const lock(mutex());
@@ -27,7 +27,7 @@ public:
         isEnding() = false;
     }
 
-    /// For RecorderOptions: notes the thread that asks.
+    /// For RecorderOptions: adds the calling thread.
     static bool isCancelled()
     {
         std::lock_guard<std::mutex> const lock(mutex());
@@ -42,7 +42,7 @@ public:
         isEnding() = true;
     }
 
-    /// Returns as soon as `count` threads have waited.
+    /// Blocks until `count` threads have waited.
     static void waitFor(std::size_t count)
     {
         std::unique_lock<std::mutex> lock(mutex());

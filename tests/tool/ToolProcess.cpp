@@ -153,7 +153,7 @@ bool ToolProcess::readMore()
         }
         else
         {
-            closeIfOpen(descriptor); // After the program's end, a terminal gives an error instead of the end of the file.
+            closeIfOpen(descriptor); // A terminal without a program gives an error, not its end.
         }
     }
     return true;
