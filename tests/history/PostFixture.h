@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-/// A recorder that events are posted to; nothing is opened yet.
+/// A recorder for tests that post events; it is not open yet.
 class PostTest : public FaultRecorderTest
 {
 protected:
@@ -14,7 +14,7 @@ protected:
         return recorder.flush(left, timeout);
     }
 
-    /// Posts so many events, of the codes from 1 on.
+    /// Posts `count` events, with the codes 1, 2 and so on.
     void post(std::uint64_t count)
     {
         for (std::uint64_t i = 0; i < count; ++i)
@@ -23,6 +23,6 @@ protected:
         }
     }
 
-    std::uint64_t left = 99;         ///< by the last `flush`
-    std::vector<std::uint64_t> told; ///< to the handler of lost events
+    std::uint64_t left = 99;         ///< set by the last `flush`
+    std::vector<std::uint64_t> lost; ///< arguments of the calls of `onLost`
 };
