@@ -66,7 +66,7 @@ TEST_F(Program, WritesItsLogLinesToStandardOutput)
                   "Des=clock ahead by 3600 s, DiagSigFile=, UpTime=0, LifeTime=0, CfgBuFile=, RDB StartupId=0\n");
 }
 
-TEST_F(Program, LosesNothingWhetherItClosesOrJustEnds)
+TEST_F(Program, StoresTheFaultWhetherItClosesTheDatabaseOrNot)
 {
     for (char const* ending : {"close", "exit"})
     {

@@ -16,7 +16,7 @@ TEST_F(OpenedDb, ExecuteRunsTheStatementSilently)
     EXPECT_EQ(console.take(), "");
 }
 
-TEST_F(OpenedDb, ExecutePassesOverRows)
+TEST_F(OpenedDb, ExecuteIgnoresRows)
 {
     EXPECT_EQ(sqlite->execute(handle, "SELECT 1 UNION SELECT 2"), 0);
 }
@@ -56,7 +56,7 @@ TEST_F(OpenedDb, BlanksSemicolonsAndCommentsMayFollowAStatement)
     EXPECT_EQ(RawDb(path).value("SELECT count(*) FROM t"), "14");
 }
 
-TEST_F(OpenedDb, AnythingElseAfterAStatementIsRefusedBeforeItRuns)
+TEST_F(OpenedDb, StatementWithOtherTextBehindItIsRefusedBeforeItRuns)
 {
     for (char const* tail : {"; DROP TABLE t", ";SELECT 1", "; nonsense", "; -- a\nDELETE FROM t", ";;/**/x"})
     {
@@ -176,7 +176,7 @@ TEST_F(OpenedDb, FileLockedBeyondTheTimeoutFailsTheStatementAndIsUsableAgainAfte
     EXPECT_EQ(sqlite->execute(handle, "INSERT INTO t VALUES(1,1)"), 0);
 }
 
-TEST_F(OpenedDb, ViewThatDoesNotEndIsInterruptedAlsoAfterARowCallbackHasRunAStatement)
+TEST_F(OpenedDb, EndlessViewIsInterruptedAlsoAfterARowCallbackHasRunAStatement)
 {
     struct Nested : RowCollector
     {
@@ -198,7 +198,7 @@ TEST_F(OpenedDb, ViewThatDoesNotEndIsInterruptedAlsoAfterARowCallbackHasRunAStat
     EXPECT_EQ(sqlite->execute(handle, "SELECT * FROM t"), 0);
 }
 
-TEST_F(OpenedDb, TimeThatARowCallbackTakesIsNotTheStatements)
+TEST_F(OpenedDb, TimeOfARowCallbackDoesNotCountForTheStatement)
 {
     struct Slow : RowCollector
     {

@@ -109,7 +109,7 @@ TEST_F(HostileText, TextThatWouldLeaveItsLiteralIsRefusedAndChangesNothing)
     EXPECT_EQ(content(), before);
 }
 
-TEST_F(HostileText, EveryTextColumnOfAFaultIsLookedAt)
+TEST_F(HostileText, EveryTextColumnOfAFaultIsChecked)
 {
     auto const before = content();
     for (auto const& [column, member] : kFaultTexts)
@@ -122,7 +122,7 @@ TEST_F(HostileText, EveryTextColumnOfAFaultIsLookedAt)
     EXPECT_EQ(content(), before);
 }
 
-TEST_F(HostileText, EveryTextColumnOfAStatisticIsLookedAt)
+TEST_F(HostileText, EveryTextColumnOfAStatisticIsChecked)
 {
     auto const before = content();
     for (auto const& [column, member] : kStatisticTexts)
@@ -137,7 +137,7 @@ TEST_F(HostileText, EveryTextColumnOfAStatisticIsLookedAt)
     EXPECT_EQ(content(), before);
 }
 
-TEST_F(HostileText, EveryTextColumnOfAVersionIsLookedAt)
+TEST_F(HostileText, EveryTextColumnOfAVersionIsChecked)
 {
     auto const before = content();
     FdbVersion version;

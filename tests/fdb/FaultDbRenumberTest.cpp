@@ -157,7 +157,7 @@ TEST_F(Renumbering, StatisticsThatShareACodeAllGetTheMovedValues)
     EXPECT_EQ(stored[1].RdbStartupId, kNewId);
 }
 
-TEST_F(Renumbering, FaultThatIsGoneWhenItIsWrittenBackIsPassedOver)
+TEST_F(Renumbering, FaultThatWasRemovedBeforeItIsWrittenBackIsSkipped)
 {
     addFault(1, kOldId);
     addFault(2, kOldId);

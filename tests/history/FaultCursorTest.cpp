@@ -77,7 +77,7 @@ TEST_F(FaultCursorTest, GivesEveryFaultOnceInEitherOrder)
     }
 }
 
-TEST_F(FaultCursorTest, FindsTheSmallestAndTheLargestKeyThereCanBe)
+TEST_F(FaultCursorTest, FindsTheSmallestAndTheLargestPossibleKey)
 {
     exec("INSERT INTO FdbFaultTbl(EntryId, Description) VALUES(9223372036854775807, 'last'), "
          "(-9223372036854775808, 'first')");
@@ -227,7 +227,7 @@ TEST_F(FaultCursorTest, GoesOnAfterALockHasEnded)
     EXPECT_EQ(fault.EntryId, last + 1);
 }
 
-TEST_F(FaultCursorTest, GivesNoFaultThatCameAfterItsBeginning)
+TEST_F(FaultCursorTest, ReadsNoFaultThatWasAddedAfterItsStart)
 {
     addFaults(1000);
     open();
@@ -300,7 +300,7 @@ TEST_F(FaultCursorTest, ReadsAColumnThatTheFileLacksAsNull)
     EXPECT_EQ(fault.Status, FAULT_ACTIVE);
 }
 
-TEST_F(FaultCursorTest, CopesWithARowThatIsLargerThanABatch)
+TEST_F(FaultCursorTest, ReadsARowThatIsLargerThanABatch)
 {
     exec("INSERT INTO FdbFaultTbl(Description) VALUES('before'), (hex(zeroblob(2000000))), ('after')");
     open();
@@ -314,7 +314,7 @@ TEST_F(FaultCursorTest, CopesWithARowThatIsLargerThanABatch)
     EXPECT_EQ(cursor.next(fault), HISTORY_END);
 }
 
-TEST_F(FaultCursorTest, GivesWhatComesBeforeADamagedPageAndThenEnds)
+TEST_F(FaultCursorTest, ReadsFaultsBeforeADamagedPageAndThenFails)
 {
     addFaults(3000);
     damagePageOf("fault 2000");
@@ -335,7 +335,7 @@ TEST_F(FaultCursorTest, GivesWhatComesBeforeADamagedPageAndThenEnds)
     EXPECT_EQ(fault.EntryId, rows);
 }
 
-TEST_F(FaultCursorTest, TellsHowFarItIs)
+TEST_F(FaultCursorTest, ReportsItsProgress)
 {
     addFaults(100);
     open();

@@ -29,7 +29,7 @@ TEST_F(FaultFollowerGapTest, IgnoresRowsThatWereTrimmedBeforeItsPosition)
     EXPECT_THAT(take(follower), ElementsAre("11"));
 }
 
-TEST_F(FaultFollowerGapTest, TellsOnceThatRowsWereRemoved)
+TEST_F(FaultFollowerGapTest, ReportsOnceThatRowsWereRemoved)
 {
     addFaults(10);
     FaultFollower follower = reader.follow(newest());
@@ -45,7 +45,7 @@ TEST_F(FaultFollowerGapTest, TellsOnceThatRowsWereRemoved)
     EXPECT_THAT(take(follower), ElementsAre("16"));
 }
 
-TEST_F(FaultFollowerGapTest, TellsThatRowsWereRemovedBehindWhatWasReadAlready)
+TEST_F(FaultFollowerGapTest, ReportsRowsThatWereRemovedBehindTheLastReadRow)
 {
     addFaults(2000);
     FaultFollower follower = reader.follow({});
@@ -57,7 +57,7 @@ TEST_F(FaultFollowerGapTest, TellsThatRowsWereRemovedBehindWhatWasReadAlready)
     EXPECT_EQ(results.back(), "2000");
 }
 
-TEST_F(FaultFollowerGapTest, TellsOnceThatRowsWereRemovedSinceAKeptPosition)
+TEST_F(FaultFollowerGapTest, ReportsOnceThatRowsWereRemovedSinceAStoredPosition)
 {
     addFaults(10);
     FollowPosition const position = newest();
@@ -68,7 +68,7 @@ TEST_F(FaultFollowerGapTest, TellsOnceThatRowsWereRemovedSinceAKeptPosition)
     EXPECT_THAT(take(next), IsEmpty());
 }
 
-TEST_F(FaultFollowerGapTest, TellsOfRowsThatWereRemovedBehindARowThatIsThere)
+TEST_F(FaultFollowerGapTest, ReportsRowsThatWereRemovedBehindAnExistingRow)
 {
     addFaults(3);
     FaultFollower follower = reader.follow(newest());
@@ -81,7 +81,7 @@ TEST_F(FaultFollowerGapTest, TellsOfRowsThatWereRemovedBehindARowThatIsThere)
     EXPECT_THAT(take(follower), IsEmpty());
 }
 
-TEST_F(FaultFollowerGapTest, TellsOfEachGapBetweenTheRowsThatItGives)
+TEST_F(FaultFollowerGapTest, ReportsEachGapBetweenTheRowsThatItReads)
 {
     FaultFollower follower = reader.follow({});
     addFaults(9);
@@ -90,7 +90,7 @@ TEST_F(FaultFollowerGapTest, TellsOfEachGapBetweenTheRowsThatItGives)
         << "before the first row of a history there is no gap";
 }
 
-TEST_F(FaultFollowerGapTest, TellsOnceOfRowsThatWereRemovedBehindTheLastRow)
+TEST_F(FaultFollowerGapTest, ReportsOnceRowsThatWereRemovedBehindTheLastRow)
 {
     addFaults(3);
     FaultFollower follower = reader.follow(newest());
@@ -108,7 +108,7 @@ TEST_F(FaultFollowerGapTest, TellsOnceOfRowsThatWereRemovedBehindTheLastRow)
     EXPECT_THAT(take(follower), ElementsAre("9"));
 }
 
-TEST_F(FaultFollowerGapTest, TellsOnceThatEverythingBehindItsPositionWasRemoved)
+TEST_F(FaultFollowerGapTest, ReportsOnceThatAllRowsBehindItsPositionWereRemoved)
 {
     addFaults(3);
     FaultFollower follower = reader.follow(newest());
@@ -119,7 +119,7 @@ TEST_F(FaultFollowerGapTest, TellsOnceThatEverythingBehindItsPositionWasRemoved)
     EXPECT_THAT(take(follower), IsEmpty());
 }
 
-TEST_F(FaultFollowerGapTest, TellsOfRowsThatWereRemovedSinceThereWereNone)
+TEST_F(FaultFollowerGapTest, ReportsRowsThatWereRemovedSinceTheTableWasEmpty)
 {
     FaultFollower kept = reader.follow(newest());
     FaultFollower follower = reader.follow({});
@@ -130,7 +130,7 @@ TEST_F(FaultFollowerGapTest, TellsOfRowsThatWereRemovedSinceThereWereNone)
     EXPECT_THAT(take(follower), ElementsAre("ROWS_REMOVED", "5"));
 }
 
-TEST_F(FaultFollowerGapTest, TellsOfARowThatIsGoneAndOfTheGapBehindItTogether)
+TEST_F(FaultFollowerGapTest, ReportsARemovedRowAndTheGapBehindItTogether)
 {
     addFaults(3);
     FaultFollower follower = reader.follow(newest());
@@ -139,7 +139,7 @@ TEST_F(FaultFollowerGapTest, TellsOfARowThatIsGoneAndOfTheGapBehindItTogether)
     EXPECT_THAT(take(follower), ElementsAre("ROWS_REMOVED", "7", "8"));
 }
 
-TEST_F(FaultFollowerGapTest, TellsOfEachGapOnceToThoseWhoGoOnFromItsPosition)
+TEST_F(FaultFollowerGapTest, ReportsEachGapOnceToFollowersThatContinueFromItsPosition)
 {
     addFaults(3);
     FollowPosition position = newest();
@@ -159,7 +159,7 @@ TEST_F(FaultFollowerGapTest, TellsOfEachGapOnceToThoseWhoGoOnFromItsPosition)
                 ElementsAre("ROWS_REMOVED", "6", "7", "ROWS_REMOVED", "9", "ROWS_REMOVED", "END", "END", "END", "END"));
 }
 
-TEST_F(FaultFollowerGapTest, TellsOfRemovedRowsWhateverTheQueryAsksFor)
+TEST_F(FaultFollowerGapTest, ReportsRemovedRowsWhateverTheQuery)
 {
     addFaults(3);
     FaultQuery query;
@@ -183,7 +183,7 @@ TEST_F(FaultFollowerGapTest, TellsOfRemovedRowsWhateverTheQueryAsksFor)
     EXPECT_EQ(take(follower), expected) << "rows that do not match the query are not a gap";
 }
 
-TEST_F(FaultFollowerGapTest, TellsOfAGapThatArisesBetweenTwoLooks)
+TEST_F(FaultFollowerGapTest, ReportsAGapThatArisesBetweenTwoPolls)
 {
     addFaults(2000);
     FaultFollower follower = reader.follow({});
@@ -207,7 +207,7 @@ TEST_F(FaultFollowerGapTest, RowsThatWereRolledBackAreNoGap)
     EXPECT_THAT(take(follower), ElementsAre("2"));
 }
 
-TEST_F(FaultFollowerGapTest, TellsOfWhatARecorderPrunesBehindTheFaultOfAnActiveTriple)
+TEST_F(FaultFollowerGapTest, ReportsRowsThatARecorderPrunesBehindTheFaultOfAnActiveTriple)
 {
     RecorderOptions options;
     options.keepNewest = 5;
@@ -226,7 +226,7 @@ TEST_F(FaultFollowerGapTest, TellsOfWhatARecorderPrunesBehindTheFaultOfAnActiveT
     EXPECT_THAT(take(follower), ElementsAre("ROWS_REMOVED", "37", "38", "39", "40", "41"));
 }
 
-TEST_F(FaultFollowerGapTest, TellsOnceThatTheRowOfItsPositionIsGone)
+TEST_F(FaultFollowerGapTest, ReportsOnceThatTheRowOfItsPositionWasRemoved)
 {
     addFaults(4);
     FollowPosition position;

@@ -22,7 +22,7 @@ using FaultFollowerReplacedTest = FollowerTest;
 
 } // namespace
 
-TEST_F(FaultFollowerReplacedTest, GoesOnBehindARowWhoseStatusStartupNamesOrTextsWereRewritten)
+TEST_F(FaultFollowerReplacedTest, ContinuesBehindARowWhoseStatusStartupNamesOrTextsWereRewritten)
 {
     addFaults(3);
     FaultFollower follower = reader.follow(newest());
@@ -33,7 +33,7 @@ TEST_F(FaultFollowerReplacedTest, GoesOnBehindARowWhoseStatusStartupNamesOrTexts
     EXPECT_THAT(take(follower), ElementsAre("4"));
 }
 
-TEST_F(FaultFollowerReplacedTest, TakesARowThatTellsOfAnotherFaultForAnotherHistory)
+TEST_F(FaultFollowerReplacedTest, TakesARowThatNowHoldsAnotherFaultForAnotherHistory)
 {
     for (std::string const change : {"FaultCode = 9", "ModuleName = 'another'", "Parameter = 'another'",
                                      "TimeStampUTC = 9", "SystemDateTimeString = 'another'"})
@@ -47,7 +47,7 @@ TEST_F(FaultFollowerReplacedTest, TakesARowThatTellsOfAnotherFaultForAnotherHist
     }
 }
 
-TEST_F(FaultFollowerReplacedTest, GoesOnFromAPositionThatVersion100HasGiven)
+TEST_F(FaultFollowerReplacedTest, ContinuesFromAPositionOfVersion100)
 {
     addFaults(3);
     FollowPosition position;
@@ -62,7 +62,7 @@ TEST_F(FaultFollowerReplacedTest, GoesOnFromAPositionThatVersion100HasGiven)
     EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1", "2", "3", "4"));
 }
 
-TEST_F(FaultFollowerReplacedTest, FollowsAnotherFileOfTheNameFromItsBeginning)
+TEST_F(FaultFollowerReplacedTest, FollowsAnotherFileOfTheNameFromItsStart)
 {
     addFaults(3);
     FaultFollower follower = reader.follow(newest());
@@ -73,7 +73,7 @@ TEST_F(FaultFollowerReplacedTest, FollowsAnotherFileOfTheNameFromItsBeginning)
     EXPECT_THAT(take(follower), ElementsAre("2"));
 }
 
-TEST_F(FaultFollowerReplacedTest, TellsThatAKeptPositionIsOfAnotherFile)
+TEST_F(FaultFollowerReplacedTest, ReportsThatAStoredPositionBelongsToAnotherFile)
 {
     addFaults(3);
     FollowPosition const position = newest();
@@ -93,7 +93,7 @@ TEST_F(FaultFollowerReplacedTest, TakesACopyThatHoldsTheRowOfItsPositionForTheSa
     EXPECT_THAT(take(follower), ElementsAre("4"));
 }
 
-TEST_F(FaultFollowerReplacedTest, FollowsNewContentOfTheSameFileFromItsBeginning)
+TEST_F(FaultFollowerReplacedTest, FollowsNewContentOfTheSameFileFromItsStart)
 {
     addFaults(3);
     FaultFollower follower = reader.follow(newest());
@@ -102,7 +102,7 @@ TEST_F(FaultFollowerReplacedTest, FollowsNewContentOfTheSameFileFromItsBeginning
     EXPECT_THAT(follower.lastProblem(), HasSubstr("its content was replaced"));
 }
 
-TEST_F(FaultFollowerReplacedTest, FollowsNewContentThatHasGrownBeyondItsPositionFromItsBeginning)
+TEST_F(FaultFollowerReplacedTest, FollowsNewContentThatHasGrownBeyondItsPositionFromItsStart)
 {
     addFaults(2);
     FaultFollower follower = reader.follow(newest());
@@ -116,7 +116,7 @@ TEST_F(FaultFollowerReplacedTest, FollowsNewContentThatHasGrownBeyondItsPosition
     EXPECT_THAT(take(follower), ElementsAre("FILE_REPLACED", "1", "2", "3", "4"));
 }
 
-TEST_F(FaultFollowerReplacedTest, FollowsNewContentFromItsBeginningWhereTheRowOfItsPositionWasGone)
+TEST_F(FaultFollowerReplacedTest, FollowsNewContentFromItsStartIfTheRowOfItsPositionWasRemoved)
 {
     addFaults(2);
     FaultFollower follower = reader.follow(newest());
@@ -185,7 +185,7 @@ TEST_F(FaultFollowerReplacedTest, EndsInAFileThatKeepsNoSequence)
     EXPECT_THAT(take(follower), ElementsAre("3"));
 }
 
-TEST_F(FaultFollowerReplacedTest, TellsOnceThatTheFileIsGoneAndGoesOnWhenItIsBack)
+TEST_F(FaultFollowerReplacedTest, ReportsOnceThatTheFileIsMissingAndContinuesWhenItIsBack)
 {
     addFaults(3);
     FaultFollower follower = reader.follow(newest());
@@ -245,7 +245,7 @@ TEST_F(FaultFollowerReplacedTest, GivesEveryStatisticOfAFileThatWasMissingWhenIt
     EXPECT_THAT(takeCounts(follower), ElementsAre(1, 2));
 }
 
-TEST_F(FaultFollowerReplacedTest, SeesAFileThatCannotChangeAgainWhenItHasBeenReplaced)
+TEST_F(FaultFollowerReplacedTest, OpensAnImmutableFileAgainAfterItWasReplaced)
 {
     addFaults(2);
     exec("PRAGMA journal_mode=WAL");

@@ -63,7 +63,7 @@ TEST_F(FaultFollowerTest, GivesManyFaultsOnceAndInOrder)
     EXPECT_EQ(take(follower), expected);
 }
 
-TEST_F(FaultFollowerTest, GoesOnExactlyWhereAKeptPositionIsUnderAFilter)
+TEST_F(FaultFollowerTest, ContinuesExactlyAtAStoredPositionWithAFilter)
 {
     addFaults(50);
     FaultQuery query;
@@ -97,7 +97,7 @@ TEST_F(FaultFollowerTest, GoesOnExactlyWhereAKeptPositionIsUnderAFilter)
     EXPECT_EQ(position.key, 100) << "a row that does not match also advances the position";
 }
 
-TEST_F(FaultFollowerTest, GoesOnFromThePositionOfACursor)
+TEST_F(FaultFollowerTest, ContinuesFromThePositionOfACursor)
 {
     addFaults(5);
     FaultQuery query;
@@ -113,7 +113,7 @@ TEST_F(FaultFollowerTest, GoesOnFromThePositionOfACursor)
     EXPECT_THAT(take(follower), ElementsAre("4", "5"));
 }
 
-TEST_F(FaultFollowerTest, TellsOnceWhatIsInTheWay)
+TEST_F(FaultFollowerTest, ReportsAFailureOnce)
 {
     addFaults(3);
     FaultFollower follower = reader.follow(newest());
@@ -124,7 +124,7 @@ TEST_F(FaultFollowerTest, TellsOnceWhatIsInTheWay)
     EXPECT_THAT(take(follower), IsEmpty());
 }
 
-TEST_F(FaultFollowerTest, TellsThatAWriterKeepsTheFileLocked)
+TEST_F(FaultFollowerTest, ReportsThatAWriterKeepsTheFileLocked)
 {
     FaultFollower follower = reader.follow(newest());
     LockingProcess const other(path);
@@ -165,7 +165,7 @@ TEST_F(FaultFollowerTest, WaitingEndsWhenItIsCancelled)
     EXPECT_EQ(follower.wait(kLong), HISTORY_CANCELLED);
 }
 
-TEST_F(FaultFollowerTest, WaitTellsWhetherThereMayBeSomething)
+TEST_F(FaultFollowerTest, WaitReturnsWhetherThereMayBeAChange)
 {
     FaultFollower follower = reader.follow(newest());
     EXPECT_EQ(follower.wait(0ms), HISTORY_OK) << "the follower has not polled yet";
@@ -188,7 +188,7 @@ TEST_F(FaultFollowerTest, GivesStatisticsThatHaveChanged)
     EXPECT_THAT(takeCounts(follower), IsEmpty());
 }
 
-TEST_F(FaultFollowerTest, DoesNotWaitForATimeBelowZeroThatTheClockCannotCount)
+TEST_F(FaultFollowerTest, DoesNotWaitForANegativeTimeThatOverflowsTheClock)
 {
     static int polls;
     ReaderOptions options;
@@ -205,7 +205,7 @@ TEST_F(FaultFollowerTest, DoesNotWaitForATimeBelowZeroThatTheClockCannotCount)
     EXPECT_EQ(follower.next(fault, 0ms), HISTORY_CANCELLED);
 }
 
-TEST_F(FaultFollowerTest, ForkedChildDestroysItAndItsReaderAndLeavesThemToTheParent)
+TEST_F(FaultFollowerTest, ForkedChildDestroysItAndItsReaderWithoutEffectOnTheParent)
 {
     for (std::string const mode : {"DELETE", "WAL"})
     {
@@ -234,7 +234,7 @@ TEST_F(FaultFollowerTest, ForkedChildDestroysItAndItsReaderAndLeavesThemToThePar
     }
 }
 
-TEST_F(FaultFollowerTest, OpensAFileThatCannotChangeOnlyWhenAllOfItWasRead)
+TEST_F(FaultFollowerTest, OpensAnImmutableFileAgainOnlyWhenAllOfItWasRead)
 {
     addFaults(1000);
     exec("PRAGMA journal_mode=WAL");

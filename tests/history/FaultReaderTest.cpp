@@ -93,7 +93,7 @@ TEST_F(FaultReaderTest, WorksOnAWriteAheadLogsFileWhereNothingCanBeWritten)
     readEverything();
 }
 
-TEST_F(FaultReaderTest, SeesWhatIsInAWriteAheadLogAndLeavesItThere)
+TEST_F(FaultReaderTest, ReadsAWriteAheadLogAndLeavesItUnchanged)
 {
     RawDb raw(path);
     EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
@@ -109,7 +109,7 @@ TEST_F(FaultReaderTest, SeesWhatIsInAWriteAheadLogAndLeavesItThere)
     EXPECT_EQ(readFile(path + "-wal"), log);
 }
 
-TEST_F(FaultReaderTest, SaysWhatToDoWithTheJournalOfACrashedWriter)
+TEST_F(FaultReaderTest, NamesTheRemedyForTheJournalOfACrashedWriter)
 {
     std::string const crashed = makeHotJournal();
     auto const before = folder();
@@ -119,7 +119,7 @@ TEST_F(FaultReaderTest, SaysWhatToDoWithTheJournalOfACrashedWriter)
     EXPECT_TRUE(folder() == before);
 }
 
-TEST_F(FaultReaderTest, TakesAnEmptiedFileBesideItsLogForDamagedAndSaysHowToKeepTheLog)
+TEST_F(FaultReaderTest, TakesAnEmptiedFileBesideItsLogForDamagedAndExplainsHowToKeepTheLog)
 {
     std::string const emptied = dir.file("emptied.db");
     {
@@ -134,7 +134,7 @@ TEST_F(FaultReaderTest, TakesAnEmptiedFileBesideItsLogForDamagedAndSaysHowToKeep
     EXPECT_THAT(problem(), HasSubstr("/emptied.db-wal' into another folder"));
 }
 
-TEST_F(FaultReaderTest, TellsWhyAFileCannotBeOpened)
+TEST_F(FaultReaderTest, ReportsWhyAFileCannotBeOpened)
 {
     std::string const missing = dir.file("missing.db");
     EXPECT_EQ(reader.open(missing), HISTORY_NO_FILE);
@@ -162,7 +162,7 @@ TEST_F(FaultReaderTest, TakesAPathThatEndsInASlashForNoFile)
     EXPECT_TRUE(folder() == before);
 }
 
-TEST_F(FaultReaderTest, CallsAFileInItsProblemsAsTheCallerDoes)
+TEST_F(FaultReaderTest, NamesAFileInItsProblemsAsTheCallerDoes)
 {
     CurrentFolder const current(dir.path());
     EXPECT_EQ(reader.open("missing.db"), HISTORY_NO_FILE);
@@ -176,7 +176,7 @@ TEST_F(FaultReaderTest, CallsAFileInItsProblemsAsTheCallerDoes)
     EXPECT_EQ(problem(), "faults.db: no fault database: it has no table FdbFaultTbl");
 }
 
-TEST_F(FaultReaderTest, WaitsForALockWithABusyTimeoutThatTheClockCannotCount)
+TEST_F(FaultReaderTest, WaitsForALockWithABusyTimeoutThatOverflowsTheClock)
 {
     RawDb other(path);
     other.exec("BEGIN EXCLUSIVE");
@@ -197,33 +197,33 @@ TEST_F(FaultReaderTest, WaitsForALockWithABusyTimeoutThatTheClockCannotCount)
     EXPECT_EQ(reader.open(path, options), HISTORY_OK) << problem();
 }
 
-TEST_F(FaultReaderTest, TellsAFileThatLacksATable)
+TEST_F(FaultReaderTest, ReportsAMissingTable)
 {
     EXPECT_EQ(openAs("DROP TABLE FdbFaultTbl"), HISTORY_FOREIGN_FILE);
     EXPECT_EQ(problem(), path + ": no fault database: it has no table FdbFaultTbl");
 }
 
-TEST_F(FaultReaderTest, TellsAFileWhereATableIsAView)
+TEST_F(FaultReaderTest, ReportsAViewInPlaceOfATable)
 {
     EXPECT_EQ(openAs("ALTER TABLE FdbFaultTbl RENAME TO other; CREATE VIEW FdbFaultTbl AS SELECT * FROM other"),
               HISTORY_FOREIGN_FILE);
     EXPECT_EQ(problem(), path + ": no fault database: FdbFaultTbl is a view");
 }
 
-TEST_F(FaultReaderTest, TellsAFileOfAnotherVersion)
+TEST_F(FaultReaderTest, ReportsAnotherFormatVersion)
 {
     EXPECT_EQ(openAs("UPDATE FdbVersionTbl SET Version = '2.0.0'"), HISTORY_VERSION_MISMATCH);
     EXPECT_EQ(problem(), path + ": format version 2.0.0 is not 1.0.0");
 }
 
-TEST_F(FaultReaderTest, TellsAFileWithoutOneVersion)
+TEST_F(FaultReaderTest, ReportsAFileWithoutExactlyOneFormatVersion)
 {
     EXPECT_EQ(openAs("INSERT INTO FdbVersionTbl VALUES(NULL,'FormatVersion','1.0.0')"), HISTORY_VERSION_MISMATCH);
     EXPECT_EQ(openAs("DELETE FROM FdbVersionTbl"), HISTORY_VERSION_MISMATCH);
     EXPECT_THAT(problem(), HasSubstr("the format version is missing or not the only one"));
 }
 
-TEST_F(FaultReaderTest, ReadsAFileOfAnyVersionWhenAsked)
+TEST_F(FaultReaderTest, ReadsAFileOfAnyFormatVersionWithTheOption)
 {
     ReaderOptions options;
     options.isAnyVersionRead = true;
@@ -338,7 +338,7 @@ TEST_F(FaultReaderTest, CountsNothingInAnEmptyFile)
     EXPECT_EQ(counts.faults + counts.statistics + counts.activeStatistics, 0U);
 }
 
-TEST_F(FaultReaderTest, TellsWhichTriplesAreActiveByTheirNewestRows)
+TEST_F(FaultReaderTest, FindsTheActiveTriplesByTheirNewestRows)
 {
     exec("INSERT INTO FdbFaultTbl(EntryId, FaultCode, ModuleName, Parameter, Status) VALUES"
          "(1, 1, 'a', 'p', 'ErrorActive'), (2, 1, 'a', 'q', 'ErrorActive'), (3, 1, 'b', 'p', 'ErrorActive'), "
@@ -355,7 +355,7 @@ TEST_F(FaultReaderTest, TellsWhichTriplesAreActiveByTheirNewestRows)
     EXPECT_THAT(found, ElementsAre(2, 3, 6, 8));
 }
 
-TEST_F(FaultReaderTest, TellsTheStartupsThatFaultsWereRecordedUnder)
+TEST_F(FaultReaderTest, ListsTheStartupsOfTheFaults)
 {
     exec("INSERT INTO FdbFaultTbl(EntryId, TimeStampUTC, RdbStartupId) VALUES(1, 11, 7), (2, 12, 4294967295), "
          "(3, 13, 2), (5, 15, 7)");
@@ -372,7 +372,7 @@ TEST_F(FaultReaderTest, TellsTheStartupsThatFaultsWereRecordedUnder)
     EXPECT_THAT(found, ElementsAre("2: 1, 3-3, 13-13", "7: 2, 1-5, 11-15", "4294967295: 1, 2-2, 12-12"));
 }
 
-TEST_F(FaultReaderTest, LeavesItsResultsAloneWhenACallFails)
+TEST_F(FaultReaderTest, LeavesItsResultsUnchangedWhenACallFails)
 {
     addFaults(3);
     open();

@@ -50,7 +50,7 @@ TEST_F(FaultRecorderDamageTest, SoundFileIsNeverSetAside)
     EXPECT_THAT(copies(), SizeIs(0));
 }
 
-TEST_F(FaultRecorderDamageTest, FileWithADestroyedFirstPageIsCopiedAndBeginsAnewInPlace)
+TEST_F(FaultRecorderDamageTest, FileWithADestroyedFirstPageIsCopiedAndStartsAnewInPlace)
 {
     create();
     destroyFirstPage();
@@ -66,7 +66,7 @@ TEST_F(FaultRecorderDamageTest, FileWithADestroyedFirstPageIsCopiedAndBeginsAnew
     EXPECT_THAT(found.begin()->first, testing::MatchesRegex("faults.db.aside-[0-9]{4}-[0-9]{2}-[0-9]{2}-1"));
 }
 
-TEST_F(FaultRecorderDamageTest, FileThatWasCutOffBeginsAnew)
+TEST_F(FaultRecorderDamageTest, TruncatedFileStartsAnew)
 {
     for (std::size_t const pages : {1U, 3U, 9U})
     {
@@ -81,7 +81,7 @@ TEST_F(FaultRecorderDamageTest, FileThatWasCutOffBeginsAnew)
     EXPECT_THAT(copies(), SizeIs(3));
 }
 
-TEST_F(FaultRecorderDamageTest, FileWithPagesOfAnotherSizeBeginsAnew)
+TEST_F(FaultRecorderDamageTest, FileWithPagesOfAnotherSizeStartsAnew)
 {
     for (std::string const size : {"512", "65536"})
     {
@@ -133,7 +133,7 @@ TEST_F(FaultRecorderDamageTest, IncidentsOfOneDayAreNumbered)
     }
 }
 
-TEST_F(FaultRecorderDamageTest, CopyIsOpenToNoMoreUsersThanTheFile)
+TEST_F(FaultRecorderDamageTest, CopyHasThePermissionsOfTheFile)
 {
     create();
     destroyFirstPage();
@@ -206,7 +206,7 @@ TEST_F(FaultRecorderDamageTest, PostedEventsArriveInTheNewContent)
     expectAnew("2");
 }
 
-TEST_F(FaultRecorderDamageTest, HotJournalThatMendsTheFileIsPlayedBack)
+TEST_F(FaultRecorderDamageTest, HotJournalThatRepairsTheFileIsRolledBack)
 {
     create(2000);
     std::string const whole = readFile(path);
@@ -226,7 +226,7 @@ TEST_F(FaultRecorderDamageTest, HotJournalThatMendsTheFileIsPlayedBack)
     EXPECT_THAT(copies(), SizeIs(0)) << "nothing was reset";
 }
 
-TEST_F(FaultRecorderDamageTest, HotJournalThatDoesNotMendTheFileIsPlayedBackBeforeTheCopy)
+TEST_F(FaultRecorderDamageTest, HotJournalThatDoesNotRepairTheFileIsRolledBackBeforeTheCopy)
 {
     create(2000);
     std::string const root = value("SELECT rootpage FROM sqlite_master WHERE name = 'FdbFaultStatisticTbl'");

@@ -38,7 +38,7 @@ protected:
     }
 };
 
-TEST_F(FaultRecorderExitTest, DestructorRecordsWhatWasPosted)
+TEST_F(FaultRecorderExitTest, DestructorRecordsPostedEvents)
 {
     {
         FaultRecorder own;
@@ -48,7 +48,7 @@ TEST_F(FaultRecorderExitTest, DestructorRecordsWhatWasPosted)
     EXPECT_EQ(value(kCountOfFaults), "1000");
 }
 
-TEST_F(FaultRecorderExitTest, StaticRecorderRecordsWhatWasPostedBeforeExit)
+TEST_F(FaultRecorderExitTest, StaticRecorderRecordsEventsPostedBeforeExit)
 {
     createWithFacade();
     runToExit(
@@ -61,7 +61,7 @@ TEST_F(FaultRecorderExitTest, StaticRecorderRecordsWhatWasPostedBeforeExit)
     EXPECT_EQ(value(kCountOfFaults), "1000");
 }
 
-TEST_F(FaultRecorderExitTest, StaticRecorderOutlivesWhatItsFirstCallsMake)
+TEST_F(FaultRecorderExitTest, StaticRecorderOutlivesObjectsThatItsFirstCallsCreate)
 {
     createWithFacade();
     runToExit(
@@ -82,7 +82,7 @@ TEST_F(FaultRecorderExitTest, StaticRecorderOutlivesWhatItsFirstCallsMake)
     EXPECT_EQ(statistic(1, "OccurenceCnt"), "10");
 }
 
-TEST_F(FaultRecorderExitTest, StaticRecorderTellsItsHandlerAtExitWhatIsLost)
+TEST_F(FaultRecorderExitTest, StaticRecorderReportsLostEventsToItsHandlerAtExit)
 {
     createWithFacade();
     Signal lost;
@@ -99,7 +99,7 @@ TEST_F(FaultRecorderExitTest, StaticRecorderTellsItsHandlerAtExitWhatIsLost)
     EXPECT_EQ(lost.wait(), '4');
 }
 
-TEST_F(FaultRecorderExitTest, ForkedChildCanDoNothingWithTheRecorder)
+TEST_F(FaultRecorderExitTest, ForkedChildCannotUseTheRecorder)
 {
     open();
     post(recorder, 3);

@@ -165,7 +165,7 @@ TEST_F(FaultRecorderGroupTest, EventsOfOneCallAreRecordedInTheirOrder)
     EXPECT_LT(recorder.counters().groups, 10U);
 }
 
-TEST_F(FaultRecorderGroupTest, FirstFailureOfACallOutweighsWhatIsWell)
+TEST_F(FaultRecorderGroupTest, ResultOfACallIsItsFirstFailure)
 {
     ASSERT_EQ(recorder.close(), HISTORY_OK);
     RecorderOptions options;
@@ -228,7 +228,7 @@ TEST_F(FaultRecorderGroupTest, EventAtWhichATriggerFailsIsRefusedAlone)
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultTbl"), "1,3");
 }
 
-TEST_F(FaultRecorderGroupTest, ASchemaThatBecomesUnusableIsNoMatterOfOneEvent)
+TEST_F(FaultRecorderGroupTest, UnusableSchemaFailsAllEventsOfAGroup)
 {
     std::vector<Receipt> receipts;
     createTrigger("bad", "(SELECT count(*) FROM missing)");
@@ -253,7 +253,7 @@ TEST_F(FaultRecorderGroupTest, GroupThatChangesNothingIsNotCounted)
     EXPECT_EQ(recorder.counters().groups, 2U);
 }
 
-TEST_F(FaultRecorderGroupTest, TriesOfAPostedEventAreNotCountedAsRefused)
+TEST_F(FaultRecorderGroupTest, FailedTriesOfAPostedEventAreNotCountedAsRefused)
 {
     LockingProcess other(path);
     ASSERT_EQ(recorder.post(eventOf(1)), HISTORY_QUEUED);
@@ -266,7 +266,7 @@ TEST_F(FaultRecorderGroupTest, TriesOfAPostedEventAreNotCountedAsRefused)
     EXPECT_EQ(recorder.counters().recorded, 1U);
 }
 
-TEST_F(FaultRecorderGroupTest, EventThatATriggerPassesOverIsRefusedAlone)
+TEST_F(FaultRecorderGroupTest, EventThatATriggerIgnoresIsRefusedAlone)
 {
     createTrigger("bad", "RAISE(IGNORE)");
     std::vector<Receipt> receipts;
@@ -276,7 +276,7 @@ TEST_F(FaultRecorderGroupTest, EventThatATriggerPassesOverIsRefusedAlone)
     EXPECT_EQ(value("SELECT group_concat(FaultCode) FROM FdbFaultStatisticTbl"), "1,3");
 }
 
-TEST_F(FaultRecorderGroupTest, StatisticThatATriggerRefusesKeepsItsRowOut)
+TEST_F(FaultRecorderGroupTest, EventWhoseStatisticATriggerRefusesGetsNoRow)
 {
     exec("CREATE TRIGGER onStatistic BEFORE INSERT ON FdbFaultStatisticTbl WHEN new.FaultCode = 2 "
          "BEGIN SELECT RAISE(ABORT, 'no'); END");
@@ -287,7 +287,7 @@ TEST_F(FaultRecorderGroupTest, StatisticThatATriggerRefusesKeepsItsRowOut)
     EXPECT_EQ(recorder.raise(eventOf(2)).result, HISTORY_REFUSED) << "the triple is not active";
 }
 
-TEST_F(FaultRecorderGroupTest, TriggerWithoutAnEndIsEndedAndFailsItsEventAlone)
+TEST_F(FaultRecorderGroupTest, EndlessTriggerIsInterruptedAndFailsItsEventAlone)
 {
     createTrigger("endless", "(SELECT count(*) FROM (WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c) "
                              "SELECT x FROM c))");
@@ -314,7 +314,7 @@ TEST_F(FaultRecorderGroupTest, JournalOfALargeGroupIsNotKept)
     EXPECT_LE(std::filesystem::file_size(path + "-journal"), 65536U);
 }
 
-TEST_F(FaultRecorderGroupTest, CloseWaitsForCallsThatAreUnderWay)
+TEST_F(FaultRecorderGroupTest, CloseWaitsForCallsInProgress)
 {
     LockingProcess other(path);
     Receipt receipt;

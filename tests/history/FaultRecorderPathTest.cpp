@@ -65,7 +65,7 @@ TEST_F(FaultRecorderPathTest, FolderIsABadPath)
     EXPECT_TRUE(fs::is_empty(path));
 }
 
-TEST_F(FaultRecorderPathTest, NameOfAFolderIsABadPathWhetherItIsThereOrNot)
+TEST_F(FaultRecorderPathTest, NameOfAFolderIsABadPathWhetherItExistsOrNot)
 {
     createWithFacade();
     expectBadPath(path + '/');
@@ -80,13 +80,13 @@ TEST_F(FaultRecorderPathTest, DeviceIsABadPath)
     expectBadPath("/dev/null");
 }
 
-TEST_F(FaultRecorderPathTest, PipeIsABadPathAndNotWaitedFor)
+TEST_F(FaultRecorderPathTest, PipeIsABadPathAndDoesNotBlock)
 {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     expectBadPath(path);
 }
 
-TEST_F(FaultRecorderPathTest, LinkToNowhereIsABadPath)
+TEST_F(FaultRecorderPathTest, DanglingLinkIsABadPath)
 {
     fs::create_symlink(dir.file("nowhere"), path);
     expectBadPath(path);
@@ -118,7 +118,7 @@ TEST_F(FaultRecorderPathTest, LinkToAFileIsThatFile)
     EXPECT_EQ(value(kCountOfFaults), "1");
 }
 
-TEST_F(FaultRecorderPathTest, NameThatMeansSomethingElseToSqliteIsThatOfAFile)
+TEST_F(FaultRecorderPathTest, NameThatSqliteTreatsSpeciallyNamesAFile)
 {
     CurrentFolder const folder(dir.path());
     for (std::string const name : {":memory:", "file:a?mode=memory", "file:b"})
@@ -131,7 +131,7 @@ TEST_F(FaultRecorderPathTest, NameThatMeansSomethingElseToSqliteIsThatOfAFile)
     }
 }
 
-TEST_F(FaultRecorderPathTest, MissingFolderFailsAndIsNotMade)
+TEST_F(FaultRecorderPathTest, MissingFolderFailsAndIsNotCreated)
 {
     EXPECT_EQ(recorder.open(dir.file("no/faults.db")), HISTORY_FAILED);
     EXPECT_THAT(recorder.lastProblem(), HasSubstr(dir.file("no/faults.db")));
@@ -140,7 +140,7 @@ TEST_F(FaultRecorderPathTest, MissingFolderFailsAndIsNotMade)
     EXPECT_EQ(recorder.open(dir.file("no/faults.db")), HISTORY_OK) << "the folder exists now";
 }
 
-TEST_F(FaultRecorderPathTest, FileThatMayNotBeWrittenFailsAndIsLeft)
+TEST_F(FaultRecorderPathTest, FileWithoutWritePermissionFailsAndIsLeftUnchanged)
 {
     createWithFacade();
     ASSERT_EQ(chmod(path.c_str(), 0444), 0);
@@ -156,7 +156,7 @@ TEST_F(FaultRecorderPathTest, FileThatMayNotBeWrittenFailsAndIsLeft)
     EXPECT_EQ(recorder.open(path), HISTORY_OK) << "once it may";
 }
 
-TEST_F(FaultRecorderPathTest, FolderThatMayNotBeWrittenFails)
+TEST_F(FaultRecorderPathTest, FolderWithoutWritePermissionFails)
 {
     ASSERT_EQ(chmod(dir.path().c_str(), 0555), 0);
     {
@@ -214,7 +214,7 @@ TEST_F(FaultRecorderPathTest, JournalBesideTheEmptyFileOfALinkIsCopiedFirst)
     EXPECT_EQ(readFile(dir.file(copies()[0])), "journal");
 }
 
-TEST_F(FaultRecorderPathTest, JournalThatWasPlayedBackIsNotCopied)
+TEST_F(FaultRecorderPathTest, JournalThatWasRolledBackIsNotCopied)
 {
     writeFile(path + "-journal", std::string(512, '\0'));
     open();
@@ -256,7 +256,7 @@ TEST_F(FaultRecorderPathTest, LogThatCannotBeReadIsLeftAndNothingIsCreated)
     EXPECT_EQ(recorder.open(path), HISTORY_OK) << recorder.lastProblem();
 }
 
-TEST_F(FaultRecorderPathTest, FileThatWasRemovedWhileOpenFailsOneCallAndIsMadeAnew)
+TEST_F(FaultRecorderPathTest, FileThatWasRemovedWhileOpenFailsOneCallAndIsCreatedAnew)
 {
     open();
     ASSERT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK);
@@ -268,7 +268,7 @@ TEST_F(FaultRecorderPathTest, FileThatWasRemovedWhileOpenFailsOneCallAndIsMadeAn
     EXPECT_EQ(statistic(1, "OccurenceCnt"), "1");
 }
 
-TEST_F(FaultRecorderPathTest, FileWithALogThatWasRemovedWhileOpenFailsOneCallAndIsMadeAnew)
+TEST_F(FaultRecorderPathTest, FileWithALogThatWasRemovedWhileOpenFailsOneCallAndIsCreatedAnew)
 {
     createWithFacade();
     exec("PRAGMA journal_mode = WAL");
@@ -301,7 +301,7 @@ TEST_F(FaultRecorderPathTest, RelativePathNamesTheSameFileInAnotherFolder)
     EXPECT_TRUE(fs::is_empty(other));
 }
 
-TEST_F(FaultRecorderPathTest, RaiseInAFileThatWasRemovedIsNotUnchanged)
+TEST_F(FaultRecorderPathTest, RaiseAfterTheFileWasRemovedRecordsIntoTheNewFile)
 {
     open();
     ASSERT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK);

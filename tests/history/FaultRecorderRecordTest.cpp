@@ -178,7 +178,7 @@ TEST_F(FaultRecorderRecordTest, NewStatisticIsThatOfTheFacade)
     EXPECT_EQ(newestCells(path, "FdbFaultStatisticTbl"), newestCells(other, "FdbFaultStatisticTbl"));
 }
 
-TEST_F(FaultRecorderRecordTest, WhatIsLeftOutIsFilledIn)
+TEST_F(FaultRecorderRecordTest, OmittedMembersAreFilledIn)
 {
     RecorderOptions options;
     options.timeZone = "UTC+7";

@@ -215,7 +215,7 @@ TEST_F(FaultRecorderRetentionTest, TriggerThatRefusesTheDeleteKeepsRowsAndFailsN
     }
 }
 
-TEST_F(FaultRecorderRetentionTest, EndlessTriggerFailsNoRecordingAndRunsOnlyOnce)
+TEST_F(FaultRecorderRetentionTest, EndlessTriggerFailsNoRecordingAndIsNotRunEachTime)
 {
     open(keeping(1));
     record(inactive(1));

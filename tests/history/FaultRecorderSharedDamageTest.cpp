@@ -169,7 +169,7 @@ TEST_F(FaultRecorderSharedDamageTest, FilesThatAreNoDatabasesAreLeftAlone)
     }
 }
 
-TEST_F(FaultRecorderSharedDamageTest, LockedFileIsNotResetAndNoCopiesPileUp)
+TEST_F(FaultRecorderSharedDamageTest, LockedFileIsNotResetAndCopiesDoNotAccumulate)
 {
     create();
     RawDb reader(path);
@@ -252,7 +252,7 @@ TEST_F(FaultRecorderSharedDamageTest, TwoRecordersThatFindTheDamageSetItAsideOnc
     EXPECT_THAT(copies(), SizeIs(1));
 }
 
-TEST_F(FaultRecorderSharedDamageTest, DatabaseWithALogIsCopiedWithItAndBeginsAnew)
+TEST_F(FaultRecorderSharedDamageTest, DatabaseWithALogIsCopiedWithItAndStartsAnew)
 {
     create();
     std::string log;
@@ -283,7 +283,7 @@ TEST_F(FaultRecorderSharedDamageTest, DatabaseWithALogIsCopiedWithItAndBeginsAne
     EXPECT_TRUE(isLogThere);
 }
 
-TEST_F(FaultRecorderSharedDamageTest, NobodyRecordsBetweenTheCopyAndTheReset)
+TEST_F(FaultRecorderSharedDamageTest, NoOtherProcessRecordsBetweenCopyAndReset)
 {
     create();
     destroyPage(value(kRootOfStatistics));
@@ -293,7 +293,7 @@ TEST_F(FaultRecorderSharedDamageTest, NobodyRecordsBetweenTheCopyAndTheReset)
     expectAnew("1");
 }
 
-TEST_F(FaultRecorderSharedDamageTest, NobodyRecordsBetweenTheCopyAndTheResetOfAFileWithALog)
+TEST_F(FaultRecorderSharedDamageTest, NoOtherProcessRecordsBetweenCopyAndResetOfAFileWithALog)
 {
     create();
     exec("PRAGMA journal_mode=WAL");

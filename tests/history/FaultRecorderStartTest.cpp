@@ -119,7 +119,7 @@ TEST_F(FaultRecorderStartTest, SameStartupIsTheLargestOne)
     EXPECT_EQ(recordedStartup(), "9");
 }
 
-TEST_F(FaultRecorderStartTest, GivenStartupIsTakenWhateverTheFileSays)
+TEST_F(FaultRecorderStartTest, GivenStartupIsUsedWhateverTheFileHolds)
 {
     createWithStartups("7", "9");
     open(with(RecorderOptions::GIVEN_STARTUP, 3));
@@ -155,13 +155,13 @@ TEST_F(FaultRecorderStartTest, StartupOfAnEventIsItsOwn)
     EXPECT_EQ(recorder.startupId(), 1U);
 }
 
-TEST_F(FaultRecorderStartTest, NewFileCountsMilliseconds)
+TEST_F(FaultRecorderStartTest, NewFileUsesMilliseconds)
 {
     open();
     expectNow(1000);
 }
 
-TEST_F(FaultRecorderStartTest, NewFileCountsMillisecondsWhateverItsFirstTimeLooksLike)
+TEST_F(FaultRecorderStartTest, NewFileUsesMillisecondsWhateverItsFirstTime)
 {
     open();
     FaultEvent event = eventOf(1);

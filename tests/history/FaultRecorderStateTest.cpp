@@ -37,14 +37,14 @@ protected:
     }
 };
 
-TEST_F(FaultRecorderStateTest, RaiseWritesAnActiveRowWhateverTheEventSays)
+TEST_F(FaultRecorderStateTest, RaiseWritesAnActiveRowWhateverTheStatusOfTheEvent)
 {
     EXPECT_EQ(recorder.raise(eventOf(1, "m", "p", FAULT_INACTIVE)).result, HISTORY_OK);
     EXPECT_EQ(value("SELECT Status FROM FdbFaultTbl"), "ErrorActive");
     EXPECT_EQ(statistic(1, "FaultActive"), "active");
 }
 
-TEST_F(FaultRecorderStateTest, ClearWritesAnInactiveRowWhateverTheEventSays)
+TEST_F(FaultRecorderStateTest, ClearWritesAnInactiveRowWhateverTheStatusOfTheEvent)
 {
     ASSERT_EQ(raise(1), HISTORY_OK);
     EXPECT_EQ(recorder.clear(eventOf(1, "m")).result, HISTORY_OK);
@@ -269,7 +269,7 @@ TEST_F(FaultRecorderStateTest, TableThatWasEmptiedHasNoActiveTriple)
     EXPECT_EQ(raise(2), HISTORY_OK);
 }
 
-TEST_F(FaultRecorderStateTest, KeysThatBeginAnewAreNoticed)
+TEST_F(FaultRecorderStateTest, KeysThatStartAnewAreNoticed)
 {
     ASSERT_EQ(raise(1), HISTORY_OK);
     ASSERT_EQ(raise(2), HISTORY_OK);
@@ -278,7 +278,7 @@ TEST_F(FaultRecorderStateTest, KeysThatBeginAnewAreNoticed)
     EXPECT_EQ(raise(3), HISTORY_UNCHANGED);
 }
 
-TEST_F(FaultRecorderStateTest, KeysThatBeginAnewAreNoticedWhenAsManyRowsAreThereAgain)
+TEST_F(FaultRecorderStateTest, KeysThatStartAnewAreNoticedWhenTheNumberOfRowsIsEqual)
 {
     for (bool const isOurs : {true, false})
     {
@@ -305,7 +305,7 @@ TEST_F(FaultRecorderStateTest, KeysThatBeginAnewAreNoticedWhenAsManyRowsAreThere
     }
 }
 
-TEST_F(FaultRecorderStateTest, RowOfTheSameTripleIsNotedAsAnotherByItsMoment)
+TEST_F(FaultRecorderStateTest, RowOfTheSameTripleWithAnotherTimeIsNoticed)
 {
     FaultEvent event = eventOf(1, "m");
     event.systemTimeText = "before";
@@ -316,7 +316,7 @@ TEST_F(FaultRecorderStateTest, RowOfTheSameTripleIsNotedAsAnotherByItsMoment)
     EXPECT_EQ(clear(3), HISTORY_OK);
 }
 
-TEST_F(FaultRecorderStateTest, RemovedStatisticIsBegunAnew)
+TEST_F(FaultRecorderStateTest, RemovedStatisticStartsAnew)
 {
     ASSERT_EQ(raise(1), HISTORY_OK);
     exec("DELETE FROM FdbFaultStatisticTbl");
@@ -348,7 +348,7 @@ TEST_F(FaultRecorderStateTest, EventIsStoredAfterTheRowsOfManyActiveTriplesWereR
     EXPECT_EQ(recorder.raise(events.front()).result, HISTORY_OK) << recorder.lastProblem();
 }
 
-TEST_F(FaultRecorderStateTest, MoreForeignRowsThanAreReadInOnePieceCount)
+TEST_F(FaultRecorderStateTest, ForeignRowsCountEvenIfTheyExceedOneBatch)
 {
     ASSERT_EQ(raise(1), HISTORY_OK);
     exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 25000) INSERT INTO "
@@ -359,7 +359,7 @@ TEST_F(FaultRecorderStateTest, MoreForeignRowsThanAreReadInOnePieceCount)
     EXPECT_EQ(raise(1), HISTORY_OK);
 }
 
-TEST_F(FaultRecorderStateTest, CellsThatAreNullAreTextsOfTheirOwn)
+TEST_F(FaultRecorderStateTest, NullCellsDifferFromEmptyTexts)
 {
     exec("INSERT INTO FdbFaultTbl(FaultCode, Status) VALUES(1, 'ErrorActive')");
     EXPECT_EQ(recorder.raise(eventOf(1, "n/a", "n/a")).result, HISTORY_UNCHANGED);

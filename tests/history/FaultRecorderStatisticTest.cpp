@@ -67,7 +67,7 @@ TEST_F(FaultRecorderStatisticTest, OneRowIsKeptForEachCode)
               (Rows{{"1", "4"}, {"2", "5"}, {"3", "5"}, {"4", "5"}}));
 }
 
-TEST_F(FaultRecorderStatisticTest, FirstAndLastAreInTheOrderOfRecordingThoughClocksRunBackwards)
+TEST_F(FaultRecorderStatisticTest, FirstAndLastFollowTheOrderOfRecordingEvenIfClocksRunBackwards)
 {
     open();
     for (unsigned long long const time : {5000ULL, 9000ULL, 1000ULL})
@@ -166,7 +166,7 @@ TEST_F(FaultRecorderStatisticTest, CodeThatTheFileKnowsByANameKeepsIt)
     EXPECT_EQ(value("SELECT FaultCodeName FROM FdbFaultTbl"), "PUMP_STUCK");
 }
 
-TEST_F(FaultRecorderStatisticTest, NameThatSaysUnknownIsReplacedByABuiltInOne)
+TEST_F(FaultRecorderStatisticTest, UnknownNameIsReplacedByABuiltInOne)
 {
     createWithFacade();
     insertStatistic(FC_SUPPLY_UNDERVOLTAGE, "UNKNOWN_FAULT_CODE(257)", "inactive", 1, 1);
@@ -186,7 +186,7 @@ TEST_F(FaultRecorderStatisticTest, GivenNameIsThatOfTheRow)
     EXPECT_EQ(value("SELECT FaultCodeName FROM FdbFaultTbl"), "PUMP_SLOW");
 }
 
-TEST_F(FaultRecorderStatisticTest, OnlyTheFirstOfSeveralRowsOfACodeIsKeptUp)
+TEST_F(FaultRecorderStatisticTest, OnlyTheFirstOfSeveralRowsOfACodeIsUpdated)
 {
     createWithFacade();
     insertStatistic(1, "one", "active", 4, 6);
@@ -215,7 +215,7 @@ TEST_F(FaultRecorderStatisticTest, StatisticsOfOtherCodesAreLeft)
     EXPECT_EQ(rows("SELECT * FROM FdbFaultStatisticTbl WHERE FaultCode = 7"), before);
 }
 
-TEST_F(FaultRecorderStatisticTest, WhatTheFacadeWritesIsCountedOn)
+TEST_F(FaultRecorderStatisticTest, CountingContinuesFromAStatisticOfTheFacade)
 {
     open();
     record(1);

@@ -128,7 +128,7 @@ TEST_F(FaultRecorderStormTest, EdgesTakeNoTokensAndAreAlwaysStored)
     exhaust(eventOf(2));
 }
 
-TEST_F(FaultRecorderStormTest, RowOfTheStormLeavesAnEdgeThatCameAfterIt)
+TEST_F(FaultRecorderStormTest, RowOfTheStormDoesNotOverrideALaterEdge)
 {
     openLimited();
     exhaust(eventOf(1));
@@ -141,7 +141,7 @@ TEST_F(FaultRecorderStormTest, RowOfTheStormLeavesAnEdgeThatCameAfterIt)
     EXPECT_EQ(recorder.raise(eventOf(1)).result, HISTORY_OK);
 }
 
-TEST_F(FaultRecorderStormTest, RowOfTheStormLeavesAnEdgeThatIsBeingStoredWhenTheStormEnds)
+TEST_F(FaultRecorderStormTest, RowOfTheStormDoesNotOverrideAnEdgeThatIsBeingStored)
 {
     createWithFacade();
     RecorderOptions options = limited();
@@ -166,7 +166,7 @@ TEST_F(FaultRecorderStormTest, RowOfTheStormLeavesAnEdgeThatIsBeingStoredWhenThe
     EXPECT_EQ(recorder.clear(eventOf(1)).result, HISTORY_UNCHANGED);
 }
 
-TEST_F(FaultRecorderStormTest, RowOfTheStormLeavesACodeThatWasClearedAfterIt)
+TEST_F(FaultRecorderStormTest, RowOfTheStormDoesNotReactivateACodeThatWasClearedLater)
 {
     openLimited();
     for (char const* const module : {"a", "b"})
@@ -196,7 +196,7 @@ TEST_F(FaultRecorderStormTest, RowOfTheStormSetsTheStatusThatWasCountedLast)
     EXPECT_EQ(recorder.clear(eventOf(1)).result, HISTORY_UNCHANGED);
 }
 
-TEST_F(FaultRecorderStormTest, EdgesGoByWhatWasCountedAsWell)
+TEST_F(FaultRecorderStormTest, EdgesConsiderCountedEvents)
 {
     openLimited();
     FaultEvent const active = eventOf(1);
@@ -216,7 +216,7 @@ TEST_F(FaultRecorderStormTest, EdgesGoByWhatWasCountedAsWell)
     EXPECT_EQ(statistic(1, "FaultActive || OccurenceCnt"), "inactive5");
 }
 
-TEST_F(FaultRecorderStormTest, EventThatWasNotStoredLeavesTheStatusOfTheStorm)
+TEST_F(FaultRecorderStormTest, EventThatWasNotStoredDoesNotChangeTheStatusOfTheStorm)
 {
     RecorderOptions options = limited();
     options.queueLimit = 1;
@@ -241,7 +241,7 @@ TEST_F(FaultRecorderStormTest, EventThatWasNotStoredLeavesTheStatusOfTheStorm)
     EXPECT_EQ(statistic(1, "FaultActive || OccurenceCnt"), "active3");
 }
 
-TEST_F(FaultRecorderStormTest, CycleEndsWithWhatWasCountedAndPostedInIt)
+TEST_F(FaultRecorderStormTest, EndOfACycleIncludesCountedAndPostedEvents)
 {
     openLimited();
     exhaust(eventOf(1));
@@ -258,7 +258,7 @@ TEST_F(FaultRecorderStormTest, CycleEndsWithWhatWasCountedAndPostedInIt)
     EXPECT_EQ(statistic(2, "OccurenceCnt || ' ' || FaultActiveCycleCnt"), "1 2");
 }
 
-TEST_F(FaultRecorderStormTest, CountLeavesTheLastOccurrenceOfALaterRow)
+TEST_F(FaultRecorderStormTest, CountDoesNotChangeTheLastOccurrenceOfALaterRow)
 {
     openLimited();
     FaultEvent event = eventOf(1);
@@ -276,7 +276,7 @@ TEST_F(FaultRecorderStormTest, CountLeavesTheLastOccurrenceOfALaterRow)
     EXPECT_EQ(statistic(1, "TimeLastOccurredUTC"), std::to_string(*event.time));
 }
 
-TEST_F(FaultRecorderStormTest, CountsThatCannotBeStoredAtCloseAreToldAsLost)
+TEST_F(FaultRecorderStormTest, CountsThatCannotBeStoredAtCloseAreReportedAsLost)
 {
     createWithFacade();
     RecorderOptions options = limited();

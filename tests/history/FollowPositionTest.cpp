@@ -16,7 +16,7 @@ bool areSame(FollowPosition const& a, FollowPosition const& b)
 
 } // namespace
 
-TEST(FollowPosition, ComesBackFromItsText)
+TEST(FollowPosition, IsReadBackFromItsText)
 {
     FollowPosition const positions[] = {
         {},
@@ -33,13 +33,13 @@ TEST(FollowPosition, ComesBackFromItsText)
     }
 }
 
-TEST(FollowPosition, TextIsOneThatIsStableOverVersions)
+TEST(FollowPosition, TextIsStableOverVersions)
 {
     EXPECT_EQ((FollowPosition{1, 2, -3, 4}.toText()), "firaim1:1:2:-3:4");
     EXPECT_EQ(FollowPosition().toText(), "firaim1:0:0:-:-");
 }
 
-TEST(FollowPosition, IsLeftAsItWasByATextThatIsNone)
+TEST(FollowPosition, IsUnchangedByAnInvalidText)
 {
     for (std::string const text :
          {"", "firaim1", "firaim1:1:2:3", "firaim1:1:2:3:4:5", "firaim2:1:2:3:4", "firaim1:1:2:3:4 ", "firaim1::2:3:4",

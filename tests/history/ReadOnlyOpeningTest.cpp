@@ -86,7 +86,7 @@ bool isFreeForOthers(std::string const& path)
 
 } // namespace
 
-TEST_F(ReadOnlyOpening, TellsWhatIsNoFileWithoutOpeningIt)
+TEST_F(ReadOnlyOpening, ReportsThatAPathIsNotAFileWithoutOpeningIt)
 {
     using namespace readOnlyOpening;
     std::string const fifo = dir.file("fifo");
@@ -125,7 +125,7 @@ TEST_F(ReadOnlyOpening, FollowsALinkToAFile)
     EXPECT_EQ(failureOf(link), "none");
 }
 
-TEST_F(ReadOnlyOpening, TellsTheJournalOfACrashedWriter)
+TEST_F(ReadOnlyOpening, ReportsTheJournalOfACrashedWriter)
 {
     EXPECT_EQ(failureOf(makeHotJournal()), "SQLite " + std::to_string(SQLITE_READONLY_ROLLBACK));
 }
@@ -151,7 +151,7 @@ TEST_F(ReadOnlyOpening, IsNotImmutableWhereTheLogCanBeUsed)
     EXPECT_EQ(readOnlyOpening::open(path).access(), sqlite::Connection::READ_ONLY);
 }
 
-TEST_F(ReadOnlyOpening, TellsOfALogThatCannotBeReadWhereNothingCanBeWritten)
+TEST_F(ReadOnlyOpening, ReportsALogThatCannotBeReadWhereNothingCanBeWritten)
 {
     std::string const left = makeFileWithLog();
     ReadOnlyMedium const medium(dir.path());
@@ -184,7 +184,7 @@ TEST_F(ReadOnlyOpening, RefusesAnEmptiedFileBesideAHotJournalAndLeavesThat)
     }
 }
 
-TEST_F(ReadOnlyOpening, TakesTheJournalOfAProcessThatCreatesTheFileForWhatItIs)
+TEST_F(ReadOnlyOpening, AcceptsTheJournalOfAProcessThatIsCreatingTheFile)
 {
     std::string const created = dir.file("created.db");
     RawDb creator(created);
@@ -195,7 +195,7 @@ TEST_F(ReadOnlyOpening, TakesTheJournalOfAProcessThatCreatesTheFileForWhatItIs)
     EXPECT_EQ(failureOf(created), "none");
 }
 
-TEST_F(ReadOnlyOpening, LooksForTheLogBesideTheFileThatALinkLeadsTo)
+TEST_F(ReadOnlyOpening, LooksForTheLogBesideTheTargetOfALink)
 {
     std::string const left = makeFileWithLog();
     TempDir const other;
@@ -216,7 +216,7 @@ TEST_F(ReadOnlyOpening, LooksForTheLogBesideTheFileThatALinkLeadsTo)
     EXPECT_TRUE(folder() == before);
 }
 
-TEST_F(ReadOnlyOpening, NamesTheJournalBesideTheFileThatALinkLeadsTo)
+TEST_F(ReadOnlyOpening, NamesTheJournalBesideTheTargetOfALink)
 {
     std::string const crashed = makeHotJournal();
     std::string const link = dir.file("link.db");
@@ -228,7 +228,7 @@ TEST_F(ReadOnlyOpening, NamesTheJournalBesideTheFileThatALinkLeadsTo)
                                          folder::withoutLinks(crashed) + "-journal'"));
 }
 
-TEST_F(ReadOnlyOpening, TellsOfAFileThatMayNotBeRead)
+TEST_F(ReadOnlyOpening, ReportsAFileThatMayNotBeRead)
 {
     ASSERT_EQ(chmod(path.c_str(), 0), 0);
     ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);

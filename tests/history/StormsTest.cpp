@@ -43,7 +43,7 @@ protected:
     Storms storms{kBurst, kPerMinute};
 };
 
-TEST_F(StormsTest, BurstIsAdmittedAndThenSoManyAMinute)
+TEST_F(StormsTest, BurstIsAdmittedAndThenTheRatePerMinute)
 {
     exhaust(eventOf(1), 0s);
     EXPECT_FALSE(admits(eventOf(1), 0s));
@@ -72,7 +72,7 @@ TEST_F(StormsTest, RateOfNoRowsIsTakenForOneAMinute)
     EXPECT_TRUE(slow.admits(eventOf(1), kWallBegin, ++order, at(61s)));
 }
 
-TEST_F(StormsTest, ReportThatWasNotStoredKeepsItsEventThoughItsTripleWasForgottenMeanwhile)
+TEST_F(StormsTest, ReportThatWasNotStoredKeepsItsEventEvenIfItsTripleWasForgotten)
 {
     Storms small(1, kPerMinute);
     EXPECT_TRUE(small.admits(eventOf(7, "m", "p"), kWallBegin, ++order, at(0s)));
@@ -114,7 +114,7 @@ TEST_F(StormsTest, EachTripleHasALimitOfItsOwn)
     EXPECT_FALSE(admits(inactive, 0s)) << "the status is not part of the triple";
 }
 
-TEST_F(StormsTest, HourOfEventsAdmitsExactlyWhatTheRateSays)
+TEST_F(StormsTest, HourOfEventsAdmitsExactlyTheRate)
 {
     struct
     {
@@ -176,7 +176,7 @@ TEST_F(StormsTest, NothingIsReportedTwice)
     EXPECT_FALSE(storms.deadline());
 }
 
-TEST_F(StormsTest, WhatIsCountedIsDueWithinASecond)
+TEST_F(StormsTest, CountsAreDueWithinASecond)
 {
     EXPECT_FALSE(storms.deadline());
     exhaust(eventOf(1), 0s);
@@ -208,7 +208,7 @@ TEST_F(StormsTest, StormIsOverWhenNothingWasCountedForTheTimeOfOneRow)
     EXPECT_FALSE(storms.deadline());
 }
 
-TEST_F(StormsTest, WhatCouldNotBeStoredComesAgainWithWhatFollowed)
+TEST_F(StormsTest, ReportThatCouldNotBeStoredIsRepeatedWithLaterEvents)
 {
     exhaust(eventOf(1), 0s);
     EXPECT_FALSE(admits(eventOf(1), 1ms));
@@ -228,7 +228,7 @@ TEST_F(StormsTest, WhatCouldNotBeStoredComesAgainWithWhatFollowed)
     EXPECT_EQ(take(6ms, true).size(), 0U);
 }
 
-TEST_F(StormsTest, ReportThatCouldNotBeStoredComesAgainThoughNothingFollows)
+TEST_F(StormsTest, ReportThatCouldNotBeStoredIsRepeatedWithoutLaterEvents)
 {
     exhaust(eventOf(1), 0s);
     FaultEvent event = eventOf(1);
@@ -267,7 +267,7 @@ TEST_F(StormsTest, RowOfAStormHasTheStatusThatWasSetLast)
     EXPECT_EQ(take(12s, true).at(0).event.status, FAULT_INACTIVE) << "the row is newer than the count";
 }
 
-TEST_F(StormsTest, RowThatWasAskedForBeforeTheLastCountLeavesItsStatus)
+TEST_F(StormsTest, RowThatWasRequestedBeforeTheLastCountDoesNotChangeItsStatus)
 {
     exhaust(eventOf(1), 0s);
     std::uint64_t const before = ++order;
@@ -278,7 +278,7 @@ TEST_F(StormsTest, RowThatWasAskedForBeforeTheLastCountLeavesItsStatus)
     EXPECT_EQ(storms.countedStatusOf(eventOf(1)), std::nullopt) << "the storm's row was stored";
 }
 
-TEST_F(StormsTest, ClearingACodeIsAboutItsTriplesOnly)
+TEST_F(StormsTest, ClearingACodeAffectsOnlyItsTriples)
 {
     for (FaultEvent const& event : {eventOf(1, "a"), eventOf(2, ""), eventOf(2, "b"), eventOf(3, "c")})
     {
@@ -292,7 +292,7 @@ TEST_F(StormsTest, ClearingACodeIsAboutItsTriplesOnly)
     }
 }
 
-TEST_F(StormsTest, TriplesWithNothingToTellAreForgotten)
+TEST_F(StormsTest, TriplesWithNothingToReportAreForgotten)
 {
     for (std::uint64_t code = 0; code < 200000; ++code)
     {

@@ -209,7 +209,7 @@ TEST_F(DamagedFiles, ViewsAndTriggersThatDoNotEndAreInterrupted)
     }
 }
 
-TEST_F(DamagedFiles, ATriggerThatDoesNotEndHoldsARenumberingUpOnce)
+TEST_F(DamagedFiles, AnEndlessTriggerDelaysARenumberingOnce)
 {
     // So many rows that the test would exceed its ctest timeout if the trigger were interrupted once for each row.
     RawDb raw(path);
@@ -222,7 +222,7 @@ TEST_F(DamagedFiles, ATriggerThatDoesNotEndHoldsARenumberingUpOnce)
     EXPECT_EQ(raw.value("SELECT count(*) FROM FdbFaultTbl WHERE RdbStartupId=77"), "1000");
 }
 
-TEST_F(DamagedFiles, AViewThatDoesNotEndInPlaceOfTheVersionsIsRefused)
+TEST_F(DamagedFiles, AnEndlessViewInPlaceOfTheVersionsIsRefused)
 {
     RawDb(path).exec("DROP TABLE FdbVersionTbl; CREATE VIEW FdbVersionTbl AS "
                      "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c) "

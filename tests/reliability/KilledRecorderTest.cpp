@@ -157,7 +157,7 @@ private:
 
 } // namespace
 
-TEST_F(KilledRecorders, LoseNothingThatTheyAcknowledgedAndKeepStatisticsRight)
+TEST_F(KilledRecorders, LoseNoAcknowledgedEventAndKeepStatisticsCorrect)
 {
     for (unsigned int number = 0; number < kRounds; ++number)
     {

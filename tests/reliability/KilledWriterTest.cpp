@@ -239,7 +239,7 @@ void KilledWriter::round()
 
 } // namespace
 
-TEST_F(KilledWriter, LosesNothingThatItAcknowledged)
+TEST_F(KilledWriter, LosesNoAcknowledgedOperation)
 {
     for (unsigned int round = 0; round < kRounds; ++round)
     {

@@ -332,14 +332,14 @@ private:
 
 } // namespace
 
-TEST_F(PowerCutTest, WhatWasAcknowledgedOutlastsEveryCut)
+TEST_F(PowerCutTest, AcknowledgedOperationsOutlastEveryCut)
 {
     cutThePower("as delivered", "", kOperationCount);
     EXPECT_GT(states.opened(), 0U);
     EXPECT_EQ(states.losses(), 0U) << states.firstLosses();
 }
 
-TEST_F(PowerCutTest, WhatWasAcknowledgedOutlastsASecondCutDuringOrAfterRecovery)
+TEST_F(PowerCutTest, AcknowledgedOperationsOutlastASecondCutDuringOrAfterRecovery)
 {
     cutThePowerTwice("during and after recovery", someStates, &Workload::resume);
     EXPECT_GT(states.opened(), 0U);
@@ -347,7 +347,7 @@ TEST_F(PowerCutTest, WhatWasAcknowledgedOutlastsASecondCutDuringOrAfterRecovery)
 }
 
 // The old file may return, but only together with the journal that it needs.
-TEST_F(PowerCutTest, AFileThatACutLeftHalfWrittenIsReplacedOrStillRecovered)
+TEST_F(PowerCutTest, AHalfWrittenFileIsReplacedOrStillRecovered)
 {
     cutThePowerTwice("replacing a half-written file", halfWrittenFiles, &Workload::replace);
     EXPECT_GT(states.opened(), 0U);

@@ -84,7 +84,7 @@ class RecorderStorageTest : public RecorderFaultTest, public testing::WithParamI
 {
 };
 
-TEST_P(RecorderStorageTest, OneFailureIsReportedAsWhatTheFileHolds)
+TEST_P(RecorderStorageTest, ResultAgreesWithTheFileAfterOneFailure)
 {
     FailingVfs::select(GetParam());
     failEach(FailingVfs::plan(), FaultPlan::ONCE);
@@ -94,7 +94,7 @@ TEST_P(RecorderStorageTest, OneFailureIsReportedAsWhatTheFileHolds)
     EXPECT_EQ(m_unknown, 0U) << "the file could be read";
 }
 
-TEST_P(RecorderStorageTest, LastingFailureIsReportedAsWhatTheFileHoldsOrAsUnknown)
+TEST_P(RecorderStorageTest, ResultAgreesWithTheFileOrIsUnknownAfterLastingFailure)
 {
     FailingVfs::select(GetParam());
     failEach(FailingVfs::plan(), FaultPlan::UNTIL_CLEARED);
@@ -112,7 +112,7 @@ INSTANTIATE_TEST_SUITE_P(Each, RecorderStorageTest,
                                          FailingVfs::ACCESS, FailingVfs::FILE_SIZE),
                          FailingVfs::testNameOf);
 
-TEST_F(RecorderFaultTest, SqliteWithoutMemoryReportsWhatTheFileHolds)
+TEST_F(RecorderFaultTest, ResultAgreesWithTheFileWhenSqliteHasNoMemory)
 {
     failEach(FailingMemory::plan(FailingMemory::SQLITE_MALLOC), FaultPlan::ONCE, kStride);
     failEach(FailingMemory::plan(FailingMemory::SQLITE_MALLOC), FaultPlan::UNTIL_CLEARED, kStride);
@@ -120,7 +120,7 @@ TEST_F(RecorderFaultTest, SqliteWithoutMemoryReportsWhatTheFileHolds)
     EXPECT_GT(m_faults, 0U);
 }
 
-TEST_F(RecorderFaultTest, RecorderWithoutMemoryReportsWhatTheFileHolds)
+TEST_F(RecorderFaultTest, ResultAgreesWithTheFileWhenTheRecorderHasNoMemory)
 {
     failEach(FailingMemory::plan(FailingMemory::OPERATOR_NEW), FaultPlan::ONCE, kStride);
     failEach(FailingMemory::plan(FailingMemory::OPERATOR_NEW), FaultPlan::UNTIL_CLEARED, kStride);
@@ -186,7 +186,7 @@ TEST_F(RecorderFaultTest, TripleThatAnInterruptedReadingFoundActiveIsReadAgain)
     }
 }
 
-TEST_F(RecorderFaultTest, RecorderWithoutMemoryWhilePruningPrunesOnAndKeepsNobodyOut)
+TEST_F(RecorderFaultTest, PruningGoesOnAndHoldsNoLockAfterAnAllocationFailed)
 {
     FaultPlan& plan = FailingMemory::plan(FailingMemory::OPERATOR_NEW);
     firaim::FaultEvent event;

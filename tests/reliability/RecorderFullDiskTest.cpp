@@ -120,7 +120,7 @@ protected:
     TempDir const dir;
 };
 
-TEST_P(RecorderFullDiskTest, FileSizeLimitStoresWhatTheReceiptsSay)
+TEST_P(RecorderFullDiskTest, RowsAgreeWithReceiptsAtAFileSizeLimit)
 {
     int const result = runInChild(
         [this]
@@ -136,7 +136,7 @@ TEST_P(RecorderFullDiskTest, FileSizeLimitStoresWhatTheReceiptsSay)
     EXPECT_EQ(result, 0);
 }
 
-TEST_P(RecorderFullDiskTest, SmallFileSystemStoresWhatTheReceiptsSay)
+TEST_P(RecorderFullDiskTest, RowsAgreeWithReceiptsOnASmallFileSystem)
 {
     runOnSmallFileSystem(dir.path(),
                          [this]

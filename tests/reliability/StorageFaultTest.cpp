@@ -113,7 +113,7 @@ protected:
     FaultDb db;
 };
 
-TEST_F(LockedFileTest, IsWaitedForUntilTheLockGoes)
+TEST_F(LockedFileTest, IsWaitedForUntilTheLockIsReleased)
 {
     constexpr int kTries = 1000;
     RawDb other(path);

@@ -160,7 +160,7 @@ void ThreadsOfARecorder::callAll(unsigned int number)
 
 } // namespace
 
-TEST_F(Threads, ThatSerialiseTheirCallsAreServedEach)
+TEST_F(Threads, ThatSerialiseTheirCallsAreAllServed)
 {
     createAndOpen();
     db.setDbgLevel(2);

@@ -26,7 +26,7 @@ TEST_F(BackupTest, MakesAWholeCopy)
     EXPECT_FALSE(exists(copy + "-journal"));
 }
 
-TEST_F(BackupTest, NeverReplacesAFileUnasked)
+TEST_F(BackupTest, NeverReplacesAFileWithoutForce)
 {
     std::string const copy = dir.file("copy.db");
     writeFile(copy, "precious");
@@ -38,7 +38,7 @@ TEST_F(BackupTest, NeverReplacesAFileUnasked)
     EXPECT_EQ(output({"check", copy}), copy + ": nothing is wrong\n");
 }
 
-TEST_F(BackupTest, IsForThoseWhoMayReadTheFile)
+TEST_F(BackupTest, HasThePermissionsOfTheFile)
 {
     ASSERT_EQ(chmod(path.c_str(), 0600), 0);
     output({"backup", path, dir.file("copy.db")});
@@ -52,7 +52,7 @@ TEST_F(BackupTest, NeverReplacesItself)
     EXPECT_EQ(faults(), "1,2,3");
 }
 
-TEST_F(BackupTest, RefusesANameBesideWhichAnotherFilesJournalLies)
+TEST_F(BackupTest, RefusesANameWithAnotherFilesJournalBesideIt)
 {
     std::string const copy = dir.file("copy.db");
     writeFile(copy + "-journal", "x");
@@ -75,7 +75,7 @@ TEST_F(BackupTest, NamesTheCopyWhenItsStorageFails)
     EXPECT_FALSE(exists(copy));
 }
 
-TEST_F(BackupTest, NamesTheFileWhenThatCannotBeRead)
+TEST_F(BackupTest, NamesTheFileWhenItCannotBeRead)
 {
     RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000) INSERT INTO "
                      "FdbFaultTbl(Description) SELECT 'some text' FROM n");
@@ -85,7 +85,7 @@ TEST_F(BackupTest, NamesTheFileWhenThatCannotBeRead)
     EXPECT_THAT(outcome.errors, testing::StartsWith("firaim: " + path + ": "));
 }
 
-TEST_F(BackupTest, LeavesNothingWhereItCannotBeDone)
+TEST_F(BackupTest, LeavesNoFileWhenItFails)
 {
     EXPECT_EQ(runTool({"backup", path, dir.file("no/copy.db")}).status, 3);
     EXPECT_EQ(faults(), "1,2,3");

@@ -65,7 +65,7 @@ TEST_F(BesideAWriter, AnExportHoldsEveryFaultThatWasThereOnce)
     EXPECT_GT(writer.stop(), 0);
 }
 
-TEST_F(BesideAWriter, AReaderThatDoesNotReadHoldsNobodyUp)
+TEST_F(BesideAWriter, AReaderThatDoesNotReadBlocksNoOtherProcess)
 {
     insertFaults(20000);
     for (std::vector<std::string> const& arguments :

@@ -79,7 +79,7 @@ TEST_F(CheckTest, FindsAColumnThatWasRenamed)
     EXPECT_THAT(output({"export", path, "--format", "csv"}), HasSubstr("1025,FC_BUS_OFF,,p1,1935630121000"));
 }
 
-TEST_F(CheckTest, SaysThatAColumnItNeedsIsMissingAndGoesOn)
+TEST_F(CheckTest, ReportsAMissingColumnThatItNeedsAndContinues)
 {
     RawDb(path).exec(
         "ALTER TABLE FdbFaultStatisticTbl DROP COLUMN FaultActive; UPDATE FdbVersionTbl SET Version = 'x'");
@@ -114,14 +114,14 @@ TEST_F(CheckTest, FindsAColumnOfAnotherType)
                   "schema: FdbVersionTbl column 'Version' is of type 'TEXT' instead of 'VARCHAR'\n");
 }
 
-TEST_F(CheckTest, FindsAKeyThatIsNone)
+TEST_F(CheckTest, FindsAKeyColumnThatIsNotTheKey)
 {
     expectFinding("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER, Component VARCHAR, "
                   "Version VARCHAR); INSERT INTO FdbVersionTbl VALUES(1, 'FormatVersion', '1.0.0')",
                   "schema: FdbVersionTbl column 'VersionEntryId' is not the key\n");
 }
 
-TEST_F(CheckTest, FindsAStatementThatDiffersThoughTheColumnsDoNot)
+TEST_F(CheckTest, FindsAnotherStatementForTheSameColumns)
 {
     expectFinding("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER PRIMARY KEY NOT NULL, "
                   "Component VARCHAR, Version VARCHAR); INSERT INTO FdbVersionTbl VALUES(1, 'FormatVersion', '1.0.0')",
@@ -129,7 +129,7 @@ TEST_F(CheckTest, FindsAStatementThatDiffersThoughTheColumnsDoNot)
                   "INTEGER PRIMARY KEY NOT NULL, ");
 }
 
-TEST_F(CheckTest, FindsWhatIsNotPartOfTheFormat)
+TEST_F(CheckTest, FindsSchemaObjectsThatAreNotPartOfTheFormat)
 {
     expectFinding("CREATE TRIGGER t AFTER INSERT ON FdbFaultTbl BEGIN DELETE FROM FdbFaultTbl; END",
                   "schema: trigger 't' is not part of the file format\n");
@@ -154,7 +154,7 @@ TEST_F(CheckTest, FindsAStatisticWhoseFaultIsMissing)
                   "reference: FdbFaultStatisticTbl row 2 (FaultCode 1285) refers to fault 99, which is missing\n");
 }
 
-TEST_F(CheckTest, FindsNothingWrongWithAFaultThatTrimHasRemovedButSaysSo)
+TEST_F(CheckTest, ReportsAFaultThatTrimHasRemovedButNotAsAnError)
 {
     output({"trim", path, "--keep", "1"});
     EXPECT_EQ(value("SELECT group_concat(EntryId) FROM FdbFaultTbl"), "1,3");
@@ -227,7 +227,7 @@ TEST_F(CheckTest, FindsDamagedPages)
     EXPECT_EQ(readFile(path), bytes);
 }
 
-TEST_F(CheckTest, NamesOnlySoManyOfAKindAndCountsTheRest)
+TEST_F(CheckTest, NamesALimitedNumberOfEachKindAndCountsTheRest)
 {
     RawDb(path).exec("DELETE FROM FdbFaultStatisticTbl; WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
                      "WHERE i < 30) INSERT INTO FdbFaultStatisticTbl SELECT NULL, i, '', 0, 0, '', '', 0, 'x', 0, 0, 0 "

@@ -13,7 +13,7 @@ using ClearTest = RecordTest;
 
 } // namespace
 
-TEST_F(ClearTest, ClearingMarksTheStatisticAndRecordsWhatIsOver)
+TEST_F(ClearTest, ClearingMarksTheStatisticAndRecordsAnInactiveFault)
 {
     output({"record", path, "--code", "FC_BUS_OFF", "--module", "it's", "--param", "p", "--startup", "3"});
     EXPECT_EQ(output({"clear", path, "--code", "bus_off", "--description", "plugged in again"}), "2\n");
@@ -58,7 +58,7 @@ TEST_F(ClearTest, ClearingAnEmptyModuleOrParameterLeavesTheOthersOfTheCodeActive
     EXPECT_EQ(statistic("FaultActive"), "inactive");
 }
 
-TEST_F(ClearTest, ClearingWhatIsNotActiveIsAnsweredWithNo)
+TEST_F(ClearTest, ClearingAnInactiveCodeExitsWithStatus1)
 {
     EXPECT_EQ(runTool({"clear", path, "--code", "FC_BUS_OFF"}).status, 1);
     output({"record", path, "--code", "FC_BUS_OFF"});

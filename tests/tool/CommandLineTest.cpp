@@ -76,7 +76,7 @@ TEST_F(CommandLineTest, WithoutACommandIsBadUsage)
     EXPECT_THAT(outcome.errors, HasSubstr("--help"));
 }
 
-TEST_F(CommandLineTest, BadUsageIsSaidOnStandardErrorWithStatus2)
+TEST_F(CommandLineTest, BadUsageIsReportedOnStandardErrorWithStatus2)
 {
     create();
     std::vector<std::vector<std::string>> const bad = {
@@ -162,7 +162,7 @@ TEST_F(CommandLineTest, AFolderIsRefused)
     expectRefused(dir.path(), "is a folder");
 }
 
-TEST_F(CommandLineTest, AFifoIsRefusedAndNotWaitedFor)
+TEST_F(CommandLineTest, AFifoIsRefusedWithoutBlocking)
 {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     expectRefused(path, "is no regular file");
@@ -198,7 +198,7 @@ TEST_F(CommandLineTest, AnEmptyFileIsRefusedAndStaysEmpty)
     EXPECT_EQ(readFile(path), "");
 }
 
-TEST_F(CommandLineTest, ATableThatIsAViewIsRefusedBeforeItsRowsAreAskedFor)
+TEST_F(CommandLineTest, AViewInPlaceOfATableIsRefusedBeforeItIsQueried)
 {
     create();
     RawDb(path).exec("DROP TABLE FdbFaultTbl; CREATE VIEW FdbFaultTbl AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
@@ -208,7 +208,7 @@ TEST_F(CommandLineTest, ATableThatIsAViewIsRefusedBeforeItsRowsAreAskedFor)
     EXPECT_THAT(outcome.errors, HasSubstr("FdbFaultTbl is a view"));
 }
 
-TEST_F(CommandLineTest, NamesThatMeanSomethingToSqliteAreFileNames)
+TEST_F(CommandLineTest, NamesThatSqliteTreatsSpeciallyAreFileNames)
 {
     std::string const odd = dir.file("file:a.db?mode=memory%20#x'y");
     output({"create", odd});
@@ -217,7 +217,7 @@ TEST_F(CommandLineTest, NamesThatMeanSomethingToSqliteAreFileNames)
     EXPECT_TRUE(exists(odd));
 }
 
-TEST_F(CommandLineTest, WritingToAnotherFormatVersionIsRefusedAndLookingIsNot)
+TEST_F(CommandLineTest, AnotherFormatVersionCanBeReadButNotWritten)
 {
     createSample();
     RawDb(path).exec("UPDATE FdbVersionTbl SET Version = '2.0.0'");

@@ -45,7 +45,7 @@ TEST_F(CreateTest, NeverReplacesAFolderOrALink)
     EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"), "3");
 }
 
-TEST_F(CreateTest, LeavesNothingWhereItCannotBeDone)
+TEST_F(CreateTest, LeavesNoFileWhenItFails)
 {
     Outcome const outcome = runTool({"create", dir.file("no/folder.db")});
     EXPECT_EQ(outcome.status, 3);

@@ -58,7 +58,7 @@ TEST_F(ExportTest, CsvHasAHeadingAndTheOldestFirst)
             "11,12,\"\",2,2031-05-04T03:02:01.000Z\n");
 }
 
-TEST_F(ExportTest, CsvQuotesWhatNeedsItAndTellsNullFromNothing)
+TEST_F(ExportTest, CsvQuotesWhereNecessaryAndDistinguishesNullFromEmpty)
 {
     RawDb(path).exec("DELETE FROM FdbVersionTbl; INSERT INTO FdbVersionTbl VALUES(1,'FormatVersion','1.0.0'),"
                      "(2,'a,b','c\"d'),(3,NULL,''),(4,' e','f' || char(10) || 'g'),(5,x'00ff',1.5)");
@@ -77,7 +77,7 @@ TEST_F(ExportTest, FiltersChooseAmongTheFaults)
     EXPECT_THAT(exported({"jsonl", "--after", "2"}), StartsWith("{\"EntryId\":3,"));
 }
 
-TEST_F(ExportTest, AFilterThatNothingAnswersToSaysSo)
+TEST_F(ExportTest, AFilterWithoutMatchesIsReported)
 {
     Outcome const outcome = runTool({"export", path, "--format", "jsonl", "--module", ""});
     EXPECT_EQ(outcome.status, 0);
@@ -94,7 +94,7 @@ TEST_F(ExportTest, JsonHoldsTheWholeFile)
     EXPECT_EQ(value(script), "321.0.0");
 }
 
-TEST_F(ExportTest, JsonLinesHoldARowEachWhateverIsInIt)
+TEST_F(ExportTest, EachJsonLineHoldsARowWhateverItsContent)
 {
     insertFault("Description,FaultCode,LoggerUpTime", "'a' || char(10) || '\"' || x'ff' || 'ä', 1.5, NULL");
     std::string const lines = exported({"jsonl", "--after", "3"});
@@ -116,7 +116,7 @@ TEST_F(ExportTest, SqlMakesTheSameFileAnew)
     EXPECT_EQ(output({"record", copy, "--code", "FC_BUS_OFF"}), "7\n");
 }
 
-TEST_F(ExportTest, OfADamagedFileAllThatCanBeReadIsWritten)
+TEST_F(ExportTest, ReadableRowsOfADamagedFileAreWritten)
 {
     RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 3000) INSERT INTO "
                      "FdbFaultTbl(Description) SELECT 'some text' FROM n");

@@ -154,31 +154,31 @@ private:
 
 } // namespace
 
-TEST_P(FailingSyncTest, RenumberSaysWhatIsSo)
+TEST_P(FailingSyncTest, RenumberReportsTheActualResult)
 {
     tryEach({"renumber", "--from", "2", "--to", "5"}, kIsRenumbered);
 }
 
-TEST_P(FailingSyncTest, TrimSaysWhatIsSo)
+TEST_P(FailingSyncTest, TrimReportsTheActualResult)
 {
     tryEach({"trim", "--keep", "1"}, kIsTrimmed);
 }
 
-TEST_P(FailingSyncTest, RenumberSaysWhatIsSoWhereOthersRecord)
+TEST_P(FailingSyncTest, RenumberReportsTheActualResultWhileOthersRecord)
 {
     RawDb(path).exec(std::string("CREATE TRIGGER another AFTER UPDATE ON FdbFaultTbl WHEN new.EntryId = 3 ") +
                      kRecordAnother);
     tryEach({"renumber", "--from", "2", "--to", "5"}, kIsRenumbered);
 }
 
-TEST_P(FailingSyncTest, TrimSaysWhatIsSoWhereOthersRecord)
+TEST_P(FailingSyncTest, TrimReportsTheActualResultWhileOthersRecord)
 {
     RawDb(path).exec(std::string("CREATE TRIGGER another AFTER DELETE ON FdbFaultTbl WHEN old.EntryId = 2 ") +
                      kRecordAnother);
     tryEach({"trim", "--keep", "1"}, kIsTrimmed);
 }
 
-TEST_P(FailingSyncTest, RenumberOfStatisticsAloneSaysWhatIsSo)
+TEST_P(FailingSyncTest, RenumberOfStatisticsAloneReportsTheActualResult)
 {
     RawDb(path).exec("DELETE FROM FdbFaultTbl WHERE RdbStartupId = 2");
     tryEach({"renumber", "--from", "2", "--to", "5"}, kIsRenumbered);

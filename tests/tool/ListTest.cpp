@@ -73,7 +73,7 @@ TEST_F(ListTest, FiltersChooseAmongFaults)
     EXPECT_EQ(keys({"--grep", "P1"}), "1 ");
 }
 
-TEST_F(ListTest, TimesThatAreShortenedNameAllOfADayMinuteOrSecond)
+TEST_F(ListTest, ShortenedTimesMeanAWholeDayMinuteOrSecond)
 {
     EXPECT_EQ(keys({"--since", "2031-05-05"}), "3 ");
     EXPECT_EQ(keys({"--until", "2031-05-04"}), "2 1 ");
@@ -95,7 +95,7 @@ TEST_F(ListTest, LocalTimesAreReadAndShownInTheZoneOfTheMachine)
     EXPECT_THAT(output({"list", path, "--last", "1"}, berlin), HasSubstr(" 3  2031-05-05T03:02:01.500Z  "));
 }
 
-TEST_F(ListTest, ALocalDayHasAsManyHoursAsItHas)
+TEST_F(ListTest, ALocalDayMayHave23Or25Hours)
 {
     Setting berlin;
     berlin.environment["TZ"] = "CET-1CEST,M3.5.0,M10.5.0/3";
@@ -111,7 +111,7 @@ TEST_F(ListTest, ALocalDayHasAsManyHoursAsItHas)
     EXPECT_THAT(listed("1932676200", "2031-03-30"), testing::Not(HasSubstr("2031-03-31")));
 }
 
-TEST_F(ListTest, TheUnitOfTimeIsGuessedOrTold)
+TEST_F(ListTest, TheUnitOfTimeIsGuessedOrGiven)
 {
     for (char const* const stamp : {"1935630121", "1935630121000", "1935630121000000", "1935630121000000000"})
     {
@@ -132,7 +132,7 @@ TEST_F(ListTest, ATimeThatWasNotSetOrLiesBeyondTheCalendarIsNoTime)
     EXPECT_THAT(output({"list", path, "--last", "1", "--time-unit", "ms"}), HasSubstr(" 5  9223372036854775807  "));
 }
 
-TEST_F(ListTest, AFilterThatNamesSomethingUnknownSaysSo)
+TEST_F(ListTest, AnUnknownNameInAFilterIsReported)
 {
     std::vector<std::pair<std::vector<std::string>, std::string>> const unknown = {
         {{"--module", "can9"}, "no fault is of the module 'can9'"},
@@ -155,7 +155,7 @@ TEST_F(ListTest, AFilterThatNamesSomethingUnknownSaysSo)
     }
 }
 
-TEST_F(ListTest, ACodeThatOnlyTheFileKnowsIsFoundByItsName)
+TEST_F(ListTest, ACodeNamedOnlyInTheFileIsFoundByItsName)
 {
     insertFault("FaultCode,FaultCodeName", "77777,'FC_OF_THE_DEVICE'");
     RawDb(path).exec("INSERT INTO FdbFaultStatisticTbl(FaultCode,FaultCodeName) VALUES(77777,'FC_OF_THE_DEVICE')");
@@ -163,7 +163,7 @@ TEST_F(ListTest, ACodeThatOnlyTheFileKnowsIsFoundByItsName)
     EXPECT_THAT(output({"list", path, "--last", "1"}), HasSubstr("  FC_OF_THE_DEVICE  "));
 }
 
-TEST_F(ListTest, WhatAFilterContainsIsNeverSql)
+TEST_F(ListTest, TextOfAFilterIsNeverSql)
 {
     std::string const hostile = "' OR 1=1; DROP TABLE FdbFaultTbl; --";
     for (char const* const option : {"--module", "--grep"})
@@ -192,7 +192,7 @@ TEST_F(ListTest, ReadsAnyNumberOfBatchesAndAnyKeys)
     EXPECT_EQ(keys({}), expected);
 }
 
-TEST_F(ListTest, AColumnThatIsCalledAsRowsAreChangesNothing)
+TEST_F(ListTest, AColumnNamedRowidChangesNothing)
 {
     RawDb(path).exec("ALTER TABLE FdbFaultTbl ADD COLUMN rowid TEXT DEFAULT 'zz'");
     EXPECT_EQ(keys({}), "3 2 1 ");
@@ -232,7 +232,7 @@ TEST_F(Showing, PrintsEveryField)
     EXPECT_THAT(output({"show", path, "1", "--json"}), StartsWith("{\"EntryId\":1,"));
 }
 
-TEST_F(Showing, AFaultThatIsNotThereIsAnsweredWithNo)
+TEST_F(Showing, AMissingFaultExitsWithStatus1)
 {
     Outcome const outcome = runTool({"show", path, "17"});
     EXPECT_EQ(outcome.status, 1);
@@ -240,7 +240,7 @@ TEST_F(Showing, AFaultThatIsNotThereIsAnsweredWithNo)
     EXPECT_THAT(outcome.errors, HasSubstr("there is no fault with the key 17"));
 }
 
-TEST_F(Showing, ControlCharactersAreShownAndNotSent)
+TEST_F(Showing, ControlCharactersAreEscaped)
 {
     insertFault("Description", "'a' || char(27) || '[31m' || char(10) || char(155) || char(8238) || x'ff' || 'z'");
     EXPECT_THAT(output({"show", path, "4"}), HasSubstr("Description              a\\x1b[31m\\n\\u009b\\u202e\\xffz\n"));
@@ -283,7 +283,7 @@ TEST_F(Statistics, OfActiveFaultsAlone)
                     "\"2031-05-04T03:02:01.000Z\",\"TimeLastOccurred\":\"2031-05-05T03:02:01.500Z\"}\n]\n");
 }
 
-TEST_F(Summary, IsThePageThatATechnicianWantsFirst)
+TEST_F(Summary, ShowsTheMostImportantFactsOnOnePage)
 {
     EXPECT_EQ(output({"summary", path}), "File            " + path +
                                              "\nSize            20 KiB\n"
@@ -312,7 +312,7 @@ TEST_F(Summary, IsThePageThatATechnicianWantsFirst)
                                              "2031-05-05T00:00      1\n");
 }
 
-TEST_F(Summary, OfAnEmptyFileSaysThatThereIsNothing)
+TEST_F(Summary, OfAnEmptyFileReportsThatThereAreNoFaults)
 {
     output({"create", path, "--force"});
     std::string const text = output({"summary", path});
@@ -323,7 +323,7 @@ TEST_F(Summary, OfAnEmptyFileSaysThatThereIsNothing)
     EXPECT_THAT(text, HasSubstr("\nNo fault is active.\n"));
 }
 
-TEST_F(Summary, IsThereAsJsonToo)
+TEST_F(Summary, IsPrintedAsJson)
 {
     std::string const json = output({"summary", path, "--json"});
     EXPECT_THAT(json,

@@ -57,7 +57,7 @@ TEST_F(Interrupted, EveryLongCommandLeavesTheFileWhole)
     EXPECT_FALSE(exists(dir.file("copy.db-journal")));
 }
 
-TEST_F(Interrupted, WhatNobodyReadsEndsByTheSignal)
+TEST_F(Interrupted, CommandWhoseOutputNobodyReadsEndsByTheSignal)
 {
     insertFaults(20000);
     for (std::vector<std::string> const& arguments :

@@ -67,7 +67,7 @@ protected:
 
 } // namespace
 
-TEST_F(ReadOnlyTest, NeverChangesAnything)
+TEST_F(ReadOnlyTest, ReadingChangesNothing)
 {
     auto const before = folder();
     for (auto const& command : commands(path))
@@ -94,7 +94,7 @@ TEST_F(ReadOnlyTest, WorksWhereNothingCanBeWritten)
     ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
 }
 
-TEST_F(ReadOnlyTest, AtAWriteAheadLogFileWorksWhereNothingCanBeWritten)
+TEST_F(ReadOnlyTest, WriteAheadLogFileIsReadWhereNothingCanBeWritten)
 {
     EXPECT_EQ(value("PRAGMA journal_mode=WAL"), "wal");
     ASSERT_FALSE(exists(path + "-wal"));
@@ -113,7 +113,7 @@ TEST_F(ReadOnlyTest, AtAWriteAheadLogFileWorksWhereNothingCanBeWritten)
     EXPECT_EQ(readFile(path), bytes);
 }
 
-TEST_F(ReadOnlyTest, AtAWriteAheadLogThatIsInUseSeesWhatItHolds)
+TEST_F(ReadOnlyTest, WriteAheadLogInUseIsRead)
 {
     RawDb raw(path);
     EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
@@ -123,7 +123,7 @@ TEST_F(ReadOnlyTest, AtAWriteAheadLogThatIsInUseSeesWhatItHolds)
     EXPECT_EQ(readFile(path), bytes);
 }
 
-TEST_F(ReadOnlyTest, AtAWriteAheadLogThatCannotBeReadSaysWhatToDoAndRecoverDoesIt)
+TEST_F(ReadOnlyTest, UnreadableWriteAheadLogIsReportedWithARemedyThatRecoverApplies)
 {
     std::string const left = dir.file("left.db");
     {
@@ -146,7 +146,7 @@ TEST_F(ReadOnlyTest, AtAWriteAheadLogThatCannotBeReadSaysWhatToDoAndRecoverDoesI
     EXPECT_THAT(readFile(left), HasSubstr("in the log"));
 }
 
-TEST_F(ReadOnlyTest, AtAFileWithAHotJournalSaysWhatToDoAndLeavesItAlone)
+TEST_F(ReadOnlyTest, HotJournalIsReportedWithARemedyAndLeftUnchanged)
 {
     std::string const crashed = makeHotJournal();
     auto const before = folder();
@@ -160,7 +160,7 @@ TEST_F(ReadOnlyTest, AtAFileWithAHotJournalSaysWhatToDoAndLeavesItAlone)
     }
 }
 
-TEST_F(ReadOnlyTest, AtAnEmptiedFileAndRecoveringItTellWhatLiesBesideItAndLeaveIt)
+TEST_F(ReadOnlyTest, FilesBesideAnEmptiedFileAreReportedAndLeftUnchanged)
 {
     std::string const crashed = makeHotJournal();
     std::string const withLog = dir.file("log.db");
@@ -190,7 +190,7 @@ TEST_F(ReadOnlyTest, AtAnEmptiedFileAndRecoveringItTellWhatLiesBesideItAndLeaveI
     }
 }
 
-TEST_F(ReadOnlyTest, RecoveringRollsBackWhatAWriterLeftHalfDone)
+TEST_F(ReadOnlyTest, RecoveringRollsBackAHotJournal)
 {
     std::string const crashed = makeHotJournal();
     EXPECT_EQ(output({"recover", crashed}), "");
@@ -198,7 +198,7 @@ TEST_F(ReadOnlyTest, RecoveringRollsBackWhatAWriterLeftHalfDone)
     EXPECT_EQ(RawDb(crashed).value("PRAGMA integrity_check"), "ok");
 }
 
-TEST_F(ReadOnlyTest, AndRecoveringLeaveTheLocksOfTheirProcessAlone)
+TEST_F(ReadOnlyTest, ReadingAndRecoveringLeaveTheLocksOfTheirProcess)
 {
     RawDb raw(path);
     raw.exec("BEGIN IMMEDIATE");
@@ -209,7 +209,7 @@ TEST_F(ReadOnlyTest, AndRecoveringLeaveTheLocksOfTheirProcessAlone)
     EXPECT_TRUE(succeedsElsewhere(path, "DELETE FROM FdbFaultTbl"));
 }
 
-TEST_F(ReadOnlyTest, AtAFileThatAWriterKeepsLockedEndsWithAReason)
+TEST_F(ReadOnlyTest, ReadingALockedFileFailsWithAReason)
 {
     RawDb raw(path);
     raw.exec("BEGIN EXCLUSIVE");
@@ -219,7 +219,7 @@ TEST_F(ReadOnlyTest, AtAFileThatAWriterKeepsLockedEndsWithAReason)
     raw.exec("ROLLBACK");
 }
 
-TEST_F(ReadOnlyTest, AtDamagedFilesEndsWithoutCrashOrChange)
+TEST_F(ReadOnlyTest, DamagedFilesCauseNeitherCrashNorChange)
 {
     RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 300) INSERT INTO "
                      "FdbFaultTbl SELECT NULL, 'a', i, 'b', 'c', 'd', i, 'e', 'ErrorActive', 'f', 'g', 1, 2, 'h', 3, "

@@ -17,7 +17,7 @@ using RecordLinesTest = RecordTest;
 
 } // namespace
 
-TEST_F(RecordLinesTest, SaysOfManyWhenOnlyTheirKeysCouldNotBeWritten)
+TEST_F(RecordLinesTest, ReportsWhenOnlyTheKeysCouldNotBeWritten)
 {
     for (char const* const closed : {">/dev/full", ">&-"})
     {
@@ -40,7 +40,7 @@ TEST_F(RecordLinesTest, InputThatIsClosedIsAFailure)
     EXPECT_THAT(readFile(dir.file("err")), HasSubstr("cannot read standard input"));
 }
 
-TEST_F(RecordLinesTest, SaysWhichLinesWereNotRecordedWhenTheFileCannotBeWritten)
+TEST_F(RecordLinesTest, ReportsWhichLinesWereNotRecordedWhenTheFileCannotBeWritten)
 {
     Setting setting;
     for (int line = 0; line < 3000; ++line)
@@ -103,7 +103,7 @@ TEST_F(RecordLinesTest, ASignalWhileTheFileIsLockedNamesTheLinesThatAreNotRecord
     EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl"), "1");
 }
 
-TEST_F(RecordLinesTest, ReadsManyFromStandardInputAndSaysWhatWasRefused)
+TEST_F(RecordLinesTest, RecordsLinesFromStandardInputAndReportsRefusedOnes)
 {
     Setting setting;
     setting.input = R"({"FaultCode":1025,"Description":"it's"}
@@ -209,7 +209,7 @@ TEST_F(RecordLinesTest, ALineThatIsTooLongIsRefusedAndTheNextOneIsNot)
     EXPECT_EQ(value("SELECT FaultCode FROM FdbFaultTbl"), "2");
 }
 
-TEST_F(RecordLinesTest, WhatOneFileExportsAnotherRecords)
+TEST_F(RecordLinesTest, ExportOfOneFileCanBeRecordedIntoAnother)
 {
     insertFault("Description,LoggerLifeTime,RdbStartupId", "'it''s \"äöü\" \n', 4294967295, 4294967295");
     insertFault("Status,TimeStampUTC", "'ErrorInactive',0");
@@ -221,7 +221,7 @@ TEST_F(RecordLinesTest, WhatOneFileExportsAnotherRecords)
     EXPECT_EQ(output({"export", other, "--format", "csv"}), output({"export", path, "--format", "csv"}));
 }
 
-TEST_F(RecordLinesTest, NamesEachFaultOfAnOpenPipeOnceItIsRecorded)
+TEST_F(RecordLinesTest, PrintsTheKeyOfEachFaultFromAnOpenPipeOnceItIsRecorded)
 {
     ToolProcess process({"record", path, "--stdin"}, {}, true);
     for (int key = 1; key <= 3; ++key)
@@ -236,7 +236,7 @@ TEST_F(RecordLinesTest, NamesEachFaultOfAnOpenPipeOnceItIsRecorded)
     EXPECT_EQ(process.finish(), 0);
 }
 
-TEST_F(RecordLinesTest, ASignalEndsItWithAllThatWasNamedRecorded)
+TEST_F(RecordLinesTest, ASignalEndsItWithAllFaultsRecordedWhoseKeysWerePrinted)
 {
     ToolProcess process({"record", path, "--stdin"}, {}, true);
     process.write("{\"FaultCode\":1025}\n");
@@ -252,7 +252,7 @@ TEST_F(RecordLinesTest, ASignalEndsItWithAllThatWasNamedRecorded)
     EXPECT_EQ(value("PRAGMA integrity_check"), "ok");
 }
 
-TEST_F(RecordLinesTest, ImportersLetEachOtherAndSingleRecordersIn)
+TEST_F(RecordLinesTest, ImportersAlternateWithEachOtherAndWithSingleRecorders)
 {
     constexpr int kImporters = 4;
     constexpr int kLines = 10000;

@@ -114,14 +114,14 @@ TEST_F(RecordTest, RefusesATimeThatWouldBeReadAsAnother)
     output({"record", path, "--code", "FC_BUS_OFF", "--time", "1972-01-01", "--time-unit", "s"});
 }
 
-TEST_F(RecordTest, AClockThatWasNeverSetDoesNotTellTheUnit)
+TEST_F(RecordTest, ATimeOfAClockThatWasNotSetDoesNotDetermineTheUnit)
 {
     insertFault("TimeStampUTC", "5000");
     output({"record", path, "--code", "FC_BUS_OFF", "--time", "2031-05-04T03:02:01Z"});
     EXPECT_EQ(value("SELECT TimeStampUTC FROM FdbFaultTbl WHERE EntryId = 2"), "1935630121000");
 }
 
-TEST_F(RecordTest, SaysWhenOnlyTheKeyCouldNotBeWritten)
+TEST_F(RecordTest, ReportsWhenOnlyTheKeyCouldNotBeWritten)
 {
     int const status = std::system(
         ("'" FIRAIM_TEST_TOOL "' record '" + path + "' --code 1 >/dev/full 2>'" + dir.file("err") + "'").c_str());
@@ -146,7 +146,7 @@ TEST_F(RecordTest, AcceptsNamesInAnyCaseAndWithoutPrefix)
     EXPECT_EQ(value("SELECT count(*) FROM FdbFaultTbl WHERE FaultCode = 1025"), "2");
 }
 
-TEST_F(RecordTest, SuggestsCodesThatAreMeant)
+TEST_F(RecordTest, SuggestsSimilarCodes)
 {
     Outcome const outcome = runTool({"record", path, "--code", "bus"});
     EXPECT_EQ(outcome.status, 2);
@@ -162,7 +162,7 @@ TEST_F(RecordTest, AReadOnlyFileIsRefused)
     EXPECT_THAT(outcome.errors, HasSubstr("cannot be written"));
 }
 
-TEST_F(RecordTest, ACodeThatOnlyTheFileHasANameForKeepsIt)
+TEST_F(RecordTest, ACodeNamedOnlyInTheFileKeepsItsName)
 {
     RawDb(path).exec("INSERT INTO FdbFaultStatisticTbl SELECT NULL, 7777, 'FC_OF_THE_DEVICE', 0, 0, 'UTC', 'UTC', 1, "
                      "'inactive', 1, 0, 0");
@@ -172,7 +172,7 @@ TEST_F(RecordTest, ACodeThatOnlyTheFileHasANameForKeepsIt)
     EXPECT_EQ(value("SELECT FaultCodeName FROM FdbFaultTbl"), "FC_OF_THE_DEVICE");
 }
 
-TEST_F(RecordTest, SaysThatStatisticsShareACode)
+TEST_F(RecordTest, ReportsThatStatisticsShareACode)
 {
     output({"record", path, "--code", "FC_BUS_OFF"});
     RawDb(path).exec("INSERT INTO FdbFaultStatisticTbl(FaultCode) VALUES(1025)");

@@ -71,7 +71,7 @@ TEST_F(RenumberTest, MovesRowsWithQuotes)
     EXPECT_EQ(value("SELECT RdbStartupId || TimeZoneLastOccurred FROM FdbFaultStatisticTbl WHERE EntryId = 2"), "3'");
 }
 
-TEST_F(RenumberTest, AnswersNoWhenNothingHasTheId)
+TEST_F(RenumberTest, ExitsWithStatus1WhenNoRowHasTheId)
 {
     Outcome const outcome = runTool({"renumber", path, "--from", "9", "--to", "3"});
     EXPECT_EQ(outcome.status, 1);
@@ -129,7 +129,7 @@ TEST_F(RenumberTest, MovesRowsWithDamagedCellsAndLeavesTheseAsTheyAre)
               "3 1.0e+19 00FF");
 }
 
-TEST_F(RenumberTest, SaysWhatWasDoneWhenOnlyThatCouldNotBeWritten)
+TEST_F(RenumberTest, ReportsTheChangeWhenOnlyTheOutputCouldNotBeWritten)
 {
     EXPECT_EQ(runWithFullOutput("renumber '" + path + "' --from 2 --to 3"), 3);
     EXPECT_THAT(readFile(dir.file("err")), HasSubstr("this was done all the same: moved 2 faults and 2 statistics"));

@@ -69,7 +69,7 @@ TEST_F(TerminalTest, StatusIsColoured)
     EXPECT_THAT(text, HasSubstr("\x1b[2minactive\x1b[0m"));
 }
 
-TEST_F(TerminalTest, NoColorAndADumbTerminalAreHeeded)
+TEST_F(TerminalTest, NoColorAndADumbTerminalPreventEscapeSequences)
 {
     for (std::string const command : {"list", "stats", "summary"})
     {
@@ -108,7 +108,7 @@ TEST_F(TerminalTest, LinesFitItsWidth)
     EXPECT_THAT(shown({"list", path}, 120, {{"NO_COLOR", "1"}}), HasSubstr("\u2026"));
 }
 
-TEST_F(TerminalTest, WhatIsLessImportantGoesFirst)
+TEST_F(TerminalTest, LessImportantColumnsAreLeftOutFirst)
 {
     std::string const text = shown({"list", path}, 80, {{"NO_COLOR", "1"}});
     EXPECT_THAT(text, testing::StartsWith("ID  TIME                      FAULT              STATUS    MODULE"));
@@ -135,7 +135,7 @@ TEST_F(TerminalTest, WideCharactersTakeTwoColumns)
     EXPECT_THAT(text, HasSubstr("  e\u0301abc    x  "));
 }
 
-TEST_F(TerminalTest, NothingFromTheFileActsOnIt)
+TEST_F(TerminalTest, TextsOfTheFileDoNotControlIt)
 {
     std::string const hostile = "char(27) || ']0;title' || char(7) || char(155) || '2J' || char(13)";
     insertFault("Description,ModuleName,Parameter,FaultCodeName",
@@ -201,7 +201,7 @@ TEST_F(TerminalTest, JsonStaysJson)
                 HasSubstr("\"Description\":\"\\u007f\\u009b\\udb40\\udc01\\u001b\""));
 }
 
-TEST_F(TerminalTest, ProgressIsShownOnStandardErrorAndTakenAway)
+TEST_F(TerminalTest, ProgressIsShownOnStandardErrorAndErased)
 {
     Setting const setting = manyFaults();
     Outcome const outcome = runTool({"record", path, "--stdin"}, setting);
@@ -231,7 +231,7 @@ TEST_F(TerminalTest, ExportAndBackupShowProgressWhenTheirResultGoesElsewhere)
     EXPECT_THAT(runTool({"backup", path, dir.file("copy.db")}, setting).errors, HasSubstr("copying ["));
 }
 
-TEST_F(TerminalTest, WithoutOneThereIsNoDecoration)
+TEST_F(TerminalTest, WithoutATerminalThereIsNoDecoration)
 {
     for (std::string const command : {"list", "stats", "summary", "check"})
     {
@@ -241,7 +241,7 @@ TEST_F(TerminalTest, WithoutOneThereIsNoDecoration)
     }
 }
 
-TEST_F(TerminalTest, WithoutOneNothingIsShortened)
+TEST_F(TerminalTest, WithoutATerminalNothingIsShortened)
 {
     std::string const text(300, 'x');
     output({"record", path, "--code", "FC_BUS_OFF", "--description", text});

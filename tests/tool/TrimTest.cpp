@@ -30,7 +30,7 @@ TEST_F(TrimTest, KeepsTheNewest)
     EXPECT_EQ(output({"trim", path, "--keep", "4294967295"}), "removed 0 faults\n");
 }
 
-TEST_F(TrimTest, SaysWhatWasDoneWhenOnlyThatCouldNotBeWritten)
+TEST_F(TrimTest, ReportsTheChangeWhenOnlyTheOutputCouldNotBeWritten)
 {
     EXPECT_EQ(runWithFullOutput("trim '" + path + "' --keep 2"), 3);
     EXPECT_THAT(readFile(dir.file("err")), HasSubstr("this was done all the same: removed 1 fault"));
@@ -48,7 +48,7 @@ TEST_F(TrimTest, NeverRemovesAFaultThatAnActiveStatisticRefersTo)
     EXPECT_EQ(output({"trim", path, "--keep", "0"}), "removed 1 fault\n");
 }
 
-TEST_F(TrimTest, WhatIsActiveStaysActiveWhicheverRowItsStatisticRefersTo)
+TEST_F(TrimTest, ActiveFaultsStayActiveWhicheverRowTheirStatisticRefersTo)
 {
     output({"record", path, "--code", "7", "--module", "ch1"});
     output({"record", path, "--code", "7", "--module", "ch1", "--param", "p"});
@@ -62,7 +62,7 @@ TEST_F(TrimTest, WhatIsActiveStaysActiveWhicheverRowItsStatisticRefersTo)
     EXPECT_EQ(faults(), "3,9") << "the first of these is of another code, which is active";
 }
 
-TEST_F(TrimTest, SparesTheNewestRowOfAnActiveFaultOnlyAndThatOneWhateverItsCells)
+TEST_F(TrimTest, KeepsOnlyTheNewestRowOfAnActiveFaultWhateverItsCells)
 {
     insertFault("ModuleName,Parameter", "NULL,'p'");
     insertFault("ModuleName,Parameter", "'n/a',CAST('p' AS BLOB)");
@@ -74,7 +74,7 @@ TEST_F(TrimTest, SparesTheNewestRowOfAnActiveFaultOnlyAndThatOneWhateverItsCells
     EXPECT_EQ(faults(), "3,5,8");
 }
 
-TEST_F(TrimTest, WhatIsOverStaysOverWhenTheClockWentBack)
+TEST_F(TrimTest, InactiveFaultsStayInactiveWhenTheClockWasSetBack)
 {
     output({"record", path, "--code", "7", "--time", "2031-06-01"});
     output({"record", path, "--code", "7", "--time", "2031-01-01", "--inactive"});
@@ -85,7 +85,7 @@ TEST_F(TrimTest, WhatIsOverStaysOverWhenTheClockWentBack)
     EXPECT_EQ(runTool({"clear", path, "--code", "7"}).status, 1);
 }
 
-TEST_F(TrimTest, RemovesThoseBeforeATimeButNoneWithoutOne)
+TEST_F(TrimTest, RemovesFaultsBeforeATimeButNoneWithoutATime)
 {
     insertFault("TimeStampUTC", "0");
     insertFault("TimeStampUTC", "1935630121");
@@ -122,7 +122,7 @@ TEST_F(TrimTest, VacuumsAlsoWhenTheReportCannotBeWritten)
                 HasSubstr("this was done all the same: removed 4,992 faults; 1 old fault stays"));
 }
 
-TEST_F(TrimTest, SaysWhatWasRemovedWhenOnlyTheVacuumFails)
+TEST_F(TrimTest, ReportsTheRemovedFaultsWhenOnlyTheVacuumFails)
 {
     RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20000) INSERT INTO "
                      "FdbFaultTbl(Description) SELECT hex(zeroblob(200)) FROM n");

@@ -75,7 +75,7 @@ TEST_F(WatchTest, PrintsEventsAsJsonLines)
     EXPECT_EQ(watch.finish(), 0);
 }
 
-TEST_F(WatchTest, MissesNothingOfABusyWriterAndHoldsNothingUp)
+TEST_F(WatchTest, MissesNoFaultOfABusyWriterAndDoesNotDelayIt)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_THAT(watch.readLine().value_or(""), HasSubstr("fault 3 "));
@@ -134,7 +134,7 @@ TEST_F(WatchTest, HoldsNoLockAndSleepsWhileNothingHappens)
     EXPECT_LE(switches() - before, 10 + 5 * seconds.count());
 }
 
-TEST_F(WatchTest, GoesOnWithAnotherFileOfTheSameName)
+TEST_F(WatchTest, ContinuesWithAnotherFileOfTheSameName)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_TRUE(watch.readLine());
@@ -157,7 +157,7 @@ TEST_F(WatchTest, WaitsForAFileThatIsCreatedAnewInItsPlace)
     EXPECT_EQ(watch.readLine(), kFaultOfTheOther);
 }
 
-TEST_F(WatchTest, GoesOnWhereALinkLeadsTo)
+TEST_F(WatchTest, FollowsALinkToItsNewTarget)
 {
     std::string const link = dir.file("link");
     ASSERT_EQ(symlink(path.c_str(), link.c_str()), 0);
@@ -169,7 +169,7 @@ TEST_F(WatchTest, GoesOnWhereALinkLeadsTo)
     EXPECT_EQ(watch.readLine(), kFaultOfTheOther);
 }
 
-TEST_F(WatchTest, BeginsAnewWhereTheContentWasReplaced)
+TEST_F(WatchTest, StartsAnewWhenTheContentIsReplaced)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_TRUE(watch.readLine());
@@ -189,7 +189,7 @@ TEST_F(WatchTest, BeginsAnewWhereTheContentWasReplaced)
     EXPECT_THAT(watch.errors, HasSubstr("its content was replaced"));
 }
 
-TEST_F(WatchTest, SaysOnceWhichRowsWereRemovedBeforeTheyWereRead)
+TEST_F(WatchTest, ReportsOnceWhichRowsWereRemovedBeforeTheyWereRead)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_TRUE(watch.readLine());
@@ -201,7 +201,7 @@ TEST_F(WatchTest, SaysOnceWhichRowsWereRemovedBeforeTheyWereRead)
     EXPECT_EQ(watch.errors, "firaim: " + path + ": rows 4 to 5 were removed before they were read\n");
 }
 
-TEST_F(WatchTest, EndsWhenItsReaderHasGone)
+TEST_F(WatchTest, EndsWhenItsOutputIsClosed)
 {
     ToolProcess watch({"watch", path, "--last", "1"});
     EXPECT_TRUE(watch.readLine());

@@ -170,14 +170,14 @@ TEST_F(LineReaderTest, TakesALineOfExactlyTheLimit)
     EXPECT_EQ(take(reader), "12345678");
 }
 
-TEST_F(LineReaderTest, SaysThatALineOfAChunkIsTooLong)
+TEST_F(LineReaderTest, ReportsATooLongLineOfAChunk)
 {
     sendChunk("123456789\nnext\n");
     EXPECT_EQ(take(reader), "123456789!");
     EXPECT_EQ(take(reader), "next");
 }
 
-TEST_F(LineReaderTest, ThrowsAwayALineThatIsTooLongAcrossChunks)
+TEST_F(LineReaderTest, DiscardsATooLongLineAcrossChunks)
 {
     sendChunk("before\n12345");
     EXPECT_EQ(take(reader), "before");
@@ -190,7 +190,7 @@ TEST_F(LineReaderTest, ThrowsAwayALineThatIsTooLongAcrossChunks)
     EXPECT_EQ(take(reader), "next");
 }
 
-TEST_F(LineReaderTest, SaysThatALineIsTooLongWhoseEndAloneIsInTheNextChunk)
+TEST_F(LineReaderTest, ReportsATooLongLineWithOnlyItsEndInTheNextChunk)
 {
     sendChunk("123456789");
     sendChunk("\nnext\n");
@@ -198,7 +198,7 @@ TEST_F(LineReaderTest, SaysThatALineIsTooLongWhoseEndAloneIsInTheNextChunk)
     EXPECT_EQ(take(reader), "next");
 }
 
-TEST_F(LineReaderTest, SaysThatALastLineWithoutItsEndIsTooLong)
+TEST_F(LineReaderTest, ReportsATooLongLastLineWithoutItsEnd)
 {
     sendChunk("123456789");
     EXPECT_TRUE(reader.hasMore());
@@ -231,7 +231,7 @@ TEST_F(LineReaderTest, HasMoreOnceSomethingCanBeReadWithoutWaiting)
     EXPECT_TRUE(reader.isAtEnd());
 }
 
-TEST_F(LineReaderTest, CountsTheBytesOfTheLinesTakenAndOfThoseThrownAway)
+TEST_F(LineReaderTest, CountsTheBytesOfTakenAndOfDiscardedLines)
 {
     sendChunk("one\ntwo\n");
     EXPECT_EQ(reader.taken(), 0u);
@@ -248,7 +248,7 @@ TEST_F(LineReaderTest, CountsTheBytesOfTheLinesTakenAndOfThoseThrownAway)
     EXPECT_EQ(reader.taken(), 22u);
 }
 
-TEST_F(LineReaderTest, DoesNotKnowHowMuchComesThroughAPipe)
+TEST_F(LineReaderTest, DoesNotKnowTheSizeOfAPipesContent)
 {
     send("one\n");
     EXPECT_EQ(reader.total(), 0u);
@@ -279,7 +279,7 @@ TEST(LineReaderOfAFile, ReadsItToItsEndAndKnowsItsSize)
     EXPECT_EQ(reader.taken(), content.size());
 }
 
-TEST(LineReaderOfAFile, ThrowsAwayALineOfSeveralReads)
+TEST(LineReaderOfAFile, DiscardsALineOfSeveralReads)
 {
     InputFile const input(std::string(1 << 20, 'x') + "\nnext\n");
     LineReader reader(100);
@@ -299,7 +299,7 @@ TEST(LineReaderOfAFile, ThrowsAwayALineOfSeveralReads)
     EXPECT_EQ(take(reader), "next");
 }
 
-TEST(LineReaderOfAFolder, SaysThatItCannotBeRead)
+TEST(LineReaderOfAFolder, ReportsThatItCannotBeRead)
 {
     StandardDescriptor const input(STDIN_FILENO, open("/", O_RDONLY | O_CLOEXEC));
     LineReader reader(100);

@@ -135,7 +135,7 @@ void active(FilterOptions& options)
 
 } // namespace
 
-TEST_F(FaultFilterTest, WantsEveryFaultWithoutOptions)
+TEST_F(FaultFilterTest, SelectsEveryFaultWithoutOptions)
 {
     EXPECT_FALSE(FilterOptions().areSet());
     EXPECT_THAT(keys({}), ElementsAre(4, 3, 2, 1));
@@ -143,7 +143,7 @@ TEST_F(FaultFilterTest, WantsEveryFaultWithoutOptions)
     EXPECT_TRUE(FaultFilter({}, {}, file).isEmpty());
 }
 
-TEST_F(FaultFilterTest, WantsTheFaultsThatAnswerToTheOneOption)
+TEST_F(FaultFilterTest, SelectsTheFaultsThatMatchASingleOption)
 {
     std::pair<Setter, Keys> const cases[] = {
         {ofBusOff, {3, 1}},
@@ -165,7 +165,7 @@ TEST_F(FaultFilterTest, WantsTheFaultsThatAnswerToTheOneOption)
     }
 }
 
-TEST_F(FaultFilterTest, WantsTheFaultsThatAnswerToAllOfAnyOptions)
+TEST_F(FaultFilterTest, SelectsTheFaultsThatMatchAllOfSeveralOptions)
 {
     std::vector<Setter> const sets = {ofBusOff,          ofCan0,           ofNoAnswer,    sinceTheSecondDay,
                                       untilTheSecondDay, ofTheSecondStart, afterTheFirst, active};
@@ -236,7 +236,7 @@ TEST_F(FaultFilterTest, PrefersTheProgramsOwnNameOfACode)
     EXPECT_THAT(keysOfCode("FC_BUS_OFF"), ElementsAre(3, 1));
 }
 
-TEST_F(FaultFilterTest, RefusesACodeThatNobodyKnows)
+TEST_F(FaultFilterTest, RefusesAnUnknownCode)
 {
     for (char const* const code : {"", "FC_", "FC_NOWHERE", "DEVICE", "-1", "4294967296", "1025 ", "0x", "1e3"})
     {
@@ -245,13 +245,13 @@ TEST_F(FaultFilterTest, RefusesACodeThatNobodyKnows)
     }
 }
 
-TEST_F(FaultFilterTest, RefusesATimeThatIsNone)
+TEST_F(FaultFilterTest, RefusesAnInvalidTime)
 {
     EXPECT_NE(problemOf(options({[](FilterOptions& o) { o.since = "yesterday"; }})), "");
     EXPECT_NE(problemOf(options({[](FilterOptions& o) { o.until = ""; }})), "");
 }
 
-TEST_F(FaultFilterTest, RefusesTheKeyThatNoOtherIsLargerThan)
+TEST_F(FaultFilterTest, RefusesTheLargestKey)
 {
     static constexpr long long kLargest = std::numeric_limits<long long>::max();
     EXPECT_EQ(problemOf(options({[](FilterOptions& o) { o.after = kLargest; }})),
@@ -261,7 +261,7 @@ TEST_F(FaultFilterTest, RefusesTheKeyThatNoOtherIsLargerThan)
                 ElementsAre(4, 3, 2, 1));
 }
 
-TEST_F(FaultFilterTest, TakesTimesFromTheBeginOfAPeriodAndUpToItsEnd)
+TEST_F(FaultFilterTest, TakesTimesFromTheStartOfAPeriodToItsEnd)
 {
     auto const between = [this](char const* since, char const* until)
     {
@@ -291,7 +291,7 @@ TEST_F(FaultFilterTest, TakesStampsInTheUnitOfTheStyle)
     EXPECT_THAT(keys(day, {TimeUnit::MILLISECONDS, false}), ElementsAre(2));
 }
 
-TEST_F(FaultFilterTest, SaysOfEachOptionThatNoFaultAnswersTo)
+TEST_F(FaultFilterTest, ReportsEachOptionThatNoFaultMatches)
 {
     FilterOptions none;
     none.code = "0x402";
@@ -310,7 +310,7 @@ TEST_F(FaultFilterTest, SaysOfEachOptionThatNoFaultAnswersTo)
     EXPECT_EQ(reportOf(options({active})), "firaim: no fault was recorded as active\n");
 }
 
-TEST_F(FaultFilterTest, SaysNothingOfAnOptionThatIsAnsweredBesideOneThatIsNot)
+TEST_F(FaultFilterTest, DoesNotReportAMatchedOptionBesideAnUnmatchedOne)
 {
     FilterOptions options;
     options.module = "can0";
@@ -318,7 +318,7 @@ TEST_F(FaultFilterTest, SaysNothingOfAnOptionThatIsAnsweredBesideOneThatIsNot)
     EXPECT_EQ(reportOf(options), "firaim: no fault has the start-up id 9\n");
 }
 
-TEST_F(FaultFilterTest, SaysThatNoFaultAnswersToAllWhereEachIsAnswered)
+TEST_F(FaultFilterTest, ReportsThatNoFaultMatchesAllOptionsThoughEachIsMatched)
 {
     FilterOptions options;
     options.code = "FC_SENSOR_TIMEOUT";
@@ -328,7 +328,7 @@ TEST_F(FaultFilterTest, SaysThatNoFaultAnswersToAllWhereEachIsAnswered)
     EXPECT_EQ(reportOf(options), "firaim: no fault after key 1 answers to all that was asked for\n");
 }
 
-TEST_F(FaultFilterTest, SaysBehindWhichKeyNothingAnswers)
+TEST_F(FaultFilterTest, ReportsTheKeyBehindWhichNoFaultMatches)
 {
     FilterOptions options;
     options.after = 3;
@@ -339,7 +339,7 @@ TEST_F(FaultFilterTest, SaysBehindWhichKeyNothingAnswers)
     EXPECT_EQ(reportOf(options), "firaim: there is no fault after key 4\n");
 }
 
-TEST_F(FaultFilterTest, SaysThatThereIsNoFault)
+TEST_F(FaultFilterTest, ReportsThatThereIsNoFault)
 {
     RawDb(path).exec("DELETE FROM FdbFaultTbl");
     EXPECT_EQ(reportOf({}), "firaim: there is no fault\n");

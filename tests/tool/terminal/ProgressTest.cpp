@@ -44,7 +44,7 @@ protected:
 
 } // namespace
 
-TEST_F(ProgressTest, FillsABarByTheShareAndTakesItAwayInTheEnd)
+TEST_F(ProgressTest, FillsABarByTheShareAndErasesItAtTheEnd)
 {
     EXPECT_EQ(shownShare(80, 0.0), std::string(kBegin) + "reading " + bar(0, 30) + " 0 %" + kBegin);
     EXPECT_EQ(shownShare(80, 0.5), std::string(kBegin) + "reading " + bar(15, 30) + " 50 %" + kBegin);
@@ -52,13 +52,13 @@ TEST_F(ProgressTest, FillsABarByTheShareAndTakesItAwayInTheEnd)
     EXPECT_EQ(shownShare(80, 1.0), std::string(kBegin) + "reading " + bar(30, 30) + " 100 %" + kBegin);
 }
 
-TEST_F(ProgressTest, TakesAShareBeyondTheEndsForTheEnd)
+TEST_F(ProgressTest, LimitsTheShareToTheRange)
 {
     EXPECT_EQ(shownShare(80, -0.1), shownShare(80, 0.0));
     EXPECT_EQ(shownShare(80, 1.1), shownShare(80, 1.0));
 }
 
-TEST_F(ProgressTest, ShowsAnAmountWhereTheWholeIsNotKnown)
+TEST_F(ProgressTest, ShowsAnAmountWhenTheTotalIsUnknown)
 {
     EXPECT_EQ(shown(80, [] { Progress("recording").show(std::string("12 lines")); }),
               std::string(kBegin) + "recording 12 lines" + kBegin);
@@ -114,7 +114,7 @@ TEST_F(ProgressTest, LeavesTheLastColumnFreeAtEveryWidth)
     }
 }
 
-TEST_F(ProgressTest, ShowsNoMoreThanTheEyeCanFollow)
+TEST_F(ProgressTest, IsDrawnAtMostTenTimesASecond)
 {
     auto const begin = std::chrono::steady_clock::now();
     std::string const text = shown(80,
@@ -131,7 +131,7 @@ TEST_F(ProgressTest, ShowsNoMoreThanTheEyeCanFollow)
     EXPECT_EQ(text.substr(0, text.find('%')), std::string(kBegin) + "reading " + bar(0, 30) + " 0 ");
 }
 
-TEST_F(ProgressTest, IsTakenAwayOnce)
+TEST_F(ProgressTest, IsErasedOnce)
 {
     auto const work = []
     {
@@ -145,7 +145,7 @@ TEST_F(ProgressTest, IsTakenAwayOnce)
     EXPECT_EQ(shown(80, work), std::string(kBegin) + "reading 1" + kBegin);
 }
 
-TEST_F(ProgressTest, IsNotTakenAwayByOneThatIsNotShown)
+TEST_F(ProgressTest, IsNotErasedByOneThatIsNotShown)
 {
     auto const work = []
     {
@@ -157,7 +157,7 @@ TEST_F(ProgressTest, IsNotTakenAwayByOneThatIsNotShown)
     EXPECT_EQ(shown(80, work), std::string(kBegin) + "reading 1|" + kBegin);
 }
 
-TEST_F(ProgressTest, GivesWayToAMessage)
+TEST_F(ProgressTest, IsErasedForAMessage)
 {
     auto const work = []
     {

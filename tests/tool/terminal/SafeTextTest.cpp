@@ -6,7 +6,7 @@
 
 using namespace tool;
 
-TEST(Escape, ShowsWhatWouldAct)
+TEST(Escape, EscapesControlCharacters)
 {
     std::pair<std::string, std::string> const texts[] = {
         {"", ""},

@@ -96,7 +96,7 @@ TEST_F(TextTableTest, ShowsALastDigitAtTheEdgeOfTheTerminal)
     EXPECT_THAT(shown(20, work), ElementsAre("A name of ten  Entry", "a name             1"));
 }
 
-TEST_F(TextTableTest, PutsTextsBelowEachOthersBeginAndNumbersBelowEachOthersEnd)
+TEST_F(TextTableTest, AlignsTextsLeftAndNumbersRight)
 {
     auto const work = [](Output& output)
     {
@@ -147,7 +147,7 @@ TEST_F(TextTableTest, ShortensNothingThatFitsExactly)
                                            "  7  a module with a long name  a description that is longer    12345"));
 }
 
-TEST_F(TextTableTest, TakesRoomFromTheWidestColumnThatMayBeShortened)
+TEST_F(TextTableTest, ShortensTheWidestColumnThatMayBeShortened)
 {
     EXPECT_THAT(shownWide(68),
                 ElementsAre("Key  Module                     Description                  Up time",
@@ -232,20 +232,20 @@ TEST_F(TextTableTest, KeepsTheColumnsBehindWideCharactersInTheirPlaceAtEveryWidt
     }
 }
 
-TEST_F(TextTableTest, LetsAWideCharacterThatWouldBeHalfCutFallAway)
+TEST_F(TextTableTest, DropsAWideCharacterThatDoesNotFit)
 {
     // The text has 12 columns: five characters, the ellipsis and a blank.
     EXPECT_THAT(shownPair(20, "\u6e29\u5ea6\u8a08\u6e29\u5ea6\u8a08\u6e29\u5ea6", "second"),
                 ElementsAre("First         Second", "\u6e29\u5ea6\u8a08\u6e29\u5ea6\u2026   second"));
 }
 
-TEST_F(TextTableTest, ShowsWhatWouldActOnTheTerminal)
+TEST_F(TextTableTest, EscapesControlCharacters)
 {
     EXPECT_THAT(shownPair(kPipe, std::string("a\0b", 3), "c\n\x1b[31m"),
                 ElementsAre("First   Second", "a\\x00b  c\\n\\x1b[31m"));
 }
 
-TEST_F(TextTableTest, ShowsAsciiAloneToATerminalThatTakesNothingElse)
+TEST_F(TextTableTest, ShowsOnlyAsciiOnATerminalWithoutUtf8)
 {
     useTestEnvironment({{"NO_COLOR", "1"}, {"LANG", "C"}});
     EXPECT_THAT(shownPair(40, "\u00e4", "second"), ElementsAre("First   Second", "\\u00e4  second"));
@@ -253,7 +253,7 @@ TEST_F(TextTableTest, ShowsAsciiAloneToATerminalThatTakesNothingElse)
                                                                             "a text that~  second"));
 }
 
-TEST_F(TextTableTest, IsOfTheSameShapeInColours)
+TEST_F(TextTableTest, HasTheSameLayoutInColours)
 {
     Lines const plain = shownWide(50);
     useTestEnvironment();
@@ -264,7 +264,7 @@ TEST_F(TextTableTest, IsOfTheSameShapeInColours)
     EXPECT_EQ(coloured[1], plain[1]);
 }
 
-TEST_F(TextTableTest, HoldsBackTheRowsThatTellHowWideTheColumnsAre)
+TEST_F(TextTableTest, BuffersRowsToDetermineTheWidths)
 {
     auto const work = [](Output& output)
     {
@@ -288,7 +288,7 @@ TEST_F(TextTableTest, HoldsBackTheRowsThatTellHowWideTheColumnsAre)
     EXPECT_EQ(lines[202], "202  x        |");
 }
 
-TEST_F(TextTableTest, HoldsBackFewerRowsThatAreLong)
+TEST_F(TextTableTest, BuffersFewerLongRows)
 {
     shown(kPipe,
           [](Output& output)

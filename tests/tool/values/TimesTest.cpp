@@ -4,7 +4,7 @@
 
 using namespace tool;
 
-TEST(ParseTime, ReadsIso8601AndTellsHowMuchATextNames)
+TEST(ParseTime, ReadsIso8601AndReturnsThePeriodOfAText)
 {
     struct
     {
@@ -70,7 +70,7 @@ TEST(ParseTime, RefusesEverythingElse)
     }
 }
 
-TEST(IsoText, IsWhatParseTimeReads)
+TEST(IsoText, IsReadBackByParseTime)
 {
     for (std::int64_t const time : {0LL, 1LL, -1LL, 951782399999LL, 1935630121500LL, 253402300799999LL})
     {
@@ -83,7 +83,7 @@ TEST(IsoText, IsWhatParseTimeReads)
     EXPECT_EQ(isoText(253402300800000, {}), "253402300800000");
 }
 
-TEST(Stamps, TellTheirUnitByTheirSize)
+TEST(Stamps, HaveAUnitThatIsGuessedFromTheirSize)
 {
     EXPECT_EQ(stampText(0, {}), "-");
     EXPECT_EQ(stampText(99999999999, {}), "5138-11-16T09:46:39.000Z");
