@@ -66,7 +66,7 @@ public:
 
     void perform(std::string_view operation);
 
-    void beginAnewWhenGrown()
+    void replaceWhenGrown()
     {
         if (m_faults.size() > kMaxRows || m_statistics.size() > kMaxRows || m_versions.size() > kMaxRows)
         {
@@ -351,6 +351,6 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     {
         subject->perform(operations[i]);
     }
-    subject->beginAnewWhenGrown();
+    subject->replaceWhenGrown();
     return 0;
 }

@@ -130,12 +130,12 @@ TEST_F(FaultRecorderExitTest, ForkedChildCannotUseTheRecorder)
 
 TEST_F(FaultRecorderExitTest, ForkedChildNeitherWaitsForTheParentsLocksNorTouchesItsConnection)
 {
-    bool isTold = false;
+    bool isReported = false;
     pid_t child = -1;
     {
         FaultRecorder own;
         RecorderOptions options;
-        options.onLost = [&](std::uint64_t) { isTold = true; };
+        options.onLost = [&](std::uint64_t) { isReported = true; };
         ASSERT_EQ(own.open(path, options), HISTORY_OK);
         std::thread busy;
         {
@@ -148,7 +148,7 @@ TEST_F(FaultRecorderExitTest, ForkedChildNeitherWaitsForTheParentsLocksNorTouche
                     alarm(30); // In the child, a mutex that the parent had locked would never be released.
                     EXPECT_EQ(own.post(eventOf(3)), HISTORY_INVALID_STATE);
                     own.~FaultRecorder();
-                    EXPECT_FALSE(isTold);
+                    EXPECT_FALSE(isReported);
                     new (&own) FaultRecorder; // A valid object again, should the scope's destructors run.
                 });
             expectSuccess(child);
@@ -156,7 +156,7 @@ TEST_F(FaultRecorderExitTest, ForkedChildNeitherWaitsForTheParentsLocksNorTouche
         busy.join();
         EXPECT_EQ(own.close(), HISTORY_OK);
     }
-    EXPECT_FALSE(isTold);
+    EXPECT_FALSE(isReported);
     EXPECT_EQ(value(kCountOfFaults), "101");
 }
 

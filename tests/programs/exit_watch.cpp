@@ -12,7 +12,7 @@ namespace
 void* watched = nullptr;
 bool isDeleted = false;
 
-void tell()
+void printDeletion()
 {
     std::puts(isDeleted ? "deleted" : "not deleted");
 }
@@ -43,7 +43,7 @@ void operator delete(void* block, std::size_t) noexcept
 int main()
 {
     // Register this first, so that it is called after the library's own clean-up.
-    if (std::atexit(tell) != 0)
+    if (std::atexit(printDeletion) != 0)
     {
         return 1;
     }

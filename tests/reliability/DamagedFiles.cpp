@@ -82,7 +82,7 @@ void DamagedFiles::useWrites(FaultDb& other)
     EXPECT_EQ(other.updateRdbStartup(9, 1), 0);
 }
 
-int DamagedFiles::meet(std::string const& file)
+int DamagedFiles::openAndUse(std::string const& file)
 {
     bool const hasJournal = exists(file + "-journal");
     std::string const before = readFile(file);
@@ -114,21 +114,21 @@ int DamagedFiles::meet(std::string const& file)
     return first;
 }
 
-int DamagedFiles::meetBytes(std::string const& bytes)
+int DamagedFiles::openAndUseBytes(std::string const& bytes)
 {
     std::string const file = dir.file("met.db");
     removeWithSidecars(file);
     writeFile(file, bytes);
-    return meet(file);
+    return openAndUse(file);
 }
 
-int DamagedFiles::meetChanged(std::string const& sql)
+int DamagedFiles::openAndUseChanged(std::string const& sql)
 {
     std::string const file = dir.file("met.db");
     removeWithSidecars(file);
     writeFile(file, healthy);
     RawDb(file).exec(sql);
-    return meet(file);
+    return openAndUse(file);
 }
 
 void DamagedFiles::expectFullService(std::string const& file)

@@ -26,11 +26,11 @@ protected:
     }
 
     /// Opens the file, and calls all operations on it if that succeeds. Returns the result of opening.
-    int meet(std::string const& file);
+    int openAndUse(std::string const& file);
     /// The same for a file of these bytes, with nothing beside it.
-    int meetBytes(std::string const& bytes);
+    int openAndUseBytes(std::string const& bytes);
     /// The same for the healthy file after another program ran `sql` on it.
-    int meetChanged(std::string const& sql);
+    int openAndUseChanged(std::string const& sql);
     /// Expects every operation to succeed on the file and to return the correct result.
     void expectFullService(std::string const& file);
 

@@ -24,10 +24,10 @@ TEST_F(DamagedFiles, AnyDamagedPageIsServedOrRefused)
         {
             SCOPED_TRACE("page " + std::to_string(page));
             std::string bytes = healthy;
-            meetBytes(bytes.replace(page * kPage, kPage, content));
+            openAndUseBytes(bytes.replace(page * kPage, kPage, content));
             // Keep the page's header, so that the page looks valid.
             bytes = healthy;
-            meetBytes(bytes.replace(page * kPage + 120, kPage - 120, content.substr(120)));
+            openAndUseBytes(bytes.replace(page * kPage + 120, kPage - 120, content.substr(120)));
         }
     }
 }
@@ -44,7 +44,7 @@ TEST_F(DamagedFiles, AnyFewChangedBytesAreServedOrRefused)
             // Half of the changes are in the headers of the file and of the schema, where each byte matters most.
             bytes[random() % (i % 2 == 0 ? 256 : bytes.size())] = static_cast<char>(random());
         }
-        meetBytes(bytes);
+        openAndUseBytes(bytes);
     }
 }
 
@@ -53,39 +53,40 @@ TEST_F(DamagedFiles, AFileTruncatedAnywhereIsServedOrRefused)
     for (std::size_t length = 0; length < healthy.size(); length += 509)
     {
         SCOPED_TRACE("length " + std::to_string(length));
-        meetBytes(healthy.substr(0, length));
+        openAndUseBytes(healthy.substr(0, length));
     }
 }
 
 TEST_F(DamagedFiles, AFileWithoutContentIsRefusedAndStaysEmpty)
 {
-    EXPECT_EQ(meetBytes(""), -2);
+    EXPECT_EQ(openAndUseBytes(""), -2);
 }
 
 TEST_F(DamagedFiles, FilesOfOtherProgramsAreRefused)
 {
-    EXPECT_EQ(meetBytes("a text\n"), -2);
-    EXPECT_EQ(meetBytes(std::string(5000, 'x')), -2);
-    EXPECT_EQ(meetBytes(std::string("\x7f"
-                                    "ELF\2\1\1\0",
-                                    8) +
-                        healthy),
+    EXPECT_EQ(openAndUseBytes("a text\n"), -2);
+    EXPECT_EQ(openAndUseBytes(std::string(5000, 'x')), -2);
+    EXPECT_EQ(openAndUseBytes(std::string("\x7f"
+                                          "ELF\2\1\1\0",
+                                          8) +
+                              healthy),
               -2);
-    EXPECT_EQ(meetBytes(std::string("SQLite format 3\0", 16)), -2);
-    EXPECT_EQ(meetBytes(std::string("SQLite format 3\0", 16) + std::string(8176, '\0')), -2);
-    EXPECT_EQ(meetChanged("DROP TABLE FdbVersionTbl"), -2);
-    EXPECT_EQ(meetChanged("DELETE FROM FdbVersionTbl"), -2);
-    EXPECT_EQ(meetChanged("INSERT INTO FdbVersionTbl VALUES(null,'FORMATVERSION','1.0.0')"), -2);
-    EXPECT_EQ(meetChanged("UPDATE FdbVersionTbl SET Version=x'00'"), -5);
+    EXPECT_EQ(openAndUseBytes(std::string("SQLite format 3\0", 16)), -2);
+    EXPECT_EQ(openAndUseBytes(std::string("SQLite format 3\0", 16) + std::string(8176, '\0')), -2);
+    EXPECT_EQ(openAndUseChanged("DROP TABLE FdbVersionTbl"), -2);
+    EXPECT_EQ(openAndUseChanged("DELETE FROM FdbVersionTbl"), -2);
+    EXPECT_EQ(openAndUseChanged("INSERT INTO FdbVersionTbl VALUES(null,'FORMATVERSION','1.0.0')"), -2);
+    EXPECT_EQ(openAndUseChanged("UPDATE FdbVersionTbl SET Version=x'00'"), -5);
 }
 
 TEST_F(DamagedFiles, AFileWithoutTheOtherTablesGivesCodes)
 {
-    EXPECT_EQ(meetChanged("DROP TABLE FdbFaultTbl"), 0);
-    EXPECT_EQ(meetChanged("DROP TABLE FdbFaultStatisticTbl"), 0);
-    EXPECT_EQ(meetChanged("PRAGMA writable_schema=ON; DELETE FROM sqlite_master WHERE name='sqlite_sequence'"), 0);
-    EXPECT_EQ(meetChanged("DELETE FROM sqlite_sequence"), 0);
-    EXPECT_EQ(meetChanged("UPDATE sqlite_sequence SET seq='text'"), 0);
+    EXPECT_EQ(openAndUseChanged("DROP TABLE FdbFaultTbl"), 0);
+    EXPECT_EQ(openAndUseChanged("DROP TABLE FdbFaultStatisticTbl"), 0);
+    EXPECT_EQ(openAndUseChanged("PRAGMA writable_schema=ON; DELETE FROM sqlite_master WHERE name='sqlite_sequence'"),
+              0);
+    EXPECT_EQ(openAndUseChanged("DELETE FROM sqlite_sequence"), 0);
+    EXPECT_EQ(openAndUseChanged("UPDATE sqlite_sequence SET seq='text'"), 0);
 }
 
 TEST_F(DamagedFiles, WhenAllKeysAreUsedUpAnInsertFailsAndTheRestGoesOn)
@@ -103,11 +104,12 @@ TEST_F(DamagedFiles, WhenAllKeysAreUsedUpAnInsertFailsAndTheRestGoesOn)
 
 TEST_F(DamagedFiles, CellsOfOtherTypesAreReadAndWritten)
 {
-    EXPECT_EQ(meetChanged("UPDATE FdbFaultTbl SET FaultCode='text', TimeStampUTC=-1.5, Status=7, Description=x'00ff',"
+    EXPECT_EQ(
+        openAndUseChanged("UPDATE FdbFaultTbl SET FaultCode='text', TimeStampUTC=-1.5, Status=7, Description=x'00ff',"
                           "RdbStartupId='1'; UPDATE FdbFaultStatisticTbl SET OccurenceCnt=70000, FaultActive=NULL"),
-              0);
-    EXPECT_EQ(meetChanged("UPDATE FdbFaultTbl SET Description=NULL, FaultCode=NULL, Status=NULL"), 0);
-    EXPECT_EQ(meetChanged("UPDATE FdbFaultTbl SET Description=zeroblob(3000000)"), 0);
+        0);
+    EXPECT_EQ(openAndUseChanged("UPDATE FdbFaultTbl SET Description=NULL, FaultCode=NULL, Status=NULL"), 0);
+    EXPECT_EQ(openAndUseChanged("UPDATE FdbFaultTbl SET Description=zeroblob(3000000)"), 0);
 }
 
 TEST_F(DamagedFiles, ExtraColumnsAreServedInFull)
@@ -162,7 +164,7 @@ TEST_F(DamagedFiles, TriggersAreServedOrTheOperationFailsWhole)
             // SQLite refuses some of these triggers, so no file can contain them.
             if (sqlite3_exec(raw.handle(), (trigger + "; END").c_str(), nullptr, nullptr, nullptr) == SQLITE_OK)
             {
-                EXPECT_EQ(meet(file), 0);
+                EXPECT_EQ(openAndUse(file), 0);
                 EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
             }
         }
@@ -171,13 +173,16 @@ TEST_F(DamagedFiles, TriggersAreServedOrTheOperationFailsWhole)
 
 TEST_F(DamagedFiles, ViewsInPlaceOfTablesGiveCodes)
 {
-    EXPECT_EQ(meetChanged("ALTER TABLE FdbFaultTbl RENAME TO Old; CREATE VIEW FdbFaultTbl AS SELECT * FROM Old"), 0);
-    EXPECT_EQ(meetChanged("DROP TABLE FdbFaultTbl; CREATE VIEW FdbFaultTbl AS SELECT * FROM FdbFaultTbl"), 0);
-    EXPECT_EQ(meetChanged("DROP TABLE FdbFaultTbl; CREATE VIEW FdbFaultTbl AS SELECT 1, 'two'"), 0);
-    EXPECT_EQ(meetChanged("DROP TABLE FdbFaultStatisticTbl; CREATE VIEW FdbFaultStatisticTbl AS SELECT * FROM nowhere"),
+    EXPECT_EQ(openAndUseChanged("ALTER TABLE FdbFaultTbl RENAME TO Old; CREATE VIEW FdbFaultTbl AS SELECT * FROM Old"),
               0);
-    int const asView = meetChanged("DROP TABLE FdbVersionTbl; CREATE VIEW FdbVersionTbl AS "
-                                   "SELECT 1 AS VersionEntryId, 'FormatVersion' AS Component, '1.0.0' AS Version");
+    EXPECT_EQ(openAndUseChanged("DROP TABLE FdbFaultTbl; CREATE VIEW FdbFaultTbl AS SELECT * FROM FdbFaultTbl"), 0);
+    EXPECT_EQ(openAndUseChanged("DROP TABLE FdbFaultTbl; CREATE VIEW FdbFaultTbl AS SELECT 1, 'two'"), 0);
+    EXPECT_EQ(
+        openAndUseChanged("DROP TABLE FdbFaultStatisticTbl; CREATE VIEW FdbFaultStatisticTbl AS SELECT * FROM nowhere"),
+        0);
+    int const asView =
+        openAndUseChanged("DROP TABLE FdbVersionTbl; CREATE VIEW FdbVersionTbl AS "
+                          "SELECT 1 AS VersionEntryId, 'FormatVersion' AS Component, '1.0.0' AS Version");
     expectCode(asView);
 }
 

@@ -68,7 +68,7 @@ TEST_F(DamagedFiles, AnyDamagedHotJournalIsServedOrRefused)
         removeWithSidecars(copy);
         writeFile(copy, file);
         writeFile(copy + "-journal", damaged);
-        meet(copy);
+        openAndUse(copy);
     }
 }
 
@@ -102,7 +102,7 @@ TEST_F(DamagedFiles, TheJournalOfAnotherDatabaseIsServedOrRefused)
         removeWithSidecars(copy);
         writeFile(copy, file);
         writeFile(copy + "-journal", journal);
-        meet(copy);
+        openAndUse(copy);
     }
 }
 
@@ -132,7 +132,7 @@ TEST_F(DamagedFiles, AForeignOrDamagedWriteAheadLogIsServedOrRefused)
         {
             writeFile(copy + "-shm", index);
         }
-        meet(copy);
+        openAndUse(copy);
     }
 }
 

@@ -18,17 +18,17 @@ sqlite3_mem_methods realMethods;
 
 void* allocateForSqlite(int size)
 {
-    return sqlitePlan.strikes() ? nullptr : realMethods.xMalloc(size);
+    return sqlitePlan.mustFail() ? nullptr : realMethods.xMalloc(size);
 }
 
 void* reallocateForSqlite(void* block, int size)
 {
-    return sqlitePlan.strikes() ? nullptr : realMethods.xRealloc(block, size);
+    return sqlitePlan.mustFail() ? nullptr : realMethods.xRealloc(block, size);
 }
 
 void* allocate(std::size_t size) noexcept
 {
-    void* const block = newPlan.strikes() ? nullptr : std::malloc(size != 0 ? size : 1);
+    void* const block = newPlan.mustFail() ? nullptr : std::malloc(size != 0 ? size : 1);
     liveCount += block != nullptr ? 1 : 0;
     return block;
 }

@@ -19,9 +19,9 @@ long long sleptMicroseconds = 0;
 int sleepsToAction = 0;
 std::function<void()> sleepAction;
 
-bool strikes(FailingVfs::Kind kind)
+bool mustFail(FailingVfs::Kind kind)
 {
-    return kind == selectedKind && currentPlan.strikes();
+    return kind == selectedKind && currentPlan.mustFail();
 }
 
 /// An open file; the real file object follows it in the memory that SQLite provides.
@@ -38,51 +38,51 @@ sqlite3_file* realOf(sqlite3_file* file)
 
 /// Calls a method of the real file.
 template <auto Method, class... Arguments>
-int passOn(sqlite3_file* file, Arguments... arguments)
+int forward(sqlite3_file* file, Arguments... arguments)
 {
     return (realOf(file)->pMethods->*Method)(realOf(file), arguments...);
 }
 
-/// Like `passOn`, for a method that fails with `Code` when the plan says so.
+/// Like `forward`, for a method that fails with `Code` when the plan says so.
 template <FailingVfs::Kind Kind, int Code, auto Method, class... Arguments>
-int passOnOrFail(sqlite3_file* file, Arguments... arguments)
+int forwardOrFail(sqlite3_file* file, Arguments... arguments)
 {
-    return strikes(Kind) ? Code : passOn<Method>(file, arguments...);
+    return mustFail(Kind) ? Code : forward<Method>(file, arguments...);
 }
 
 int writeFile(sqlite3_file* file, void const* bytes, int size, sqlite3_int64 offset)
 {
-    if (strikes(FailingVfs::WRITE))
+    if (mustFail(FailingVfs::WRITE))
     {
         return SQLITE_IOERR_WRITE;
     }
-    if (strikes(FailingVfs::FULL_DISK))
+    if (mustFail(FailingVfs::FULL_DISK))
     {
         return SQLITE_FULL;
     }
-    if (strikes(FailingVfs::FULL_DISK_MIDWAY))
+    if (mustFail(FailingVfs::FULL_DISK_MIDWAY))
     {
-        static_cast<void>(passOn<&sqlite3_io_methods::xWrite>(file, bytes, size / 2, offset)); // Fails in any case.
+        static_cast<void>(forward<&sqlite3_io_methods::xWrite>(file, bytes, size / 2, offset)); // Fails in any case.
         return SQLITE_FULL;
     }
-    return passOn<&sqlite3_io_methods::xWrite>(file, bytes, size, offset);
+    return forward<&sqlite3_io_methods::xWrite>(file, bytes, size, offset);
 }
 
 int syncFile(sqlite3_file*, int)
 {
-    return strikes(FailingVfs::SYNC) ? SQLITE_IOERR_FSYNC : SQLITE_OK;
+    return mustFail(FailingVfs::SYNC) ? SQLITE_IOERR_FSYNC : SQLITE_OK;
 }
 
 int lockFile(sqlite3_file* file, int level)
 {
-    if (strikes(FailingVfs::LOCK_BUSY))
+    if (mustFail(FailingVfs::LOCK_BUSY))
     {
         return SQLITE_BUSY;
     }
-    return passOnOrFail<FailingVfs::LOCK_ERROR, SQLITE_IOERR_LOCK, &sqlite3_io_methods::xLock>(file, level);
+    return forwardOrFail<FailingVfs::LOCK_ERROR, SQLITE_IOERR_LOCK, &sqlite3_io_methods::xLock>(file, level);
 }
 
-/// SQLite calls this method whatever the version; `passOn` does not fit, as the method returns nothing.
+/// SQLite calls this method whatever the version; `forward` does not fit, as the method returns nothing.
 void shmBarrier(sqlite3_file* file)
 {
     realOf(file)->pMethods->xShmBarrier(realOf(file));
@@ -94,23 +94,23 @@ sqlite3_io_methods makeMethods()
 {
     sqlite3_io_methods methods = {};
     methods.iVersion = 2; // No memory mapping, so every read is a call.
-    methods.xClose = passOn<&Methods::xClose>;
-    methods.xRead = passOnOrFail<FailingVfs::READ, SQLITE_IOERR_READ, &Methods::xRead, void*, int, sqlite3_int64>;
+    methods.xClose = forward<&Methods::xClose>;
+    methods.xRead = forwardOrFail<FailingVfs::READ, SQLITE_IOERR_READ, &Methods::xRead, void*, int, sqlite3_int64>;
     methods.xWrite = writeFile;
-    methods.xTruncate = passOnOrFail<FailingVfs::TRUNCATE, SQLITE_IOERR_TRUNCATE, &Methods::xTruncate, sqlite3_int64>;
+    methods.xTruncate = forwardOrFail<FailingVfs::TRUNCATE, SQLITE_IOERR_TRUNCATE, &Methods::xTruncate, sqlite3_int64>;
     methods.xSync = syncFile;
-    methods.xFileSize = passOnOrFail<FailingVfs::FILE_SIZE, SQLITE_IOERR_FSTAT, &Methods::xFileSize, sqlite3_int64*>;
+    methods.xFileSize = forwardOrFail<FailingVfs::FILE_SIZE, SQLITE_IOERR_FSTAT, &Methods::xFileSize, sqlite3_int64*>;
     methods.xLock = lockFile;
-    methods.xUnlock = passOnOrFail<FailingVfs::UNLOCK, SQLITE_IOERR_UNLOCK, &Methods::xUnlock, int>;
+    methods.xUnlock = forwardOrFail<FailingVfs::UNLOCK, SQLITE_IOERR_UNLOCK, &Methods::xUnlock, int>;
     methods.xCheckReservedLock =
-        passOnOrFail<FailingVfs::CHECK_LOCK, SQLITE_IOERR_CHECKRESERVEDLOCK, &Methods::xCheckReservedLock, int*>;
-    methods.xFileControl = passOn<&Methods::xFileControl, int, void*>;
-    methods.xSectorSize = passOn<&Methods::xSectorSize>;
-    methods.xDeviceCharacteristics = passOn<&Methods::xDeviceCharacteristics>;
-    methods.xShmMap = passOn<&Methods::xShmMap, int, int, int, void volatile**>;
-    methods.xShmLock = passOn<&Methods::xShmLock, int, int, int>;
+        forwardOrFail<FailingVfs::CHECK_LOCK, SQLITE_IOERR_CHECKRESERVEDLOCK, &Methods::xCheckReservedLock, int*>;
+    methods.xFileControl = forward<&Methods::xFileControl, int, void*>;
+    methods.xSectorSize = forward<&Methods::xSectorSize>;
+    methods.xDeviceCharacteristics = forward<&Methods::xDeviceCharacteristics>;
+    methods.xShmMap = forward<&Methods::xShmMap, int, int, int, void volatile**>;
+    methods.xShmLock = forward<&Methods::xShmLock, int, int, int>;
     methods.xShmBarrier = shmBarrier;
-    methods.xShmUnmap = passOn<&Methods::xShmUnmap, int>;
+    methods.xShmUnmap = forward<&Methods::xShmUnmap, int>;
     return methods;
 }
 
@@ -118,7 +118,7 @@ int openFile(sqlite3_vfs*, char const* name, sqlite3_file* file, int flags, int*
 {
     static sqlite3_io_methods const methods = makeMethods();
     auto* const opened = new (file) File{{nullptr}, reinterpret_cast<sqlite3_file*>(reinterpret_cast<File*>(file) + 1)};
-    if (strikes(FailingVfs::OPEN))
+    if (mustFail(FailingVfs::OPEN))
     {
         return SQLITE_CANTOPEN;
     }
@@ -130,12 +130,12 @@ int openFile(sqlite3_vfs*, char const* name, sqlite3_file* file, int flags, int*
 int removeFile(sqlite3_vfs*, char const* name, int)
 {
     constexpr int kWithoutSync = 0;
-    return strikes(FailingVfs::REMOVE) ? SQLITE_IOERR_DELETE : realVfs->xDelete(realVfs, name, kWithoutSync);
+    return mustFail(FailingVfs::REMOVE) ? SQLITE_IOERR_DELETE : realVfs->xDelete(realVfs, name, kWithoutSync);
 }
 
 int accessFile(sqlite3_vfs*, char const* name, int flags, int* result)
 {
-    return strikes(FailingVfs::ACCESS) ? SQLITE_IOERR_ACCESS : realVfs->xAccess(realVfs, name, flags, result);
+    return mustFail(FailingVfs::ACCESS) ? SQLITE_IOERR_ACCESS : realVfs->xAccess(realVfs, name, flags, result);
 }
 
 int addToSleep(sqlite3_vfs*, int microseconds)
@@ -152,12 +152,12 @@ int addToSleep(sqlite3_vfs*, int microseconds)
 
 ssize_t readHalf(int file, void* bytes, std::size_t size, off64_t offset)
 {
-    return pread64(file, bytes, size > 1 && strikes(FailingVfs::SHORT_READ) ? size / 2 : size, offset);
+    return pread64(file, bytes, size > 1 && mustFail(FailingVfs::SHORT_READ) ? size / 2 : size, offset);
 }
 
 ssize_t writeHalf(int file, void const* bytes, std::size_t size, off64_t offset)
 {
-    return pwrite64(file, bytes, size > 1 && strikes(FailingVfs::SHORT_WRITE) ? size / 2 : size, offset);
+    return pwrite64(file, bytes, size > 1 && mustFail(FailingVfs::SHORT_WRITE) ? size / 2 : size, offset);
 }
 
 template <class Function>

@@ -27,7 +27,7 @@ public:
     void pause() { m_isCounting = false; }
 
     /// To be called in each call that can fail; returns true when this one must fail.
-    bool strikes()
+    bool mustFail()
     {
         if (!m_isCounting)
         {

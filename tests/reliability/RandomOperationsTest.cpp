@@ -66,13 +66,13 @@ private:
     void beginAnew();
     void open();
     void close();
-    void takeFromFile();
+    void readModelFromFile();
     void write();
     void writeVersion();
     void writeRefused();
     void callWithoutDatabase();
-    void callOutOfPlace();
-    void thinOut();
+    void callInWrongState();
+    void removeSomeRows();
     void read();
     void readFault();
     void readStatistic();
@@ -108,7 +108,7 @@ void RandomOperations::close()
 }
 
 /// Reads the file's content into the model, after a change by another program.
-void RandomOperations::takeFromFile()
+void RandomOperations::readModelFromFile()
 {
     auto const take = [](auto const& found, auto& rows)
     {
@@ -138,7 +138,7 @@ void RandomOperations::prepare()
         }
         close();
         RawDb(path).exec(GetParam().sql);
-        takeFromFile();
+        readModelFromFile();
     }
     open();
     expectIsModel();
@@ -162,7 +162,7 @@ void RandomOperations::step()
     }
     else if (choice < 93)
     {
-        below(2) == 0 ? writeRefused() : callOutOfPlace();
+        below(2) == 0 ? writeRefused() : callInWrongState();
     }
     else
     {
@@ -222,7 +222,7 @@ void RandomOperations::writeRefused()
     m_script.emplace(below(1U << 30U), model.lastFaultKey);
 }
 
-void RandomOperations::callOutOfPlace()
+void RandomOperations::callInWrongState()
 {
     ++refusals;
     FaultTbl faults;
@@ -259,7 +259,7 @@ void RandomOperations::callWithoutDatabase()
 }
 
 /// Removes rows, as another program would, to keep the tables short. Their keys are not used again.
-void RandomOperations::thinOut()
+void RandomOperations::removeSomeRows()
 {
     auto const half = std::next(model.faults.begin(), static_cast<std::ptrdiff_t>(model.faults.size() / 2));
     RawDb raw(path);
@@ -279,7 +279,7 @@ void RandomOperations::reopen()
     callWithoutDatabase();
     if (model.faults.size() > kMaxFaults)
     {
-        below(8) == 0 && !GetParam().compatibleMode ? beginAnew() : thinOut();
+        below(8) == 0 && !GetParam().compatibleMode ? beginAnew() : removeSomeRows();
     }
     open();
 }

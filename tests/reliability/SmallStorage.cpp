@@ -15,7 +15,7 @@ void writeText(char const* path, std::string const& text)
 }
 
 /// Moves the process to a private mount namespace; without root, this also needs a private user namespace.
-bool leaveMounts()
+bool enterPrivateMounts()
 {
     if (geteuid() == 0)
     {
@@ -53,7 +53,7 @@ void liftFileSize()
 
 int mountSmall(char const* path)
 {
-    bool const isMounted = leaveMounts() && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+    bool const isMounted = enterPrivateMounts() && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
                            mount("small", path, "tmpfs", 0, "size=320k") == 0;
     return isMounted ? 0 : errno;
 }
