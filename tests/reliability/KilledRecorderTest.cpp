@@ -164,8 +164,8 @@ TEST_F(KilledRecorders, LoseNoAcknowledgedEventAndKeepStatisticsCorrect)
         SCOPED_TRACE("round " + std::to_string(number) + " of seed " + std::to_string(kSeed));
         ASSERT_NO_FATAL_FAILURE(round(number));
     }
-    std::printf("killed recorders: %u rounds of 2 processes with 4 threads, %zu rows acknowledged; %zu rows of calls "
-                "that had not returned, %u commits rolled back\n",
+    std::printf("killed recorders: %u rounds of 2 processes with 4 threads, %zu rows acknowledged; %zu rows of "
+                "unfinished calls, %u commits rolled back\n",
                 kRounds, acknowledged(), unacknowledged, hotJournals);
     EXPECT_GT(acknowledged(), kRounds);
 }

@@ -177,7 +177,7 @@ TEST_F(ManyProcesses, AreAllServedAndNoneSeesHalfARow)
         EXPECT_TRUE(found.insert(fault.TimeStampUTC).second) << "duplicate: " << fault.TimeStampUTC;
     }
     EXPECT_EQ(RawDb(path).value("PRAGMA integrity_check"), "ok");
-    std::printf("many processes: %u writers of %u inserts, %u readers with %u reads; %u of the keys given back were "
+    std::printf("many processes: %u writers of %u inserts, %u readers with %u reads; %u of the returned keys were "
                 "another writer's\n",
                 kWriters, kInserts, kReaders, reads, countForeignKeys(writings, faults));
 }

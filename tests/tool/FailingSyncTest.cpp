@@ -125,8 +125,8 @@ protected:
                 }
             } while (hasFailed());
         }
-        std::printf("%s: stored after all %d, not stored %d, not known %d\n", arguments[0].c_str(), stored, notStored,
-                    notKnown);
+        std::printf("%s: stored despite the failure %d, not stored %d, unknown %d\n", arguments[0].c_str(), stored,
+                    notStored, notKnown);
         EXPECT_GT(stored + notStored, 0);
         EXPECT_GT(notKnown, 0);
     }
