@@ -186,7 +186,7 @@ TEST_F(DamagedFiles, ViewsInPlaceOfTablesGiveCodes)
     expectCode(asView);
 }
 
-TEST_F(DamagedFiles, ViewsAndTriggersThatDoNotEndAreInterrupted)
+TEST_F(DamagedFiles, EndlessViewsAndTriggersAreInterrupted)
 {
     // These yield no row, so they take only time.
     std::string const endless =

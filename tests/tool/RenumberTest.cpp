@@ -18,7 +18,7 @@ using TriggerTest = ChangeTest;
 
 } // namespace
 
-TEST_F(TriggerTest, ATriggerThatDoesNotEndIsEnded)
+TEST_F(TriggerTest, AnEndlessTriggerIsInterrupted)
 {
     std::string const endless =
         " ON FdbFaultTbl BEGIN SELECT count(*) FROM (WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL "
