@@ -50,20 +50,9 @@ int CommitQueue::open(std::string const& path, RecorderOptions const& options, T
             writer = std::make_unique<GroupWriter>(path, options);
             writer->open(deadline::bounded(timeout));
         }
-        catch (Failure const& failure)
+        catch (...)
         {
-            result = failure.result();
-            keep(problem, failure.text());
-        }
-        catch (std::bad_alloc const&)
-        {
-            result = HISTORY_FAILED;
-            keep(problem, path, kNoMemory);
-        }
-        catch (std::exception const& exception)
-        {
-            result = HISTORY_FAILED; // The application's std::cout may throw.
-            keep(problem, path, exception.what());
+            result = caughtResult(path, problem); // The application's std::cout may throw.
         }
     }
     m_isOpening = false;
@@ -228,20 +217,10 @@ void CommitQueue::lead(Call& call)
         m_writer->write(m_group, deadline::timeTo(end));
         tellStored();
     }
-    catch (Failure const& failure)
+    catch (...)
     {
-        result = failure.result() == HISTORY_BUSY && isCancelled() ? HISTORY_CANCELLED : failure.result();
-        keep(problem, failure.text());
-    }
-    catch (std::bad_alloc const&)
-    {
-        result = HISTORY_FAILED;
-        keep(problem, m_path, kNoMemory);
-    }
-    catch (std::exception const& exception)
-    {
-        result = HISTORY_FAILED;
-        keep(problem, m_path, exception.what());
+        result = caughtResult(m_path, problem);
+        result = result == HISTORY_BUSY && isCancelled() ? static_cast<int>(HISTORY_CANCELLED) : result;
     }
     m_isLed = false;
     if (result != HISTORY_OK)

@@ -69,6 +69,14 @@ void require(sqlite::Connection const& connection, int code)
     }
 }
 
+void requireOneChange(sqlite::Connection const& connection)
+{
+    if (sqlite3_changes(connection.get()) != 1)
+    {
+        throw sqlite::Error(nullptr, SQLITE_CONSTRAINT);
+    }
+}
+
 void keep(std::string& to, std::string_view text) noexcept
 {
     try
@@ -93,6 +101,28 @@ void keep(std::string& to, std::string_view path, std::string_view text) noexcep
     {
         to.clear();
     }
+}
+
+int caughtResult(std::string const& path, std::string& problem)
+{
+    try
+    {
+        throw;
+    }
+    catch (Failure const& failure)
+    {
+        keep(problem, failure.text());
+        return failure.result();
+    }
+    catch (std::bad_alloc const&)
+    {
+        keep(problem, path, kNoMemory);
+    }
+    catch (std::exception const& exception)
+    {
+        keep(problem, path, exception.what());
+    }
+    return HISTORY_FAILED;
 }
 
 bool isDamage(sqlite::Error const& error)

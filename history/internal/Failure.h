@@ -38,10 +38,17 @@ constexpr char kNotOpen[] = "the recorder is not open";
 /// Throws sqlite::Error unless a call of SQLite has returned SQLITE_OK.
 void require(sqlite::Connection const& connection, int code);
 
+/// Throws sqlite::Error unless the last statement changed exactly one row: a trigger of the file may skip the change.
+void requireOneChange(sqlite::Connection const& connection);
+
 /// Sets a text for `lastProblem`. Where memory is short, that costs the text and not what it is about.
 void keep(std::string& to, std::string_view text) noexcept;
 /// As above, with the name of the file before it.
 void keep(std::string& to, std::string_view path, std::string_view text) noexcept;
+
+/// Call it where an exception was caught: sets `problem` to its text, beginning with the file at `path`, and returns
+/// its result. An exception that is no std::exception passes through.
+int caughtResult(std::string const& path, std::string& problem);
 
 /// Whether `error` says that the content of the file is damaged, and not that it cannot be read at this time.
 bool isDamage(sqlite::Error const& error);

@@ -41,25 +41,14 @@ bool isName(std::string_view name)
     return !name.empty() && name != kMissingText && name.substr(0, kUnknown.size()) != kUnknown;
 }
 
-void requireOneChange(sqlite::Connection const& connection)
-{
-    if (sqlite3_changes(connection.get()) != 1)
-    {
-        throw sqlite::Error(nullptr, SQLITE_CONSTRAINT);
-    }
-}
-
 void FaultState::connect(sqlite::Connection const& connection)
 {
     unsigned int status = FAULT_ACTIVE;
     m_activeWord = m_faults.schema().convertValueToStr(FdbSqlFaultTbl::COLUMN_TYPE_CUSTOM, &status);
     BoundTable const& faults = m_faults.bound();
-    BoundTable const& statistics = m_statisticTable.bound();
     m_connection = &connection;
+    m_statistics.connect(connection);
     m_version = connection.prepare("PRAGMA data_version");
-    m_readStatistics = connection.prepare(join({statistics.selectText(), " ORDER BY ", statistics.key()}));
-    m_insertStatistic = connection.prepare(statistics.insertText());
-    m_updateStatistic = connection.prepare(statistics.updateText());
     m_readRows = connection.prepare(join({"SELECT ", faults.key(), ",", rowColumns(), " FROM ", faults.name(),
                                           " WHERE ", faults.key(), " > ?1 ORDER BY ", faults.key(), " LIMIT ?2"}));
     m_readMark = connection.prepare(join({"SELECT ", faults.column(FdbSqlFaultTbl::kFaultCodeColumn), ",",
@@ -71,19 +60,17 @@ void FaultState::connect(sqlite::Connection const& connection)
 
 void FaultState::disconnect()
 {
-    for (sqlite::Statement* const statement :
-         {&m_version, &m_readStatistics, &m_insertStatistic, &m_updateStatistic, &m_readRows, &m_readMark})
-    {
-        *statement = {};
-    }
+    m_statistics.disconnect();
+    m_version = {};
+    m_readRows = {};
+    m_readMark = {};
     m_connection = nullptr;
 }
 
 void FaultState::forget()
 {
     m_seenVersion.reset();
-    m_statistics.clear();
-    m_touched.clear();
+    m_statistics.forget();
     forgetSources();
 }
 
@@ -116,7 +103,7 @@ void FaultState::refresh()
     {
         return;
     }
-    readStatistics();
+    m_statistics.read();
     if (m_areSourcesKnown && !isLastSeenRowThere())
     {
         forgetSources(); // Keys may have begun anew, or an older row may be the newest of its triple.
@@ -126,17 +113,6 @@ void FaultState::refresh()
         forgetSources(); // Reading them anew takes long: not here, where others may have to wait for it.
     }
     m_seenVersion = version;
-}
-
-void FaultState::readStatistics()
-{
-    m_statistics.clear();
-    ResetAtEnd const end(m_readStatistics);
-    while (m_readStatistics.step())
-    {
-        FaultStatistic const& statistic = m_statisticTable.decode(m_readStatistics);
-        m_statistics.emplace(statistic.FaultCode, statistic); // The first one of a code.
-    }
 }
 
 void FaultState::loadSources()
@@ -252,69 +228,10 @@ bool FaultState::isActiveRow(std::int64_t key, std::uint32_t code, Source const&
            decodedText(m_readRows, 3) == source.second && decodedText(m_readRows, 4) == m_activeWord;
 }
 
-FaultStatistic& FaultState::statistic(std::uint32_t code)
-{
-    FaultStatistic& statistic = m_statistics[code];
-    statistic.FaultCode = static_cast<faultCode_t>(code);
-    return statistic;
-}
-
-void FaultState::writeStatistics()
-{
-    std::sort(m_touched.begin(), m_touched.end());
-    m_touched.erase(std::unique(m_touched.begin(), m_touched.end()), m_touched.end());
-    for (std::uint32_t const code : m_touched)
-    {
-        FaultStatistic& statistic = m_statistics[code];
-        m_statisticTable.record() = statistic;
-        if (statistic.EntryId == 0)
-        {
-            m_statisticTable.bound().bind(m_insertStatistic);
-            m_insertStatistic.run();
-            requireOneChange(*m_connection);
-            statistic.EntryId = static_cast<unsigned long long>(sqlite3_last_insert_rowid(m_connection->get()));
-        }
-        else
-        {
-            m_statisticTable.bound().bind(m_updateStatistic, static_cast<std::int64_t>(statistic.EntryId));
-            m_updateStatistic.run();
-            requireOneChange(*m_connection);
-        }
-    }
-    m_written.swap(m_touched);
-    m_touched.clear();
-}
-
-std::vector<FaultStatistic> FaultState::written() const
-{
-    std::vector<FaultStatistic> statistics;
-    for (std::uint32_t const code : m_written)
-    {
-        statistics.push_back(m_statistics.at(code));
-    }
-    return statistics;
-}
-
-bool FaultState::holds(std::vector<FaultStatistic> const& statistics)
-{
-    sqlite::Statement match = m_connection->prepare(m_statisticTable.bound().matchText());
-    for (FaultStatistic const& statistic : statistics)
-    {
-        m_statisticTable.record() = statistic;
-        m_statisticTable.bound().bind(match, static_cast<std::int64_t>(statistic.EntryId));
-        if (!match.step())
-        {
-            return false;
-        }
-        match.reset();
-    }
-    return true;
-}
-
 std::vector<std::int64_t> FaultState::neededKeys() const
 {
     std::vector<std::int64_t> keys;
-    for (auto const& [code, statistic] : m_statistics)
+    for (auto const& [code, statistic] : m_statistics.all())
     {
         if (statistic.FaultActive == FAULT_ACTIVE)
         {
@@ -346,13 +263,9 @@ void FaultState::rowWritten(Fault const& row, std::int64_t key)
 
 unsigned int FaultState::lastStartup()
 {
-    BoundTable const& statistics = m_statisticTable.bound();
     auto const newest = static_cast<unsigned int>(
         m_connection->number(selectNewest(m_faults.bound().column(FdbSqlFaultTbl::kRdbStartupIdColumn))));
-    auto const largest = static_cast<unsigned int>(
-        m_connection->number(join({"SELECT max(", statistics.column(FdbSqlFaultStatisticTbl::kRdbStartupIdColumn),
-                                   ") FROM ", statistics.name()})));
-    return std::max(newest, largest);
+    return std::max(newest, m_statistics.lastStartup());
 }
 
 /// Reads one cell of the newest fault.
@@ -393,9 +306,9 @@ std::optional<unsigned long long> FaultState::lastTimeStamp()
 
 void FaultState::committed()
 {
+    m_statistics.committed();
     m_active.committed();
     m_hasNewName = false;
-    m_written.clear();
     m_seenBefore = m_seen;
 }
 
@@ -407,8 +320,7 @@ void FaultState::rolledBack()
     {
         forgetSources();
     }
-    m_touched.clear();
-    m_written.clear();
+    m_statistics.rolledBack();
     m_seenVersion.reset();
 }
 

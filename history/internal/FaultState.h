@@ -2,6 +2,7 @@
 
 #include <db/internal/Sqlite.h>
 #include <history/internal/ActiveTriples.h>
+#include <history/internal/StatisticMemory.h>
 #include <history/internal/Tables.h>
 
 #include <cstddef>
@@ -18,9 +19,6 @@ namespace firaim
 
 /// Whether a row tells more of a code by this name than its number.
 bool isName(std::string_view name);
-
-/// Fails unless the statement that was run last has changed a row: a trigger of the file can pass over it.
-void requireOneChange(sqlite::Connection const& connection);
 
 /// A recorder's memory of its file: the statistics, and which triples are active.
 ///
@@ -45,19 +43,8 @@ public:
     void loadSources();
     bool areSourcesKnown() const { return m_areSourcesKnown; }
 
-    /// The statistic of a code; one with the key 0 where the file has none yet.
-    FaultStatistic& statistic(std::uint32_t code);
-    /// The statistic has been changed and is to be written.
-    void touch(std::uint32_t code) { m_touched.push_back(code); }
-    /// Writes the statistics that were touched.
-    void writeStatistics();
-    /// The statistics that this transaction has written.
-    std::vector<FaultStatistic> written() const;
-    /// Whether the file holds exactly these rows.
-    bool holds(std::vector<FaultStatistic> const& statistics);
-    /// All statistics by code.
-    std::map<std::uint32_t, FaultStatistic>& statistics() { return m_statistics; }
-    std::map<std::uint32_t, FaultStatistic> const& statistics() const { return m_statistics; }
+    StatisticMemory& statistics() { return m_statistics; }
+    StatisticMemory const& statistics() const { return m_statistics; }
 
     /// The key of the row that made a triple active; none when it is not active. The triples must be known.
     std::optional<std::int64_t> activeKey(std::uint32_t code, SourceView const& source) const
@@ -96,7 +83,6 @@ private:
     };
 
     void forgetSources();
-    void readStatistics();
     std::optional<RowMark> markOf(std::int64_t key);
     bool isLastSeenRowThere();
     void readAllSources();
@@ -108,21 +94,15 @@ private:
     std::string selectNewest(std::string const& column) const;
 
     FaultTable m_faults;
-    StatisticTable m_statisticTable;
     std::string m_activeWord; ///< of the status of a fault
 
     sqlite::Connection const* m_connection = nullptr;
     sqlite::Statement m_version;
-    sqlite::Statement m_readStatistics;
-    sqlite::Statement m_insertStatistic;
-    sqlite::Statement m_updateStatistic;
     sqlite::Statement m_readRows;
     sqlite::Statement m_readMark;
 
     std::optional<std::int64_t> m_seenVersion; ///< of the file, as SQLite counts what others write
-    std::map<std::uint32_t, FaultStatistic> m_statistics;
-    std::vector<std::uint32_t> m_touched;
-    std::vector<std::uint32_t> m_written; ///< codes of statistics
+    StatisticMemory m_statistics;
     ActiveTriples m_active;
     std::map<std::uint32_t, std::string> m_names; ///< see `nameInFaults`
     std::string const m_noName;

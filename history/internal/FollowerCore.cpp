@@ -46,7 +46,10 @@ FaultFollower::Core::Core(ReaderCore const& reader, FollowPosition const& positi
     {
         m_core->connection().waitFor({kBusyTimeout, m_options.isCancelled});
     }
-    m_areStatisticsKnown = m_areStatisticsKnown || result == HISTORY_NO_FILE; // There are none.
+    if (result == HISTORY_NO_FILE)
+    {
+        m_statistics.setNoFile();
+    }
 }
 
 int FaultFollower::Core::take(Fault& fault)
@@ -256,8 +259,6 @@ int FaultFollower::Core::beginAnew(std::string const& reason)
     m_rows.m_state->restart({});
     m_isMore = true;
     m_statistics.clear();
-    m_statisticVersion.reset();
-    m_changed.clear();
     return tell(HISTORY_FILE_REPLACED, m_path.given() + ": " + reason);
 }
 
@@ -270,10 +271,7 @@ int FaultFollower::Core::reopen(milliseconds busyTimeout)
     if (result == HISTORY_OK)
     {
         m_rows = m_core->rows(HistoryTable::FAULTS, FaultQuery::OLDEST_FIRST);
-        if (!m_areStatisticsKnown)
-        {
-            m_areStatisticsKnown = compareStatistics(false) == HISTORY_OK;
-        }
+        m_statistics.readFirst(*m_core);
     }
     return result;
 }
@@ -284,7 +282,7 @@ void FaultFollower::Core::drop()
     m_rows = m_core->rows(HistoryTable::FAULTS, FaultQuery::OLDEST_FIRST);
     m_version.reset();
     m_comparedVersion.reset();
-    m_statisticVersion.reset();
+    m_statistics.forgetVersion();
 }
 
 int FaultFollower::Core::tell(int result, std::string const& problem)
@@ -310,56 +308,19 @@ int FaultFollower::Core::tellOnce(int result, std::string const& problem)
 
 int FaultFollower::Core::takeStatistic(FaultStatistic& statistic)
 {
-    if (m_changed.empty() && m_core->isOpen())
+    if (m_statistics.isEmpty() && m_core->isOpen())
     {
-        int const result = compareStatistics(true);
+        int const result = m_statistics.compare(*m_core);
         if (result != HISTORY_OK)
         {
             return tell(result, m_core->problem());
         }
     }
-    if (m_changed.empty())
+    if (m_statistics.isEmpty())
     {
         return HISTORY_END;
     }
-    statistic = m_changed.front();
-    m_changed.pop_front();
-    return HISTORY_OK;
-}
-
-/// Sees which statistics have changed. HISTORY_OK or below 0.
-int FaultFollower::Core::compareStatistics(bool isTold)
-{
-    std::int64_t version = 0;
-    try
-    {
-        version = m_core->connection().number("PRAGMA data_version");
-    }
-    catch (...)
-    {
-        return m_core->fail();
-    }
-    if (m_statisticVersion == version)
-    {
-        return HISTORY_OK;
-    }
-    RowCursor rows = m_core->rows(HistoryTable::STATISTICS, FaultQuery::OLDEST_FIRST);
-    int result = rows.next();
-    for (; result == HISTORY_OK; result = rows.next())
-    {
-        std::uint64_t const hash = hashOf(rows.row());
-        auto const [known, isNew] = m_statistics.emplace(rows.key(), hash);
-        if (isTold && (isNew || known->second != hash))
-        {
-            m_changed.push_back(m_core->statistics().decode(rows.row()));
-        }
-        known->second = hash;
-    }
-    if (result != HISTORY_END)
-    {
-        return result;
-    }
-    m_statisticVersion = version;
+    statistic = m_statistics.pop();
     return HISTORY_OK;
 }
 
@@ -367,7 +328,7 @@ bool FaultFollower::Core::hasMore() const
 {
     // A file that was never looked at, unless something is in the way.
     bool const isNew = !m_version && m_told == HISTORY_OK && !m_wasBusy;
-    return m_rows.m_state->hasNext() || lastRemoved() || !m_changed.empty() || m_isMore || isNew;
+    return m_rows.m_state->hasNext() || lastRemoved() || !m_statistics.isEmpty() || m_isMore || isNew;
 }
 
 bool FaultFollower::Core::waitForChange(milliseconds longest)

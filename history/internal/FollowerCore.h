@@ -5,10 +5,9 @@
 #include <history/internal/QueryFilter.h>
 #include <history/internal/ReaderCore.h>
 #include <history/internal/RowCursorState.h>
+#include <history/internal/StatisticChanges.h>
 
 #include <cstdint>
-#include <deque>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -47,7 +46,6 @@ private:
     void drop();
     int tell(int result, std::string const& problem);
     int tellOnce(int result, std::string const& problem);
-    int compareStatistics(bool isTold);
 
     FilePath const m_path;
     ReaderOptions const m_options;
@@ -65,10 +63,7 @@ private:
     bool m_wasBusy = false;                        ///< a writer was at work when the file was looked at last
     std::chrono::steady_clock::time_point m_lastEvent; ///< when the system last told of a change in a log
 
-    std::map<std::int64_t, std::uint64_t> m_statistics; ///< hashes by key, as they were last
-    std::optional<std::int64_t> m_statisticVersion;     ///< as `m_version`
-    bool m_areStatisticsKnown = false;
-    std::deque<FaultStatistic> m_changed;
+    StatisticChanges m_statistics;
 
     int m_told = HISTORY_OK; ///< why the file cannot be looked at, as last said
     std::string m_problem;

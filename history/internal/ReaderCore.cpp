@@ -3,6 +3,7 @@
 #include <db/internal/Join.h>
 #include <db/internal/ReadOnlyOpening.h>
 #include <history/internal/Deadline.h>
+#include <history/internal/RowBatch.h>
 
 #include <algorithm>
 
@@ -180,6 +181,11 @@ ReaderCore::QueryText ReaderCore::describe(BoundTable const& table) const
 RowCursor ReaderCore::rows(HistoryTable table, FaultQuery::Order order, RowCursor::KeyRange range)
 {
     return RowCursor(shared_from_this(), table, order, range);
+}
+
+RowView ReaderCore::rowOf(RowCursor const& cursor)
+{
+    return cursor.row();
 }
 
 sqlite::Statement ReaderCore::prepareRows(HistoryTable table, FaultQuery::Order order) const

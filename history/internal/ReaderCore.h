@@ -36,6 +36,8 @@ public:
     ReaderOptions const& options() const { return m_options; }
 
     RowCursor rows(HistoryTable table, FaultQuery::Order order, RowCursor::KeyRange range = {});
+    /// The present row of `cursor`, for code that decodes it.
+    static RowView rowOf(RowCursor const& cursor);
 
     /// The rows of a table from the key ?1 to the key ?2, ?3 at most, in the order of their keys: the cells of the file
     /// format, then the key.

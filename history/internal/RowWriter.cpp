@@ -2,6 +2,7 @@
 
 #include <db/FaultCode.h>
 #include <db/internal/Join.h>
+#include <history/internal/Failure.h>
 
 #include <algorithm>
 #include <limits>
@@ -15,7 +16,7 @@ namespace firaim
 RowWriter::RowWriter(RecorderOptions const& options)
     : m_options(options), m_startupId(options.startupId),
       m_isStartupChosen(options.startup == RecorderOptions::GIVEN_STARTUP), m_timeUnit(options.timeUnit),
-      m_counter(m_state), m_retention(options.keepNewest)
+      m_counter(m_state.statistics()), m_retention(options.keepNewest)
 {
 }
 
@@ -75,8 +76,8 @@ bool RowWriter::needsSources(Request const& request)
 bool RowWriter::needsName(FaultEvent const& event)
 {
     auto const code = static_cast<std::uint32_t>(event.code);
-    auto const statistic = m_state.statistics().find(code);
-    bool const hasStatistic = statistic != m_state.statistics().end();
+    auto const statistic = m_state.statistics().all().find(code);
+    bool const hasStatistic = statistic != m_state.statistics().all().end();
     return !event.codeName && !isName(builtInNameOf(code)) &&
            !(hasStatistic && isName(statistic->second.FaultCodeName));
 }
@@ -104,7 +105,7 @@ void RowWriter::write(std::vector<Request*> const& group)
         request->keys.clear();
         apply(*request);
     }
-    m_state.writeStatistics();
+    m_state.statistics().write();
 }
 
 void RowWriter::prune()
@@ -119,7 +120,7 @@ void RowWriter::prune()
 
 RowWriter::Outcome RowWriter::outcome() const
 {
-    return {m_state.written(), m_counter.countedInCycle()};
+    return {m_state.statistics().written(), m_counter.countedInCycle()};
 }
 
 void RowWriter::committed()
@@ -165,7 +166,7 @@ bool RowWriter::isStored(Outcome const& outcome)
 {
     if (m_rows.empty())
     {
-        return m_state.holds(outcome.statistics);
+        return m_state.statistics().holds(outcome.statistics);
     }
     sqlite::Statement match = m_connection->prepare(m_faults.bound().matchText());
     for (Row const& row : m_rows)
@@ -233,7 +234,7 @@ void RowWriter::apply(Request& request)
 bool RowWriter::isThere(Request& request)
 {
     FaultEvent const& event = *request.event;
-    FaultStatistic const& statistic = m_state.statistic(static_cast<std::uint32_t>(event.code));
+    FaultStatistic const& statistic = m_state.statistics().of(static_cast<std::uint32_t>(event.code));
     fillRow({&request,
              {event.module, event.parameter},
              event.status,
@@ -253,7 +254,7 @@ void RowWriter::applyClearCode(Request& request)
     {
         request.sources.push_back(source);
     }
-    if (request.sources.empty() && m_state.statistic(code).FaultActive == FAULT_ACTIVE)
+    if (request.sources.empty() && m_state.statistics().of(code).FaultActive == FAULT_ACTIVE)
     {
         request.sources.emplace_back(request.event->module, request.event->parameter);
     }
@@ -272,7 +273,7 @@ void RowWriter::applyStorm(Request& request)
 {
     Storms::Report const& storm = *request.storm;
     FaultEvent const& event = storm.event;
-    FaultStatistic& statistic = m_state.statistic(static_cast<std::uint32_t>(event.code));
+    FaultStatistic& statistic = m_state.statistics().of(static_cast<std::uint32_t>(event.code));
     statistic.FaultCodeName = codeNameOf(event, statistic);
     m_counter.count(statistic, {storm.uncounted.actives, request.order,
                                 event.time.value_or(firaim::stampOf(storm.uncounted.lastTime, m_timeUnit).value_or(0)),
@@ -292,7 +293,7 @@ RowWriter::Row const& RowWriter::writeRow(Request& request, SourceView const& so
 {
     FaultEvent const& event = *request.event;
     auto const code = static_cast<std::uint32_t>(event.code);
-    m_rows.push_back({&request, source, status, codeNameOf(event, m_state.statistic(code)), &description, 0});
+    m_rows.push_back({&request, source, status, codeNameOf(event, m_state.statistics().of(code)), &description, 0});
     Row& row = m_rows.back();
     fillRow(row);
     m_faults.bound().bind(m_insert);
@@ -341,7 +342,7 @@ std::string const& RowWriter::timeZoneOf(FaultEvent const& event) const
 void RowWriter::keepStatistic(Row const& row)
 {
     Fault const& fault = m_faults.record();
-    FaultStatistic& statistic = m_state.statistic(fault.FaultCode);
+    FaultStatistic& statistic = m_state.statistics().of(fault.FaultCode);
     statistic.FaultCodeName = row.codeName;
     if (row.status == FAULT_ACTIVE)
     {
@@ -357,7 +358,7 @@ void RowWriter::keepState(Row const& row, FaultStatistic& statistic)
     statistic.FaultActive = isActive ? FAULT_ACTIVE : FAULT_INACTIVE;
     statistic.FaultEntryId = static_cast<unsigned long long>(row.key);
     statistic.RdbStartupId = m_faults.record().RdbStartupId;
-    m_state.touch(statistic.FaultCode);
+    m_state.statistics().touch(statistic.FaultCode);
 }
 
 /// The name that a row of the event's code gets.

@@ -43,7 +43,7 @@ void StatisticCounter::count(FaultStatistic& statistic, Occurrences const& occur
         keepCountedInCycle();
         m_countedInCycle.insert(statistic.FaultCode);
     }
-    m_state.touch(statistic.FaultCode);
+    m_statistics.touch(statistic.FaultCode);
 }
 
 void StatisticCounter::countRow(FaultStatistic& statistic, Occurrences const& occurrence)
@@ -54,12 +54,12 @@ void StatisticCounter::countRow(FaultStatistic& statistic, Occurrences const& oc
 
 void StatisticCounter::endCycle()
 {
-    for (auto& [code, statistic] : m_state.statistics())
+    for (auto& [code, statistic] : m_statistics.all())
     {
         if (statistic.FaultActive == FAULT_ACTIVE && m_countedInCycle.count(code) == 0)
         {
             add(statistic.FaultActiveCycleCnt, 1);
-            m_state.touch(code);
+            m_statistics.touch(code);
         }
     }
     keepCountedInCycle();

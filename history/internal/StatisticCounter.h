@@ -1,6 +1,6 @@
 #pragma once
 
-#include <history/internal/FaultState.h>
+#include <history/internal/StatisticMemory.h>
 
 #include <cstdint>
 #include <map>
@@ -11,8 +11,8 @@
 namespace firaim
 {
 
-/// Counts occurrences and active cycles in the statistics that a FaultState remembers; see FaultRecorder for what they
-/// mean. It is called inside a transaction, and `committed` or `rolledBack` says what became of that.
+/// Counts occurrences and active cycles in the statistics of a StatisticMemory, as FaultRecorder
+/// describes them. It is called inside a transaction, and `committed` or `rolledBack` says what became of that.
 class StatisticCounter
 {
 public:
@@ -25,8 +25,8 @@ public:
         std::string const& timeZone;
     };
 
-    /// `state` must outlive this object.
-    explicit StatisticCounter(FaultState& state) : m_state(state) {}
+    /// `statistics` must outlive this object.
+    explicit StatisticCounter(StatisticMemory& statistics) : m_statistics(statistics) {}
     StatisticCounter(StatisticCounter const&) = delete;
     StatisticCounter& operator=(StatisticCounter const&) = delete;
 
@@ -50,7 +50,7 @@ public:
 private:
     void keepCountedInCycle();
 
-    FaultState& m_state;
+    StatisticMemory& m_statistics;
     std::map<std::uint32_t, std::uint64_t> m_lastOrder; ///< of each code's last occurrence
     std::set<std::uint32_t> m_countedInCycle;           ///< see `countedInCycle`
     /// The same before this transaction, if that has changed it: few do.
