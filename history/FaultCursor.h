@@ -14,8 +14,8 @@
 namespace firaim
 {
 
-/// The faults that a query asks for, one after the other; FaultReader hands it out. What RowCursor says of batches,
-/// locks, snapshots, moving and the life of the file holds here too.
+/// Returns the faults that match a query, one by one. Made by FaultReader::faults. Batches, locks, snapshots, moving
+/// and the life of the file are as for RowCursor.
 class FIRAIM_EXPORT FaultCursor
 {
 public:
@@ -23,21 +23,22 @@ public:
     FaultCursor& operator=(FaultCursor&& other) noexcept; ///< see the class
     ~FaultCursor();
 
-    /// Reads the next fault. Cells are decoded as the library decodes them, damaged ones included, with its reports on
-    /// standard output; a status that is NULL is read as inactive. Results as of RowCursor::next; with any but
-    /// HISTORY_OK, `fault` is left as it was.
+    /// Reads the next fault. Decodes cells as the library does, damaged ones included, with its reports on standard
+    /// output; a NULL status is read as inactive. Results as for RowCursor::next; with any but HISTORY_OK, `fault` is
+    /// unchanged.
     int next(Fault& fault);
 
-    /// The fault that was read last, as the file holds it; to be looked at only.
+    /// The fault read last, as the file holds it. Do not call its `next`.
     RowCursor const& row() const;
     std::int64_t key() const { return row().key(); }     ///< as RowCursor::key
     double progress() const { return row().progress(); } ///< as RowCursor::progress
 
-    /// The key of the last row that was read, also where the filter refused it; none before the first. A query with it
-    /// as `afterKey` (oldest first) or `beforeKey` (newest first) goes on from there.
+    /// The key of the last row read, also if the query did not match it; none before the first. To continue, pass it as
+    /// `afterKey` (oldest first) or `beforeKey` (newest first) of another query.
     std::optional<std::int64_t> position() const;
 
-    /// For FaultReader::follow: behind the fault that was read last; requires that `next` has just given one.
+    /// The position behind the fault read last, for FaultReader::follow; requires that `next` has just returned
+    /// HISTORY_OK.
     FollowPosition followPosition() const;
 
 private:

@@ -10,8 +10,8 @@
 namespace firaim
 {
 
-/// Which faults are wanted, and in what order; what is left out does not matter. Nothing of it ever becomes SQL text:
-/// the decoded values are compared.
+/// Selects faults and their order. A member left out selects all. No member ever becomes SQL text: decoded
+/// values are compared.
 struct FaultQuery
 {
     /// Order of the keys.
@@ -26,15 +26,15 @@ struct FaultQuery
     std::vector<std::string> modules;      ///< any of these, byte by byte
     std::vector<unsigned int> startups;    ///< any of these start-up ids
     bool isActiveOnly = false;             ///< recorded as active
-    std::optional<std::int64_t> since;     ///< dated then or later, in milliseconds since 1970 UTC
-    std::optional<std::int64_t> until;     ///< dated before then
-    TimeUnit timeUnit = TimeUnit::GUESSED; ///< of the stamps in the file, for `since` and `until`
-    /// Mentioned in description, parameter, module, code name, signals file or configuration backup, whatever the case
-    /// of the letters A to Z.
+    std::optional<std::int64_t> since;     ///< time of the fault, milliseconds since 1970-01-01 UTC, not before this
+    std::optional<std::int64_t> until;     ///< time of the fault, milliseconds since 1970-01-01 UTC, before this
+    TimeUnit timeUnit = TimeUnit::GUESSED; ///< unit of the time stamps in the file, for `since` and `until`
+    /// Part of the description, parameter, module, code name, signals file or configuration backup; letters A to Z
+    /// match in either case.
     std::optional<std::string> text;
-    std::optional<std::int64_t> afterKey;  ///< with a larger key
-    std::optional<std::int64_t> beforeKey; ///< with a smaller key
-    std::optional<std::uint64_t> limit;    ///< no more than the first so many of them
+    std::optional<std::int64_t> afterKey;  ///< a larger key
+    std::optional<std::int64_t> beforeKey; ///< a smaller key
+    std::optional<std::uint64_t> limit;    ///< at most so many faults
 };
 
 } // namespace firaim

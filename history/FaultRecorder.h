@@ -21,191 +21,219 @@ namespace firaim
 struct Receipt
 {
     int result = HISTORY_INVALID_STATE; ///< a HistoryResult
-    /// The key of the row: of the one that was written, with HISTORY_OK; of the one that made the triple active, when
-    /// `raise` gives HISTORY_UNCHANGED; otherwise 0.
+    /// The key of the written row with HISTORY_OK; the key of the row that made the triple active when `raise` returns
+    /// HISTORY_UNCHANGED; otherwise 0.
     unsigned long long key = 0;
 };
 
-/// How a recorder works. The defaults suit an application that starts once with its device.
+/// Options of a recorder. The defaults suit an application that starts once with its device.
 struct RecorderOptions
 {
-    /// Which start-up id is recorded under.
+    /// Selects the start-up id of the recorded rows.
     enum StartupMode
     {
-        NEXT_STARTUP,  ///< one more than the largest that the newest fault and the statistics have; 1 in a new file
-        SAME_STARTUP,  ///< that largest one, for a further process of the same start-up, once the first has recorded
-                       ///< something; 0 in a new file
-        GIVEN_STARTUP, ///< `startupId`
+        NEXT_STARTUP,  ///< the largest id of the newest fault and the statistics, plus one; 1 in a new file
+        SAME_STARTUP,  ///< that largest id, for another process of the same start-up, once the first process has
+                       ///< recorded something; 0 in a new file
+        GIVEN_STARTUP, ///< the member `startupId`
     };
 
-    StartupMode startup = NEXT_STARTUP; ///< where the id comes from
-    unsigned int startupId = 0;         ///< for GIVEN_STARTUP
+    StartupMode startup = NEXT_STARTUP; ///< selects the id
+    unsigned int startupId = 0;         ///< the id, for GIVEN_STARTUP
 
-    /// Unit of the time stamps that the recorder fills in; GUESSED: that of the newest fault, milliseconds without one.
+    /// Unit of the time stamps that the recorder fills in. GUESSED: that of the newest fault; milliseconds without a
+    /// fault.
     TimeUnit timeUnit = TimeUnit::GUESSED;
-    std::string timeZone = "UTC"; ///< of an event that names none
+    std::string timeZone = "UTC"; ///< time zone of an event that gives none
 
-    /// Whether somebody wants a waiting call to end; null: nobody. It is called often, by any thread that waits, and
-    /// must not call the recorder.
+    /// Returns true when a waiting call shall end early; may be null. Any waiting thread calls it often; it must not
+    /// call the recorder.
     bool (*isCancelled)() = nullptr;
 
-    std::size_t queueLimit = 1024; ///< most events that `post` holds
-    bool doesPostWait = false;     ///< for room in a full queue, as long as its timeout says
-    /// Told by `close` and the destructor how many posted or counted events could not be recorded, when there are any.
+    std::size_t queueLimit = 1024; ///< the most events that `post` holds
+    bool doesPostWait = false;     ///< whether `post` waits for room in a full queue, up to its timeout
+    /// Called by `close` and the destructor with the number of posted or counted events that could not be recorded,
+    /// unless it is 0.
     std::function<void(std::uint64_t)> onLost;
 
-    /// Limits the rows of a triple that `record` writes: so many at once, then so many a minute, on the clock that
-    /// nobody sets. 0: no limit. What is above it is a storm: counted, without a row of its own.
+    /// Limits the rows that `record` writes for each triple: up to `stormBurst` at once, then `stormRowsPerMinute`,
+    /// measured on the monotonic clock. Events above the limit are a storm: they are counted and get no row of their
+    /// own. 0: no limit.
     unsigned int stormBurst = 0;
     unsigned int stormRowsPerMinute = 6; ///< at least 1
 
-    /// Keeps the newest so many keys: rows with older ones are removed as new ones are recorded, but for the newest row
-    /// of each active triple and those that an active statistic refers to. Keys are never used again. 0 keeps all.
+    /// Keeps the newest `keepNewest` keys. Recording new rows removes rows with older keys, except the newest row of
+    /// each active triple and rows that an active statistic refers to. Keys are never used again. 0 keeps all rows.
     std::uint64_t keepNewest = 0;
 
-    /// How to deal with a damaged fault database, in `open` or, once damage has been met twice, later. With a code, it
-    /// is copied aside (file, journal and log, to the same name with ".aside-", date and number), and its content is
-    /// replaced in place, in one transaction, by that of a new one, whose first fault tells under this code what
-    /// happened. Without a code, `open` refuses the file. A file of which nothing tells that it is a fault database is
-    /// left as it is in any case. HISTORY_BUSY where others keep it locked; a file in write-ahead-log mode is also left
-    /// while another process has it open, even idle.
+    /// How to deal with a damaged fault database, found by `open` or, later, when damage is met a second time.
+    ///
+    /// Without a code, `open` refuses the file. With a code, the file is copied aside with its journal and log (to the
+    /// same name with ".aside-", date and number). Its content is then replaced in place, in one transaction, by that
+    /// of a new database, whose first fault reports the damage under this code.
+    ///
+    /// A file that cannot be recognised as a fault database is never touched. HISTORY_BUSY while other processes keep
+    /// the file locked; a file in write-ahead-log mode is also left while another process has it open, even idle.
     std::optional<std::uint32_t> setAsideCode;
 };
 
 /// Records faults and keeps the statistic of each fault code, in one call and one transaction.
 ///
-/// | when this has returned                    | this is on the storage                                        |
+/// | after this call and result                | this is on the storage                                        |
 /// |-------------------------------------------|---------------------------------------------------------------|
-/// | `record`, `raise`, `clear`, HISTORY_OK    | the row and the statistic of its code                         |
+/// | `record`, `raise`, `clear`: HISTORY_OK    | the row and the statistic of its code                         |
 /// | `recordAll`                               | each event whose receipt says HISTORY_OK, with its statistic  |
-/// | `clearCode`, `endCycle`, HISTORY_OK       | all of it                                                     |
-/// | `record`, HISTORY_COUNTED                 | nothing yet; the statistic within 1 s, the number that a      |
-/// |                                           | storm had at its end, in one row                              |
-/// | `post`, HISTORY_QUEUED                    | nothing yet                                                   |
-/// | `flush`, `close`, HISTORY_OK              | all that was posted and counted before                        |
+/// | `clearCode`, `endCycle`: HISTORY_OK       | all of it                                                     |
+/// | `record`: HISTORY_COUNTED                 | nothing yet; the statistic within 1 s; at the end of the      |
+/// |                                           | storm, one row with the number of counted events              |
+/// | `post`: HISTORY_QUEUED                    | nothing yet                                                   |
+/// | `flush`, `close`: HISTORY_OK              | everything posted and counted before                          |
 /// | `record`, `raise`, `clear`, `clearCode`,  | nothing of it                                                 |
-/// | `endCycle`, a code below 0                |                                                               |
-/// | any of these, HISTORY_UNKNOWN             | all of it or nothing of it; nobody can tell now               |
+/// | `endCycle`: a code below 0                |                                                               |
+/// | any of these: HISTORY_UNKNOWN             | all of it or nothing of it; this cannot be known now          |
 ///
 /// Data on the storage survives a power cut, a crash and a kill.
 ///
-/// State belongs to the triple of code, module and parameter: a triple is active while its newest row is. `record`
-/// always writes a row and so sets the state; `raise` and `clear` write at an edge only.
+/// State belongs to the triple of code, module and parameter: a triple is active while its newest row is active.
+/// `record` always writes a row and so sets the state; `raise` and `clear` write only when the state changes.
 ///
-/// Statistics, one row for each code: a row that is recorded as active counts the occurrence and its first active
-/// cycle; `endCycle` counts one further cycle for every active code that this recorder has not recorded as active since
-/// its last `endCycle`, so one recorder counts the cycles of a file. A code is active while any of its triples is, and
-/// its statistic refers to its newest row. First and last occurrence are in the order of recording, whatever the clock
-/// says. Counters stay at 65,535. A code that this build has no name for keeps the one that its statistic has or else
-/// the newest of its rows that names it; where neither does, the first call reads all rows, once. Where an old file has
-/// several statistics for a code, the first is kept up and the others are left.
+/// Statistics: one row for each code.
+/// - A row that is recorded as active counts one occurrence and its first active cycle.
+/// - `endCycle` counts one more cycle for each active code that this recorder has not recorded as active since its last
+///   `endCycle`. So let one recorder count the cycles of a file.
+/// - A code is active while any of its triples is. Its statistic refers to its newest row.
+/// - First and last occurrence follow the order of recording, whatever the clock says.
+/// - Counters stop at 65,535.
+/// - A code without a name in this build keeps the name that its statistic has, or else the newest of its rows with a
+///   name. If neither has one, the first call reads all rows, once.
+/// - If an old file has several statistics for a code, the first is kept up to date and the others are left.
 ///
-/// Threads: any thread may call anything at any time but the destructor. Callers that wait at the same time share one
-/// commit; alone, nobody waits for company. Several recorders, also in several processes, may record into one file;
-/// what a recorder remembers is read anew when somebody else has written. A row that somebody else rewrites in place,
-/// under its old key, or removes, is noticed where it is the newest of an active triple.
+/// Threads: any thread may call any operation at any time, except the destructor. Calls that wait at the same time
+/// share one commit; a call alone does not wait for others. Several recorders, also in several processes, may record
+/// into one file: a recorder reads its state again when another connection has written. It notices a row that another
+/// program rewrites in place, under its old key, or removes, if that row is the newest of an active triple.
 ///
-/// Waiting: a call waits for other processes for as long as its `timeout` says, 5 s by default, then gives
-/// HISTORY_BUSY. A call whose event is being written when its time runs out returns with what became of it.
+/// Waiting: a call waits for other processes up to its `timeout`, 5 s by default, and then returns HISTORY_BUSY. A call
+/// whose event is being written at that time returns the outcome of the write.
 ///
-/// Failures: no exception leaves this class but those of copying the caller's objects. After any failure the object
-/// works on, as soon as the cause is gone; `open` can be called again after it has failed. A failed call has a text:
-/// `lastProblem`.
+/// Failures: the only exceptions are those of copying the caller's objects. After any failure the object works again as
+/// soon as the cause is gone; `open` can be called again after it failed. `lastProblem` describes the last failed call.
 ///
 /// Forking: in a forked child every call returns HISTORY_INVALID_STATE before it takes any lock, and the destructor
-/// leaves the parent's connection alone. The child can use a recorder of its own where no other thread was inside
-/// SQLite at the fork; else SQLite's own locks may be held for ever, and the child starts another program first.
+/// leaves the parent's connection alone. The child can use a recorder of its own if no other thread was inside SQLite
+/// at the fork. Otherwise SQLite's own locks may be held for ever, and the child must first start another program.
 class FIRAIM_EXPORT FaultRecorder
 {
 public:
-    using Timeout = std::chrono::milliseconds; ///< how long a call waits
-    FIRAIM_HIDDEN static constexpr Timeout kDefaultTimeout =
-        std::chrono::seconds(5); ///< unless the caller says otherwise
+    using Timeout = std::chrono::milliseconds; ///< the longest time that a call waits
+    FIRAIM_HIDDEN static constexpr Timeout kDefaultTimeout = std::chrono::seconds(5); ///< if the caller gives none
 
     FaultRecorder();
-    /// Closes.
+    /// As `close` with the default timeout.
     ~FaultRecorder();
     FaultRecorder(FaultRecorder const&) = delete;
     FaultRecorder& operator=(FaultRecorder const&) = delete;
 
-    /// Opens the fault database at `path`, which always names a file, for recording.
+    /// Opens the fault database at `path` for recording. `path` always names a file.
     ///
-    /// No file or an empty one: the database is created whole, or not at all; the folder must be there. A journal or
-    /// log that lies there without its file, and may be all that is left of it, is copied first (to the same name with
-    /// ".aside-", date and number). What a crashed writer left half done is rolled back.
+    /// If the file is missing or empty, the database is created, completely or not at all; the folder must exist. A
+    /// journal or log without its file may hold the only remains of the data: it is copied first (to the same name with
+    /// ".aside-", date and number). An unfinished transaction of a crashed writer is rolled back.
     ///
-    /// HISTORY_OK; HISTORY_INVALID_STATE when open already; HISTORY_FOREIGN_FILE, HISTORY_VERSION_MISMATCH,
-    /// HISTORY_DAMAGED, with the file as it was; HISTORY_BAD_PATH, nothing made and nothing waited for;
-    /// HISTORY_REFUSED when the time zone of `options` has a zero byte;
-    /// HISTORY_FAILED when it cannot be created, read or written; HISTORY_BUSY.
+    /// - HISTORY_OK
+    /// - HISTORY_INVALID_STATE: open already
+    /// - HISTORY_FOREIGN_FILE, HISTORY_VERSION_MISMATCH, HISTORY_DAMAGED: the file is unchanged
+    /// - HISTORY_BAD_PATH: nothing is created, and the call does not wait
+    /// - HISTORY_REFUSED: the time zone of `options` has a zero byte
+    /// - HISTORY_FAILED: the file cannot be created, read or written
+    /// - HISTORY_BUSY
     int open(std::string const& path, RecorderOptions const& options = {}, Timeout timeout = kDefaultTimeout);
 
-    /// Ends recording: calls that come now give HISTORY_INVALID_STATE, those under way are waited for, and what was
-    /// posted or counted is recorded, for as long as `timeout`; an attempt under way then is given half a second more.
-    /// HISTORY_OK; HISTORY_FAILED when that was not possible for all of it, with the recorder closed all the same;
-    /// HISTORY_INVALID_STATE when not open.
+    /// Ends recording. New calls return HISTORY_INVALID_STATE; calls under way are waited for. Records all posted and
+    /// counted events for up to `timeout`; an attempt under way then gets half a second more.
+    ///
+    /// - HISTORY_OK
+    /// - HISTORY_FAILED: not all events could be recorded; the recorder is closed all the same
+    /// - HISTORY_INVALID_STATE: not open
     int close(Timeout timeout = kDefaultTimeout);
 
     /// Writes a row for `event` and sets the state of its triple to `event.status`.
     ///
-    /// HISTORY_OK with the row's key; HISTORY_REFUSED, before anything is written, for a text with a zero byte, a code
-    /// beyond 32 bits or a time beyond 2^63 - 1, and where a trigger or a constraint of the file forbids the row, or a
-    /// trigger fails at it;
-    /// HISTORY_INVALID_STATE, HISTORY_FAILED, HISTORY_BUSY, HISTORY_UNKNOWN, HISTORY_DAMAGED, HISTORY_CANCELLED.
+    /// - HISTORY_OK: the receipt has the row's key
+    /// - HISTORY_COUNTED: with RecorderOptions::stormBurst, see there
+    /// - HISTORY_REFUSED: nothing is written, as `event` has a text with a zero byte, a code beyond 32 bits or a time
+    ///   beyond 2^63 - 1; or a trigger or a constraint of the file forbids the row, or a trigger fails at it
+    /// - HISTORY_INVALID_STATE, HISTORY_FAILED, HISTORY_BUSY, HISTORY_UNKNOWN, HISTORY_DAMAGED, HISTORY_CANCELLED
     Receipt record(FaultEvent const& event, Timeout timeout = kDefaultTimeout);
 
-    /// As `record`, with the status active, unless the triple is active: HISTORY_UNCHANGED, with the key of the row
-    /// that made it so.
+    /// As `record` with the status active. If the triple is active already, returns HISTORY_UNCHANGED with the key of
+    /// the row that made it active, and writes nothing.
     Receipt raise(FaultEvent const& event, Timeout timeout = kDefaultTimeout);
 
-    /// As `record`, with the status inactive, unless the triple is not active: HISTORY_UNCHANGED.
+    /// As `record` with the status inactive. If the triple is not active, returns HISTORY_UNCHANGED and writes nothing.
     Receipt clear(FaultEvent const& event, Timeout timeout = kDefaultTimeout);
 
-    /// As if as many threads called `record`, one for each of `events`, in their order: they share commits, and one
-    /// that is refused or fails leaves the others alone. `receipts` gets one for each. Returns the first
-    /// receipt's result that is below 0; without one, the first above 0; HISTORY_OK when all are recorded.
+    /// Records `events` in their order, as if each came from a thread of its own that calls `record`: they share
+    /// commits, and an event that is refused or fails does not affect the others. `receipts` gets one receipt for each
+    /// event. Returns the first result below 0; if there is none, the first above 0; HISTORY_OK when all are recorded.
     int recordAll(std::vector<FaultEvent> const& events, std::vector<Receipt>& receipts,
                   Timeout timeout = kDefaultTimeout);
 
-    /// Takes `event` into a queue, from which a thread of the recorder records it as `record` does. It tries again
-    /// while the file is locked or its storage fails; an event that a rule of the file forbids is lost. An edge that is
-    /// asked for meanwhile does not know of it: `flush` comes first. `timeout` is for RecorderOptions::doesPostWait.
-    /// HISTORY_QUEUED; HISTORY_COUNTED; HISTORY_QUEUE_FULL; HISTORY_REFUSED; HISTORY_INVALID_STATE; HISTORY_FAILED when
-    /// no thread can be had; HISTORY_CANCELLED while it waited for room.
+    /// Copies `event` into a queue and returns; a thread of the recorder records it as `record` does. The thread tries
+    /// again while the file is locked or its storage fails; an event that a rule of the file forbids is lost. `raise`,
+    /// `clear` and `clearCode` do not see queued events: call `flush` first. `timeout` applies with
+    /// RecorderOptions::doesPostWait.
+    ///
+    /// - HISTORY_QUEUED
+    /// - HISTORY_COUNTED: as for `record`
+    /// - HISTORY_QUEUE_FULL
+    /// - HISTORY_REFUSED: `event` is invalid, as for `record`
+    /// - HISTORY_INVALID_STATE
+    /// - HISTORY_FAILED: no thread or no memory is available
+    /// - HISTORY_CANCELLED: while waiting for room
     int post(FaultEvent const& event, Timeout timeout = kDefaultTimeout);
 
-    /// Waits until all that was posted and counted before is on the storage. A storm gets its row.
-    /// HISTORY_OK; HISTORY_BUSY when the time has passed, HISTORY_CANCELLED, HISTORY_FAILED when storing failed: `left`
-    /// then says how many posted events are not recorded, which are still tried, and how many were lost since a `flush`
-    /// told of such; HISTORY_INVALID_STATE.
+    /// Waits until everything posted and counted before is on the storage. A storm under way gets its row.
+    ///
+    /// - HISTORY_OK
+    /// - HISTORY_BUSY: the timeout has passed
+    /// - HISTORY_CANCELLED
+    /// - HISTORY_FAILED: storing failed
+    /// - HISTORY_INVALID_STATE
+    ///
+    /// `left` is set to the number of posted events that are not recorded and still tried, plus those lost since a
+    /// `flush` last reported lost events.
     int flush(std::uint64_t& left, Timeout timeout = kDefaultTimeout);
 
-    /// Ends every active triple of the code of `event`: writes a row for each as `clear` does, with the texts, times
-    /// and start-up of `event` and the triple's module and parameter. Where the statistic is active and no triple is,
-    /// one row with the module and parameter of `event` ends it. HISTORY_OK, with the rows' keys in `keys`;
-    /// HISTORY_UNCHANGED when nothing of the code is active; otherwise as `record`.
+    /// Ends every active triple of the code of `event`. Writes a row for each as `clear` does, with the texts, times
+    /// and start-up of `event` and the triple's own module and parameter. If the statistic is active and no triple is,
+    /// one row with the module and parameter of `event` ends it.
+    ///
+    /// - HISTORY_OK: `keys` has the keys of the rows
+    /// - HISTORY_UNCHANGED: nothing of the code is active
+    /// - otherwise as for `record`
     int clearCode(FaultEvent const& event, std::vector<unsigned long long>& keys, Timeout timeout = kDefaultTimeout);
 
-    /// Records what was posted and counted before, then counts a further cycle of every active code, see above.
-    /// HISTORY_OK; otherwise as `record`.
+    /// Records everything posted and counted before, then counts one more cycle of every active code; see the class.
+    /// HISTORY_OK; otherwise as for `record`.
     int endCycle(Timeout timeout = kDefaultTimeout);
 
-    /// The start-up id that is recorded under; 0 when not open.
+    /// The start-up id of the recorded rows; 0 when not open.
     unsigned int startupId() const;
 
     /// Numbers since `open`.
     struct Counters
     {
-        std::uint64_t recorded = 0; ///< rows
+        std::uint64_t recorded = 0; ///< rows written
         std::uint64_t groups = 0;   ///< commits that stored something
-        std::uint64_t refused = 0;  ///< events, codes and cycles that got a result below 0
+        std::uint64_t refused = 0;  ///< events, codes and cycles with a result below 0
         std::uint64_t counted = 0;  ///< events in storms, without a row
-        std::uint64_t pruned = 0;   ///< rows that were removed
-        std::uint64_t queued = 0;   ///< posted events that are not recorded yet
+        std::uint64_t pruned = 0;   ///< rows removed
+        std::uint64_t queued = 0;   ///< posted events not recorded yet
     };
-    Counters counters() const; ///< as of now
+    Counters counters() const; ///< the present numbers
 
-    /// The problem of the last call that failed, by any thread, with the name of the file; empty before the first.
+    /// The text of the last failed call, of any thread, with the name of the file; empty before the first failure.
     std::string lastProblem() const;
 
 private:

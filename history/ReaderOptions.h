@@ -5,14 +5,14 @@
 namespace firaim
 {
 
-/// How a reader works.
+/// Options of a reader.
 struct ReaderOptions
 {
-    /// How long a call waits for other processes.
+    /// Busy timeout: how long a call waits for other processes.
     std::chrono::milliseconds busyTimeout = std::chrono::seconds(5);
-    /// Whether somebody wants a waiting or reading call to end; null: nobody.
+    /// Returns true when a waiting or reading call shall end early; may be null.
     bool (*isCancelled)() = nullptr;
-    /// Whether a file of another format version, or without one, is read as far as the two are alike.
+    /// Reads also a file of another format version, or without one, as far as the formats agree.
     bool isAnyVersionRead = false;
 };
 

@@ -24,56 +24,63 @@ enum class HistoryTable : int
     VERSIONS
 };
 
-/// The rows of one table in the order of their keys, with their cells as the file holds them. FaultReader hands it out.
+/// Returns the rows of one table in the order of their keys, with the cells as the file holds them. Made by
+/// FaultReader::rows.
 ///
-/// Rows are taken from the file in batches of at most 1,000 rows or 1 MiB (one row may be larger). No lock is ever held
-/// between two calls, however long the caller takes. So this is no snapshot: a row that is added, changed or removed
-/// after the first call may or may not be seen, and none beyond the keys that were there at the first call.
-/// A cursor keeps the file open, also when its reader is closed. It can be moved; one that was moved from can only be
+/// Rows are read in batches of at most 1,000 rows or 1 MiB (one row may be larger). No lock is held between two calls,
+/// however long the caller takes, so a cursor is no snapshot: rows added, changed or removed after the first call may
+/// or may not be seen. Rows beyond the keys that existed at the first call are never seen.
+///
+/// A cursor keeps the file open, also after its reader is closed. It can be moved; a moved-from cursor can only be
 /// assigned to.
 class FIRAIM_EXPORT RowCursor
 {
 public:
-    /// As SQLite stores the cell.
+    /// The type of a cell, as SQLite stores it.
     enum CellType : int
     {
-        CELL_NULL, ///< also of a column that the file lacks
+        CELL_NULL, ///< also for a column that the file lacks
         CELL_INTEGER,
         CELL_REAL,
         CELL_TEXT,
         CELL_BLOB
     };
 
-    /// The keys of the rows that are wanted, both included.
+    /// A range of keys, both ends included.
     struct KeyRange
     {
-        std::int64_t first = std::numeric_limits<std::int64_t>::min(); ///< smallest one
-        std::int64_t last = std::numeric_limits<std::int64_t>::max();  ///< largest one
+        std::int64_t first = std::numeric_limits<std::int64_t>::min(); ///< smallest key
+        std::int64_t last = std::numeric_limits<std::int64_t>::max();  ///< largest key
     };
 
     RowCursor(RowCursor&& other) noexcept;            ///< see the class
     RowCursor& operator=(RowCursor&& other) noexcept; ///< see the class
     ~RowCursor();
 
-    /// Goes to the next row. HISTORY_OK; HISTORY_END when there is none; HISTORY_INVALID_STATE when the reader was not
-    /// open; HISTORY_BUSY, HISTORY_CANCELLED and HISTORY_FAILED, and the next call tries again where this one ended;
-    /// HISTORY_HOT_JOURNAL; HISTORY_DAMAGED, and it goes no further. After anything but HISTORY_OK there is no row.
+    /// Moves to the next row. With any result but HISTORY_OK, there is no present row.
+    ///
+    /// - HISTORY_OK
+    /// - HISTORY_END: no more rows
+    /// - HISTORY_INVALID_STATE: the reader was not open
+    /// - HISTORY_BUSY, HISTORY_CANCELLED, HISTORY_FAILED: the next call tries again at the same place
+    /// - HISTORY_HOT_JOURNAL
+    /// - HISTORY_DAMAGED: the cursor goes no further
     int next();
 
-    /// The key of the present row; 0 without one.
+    /// The key of the present row; 0 if there is none.
     std::int64_t key() const;
 
-    /// The number of columns that the file format has for the table. Cells count from 0 in its order, the key is the
-    /// first. All of these require a row.
+    /// The number of columns of the table in the file format. Cells are numbered from 0 in that order; cell 0 is the
+    /// key. This and the following require a present row.
     std::size_t cellCount() const;
-    CellType type(std::size_t cell) const;        ///< of a cell of the present row
-    std::int64_t integer(std::size_t cell) const; ///< of CELL_INTEGER, else 0
-    double real(std::size_t cell) const;          ///< of CELL_REAL, else 0
-    /// Of CELL_TEXT (in UTF-8) and CELL_BLOB; of CELL_REAL the text that SQLite makes of it; else empty. Valid until
-    /// the next call of `next`.
+    CellType type(std::size_t cell) const;        ///< type of a cell
+    std::int64_t integer(std::size_t cell) const; ///< value of a CELL_INTEGER, else 0
+    double real(std::size_t cell) const;          ///< value of a CELL_REAL, else 0
+    /// Bytes of a CELL_TEXT (in UTF-8) or CELL_BLOB; SQLite's text of a CELL_REAL; else empty. Valid until the next
+    /// call of `next`.
     std::string_view bytes(std::size_t cell) const;
 
-    /// How much of the wanted rows has been passed, as far as keys tell, between 0 and 1.
+    /// The part of the wanted rows that has been passed, judged by keys, between 0 and 1.
     double progress() const;
 
 private:
