@@ -1,8 +1,8 @@
 #pragma once
 
-/// The libraries are built with hidden symbols; what a public header declares with this macro is exported.
+/// Exports a declaration of a public header; the libraries are built with hidden symbols.
 #define FIRAIM_EXPORT __attribute__((visibility("default")))
 
-/// For a member that its exported class keeps to itself; and for each constant of such a class, as the loader never
-/// unloads a library with an exported one.
+/// Hides a private member of an exported class. Also hides each constant of such a class: the loader never unloads a
+/// library that exports one.
 #define FIRAIM_HIDDEN __attribute__((visibility("hidden")))

@@ -7,14 +7,15 @@
 #include <sstream>
 #include <string>
 
-/// The console log that all layers share: whole lines on standard output (std::cout), one at a time.
+/// The console log of all layers: whole lines on standard output (std::cout), one at a time.
 ///
-/// A line reads, for example, "[DEBUG] FDB::createDb() Create RDB File: /data/f.db": severity, tag of the layer,
-/// the writing function, message. It is composed apart from the console, so that neither the application's global
-/// locale nor the flags left on std::cout change it, and is then written and flushed while `mutex` is held.
+/// A line reads, for example, "[DEBUG] FDB::createDb() Create RDB File: /data/f.db": severity, tag of the layer, name
+/// of the calling function, message. It is formatted in a stream of its own, so the application's global locale and the
+/// flags of std::cout do not change it. It is written and flushed while `mutex` is held.
 ///
 /// Threads: any thread may call any operation at any time, also before main and after static objects are destroyed.
-/// After a failure (an exception of a stream or of an allocation, which is passed on) the mutex is free again.
+///
+/// Failures: exceptions of a stream or an allocation pass through; the mutex is then free again.
 class FIRAIM_EXPORT LogUtil
 {
 public:
@@ -26,16 +27,16 @@ public:
         Mutex(Mutex const&) = delete;
         Mutex& operator=(Mutex const&) = delete;
 
-        /// Waits for the mutex.
+        /// Waits for the mutex and takes it.
         void lock() { pthread_mutex_lock(&m_mutex); }
-        /// Gives it back.
+        /// Releases the mutex.
         void unlock() { pthread_mutex_unlock(&m_mutex); }
 
     private:
         pthread_mutex_t m_mutex = PTHREAD_MUTEX_INITIALIZER;
     };
 
-    /// The first word of a line.
+    /// The severity, which is the first word of a line.
     enum Severity
     {
         SEVERITY_DEBUG,
@@ -44,12 +45,12 @@ public:
         SEVERITY_ERROR
     };
 
-    /// Held while one line is written, never across a database call and never twice. An application that writes to
-    /// standard output itself may hold it for its own lines.
+    /// Held while one line is written, never during a database call and never recursively. An application that writes
+    /// to standard output itself may hold it for its own lines.
     static Mutex mutex;
 
-    /// Writes one line of the form above. `tag` is "FDB" or "SQL3", `function` the bare name of the calling function;
-    /// the pieces of the message follow each other without separators, integers in decimal.
+    /// Writes one line of the form above. `tag` is "FDB" or "SQL3", `function` the plain name of the calling function.
+    /// The pieces of the message are written without separators, integers in decimal.
     template <class... Pieces>
     static void write(Severity severity, char const* tag, char const* function, Pieces const&... message)
     {
@@ -58,11 +59,11 @@ public:
         line.write();
     }
 
-    /// Writes `line` and a line end as they are, and flushes.
+    /// Writes `line` and a line end unchanged, and flushes.
     static void writeLine(std::string const& line);
 
 private:
-    /// A line that is being composed. What does not depend on the message is compiled once, and not for each message.
+    /// A line under construction. Code that does not depend on the message is compiled once, not for each message.
     struct FIRAIM_EXPORT Line
     {
         Line(Severity severity, char const* tag, char const* function);
@@ -79,8 +80,8 @@ private:
 namespace SqlTblUtil
 {
 
-/// Reports a value that the table mapping could not convert: one line on standard output, `message`, one blank,
-/// `detail`, under LogUtil::mutex. The message carries its own severity word.
+/// Reports a value that the table mapping could not convert: one line on standard output, `message`, a blank and
+/// `detail`, under LogUtil::mutex. `message` begins with its own severity.
 FIRAIM_EXPORT void printError(char const* message, std::string const& detail);
 
 } // namespace SqlTblUtil

@@ -16,114 +16,125 @@
 
 #include <string>
 
-/// The fault database of the process: creates and opens the file, records faults and their statistics, reads them back.
+/// The fault database of the process: creates and opens the file, records faults and their statistics, and reads them.
 ///
 /// Ownership: the library owns the one object, from the first `getInstance` to the end of the process. Records and
-/// containers are the caller's; the library copies. Nothing closes the database when the process ends, and nothing is
-/// lost by that: an operation that returned RESULT_OK is on the storage.
+/// containers belong to the caller; the library copies them. Nothing closes the database when the process ends, and
+/// nothing is lost by that: an operation that returned RESULT_OK is on the storage.
 ///
-/// Threads: nothing here locks. Callers that use the object from several threads serialise their calls, the first
-/// `getInstance` included. Several processes may use one file; a writer waits up to 5 s for another.
+/// Threads: nothing here locks. Several threads must serialise their calls, including the first `getInstance`. Several
+/// processes may use one file; a writer waits up to 5 s for another.
 ///
 /// Results: the codes of db/ResultCode.h, as a plain int; reads of whole tables return the number of records. Unless an
-/// operation says otherwise, a failure has changed neither the file nor the arguments, and the object stays usable.
-/// A write that failed while storage failed under its commit may be stored whole all the same, never in part.
-/// Exceptions of the standard library (allocation) pass through to the caller; a result argument may then hold
-/// anything.
+/// operation says otherwise, a failure changes neither the file nor the arguments, and the object stays usable. If the
+/// storage fails during a commit, the write may be stored all the same, completely, never in part. Standard exceptions
+/// (allocation) pass through; a result argument may then hold anything.
 ///
-/// Log lines go to standard output through LogUtil: ERROR, WARNING and INFO always, DEBUG as `setDbgLevel` says.
+/// Log lines go to standard output through LogUtil: ERROR, WARNING and INFO always, DEBUG as set by `setDbgLevel`.
 ///
-/// Texts are written into statements as they are. A text in which every run of single quotes has an even length stays
-/// inside its literal and is stored with each pair as one quote: `it''s` stores it's, and that is the way to store a
-/// quote. A record with any other text, or with a zero byte in one, is refused with RESULT_FAILED and an ERROR line
-/// that names the column, before anything is run.
+/// Texts are put into statements as they are, so the caller must double each single quote: `it''s` stores it's. A text
+/// is valid if every run of single quotes has an even length and there is no zero byte; each pair is stored as one
+/// quote. A record with any other text is refused with RESULT_FAILED and an ERROR line that names the column, before
+/// anything is run.
 class FIRAIM_EXPORT FaultDb : private Sqlite3DbCallback
 {
 public:
     /// The format version that this library writes and accepts: "1.0.0".
     static std::string const SUPPORTED_VERSION;
 
-    /// The object of the process, created by the first call. An allocation failure passes through; a later call then
+    /// The object of the process, created by the first call. An allocation failure passes through, and a later call
     /// tries again. Valid until static objects are destroyed at exit.
     static FaultDb* getInstance();
 
     FaultDb(FaultDb const&) = delete;
     FaultDb& operator=(FaultDb const&) = delete;
 
-    /// Sets how much is logged: 0 no DEBUG lines, 1 what is done, 2 and above the SQL text too. From 2 on the
-    /// connection layer logs as well; a lower level later does not silence that layer again.
+    /// Sets the debug level: 0 no DEBUG lines, 1 actions, 2 and above also the SQL text. From 2 on, the connection
+    /// layer logs as well; a lower level later does not turn that off again.
     void setDbgLevel(int level);
 
-    /// Creates a new database file at `path` with its three tables and its format version, and closes it again.
+    /// Creates a new database file at `path` with its three tables and its format version, and closes it again. A file
+    /// exists if it may be read and written. With `overwrite`, an existing file is removed first; no file is ever
+    /// emptied.
+    /// - RESULT_OK
+    /// - RESULT_FILE_EXISTS: the file exists and `overwrite` is false; the file is unchanged
+    /// - RESULT_FAILED: the old file cannot be removed, or the new one cannot be created or opened; or the file has
+    ///   content but may not be read or not be written, and is unchanged
+    /// - otherwise the code of the table creation or insert that failed
     ///
-    /// A file exists when it may be read and written. RESULT_OK; RESULT_FILE_EXISTS when the file exists and
-    /// `overwrite` is false, the file untouched; RESULT_FAILED when the old file cannot be removed or the new one not
-    /// be created or opened, and for a file that holds something but must not be read or not be written, which is left
-    /// as it is; otherwise the code of the table creation or insert that failed. With `overwrite` an existing file is
-    /// removed first; nothing is ever emptied. Without `overwrite` no file that holds something is opened either, so
-    /// that locks which this process has on it stay. After a later failure the file stays as far as it got; calling
-    /// again with `overwrite` makes it good. The database is closed afterwards in every case that got as far as the
-    /// file; one that was open before is lost to this object (its connection stays open), so close first. Also the way
-    /// back after a failed `openDb`, see there.
+    /// Without `overwrite`, no file with content is opened, so this process keeps its locks on it. After a failure in a
+    /// later step the unfinished file stays; call again with `overwrite` to replace it.
+    ///
+    /// Close an open database first. If the call gets as far as the file, the object is closed afterwards in every
+    /// case, and a database that was open before is lost to this object (its connection stays open). This also makes
+    /// the object usable again after a failed `openDb`, see there.
     int createDb(std::string const& path, bool overwrite);
 
     /// Opens the database file at `path` and checks its format version.
+    /// - RESULT_OK: open
+    /// - RESULT_INVALID_STATE: a database is open already
+    /// - RESULT_FAILED: the file cannot be opened
+    /// - RESULT_VERSION_MISMATCH: another format version, and `compatibleMode` is false; closed again
+    /// - if the version cannot be read (no database, no version row or several): the code of that read
     ///
-    /// RESULT_OK when it is open; RESULT_INVALID_STATE when a database is open already; RESULT_FAILED when the file
-    /// cannot be opened; RESULT_VERSION_MISMATCH, closed again, when the version differs and `compatibleMode` is false.
-    /// With `compatibleMode` a file of another version is used as it is; nothing is migrated.
+    /// With `compatibleMode`, a file of another version is used as it is; nothing is migrated. A missing file is
+    /// created empty and then has no version.
     ///
-    /// A missing file is created empty and then has no version. When the version cannot be read (no database, no or
-    /// several version rows) the code of that read is returned and the object counts as open with a closed connection:
-    /// `openDb` and `closeDb` then return RESULT_INVALID_STATE. A `createDb` that gets as far as closing its file makes
-    /// the object usable again. The file's bytes stay as they were, unless
-    /// SQLite had to roll back what a crashed writer left half done.
+    /// After a failure to read the version, the object counts as open with a closed connection: `openDb` and `closeDb`
+    /// return RESULT_INVALID_STATE. A `createDb` that gets as far as closing its file makes the object usable again.
+    /// The file's bytes are unchanged, unless SQLite had to roll back the unfinished transaction of a crashed writer.
     int openDb(std::string const& path, bool compatibleMode);
 
-    /// Closes the database. RESULT_OK; RESULT_INVALID_STATE when none is open or the connection layer refuses, which
+    /// Closes the database. RESULT_OK; RESULT_INVALID_STATE if none is open or the connection layer refuses, which
     /// leaves the database open. Writes no log line of its own.
     int closeDb();
 
-    /// Reads the row of the format version into `version`. RESULT_FAILED unless there is exactly one, its component
-    /// compared without regard to case; a negative code of `getVersionTbl`. `version` is written on success only.
+    /// Reads the format version row into `version`; its component is compared without regard to case. RESULT_OK;
+    /// RESULT_FAILED unless there is exactly one such row; a negative code of `getVersionTbl`. `version` is written on
+    /// success only.
     int getFormatVersion(FdbVersion& version);
 
-    /// Runs `query`, a whole SELECT statement, and fills `tbl` with its rows, decoded as version rows by position.
-    /// Returns the number of records; RESULT_INVALID_STATE when no database is open, RESULT_FAILED when the query
-    /// fails; `tbl` is then untouched.
+    /// Runs `query`, a complete SELECT statement, and fills `tbl` with its rows, decoded by position as version rows.
+    /// Returns the number of records; RESULT_INVALID_STATE if no database is open; RESULT_FAILED if the query fails.
+    /// After a failure, `tbl` is unchanged.
     int getVersionTbl(std::string query, FdbVersionTbl& tbl);
 
-    /// Adds a version row; its key is assigned by the database and not read back.
-    /// RESULT_OK, RESULT_INVALID_STATE when no database is open, RESULT_FAILED when the row cannot be stored.
+    /// Adds a version row. The database assigns its key, which is not read back.
+    /// RESULT_OK; RESULT_INVALID_STATE if no database is open; RESULT_FAILED if the row cannot be stored.
     int insert(FdbVersion& version);
 
-    /// Records a fault: adds a row and writes its key to `fault.EntryId`, which plays no part before. Each call adds a
-    /// row. RESULT_OK once the row is on the storage; RESULT_INVALID_STATE when no database is open; RESULT_FAILED when
-    /// it cannot be stored, or when the key cannot be read back: the row then stays, and `fault` is unchanged.
-    /// The key is the largest in the table at the time of reading: with several writing processes it may be another's.
+    /// Records a fault: adds a row and writes its key to `fault.EntryId`, whose earlier value is ignored. Each call
+    /// adds a row.
+    /// - RESULT_OK: the row is on the storage
+    /// - RESULT_INVALID_STATE: no database is open
+    /// - RESULT_FAILED: the row cannot be stored; or its key cannot be read back: the row then stays, and `fault` is
+    ///   unchanged
+    ///
+    /// The key is the largest in the table at the time of reading. With several writing processes it may be another's
+    /// row.
     int insert(Fault& fault);
 
-    /// Rewrites the row with the key `fault.EntryId`, every other column. A record that was read holds each quote once:
-    /// double the quotes before writing it back. RESULT_OK also when there is no such row;
-    /// RESULT_INVALID_STATE when no database is open; RESULT_FAILED when the statement fails.
+    /// Rewrites all other columns of the row with the key `fault.EntryId`. A record that was read holds each quote
+    /// once: double the quotes before writing it back. RESULT_OK, also if there is no such row; RESULT_INVALID_STATE if
+    /// no database is open; RESULT_FAILED if the statement fails.
     int update(Fault const& fault);
 
-    /// Adds a statistic row; its key is assigned by the database and not read back. A row for the same fault code is
-    /// not looked for: keep one row for each code by reading it first. Codes as for `update`.
+    /// Adds a statistic row. The database assigns its key, which is not read back. The call does not look for a row of
+    /// the same fault code: to keep one row for each code, read it first. Codes as for `update`.
     int insert(FaultStatistic const& statistic);
 
-    /// Rewrites every row with the fault code `statistic.FaultCode`, all columns but the key; `EntryId` plays no part.
-    /// RESULT_OK also when there is no such row; RESULT_INVALID_STATE when no database is open; RESULT_FAILED when the
+    /// Rewrites all columns but the key of every row with the fault code `statistic.FaultCode`; `EntryId` is ignored.
+    /// RESULT_OK, also if there is no such row; RESULT_INVALID_STATE if no database is open; RESULT_FAILED if the
     /// statement fails.
     int update(FaultStatistic const& statistic);
 
-    /// Reads the whole fault table, in SQLite's order, into `faults`, which is emptied first.
-    /// Returns the number of records; RESULT_INVALID_STATE when no database is open, RESULT_FAILED when the query
-    /// fails; `faults` is then untouched.
+    /// Reads the whole fault table, in SQLite's order, into `faults`, which is emptied first. Returns the number of
+    /// records; RESULT_INVALID_STATE if no database is open; RESULT_FAILED if the query fails. After a failure,
+    /// `faults` is unchanged.
     int getFaultTbl(FaultTbl& faults);
 
-    /// As above for `query`, a whole SELECT statement that is run as it is. Cells are decoded by position as the
-    /// columns of the fault table, whatever table they come from; missing ones as NULL.
+    /// As above for `query`, a complete SELECT statement that is run as it is. Cells are decoded by position as the
+    /// columns of the fault table, whatever table they come from, and missing cells as NULL.
     int getFaultTbl(std::string const& query, FaultTbl& faults);
 
     /// As `getFaultTbl`, for the statistic table.
@@ -134,25 +145,26 @@ public:
     /// As `getFaultStatisticTbl`, for the statistics of active faults.
     int getFaultStatisticTblErrorActive(FaultStatisticTbl& statistics);
 
-    /// Reads the fault with the key `id` into `fault`. RESULT_OK; RESULT_FAILED when there is none, when the query
-    /// fails or when no database is open; `fault` is then untouched.
+    /// Reads the fault with the key `id` into `fault`. RESULT_OK; RESULT_FAILED if there is none, the query fails or no
+    /// database is open: `fault` is then unchanged.
     int getFaultById(Fault& fault, unsigned long long id);
 
-    /// Reads the statistic of `faultCode`, the first one should there be several. Codes as for `getFaultById`.
+    /// Reads the statistic of `faultCode`, the first one if there are several. Codes as for `getFaultById`.
     int getFaultStatisticForFC(FaultStatistic& statistic, unsigned int faultCode);
 
-    /// Counts the rows of the statistic table, into 16 bits. RESULT_OK; RESULT_INVALID_STATE when no database is open;
-    /// RESULT_FAILED after an ERROR line when the statement fails; `count` is then untouched.
+    /// Counts the rows of the statistic table, in 16 bits. RESULT_OK; RESULT_INVALID_STATE if no database is open;
+    /// RESULT_FAILED after an ERROR line if the statement fails. After a failure, `count` is unchanged.
     int getFaultStatisticTblErrorNr(unsigned short& count);
 
     /// As above, for the statistics of active faults.
     int getFaultStatisticTblErrorActiveNr(unsigned short& count);
 
-    /// Moves every fault and statistic from the start-up id `oldId` to `newId`, row by row with `update`; nothing
-    /// groups the rows. RESULT_INVALID_STATE when no database is open, otherwise RESULT_OK whatever happened to single
-    /// rows. A row whose stored text holds a single quote cannot be written back and stays. While another process keeps
-    /// the file locked, one row waits for it, and those that follow are tried at once. A statistic is written back by
-    /// fault code, so rows that share its code all get its values.
+    /// Moves every fault and statistic from the start-up id `oldId` to `newId`, row by row with `update`, in no common
+    /// transaction. RESULT_OK, whatever happened to single rows; RESULT_INVALID_STATE if no database is open.
+    ///
+    /// A row with a single quote in a stored text cannot be written back and keeps its id. While another process keeps
+    /// the file locked, one row waits for it, and the rows after it are tried once. Statistics are written back by
+    /// fault code, so rows that share a code all get the values of one.
     int updateRdbStartup(unsigned int newId, unsigned int oldId);
 
     /// Receives the rows of the counting statements from the connection layer; not for applications. Returns 0.

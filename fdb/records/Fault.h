@@ -7,17 +7,18 @@
 #include <ostream>
 #include <string>
 
-/// One recorded fault: a row of the table FdbFaultTbl, its members named as the columns.
+/// One recorded fault: a row of the table FdbFaultTbl. The members are named like the columns.
 ///
-/// A plain value that owns its texts. Times and counters are stored and returned as the caller counts them; the library
-/// interprets none of them. Texts are bytes of any encoding without a zero byte; a single quote is written as a pair
-/// (see FaultDb::insert). Numbers above 2^63 - 1 are beyond SQLite's integers and come back changed.
-/// The declaration order is not the column order: db file and statements follow the column ids of FdbSqlFaultTbl.
+/// A plain value that owns its texts. Times and counters are stored and returned in the caller's units; the library
+/// does not interpret them. Texts are bytes of any encoding without a zero byte; a single quote is written as a pair
+/// (see FaultDb::insert). Numbers above 2^63 - 1 do not fit SQLite's integers and come back changed.
+///
+/// The order of declaration is not the order of columns: file and statements follow the column ids of FdbSqlFaultTbl.
 class FIRAIM_EXPORT Fault
 {
 public:
     Fault() = default;
-    /// Declared, so that there are no move operations: an object that was handed on keeps its values.
+    /// Declared to suppress the move operations: an object that was passed on keeps its values.
     Fault(Fault const&) = default;
     /// As the copy constructor.
     Fault& operator=(Fault const&) = default;
@@ -42,9 +43,9 @@ public:
     std::string SystemDateTimeString;      ///< system date and time as text, UTC; format of the caller
 };
 
-/// Writes the one-line text form used in log lines, without a line end. The stream's flags are neither set nor reset.
-/// It shows the low 16 bits of the code and the symbolic name of the whole code; `FaultCodeName` and `TimeZone` do not
-/// appear, and an unnamed status number shows as nothing.
+/// Writes the one-line text used in log lines, without a line end. The stream's flags are neither set nor reset. The
+/// text has the low 16 bits of the code and the symbolic name of the whole code; it lacks `FaultCodeName` and
+/// `TimeZone`, and a status number without a name is empty.
 inline std::ostream& operator<<(std::ostream& out, Fault const& fault)
 {
     out << "[FAULT]: "

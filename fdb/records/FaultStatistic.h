@@ -7,15 +7,15 @@
 #include <ostream>
 #include <string>
 
-/// The statistic of one fault code: a row of the table FdbFaultStatisticTbl, its members named as the columns
+/// The statistic of one fault code: a row of the table FdbFaultStatisticTbl. The members are named like the columns
 /// (`OccurenceCnt` with one r, as in the file).
 ///
-/// A plain value that owns its texts; what Fault says of units, texts and large numbers holds here too.
+/// A plain value that owns its texts. Units, texts and large numbers are as for Fault.
 class FIRAIM_EXPORT FaultStatistic
 {
 public:
     FaultStatistic() = default;
-    /// Declared, so that there are no move operations: an object that was handed on keeps its values.
+    /// Declared to suppress the move operations: an object that was passed on keeps its values.
     FaultStatistic(FaultStatistic const&) = default;
     /// As the copy constructor.
     FaultStatistic& operator=(FaultStatistic const&) = default;

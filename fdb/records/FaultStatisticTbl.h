@@ -6,7 +6,8 @@
 #include <vector>
 
 /// The statistics that a query returned, in row order. Owned by the caller.
-/// Unlike its siblings it deliberately has no virtual member: it is exactly its vector, and is not deleted through it.
+/// Unlike its siblings it deliberately has no virtual member: it is exactly its vector; do not delete it through a
+/// base.
 class FIRAIM_EXPORT FaultStatisticTbl : public std::vector<FaultStatistic>
 {
 };

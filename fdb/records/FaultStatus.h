@@ -1,7 +1,7 @@
 #pragma once
 
-/// Whether a fault is active. 32 bits wide, unsigned; a variable may hold another number than the two named ones, but
-/// only these two come back unchanged after being stored and read.
+/// Whether a fault is active. 32 bits wide, unsigned. A variable may hold another number, but only the two named ones
+/// come back unchanged from the file.
 enum faultStatus_t : unsigned int
 {
     FAULT_INACTIVE = 0,

@@ -4,13 +4,13 @@
 
 #include <string>
 
-/// The version of one component: a row of the table FdbVersionTbl, its members named as the columns. The row whose
-/// component is "FormatVersion" tells the format of the file. A plain value that owns its texts.
+/// The version of one component: a row of the table FdbVersionTbl. The members are named like the columns. The row with
+/// the component "FormatVersion" holds the format of the file. A plain value that owns its texts.
 class FIRAIM_EXPORT FdbVersion
 {
 public:
     FdbVersion() = default;
-    /// Declared, so that there are no move operations: an object that was handed on keeps its values.
+    /// Declared to suppress the move operations: an object that was passed on keeps its values.
     FdbVersion(FdbVersion const&) = default;
     /// As the copy constructor.
     FdbVersion& operator=(FdbVersion const&) = default;

@@ -10,12 +10,12 @@ extern template int Sqlite3Db::createTbl<Fault>(short handle, SqlTbl<Fault> cons
 extern template int Sqlite3Db::getTbl<Fault, Fault>(short handle, std::string query, std::vector<Fault>& out,
                                                     SqlTbl<Fault>* tbl);
 
-/// The fault table: one row for each recorded fault. The column ids are the file format; they differ from the order of
-/// Fault's members.
+/// The fault table: one row for each recorded fault. The column ids are the file format; their order differs from that
+/// of Fault's members.
 class FIRAIM_EXPORT FdbSqlFaultTbl : public SqlTbl<Fault>
 {
 public:
-    /// Ids of the columns that are selected or looked at by themselves.
+    /// Ids of the columns that code uses by name.
     FIRAIM_HIDDEN static constexpr unsigned short kEntryIdColumn = 0;
     FIRAIM_HIDDEN static constexpr unsigned short kFaultCodeColumn = 2;       ///< see kEntryIdColumn
     FIRAIM_HIDDEN static constexpr unsigned short kFaultCodeNameColumn = 3;   ///< see kEntryIdColumn
@@ -37,7 +37,7 @@ public:
     /// "ErrorActive" for FAULT_ACTIVE, "ErrorInactive" for any other number; "null" for a type that is not custom.
     std::string convertValueToStr(columnValueType_t type, void* value) const override;
 
-    /// Exactly "ErrorActive" gives FAULT_ACTIVE, any other text FAULT_INACTIVE; a type that is not custom changes
+    /// Exactly "ErrorActive" gives FAULT_ACTIVE, any other text FAULT_INACTIVE. A type that is not custom changes
     /// nothing.
     void convertValueFromStr(columnValueType_t type, std::string const& text, void* value) const override;
 };

@@ -5,16 +5,19 @@
 
 #include <string>
 
-/// Conversion of result cells. The report of values that do not convert, `printError`, comes with db/LogUtil.h.
+/// Conversion of result cells. `printError`, which reports values that do not convert, is in db/LogUtil.h.
 namespace SqlTblUtil
 {
 
-/// Converts the NUL-terminated text `*cell` into an unsigned integer and stores it in `*target`.
+/// Converts the NUL-terminated text `*cell` to an unsigned integer and stores it in `*target`.
 ///
-/// The rules are those of the standard stream extraction in decimal: leading blanks are passed over, reading stops at
-/// the first character that cannot continue the number, a minus sign makes the value wrap. Returns 0; -1 with `*target`
-/// unchanged for a null text (SQL NULL) without a report, and for a text without digits or with a number beyond the
-/// type's width after the report "[ERROR] Casting value".
+/// The rules are those of standard stream extraction in decimal: leading blanks are skipped, reading stops at the first
+/// character that cannot continue the number, a minus sign makes the value wrap.
+///
+/// Returns 0; or -1 with `*target` unchanged:
+/// - for a null text (SQL NULL), without a report
+/// - for a text without digits or a number beyond the type's width, after the report "[ERROR] Casting value"
+///
 /// Compiled for unsigned short, unsigned int and unsigned long long.
 template <class T>
 FIRAIM_EXPORT int setValueFromSqlResult(char** cell, T* target);
