@@ -27,6 +27,6 @@ std::ostream& operator<<(std::ostream& out, faultCode_t code)
     {
         return out << name;
     }
-    // One piece, so that a field width set on the stream pads the whole text.
+    // Written as one string, so that a field width set on the stream pads the whole text.
     return out << "UNKNOWN_FAULT_CODE(" + std::to_string(static_cast<unsigned int>(code)) + ")";
 }

@@ -44,7 +44,7 @@ void LogUtil::Line::write() const
 void LogUtil::writeLine(std::string const& line)
 {
     std::lock_guard<Mutex> const lock(mutex);
-    // Unformatted, because a field width left on std::cout would pad the line.
+    // Unformatted: a field width left on std::cout would pad the line.
     std::cout.write(line.data(), static_cast<std::streamsize>(line.size())) << std::endl;
 }
 

@@ -27,7 +27,7 @@ int prepare(sqlite3* db, char const*& sql, Statement& statement)
     return code;
 }
 
-/// Whether `sql` holds nothing to run: blanks, semicolons, comments. SQLite's own tokenizer decides.
+/// Whether `sql` holds nothing to run, only blanks, semicolons and comments. SQLite's own tokenizer decides.
 bool isBlank(sqlite3* db, char const* sql)
 {
     while (*sql != '\0')
@@ -54,13 +54,13 @@ int openFile(std::string const& path, Connection& connection)
     return code;
 }
 
-/// Whether `code` tells of the file's content, and not of a file that cannot be read at this time.
+/// Whether `code` means that the content of the file is bad, and not that the file cannot be read at this time.
 bool isContentRefused(int code)
 {
     return code == SQLITE_NOTADB || code == SQLITE_CORRUPT || code == SQLITE_ERROR;
 }
 
-/// Sets the connection up without writing to its file.
+/// Configures the connection without writing to its file.
 int configure(sqlite3* db)
 {
     // Another process may be recording: wait for it rather than lose a fault.
@@ -70,7 +70,7 @@ int configure(sqlite3* db)
     {
         code = connectionSettings::makeDurable(db);
     }
-    // A file that is no database opens all the same: the first statement says what is wrong with it.
+    // A file that is no database opens all the same: the first statement reports what is wrong with it.
     return isContentRefused(code) ? SQLITE_OK : code;
 }
 
@@ -85,7 +85,7 @@ int failed(sqlite3* db, int code)
     return failed(sqlite3_errmsg(db), code);
 }
 
-/// Compiles `sql` when it holds exactly one statement; otherwise nothing of it has had any effect.
+/// Compiles `sql` if it holds exactly one statement. Otherwise no part of it has had any effect.
 int prepareOnlyStatement(sqlite3* db, char const* sql, timeLimits::StatementWatch& watch, Statement& statement)
 {
     if (sql == nullptr)
@@ -115,7 +115,7 @@ int prepareOnlyStatement(sqlite3* db, char const* sql, timeLimits::StatementWatc
     return statement ? RESULT_OK : failed("no statement", SQLITE_MISUSE);
 }
 
-/// Hands the rows of one statement to a callback object.
+/// Passes the rows of one statement to a callback object.
 class RowDelivery
 {
 public:
@@ -126,7 +126,7 @@ public:
     /// SQLITE_OK, or the code that ends the statement.
     int operator()()
     {
-        // Asked for each row: the first step compiles anew, with other columns, when the schema has changed meanwhile.
+        // Asked for each row: if the schema has changed, the first step recompiles the statement, with other columns.
         int const count = sqlite3_column_count(m_statement);
         m_cells.clear();
         m_names.clear();
@@ -180,8 +180,8 @@ Sqlite3Db* Sqlite3Db::getInstance(unsigned int)
     return instance;
 }
 
-/// The next number after the one given out last, so that a stale handle is not soon somebody else's; -1 when all are
-/// in use.
+/// The next number after the one given out last, so that a stale handle does not soon belong to another connection; -1
+/// if all are in use.
 short Sqlite3Db::findFreeHandle() const
 {
     short lastChoice = -1;

@@ -1,4 +1,4 @@
-// The life of the facade: the singleton, creating, opening and closing a database file.
+// The lifetime of the facade: the singleton, and creating, opening and closing a database file.
 
 #include <fdb/FaultDb.h>
 
@@ -19,20 +19,20 @@
 namespace
 {
 
-/// Whether `path` is a name that the system takes whole; it would cut one with a zero byte and mean another file.
+/// Whether system calls take `path` as a whole. They would stop at a zero byte and use another file.
 bool isFileName(std::string const& path)
 {
     return path.find('\0') == std::string::npos;
 }
 
-/// Whether the effective user may use the file at `path` as `mode` says. Opens nothing: closing a descriptor drops
+/// Whether the effective user has the access `mode` to the file at `path`. Opens nothing: closing a descriptor drops
 /// every lock that this process has on the file through another one.
 bool mayUse(std::string const& path, int mode)
 {
     return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
 }
 
-/// Whether `path` names what cannot be opened for reading and writing, whatever its permissions say.
+/// Whether `path` names something that cannot be opened for reading and writing, whatever its permissions are.
 bool isDirectoryOrSocket(std::string const& path)
 {
     struct stat status = {};
@@ -45,7 +45,7 @@ bool fileExists(std::string const& path)
     return isFileName(path) && mayUse(path, R_OK | W_OK) && !isDirectoryOrSocket(path);
 }
 
-/// Where the symbolic link at `path` leads; empty when there is no link.
+/// The target of the symbolic link at `path`; empty if it is no link.
 std::string targetOfLink(std::string const& path)
 {
     char target[PATH_MAX];
@@ -58,10 +58,10 @@ std::string targetOfLink(std::string const& path)
     return name.front() == '/' ? name : folder::folderOf(path) + name;
 }
 
-/// Creates an empty file where nothing is. What another process puts there meanwhile is neither opened nor emptied.
+/// Creates an empty file if there is none. A file that another process creates meanwhile is neither opened nor emptied.
 bool createNewFile(std::string path)
 {
-    constexpr int kMostLinks = 40; // As many as the system follows.
+    constexpr int kMostLinks = 40; // The limit of the system.
     constexpr mode_t kMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
     for (int links = 0; links <= kMostLinks && !path.empty(); ++links)
     {
@@ -75,13 +75,13 @@ bool createNewFile(std::string path)
         {
             return false;
         }
-        // O_EXCL does not follow links. One whose target is missing is followed here, a step at a time.
+        // O_EXCL does not follow links. Follow a link whose target is missing here, one step at a time.
         path = targetOfLink(path);
     }
     return false;
 }
 
-/// Whether there is an empty file at `path`, created when there was nothing. A file that holds something is left alone.
+/// Provides an empty file at `path`, by creating it if necessary. A file with content is not touched.
 bool provideEmptyFile(std::string const& path)
 {
     struct stat status = {};
@@ -93,7 +93,7 @@ bool provideEmptyFile(std::string const& path)
     {
         return S_ISREG(status.st_mode) && status.st_size == 0 && mayUse(path, W_OK);
     }
-    // Any other error says nothing about what is there.
+    // Any other error does not say whether there is a file.
     return errno == ENOENT && createNewFile(path);
 }
 
@@ -102,7 +102,7 @@ bool provideEmptyFile(std::string const& path)
 FaultDb* FaultDb::m_pInstance = nullptr;
 std::string const FaultDb::SUPPORTED_VERSION = FdbSqlVersionTbl::kFormatVersion;
 
-// The pointer is deliberately not reset: nothing may ask for the object after this.
+// The pointer is deliberately not reset: no code may ask for the object after this.
 FaultDb::Monitor::~Monitor()
 {
     delete m_pInstance;
@@ -134,7 +134,7 @@ void FaultDb::setDbgLevel(int level)
     m_dbgLevel = level;
     if (level >= 2)
     {
-        // Only ever switched on here: the connection layer serves others, who may have asked for its lines.
+        // Only ever switched on: the connection layer has other users, who may have asked for its lines.
         Sqlite3Db::getInstance(0)->m_debug = 1;
     }
 }
@@ -158,9 +158,9 @@ int FaultDb::createDb(std::string const& path, bool overwrite)
         {
             return RESULT_FAILED;
         }
-        // The old file's journal may be needed to read it for as long as it can come back after a power cut, and the
-        // journal goes as soon as SQLite opens the new file. Without success the old file is no worse off than its
-        // removal has left it.
+        // Until its removal is durable, the old file can come back after a power cut and then needs its journal, which
+        // SQLite removes when it opens the new file. If synchronising fails, the old file is no worse off than after
+        // its removal.
         static_cast<void>(folder::synchroniseFolderOf(path));
     }
     if (isDebug)
@@ -203,7 +203,7 @@ int FaultDb::createDb(std::string const& path, bool overwrite)
     return RESULT_OK;
 }
 
-/// Creates the tables and the row of the format version in the open, empty database.
+/// Creates the tables and the format version row in the open, empty database.
 int FaultDb::createContent()
 {
     constexpr char kFunction[] = "createDb";
@@ -220,7 +220,7 @@ int FaultDb::createContent()
     {
         return result;
     }
-    // Deliberately without a line, unlike the other two tables.
+    // Deliberately without a log line, unlike the other two tables.
     result = sqlite->createTbl<FaultStatistic>(m_dbHandle, m_faultStatisticTbl);
     if (result < 0)
     {
@@ -260,7 +260,7 @@ int FaultDb::openDb(std::string const& path, bool compatibleMode)
     }
     catch (...)
     {
-        closeAgain(); // A file whose version is not known is not worked on.
+        closeAgain(); // Do not work on a file whose version is unknown.
         throw;
     }
 }
@@ -273,7 +273,7 @@ int FaultDb::checkFormatVersion(bool compatibleMode)
     int const result = getFormatVersion(found);
     if (result < 0)
     {
-        // The object deliberately stays open by name, with a closed connection.
+        // The object deliberately stays open in name, with a closed connection.
         static_cast<void>(Sqlite3Db::getInstance(0)->closeDb(m_dbHandle));
         return result;
     }
@@ -300,7 +300,7 @@ int FaultDb::checkFormatVersion(bool compatibleMode)
     {
         faultDbLog::debug(kFunction, "Compatible mode aktiv!");
         faultDbLog::debug(kFunction,
-                          "Setup the new table format versions"); // Says more than is done: nothing migrates.
+                          "Setup the new table format versions"); // Claims more than is done: nothing is migrated.
     }
     m_compatibleMode = true;
     if (isDebug)
@@ -310,10 +310,10 @@ int FaultDb::checkFormatVersion(bool compatibleMode)
     return RESULT_OK;
 }
 
-/// Closes the connection that this call opened; the handle stays as it is.
+/// Closes the connection that this call opened; `m_dbHandle` keeps its value.
 void FaultDb::closeAgain()
 {
-    // All writes are on the storage already, whatever closing says.
+    // All writes are on the storage already, so the result of closing does not matter.
     static_cast<void>(Sqlite3Db::getInstance(0)->closeDb(m_dbHandle));
     m_isOpen = false;
 }

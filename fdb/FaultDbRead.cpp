@@ -9,14 +9,14 @@
 namespace
 {
 
-/// Which counting statement a row belongs to.
+/// The counting statement that a row belongs to.
 enum QueryKind : int
 {
     QUERY_CB_ERROR_ACTIVE_NR = 1,
     QUERY_CB_ERROR_NR = 2
 };
 
-/// Copies the first record found, if there is one.
+/// Copies the first record found; RESULT_FAILED if there is none.
 template <class T>
 int takeFirst(std::vector<T> const& found, T& record)
 {
@@ -62,7 +62,7 @@ int FaultDb::getFaultStatisticTblErrorActive(FaultStatisticTbl& statistics)
 int FaultDb::getFaultById(Fault& fault, unsigned long long id)
 {
     FaultTbl found;
-    // A query that failed found nothing; the caller is told no more than that.
+    // A failed query leaves `found` empty; the caller learns no more than that.
     static_cast<void>(getFaultTbl("SELECT * FROM \"" + m_faultTbl.m_tblName + "\" WHERE " +
                                       m_faultTbl.getColumnNameById(FdbSqlFaultTbl::kEntryIdColumn) + "=" +
                                       std::to_string(id),
@@ -73,7 +73,7 @@ int FaultDb::getFaultById(Fault& fault, unsigned long long id)
 int FaultDb::getFaultStatisticForFC(FaultStatistic& statistic, unsigned int faultCode)
 {
     FaultStatisticTbl found;
-    // As for the fault.
+    // As in getFaultById.
     static_cast<void>(
         getFaultStatisticTbl("SELECT * FROM \"" + m_faultStatisticTbl.m_tblName + "\" WHERE " +
                                  m_faultStatisticTbl.getColumnNameById(FdbSqlFaultStatisticTbl::kFaultCodeColumn) +
@@ -116,7 +116,7 @@ int FaultDb::getFaultStatisticTblErrorActiveNr(unsigned short& count)
     return result;
 }
 
-/// Runs a counting statement; `dataBaseQueryCb` stores what it finds in the member that `kind` names.
+/// Runs a counting statement; `dataBaseQueryCb` stores the count in the member that `kind` selects.
 int FaultDb::runCount(char const* function, std::string const& sql, int kind)
 {
     if (m_dbgLevel > 0)
@@ -158,7 +158,7 @@ int FaultDb::dataBaseQueryCb(Sqlite3DbCallback::sqlite3DbCbCgf_t* cfg, int, char
     return 0;
 }
 
-/// Stores the count in the row `argv`. A cell that is no number of 16 bits is reported and leaves the last count.
+/// Stores the count in the row `argv`. A cell that is no 16-bit number is reported and leaves the last count unchanged.
 void FaultDb::storeCount(int kind, char** argv)
 {
     constexpr char kFunction[] = "dataBaseQueryCb";

@@ -1,4 +1,4 @@
-// Writing: versions, faults, statistics, and the move from one start-up id to another.
+// Writing: versions, faults, statistics, and moving rows from one start-up id to another.
 
 #include <fdb/FaultDb.h>
 
@@ -13,8 +13,8 @@
 namespace
 {
 
-/// Whether `text`, written between single quotes, ends where it should: no zero byte cuts the statement short, and
-/// every run of quotes is made of pairs.
+/// Whether `text` between single quotes is exactly one literal: no zero byte cuts the statement short, and every run of
+/// quotes consists of pairs.
 bool staysInsideLiteral(std::string const& text)
 {
     if (text.find('\0') != std::string::npos)
@@ -33,21 +33,21 @@ bool staysInsideLiteral(std::string const& text)
     return true;
 }
 
-/// The check of a record's texts before its statement is run.
+/// A check of a record's texts before its statement is run.
 struct TextRule
 {
     bool (*holds)(std::string const&);
     char const* refusal;
 };
 
-/// A caller's text holds each quote twice.
+/// A caller's text has each quote doubled.
 constexpr TextRule kCallersTexts = {staysInsideLiteral, "unpaired quote or zero byte in column "};
 
-/// A text that was read holds each quote once. Written back, even a pair would not come out as it was.
+/// A text that was read has each quote once. Written back, even a pair would come out changed.
 constexpr TextRule kStoredTexts = {[](std::string const& text) { return text.find('\'') == std::string::npos; },
                                    "quote of a stored text cannot be written back in column "};
 
-/// Whether all texts of the working record of `tbl` hold to `rule`; writes an ERROR line that names the column if not.
+/// Whether all texts of the working record of `tbl` pass `rule`; if not, writes an ERROR line that names the column.
 template <class T>
 bool textsHold(SqlTbl<T> const& tbl, TextRule const& rule)
 {
@@ -56,7 +56,7 @@ bool textsHold(SqlTbl<T> const& tbl, TextRule const& rule)
         if (column.valid && column.value != nullptr && column.type == SqlTbl<T>::COLUMN_TYPE_STRING &&
             !rule.holds(*static_cast<std::string const*>(column.value)))
         {
-            // The form of a statement that SQLite refused; it would not refuse each of these.
+            // The line has the form of a statement that SQLite refused, although SQLite would accept some of these.
             LogUtil::write(LogUtil::SEVERITY_ERROR, "SQL3", "execute", "Sql Execute failed: ", rule.refusal,
                            column.name, " Err=", SQLITE_ERROR);
             return false;
@@ -65,7 +65,7 @@ bool textsHold(SqlTbl<T> const& tbl, TextRule const& rule)
     return true;
 }
 
-/// Runs the statement that `tbl` wrote last, whose texts therefore stand in its working record.
+/// Runs the statement that `tbl` wrote last; its texts are still in the working record.
 template <class T>
 int runStatementOf(SqlTbl<T> const& tbl, short handle, std::string const& sql)
 {
@@ -76,7 +76,7 @@ int runStatementOf(SqlTbl<T> const& tbl, short handle, std::string const& sql)
     return Sqlite3Db::getInstance(0)->execute(handle, sql.c_str()) == 0 ? RESULT_OK : RESULT_FAILED;
 }
 
-/// Whether `record`, as it was read, comes out of an update as it was.
+/// Whether an update with `record`, as it was read, stores its texts unchanged.
 template <class T>
 bool canBeWrittenBack(SqlTbl<T>& tbl, T const& record)
 {
@@ -130,7 +130,7 @@ int FaultDb::insert(Fault& fault)
     std::string const& tbl = m_faultTbl.m_tblName;
     std::string const query = "SELECT * FROM " + tbl + " WHERE " + key + "=(select max(" + key + ") from " + tbl + ")";
     FaultTbl stored;
-    // A result without a row: another process emptied the table in between.
+    // If there is no row, another process has emptied the table in between.
     if (Sqlite3Db::getInstance(0)->getTbl<Fault, Fault>(m_dbHandle, query, stored, &m_faultTbl) <= 0)
     {
         return RESULT_FAILED;
@@ -207,7 +207,7 @@ int FaultDb::updateRdbStartup(unsigned int newId, unsigned int oldId)
     {
         return RESULT_INVALID_STATE;
     }
-    // While another process keeps the file locked, or under a trigger that does not end, each row would wait anew.
+    // Otherwise each row would wait again while another process keeps the file locked or a trigger does not end.
     timeLimits::TimeOutOnce const timeOutOnce;
     // The two numbers deliberately run together.
     faultDbLog::info("updateRdbStartup", "new ID=", newId, "old ID=", oldId);
@@ -227,20 +227,20 @@ void FaultDb::moveFaults(unsigned int newId, unsigned int oldId)
         faultDbLog::debug(kFunction, "SqlCmd: ", query);
     }
     FaultTbl faults;
-    static_cast<void>(getFaultTbl(query, faults)); // A failed read has logged, and leaves nothing to move.
+    static_cast<void>(getFaultTbl(query, faults)); // A failed read has logged, and leaves no row to move.
     if (m_dbgLevel > 0)
     {
         faultDbLog::debug(kFunction, "No RDB id Fault itemNr=", faults.size());
     }
     for (Fault& fault : faults)
     {
-        // At every level, unlike the statistics: each moved fault is to be seen.
+        // Logged at every level, unlike the statistics: each moved fault shall be visible.
         faultDbLog::info(kFunction, "Update fault FC=", static_cast<unsigned int>(fault.FaultCode),
                          " EntryID=", fault.EntryId);
         fault.RdbStartupId = newId;
         if (canBeWrittenBack(m_faultTbl, fault))
         {
-            static_cast<void>(update(fault)); // A row that cannot be written keeps its id; the others go on.
+            static_cast<void>(update(fault)); // A row that cannot be written keeps its id; continue with the others.
         }
     }
 }
@@ -256,7 +256,7 @@ void FaultDb::moveStatistics(unsigned int newId, unsigned int oldId)
         faultDbLog::debug(kFunction, "SqlCmd: ", query);
     }
     FaultStatisticTbl statistics;
-    static_cast<void>(getFaultStatisticTbl(query, statistics)); // As for the faults.
+    static_cast<void>(getFaultStatisticTbl(query, statistics)); // As in moveFaults.
     if (m_dbgLevel > 0)
     {
         faultDbLog::debug(kFunction, "No RDB id FaultStat itemNr=", statistics.size());
@@ -271,7 +271,7 @@ void FaultDb::moveStatistics(unsigned int newId, unsigned int oldId)
         statistic.RdbStartupId = newId;
         if (canBeWrittenBack(m_faultStatisticTbl, statistic))
         {
-            static_cast<void>(update(statistic)); // As for the faults.
+            static_cast<void>(update(statistic)); // As in moveFaults.
         }
     }
 }

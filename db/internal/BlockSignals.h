@@ -2,7 +2,8 @@
 
 #include <csignal>
 
-/// Blocks all signals of the calling thread for as long as it lives: they wait, and threads that it starts get none.
+/// Blocks all signals of the calling thread for its lifetime: they stay pending, and threads started meanwhile get
+/// none.
 class BlockSignals
 {
 public:

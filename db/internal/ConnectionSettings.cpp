@@ -9,7 +9,7 @@
 namespace
 {
 
-/// The longest pattern of LIKE and GLOB, in bytes. A long one in a file's constraint takes minutes to compare.
+/// The longest pattern of LIKE and GLOB, in bytes: a long one in a file's constraint takes minutes to compare.
 constexpr int kLongestPattern = 1000;
 
 int setPragma(sqlite3* db, char const* pragma)
@@ -17,7 +17,7 @@ int setPragma(sqlite3* db, char const* pragma)
     return sqlite3_exec(db, pragma, nullptr, nullptr, nullptr);
 }
 
-/// Whether the file itself says that it is in write-ahead-log mode.
+/// Reads from the file whether it is in write-ahead-log mode.
 int readWalMode(sqlite3* db, bool& isWal)
 {
     sqlite3_stmt* compiled = nullptr;
@@ -50,14 +50,14 @@ int connectionSettings::distrust(sqlite3* db)
     static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr));
     static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr));
     static_cast<void>(sqlite3_limit(db, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, kLongestPattern));
-    // A file that was only looked at keeps its bytes: closing does not move a write-ahead log into it.
+    // Keep the bytes of a file that was only read: closing must not checkpoint its write-ahead log.
     static_cast<void>(sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr));
     return setPragma(db, "PRAGMA cell_size_check=ON");
 }
 
 int connectionSettings::makeDurable(sqlite3* db)
 {
-    // FULL: every commit waits until journal and database have reached the storage.
+    // FULL: every commit waits until the journal and the database are on the storage.
     int code = setPragma(db, "PRAGMA synchronous=FULL");
     if (code != SQLITE_OK)
     {
@@ -67,11 +67,11 @@ int connectionSettings::makeDurable(sqlite3* db)
     code = readWalMode(db, isWal);
     if (code != SQLITE_OK || isWal)
     {
-        return code; // Leaving write-ahead-log mode would rewrite the file; whoever chose the mode keeps it.
+        return code; // Leaving write-ahead-log mode would rewrite the file; the owner of the file has chosen the mode.
     }
-    // PERSIST: a commit ends with zeroing and synchronising the journal's header. SQLite's default ends it with
-    // unlinking the journal and does not synchronise the directory: after a power cut the journal can be back and
-    // undo an acknowledged fault. Keeping the file also saves creating it anew, a large part of what a commit costs.
+    // PERSIST: a commit ends by zeroing and synchronising the journal's header. SQLite's default ends it by deleting
+    // the journal without synchronising the folder: after a power cut the journal can be back and undo an acknowledged
+    // fault. Keeping the journal also saves creating it again, a large part of the cost of a commit.
     return setPragma(db, "PRAGMA journal_mode=PERSIST");
 }
 

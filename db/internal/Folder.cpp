@@ -20,7 +20,7 @@ std::string folder::absolutePath(std::string const& path)
     std::unique_ptr<char, decltype(&std::free)> const current(getcwd(nullptr, 0), &std::free);
     if (!current || *current != '/')
     {
-        return path; // The folder was removed, or is out of reach from the root of this process.
+        return path; // The folder was removed, or cannot be reached from the root of this process.
     }
     std::string absolute = current.get();
     if (absolute.back() != '/')

@@ -5,20 +5,20 @@
 namespace folder
 {
 
-/// The folder that `path` names a file of, with a slash at its end; empty for the current folder.
+/// The folder part of the file name `path`, with a slash at its end; empty for the current folder.
 std::string folderOf(std::string const& path);
 
-/// `path` from the root on, so that it still names the same file when the process changes its current folder. It is
-/// `path` itself when that begins with a slash, when it is empty, and when the system cannot tell the current folder.
-/// Links stay as they are, and nothing needs to be there.
+/// `path` as an absolute path, so that it names the same file after the process changes its current folder. Unchanged
+/// if it begins with a slash, if it is empty, or if the system cannot report the current folder. Links stay as they
+/// are, and the file need not exist.
 std::string absolutePath(std::string const& path);
 
-/// The name of the file behind the links that `path` may be: SQLite keeps the journal beside that one. `path` itself
-/// where nothing is there.
+/// The file that `path` leads to through links: SQLite keeps the journal beside that one. `path` itself if there is no
+/// file.
 std::string withoutLinks(std::string const& path);
 
-/// Makes what was created, renamed or removed in the folder of the file at `path` last through a power cut. Returns
-/// whether the file system has acknowledged it.
+/// Makes files that were created, renamed or removed in the folder of `path` survive a power cut. Returns whether the
+/// file system has confirmed it.
 bool synchroniseFolderOf(std::string const& path);
 
 } // namespace folder

@@ -4,13 +4,13 @@
 
 #include <memory>
 
-/// Owners of what SQLite hands out.
+/// Owners of SQLite's objects.
 namespace sqlite
 {
 
 struct CloseConnection
 {
-    // Nothing is left that could keep it open.
+    // Cannot fail: all statements are gone by now.
     void operator()(sqlite3* db) const { static_cast<void>(sqlite3_close(db)); }
 };
 using ConnectionHandle = std::unique_ptr<sqlite3, CloseConnection>;

@@ -4,5 +4,5 @@
 #include <string>
 #include <string_view>
 
-/// All of `parts` in their order. Chains of operator+ take several times the code.
+/// Concatenates `parts`. Chains of operator+ compile to several times the code.
 std::string join(std::initializer_list<std::string_view> parts);

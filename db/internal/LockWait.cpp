@@ -22,8 +22,8 @@ bool lockWait::LockWait::pause(int tries, std::chrono::milliseconds limit)
         m_begin = SteadyClock::now();
         m_slept = {};
     }
-    // The clock, because a pause can be longer than asked for; the sum, because the file system decides what a pause
-    // is.
+    // Check the clock, as a pause can take longer than asked for, and the sum, as the file system can replace the
+    // sleep.
     if (m_slept >= limit || SteadyClock::now() - m_begin >= limit)
     {
         return false;

@@ -6,19 +6,19 @@
 namespace lockWait
 {
 
-/// How long a call waits for a lock unless its caller says otherwise.
+/// Default busy timeout.
 constexpr std::chrono::seconds kBusyTimeout(5);
 
 /// One wait for one lock.
 ///
-/// SQLite's own handler pauses for up to 100 ms between two tries. A process that writes without a pause leaves gaps of
-/// far less than that, and others could wait in vain for all of their time. Whoever has waited for long tries more
-/// often, and so comes before those who have just begun.
+/// SQLite's own busy handler pauses for up to 100 ms between two tries. A process that writes without a pause leaves
+/// far shorter gaps, and others could wait in vain for their whole timeout. Here, a call that has waited for long tries
+/// more often, and so comes before calls that have just begun to wait.
 class LockWait
 {
 public:
-    /// Pauses before the next try, unless the wait has lasted for `limit`; returns whether it is to be tried again.
-    /// `tries` is what SQLite passes to a busy handler: 0 begins a new wait.
+    /// Pauses before the next try; returns false if the wait has lasted for `limit`. `tries` is the argument of
+    /// SQLite's busy handler: 0 begins a new wait.
     bool pause(int tries, std::chrono::milliseconds limit);
 
 private:

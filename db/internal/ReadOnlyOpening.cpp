@@ -18,10 +18,10 @@ namespace
 
 using sqlite::Connection;
 
-constexpr sqlite3_int64 kReadVersionOffset = 19; ///< in the file header: what is needed to read the file
+constexpr sqlite3_int64 kReadVersionOffset = 19; ///< offset in the file header: the version needed to read the file
 constexpr char kReadVersionWal = 2;
 
-constexpr off_t kLargestEmptyFile = 1; ///< SQLite takes a file of one byte for an empty one
+constexpr off_t kLargestEmptyFile = 1; ///< SQLite treats a file of one byte as empty
 
 bool isLargerThan(off_t size, std::string const& path)
 {
@@ -34,19 +34,19 @@ bool hasContent(std::string const& path)
     return isLargerThan(0, path);
 }
 
-/// SQLite keeps the log beside the file that a link leads to.
+/// SQLite keeps the log beside the target of a link.
 std::string logOf(std::string const& path)
 {
     return folder::withoutLinks(path) + "-wal";
 }
 
-/// SQLite keeps the journal beside the file that a link leads to.
+/// SQLite keeps the journal beside the target of a link.
 std::string journalOf(std::string const& path)
 {
     return folder::withoutLinks(path) + "-journal";
 }
 
-/// SQLite takes what lies beside an empty file for a leftover, and removes it, a log also on a read-only connection.
+/// SQLite treats files beside an empty file as leftovers and removes them, a log also on a read-only connection.
 [[noreturn]] void refuseEmptied(FilePath const& path, char const* name, std::string const& beside)
 {
     throw Failure(EMPTIED, join({path.given(), ": it is empty, but its ", name,
@@ -63,7 +63,7 @@ void requireNoLogOfEmptyFile(FilePath const& path)
     }
 }
 
-/// Whether another process is at work on the connection's file.
+/// Whether another process has a reserved lock, as it is writing to the connection's file.
 bool isReserved(Connection const& connection)
 {
     sqlite3_file* file = nullptr;
@@ -73,8 +73,8 @@ bool isReserved(Connection const& connection)
            file->pMethods->xCheckReservedLock(file, &isReserved) == SQLITE_OK && isReserved != 0;
 }
 
-/// The opening for reading leaves a journal where it is, and has waited for a process that creates the database. One
-/// that still does has a lock. Asked in this order, one that ends meanwhile has filled the file.
+/// Opening for reading keeps a journal, and has waited for a process that creates the database. A process that still
+/// does holds a lock. Check the size again after the lock: a process that ends in between has filled the file.
 void requireNoJournalOfEmptyFile(FilePath const& path, Connection const& connection)
 {
     std::string const journal = journalOf(path.absolute());
@@ -104,13 +104,13 @@ void requireNoJournalOfEmptyFile(FilePath const& path, Connection const& connect
     throw Failure(failure, path.given() + ": " + std::generic_category().message(error));
 }
 
-/// Reads something, so that SQLite looks at the file and at what lies beside it.
+/// Reads from the file, so that SQLite examines it, its journal and its log.
 void touch(Connection const& connection)
 {
     static_cast<void>(connection.number("SELECT count(*) FROM sqlite_master"));
 }
 
-/// Whether a log cannot be used: its index cannot be created on a read-only medium.
+/// Whether the write-ahead log is the problem: its index cannot be created on a read-only medium.
 bool isLogOutOfReach(Connection const& connection, sqlite::Error const& error)
 {
     return (error.kind() == SQLITE_CANTOPEN || error.kind() == SQLITE_READONLY) && isInWalMode(connection);

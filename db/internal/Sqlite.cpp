@@ -10,15 +10,15 @@ namespace sqlite
 namespace
 {
 
-/// Instructions of SQLite's machine between two looks whether to end: some hundred microseconds.
+/// Instructions of SQLite's virtual machine between two checks for cancellation: some hundred microseconds.
 constexpr int kInstructionsBetweenLooks = 10000;
 /// Busy timeout after a signal.
 constexpr std::chrono::milliseconds kBusyTimeoutWhenCancelled(200);
-/// A crashed writer's journal is there for good, a working one's for moments only.
+/// A crashed writer's journal stays; a working writer's lasts for moments only.
 constexpr std::chrono::milliseconds kBusyTimeoutWithJournal(500);
 constexpr int kPauseWithJournalMs = 2;
 
-/// A URI of the file with that name: every byte that could mean something else is written as a number.
+/// The URI of a file name. Escapes every byte that could have another meaning.
 std::string uriOf(std::string const& name)
 {
     constexpr char kDigits[] = "0123456789ABCDEF";
@@ -71,7 +71,8 @@ void require(sqlite3* db, int code)
     }
 }
 
-/// Calls `run`, which returns a code of SQLite, until what looks like the journal of a crashed writer is none.
+/// Calls `run`, which returns a code of SQLite, again while it reports a hot journal that may belong to a working
+/// writer.
 template <class Run>
 int callUntilTimeout(sqlite3* db, Waiting const& waiting, Run const& run)
 {
@@ -91,7 +92,7 @@ int callUntilTimeout(sqlite3* db, Waiting const& waiting, Run const& run)
 
 Error::Error(sqlite3* db, int code) : m_code(code)
 {
-    // SQLITE_ERROR has many extended codes that say nothing to anybody.
+    // The extended codes of SQLITE_ERROR tell a user nothing.
     if (db != nullptr && (sqlite3_extended_errcode(db) & 0xff) == (code & 0xff))
     {
         m_code = code == SQLITE_ERROR ? code : sqlite3_extended_errcode(db);
@@ -129,7 +130,7 @@ Statement& Statement::bind(int parameter, std::int64_t value)
 
 Statement& Statement::bind(int parameter, std::string_view value)
 {
-    // An empty view may have no address, which would mean NULL.
+    // An empty view may have a null address, which would mean NULL.
     char const* const begin = value.empty() ? "" : value.data();
     require(m_db, sqlite3_bind_text64(m_statement.get(), parameter, begin, value.size(), SQLITE_STATIC, SQLITE_UTF8));
     return *this;
@@ -146,7 +147,7 @@ bool Statement::step()
     if (code != SQLITE_DONE)
     {
         Error const error(m_db, code);
-        reset(); // A failed statement keeps its locks until then.
+        reset(); // A failed statement keeps its locks until it is reset.
         throw error;
     }
     reset();
@@ -267,7 +268,7 @@ Transaction::Transaction(Connection const& connection, std::string const& begin)
 
 Transaction::~Transaction()
 {
-    // After some failures SQLite has rolled back on its own.
+    // After some failures SQLite has already rolled back.
     if (m_connection.isInTransaction())
     {
         static_cast<void>(sqlite3_exec(m_connection.get(), "ROLLBACK", nullptr, nullptr, nullptr));

@@ -10,21 +10,21 @@
 #include <string>
 #include <string_view>
 
-/// SQLite with objects that clean up after themselves, for what does not go through the connection layer's registry.
-/// One thread at a time uses a connection and its statements.
+/// Owning wrappers of SQLite, for code that does not use the connection layer's registry. One thread at a time uses a
+/// connection and its statements.
 namespace sqlite
 {
 
-/// A call of SQLite that failed.
+/// A failed call of SQLite.
 class Error : public std::exception
 {
 public:
-    /// `db` may be null; its message is taken where it belongs to `code`.
+    /// `db` may be null. Its message is used if it belongs to `code`.
     Error(sqlite3* db, int code);
 
     /// SQLite's extended result code.
     int code() const { return m_code; }
-    /// SQLite's result code without what extends it.
+    /// SQLite's primary result code.
     int kind() const { return m_code & 0xff; }
     /// SQLite's message, without the name of the file.
     char const* what() const noexcept override { return m_message.c_str(); }
@@ -34,33 +34,33 @@ private:
     std::string m_message;
 };
 
-/// How a connection waits for the locks of others.
+/// How a connection waits for locks of other connections.
 struct Waiting
 {
     /// The longest wait for one lock.
     std::chrono::milliseconds limit = lockWait::kBusyTimeout;
-    /// Whether whoever waits has been asked to end; null: nobody asks. A wait and a running statement end soon after.
+    /// Returns true when a waiting or running statement shall end early; may be null.
     bool (*isCancelled)() = nullptr;
 };
 
-/// A compiled statement. Values only ever get in by `bind`. Failures throw Error.
+/// A compiled statement. Values are passed by `bind` only. Failures throw Error.
 class Statement
 {
 public:
-    /// None: nothing but assigning to it is allowed.
+    /// An empty statement, which can only be assigned to.
     Statement() = default;
     /// `waiting` must outlive the statement.
     Statement(sqlite3* db, Waiting const& waiting, std::string const& sql);
 
-    /// Sets the parameter with that number, from 1 on. A text is borrowed until the parameter is set again.
+    /// Sets a parameter, counted from 1. A text is borrowed until the parameter is set again.
     Statement& bind(int parameter, std::int64_t value);
     Statement& bind(int parameter, std::string_view value);
 
-    /// Goes to the next row; returns whether there is one. Without one, the statement is ready for another run.
+    /// Moves to the next row; returns whether there is one. If not, the statement is ready to run again.
     bool step();
-    /// Runs the statement to its end, whatever rows it has.
+    /// Runs the statement to its end and ignores its rows.
     void run();
-    /// Ends the run: the statement holds no lock any longer.
+    /// Ends the run and releases the statement's locks.
     void reset();
 
     explicit operator bool() const { return m_statement != nullptr; }
@@ -70,10 +70,10 @@ public:
     bool isNull(int column) const { return type(column) == SQLITE_NULL; }
     std::int64_t integer(int column) const;
     double real(int column) const;
-    /// The bytes of a text or blob, the text of a number; valid until the next step.
+    /// The bytes of a text or blob, or the text of a number; valid until the next step.
     std::string_view text(int column) const;
     std::string_view blob(int column) const;
-    /// How many bytes a text or blob has, 0 for numbers.
+    /// The size of a text or blob in bytes; 0 for numbers.
     std::size_t size(int column) const;
 
 private:
@@ -83,20 +83,20 @@ private:
     sqlite3* m_db = nullptr;
     Waiting const* m_waiting = nullptr;
     StatementHandle m_statement;
-    bool m_isRunning = false; ///< has a row, and so its locks
+    bool m_isRunning = false; ///< stands on a row, and so holds locks
 };
 
-/// A connection to one file that distrusts what the file says. Its statements must be gone before it.
+/// A connection to one file, which distrusts the file's schema. Its statements must be destroyed before it.
 class Connection
 {
 public:
     enum Access
     {
         READ_ONLY,
-        IMMUTABLE, ///< the file cannot change while it is read: no lock, no file beside it
+        IMMUTABLE, ///< the file cannot change while it is read: no lock, and no file beside it
         READ_WRITE,
         CREATE, ///< as READ_WRITE; a missing file is created empty
-        MEMORY  ///< an empty database of its own, in memory; without a path
+        MEMORY  ///< an empty in-memory database; the path is ignored
     };
 
     /// Opens the file; `path` always names a file, whatever it looks like. Throws Error.
@@ -105,11 +105,11 @@ public:
     Connection& operator=(Connection&&) = default;
 
     Statement prepare(std::string const& sql) const { return Statement(get(), m_shared->waiting, sql); }
-    /// Runs a statement whose rows do not matter.
+    /// Runs a statement and ignores its rows.
     void run(std::string const& sql) const { prepare(sql).run(); }
-    /// The one number that a query yields; 0 when it yields none.
+    /// The first number that a query returns; 0 if it returns no row.
     std::int64_t number(std::string const& sql) const;
-    /// How to wait for the locks of others from now on.
+    /// Sets how this connection waits for locks from now on.
     void waitFor(Waiting const& waiting) const { m_shared->waiting = waiting; }
 
     bool isInTransaction() const { return sqlite3_get_autocommit(get()) == 0; }
@@ -117,14 +117,14 @@ public:
     sqlite3* get() const { return m_db.get(); }
 
 private:
-    /// What SQLite's handlers point to; it outlives the connection, which can be moved.
+    /// The context of SQLite's handlers. Its address stays valid when the connection is moved.
     struct Shared
     {
         Waiting waiting;
         lockWait::LockWait wait;
     };
 
-    /// Both are handed a Shared.
+    /// The context of both is a Shared.
     static int onBusy(void* context, int tries);
     static int onProgress(void* context);
 
@@ -133,7 +133,7 @@ private:
     ConnectionHandle m_db;
 };
 
-/// A transaction that is rolled back unless it was committed.
+/// A transaction, which is rolled back unless it was committed.
 class Transaction
 {
 public:
@@ -143,7 +143,7 @@ public:
     Transaction(Transaction const&) = delete;
     Transaction& operator=(Transaction const&) = delete;
 
-    /// Throws Error; the transaction may then be open still.
+    /// Throws Error; the transaction may then still be open.
     void commit();
 
 private:

@@ -7,14 +7,14 @@
 namespace
 {
 
-/// After so many steps of SQLite's virtual machine the clock is read. Some steps are heavy.
+/// Steps of SQLite's virtual machine between two readings of the clock. Some steps take long.
 constexpr int kStepsPerCheck = 250;
 
-/// The wait of one thread, and how long it has lasted.
+/// The lock wait of one thread, and its limits.
 struct WaitState
 {
     lockWait::LockWait wait;
-    int onceCount; ///< how many TimeOutOnce live
+    int onceCount; ///< number of living TimeOutOnce objects
     bool waitedInVain;
     bool wasInterrupted;
 };
@@ -110,7 +110,7 @@ int timeLimits::StatementWatch::onAccess(void* self, int action, char const*, ch
     }
     if (watch.isOverdue())
     {
-        return SQLITE_DENY; // Views of views can keep the compiler busy, too.
+        return SQLITE_DENY; // Nested views can also keep the compiler busy.
     }
     if (action == SQLITE_PRAGMA && argument != nullptr && watch.m_ignoresPragmas)
     {

@@ -8,20 +8,19 @@
 
 struct sqlite3;
 
-/// Keeps an operation from taking for ever: limits how long it waits for other processes, and how long the file's own
-/// triggers and views may run.
+/// Limits how long an operation waits for other processes, and how long the file's own triggers and views may run.
 namespace timeLimits
 {
 
-/// How long the processor may work on a statement with a trigger or a view in it.
+/// The processor time of a statement with a trigger or a view.
 constexpr std::chrono::seconds kStatementLimit = lockWait::kBusyTimeout;
 
-/// From now on the statements of this connection wait for locks of other processes.
+/// Makes the statements of this connection wait for locks of other processes.
 FIRAIM_HIDDEN void waitForLocks(sqlite3* db);
 
-/// While it lives, this thread waits for one busy timeout at most, and for one statement limit: once a statement has
-/// waited in vain for a lock, later ones do not wait, and once a statement has been interrupted, later ones are
-/// interrupted at once. Many rows that cannot be written then take no longer than one of them.
+/// While it lives, this thread uses up at most one busy timeout and one statement limit. After a statement has waited
+/// in vain for a lock, later ones do not wait; after a statement was interrupted, later ones are interrupted at once.
+/// So many rows that cannot be written take no longer than one.
 class FIRAIM_EXPORT TimeOutOnce
 {
 public:
@@ -31,11 +30,11 @@ public:
     TimeOutOnce& operator=(TimeOutOnce const&) = delete;
 };
 
-/// Limits the statements that are compiled and run on a connection while it lives. It must outlive them.
+/// Limits the statements that are compiled and run on a connection during its lifetime. It must outlive them.
 ///
-/// The triggers and views of a file are the file's, not ours: one that does not end, by chance or by intent, is
-/// interrupted as SQLite interrupts statements, and its statement changes nothing. SQLite names the terms of a WITH
-/// clause as it names views, so a statement with those is limited as well. All others run as long as they need.
+/// The triggers and views of a file are untrusted: one that does not end, by accident or intent, is interrupted as
+/// SQLite interrupts statements, and its statement changes nothing. SQLite reports the terms of a WITH clause like
+/// views, so a statement with a WITH clause is limited as well. All other statements run as long as they need.
 class FIRAIM_EXPORT StatementWatch
 {
 public:
@@ -44,17 +43,16 @@ public:
     StatementWatch(StatementWatch const&) = delete;
     StatementWatch& operator=(StatementWatch const&) = delete;
 
-    /// Whether PRAGMAs that set something are compiled to nothing: many of them act when they are compiled. Off at
-    /// first.
+    /// Makes PRAGMAs that set something compile to nothing: many of them act when they are compiled. Off at first.
     FIRAIM_HIDDEN void ignorePragmas(bool isOn) { m_ignoresPragmas = isOn; }
     FIRAIM_HIDDEN bool hasIgnoredPragma() const { return m_hasIgnoredPragma; }
 
-    /// Called around work that is not the statement's own, as its row callback.
+    /// Call these around work that is not the statement's own, such as its row callback.
     FIRAIM_HIDDEN void pause();
     FIRAIM_HIDDEN void resume();
 
 private:
-    /// The processor's time on this thread: waiting for locks or for the storage is not the file's fault.
+    /// Processor time of this thread: waiting for locks or for the storage is not the file's fault.
     using Duration = std::chrono::nanoseconds;
 
     FIRAIM_HIDDEN static Duration now();
@@ -66,7 +64,7 @@ private:
 
     sqlite3* m_db;
     StatementWatch* m_outer;         ///< of the statement whose row callback runs this one
-    std::optional<Duration> m_begin; ///< when the first trigger or view was met
+    std::optional<Duration> m_begin; ///< time of the first trigger or view
     Duration m_pauseBegin{};
     bool m_ignoresPragmas = false;
     bool m_hasIgnoredPragma = false;

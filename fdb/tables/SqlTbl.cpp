@@ -14,12 +14,12 @@
 namespace
 {
 
-/// Cuts the comma behind the last item of the list that begins at `begin` in `sql`.
+/// Removes the comma after the last item of the list that begins at `begin` in `sql`.
 void cutLastComma(std::string& sql, std::size_t begin)
 {
     if (sql.size() == begin)
     {
-        // Erasing a comma that is not there would throw this, but with another text on each C++ runtime.
+        // Erasing a missing comma would throw this too, but with another text on each C++ runtime.
         throw std::out_of_range("basic_string::erase");
     }
     sql.pop_back();
@@ -49,7 +49,7 @@ void decodeNumber(bool isUsable, char** cell, void* value)
     Integer number = 0;
     if (isUsable)
     {
-        // A text that does not convert has been reported and leaves 0.
+        // A text that does not convert was reported and gives 0.
         static_cast<void>(SqlTblUtil::setValueFromSqlResult(cell, &number));
     }
     std::memcpy(value, &number, sizeof number);
@@ -180,12 +180,12 @@ void SqlTbl<T>::addColumn(unsigned short id, char const* name, columnValueType_t
     m_columns[id] = {name, id, true, type, value, sqlType};
 }
 
-/// About how many bytes a statement of the working record takes, so that it need not grow while it is written.
+/// The approximate size of a statement of the working record, in bytes, to reserve memory once.
 template <class T>
 std::size_t SqlTbl<T>::expectedSize() const
 {
     constexpr std::size_t kKeywords = 40;
-    constexpr std::size_t kNumber = 24; // Any number, status or null, and what stands around name and value.
+    constexpr std::size_t kNumber = 24; // Any number, status or null, and the characters around name and value.
     std::size_t size = kKeywords + m_tblName.size();
     for (auto const& [id, column] : m_columns)
     {
@@ -208,7 +208,7 @@ void SqlTbl<T>::reportNullValue(column_t const& column) const
     }
 }
 
-/// Appends the value of a column that is not the key; nothing when its SQL type is unknown.
+/// Appends the value of a column other than the key; nothing if its SQL type is unknown.
 template <class T>
 void SqlTbl<T>::appendValue(std::string& sql, column_t const& column) const
 {
@@ -237,12 +237,12 @@ void SqlTbl<T>::appendValue(std::string& sql, column_t const& column) const
     }
     else
     {
-        // Any plain type: a text column always has a std::string behind it.
+        // For any plain type: the member of a text column is always a std::string.
         appendQuoted(sql, *static_cast<std::string const*>(column.value));
     }
 }
 
-/// Appends the integer of a number column; nothing when a string stands behind it.
+/// Appends the integer of a number column; nothing if its member is a string.
 template <class T>
 void SqlTbl<T>::appendPlainNumber(std::string& sql, column_t const& column) const
 {
@@ -287,7 +287,7 @@ void SqlTbl<T>::decodeCell(column_t const& column, char** cell) const
         }
         else
         {
-            // The type is known; this is the text for a NULL in a custom column.
+            // The type is known; the text is deliberately the one for a NULL in a custom column.
             SqlTblUtil::printError("[WARNING]", "Unknown type!!!!!");
         }
     }

@@ -23,10 +23,10 @@ int setValueFromSqlResult(char** cell, T* target)
         *target = value;
         return 0;
     }
-    // Not plain digits, or too many: what blanks, signs and the rest mean, only the standard extraction decides.
+    // Not plain digits, or too many: only standard extraction decides how blanks, signs and the rest are read.
     std::stringstream stream;
-    stream.exceptions(std::ios::badbit);  // An allocation failure passes on; it says nothing about the text.
-    stream.imbue(std::locale::classic()); // The application's locale must not decide what a file says.
+    stream.exceptions(std::ios::badbit);  // Let an allocation failure pass; it says nothing about the text.
+    stream.imbue(std::locale::classic()); // The application's locale must not change how a file is read.
     stream << *cell;
     stream >> value;
     if (stream.fail())

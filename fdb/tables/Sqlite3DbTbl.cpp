@@ -1,4 +1,4 @@
-// The one place that sees both a connection and a column model: creating and reading tables.
+// Creating and reading tables: the only code that uses both a connection and a column model.
 
 #include <db/LogUtil.h>
 #include <db/Sqlite3Db.h>
@@ -18,7 +18,7 @@ namespace
 
 constexpr char kTag[] = "SQL3";
 
-/// The cells of one query, released when it goes out of scope.
+/// The cells of one query; freed at the end of the scope.
 class ResultTable
 {
 public:
@@ -28,7 +28,7 @@ public:
 
     ~ResultTable()
     {
-        // The memory goes back on behalf of an open connection only; a decoding hook may have closed this one.
+        // Free the memory only while the connection is open; a decoding function may have closed it.
         if (m_db.findOpen(m_handle) != nullptr)
         {
             sqlite3_free_table(m_cells);
@@ -58,7 +58,7 @@ private:
     char* m_message = nullptr;
 };
 
-/// How many cells a row needs so that every column of `tbl` finds its own.
+/// The number of cells a row needs so that every column of `tbl` has its own.
 template <class T>
 std::size_t neededCells(SqlTbl<T> const& tbl)
 {
@@ -70,7 +70,7 @@ std::size_t neededCells(SqlTbl<T> const& tbl)
     return count;
 }
 
-/// The column with that id, null when the model has none.
+/// The column with that id; null if there is none.
 template <class T>
 typename SqlTbl<T>::column_t const* findColumn(SqlTbl<T> const& tbl, unsigned short id)
 {
@@ -89,7 +89,7 @@ typename SqlTbl<T>::column_t const* findColumn(SqlTbl<T> const& tbl, unsigned sh
 template <class T>
 int Sqlite3Db::createTbl(short handle, SqlTbl<T> const& tbl)
 {
-    // The last column written outlives the call.
+    // Static: the last column written outlives the call.
     static typename SqlTbl<T>::column_t column;
 
     if (m_debug != 0)
@@ -97,7 +97,7 @@ int Sqlite3Db::createTbl(short handle, SqlTbl<T> const& tbl)
         LogUtil::write(LogUtil::SEVERITY_DEBUG, kTag, "createTbl", "create Table: ", tbl.m_tblName);
     }
     std::stringstream statement;
-    statement.exceptions(std::ios::badbit); // An allocation failure passes on instead of cutting the text.
+    statement.exceptions(std::ios::badbit); // Let an allocation failure pass instead of cutting the text.
     statement << "CREATE TABLE \"" << tbl.m_tblName << "\" (";
     std::size_t const count = tbl.m_columns.size();
     for (unsigned short idx = 0; idx < count; ++idx)
@@ -145,7 +145,7 @@ int Sqlite3Db::getTbl(short handle, std::string query, std::vector<T>& out, SqlT
         out.clear();
         out.reserve(result.rowCount());
 
-        // A caller's own SELECT may return fewer columns than the table has; what it lacks is read as NULL.
+        // A caller's SELECT may return fewer columns than the table has; read the missing ones as NULL.
         std::size_t const columnCount = result.columnCount();
         std::size_t const needed = neededCells(*tbl);
         std::vector<char*> paddedRow(needed > columnCount ? needed : 0, nullptr);
