@@ -1,4 +1,4 @@
-// Watches the machine it runs on and keeps the history of its faults, as a logger would.
+// Watches the machine it runs on and keeps the history of its faults, as a data logger would.
 
 #include "health_monitor/Sampler.h"
 #include "health_monitor/Thresholds.h"
@@ -59,7 +59,7 @@ it is recorded as inactive. What this run does not watch keeps its state.
 Exit status: 0 when the samples were taken or SIGINT or SIGTERM ended the run, 1 when the database or the machine's
 state could not be read or written, 2 for bad usage.)";
 
-/// A comparison with a number that is none would never be crossed, and CLI::Range lets it pass.
+/// A comparison with NaN is never crossed, and CLI::Range accepts it.
 std::string refuseNan(std::string const& text)
 {
     return std::isnan(std::strtod(text.c_str(), nullptr)) ? "not a number: " + text : std::string();
@@ -118,7 +118,7 @@ void declare(CLI::App& app, Options& options)
         ->check(CLI::Range(10U, 86'400'000U).description(""));
 }
 
-/// SIGINT and SIGTERM, held back so that they end the run between two samples and never in the middle of a write.
+/// Blocks SIGINT and SIGTERM, so that they end the run between two samples and never in the middle of a write.
 class StopSignals
 {
 public:
@@ -148,7 +148,7 @@ public:
             {
                 return true;
             }
-            // Being stopped and continued ends the wait early.
+            // A stop and continue of the process ends the wait early.
             if (steady_clock::now() >= deadline)
             {
                 return false;
@@ -160,7 +160,7 @@ private:
     sigset_t m_signals{};
 };
 
-/// Ends the run unless `result`, of a call of `object`, tells of success.
+/// Throws unless `result`, returned by a call of `object`, is a success.
 template <class Object>
 void require(int result, Object const& object)
 {
@@ -178,7 +178,7 @@ std::string printable(std::string text)
     return text;
 }
 
-/// The history of this machine's faults, as this run adds to it.
+/// The fault history of this machine, and the part of it that this run adds.
 class History
 {
 public:
@@ -189,7 +189,7 @@ public:
         std::cout << "Watching under start-up id " << m_recorder.startupId() << " into " << path << std::endl;
     }
 
-    /// Records what has changed since the last sample, and tells of it.
+    /// Records the changes since the last sample and prints them.
     void record(std::vector<Finding> const& findings)
     {
         for (Finding const& finding : findings)
@@ -204,7 +204,7 @@ public:
         require(m_recorder.endCycle(), m_recorder);
     }
 
-    /// Prints what has come of this run.
+    /// Prints the outcome of this run.
     void summarise()
     {
         firaim::Counts counts;
@@ -223,12 +223,12 @@ public:
 private:
     firaim::Receipt record(Finding const& finding)
     {
-        // Nobody watched between two runs. So what is crossed at the first look is a new occurrence, also when it was
-        // left active: a machine that restarts again and again has restarted each time.
+        // Nobody watched between two runs, so a threshold that is crossed at the first look is a new occurrence, even
+        // if its fault is still active: a machine that restarts again and again has restarted each time.
         bool const isFirstLook = m_seen.insert({finding.code, finding.parameter}).second;
         firaim::FaultEvent event;
         event.code = finding.code;
-        event.module = "health_monitor"; // Tells this program's faults from those of others in the same file.
+        event.module = "health_monitor"; // Separates this program's faults from those of others in the same file.
         event.parameter = finding.parameter;
         event.description = finding.description;
         if (!finding.isCrossed)
@@ -251,7 +251,7 @@ private:
 
     firaim::FaultRecorder m_recorder;
     firaim::FaultReader m_reader;
-    std::set<std::pair<faultCode_t, std::string>> m_seen; ///< code and parameter of what this run has looked at
+    std::set<std::pair<faultCode_t, std::string>> m_seen; ///< code and parameter that this run has seen
 };
 
 void watch(Options const& options, StopSignals const& stop, History& history)
@@ -266,7 +266,7 @@ void watch(Options const& options, StopSignals const& stop, History& history)
         {
             return;
         }
-        // Samples that were missed, as in suspend, are not made up for.
+        // Do not make up for missed samples, for example after suspend.
         next = std::max(next + std::chrono::milliseconds(options.intervalMs), steady_clock::now());
         if (stop.waitUntil(next))
         {

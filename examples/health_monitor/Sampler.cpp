@@ -65,7 +65,7 @@ FileSystemSample examine(std::string const& path)
         sample.problem = std::strerror(errno);
         return sample;
     }
-    // Blocks reserved for root are no use to a logger, so they count as neither used nor free.
+    // Count blocks reserved for root as neither used nor free: a logger cannot use them.
     double const available = static_cast<double>(info.f_bavail);
     double const usable = static_cast<double>(info.f_blocks - info.f_bfree) + available;
     // A file system without blocks, such as /proc, can never fill up.
@@ -81,7 +81,7 @@ Sampler::Sampler(std::vector<std::string> paths) : m_paths(std::move(paths)) {}
 Sample Sampler::take()
 {
     Sample sample;
-    // CLOCK_BOOTTIME and not CLOCK_MONOTONIC, which stands still in suspend: waking up would look like a jump.
+    // CLOCK_BOOTTIME and not CLOCK_MONOTONIC: that one stops in suspend, and waking up would look like a clock jump.
     long long const sinceBootMs = readClockMs(CLOCK_BOOTTIME);
     long long const nowMs = readClockMs(CLOCK_REALTIME);
     long long const offsetMs = nowMs - sinceBootMs;

@@ -10,7 +10,7 @@
 namespace healthMonitor
 {
 
-/// The limits of a healthy machine. A threshold of 0 is not watched.
+/// The limits of a healthy machine. A threshold of 0 is off.
 struct Thresholds
 {
     double minMemoryMib = 64.0;              ///< available memory
@@ -20,7 +20,7 @@ struct Thresholds
     unsigned int restartWindowSeconds = 300; ///< a machine up for less has just been restarted
 };
 
-/// The result of one comparison. Code and parameter together tell one possible fault from another.
+/// The result of one comparison. Code and parameter together identify a fault.
 struct Finding
 {
     faultCode_t code;
@@ -29,7 +29,7 @@ struct Finding
     std::string description; ///< the value and its threshold
 };
 
-/// Compares `sample` with `thresholds`. What is not watched, or could not be looked at this time, yields no finding.
+/// Compares `sample` with `thresholds`. A value that is not watched or could not be sampled has no finding.
 std::vector<Finding> compare(Sample const& sample, Thresholds const& thresholds);
 
 } // namespace healthMonitor
