@@ -22,8 +22,7 @@ bool lockWait::LockWait::pause(int tries, std::chrono::milliseconds limit)
         m_begin = SteadyClock::now();
         m_slept = {};
     }
-    // Check the clock, as a pause can take longer than asked for, and the sum, as the file system can replace the
-    // sleep.
+    // Check the clock, as a pause can take longer than asked for, and the sum, as SQLite's VFS decides what a pause is.
     if (m_slept >= limit || SteadyClock::now() - m_begin >= limit)
     {
         return false;

@@ -11,7 +11,7 @@
 namespace firaim
 {
 
-/// The module and the parameter of a fault; with its code they make a triple.
+/// The module and the parameter of a fault. With its code they form a triple.
 using Source = std::pair<std::string, std::string>;
 using SourceView = std::pair<std::string_view, std::string_view>;
 
@@ -28,22 +28,22 @@ struct SourceLess
     }
 };
 
-/// The active sources of one code, with the keys of the rows that made them so.
+/// The active sources of one code, each with the key of the row that made it active.
 using Sources = std::map<Source, std::int64_t, SourceLess>;
 
-/// Which triples of code, module and parameter are active, and what a transaction has changed of that.
+/// The active triples of code, module and parameter, and the changes of the present transaction.
 class ActiveTriples
 {
 public:
-    /// A triple gets active by the row with that key, or inactive without one.
+    /// Makes a triple active by the row with that key, or inactive without a key.
     void set(std::uint32_t code, SourceView const& source, std::optional<std::int64_t> key);
-    /// As `set`, and `rolledBack` undoes it.
+    /// As `set`; `rolledBack` undoes it.
     void change(std::uint32_t code, SourceView const& source, std::optional<std::int64_t> key);
     void committed() { m_changes.clear(); }
     void rolledBack();
     void clear();
 
-    /// The key of the row that made a triple active; none when it is not active.
+    /// The key of the row that made a triple active; none if it is not active.
     std::optional<std::int64_t> keyOf(std::uint32_t code, SourceView const& source) const;
     /// The active triples of a code.
     Sources const& of(std::uint32_t code) const;

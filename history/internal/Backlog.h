@@ -14,37 +14,37 @@
 namespace firaim
 {
 
-/// Events that are acknowledged before they are on the storage: posted ones, and those that storms have counted. A
-/// thread, started when there is something to do for the first time, passes both on to the commit queue. Any thread may
-/// call anything at any time but the destructor.
+/// Events that were acknowledged before they are on the storage: posted events, and events counted in storms. A thread,
+/// started when there is work for the first time, passes them to the commit queue. Any thread may call any operation at
+/// any time, except the destructor.
 class Backlog
 {
 public:
     using Timeout = std::chrono::milliseconds;
 
-    /// `queue` tells it of what is stored.
+    /// `queue` calls back for each stored request.
     explicit Backlog(CommitQueue& queue);
-    /// Must be closed.
+    /// Requires that it is closed.
     ~Backlog() = default;
     Backlog(Backlog const&) = delete;
     Backlog& operator=(Backlog const&) = delete;
 
     void open(RecorderOptions const& options);
-    /// Records what is there, for so long, and ends the thread. HISTORY_OK; HISTORY_FAILED when that was not all;
-    /// HISTORY_INVALID_STATE when not open or being closed, by another thread.
+    /// Records the remaining events for up to `timeout` and ends the thread. HISTORY_OK; HISTORY_FAILED if not all
+    /// could be recorded; HISTORY_INVALID_STATE if it is not open or another thread is closing it.
     int close(Timeout timeout);
 
-    /// Takes the event of `request`, which it copies, and waits for room for so long where that is wanted. Returns a
-    /// HistoryResult.
+    /// Copies the event of `request` into the queue; with RecorderOptions::doesPostWait, waits for room up to
+    /// `timeout`. Returns a HistoryResult.
     int post(Request const& request, Timeout timeout);
 
-    /// Whether a RECORD gets a row; if not, it is counted.
+    /// Whether a RECORD gets a row; if not, it has been counted.
     bool admits(Request& request);
-    /// Lets an edge know what was counted of its triple.
+    /// Gives a RAISE, CLEAR or CLEAR_CODE access to the status that a storm of its triple has counted.
     void prepareEdge(Request& request);
 
     int flush(std::uint64_t& left, Timeout timeout);
-    /// As `flush`, without a row for storms, and without regard to what was lost.
+    /// As `flush`, but storms get no row and lost events are ignored.
     int passOn(Timeout timeout);
 
     std::uint64_t queued();
@@ -54,20 +54,20 @@ private:
     using Posted = PostedEvents::Posted;
     using TimePoint = Condition::TimePoint;
 
-    /// Something that calls want the thread to do.
+    /// Work that calls request from the thread.
     struct Errand
     {
-        std::uint64_t wanted; ///< by so many calls
-        std::uint64_t done;   ///< for the first so many of them
+        std::uint64_t wanted; ///< number of calls that have requested it
+        std::uint64_t done;   ///< number of the first of these calls for which it is done
     };
 
     /// The condition that a call waits for.
     struct Goal
     {
-        std::uint64_t posted;  ///< so many are settled
-        std::uint64_t stores;  ///< of `m_stores`
-        std::uint64_t ends;    ///< of `m_ends`
-        std::uint64_t opening; ///< that the call belongs to
+        std::uint64_t posted;  ///< number of posted events to be settled
+        std::uint64_t stores;  ///< value of `m_stores.done`
+        std::uint64_t ends;    ///< value of `m_ends.done`
+        std::uint64_t opening; ///< the opening that the call belongs to
     };
 
     void stored(Request const& request);
@@ -87,29 +87,29 @@ private:
     bool isReached(Goal const& goal) const;
 
     CommitQueue& m_queue;
-    Mutex m_mutex; ///< held for moments only, never while the file is touched
+    Mutex m_mutex; ///< held for moments only, never while the file is accessed
     Condition m_work;
-    Condition m_changed; ///< something was settled, or there is room
+    Condition m_changed; ///< events were settled, or there is room
     RecorderOptions m_options;
     std::optional<Storms> m_storms;
-    std::uint64_t m_opening = 0; ///< number of the last one
+    std::uint64_t m_opening = 0; ///< counts calls of `open`
     bool m_isOpen = false;
     bool m_isClosing = false;
-    TimePoint m_closeBy{}; ///< when closing
+    TimePoint m_closeBy{}; ///< deadline of `close`
     bool m_isThreadRunning = false;
     std::thread m_thread;
     std::optional<TimePoint> m_watched; ///< the deadline of storms that the thread waits for
-    TimePoint m_retryAt{};              ///< not before then, after a failure
+    TimePoint m_retryAt{};              ///< after a failure: no attempt before this
     int m_lastResult = HISTORY_OK;
 
-    PostedEvents m_posted; ///< the thread works on the first of them
+    PostedEvents m_posted; ///< the thread works on the first events
     std::uint64_t m_lostCount = 0;
-    std::uint64_t m_toldCount = 0; ///< lost ones that a `flush` has told of
+    std::uint64_t m_toldCount = 0; ///< lost events that a `flush` has reported
     std::uint64_t m_countedCount = 0;
     std::uint64_t m_order = 0;           ///< of the last acknowledgement
-    Errand m_stores{};                   ///< storing what storms have counted
+    Errand m_stores{};                   ///< storing the counts of storms
     Errand m_ends{};                     ///< ending all storms
-    std::uint64_t m_postedBeforeEnd = 0; ///< they are recorded before the storms end
+    std::uint64_t m_postedBeforeEnd = 0; ///< posted events that are recorded before the storms end
 };
 
 } // namespace firaim

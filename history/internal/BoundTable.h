@@ -11,12 +11,12 @@
 namespace firaim
 {
 
-/// One table of the file for statements that are prepared once and bound. Names, order and types of its columns, and
-/// the values of a row, are those of a table object of the library, whose working record this one reads.
+/// One table of the file, for statements that are prepared once and bound. Column names, their order and types, and the
+/// values of a row come from a table object of the library; values are read from its working record.
 class BoundTable
 {
 public:
-    /// `tbl` must outlive this object. Its `init` has been called, and its first column is the key.
+    /// `tbl` must outlive this object, its `init` must have been called, and its first column must be the key.
     template <class T>
     explicit BoundTable(SqlTbl<T>& tbl);
 
@@ -25,21 +25,22 @@ public:
     std::string const& column(std::size_t id) const { return m_columns[id].name; }
     std::size_t columnCount() const { return m_columns.size(); }
 
-    /// The statement that creates the table, as the library writes it.
+    /// The CREATE TABLE statement, as the library writes it.
     std::string createText() const;
-    /// "INSERT" with a parameter for each column but the key, which SQLite assigns.
+    /// An INSERT with a parameter for each column but the key, which SQLite assigns.
     std::string insertText() const;
-    /// "UPDATE" of the row whose key is the last parameter, with a parameter for each other column before it.
+    /// An UPDATE with a parameter for each column but the key, then one for the key of the row.
     std::string updateText() const;
-    /// "SELECT 1" of the row whose key is the last parameter, where every other column is what is bound.
+    /// A SELECT 1 with a parameter for each column but the key, then one for the key: finds the row if all columns
+    /// match.
     std::string matchText() const;
-    /// "SELECT" of all columns in their order, "FROM" the table.
+    /// A SELECT of all columns in their order, up to and including the FROM clause.
     std::string selectText() const;
 
-    /// Binds the working record to one of the statements above, all but the key. Its texts are borrowed until the next
-    /// call.
+    /// Binds all columns but the key of the working record to one of the statements above. Texts are borrowed until the
+    /// next call.
     void bind(sqlite::Statement& statement) const;
-    /// As above, and binds the key of the row.
+    /// As above, and binds the key.
     void bind(sqlite::Statement& statement, std::int64_t key) const;
 
 private:
@@ -49,7 +50,7 @@ private:
         std::string sqlType;
         unsigned int type; ///< SqlTbl's columnValueType_t
         void const* value; ///< in the working record
-        /// The words of a status column for inactive, active, and any other number.
+        /// The words of a status column: inactive, active, any other number.
         std::array<std::string, 3> words;
     };
 
@@ -59,8 +60,8 @@ private:
     std::vector<Column> m_columns;
 };
 
-/// The row that `row` stands on, whose columns are those of `tbl` in their order, decoded into the working record as
-/// the library decodes rows, damaged cells included.
+/// Decodes the present row of the statement `row`, whose columns are those of `tbl` in their order, into the working
+/// record. Decodes as the library does, damaged cells included.
 template <class T>
 T const& decodeRow(SqlTbl<T>& tbl, sqlite::Statement const& row);
 

@@ -14,14 +14,14 @@
 namespace firaim
 {
 
-/// Lets the calls of several threads share commits: the first that waits leads. It begins the transaction, takes all
-/// that wait by then into one group, commits, and wakes each with its own result; then the next one leads. Any thread
-/// may call anything at any time but the destructor.
+/// Lets calls of several threads share commits. The first waiting call leads: it begins the transaction, takes all
+/// requests that wait by then into one group, commits, and wakes each call with its own result; then the next call
+/// leads. Any thread may call any operation at any time, except the destructor.
 class CommitQueue
 {
 public:
     using Timeout = std::chrono::milliseconds;
-    /// How soon a waiting call notices that it was cancelled.
+    /// How often a waiting call checks for cancellation.
     static constexpr Timeout kCancelPoll{20};
 
     CommitQueue() = default;
@@ -33,21 +33,21 @@ public:
     int open(std::string const& path, RecorderOptions const& options, Timeout timeout);
     int close();
 
-    /// Runs the requests, whose results it sets, in their order.
+    /// Runs the requests in their order and sets their results.
     void run(std::vector<Request>& requests, Timeout timeout);
 
-    /// Where storms are limited, calls `sink` for each request that is stored, before anything is written after it. Set
+    /// If storms are limited, `sink` is called for each stored request before anything is written after it. Call this
     /// before the first `open`.
     void tellStored(std::function<void(Request const&)> sink) { m_sink = std::move(sink); }
 
     unsigned int startupId();
     FaultRecorder::Counters counters();
     std::string lastProblem();
-    /// Takes note why a call that never came here has failed; returns `result`.
+    /// Sets `lastProblem` for a call that failed before it came here; returns `result`.
     int refuse(int result, char const* problem);
-    /// As `refuse`, for what counts as refused; HISTORY_INVALID_STATE when not open.
+    /// As `refuse`, and counts the call as refused; HISTORY_INVALID_STATE if not open.
     int refuseCounted(int result, char const* problem);
-    /// Until `close`, only what was posted or counted is still taken.
+    /// Until `close`, only accepts requests of posted or counted events.
     void refuseCalls();
 
 private:
@@ -64,14 +64,14 @@ private:
     bool isOpen() const { return m_writer && !m_isClosing; }
 
     std::function<void(Request const&)> m_sink;
-    Mutex m_mutex; ///< held for moments only, never while the file is touched
+    Mutex m_mutex; ///< held for moments only, never while the file is accessed
     std::deque<Request*> m_waiting;
-    std::vector<Request*> m_group; ///< that is being written; grown beforehand, so that taking one needs no memory
-    bool m_isLed = false;          ///< somebody uses the writer
+    std::vector<Request*> m_group; ///< being written; reserved beforehand, so that taking a request needs no memory
+    bool m_isLed = false;          ///< a call uses the writer
     bool m_isOpening = false;
     bool m_isClosing = false;
     bool m_refusesCalls = false; ///< see `refuseCalls`
-    Condition m_idle;            ///< nobody leads and nobody waits
+    Condition m_idle;            ///< no call leads and no request waits
     std::unique_ptr<GroupWriter> m_writer;
     RecorderOptions m_options;
     std::string m_path;

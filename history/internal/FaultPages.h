@@ -8,7 +8,7 @@
 namespace firaim
 {
 
-/// The bytes of an open database as they are, read without its rules.
+/// The raw bytes of an open database file, read without SQLite's checks.
 class PageFile
 {
 public:
@@ -17,7 +17,7 @@ public:
 
     std::int64_t size() const { return m_size; }
 
-    /// Reads up to `size` bytes; returns how many there were, 0 at the end. Throws sqlite::Error.
+    /// Reads up to `size` bytes; returns their number, 0 at the end. Throws sqlite::Error.
     std::size_t read(std::int64_t offset, char* bytes, std::size_t size) const;
 
 private:
@@ -25,12 +25,11 @@ private:
     std::int64_t m_size = 0;
 };
 
-/// Whether the file begins as a database does. Throws sqlite::Error.
+/// Whether the file begins with the header of a database. Throws sqlite::Error.
 bool hasDatabaseHeader(PageFile const& file);
 
-/// Whether the file holds a page of a table with rows like those of the fault table. Such a page is a leaf of a tree of
-/// rows whose records have the fault table's number of cells, the key first, which is stored as NULL. Throws
-/// sqlite::Error.
+/// Whether the file has a page of fault rows: a leaf of a table tree whose records have the fault table's number of
+/// cells, the first of them, the key, stored as NULL. Throws sqlite::Error.
 bool holdsFaults(PageFile const& file);
 
 } // namespace firaim

@@ -7,7 +7,7 @@
 namespace firaim
 {
 
-/// The system's own numbers for a file, whatever its name.
+/// Device and inode of a file, independent of its name.
 struct FileIdentity
 {
     std::uint64_t device = 0;
@@ -17,7 +17,7 @@ struct FileIdentity
     bool operator!=(FileIdentity const& other) const { return !(*this == other); }
 };
 
-/// That of the file at `path`, where a link leads to; none without a file.
+/// The identity of the file at `path`, following links; none if there is no file.
 std::optional<FileIdentity> identityOf(std::string const& path);
 
 } // namespace firaim

@@ -6,23 +6,23 @@
 namespace firaim
 {
 
-/// Waits for others to change a file, without touching it.
+/// Waits for other processes to change a file, without opening it.
 class FileWatch
 {
 public:
-    /// `canceller` tells whether a wait is to end; null: never.
+    /// `canceller` returns true when a wait shall end early; may be null.
     FileWatch(std::string path, bool (*canceller)());
     ~FileWatch();
     FileWatch(FileWatch const&) = delete;
     FileWatch& operator=(FileWatch const&) = delete;
 
-    /// Looks anew which folder the file is in: its name may be a link that has got another target.
+    /// Watches the folder in which the file is now: the path may be a link with a new target.
     void retarget();
 
-    /// Waits until the file seems to have changed, the wait is cancelled or the time has passed; returns whether the
-    /// file seems to have changed. Of changes by another machine the system does not tell.
+    /// Waits until the file seems to have changed, the wait is cancelled or the time has passed. Returns true if the
+    /// file seems to have changed. The system does not report changes by another machine.
     bool wait(std::chrono::milliseconds longest);
-    /// Only waits, for so long or until that is cancelled.
+    /// Waits for that time, or until cancelled.
     void pause(std::chrono::milliseconds longest) const;
 
 private:
@@ -33,7 +33,7 @@ private:
 
     std::string const m_path;
     bool (*const m_isCancelled)();
-    std::string m_name; ///< of the file itself, where the path is a link, and without its folder
+    std::string m_name; ///< file name without its folder; of the target if the path is a link
     int const m_descriptor;
     int m_watched = -1;
 };

@@ -15,19 +15,19 @@
 namespace firaim
 {
 
-/// A follower without its waiting, apart from `waitForChange`.
+/// A follower without the waiting loop of FaultFollower::next.
 class FIRAIM_HIDDEN FaultFollower::Core
 {
 public:
     Core(ReaderCore const& reader, FollowPosition const& position, FaultQuery const& query);
 
-    /// Results as of FaultFollower::next with no time to wait.
+    /// Results as of FaultFollower::next with a wait of 0.
     int take(Fault& fault);
     int takeStatistic(FaultStatistic& statistic);
 
-    /// Whether another `take` is worth its while at once.
+    /// Whether another `take` may return something at once.
     bool hasMore() const;
-    /// Waits until the file seems to have changed, and so long at the most; returns whether it has.
+    /// Waits until the file seems to have changed, up to `longest`; returns whether it has.
     bool waitForChange(std::chrono::milliseconds longest);
     bool isCancelled() const { return m_options.isCancelled != nullptr && m_options.isCancelled(); }
 
@@ -51,21 +51,22 @@ private:
     ReaderOptions const m_options;
     QueryFilter const m_filter;
     FileWatch m_watch;
-    FollowPosition m_position; ///< its hash is not that of its row while `m_isHashDue`
-    bool m_isHashDue = false;  ///< the row of the position is the present one of `m_rows`
+    FollowPosition m_position; ///< while `m_isHashDue`, without the hash of its row
+    bool m_isHashDue = false;  ///< the position is at the present row of `m_rows`
     std::shared_ptr<ReaderCore> m_core;
     RowCursor m_rows;
     FaultTable m_table;
-    std::optional<std::int64_t> m_version; ///< of the file, as SQLite counts what others write, when all was read
-    std::optional<std::int64_t> m_comparedVersion; ///< as `m_version`, when rows were compared with the position
-    bool m_isMore = false;                         ///< behind the batch
-    std::optional<std::int64_t> m_largestKey;      ///< that the fault table ever had, when nothing is behind the batch
-    bool m_wasBusy = false;                        ///< a writer was at work when the file was looked at last
-    std::chrono::steady_clock::time_point m_lastEvent; ///< when the system last told of a change in a log
+    std::optional<std::int64_t> m_version;         ///< `PRAGMA data_version` when all was read
+    std::optional<std::int64_t> m_comparedVersion; ///< `PRAGMA data_version` when rows were compared with the position
+    bool m_isMore = false;                         ///< rows remain behind the batch
+    std::optional<std::int64_t>
+        m_largestKey;       ///< the largest key that the fault table ever had, if no rows remain behind the batch
+    bool m_wasBusy = false; ///< a writer was active at the last attempt to read
+    std::chrono::steady_clock::time_point m_lastEvent; ///< when the system last reported a change of a log
 
     StatisticChanges m_statistics;
 
-    int m_told = HISTORY_OK; ///< why the file cannot be looked at, as last said
+    int m_told = HISTORY_OK; ///< the last reported reason why the file cannot be read
     std::string m_problem;
 };
 

@@ -14,8 +14,8 @@
 namespace firaim
 {
 
-/// Writes groups of requests, each group in one transaction, and decides what each request gets when that fails. One
-/// thread at a time uses it.
+/// Writes groups of requests, each group in one transaction, and decides the result of each request when that fails.
+/// One thread at a time uses it.
 class GroupWriter
 {
 public:
@@ -25,24 +25,24 @@ public:
 
     using Timeout = RecorderConnection::Timeout;
 
-    /// Opens the file. Throws Failure; it can be called again.
+    /// Opens the file. Throws Failure; it may be called again.
     void open(Timeout timeout);
 
-    /// Begins the transaction of a group, waiting for others for so long; opens the file anew where that was lost.
-    /// Throws Failure.
+    /// Begins the transaction of a group, waiting up to `timeout` for other connections. Reopens the file if its
+    /// connection was lost. Throws Failure.
     void begin(Timeout timeout, bool needsSources);
 
-    /// Writes the requests of a group and commits, waiting for readers for so long. Each gets its own result; nothing
-    /// is thrown.
+    /// Writes the requests of a group and commits, waiting up to `timeout` for readers. Each request gets its own
+    /// result; throws nothing.
     void write(std::vector<Request*> const& group, Timeout timeout);
 
-    /// As of RowWriter.
+    /// As in RowWriter.
     unsigned int startupId() const { return m_rows.startupId(); }
     std::uint64_t pruned() const { return m_rows.pruned(); }
-    /// How many commits have stored something.
+    /// The number of commits that stored something.
     std::uint64_t groups() const { return m_groups; }
     bool needsSources(Request const& request) { return m_rows.needsSources(request); }
-    /// Whether writing the request would first have to read which triples are active. Only who leads may ask.
+    /// Whether writing the request requires reading the active triples first. Only the leading call may ask.
     bool needsReading(Request const& request) noexcept;
 
 private:
@@ -68,7 +68,7 @@ private:
     int m_changesBefore = 0; ///< rows that the connection had changed before this group
     bool m_hasWritten = false;
     std::uint64_t m_groups = 0;  ///< see `groups`
-    bool m_isCommitting = false; ///< from here on, a failure does not say that nothing was stored
+    bool m_isCommitting = false; ///< from now on, a failure does not mean that nothing was stored
 };
 
 } // namespace firaim

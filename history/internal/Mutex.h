@@ -8,8 +8,8 @@
 namespace firaim
 {
 
-/// A mutex whose holder inherits the priority of whoever waits for it: a real-time thread that records never waits for
-/// a thread that something in between keeps from running.
+/// A mutex with priority inheritance: a real-time thread that records never waits for a low-priority holder that other
+/// threads keep from running.
 class Mutex
 {
 public:
@@ -17,7 +17,7 @@ public:
     {
         pthread_mutexattr_t attributes;
         pthread_mutexattr_init(&attributes);
-        // Not every kernel has it; the mutex is then an ordinary one.
+        // Not every kernel supports it; the mutex is then an ordinary one.
         static_cast<void>(pthread_mutexattr_setprotocol(&attributes, PTHREAD_PRIO_INHERIT));
         if (pthread_mutex_init(&m_mutex, &attributes) != 0)
         {
@@ -37,7 +37,7 @@ private:
     pthread_mutex_t m_mutex;
 };
 
-/// Gives up a mutex for as long as it lives.
+/// Releases a mutex for the lifetime of this object.
 class Unlocked
 {
 public:
@@ -50,7 +50,7 @@ private:
     Mutex& m_mutex;
 };
 
-/// A condition that is waited for under a Mutex, on the clock that nobody sets.
+/// A condition variable for a Mutex, on the monotonic clock.
 class Condition
 {
 public:
@@ -68,7 +68,7 @@ public:
     Condition(Condition const&) = delete;
     Condition& operator=(Condition const&) = delete;
 
-    /// Waits, without a reason at times, and not much beyond `end`.
+    /// Waits until notified, not much longer than until `end`. May return early without a reason.
     void waitUntil(Mutex& mutex, TimePoint end)
     {
         using namespace std::chrono;

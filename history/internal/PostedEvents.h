@@ -11,8 +11,8 @@
 namespace firaim
 {
 
-/// The events that were posted and are neither recorded nor lost, in their order. References to them stay valid until
-/// they are settled and `dropSettled` is called.
+/// The posted events that are neither recorded nor lost, in their order. References stay valid until an event is
+/// settled and `dropSettled` is called.
 class PostedEvents
 {
 public:
@@ -25,35 +25,35 @@ public:
         std::int64_t doubtfulKey; ///< see Request
         bool isSettled;           ///< recorded or lost
 
-        /// Makes a new request one that records the event.
+        /// Makes a new request record this event.
         void ask(Request& request) const;
     };
 
-    /// Begins anew, with no event posted so far.
+    /// Removes all events and resets the counts.
     void clear();
 
     bool isEmpty() const { return m_events.empty(); }
     std::size_t size() const { return m_events.size(); }
-    /// How many have been posted in all.
+    /// The number of events posted so far.
     std::uint64_t count() const { return m_count; }
-    /// So many of those that were posted first are settled.
+    /// The number of leading events that are settled.
     std::uint64_t settledCount() const { return m_settledCount; }
 
     /// Copies the event of a request.
     void add(Request const& request);
-    /// The first events that are not settled, at most so many; `end` is set to the number of the one behind them.
+    /// The first events that are not settled, at most `most`. Sets `end` to the number of the event behind them.
     std::vector<Posted*> first(std::size_t most, std::uint64_t& end);
     void dropSettled();
-    /// As if all were settled.
+    /// Treats all events as settled.
     void dropAll();
-    /// How many of the first `count` events are not settled.
+    /// The number of events among the first `count` that are not settled.
     std::uint64_t unsettledBefore(std::uint64_t count) const;
     std::uint64_t unsettled() const { return unsettledBefore(m_count); }
 
 private:
-    std::deque<Posted> m_events; ///< the first is not settled
+    std::deque<Posted> m_events; ///< the first one is not settled
     std::uint64_t m_count = 0;
-    std::uint64_t m_settledCount = 0; ///< that have gone from `m_events`
+    std::uint64_t m_settledCount = 0; ///< events removed from `m_events`
 };
 
 } // namespace firaim

@@ -6,7 +6,7 @@
 namespace firaim
 {
 
-/// Tells which faults a query asks for, apart from their keys, their order and their number.
+/// Selects the faults that match a query; its keys, order and limit are not considered.
 class QueryFilter
 {
 public:
@@ -18,7 +18,7 @@ private:
     bool isInTime(Fault const& fault) const;
     bool isMentionedIn(Fault const& fault) const;
 
-    FaultQuery m_query; ///< its text in lower case
+    FaultQuery m_query; ///< its `text` in lower case
 };
 
 } // namespace firaim

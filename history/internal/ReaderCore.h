@@ -15,7 +15,7 @@
 namespace firaim
 {
 
-/// Shared by a reader and its cursors: the connection and the last failure.
+/// The connection and the last problem, shared by a reader and its cursors.
 class ReaderCore : public std::enable_shared_from_this<ReaderCore>
 {
 public:
@@ -25,13 +25,13 @@ public:
     ReaderCore(ReaderCore const&) = delete;
     ReaderCore& operator=(ReaderCore const&) = delete;
 
-    /// Opens the file; results as of FaultReader::open. To be called once.
+    /// Opens the file; results as of FaultReader::open. Call it once.
     int open();
 
     bool isOpen() const { return m_connection.has_value(); }
     sqlite::Connection const& connection() const { return *m_connection; }
     FilePath const& path() const { return m_path; }
-    /// The identity of the file that was opened.
+    /// The identity of the open file.
     FileIdentity const& identity() const { return m_identity; }
     ReaderOptions const& options() const { return m_options; }
 
@@ -39,24 +39,24 @@ public:
     /// The present row of `cursor`, for code that decodes it.
     static RowView rowOf(RowCursor const& cursor);
 
-    /// The rows of a table from the key ?1 to the key ?2, ?3 at most, in the order of their keys: the cells of the file
+    /// Selects at most ?3 rows of a table with keys from ?1 to ?2, in the order of their keys: the cells of the file
     /// format, then the key.
     sqlite::Statement prepareRows(HistoryTable table, FaultQuery::Order order) const;
-    /// The smallest and the largest key of a table; two NULLs without a row.
+    /// Selects the smallest and the largest key of a table; two NULLs without a row.
     sqlite::Statement prepareBounds(HistoryTable table) const;
-    /// Counts the keys from ?1 on, ?2 at most; also gives the largest of these.
+    /// Counts at most ?2 keys from ?1 on; also selects the largest of them.
     sqlite::Statement prepareCount(HistoryTable table) const;
-    /// The largest key that the fault table ever had, as far as the file tells.
+    /// The largest key that the fault table ever had, as far as the file shows.
     std::int64_t largestFaultKey() const;
 
-    /// The only format version; none unless there is exactly one. Throws sqlite::Error.
+    /// The format version; none unless there is exactly one. Throws sqlite::Error.
     std::optional<std::string> formatVersion() const;
 
     bool isCancelled() const { return m_options.isCancelled != nullptr && m_options.isCancelled(); }
-    /// Keeps the text of a failure, which gets the name of the file, and returns `result`.
+    /// Sets `problem` to `text`, preceded by the name of the file; returns `result`.
     int fail(int result, std::string const& text);
-    /// To be called where an exception has been caught: keeps its text and returns the result that it stands for. What
-    /// is none of the file passes through.
+    /// Call it in a handler: sets `problem` and returns the result for the caught exception. Rethrows exceptions other
+    /// than readOnlyOpening::Failure and sqlite::Error.
     int fail();
     std::string const& problem() const { return m_problem; }
 
@@ -68,8 +68,8 @@ private:
     struct QueryText
     {
         std::string name;
-        std::string key;     ///< what the key is called in statements
-        std::string columns; ///< all columns, NULL for one that the file lacks
+        std::string key;     ///< name of the key in statements
+        std::string columns; ///< all columns, with NULL for a column that the file lacks
     };
 
     QueryText describe(BoundTable const& table) const;

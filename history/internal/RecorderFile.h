@@ -7,19 +7,19 @@
 namespace firaim
 {
 
-/// Opens the fault database at `path` for recording, as FaultRecorder::open promises, and creates it where there is
-/// none. Throws Failure or sqlite::Error.
+/// Opens the fault database at `path` for recording, as described at FaultRecorder::open; creates it if there is none.
+/// Throws Failure or sqlite::Error.
 sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting const& waiting);
 
-/// Creates the tables that are missing, and the version row. Throws sqlite::Error.
+/// Creates the missing tables, and the version row. Throws sqlite::Error.
 void createContent(sqlite::Connection const& connection);
 
-/// Makes sure that the schema of the file is that of a fault database, and its format version ours, if that can be
-/// read. Throws Failure where one of them is another's, and sqlite::Error where the schema cannot be read.
+/// Requires that the file has the schema of a fault database and, if it can be read, the supported format version.
+/// Throws Failure if it has others, and sqlite::Error if the schema cannot be read.
 void requireFaultDatabase(std::string const& path, sqlite::Connection const& connection);
 
-/// Whether all that the file holds can be read. Throws sqlite::Error when something else than the content keeps it from
-/// being read.
+/// Whether the whole content can be read. Throws sqlite::Error if it cannot be read for a reason other than its
+/// content.
 bool isSound(sqlite::Connection const& connection);
 
 } // namespace firaim

@@ -15,15 +15,15 @@
 namespace firaim
 {
 
-/// A call of a recorder, which waits for its requests.
+/// One call of a recorder, which waits for its requests.
 struct Call
 {
-    Condition changed; ///< tells it to look again
+    Condition changed; ///< its requests are done, or it shall lead
     Condition::TimePoint deadline;
-    std::size_t undone = 0; ///< requests
+    std::size_t undone = 0; ///< number of requests that are not done
 };
 
-/// A request of one call to a recorder, and its outcome. It belongs to the call.
+/// One request of a call to a recorder, and its outcome. Owned by the call.
 struct Request
 {
     enum Kind
@@ -33,43 +33,43 @@ struct Request
         CLEAR,
         CLEAR_CODE,
         END_CYCLE,
-        STORM ///< what was counted of one, and its row once it is over
+        STORM ///< the events that a storm has counted, and its row when it is over
     };
 
     enum Phase
     {
         WAITING,
-        TAKEN, ///< part of the group that is being written
+        TAKEN, ///< in the group that is being written
         DONE
     };
 
     Kind kind = RECORD;
     FaultEvent const* event = nullptr;     ///< null for END_CYCLE
-    Storms::Report const* storm = nullptr; ///< of a STORM
-    /// Asked when it is written: the status that a storm of its triple has counted, of a RAISE or a CLEAR; the one that
-    /// the triple has by now, of a STORM.
+    Storms::Report const* storm = nullptr; ///< of a STORM, else null
+    /// Called when the request is written. For RAISE and CLEAR: the status that a storm of the triple has counted. For
+    /// STORM: the present status of the triple.
     std::function<std::optional<faultStatus_t>()> status;
-    std::uint64_t order = 0;     ///< of its acknowledgement among those of its recorder, where storms are limited
-    std::int64_t now = 0;        ///< moment of the call, in milliseconds since 1970 UTC
+    std::uint64_t order = 0;     ///< number of its acknowledgement in the recorder, if storms are limited
+    std::int64_t now = 0;        ///< time of the call, in milliseconds since 1970-01-01 UTC
     unsigned int upTime = 0;     ///< seconds since the machine's start
-    std::vector<Source> sources; ///< those that a CLEAR_CODE ends
-    std::string description;     ///< of the row that a STORM gets
+    std::vector<Source> sources; ///< the sources that a CLEAR_CODE ends
+    std::string description;     ///< of the row of a STORM
 
     Receipt receipt;
-    bool hasReceipt = false;              ///< a caller gets it; what was posted is tried again instead
-    std::vector<unsigned long long> keys; ///< of the rows that were written
+    bool hasReceipt = false;              ///< a caller gets the receipt; a posted event is tried again instead
+    std::vector<unsigned long long> keys; ///< of the written rows
     std::string problem;                  ///< why it failed
-    std::int64_t doubtfulKey = 0;         ///< of its row, when an earlier commit of it has failed without telling how
-    bool isRefusedByFile = false;         ///< it failed alone, by a rule or a trigger of the file
+    std::int64_t doubtfulKey = 0;         ///< key of its row in an earlier commit with unknown outcome, else 0
+    bool isRefusedByFile = false;         ///< a rule or a trigger of the file made it fail alone
 
     Phase phase = WAITING;
     Call* call = nullptr;
 
-    /// Sets the moment of the call.
+    /// Sets `now` and `upTime`.
     void takeMoment();
-    /// About how many bytes it adds to a transaction.
+    /// The approximate number of bytes that it adds to a transaction.
     std::size_t size() const;
-    /// Whether it can only be decided when the active triples are known.
+    /// Whether its effect depends on the active triples.
     bool needsSources() const;
     bool isEdge() const { return kind == RAISE || kind == CLEAR || kind == CLEAR_CODE; }
 };

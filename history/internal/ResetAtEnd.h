@@ -5,7 +5,7 @@
 namespace firaim
 {
 
-/// Ends the run of a statement, however its reader ends.
+/// Resets a statement at the end of a scope, also after an exception.
 class ResetAtEnd
 {
 public:

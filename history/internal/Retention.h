@@ -12,7 +12,8 @@
 namespace firaim
 {
 
-/// Removes rows with old keys, the oldest first and few at a time, but for those that something active needs.
+/// Removes rows with old keys, oldest first and a few at a time, except rows that an active statistic or triple refers
+/// to.
 class Retention
 {
 public:
@@ -21,12 +22,12 @@ public:
 
     bool isOn() const { return m_keepNewest != 0; }
 
-    /// Compiles its statements; they must go, by `disconnect`, before the connection does.
+    /// Prepares its statements; call `disconnect` before the connection is closed.
     void connect(sqlite::Connection const& connection, BoundTable const& faults);
     void disconnect();
 
-    /// Removes up to `most` rows, given the newest key there is, inside a write transaction; returns how many. A row
-    /// that the file itself does not let go is left. Throws sqlite::Error for anything else that fails.
+    /// Removes up to `most` rows inside a write transaction, given the newest key; returns their number. Keeps rows
+    /// that a trigger or a constraint of the file protects. Throws sqlite::Error for any other failure.
     std::uint64_t prune(FaultState const& state, std::int64_t newestKey, std::int64_t most);
 
     void rolledBack();
@@ -41,7 +42,7 @@ private:
     sqlite::Connection const* m_connection = nullptr;
     sqlite::Statement m_candidates;
     sqlite::Statement m_remove;
-    std::int64_t m_examined = kBeforeAllKeys; ///< the old rows up to this key are gone or spared
+    std::int64_t m_examined = kBeforeAllKeys; ///< old rows up to this key are removed or in `m_spared`
     std::set<std::int64_t> m_spared;
 };
 

@@ -12,17 +12,17 @@
 namespace firaim
 {
 
-/// One cell that was taken from the file.
+/// One cell of the file.
 struct Cell
 {
     RowCursor::CellType type = RowCursor::CELL_NULL;
-    std::uint32_t size = 0;  ///< of a text or blob, and of the text of a real
+    std::uint32_t size = 0;  ///< of a text or blob, or of the text of a real
     std::size_t offset = 0;  ///< of these bytes in the batch; a zero byte follows them
-    std::int64_t number = 0; ///< of an integer; of a blob, the offset of the text that SQLite makes of it
+    std::int64_t number = 0; ///< value of an integer; for a blob, the offset of its text as SQLite converts it
     double real = 0;
 };
 
-/// A row of a batch; valid until the batch changes.
+/// One row of a batch; valid until the batch changes.
 struct RowView
 {
     Cell const* cells;
@@ -32,7 +32,7 @@ struct RowView
     std::string_view bytesOf(Cell const& cell) const { return {bytes + cell.offset, cell.size}; }
 };
 
-/// Rows in memory, so that the file is not locked while somebody works with them.
+/// Rows in memory, so that the file is not locked while the caller works with them.
 class RowBatch
 {
 public:
@@ -40,11 +40,11 @@ public:
     explicit RowBatch(std::size_t columns) : m_columns(columns) {}
 
     void clear();
-    /// Adds the row that `statement` stands on; its key is in the column after the cells.
+    /// Appends the present row of `statement`, whose last column is the key.
     void append(sqlite::Statement const& statement);
 
     std::size_t size() const { return m_keys.size(); }
-    /// About how much memory the rows take.
+    /// The approximate memory of the rows.
     std::size_t byteCount() const { return m_bytes.size() + m_cells.size() * sizeof(Cell); }
     std::int64_t key(std::size_t row) const { return m_keys[row]; }
     RowView row(std::size_t row) const { return {&m_cells[row * m_columns], m_columns, m_bytes.data()}; }

@@ -13,26 +13,26 @@ struct FIRAIM_HIDDEN RowCursor::State
 {
     State(std::shared_ptr<ReaderCore> owner, HistoryTable whose, FaultQuery::Order which, KeyRange range);
 
-    /// Whether there is a row behind the present one in memory.
+    /// Whether the batch has a row behind the present one.
     bool hasNext() const { return at < batch.size(); }
-    /// Goes back to the beginning, with other keys; what was in memory is gone.
+    /// Restarts with another range of keys and drops the batch.
     void restart(KeyRange range);
-    /// Reads the next batch. Throws; the rows that came before the failure are then in the batch.
+    /// Reads the next batch. Throws; the batch then has the rows before the failure.
     void fetch();
 
     std::shared_ptr<ReaderCore> core;
     HistoryTable const table;
     FaultQuery::Order const order;
-    KeyRange whole;           ///< once something was read, no further than the keys go
-    KeyRange left;            ///< behind the batch
-    bool isBegun = false;     ///< `whole` has been cut
-    bool isDone = false;      ///< nothing is behind the batch
+    KeyRange whole;           ///< after the first reading, limited to the keys that exist
+    KeyRange left;            ///< keys behind the batch
+    bool isBegun = false;     ///< `whole` has been limited
+    bool isDone = false;      ///< no rows remain behind the batch
     std::int64_t rowsInBatch; ///< of the next batch
-    int failure = HISTORY_OK; ///< what ended the batch, to be told behind its last row
-    std::size_t at = 0;       ///< behind the present row
+    int failure = HISTORY_OK; ///< ended the batch; returned after its last row
+    std::size_t at = 0;       ///< index behind the present row
     bool hasRow = false;
     RowBatch batch;
-    sqlite::Statement statement; ///< empty until something was read
+    sqlite::Statement statement; ///< empty before the first reading
 
 private:
     void begin();

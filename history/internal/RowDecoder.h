@@ -6,7 +6,7 @@
 namespace firaim
 {
 
-/// The row, whose cells are those of `tbl` in their order, decoded into the working record as the library decodes rows,
+/// Decodes a row, whose cells are those of `tbl` in their order, into the working record. Decodes as the library does,
 /// damaged cells included. Compiled for Fault, FaultStatistic, FdbVersion.
 template <class T>
 T const& decodeRow(SqlTbl<T>& tbl, RowView const& row);

@@ -7,11 +7,11 @@
 namespace firaim
 {
 
-/// A hash of the types and contents of all cells, the same on every machine: FNV-1a, 64 bits.
+/// Hashes the types and contents of all cells with 64-bit FNV-1a, the same on every machine.
 std::uint64_t hashOf(RowView const& row);
 
-/// As `hashOf`, of those cells of a fault's row that say what happened and when: code, module, parameter, time stamp
-/// and system date-time text. The other ones are rewritten in a row that stays: status, start-up id and names.
+/// As `hashOf`, for the cells that identify an occurrence: code, module, parameter, time stamp and system date-time
+/// text. Others may be rewritten in place: status, start-up id and names.
 std::uint64_t occurrenceHashOf(RowView const& row);
 
 } // namespace firaim

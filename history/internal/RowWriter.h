@@ -16,8 +16,8 @@
 namespace firaim
 {
 
-/// Writes the rows and statistics that requests ask for, inside a transaction that its caller begins and ends. One
-/// thread at a time uses it. Everything that touches the file throws sqlite::Error.
+/// Writes rows and statistics for requests, inside a transaction of the caller. One thread at a time uses it. All
+/// operations that access the file throw sqlite::Error.
 class RowWriter
 {
 public:
@@ -26,32 +26,31 @@ public:
     RowWriter(RowWriter const&) = delete;
     RowWriter& operator=(RowWriter const&) = delete;
 
-    /// Compiles its statements and reads what it has to know of the file; they must go, by `disconnect`, before the
-    /// connection does.
+    /// Prepares its statements and reads the state it needs from the file; call `disconnect` before the connection is
+    /// closed.
     void connect(sqlite::Connection const& connection);
     void disconnect();
-    /// Forgets what was read, which belongs to another file or to a transaction that came to nothing. Needs no memory.
+    /// Forgets what was read, after a change of file or a transaction that failed. Needs no memory.
     void forget();
 
-    /// Reads which triples are active, outside a transaction and letting go of the file now and then.
+    /// Reads the active triples, outside a transaction; releases the file now and then.
     void loadSources() { m_state.loadSources(); }
     bool areSourcesKnown() const { return m_state.areSourcesKnown(); }
-    /// Whether a request can only be written when the active triples, and the names of codes in the faults, are known.
+    /// Whether writing the request requires the active triples or the names of codes in the faults.
     bool needsSources(Request const& request);
 
-    /// Brings what is remembered up to what others have written, inside a transaction; returns whether it is known
-    /// which triples are active.
+    /// Reads what other connections have written, inside a transaction; returns whether the active triples are known.
     bool refresh();
-    /// Reads what `write` has to know, inside its transaction.
+    /// Reads the state that `write` needs, inside its transaction.
     void prepare(std::vector<Request*> const& group);
-    /// Writes what the requests ask for and sets their receipts, as if the transaction were committed.
+    /// Writes the requests and sets their receipts, assuming that the transaction will be committed.
     void write(std::vector<Request*> const& group);
-    /// Removes old rows, as many as the rows just written call for.
+    /// Removes old rows, in proportion to the rows just written.
     void prune();
-    /// `prune` does nothing until the next `connect`.
+    /// Disables `prune` until the next `connect`.
     void stopPruning() { m_isPruningStopped = true; }
 
-    /// The effects of the transaction besides its rows. Taken before it is rolled back.
+    /// The effects of a transaction besides its rows. To be taken before it is rolled back.
     struct Outcome
     {
         std::vector<FaultStatistic> statistics;
@@ -60,20 +59,20 @@ public:
     Outcome outcome() const;
 
     void committed();
-    /// Throws nothing.
+    /// Does not throw.
     void rolledBack();
 
-    /// Whether the last transaction is in the file, on a new connection: every row that is kept, as it was to be
-    /// written, or, where it had none, every statistic. `foundStored` then takes note of that.
+    /// Whether the last transaction is in the file, on a new connection: every row that is kept, as written; without
+    /// rows, every statistic. If so, call `foundStored`.
     bool isStored(Outcome const& outcome);
     void foundStored(Outcome outcome);
 
     unsigned int startupId() const { return m_startupId; }
-    /// How many rows have been removed.
+    /// The number of rows removed.
     std::uint64_t pruned() const { return m_pruned; }
 
 private:
-    /// A row of this transaction, and what it takes to write the same row again.
+    /// A row of this transaction, with everything needed to fill it again.
     struct Row
     {
         Request* request;

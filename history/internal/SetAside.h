@@ -8,21 +8,21 @@
 namespace firaim
 {
 
-/// Copies the file at `path` to a name beside it, with the date and a number, if it holds something; the copy is on the
-/// storage afterwards. A copy of that day which holds the same is as good. A database must not be copied like this
-/// while it is open here: it is for what lies beside one. Throws Failure.
+/// Copies the file at `path` to a name beside it with the date and a number, and makes the copy durable. Does nothing
+/// if the file is missing or holds nothing, or if a copy of that day has the same content. Not for a database that is
+/// open here: it is for the files beside one. Throws Failure.
 void copyAside(std::string const& path);
 
-/// Writes a row with the text of what happened to the new content, which `connection` has. Throws sqlite::Error.
+/// Writes a row with `text` into the new content, on `connection`. Throws sqlite::Error.
 using RecordIncident = std::function<void(sqlite::Connection const& connection, std::string const& text)>;
 
-/// Copies the damaged fault database at `path` with its journal and its log aside, as `copyAside` does, and makes a new
-/// one of it in place, through SQLite, so that whoever else has it open goes on with the same file. It then holds the
-/// empty tables and the row of `recordIncident`, or is as it was: that is one transaction. `damage` is what SQLite says
-/// of it. Returns whether that was done; not where the damage has gone meanwhile.
+/// Copies the damaged fault database at `path` aside, with its journal and log, as `copyAside` does. Then replaces its
+/// content in place, through SQLite, so that other processes continue with the same file: in one transaction, by empty
+/// tables and the row of `recordIncident`. `damage` is SQLite's message. Returns whether it did so; it does not if the
+/// damage is gone meanwhile.
 ///
-/// Throws Failure, with the file as it was, when it is locked, when the copies cannot be made, when storage fails, or
-/// when a file whose schema cannot be read does not seem to be a fault database.
+/// Throws Failure, with the file unchanged, if it is locked, if the copies cannot be made, if storage fails, or if a
+/// file with an unreadable schema does not look like a fault database.
 bool setAside(std::string const& path, std::string const& damage, sqlite::Waiting const& waiting,
               RecordIncident const& recordIncident);
 

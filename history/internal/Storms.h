@@ -14,55 +14,55 @@
 namespace firaim
 {
 
-/// Limits the rows of each triple by a token bucket, and keeps account of what is above the limit. One thread at a time
-/// uses it.
+/// Limits the rows of each triple by a token bucket, and counts the events above the limit. One thread at a time uses
+/// it.
 class Storms
 {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    /// Not limited with a burst of 0.
+    /// A `burst` of 0 means no limit.
     Storms(unsigned int burst, unsigned int rowsPerMinute);
 
-    /// The events that were counted for a triple.
+    /// Events counted for a triple.
     struct Count
     {
-        std::uint64_t events = 0;   ///< without a row
-        std::uint64_t actives = 0;  ///< of them
-        std::int64_t firstTime = 0; ///< of the first and the last, in milliseconds since 1970 UTC
-        std::int64_t lastTime = 0;
-        std::uint64_t lastOrder = 0; ///< of the last one among all calls of the recorder
+        std::uint64_t events = 0;    ///< without a row
+        std::uint64_t actives = 0;   ///< number of active ones
+        std::int64_t firstTime = 0;  ///< of the first event, in milliseconds since 1970-01-01 UTC
+        std::int64_t lastTime = 0;   ///< of the last event
+        std::uint64_t lastOrder = 0; ///< of the last event, among all calls of the recorder
     };
 
-    /// The part of a triple's storm that is to be stored.
+    /// The counts of one triple to store now.
     struct Report
     {
-        FaultEvent event; ///< the last one
-        Count uncounted;  ///< not in the statistic yet
-        Count total;      ///< since the last row that told of it
-        bool isOver;      ///< and gets such a row
+        FaultEvent event; ///< the last event
+        Count uncounted;  ///< not yet in the statistic
+        Count total;      ///< since the last row of a storm
+        bool isOver;      ///< the storm is over and gets a row
     };
 
-    /// Whether `event`, of the moment `time` in milliseconds since 1970 UTC, gets a row; if not, it is counted. `order`
+    /// Whether `event` gets a row; if not, it has been counted. `time` is in milliseconds since 1970-01-01 UTC; `order`
     /// grows from call to call.
     bool admits(FaultEvent const& event, std::int64_t time, std::uint64_t order, TimePoint now);
 
-    /// The state of a triple, or that of all triples of a code, was set by a row that was asked for at `order`: the row
-    /// of a storm leaves it, unless what was counted is newer.
+    /// Reports that a row, requested at `order`, has set the state of a triple, or of all triples of a code. The row of
+    /// a storm then keeps that state, unless a later event was counted.
     void stateSet(FaultEvent const& event, faultStatus_t status, std::uint64_t order);
     void codeCleared(std::uint64_t code, std::uint64_t order);
-    /// The status that a triple has by now; none where nothing is known of it.
+    /// The present status of a triple; none if it is not known.
     std::optional<faultStatus_t> statusOf(FaultEvent const& event) const;
-    /// The same; none unless something was counted that has no row yet.
+    /// As `statusOf`; none unless events were counted that have no row yet.
     std::optional<faultStatus_t> countedStatusOf(FaultEvent const& event) const;
-    /// How many events are in no statistic yet.
+    /// The number of events that are in no statistic yet.
     std::uint64_t uncounted() const;
 
-    /// When something has to be stored at the latest; none when nothing has.
+    /// The latest time for the next `take`; none if there is nothing to store.
     std::optional<TimePoint> deadline() const;
 
-    /// The reports to store now. With `isEnding` all storms are over. `notStored` gives a report back
-    /// that could not be stored. Without the memory for it, nothing is taken.
+    /// Takes the counts to store now; with `isEnding`, all storms are over. Pass a report that could not be stored to
+    /// `notStored`. Short of memory, it throws and takes nothing.
     std::vector<Report> take(TimePoint now, bool isEnding);
     void notStored(Report const& report, TimePoint now);
 
@@ -83,12 +83,12 @@ private:
     struct Bucket
     {
         double tokens;
-        TimePoint filled;    ///< when `tokens` was right
-        FaultEvent last;     ///< the last one that was counted, with the status that the triple has now
-        std::uint64_t order; ///< of what has set that status
+        TimePoint filled;    ///< when `tokens` was computed
+        FaultEvent last;     ///< the last counted event, with the present status of the triple
+        std::uint64_t order; ///< of the event that set the status
         Count uncounted;
         Count total;
-        TimePoint lastCounted; ///< when that was
+        TimePoint lastCounted; ///< time of the last counted event
     };
 
     static void setStatus(Bucket& bucket, faultStatus_t status, std::uint64_t order);
@@ -100,9 +100,9 @@ private:
     double m_burst;
     std::chrono::duration<double> m_interval; ///< between two tokens
     std::map<Triple, Bucket, TripleLess> m_buckets;
-    std::size_t m_forgetAt;             ///< so many
-    std::optional<TimePoint> m_storeBy; ///< what is in no statistic yet
-    std::optional<TimePoint> m_endBy;   ///< the next look whether a storm is over
+    std::size_t m_forgetAt;             ///< number of buckets
+    std::optional<TimePoint> m_storeBy; ///< deadline of counts that are in no statistic yet
+    std::optional<TimePoint> m_endBy;   ///< next check whether a storm is over
 };
 
 } // namespace firaim

@@ -9,7 +9,7 @@
 namespace firaim
 {
 
-/// One table of the library with its statements. `Table` is its schema, `Record` what a row holds.
+/// A table object of the library and its statements. `Table` is the schema, `Record` the type of a row.
 template <class Table, class Record>
 class TableOf
 {
@@ -18,7 +18,7 @@ public:
     TableOf(TableOf const&) = delete;
     TableOf& operator=(TableOf const&) = delete;
 
-    /// The working record: what is bound next, and what was decoded last.
+    /// The working record: holds the values to bind next, and the row decoded last.
     Record& record() { return m_tbl.m_record; }
     BoundTable const& bound() const { return m_bound; }
     Table const& schema() const { return m_tbl; }
@@ -41,10 +41,10 @@ private:
 class FaultTable : public TableOf<FdbSqlFaultTbl, Fault>
 {
 public:
-    /// The fault in a row whose columns are those of `bound().selectText()`; valid until the next call.
+    /// Decodes a row whose columns are those of `bound().selectText()`; valid until the next call.
     Fault const& decode(sqlite::Statement const& row)
     {
-        record().Status = FAULT_INACTIVE; // A status that is NULL keeps what was there before.
+        record().Status = FAULT_INACTIVE; // A NULL status does not change the member.
         return decodeRow(row);
     }
     Fault const& decode(RowView const& row) ///< as above
