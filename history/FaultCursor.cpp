@@ -51,7 +51,7 @@ struct FIRAIM_HIDDEN FaultCursor::State
     RowCursor rows;
     QueryFilter filter;
     FaultTable table;
-    std::optional<std::uint64_t> limit; ///< how many more are wanted
+    std::optional<std::uint64_t> limit; ///< rows still to return
     std::optional<std::int64_t> position;
 };
 

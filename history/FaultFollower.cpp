@@ -15,7 +15,7 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds kLongestWait = std::chrono::hours(24 * 365 * 10);
 
-/// A wait that the clock can count.
+/// Limits a wait to what the clock can count.
 milliseconds countable(milliseconds wait)
 {
     return std::clamp(wait, milliseconds(0), kLongestWait);
@@ -51,7 +51,7 @@ int FaultFollower::next(Fault& fault, milliseconds wait)
         {
             return result;
         }
-        static_cast<void>(m_core->waitForChange(left)); // The file itself tells whether it has changed.
+        static_cast<void>(m_core->waitForChange(left)); // `take` checks whether the file has changed.
     }
 }
 

@@ -13,7 +13,7 @@ namespace firaim
 namespace
 {
 
-/// Rows that are counted before the lock is given back: some milliseconds' worth.
+/// Rows counted under one lock: takes some milliseconds.
 constexpr std::int64_t kRowsInCount = 20000;
 
 std::uint64_t countRows(ReaderCore const& core, HistoryTable table)
@@ -28,7 +28,7 @@ std::uint64_t countRows(ReaderCore const& core, HistoryTable table)
         std::int64_t const last = statement.integer(1);
         statement.reset();
         rows += static_cast<std::uint64_t>(found);
-        // A smaller key than asked for is one of a damaged file: there would be no end to it.
+        // A smaller key than asked for means a damaged file, which would have no end.
         if (found < kRowsInCount || last < first || last == std::numeric_limits<std::int64_t>::max())
         {
             return rows;
@@ -180,12 +180,12 @@ int FaultReader::counts(Counts& counts)
 
 int FaultReader::activeNow(std::vector<Fault>& faults)
 {
-    std::map<std::string, Fault> active; // By what tells triples apart.
+    std::map<std::string, Fault> active; // Key: code, module and parameter.
     std::string triple;
     int const result = visitFaults(*this,
                                    [&](Fault const& fault)
                                    {
-                                       // Texts of the library's decoding have no zero byte.
+                                       // Decoded texts have no zero byte.
                                        triple = std::to_string(static_cast<std::uint32_t>(fault.FaultCode));
                                        triple.append(1, '\0').append(fault.ModuleName);
                                        triple.append(1, '\0').append(fault.Parameter);
@@ -202,7 +202,7 @@ int FaultReader::activeNow(std::vector<Fault>& faults)
     {
         return result;
     }
-    std::multimap<unsigned long long, Fault const*> byKey; // Damaged files may have the same key twice.
+    std::multimap<unsigned long long, Fault const*> byKey; // A damaged file may have the same key twice.
     for (auto const& [where, fault] : active)
     {
         byKey.emplace(fault.EntryId, &fault);
@@ -275,7 +275,7 @@ int FaultReader::newestPosition(FollowPosition& position)
     }
     try
     {
-        // One moment for both looks: a fault that comes in between would be taken for a removed one.
+        // Read both in one transaction: a fault recorded in between would be taken for a removed one.
         sqlite::Transaction const moment(m_core->connection(), "BEGIN");
         FaultQuery query;
         query.limit = 1;
@@ -290,7 +290,7 @@ int FaultReader::newestPosition(FollowPosition& position)
         {
             return result;
         }
-        // Behind what was removed, so that a follower can tell what is removed from now on.
+        // Behind the removed rows, so that a follower can report rows that are removed from now on.
         position = {m_core->identity().device, m_core->identity().inode, m_core->largestFaultKey(), std::nullopt};
         return HISTORY_OK;
     }

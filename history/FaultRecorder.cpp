@@ -15,7 +15,7 @@ namespace firaim
 namespace
 {
 
-/// SQLite's integers have a sign.
+/// SQLite's integers are signed.
 constexpr unsigned long long kMostStamp = std::numeric_limits<std::int64_t>::max();
 
 bool hasZeroByte(std::string const& text)
@@ -23,7 +23,7 @@ bool hasZeroByte(std::string const& text)
     return text.find('\0') != std::string::npos;
 }
 
-/// Why an event cannot be recorded; null when it can.
+/// Why an event cannot be recorded; null if it can.
 char const* refusalOf(FaultEvent const& event)
 {
     for (std::string const* const text :
@@ -72,7 +72,7 @@ public:
         }
         catch (std::bad_alloc const&)
         {
-            return withoutMemory; // It was not begun.
+            return withoutMemory; // Nothing was begun.
         }
     }
 
@@ -102,11 +102,11 @@ public:
         }
         catch (std::bad_alloc const&)
         {
-            return {HISTORY_FAILED, 0}; // It was not begun.
+            return {HISTORY_FAILED, 0}; // Nothing was begun.
         }
     }
 
-    /// As `prepare`, for an event that may be counted instead of recorded.
+    /// As `prepare`, for an event that a storm may count instead.
     void prepareRecord(Request& request, FaultEvent const& event)
     {
         prepare(request, Request::RECORD, &event);
@@ -145,7 +145,7 @@ public:
     int endCycle(Timeout timeout)
     {
         auto const begin = std::chrono::steady_clock::now();
-        // Events that were acknowledged before belong to the cycle that ends.
+        // Events acknowledged before now belong to the cycle that ends.
         int const result = backlog.passOn(timeout);
         if (result != HISTORY_OK)
         {
@@ -162,7 +162,7 @@ public:
         {
             return queue.refuse(result, kNotOpen);
         }
-        static_cast<void>(queue.close()); // Only who has closed the backlog comes here.
+        static_cast<void>(queue.close()); // Cannot fail: only the call that has closed the backlog comes here.
         return result == HISTORY_OK ? result
                                     : queue.refuse(result, "not all that was posted or counted could be recorded");
     }
@@ -177,10 +177,10 @@ FaultRecorder::~FaultRecorder()
 {
     if (isForked())
     {
-        static_cast<void>(m_core.release()); // The parent's: its locks may be held, and its connection is in use.
+        static_cast<void>(m_core.release()); // Belongs to the parent: locks may be held, and the connection is in use.
         return;
     }
-    static_cast<void>(m_core->close(kDefaultTimeout)); // The handler has been told of events that were lost.
+    static_cast<void>(m_core->close(kDefaultTimeout)); // onLost has reported lost events.
 }
 
 bool FaultRecorder::isForked() const
@@ -291,7 +291,7 @@ int FaultRecorder::post(FaultEvent const& event, Timeout timeout)
     }
     catch (std::bad_alloc const&)
     {
-        return m_core->queue.refuseCounted(HISTORY_FAILED, kNoMemory); // It was not taken.
+        return m_core->queue.refuseCounted(HISTORY_FAILED, kNoMemory); // The event was not taken.
     }
 }
 
@@ -311,7 +311,7 @@ int FaultRecorder::flush(std::uint64_t& left, Timeout timeout)
     case HISTORY_CANCELLED:
         return m_core->queue.refuse(result, "not all that was posted or counted is recorded yet");
     default:
-        return result; // The failed call has left its own text.
+        return result; // The failed request has set its own text.
     }
 }
 

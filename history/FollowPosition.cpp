@@ -10,7 +10,7 @@ namespace firaim
 namespace
 {
 
-constexpr std::string_view kForm = "firaim1"; ///< tells this form of text from later ones
+constexpr std::string_view kForm = "firaim1"; ///< version of this text form
 constexpr std::string_view kNone = "-";
 constexpr char kSeparator = ':';
 constexpr std::size_t kNumbers = 4;

@@ -10,12 +10,12 @@ namespace firaim
 namespace
 {
 
-/// A caller who wants few rows does not wait for many.
+/// The first batch is small, so that a caller who wants few rows does not wait for many.
 constexpr std::int64_t kRowsInFirstBatch = 16;
 constexpr std::int64_t kMostRowsInBatch = 512;
 constexpr std::size_t kMostBytesInBatch = 1 << 20;
 
-/// Ends the run of a statement, and with it its lock, when it goes out of scope.
+/// Resets a statement at the end of a scope and so releases its lock.
 class RunGuard
 {
 public:
@@ -50,7 +50,7 @@ RowCursor::State::State(std::shared_ptr<ReaderCore> owner, HistoryTable whose, F
 {
 }
 
-/// Sees which keys there are: rows that are added from now on are not read.
+/// Limits the range to the keys that exist now: rows that are added later are not read.
 void RowCursor::State::begin()
 {
     if (!statement)
@@ -115,12 +115,12 @@ void RowCursor::State::fetch()
     rowsInBatch = std::min(rowsInBatch * 2, kMostRowsInBatch);
 }
 
-/// Leaves out the row with that key and those before it; returns whether there can be more.
+/// Moves the range behind the row with that key; returns whether rows can remain.
 bool RowCursor::State::moveOn(std::int64_t key)
 {
     if (key < left.first || key > left.last)
     {
-        return false; // Only a damaged file has such a row here: there would be no end to it.
+        return false; // Only a damaged file has such a row, and it would have no end.
     }
     bool const isForward = order == FaultQuery::OLDEST_FIRST;
     if (key == (isForward ? left.last : left.first))
@@ -185,12 +185,12 @@ int RowCursor::next()
     int const failure = state.failure;
     if (failure != HISTORY_DAMAGED)
     {
-        state.failure = HISTORY_OK; // It may be over at the next call.
+        state.failure = HISTORY_OK; // The next call tries again.
     }
     return failure;
 }
 
-/// Goes to the next row in memory; returns whether there is one.
+/// Moves to the next row of the batch; returns whether there is one.
 bool RowCursor::advance()
 {
     State& state = *m_state;

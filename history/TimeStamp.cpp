@@ -13,15 +13,15 @@ constexpr std::int64_t kSecond = 1000;
 constexpr std::int64_t kDay = 24 * 60 * 60 * kSecond;
 constexpr unsigned long long kMicrosecondsPerMillisecond = 1000;
 constexpr unsigned long long kNanosecondsPerMillisecond = 1000000;
-/// The years 0 to 9999 are those that ISO 8601 can name.
+/// ISO 8601 can express the years 0 to 9999.
 constexpr std::int64_t kCalendarBegin = -62167219200 * kSecond;
 constexpr std::int64_t kCalendarEnd = 253402300800 * kSecond;
-/// SQLite's integers have a sign.
+/// SQLite's integers are signed.
 constexpr unsigned long long kMostStamp = std::numeric_limits<std::int64_t>::max();
 
 TimeUnit guessUnit(unsigned long long stamp)
 {
-    // In seconds these are the years up to 5138; in each smaller unit, those from 1973 to 5138.
+    // As seconds, these are the years up to 5138; in each smaller unit, the years from 1973 to 5138.
     if (stamp < 100'000'000'000)
     {
         return TimeUnit::SECONDS;
@@ -40,7 +40,7 @@ struct Date
     int day;
 };
 
-/// The date of a day counted from 1970-01-01. Years are taken from March on, so that the leap day is the last one.
+/// The date of a day counted from 1970-01-01. Years begin in March, so that the leap day is the last day of a year.
 Date dateOf(std::int64_t dayNumber)
 {
     constexpr std::int64_t kDaysTo1970 = 719468; // from 0000-03-01
@@ -103,7 +103,7 @@ std::optional<std::int64_t> timeOf(unsigned long long stamp, TimeUnit unit)
 
 TimeUnit unitOf(unsigned long long stamp)
 {
-    // A clock that was never set counts from 1970, in any unit.
+    // A clock that was never set counts from 1970, whatever its unit.
     constexpr unsigned long long kYear2001 = 1'000'000'000;
     return stamp < kYear2001 ? TimeUnit::GUESSED : guessUnit(stamp);
 }
@@ -138,7 +138,7 @@ std::string utcText(std::int64_t milliseconds)
     {
         return std::to_string(milliseconds);
     }
-    // Rounded down, also before 1970.
+    // Round down, also before 1970.
     std::int64_t const timeOfDay = (milliseconds % kDay + kDay) % kDay;
     Date const date = dateOf((milliseconds - timeOfDay) / kDay);
     auto const millisecond = static_cast<int>(timeOfDay % kSecond);

@@ -59,7 +59,7 @@ int Backlog::close(Timeout timeout)
     {
         std::lock_guard<Mutex> const lock(m_mutex);
         std::uint64_t left = 0;
-        // An application that cancels waits is about to end, and posted events are to outlive that.
+        // Without cancellation: an application that cancels waits is about to end, and posted events must outlive it.
         isAllStored = waitForAll(left, m_closeBy, nullptr) == HISTORY_OK;
         m_isOpen = false;
         m_isThreadRunning = false;
@@ -74,7 +74,7 @@ int Backlog::close(Timeout timeout)
     std::uint64_t lost = 0;
     {
         std::lock_guard<Mutex> const lock(m_mutex);
-        // The last attempt may have taken longer than the wait.
+        // The last attempt may have ended after the wait.
         isAllStored = isAllStored || (m_posted.isEmpty() && !m_storms->deadline());
         m_lostCount += m_posted.unsettled();
         m_posted.dropAll();
@@ -122,7 +122,7 @@ bool Backlog::admits(Request& request)
 {
     std::lock_guard<Mutex> const lock(m_mutex);
     request.order = ++m_order;
-    // Without a thread nothing could be counted; the row is then the better answer.
+    // Without a thread, nothing could be counted later: write the row instead.
     if (!m_isOpen || m_isClosing || m_options.stormBurst == 0 || !startThread() ||
         m_storms->admits(*request.event, request.now, request.order, Clock::now()))
     {
@@ -150,7 +150,7 @@ void Backlog::prepareEdge(Request& request)
     }
 }
 
-/// Called before anything else is written: the row of a storm, which comes later, leaves the state.
+/// Called before anything else is written, so that the later row of a storm keeps the state that this request has set.
 void Backlog::stored(Request const& request)
 {
     std::lock_guard<Mutex> const lock(m_mutex);
@@ -186,7 +186,7 @@ bool Backlog::startThread()
     }
     try
     {
-        BlockSignals const blocked; // Signals are for the application's own threads.
+        BlockSignals const blocked; // Signals belong to the application's own threads.
         m_thread = std::thread([this] { work(); });
         m_isThreadRunning = true;
         return true;
@@ -211,7 +211,7 @@ int Backlog::passOn(Timeout timeout)
     std::lock_guard<Mutex> const lock(m_mutex);
     if (!m_isOpen || !m_isThreadRunning)
     {
-        return HISTORY_OK; // There is nothing.
+        return HISTORY_OK; // There is nothing to pass on.
     }
     ++m_stores.wanted;
     return waitFor({m_posted.count(), m_stores.wanted, 0, m_opening}, end, m_options.isCancelled);
@@ -221,7 +221,7 @@ int Backlog::waitForAll(std::uint64_t& left, TimePoint end, bool (*isCancelled)(
 {
     if (!m_isThreadRunning)
     {
-        return HISTORY_OK; // There never was anything.
+        return HISTORY_OK; // There was never anything to pass on.
     }
     ++m_ends.wanted;
     m_postedBeforeEnd = m_posted.count();

@@ -1,4 +1,4 @@
-// The work of a Backlog's thread.
+// The work of Backlog's thread.
 
 #include <history/internal/Backlog.h>
 #include <history/internal/Deadline.h>
@@ -16,7 +16,7 @@ namespace
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMostInBatch = 1000;
-/// How long one attempt waits for other processes, so that closing is soon noticed.
+/// Busy timeout of one attempt; short, so that `close` is noticed soon.
 constexpr std::chrono::milliseconds kTimeoutOfAttempt(500);
 constexpr std::chrono::milliseconds kPauseAfterFailure(200);
 
@@ -64,7 +64,7 @@ void Backlog::waitForWork()
     }
 }
 
-/// Passes on what is there. The posted events stay where they are until they are settled.
+/// Passes the present work to the queue. Posted events stay in `m_posted` until they are settled.
 void Backlog::workOnce()
 {
     try
@@ -73,7 +73,7 @@ void Backlog::workOnce()
         std::uint64_t const ends = m_ends.wanted;
         std::uint64_t end = 0;
         std::vector<Posted*> const posted = m_posted.first(kMostInBatch, end);
-        // The row of a storm is written after the rows that were posted before it, so that it leaves the right status.
+        // Write a storm's row after the rows that were posted before it, so that the storm's row sets the right status.
         bool const isEnding = ends > m_ends.done && end >= m_postedBeforeEnd;
         runBatch(posted, m_storms->take(Clock::now(), isEnding));
         if (m_retryAt == TimePoint{})
@@ -82,7 +82,7 @@ void Backlog::workOnce()
             m_ends.done = isEnding ? ends : m_ends.done;
         }
     }
-    catch (std::exception const&) // Lack of memory, or a standard output that was told to throw.
+    catch (std::exception const&) // Short of memory, or std::cout is set to throw.
     {
         m_lastResult = HISTORY_FAILED;
         m_retryAt = Clock::now() + kPauseAfterFailure;
@@ -141,8 +141,8 @@ void Backlog::giveBack(std::vector<Storms::Report> const& reports)
     }
 }
 
-/// Takes note of what became of a batch. What failed is tried again, unless the file refused it by a rule, or alone,
-/// beside others that were stored: that event is lost.
+/// Handles the outcome of a batch. Failed requests are tried again, except those that a rule of the file refused and
+/// those that failed alone while others were stored: their events are lost.
 void Backlog::settle(std::vector<Request> const& requests, std::vector<Posted*> const& posted,
                      std::vector<Storms::Report> const& reports)
 {
@@ -167,7 +167,7 @@ void Backlog::settle(std::vector<Request> const& requests, std::vector<Posted*> 
         {
             m_lostCount += reports[i - posted.size()].uncounted.events;
         }
-        else if (!isStored) // Counted twice rather than not at all where nobody can tell.
+        else if (!isStored) // If the outcome is unknown, rather count twice than not at all.
         {
             m_storms->notStored(reports[i - posted.size()], Clock::now());
         }

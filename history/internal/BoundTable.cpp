@@ -17,7 +17,7 @@ namespace
 template <class Integer>
 std::int64_t numberAt(void const* value)
 {
-    // The object may be an enumeration of that width.
+    // The object may be an enumeration of this width.
     Integer number = 0;
     std::memcpy(&number, value, sizeof number);
     return static_cast<std::int64_t>(number);
@@ -149,7 +149,7 @@ T const& decodeRow(SqlTbl<T>& tbl, sqlite::Statement const& row)
     for (std::size_t id = 0; id < cells.size(); ++id)
     {
         auto const column = static_cast<int>(id);
-        // The library's decoding takes cells that may be changed, and changes none.
+        // setDatafromSqlResult takes non-const cells, but does not change them.
         cells[id] = row.isNull(column) ? nullptr : const_cast<char*>(row.text(column).data());
     }
     static_cast<void>(tbl.setDatafromSqlResult(cells.data()));

@@ -15,7 +15,7 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-/// The largest group: it bounds how long others wait, and how large the journal gets. One request alone may be larger.
+/// Limits of a group: they bound the wait of others and the size of the journal. A single request may be larger.
 constexpr std::size_t kMostRequests = 1000;
 constexpr std::size_t kMostBytes = 1 << 20;
 
@@ -44,7 +44,7 @@ int CommitQueue::open(std::string const& path, RecorderOptions const& options, T
         Unlocked const unlocked(m_mutex);
         try
         {
-            m_group.reserve(kMostRequests); // Nobody leads yet.
+            m_group.reserve(kMostRequests); // No call leads yet.
             ownPath = path;
             ownOptions = options;
             writer = std::make_unique<GroupWriter>(path, options);
@@ -112,10 +112,10 @@ void CommitQueue::run(std::vector<Request>& requests, Timeout timeout)
     }
 }
 
-/// Refuses the requests, or adds them to those that wait.
+/// Refuses the requests, or appends them to the queue.
 void CommitQueue::enter(std::vector<Request>& requests, Call& call)
 {
-    // Only what was posted or counted comes without a receipt.
+    // Only requests of posted or counted events have no receipt.
     if (!isOpen() || (m_refusesCalls && !requests.empty() && requests.front().hasReceipt))
     {
         keep(m_problem, kNotOpen);
@@ -123,7 +123,7 @@ void CommitQueue::enter(std::vector<Request>& requests, Call& call)
         {
             if (request.receipt.result == HISTORY_REFUSED)
             {
-                request.receipt.result = HISTORY_INVALID_STATE; // As the receipts of new requests say.
+                request.receipt.result = HISTORY_INVALID_STATE; // As in the receipts of new requests.
             }
         }
         return;
@@ -157,7 +157,7 @@ void CommitQueue::enter(std::vector<Request>& requests, Call& call)
     }
 }
 
-/// Returns whether there was memory for it.
+/// Returns false if memory is short.
 bool CommitQueue::append(Request& request)
 {
     try
@@ -172,7 +172,7 @@ bool CommitQueue::append(Request& request)
     return true;
 }
 
-/// Waits for the leader, or until the call's time has passed.
+/// Waits for the leader, or until the call's deadline.
 void CommitQueue::wait(Call& call)
 {
     auto const now = Clock::now();
@@ -189,7 +189,7 @@ void CommitQueue::wait(Call& call)
     giveUp(call, isEnded ? HISTORY_CANCELLED : HISTORY_BUSY, problem);
     if (call.undone > 0)
     {
-        call.changed.wait(m_mutex); // The group that is being written comes to an end.
+        call.changed.wait(m_mutex); // The group that is being written will be finished soon.
     }
 }
 
@@ -240,7 +240,7 @@ void CommitQueue::lead(Call& call)
     passOn();
 }
 
-/// `areSourcesLoaded` is whether the active triples were read for this group, before its transaction began.
+/// `areSourcesLoaded`: the active triples were read for this group, before its transaction began.
 void CommitQueue::takeGroup(bool areSourcesLoaded)
 {
     std::size_t bytes = 0;
@@ -254,11 +254,11 @@ void CommitQueue::takeGroup(bool areSourcesLoaded)
         }
         if (!m_group.empty() && !areSourcesLoaded && m_writer->needsReading(*request))
         {
-            return; // It came after the transaction began, which others need not wait for while all faults are read.
+            return; // It came after the transaction began. Do not let others wait while all faults are read.
         }
         if (hasEdge && request->kind == Request::STORM)
         {
-            return; // Its row is to leave the state that the edge sets.
+            return; // The storm's row must keep the state that the edge sets.
         }
         hasEdge = hasEdge || request->isEdge();
         bytes += request->size();
@@ -279,7 +279,7 @@ void CommitQueue::tellStored() const
     }
 }
 
-/// Takes what still waits of a call out of the queue.
+/// Removes the waiting requests of a call from the queue.
 void CommitQueue::giveUp(Call& call, int result, std::string const& problem)
 {
     for (Request* const request : m_waiting)
@@ -310,7 +310,7 @@ void CommitQueue::finish(Request& request)
     }
 }
 
-/// Lets the next call lead, if there is one.
+/// Wakes the next call so that it leads, if there is one.
 void CommitQueue::passOn()
 {
     if (!m_waiting.empty())

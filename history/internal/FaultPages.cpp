@@ -17,7 +17,7 @@ constexpr unsigned char kTableLeaf = 13;
 constexpr std::size_t kLeafHeader = 8;
 constexpr std::size_t kFaultColumns = 16;
 
-/// A part of the file; what lies beyond its end reads as 0.
+/// A part of the file; bytes beyond the end of the file read as 0.
 class Bytes
 {
 public:
@@ -32,7 +32,7 @@ public:
     }
     std::size_t number16(std::size_t index) const { return at(index) * std::size_t(256) + at(index + 1); }
 
-    /// A number of SQLite's variable length; moves `index` behind it.
+    /// Reads an integer of SQLite's variable-length format and moves `index` behind it.
     std::uint64_t number(std::size_t& index) const
     {
         std::uint64_t value = 0;
@@ -52,7 +52,7 @@ private:
     std::vector<char> m_bytes;
 };
 
-/// Whether the cell that begins at `index` is a row with as many columns as a fault has, and its key first.
+/// Whether the cell at `index` is a row with the number of columns of a fault and with its key first.
 bool isFault(Bytes const& page, std::size_t index)
 {
     static_cast<void>(page.number(index)); // Size of the record.
@@ -91,7 +91,7 @@ PageFile::PageFile(sqlite::Connection const& connection)
     if (sqlite3_file_control(connection.get(), "main", SQLITE_FCNTL_FILE_POINTER, &m_file) != SQLITE_OK ||
         m_file == nullptr || m_file->pMethods == nullptr || m_file->pMethods->xFileSize(m_file, &size) != SQLITE_OK)
     {
-        throw sqlite::Error(nullptr, SQLITE_IOERR_FSTAT); // A copy of a file that seems empty would keep nothing.
+        throw sqlite::Error(nullptr, SQLITE_IOERR_FSTAT); // A copy of a seemingly empty file would be empty.
     }
     m_size = size;
 }
@@ -122,7 +122,7 @@ bool hasDatabaseHeader(PageFile const& file)
 
 bool holdsFaults(PageFile const& file)
 {
-    // The size of a page is told by the first one only, which may be what is damaged.
+    // Try every offset a page can have: only the first page, which may be damaged, holds the page size.
     for (std::int64_t offset = 0; offset < file.size(); offset += kSmallestPage)
     {
         char type = 0;

@@ -12,12 +12,12 @@ namespace firaim
 namespace
 {
 
-/// Rows that are read in one piece: some milliseconds.
+/// Rows read under one lock: takes some milliseconds.
 constexpr std::int64_t kRowsInBatch = 10000;
 
 constexpr std::string_view kMissingText = "n/a";
 
-/// A text cell as the library decodes it.
+/// A text cell, decoded as the library does.
 std::string_view decodedText(sqlite::Statement const& row, int column)
 {
     if (row.isNull(column))
@@ -84,7 +84,7 @@ void FaultState::forgetSources()
     m_seenBefore = m_seen;
 }
 
-/// Code, module, parameter, status and the name of the code.
+/// Columns of `m_readRows` after the key: code, module, parameter, status, name of the code.
 std::string FaultState::rowColumns() const
 {
     BoundTable const& faults = m_faults.bound();
@@ -110,7 +110,7 @@ void FaultState::refresh()
     }
     if (m_areSourcesKnown && !(readNewRows() && areActiveRowsThere()))
     {
-        forgetSources(); // Reading them anew takes long: not here, where others may have to wait for it.
+        forgetSources(); // Reading them again takes long. Not here, as other processes may have to wait.
     }
     m_seenVersion = version;
 }
@@ -123,7 +123,7 @@ void FaultState::loadSources()
     }
     catch (std::exception const&)
     {
-        forgetSources(); // A part of the rows would not be kept up to date.
+        forgetSources(); // Rows that were read in part would not be kept up to date.
         throw;
     }
 }
@@ -132,7 +132,7 @@ void FaultState::readAllSources()
 {
     while (!m_areSourcesKnown)
     {
-        // The row that a piece begins behind and its last row are of one content.
+        // One transaction, so that the last row seen and the rows after it are of the same content.
         std::optional<sqlite::Transaction> piece;
         if (!m_connection->isInTransaction())
         {
@@ -147,7 +147,7 @@ void FaultState::readAllSources()
     m_seenBefore = m_seen;
 }
 
-/// Takes a batch of the rows behind the last one seen into account; returns whether it was the last one.
+/// Reads a batch of the rows behind the last one seen; returns whether it was the last batch.
 bool FaultState::readNewRows()
 {
     std::int64_t rows = 0;
@@ -179,7 +179,7 @@ bool FaultState::readNewRows()
     return rows < kRowsInBatch;
 }
 
-/// The mark of the row with that key; none without a row.
+/// The mark of the row with that key; none if there is no row.
 std::optional<FaultState::RowMark> FaultState::markOf(std::int64_t key)
 {
     m_readMark.bind(1, key);
@@ -203,7 +203,7 @@ bool FaultState::isLastSeenRowThere()
            mark->systemTimeHash == m_seen.systemTimeHash;
 }
 
-/// Whether the rows that made triples active are as they were: somebody else may have removed or rewritten them.
+/// Whether the rows that made triples active are unchanged: another program may have removed or rewritten them.
 bool FaultState::areActiveRowsThere()
 {
     for (auto const& [code, sources] : m_active.all())
@@ -268,7 +268,7 @@ unsigned int FaultState::lastStartup()
     return std::max(newest, m_statistics.lastStartup());
 }
 
-/// Reads one cell of the newest fault.
+/// Selects one cell of the newest fault.
 std::string FaultState::selectNewest(std::string const& column) const
 {
     BoundTable const& faults = m_faults.bound();

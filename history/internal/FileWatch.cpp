@@ -19,11 +19,11 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr std::size_t kEventsSize = 64 * (sizeof(inotify_event) + NAME_MAX + 1);
-/// How soon a wait notices that another thread has cancelled it; a signal ends it at once. Somebody who waits for days
-/// must not wake a sleeping processor all the time.
+/// Interval of checks for cancellation by another thread; a signal ends a wait at once. Not shorter, so that a wait of
+/// days does not keep waking a sleeping processor.
 constexpr milliseconds kSlice(250);
 
-/// The file itself, where `path` is a link.
+/// The target of `path` if that is a link.
 std::string resolved(std::string const& path)
 {
     char* const real = realpath(path.c_str(), nullptr);
@@ -38,7 +38,7 @@ std::string resolved(std::string const& path)
 
 milliseconds leftUntil(steady_clock::time_point end)
 {
-    // Rounded up, so that the last wait does not become many of no length.
+    // Round up, so that a wait does not end in many of length 0.
     return std::chrono::ceil<milliseconds>(end - steady_clock::now());
 }
 
@@ -59,11 +59,11 @@ void FileWatch::retarget()
 {
     std::string const real = resolved(m_path);
     m_name = real.substr(real.find_last_of('/') + 1);
-    // The folder and not the file: another file may get its name. Without success there is still the time that passes.
+    // Watch the folder, not the file: another file may get its name. If this fails, the wait still ends by its timeout.
     std::string const folder = real.substr(0, real.find_last_of('/') + 1) + ".";
     int const watched = inotify_add_watch(m_descriptor, folder.c_str(),
                                           IN_MODIFY | IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM);
-    // The same folder has the same number. To give that up and ask again would be told as a change.
+    // The same folder keeps its watch descriptor. Removing and adding the watch again would be reported as a change.
     if (m_watched >= 0 && m_watched != watched)
     {
         static_cast<void>(inotify_rm_watch(m_descriptor, m_watched));
@@ -95,18 +95,18 @@ void FileWatch::pause(milliseconds longest) const
     steady_clock::time_point const end = steady_clock::now() + longest;
     for (milliseconds left = longest; left.count() > 0 && !isCancelled(); left = leftUntil(end))
     {
-        // A signal ends it, and it is seen at once whether that cancels the wait.
+        // A signal ends the poll, so a cancellation by its handler is noticed at once.
         static_cast<void>(poll(nullptr, 0, static_cast<int>(std::min(left, kSlice).count())));
     }
 }
 
 bool FileWatch::hasEvent(int longestMs) const
 {
-    pollfd waited = {m_descriptor, POLLIN, 0}; // Without a descriptor it only waits.
+    pollfd waited = {m_descriptor, POLLIN, 0}; // poll() ignores a negative descriptor and only waits.
     return poll(&waited, 1, longestMs) > 0;
 }
 
-/// Takes what the system has told; returns whether any of it is of the file.
+/// Reads the pending events; returns whether any of them is for the file or its log.
 bool FileWatch::takeEvents()
 {
     alignas(inotify_event) char events[kEventsSize];

@@ -15,16 +15,16 @@ namespace
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-/// For changes that the system does not tell of.
+/// For changes that the system does not report.
 constexpr milliseconds kPollInterval(2000);
-/// With a write-ahead log the system tells of a change before SQLite shows it: as late as the storage is slow.
+/// The system reports a change of a write-ahead log before SQLite shows it; slow storage makes this gap longer.
 constexpr milliseconds kRestlessInterval(50);
 constexpr milliseconds kRestlessness(1000);
-/// Many changes in a row are looked at together.
+/// Delay that lets a series of changes be read together.
 constexpr milliseconds kGathering(20);
-/// While a writer is at work.
+/// While a writer is active.
 constexpr milliseconds kRetry(20);
-/// For a lock at each look: long enough to tell a working writer's journal from a crashed one's.
+/// For each read: long enough to tell a working writer's journal from a crashed writer's.
 constexpr milliseconds kBusyTimeout(500);
 
 ReaderOptions withBusyTimeout(ReaderOptions options, milliseconds busyTimeout)
@@ -40,7 +40,7 @@ FaultFollower::Core::Core(ReaderCore const& reader, FollowPosition const& positi
       m_watch(m_path.absolute(), m_options.isCancelled), m_position(position), m_core(std::make_shared<ReaderCore>()),
       m_rows(m_core->rows(HistoryTable::FAULTS, FaultQuery::OLDEST_FIRST))
 {
-    // Later changes are told. The first look says why a file cannot be read.
+    // Later changes are reported. The first `take` reports why the file cannot be read.
     int const result = reopen(m_options.busyTimeout);
     if (result == HISTORY_OK)
     {
@@ -83,8 +83,8 @@ int FaultFollower::Core::take(Fault& fault)
     }
 }
 
-/// The largest key of the rows that are missing between the position and the next row, or behind the last row; none
-/// unless some are. Keys have no gaps of their own: a transaction that is rolled back gives its keys back.
+/// The largest key of the rows that are missing between the position and the next row, or behind the last row; none if
+/// no rows are missing. Keys have no gaps of their own: a transaction that is rolled back releases its keys.
 std::optional<std::int64_t> FaultFollower::Core::lastRemoved() const
 {
     if (!m_position.key)
@@ -101,7 +101,7 @@ std::optional<std::int64_t> FaultFollower::Core::lastRemoved() const
     return next > *m_position.key && next - 1 > *m_position.key ? std::optional(next - 1) : std::nullopt;
 }
 
-/// Moves the position on to the removed row with the key `last`, and tells of what is passed.
+/// Moves the position to the removed row with the key `last` and reports the gap.
 int FaultFollower::Core::passRemoved(std::int64_t last)
 {
     std::int64_t const first = *m_position.key + 1;
@@ -114,7 +114,7 @@ int FaultFollower::Core::passRemoved(std::int64_t last)
     return tell(HISTORY_ROWS_REMOVED, m_path.given() + ": " + which);
 }
 
-/// Reads the rows behind the position. HISTORY_OK when there is anything to give or to tell; else as `take`.
+/// Reads the rows behind the position. HISTORY_OK if there is anything to return or report; else as `take`.
 int FaultFollower::Core::look()
 {
     std::optional<FileIdentity> const identity = identityOf(m_path.absolute());
@@ -123,7 +123,7 @@ int FaultFollower::Core::look()
     {
         m_watch.retarget();
     }
-    // A connection that reads a file as immutable sees no change in it.
+    // A connection that reads a file as immutable sees no change of it.
     bool const isStale =
         m_core->isOpen() && m_core->connection().access() == sqlite::Connection::IMMUTABLE && !m_isMore;
     if (!m_core->isOpen() || isOther || isStale)
@@ -136,7 +136,7 @@ int FaultFollower::Core::look()
         }
         if (isStale && !isOther)
         {
-            m_comparedVersion = comparedVersion; // A file that cannot change is what it was.
+            m_comparedVersion = comparedVersion; // An immutable file has not changed.
         }
     }
     try
@@ -152,7 +152,7 @@ int FaultFollower::Core::look()
         std::string const problem = m_core->problem();
         if (result != HISTORY_BUSY && result != HISTORY_CANCELLED)
         {
-            drop(); // One was cut off, or the content is being replaced: another connection sees it afresh.
+            drop(); // The file was cut off, or its content is being replaced: read it with a new connection.
         }
         return tellOnce(result, problem);
     }
@@ -166,7 +166,8 @@ int FaultFollower::Core::lookClosely()
         return HISTORY_END;
     }
     RowCursor::State& rows = *m_rows.m_state;
-    // The row of the position, the largest key and the new rows in one moment: nothing can be removed in between.
+    // Read the row of the position, the largest key and the new rows in one transaction: nothing can be removed in
+    // between.
     sqlite::Transaction transaction(m_core->connection(), "BEGIN");
     std::int64_t const version = m_core->connection().number(kVersion);
     RowCursor::KeyRange range;
@@ -189,7 +190,7 @@ int FaultFollower::Core::lookClosely()
         {
             throw;
         }
-        m_isMore = true; // Rows before the damage are given first; the next look ends at it.
+        m_isMore = true; // Return the rows before the damage first; the next read fails at it.
     }
     int const result = compare(m_comparedVersion != version);
     m_comparedVersion = version;
@@ -201,8 +202,8 @@ int FaultFollower::Core::lookClosely()
     return rows.hasNext() || lastRemoved() ? HISTORY_OK : HISTORY_END;
 }
 
-/// Sees whether what was read goes on from the position, and leaves out the row that was given. HISTORY_OK or what has
-/// happened instead. `isChanged`: somebody may have written since this was seen last.
+/// Checks whether the rows continue from the position, and skips the row that was returned last. HISTORY_OK, or the
+/// result to report. `isChanged`: another connection may have written since the last comparison.
 int FaultFollower::Core::compare(bool isChanged)
 {
     RowCursor::State& rows = *m_rows.m_state;
@@ -216,14 +217,14 @@ int FaultFollower::Core::compare(bool isChanged)
     {
         RowView const row = rows.batch.row(0);
         hash = occurrenceHashOf(row);
-        // Positions that version 1.0.0 gave have the hash of all cells.
+        // Positions of version 1.0.0 have the hash of all cells.
         isRowSame = m_position.rowHash && (hash == m_position.rowHash || hashOf(row) == *m_position.rowHash);
     }
     if (isOther && !isRowSame)
     {
         return beginAnew("another file has got this name; following that");
     }
-    // No key is ever used again. In a file that has not changed, another row is damage: beginning anew would not end.
+    // Keys are never used again. In an unchanged file, another row means damage: starting again would not end.
     bool const isRowAnother = isChanged && isRowThere && !isRowSame && (m_position.rowHash || isKnown);
     if (isRowAnother || (m_position.key && !isRowSame && m_core->largestFaultKey() < *m_position.key))
     {
@@ -234,7 +235,7 @@ int FaultFollower::Core::compare(bool isChanged)
     rows.at = isRowThere ? 1 : 0;
     if (!m_position.key && !rows.hasNext())
     {
-        m_position.key = m_largestKey; // Without a row, it is known which one comes next.
+        m_position.key = m_largestKey; // There is no row yet, but the next key is known.
     }
     bool const isRowLost = m_position.key && m_position.rowHash && !isRowSame;
     m_position.rowHash = hash;
@@ -244,7 +245,7 @@ int FaultFollower::Core::compare(bool isChanged)
     }
     if (std::optional<std::int64_t> const last = lastRemoved())
     {
-        return passRemoved(*last); // Told together.
+        return passRemoved(*last); // Report both together.
     }
     return tell(HISTORY_ROWS_REMOVED, m_path.given() + ": row " + std::to_string(*m_position.key) +
                                           ", behind which it was " +
@@ -291,7 +292,8 @@ int FaultFollower::Core::tell(int result, std::string const& problem)
     return result;
 }
 
-/// As `tell`, unless it was just that which was told last. A lock and a wish to end pass, and are told every time.
+/// As `tell`, unless the same was reported last. HISTORY_BUSY and HISTORY_CANCELLED are passing and reported every
+/// time.
 int FaultFollower::Core::tellOnce(int result, std::string const& problem)
 {
     if (result == HISTORY_BUSY || result == HISTORY_CANCELLED)
@@ -326,7 +328,7 @@ int FaultFollower::Core::takeStatistic(FaultStatistic& statistic)
 
 bool FaultFollower::Core::hasMore() const
 {
-    // A file that was never looked at, unless something is in the way.
+    // The file was never read, and no known problem prevents it.
     bool const isNew = !m_version && m_told == HISTORY_OK && !m_wasBusy;
     return m_rows.m_state->hasNext() || lastRemoved() || !m_statistics.isEmpty() || m_isMore || isNew;
 }

@@ -9,10 +9,10 @@ namespace firaim
 namespace
 {
 
-/// How often the active triples are read in pieces that let others in.
+/// How often the active triples are read outside a transaction, which lets other processes in.
 constexpr int kMostReadings = 3;
 
-/// Sets a flag for as long as it lives.
+/// Sets a flag for the lifetime of this object.
 class SetMeanwhile
 {
 public:
@@ -25,7 +25,7 @@ private:
     bool& m_flag;
 };
 
-/// Whether `error` is about the storage or the whole file; another request would meet it as well.
+/// Whether `error` is about the storage or the whole file, so that every other request would fail too.
 bool concernsAll(sqlite::Error const& error)
 {
     switch (error.kind())
@@ -34,14 +34,14 @@ bool concernsAll(sqlite::Error const& error)
     case SQLITE_TOOBIG:
     case SQLITE_ERROR:
     case SQLITE_MISMATCH:
-    case SQLITE_INTERRUPT: // Its trigger takes too long.
+    case SQLITE_INTERRUPT: // A trigger takes too long.
         return false;
     default:
         return true;
     }
 }
 
-/// Whether a rule of the file, a constraint or a trigger, forbids what was to be written.
+/// Whether a rule of the file, a constraint or a trigger, forbids the write.
 bool isForbidden(sqlite::Error const& error)
 {
     return error.kind() == SQLITE_CONSTRAINT || error.kind() == SQLITE_TOOBIG || error.kind() == SQLITE_MISMATCH;
@@ -63,7 +63,7 @@ void GroupWriter::begin(Timeout timeout, bool needsSources)
 {
     if (m_connection.isInTransaction())
     {
-        m_connection.close(); // Rolling back has failed.
+        m_connection.close(); // A rollback has failed.
     }
     deadline::TimePoint const end = deadline::after(timeout);
     static_cast<void>(m_connection.open(timeout));
@@ -85,7 +85,7 @@ void GroupWriter::begin(Timeout timeout, bool needsSources)
         Failure const failure = m_connection.failureOf(error);
         if (failure.result() != HISTORY_BUSY)
         {
-            m_connection.close(); // Another try begins with another look at the file.
+            m_connection.close(); // The next attempt reopens the file.
         }
         throw failure;
     }
@@ -99,12 +99,12 @@ bool GroupWriter::needsReading(Request const& request) noexcept
     }
     catch (std::bad_alloc const&)
     {
-        return true; // The next group will tell.
+        return true; // The next group finds out.
     }
 }
 
-/// Begins the transaction when it is known which triples are active. Others can change that after the reading of it,
-/// which then begins anew. When that does not come to an end, they are read inside the transaction.
+/// Begins the transaction with the active triples known. If others have changed them since they were read, reads them
+/// again; after a few attempts, they are read inside the transaction.
 void GroupWriter::beginWithSources()
 {
     for (int reading = 0; reading < kMostReadings; ++reading)
@@ -120,7 +120,7 @@ void GroupWriter::beginWithSources()
         }
         catch (std::exception const&)
         {
-            rollBack(); // Others need not wait for the next try.
+            rollBack(); // Other processes need not wait for the next attempt.
             throw;
         }
         m_connection.get().run("ROLLBACK");
@@ -142,7 +142,7 @@ void GroupWriter::writeUntil(std::vector<Request*> const& group, deadline::TimeP
     }
     catch (std::bad_alloc const&)
     {
-        abandon(group, kNoMemory); // It was short for dealing with a failure, too.
+        abandon(group, kNoMemory); // Memory was also too short to handle a failure.
     }
     catch (std::exception const& exception)
     {
@@ -151,7 +151,7 @@ void GroupWriter::writeUntil(std::vector<Request*> const& group, deadline::TimeP
     m_isCommitting = false;
 }
 
-/// Ends what cannot be gone on with; needs no memory. Closing rolls back.
+/// Ends an attempt that cannot continue. Needs no memory. Closing rolls back.
 void GroupWriter::abandon(std::vector<Request*> const& group, char const* problem)
 {
     if (m_isCommitting)
@@ -192,7 +192,7 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, deadline::TimeP
         {
             if (error.kind() == SQLITE_INTERRUPT)
             {
-                m_rows.stopPruning(); // Its trigger would end the next one as well.
+                m_rows.stopPruning(); // The trigger would end the next pruning too.
             }
             writeWithoutPruning(group, end);
         }
@@ -236,8 +236,8 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, deadline::TimeP
     }
 }
 
-/// A trigger has failed at the one request, or the file's schema is no longer what it was. Opening the file compiles
-/// the statements, and fails in the second case.
+/// The one request of the group failed in a trigger, or because the schema of the file has changed. Reopening the file
+/// compiles the statements again, which fails in the second case.
 void GroupWriter::settleFailedTrigger(Request& request, sqlite::Error const& error, deadline::TimePoint end)
 {
     m_connection.close();
@@ -253,7 +253,7 @@ void GroupWriter::settleFailedTrigger(Request& request, sqlite::Error const& err
     }
 }
 
-/// Pruning has ended the transaction; it must not keep the group from being stored.
+/// Pruning has ended the transaction. The group must still be stored.
 void GroupWriter::writeWithoutPruning(std::vector<Request*> const& group, deadline::TimePoint end)
 {
     SetMeanwhile const noPruning(m_isPruningOff);
@@ -268,7 +268,7 @@ void GroupWriter::writeWithoutPruning(std::vector<Request*> const& group, deadli
     }
 }
 
-/// One of the group cannot be stored; it must not keep the others from it, which share the time that there is.
+/// One request of the group cannot be stored. Store the others one by one, until the same deadline.
 void GroupWriter::writeEachAlone(std::vector<Request*> const& group, deadline::TimePoint end)
 {
     std::vector<Request*> single(1);
@@ -306,7 +306,7 @@ void GroupWriter::writeTogether(std::vector<Request*> const& group)
     m_rows.write(group);
     if (!m_isPruningOff)
     {
-        m_isPruning = true; // Stays so when it fails, until that is dealt with.
+        m_isPruning = true; // Stays set after a failure, until that is handled.
         m_rows.prune();
         m_isPruning = false;
     }
@@ -327,7 +327,7 @@ void GroupWriter::commit(std::vector<Request*> const& group)
         if (error.kind() == SQLITE_BUSY && m_connection.isInTransaction())
         {
             m_isCommitting = false;
-            throw; // It has not begun.
+            throw; // The commit has not begun.
         }
         settle(group, error);
         return;
@@ -337,8 +337,8 @@ void GroupWriter::commit(std::vector<Request*> const& group)
     m_connection.forgetDamage();
 }
 
-/// After a commit that failed: what the file says decides, once that is known to be on the storage. Storage that fails
-/// in the last steps of a commit may have stored it.
+/// Handles a failed commit. Storage that fails in the last steps of a commit may have stored it, so the file is read
+/// again; its content decides, once that is durable.
 void GroupWriter::settle(std::vector<Request*> const& group, sqlite::Error const& error)
 {
     Failure const failure = m_connection.failureOf(error);
@@ -389,7 +389,7 @@ void GroupWriter::fail(std::vector<Request*> const& group, Failure const& failur
     }
     if (failure.result() == HISTORY_FAILED || failure.result() == HISTORY_DAMAGED)
     {
-        m_connection.close(); // Another try begins with another look at the file.
+        m_connection.close(); // The next attempt reopens the file.
     }
 }
 

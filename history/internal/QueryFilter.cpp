@@ -11,7 +11,7 @@ namespace
 
 char lowered(char letter)
 {
-    // In every locale the same, and only what is ASCII: the texts' encoding is not known.
+    // ASCII only and the same in every locale: the encoding of the texts is not known.
     return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
@@ -22,7 +22,7 @@ bool contains(std::string const& text, std::string const& lowerCaseText)
            lowerCaseText.empty();
 }
 
-/// Whether `value` is one of those that are wanted, or any is.
+/// Whether `value` is one of `wanted`, or `wanted` is empty.
 template <class Value>
 bool isWanted(std::vector<Value> const& wanted, Value const& value)
 {

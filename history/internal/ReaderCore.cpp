@@ -78,24 +78,24 @@ int ReaderCore::open()
     }
 }
 
-/// Opens the file that has the name, and sees which one that is.
+/// Opens the file and gets the identity of the file that was opened.
 void ReaderCore::openFile()
 {
     auto const busyTimeout = deadline::bounded(m_options.busyTimeout);
     std::optional<FileIdentity> after;
     do
     {
-        // Somebody may give the name to another file in between.
+        // Another file may get the name in between.
         m_identity = identityOf(m_path.absolute()).value_or(FileIdentity());
         m_connection.reset();
         m_connection = readOnlyOpening::open(m_path, {busyTimeout, m_options.isCancelled});
         after = identityOf(m_path.absolute());
     } while (after && *after != m_identity);
-    // Most rows are read once: a larger cache holds pages that nobody asks for again.
+    // Most rows are read once: a larger cache would hold pages that are not needed again.
     m_connection->run("PRAGMA cache_size=-256");
 }
 
-/// Makes sure that the file is one that can be read as a fault database.
+/// Checks that the file can be read as a fault database.
 int ReaderCore::check()
 {
     for (std::string const* const name :
@@ -133,7 +133,7 @@ bool ReaderCore::hasTable(std::string const& name)
         static_cast<void>(fail(HISTORY_FOREIGN_FILE, "no fault database: it has no table " + name));
         return false;
     }
-    // The rows of a view come from wherever the file says, and may never end.
+    // The schema decides where the rows of a view come from, and they may never end.
     std::string const type(statement.text(0));
     if (type == "table" && statement.integer(1) != 0)
     {
@@ -166,7 +166,7 @@ ReaderCore::QueryText ReaderCore::describe(BoundTable const& table) const
         text.key = text.name + '.' + table.key();
         return text;
     }
-    // SQLite's own names for the key; a column that has one of them hides it.
+    // SQLite's own names of the key; a column of the same name hides one.
     for (std::string const name : {"rowid", "_rowid_", "oid"})
     {
         text.key = text.name + '.' + name;
@@ -215,7 +215,7 @@ std::int64_t ReaderCore::largestFaultKey() const
     std::int64_t const sequence =
         m_hasSequence ? m_connection->number("SELECT seq FROM sqlite_sequence WHERE name = 'FdbFaultTbl'") : 0;
     sqlite::Statement bounds = prepareBounds(HistoryTable::FAULTS);
-    // Somebody may have given a row a key of their own, or made the table without a sequence.
+    // Another program may have chosen a key itself, or created the table without AUTOINCREMENT.
     return bounds.step() && !bounds.isNull(1) ? std::max(sequence, bounds.integer(1)) : sequence;
 }
 

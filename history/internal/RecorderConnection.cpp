@@ -16,7 +16,7 @@ namespace firaim
 namespace
 {
 
-/// Instructions of SQLite's machine between two looks at the clock: some hundred microseconds.
+/// Instructions of SQLite's virtual machine between two readings of the clock: some hundred microseconds.
 constexpr int kInstructionsPerLook = 10000;
 constexpr std::chrono::seconds kLongestWork(5);
 constexpr int kDamagesToBelieve = 2;
@@ -44,7 +44,7 @@ bool RecorderConnection::open(Timeout timeout)
 {
     sqlite::Waiting const waiting = {timeout, m_options.isCancelled};
     bool isAnew = false;
-    bool isMended = !m_options.setAsideCode; // Or is not to be.
+    bool isMended = !m_options.setAsideCode; // Or shall not be mended.
     while (!m_connection)
     {
         try
@@ -64,11 +64,11 @@ bool RecorderConnection::open(Timeout timeout)
             Failure const failure = failureOf(error);
             if (!isDamage(error) || (m_damagesSeen >= kDamagesToBelieve && isMended))
             {
-                m_damagesSeen = 0; // The next call looks twice again.
+                m_damagesSeen = 0; // The next call again needs to see damage twice.
                 throw failure;
             }
         }
-        catch (std::exception const&) // Failure, or a lack of memory.
+        catch (std::exception const&) // Failure or std::bad_alloc.
         {
             close();
             throw;
@@ -77,7 +77,7 @@ bool RecorderConnection::open(Timeout timeout)
     return isAnew;
 }
 
-/// A relative path names another file when the process has changed its current folder.
+/// After a change of the current folder, a relative path names another file: use the absolute one.
 void RecorderConnection::keepToFile()
 {
     if (folder::absolutePath(m_path) != m_absolutePath)
@@ -96,7 +96,7 @@ void RecorderConnection::openOnce(sqlite::Waiting const& waiting)
     m_rows.connect(*m_connection);
 }
 
-/// Data that was read from another file of that name is of no use.
+/// Forgets what was read if the file is another one than before.
 void RecorderConnection::noteFile()
 {
     struct stat status = {};
@@ -128,7 +128,7 @@ Failure RecorderConnection::failureOf(sqlite::Error const& error)
     return failure;
 }
 
-/// Makes a new file of the damaged one, whose first row tells why; returns whether there was a need.
+/// Replaces the damaged content by a new one, whose first row gives the reason; returns whether that was necessary.
 bool RecorderConnection::setAsideNow(sqlite::Waiting const& waiting)
 {
     m_rows.forget();
@@ -171,7 +171,7 @@ void RecorderConnection::recordIncident(sqlite::Connection const& connection, st
     }
     catch (std::exception const&)
     {
-        m_rows.disconnect(); // The connection goes first otherwise.
+        m_rows.disconnect(); // Otherwise the connection would be closed before its statements.
         m_rows.rolledBack();
         throw;
     }
@@ -183,7 +183,7 @@ void RecorderConnection::waitUntil(deadline::TimePoint end) const
     m_connection->waitFor({deadline::timeTo(end), m_options.isCancelled});
 }
 
-/// SQLite looks whether the file is still there when it begins a rollback journal, but not in a write-ahead log.
+/// SQLite checks that the file still has its name when it begins a rollback journal, but not for a write-ahead log.
 void RecorderConnection::begin()
 {
     m_begin.run();
@@ -191,13 +191,13 @@ void RecorderConnection::begin()
     static_cast<void>(sqlite3_file_control(m_connection->get(), "main", SQLITE_FCNTL_HAS_MOVED, &hasMoved));
     if (hasMoved != 0)
     {
-        throw sqlite::Error(nullptr, SQLITE_READONLY_DBMOVED); // Rows that are written into it would be lost.
+        throw sqlite::Error(nullptr, SQLITE_READONLY_DBMOVED); // Rows written to it would be lost.
     }
 }
 
 void RecorderConnection::rollBack()
 {
-    // After some failures SQLite has rolled back on its own.
+    // After some failures SQLite has already rolled back.
     if (isInTransaction() && sqlite3_exec(m_connection->get(), "ROLLBACK", nullptr, nullptr, nullptr) != SQLITE_OK)
     {
         close();
@@ -209,7 +209,7 @@ void RecorderConnection::beginWork()
     m_workBegin = processorTime();
 }
 
-/// Reading waits for nobody and comes to an end, so it is done even when cancelled.
+/// Limits triggers only. Reading does not wait and comes to an end, so it ignores cancellation.
 int RecorderConnection::onProgress(void* self)
 {
     auto const* const connection = static_cast<RecorderConnection*>(self);

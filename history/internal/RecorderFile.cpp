@@ -27,7 +27,7 @@ namespace
 constexpr char kJournalSuffix[] = "-journal";
 constexpr char kLogSuffix[] = "-wal";
 
-/// The thing at the path.
+/// The kind of object at the path.
 enum class Found
 {
     NOTHING,
@@ -78,7 +78,7 @@ Found lookAtPath(std::string const& path)
     }
     if (status.st_size == 1)
     {
-        throw Failure(HISTORY_FOREIGN_FILE, path + ": is no database"); // SQLite takes such a file for an empty one.
+        throw Failure(HISTORY_FOREIGN_FILE, path + ": is no database"); // SQLite would treat it as empty.
     }
     return status.st_size == 0 ? Found::EMPTY_FILE : Found::FILE_WITH_CONTENT;
 }
@@ -89,13 +89,12 @@ struct Tables
     StatisticTable statistic;
     VersionTable version;
 
-    /// In the order in which they are created.
+    /// In the order of creation.
     std::array<BoundTable const*, 3> all() const { return {&fault.bound(), &statistic.bound(), &version.bound()}; }
 };
 
-/// Copies what lies beside a file that is missing or empty, and that SQLite would delete: it takes it for the remains
-/// of a database that is gone. The journal of another process that creates the database just now is there for moments
-/// only.
+/// Copies the files beside a missing or empty database, as SQLite would delete them as remains of another one. If a
+/// process is just creating the database, its journal exists for moments only.
 void copyRemains(std::string const& path, sqlite::Waiting const& waiting)
 {
     constexpr std::chrono::milliseconds kTimeoutWithCreator(500);
@@ -118,11 +117,11 @@ void copyRemains(std::string const& path, sqlite::Waiting const& waiting)
     copyAside(file + kLogSuffix);
 }
 
-/// How much of a fault database the content of a file is.
+/// How much of a fault database a file holds.
 enum class Content
 {
-    NOTHING,    ///< of a new file
-    UNFINISHED, ///< some of the tables, without a row: its creation was cut off
+    NOTHING,    ///< a new file
+    UNFINISHED, ///< some of the tables, without a row: its creation was interrupted
     WHOLE
 };
 
@@ -131,7 +130,7 @@ bool hasRow(sqlite::Connection const& connection, std::string const& table)
     return connection.number("SELECT EXISTS(SELECT 1 FROM " + table + ")") != 0;
 }
 
-/// Whether the file holds nothing but tables of ours, as we write them.
+/// Whether the file has no tables other than ours, each created by our statement.
 bool holdsOurTablesOnly(sqlite::Connection const& connection, Tables const& tables)
 {
     sqlite::Statement object =
@@ -153,14 +152,14 @@ bool holdsOurTablesOnly(sqlite::Connection const& connection, Tables const& tabl
 
 bool isTable(sqlite::Connection const& connection, std::string const& name)
 {
-    // The rows of a view or of a virtual table come from wherever the file says.
+    // The schema decides where the rows of a view or a virtual table come from.
     sqlite::Statement statement =
         connection.prepare("SELECT 1 FROM sqlite_master WHERE name = ?1 AND type = 'table' AND rootpage > 0");
     return statement.bind(1, name).step();
 }
 
-/// Whether the file holds nothing but tables of ours, as we write them, and no row. Rows are read last: a damaged one
-/// must not hide that the tables, or the version, are another program's.
+/// Whether the file has no tables other than ours, and no row. Checks for rows last: a damaged row must not hide that
+/// the tables or the version belong to another program.
 bool isUnfinished(sqlite::Connection const& connection, Tables const& tables)
 {
     if (!holdsOurTablesOnly(connection, tables))
@@ -177,7 +176,7 @@ bool isUnfinished(sqlite::Connection const& connection, Tables const& tables)
     return true;
 }
 
-/// Rows are read and written by the places of their cells.
+/// Rows are read and written by the position of their cells.
 bool hasColumns(sqlite::Connection const& connection, BoundTable const& table)
 {
     sqlite::Statement found = connection.prepare("SELECT name FROM pragma_table_xinfo(?1) ORDER BY cid");
@@ -266,8 +265,7 @@ void requireVersion(std::string const& path, sqlite::Connection const& connectio
     }
 }
 
-/// Reads the header of the file before anything else, so that waiting for others is over when the settings ask the
-/// file.
+/// Reads the header of the file first, so that the wait for other connections is over when the settings read the file.
 void lookAtHeader(std::string const& path, sqlite::Connection const& connection)
 {
     try
@@ -289,19 +287,19 @@ void lookAtHeader(std::string const& path, sqlite::Connection const& connection)
     }
 }
 
-/// Makes sure that the file is a fault database; creates its content where it has none.
+/// Makes sure that the file is a fault database; creates the content of a new one.
 void prepareContent(std::string const& path, sqlite::Connection const& connection)
 {
     Tables const tables;
     if (lookAtContent(path, connection, tables) != Content::WHOLE)
     {
         sqlite::Transaction transaction(connection, "BEGIN EXCLUSIVE");
-        // Another process may have been faster.
+        // Another process may have created it meanwhile.
         if (lookAtContent(path, connection, tables) != Content::WHOLE)
         {
             createContent(connection);
             transaction.commit();
-            // SQLite has synchronised the folder for its journal, but that is nowhere promised.
+            // SQLite has synchronised the folder for its journal, but does not promise it.
             static_cast<void>(folder::synchroniseFolderOf(path));
         }
     }

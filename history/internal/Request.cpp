@@ -8,7 +8,7 @@ namespace firaim
 namespace
 {
 
-constexpr std::size_t kSizeOfRow = 256; ///< numbers, times and names, about
+constexpr std::size_t kSizeOfRow = 256; ///< approximate size of numbers, times and names
 
 } // namespace
 

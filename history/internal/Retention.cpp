@@ -20,7 +20,7 @@ void Retention::connect(sqlite::Connection const& connection, BoundTable const& 
     m_candidates = connection.prepare(join({"SELECT ", key, " FROM ", faults.name(), " WHERE ", key, " > ?1 AND ", key,
                                             " <= ?2 ORDER BY ", key, " LIMIT ?3"}));
     m_remove = connection.prepare(join({"DELETE FROM ", faults.name(), " WHERE ", key, " = ?1"}));
-    rolledBack(); // Nothing is known of this file.
+    rolledBack(); // Nothing is known about this file.
 }
 
 void Retention::disconnect()
@@ -41,7 +41,7 @@ std::uint64_t Retention::prune(FaultState const& state, std::int64_t newestKey, 
     auto const isNeeded = [&](std::int64_t key) { return std::binary_search(needed.begin(), needed.end(), key); };
     std::int64_t tries = 0;
     std::uint64_t removed = 0;
-    // Rows that were spared may be needed no longer.
+    // Rows that were spared may not be needed any more.
     for (auto spared = m_spared.begin(); spared != m_spared.end() && tries < most;)
     {
         if (isNeeded(*spared))
@@ -68,7 +68,7 @@ std::uint64_t Retention::prune(FaultState const& state, std::int64_t newestKey, 
     return removed;
 }
 
-/// The keys of up to `most` old rows that were not looked at yet.
+/// The keys of up to `most` old rows that were not examined yet.
 std::vector<std::int64_t> Retention::candidates(std::int64_t limit, std::int64_t most)
 {
     std::vector<std::int64_t> keys;
@@ -86,7 +86,7 @@ bool Retention::remove(std::int64_t key)
     try
     {
         m_remove.bind(1, key).run();
-        return sqlite3_changes(m_connection->get()) == 1; // A trigger can pass over it.
+        return sqlite3_changes(m_connection->get()) == 1; // A trigger may skip it.
     }
     catch (sqlite::Error const& error)
     {
@@ -94,7 +94,7 @@ bool Retention::remove(std::int64_t key)
         {
             throw;
         }
-        return false; // A trigger of the file's own refuses it, and has undone no more than that.
+        return false; // A trigger of the file refuses it, and has rolled back nothing else.
     }
 }
 

@@ -6,7 +6,7 @@ namespace firaim
 namespace
 {
 
-/// Memory that a batch keeps for the next one. A batch with a larger row gives its memory back.
+/// The memory that a batch keeps for the next one. A batch with a larger row frees its memory.
 constexpr std::size_t kKeptBytes = 2 << 20;
 
 } // namespace
@@ -35,7 +35,7 @@ void RowBatch::append(sqlite::Statement const& statement)
     {
         auto const column = static_cast<int>(id);
         Cell& cell = m_cells.emplace_back();
-        // The type first: taking a cell as a text converts it.
+        // Get the type first: reading a cell as text converts it.
         switch (statement.type(column))
         {
         case SQLITE_INTEGER:
@@ -55,7 +55,7 @@ void RowBatch::append(sqlite::Statement const& statement)
             std::string_view const blob = statement.blob(column);
             cell.size = static_cast<std::uint32_t>(blob.size());
             cell.offset = keep(blob);
-            // In a file whose texts are UTF-16, this is another text.
+            // Where the file's texts are UTF-16, the text differs from the bytes.
             cell.number = static_cast<std::int64_t>(keep(statement.text(column)));
             continue;
         }

@@ -14,10 +14,10 @@ namespace firaim
 namespace
 {
 
-/// As many columns as the widest table has.
+/// The number of columns of the widest table.
 constexpr std::size_t kMostColumns = 16;
 
-/// Sets the number from a cell that holds one of its width; returns whether it does.
+/// Sets the number from an integer cell within its width; returns false for any other cell.
 template <class Integer>
 bool setNumber(Cell const& cell, void* value)
 {
@@ -30,7 +30,7 @@ bool setNumber(Cell const& cell, void* value)
     {
         return false;
     }
-    // The object may be an enumeration of that width.
+    // The object may be an enumeration of this width.
     auto const number = static_cast<Integer>(cell.number);
     std::memcpy(value, &number, sizeof number);
     return true;
@@ -46,7 +46,7 @@ bool setText(RowView const& row, Cell const& cell, std::string& text)
     return true;
 }
 
-/// Decodes a cell that is as the library writes it, without the detour over texts; returns whether it is.
+/// Decodes a cell that is as the library writes it, without converting it to text; returns false for any other cell.
 template <class T>
 bool decodeSoundCell(SqlTbl<T> const& tbl, typename SqlTbl<T>::column_t const& column, RowView const& row)
 {
@@ -71,7 +71,7 @@ bool decodeSoundCell(SqlTbl<T> const& tbl, typename SqlTbl<T>::column_t const& c
     }
 }
 
-/// Every cell as the text that SQLite makes of it.
+/// All cells as SQLite converts them to text.
 class CellTexts
 {
 public:
@@ -79,7 +79,7 @@ public:
     {
         for (std::size_t id = 0; id < row.count; ++id)
         {
-            // The library's decoding takes cells that may be changed, and changes none.
+            // setDatafromSqlResult takes non-const cells, but does not change them.
             m_cells[id] = const_cast<char*>(textOf(row, row.cells[id], m_digits[id]));
         }
     }
@@ -116,7 +116,7 @@ T const& decodeRow(SqlTbl<T>& tbl, RowView const& row)
     {
         if (!decodeSoundCell(tbl, column, row))
         {
-            // The library's own decoding decides.
+            // For damaged cells, the library's own decoding is decisive.
             static_cast<void>(tbl.setDatafromSqlResult(CellTexts(row).cells()));
             break;
         }

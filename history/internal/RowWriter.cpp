@@ -72,7 +72,7 @@ bool RowWriter::needsSources(Request const& request)
     return m_retention.isOn() || request.needsSources() || (request.event != nullptr && needsName(*request.event));
 }
 
-/// Whether the name of the event's code can only be in the faults.
+/// Whether the name of the event's code can only be found in the faults.
 bool RowWriter::needsName(FaultEvent const& event)
 {
     auto const code = static_cast<std::uint32_t>(event.code);
@@ -110,7 +110,7 @@ void RowWriter::write(std::vector<Request*> const& group)
 
 void RowWriter::prune()
 {
-    constexpr std::int64_t kMostBeyond = 8; // A backlog goes in small pieces.
+    constexpr std::int64_t kMostBeyond = 8; // A large number of old rows is removed in small steps.
     if (!m_rows.empty() && !m_isPruningStopped)
     {
         auto const most = 2 * static_cast<std::int64_t>(m_rows.size()) + kMostBeyond;
@@ -125,7 +125,7 @@ RowWriter::Outcome RowWriter::outcome() const
 
 void RowWriter::committed()
 {
-    m_rows.clear(); // Their requests belong to the callers.
+    m_rows.clear(); // They refer to requests of the callers.
     m_state.committed();
     m_counter.committed();
     m_pruned += m_prunedNow;
@@ -160,8 +160,8 @@ void RowWriter::foundStored(Outcome outcome)
     m_counter.foundStored(std::move(outcome.countedInCycle));
 }
 
-/// Whether the transaction is in the file: every row as it was to be written or, without a row, every statistic. Rows
-/// that are too old to be kept may have been removed in the same transaction; the newest one never is.
+/// Whether the transaction is in the file: every row as written or, without rows, every statistic. The same transaction
+/// may have removed rows that are too old to be kept, but never the newest one.
 bool RowWriter::isStored(Outcome const& outcome)
 {
     if (m_rows.empty())
@@ -217,7 +217,7 @@ void RowWriter::apply(Request& request)
     {
         std::optional<std::int64_t> const active = m_state.activeKey(static_cast<std::uint32_t>(event.code), source);
         bool const isRaised = request.kind == Request::RAISE;
-        // A storm may have counted what no row tells yet.
+        // A storm may have counted events that have no row yet.
         std::optional<faultStatus_t> const counted = request.status ? request.status() : std::nullopt;
         if (active.has_value() == isRaised && (!counted || (*counted == FAULT_ACTIVE) == isRaised))
         {
@@ -230,7 +230,7 @@ void RowWriter::apply(Request& request)
     request.receipt.key = request.keys.back();
 }
 
-/// Whether an earlier commit of a RECORD, whose outcome could not be read, has stored it.
+/// Whether an earlier commit of this RECORD, with unknown outcome, has stored it.
 bool RowWriter::isThere(Request& request)
 {
     FaultEvent const& event = *request.event;
@@ -268,7 +268,8 @@ void RowWriter::applyClearCode(Request& request)
     }
 }
 
-/// Counts what has no row; when the storm is over, one row tells of it, which is not counted.
+/// Counts the events of a storm. When the storm is over, writes one row about it, which is not counted as an
+/// occurrence.
 void RowWriter::applyStorm(Request& request)
 {
     Storms::Report const& storm = *request.storm;
@@ -305,7 +306,7 @@ RowWriter::Row const& RowWriter::writeRow(Request& request, SourceView const& so
     return row;
 }
 
-/// Sets the working record of the fault table to the whole of a row.
+/// Fills the working record of the fault table with a row.
 void RowWriter::fillRow(Row const& row)
 {
     FaultEvent const& event = *row.request->event;
@@ -338,7 +339,7 @@ std::string const& RowWriter::timeZoneOf(FaultEvent const& event) const
     return event.timeZone ? *event.timeZone : m_options.timeZone;
 }
 
-/// Gives the statistic of a code what the row that was written last adds to it, see FaultRecorder.
+/// Updates the statistic of a code for the row written last; see FaultRecorder.
 void RowWriter::keepStatistic(Row const& row)
 {
     Fault const& fault = m_faults.record();
@@ -351,7 +352,7 @@ void RowWriter::keepStatistic(Row const& row)
     keepState(row, statistic);
 }
 
-/// A row of the code was written: the statistic refers to it, and tells whether anything of the code is active.
+/// Makes the statistic refer to a new row, and sets whether any triple of the code is active.
 void RowWriter::keepState(Row const& row, FaultStatistic& statistic)
 {
     bool const isActive = row.status == FAULT_ACTIVE || m_state.isAnyActive(statistic.FaultCode);
@@ -361,7 +362,7 @@ void RowWriter::keepState(Row const& row, FaultStatistic& statistic)
     m_state.statistics().touch(statistic.FaultCode);
 }
 
-/// The name that a row of the event's code gets.
+/// The name of the event's code in a row.
 std::string const& RowWriter::codeNameOf(FaultEvent const& event, FaultStatistic const& statistic)
 {
     if (event.codeName)

@@ -33,7 +33,7 @@ public:
     {
         if (m_number >= 0)
         {
-            static_cast<void>(close(m_number)); // All that was written has been synchronised.
+            static_cast<void>(close(m_number)); // Everything written has been synchronised.
         }
     }
     Descriptor(Descriptor const&) = delete;
@@ -44,16 +44,16 @@ private:
     int m_number;
 };
 
-/// The content to copy: its size, and how to read up to so many bytes at a place. Reading gives 0 at the end, and
-/// throws where it fails.
+/// The content to copy: its size, and a function that reads up to `size` bytes at `offset`. It returns 0 at the end and
+/// throws on failure.
 struct Content
 {
     std::int64_t size;
     std::function<std::size_t(std::int64_t offset, char* bytes, std::size_t size)> read;
 };
 
-/// Passes the bytes on, piece by piece; returns whether there were as many as there should be and
-/// `take(offset, bytes, size)` took them.
+/// Calls `take(offset, bytes, size)` for the content, piece by piece. Returns false if the content ends early or `take`
+/// returns false.
 template <class Take>
 bool forEachPiece(Content const& content, Take const& take)
 {
@@ -63,7 +63,7 @@ bool forEachPiece(Content const& content, Take const& take)
         std::size_t const size = content.read(offset, buffer.data(), buffer.size());
         if (size == 0)
         {
-            errno = EIO; // It has become shorter meanwhile.
+            errno = EIO; // The file has become shorter meanwhile.
             return false;
         }
         if (!take(offset, buffer.data(), size))
@@ -75,7 +75,7 @@ bool forEachPiece(Content const& content, Take const& take)
     return true;
 }
 
-/// As pread, without being interrupted.
+/// pread(2), repeated when interrupted.
 ssize_t readAt(int descriptor, std::int64_t offset, char* bytes, std::size_t size)
 {
     ssize_t count = -1;
@@ -86,7 +86,7 @@ ssize_t readAt(int descriptor, std::int64_t offset, char* bytes, std::size_t siz
     return count;
 }
 
-/// Writes all of it; returns whether that was possible.
+/// Writes all bytes; returns whether that succeeded.
 bool writeWhole(int descriptor, char const* bytes, std::size_t size)
 {
     for (std::size_t written = 0; written < size;)
@@ -101,13 +101,13 @@ bool writeWhole(int descriptor, char const* bytes, std::size_t size)
     return true;
 }
 
-/// Whether what the descriptor stands for is on the storage.
+/// Makes the file and its name durable; returns whether that succeeded.
 bool synchronise(int descriptor, std::string const& name)
 {
     return fsync(descriptor) == 0 && folder::synchroniseFolderOf(name);
 }
 
-/// Whether the file at `name` is a copy of `content`, as an attempt that failed later leaves one, and on the storage.
+/// Whether the file at `name` is a durable copy of `content`: an attempt that failed later leaves one.
 bool isCopied(std::string const& name, Content const& content)
 {
     Descriptor const copy(open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
@@ -130,7 +130,7 @@ struct Copy
     bool isNew;
 };
 
-/// Copies that go again unless they are to stay.
+/// Deletes its copies at the end, unless `keep` was called.
 class Copies
 {
 public:
@@ -139,7 +139,7 @@ public:
     {
         for (std::string const& name : m_names)
         {
-            static_cast<void>(unlink(name.c_str())); // One that stays does no harm.
+            static_cast<void>(unlink(name.c_str())); // A remaining copy does no harm.
         }
     }
     Copies(Copies const&) = delete;
@@ -158,9 +158,9 @@ private:
     std::vector<std::string> m_names;
 };
 
-/// Copies `content`, which belongs to the file at `path`, to a name beside it with the date and a number, unless one of
-/// the day's copies holds the same: attempts that fail again and again must not fill the storage. The copy is open to
-/// no more users than the file.
+/// Copies `content` of the file at `path` to a name beside it with the date and a number. Reuses a copy of the same day
+/// with the same content: repeated failures must not fill the storage. The copy grants access to no more users than the
+/// file.
 Copy makeCopy(std::string const& path, Content const& content)
 {
     struct stat original = {};
@@ -182,7 +182,7 @@ Copy makeCopy(std::string const& path, Content const& content)
     Descriptor const to(descriptor);
     auto const write = [&](std::int64_t /*offset*/, char const* bytes, std::size_t size)
     { return writeWhole(to.get(), bytes, size); };
-    Copies half; // Which is of no use.
+    Copies half; // Deletes an unfinished copy.
     if (to.get() >= 0)
     {
         half.add({name, true});
@@ -195,15 +195,14 @@ Copy makeCopy(std::string const& path, Content const& content)
     return {name, true};
 }
 
-/// The bytes of a database, read by SQLite's own descriptor: closing another one would give up the locks that this
-/// process holds on it.
+/// Copies a database through SQLite's own descriptor: closing another one would release the locks of this process.
 Copy copyDatabase(std::string const& path, PageFile const& file)
 {
     return makeCopy(path, {file.size(), [&](std::int64_t offset, char* bytes, std::size_t size)
                            { return file.read(offset, bytes, size); }});
 }
 
-/// Copies what lies beside a database, if it holds something; without a name where there is nothing to copy.
+/// Copies a file beside a database, if it has content; otherwise the result has no name.
 Copy copyBeside(std::string const& path)
 {
     Descriptor const from(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
@@ -218,7 +217,7 @@ Copy copyBeside(std::string const& path)
         ssize_t const count = readAt(from.get(), offset, bytes, size);
         if (count < 0)
         {
-            fail(); // SQLite would delete it all the same.
+            fail(); // SQLite would delete it, although it could not be copied.
         }
         return static_cast<std::size_t>(count);
     };
@@ -226,7 +225,7 @@ Copy copyBeside(std::string const& path)
     {
         fail();
     }
-    // A journal with an empty header has been played back, or was never needed.
+    // A journal with an empty header has been played back or was never needed.
     char first = 0;
     if (!S_ISREG(status.st_mode) || read(0, &first, 1) != 1 || first == 0)
     {
@@ -235,12 +234,12 @@ Copy copyBeside(std::string const& path)
     return makeCopy(path, {status.st_size, read});
 }
 
-/// Makes sure that the file is ours: by its schema or, where that cannot be read, by its rows. Throws Failure where it
-/// is not; `damage` is what SQLite says of it.
+/// Requires that the file is a fault database, judged by its schema or, if that cannot be read, by its rows. Throws
+/// Failure if it is not. `damage` is SQLite's message.
 void requireOurs(std::string const& path, sqlite::Connection const& connection, PageFile const& file,
                  std::string const& damage)
 {
-    // Or SQLite does not look into a file that has been cut off.
+    // Otherwise SQLite does not read the schema of a truncated file.
     require(connection, sqlite3_db_config(connection.get(), SQLITE_DBCONFIG_DEFENSIVE, 0, nullptr));
     connection.run("PRAGMA writable_schema=ON");
     try
@@ -262,13 +261,13 @@ void requireOurs(std::string const& path, sqlite::Connection const& connection, 
     }
 }
 
-/// Whether SQLite takes the file for an empty one, whatever it holds.
+/// Makes SQLite treat the file as empty, or stops that.
 void ignoreContent(sqlite::Connection const& connection, bool isOn)
 {
     require(connection, sqlite3_db_config(connection.get(), SQLITE_DBCONFIG_RESET_DATABASE, isOn ? 1 : 0, nullptr));
 }
 
-/// Replaces all that the file of `connection` holds by what `content` holds, in one transaction.
+/// Replaces the content of `connection` by `content`, in one transaction.
 void replaceContent(sqlite::Connection const& connection, sqlite::Connection const& content)
 {
     sqlite3_backup* const backup = sqlite3_backup_init(connection.get(), "main", content.get(), "main");
@@ -277,30 +276,29 @@ void replaceContent(sqlite::Connection const& connection, sqlite::Connection con
         throw sqlite::Error(connection.get(), sqlite3_errcode(connection.get()));
     }
     int const code = sqlite3_backup_step(backup, -1);
-    static_cast<void>(sqlite3_backup_finish(backup)); // Says the same again.
+    static_cast<void>(sqlite3_backup_finish(backup)); // Repeats the error of the step.
     if (code != SQLITE_DONE)
     {
         throw sqlite::Error(connection.get(), code);
     }
 }
 
-/// Locks the file and makes a new database of it, unless it turns out to be sound once it is locked. Under the lock,
-/// while the file is as it was, `beforeReset` is called with the connection that has the lock, and `recordIncident`
-/// with a connection to the new content. Returns whether it was made anew.
+/// Locks the file and gives it a new content, unless it is found to be sound under the lock. Before the file changes,
+/// `beforeReset` is called with the connection that holds the lock, then `recordIncident` with a connection to the new
+/// content. Returns whether the content was replaced.
 template <class Before, class Record>
 bool reset(std::string const& path, sqlite::Waiting const& waiting, Before const& beforeReset,
            Record const& recordIncident)
 {
     sqlite::Connection const connection(path, sqlite::Connection::READ_WRITE, waiting);
-    ignoreContent(connection, true); // A damaged file can neither be set up nor locked otherwise.
+    ignoreContent(connection, true); // Otherwise a damaged file can neither be configured nor locked.
     connection.run("PRAGMA synchronous=FULL");
     connection.run("BEGIN EXCLUSIVE");
-    // From here on, the lock stays between the transactions of this connection. Not earlier: whoever waits in this mode
-    // keeps others from the file, and two would wait for each other.
+    // From here on, this connection keeps the lock between transactions. Not earlier: two processes that wait in this
+    // mode would block each other.
     connection.run("PRAGMA locking_mode=EXCLUSIVE");
     connection.run("ROLLBACK");
-    // In a file with a write-ahead log, that has given the lock back: there, only a transaction that begins in this
-    // mode locks it for good.
+    // With a write-ahead log, the lock is released now: there, only a transaction that begins in this mode keeps it.
     connection.run("BEGIN EXCLUSIVE");
     connection.run("ROLLBACK");
     ignoreContent(connection, false);
@@ -309,7 +307,7 @@ bool reset(std::string const& path, sqlite::Waiting const& waiting, Before const
         return false;
     }
     beforeReset(connection);
-    // Tables that were created in the file itself would take the place of old pages that no journal keeps.
+    // Create the tables in memory: in the file, they would overwrite old pages that no journal keeps.
     sqlite::Connection const content({}, sqlite::Connection::MEMORY);
     content.run("PRAGMA page_size=" + std::to_string(connection.number("PRAGMA page_size")));
     createContent(content);
@@ -339,7 +337,7 @@ bool setAside(std::string const& path, std::string const& damage, sqlite::Waitin
         copies.add(copyBeside(realPath + "-journal"));
         copies.add(copyBeside(realPath + "-wal"));
         name = copyDatabase(realPath, file).name;
-        copies.keep(); // From here on the file changes, and may be lost when its storage fails.
+        copies.keep(); // From here on the file changes, and a failing storage may lose it.
     };
     auto const recordDamage = [&](sqlite::Connection const& connection)
     {

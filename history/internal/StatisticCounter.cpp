@@ -9,7 +9,7 @@ namespace firaim
 namespace
 {
 
-/// Counters stay at their largest value.
+/// Counters stop at their largest value.
 void add(unsigned short& counter, std::uint64_t amount)
 {
     constexpr std::uint64_t kMost = std::numeric_limits<unsigned short>::max();
@@ -30,7 +30,7 @@ void StatisticCounter::count(FaultStatistic& statistic, Occurrences const& occur
         statistic.TimeZoneFirstOccurred = occurrences.timeZone;
     }
     std::uint64_t& lastOrder = m_lastOrder[statistic.FaultCode];
-    if (occurrences.order >= lastOrder) // The count of a storm may be older than rows that are written by now.
+    if (occurrences.order >= lastOrder) // The count of a storm may be older than rows that are already written.
     {
         lastOrder = occurrences.order;
         statistic.TimeLastOccurredUTC = occurrences.timeStamp;
@@ -66,7 +66,7 @@ void StatisticCounter::endCycle()
     m_countedInCycle.clear();
 }
 
-/// Called before a change, so that rolling back can undo it.
+/// To be called before a change, so that `rolledBack` can undo it.
 void StatisticCounter::keepCountedInCycle()
 {
     if (!m_countedInCycleBefore)

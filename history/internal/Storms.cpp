@@ -8,9 +8,9 @@ namespace firaim
 namespace
 {
 
-/// A count is on the storage within a second, the commit included.
+/// A count is on the storage within a second, including the commit.
 constexpr std::chrono::milliseconds kStoreWithin(960);
-/// Triples that are remembered; beyond that, those forget that have nothing to tell.
+/// The number of triples from which on idle ones are forgotten.
 constexpr std::size_t kMostIdle = 10000;
 
 void add(Storms::Count& count, FaultEvent const& event, std::int64_t time, std::uint64_t order)
@@ -50,7 +50,7 @@ bool Storms::admits(FaultEvent const& event, std::int64_t time, std::uint64_t or
         bucket.tokens -= 1;
         return true;
     }
-    FaultEvent copy = event; // Without the memory for it, nothing is counted.
+    FaultEvent copy = event; // Short of memory, nothing is counted.
     bucket.last = std::move(copy);
     bucket.order = order;
     add(bucket.uncounted, event, time, order);
@@ -127,7 +127,7 @@ Storms::Bucket& Storms::bucketOf(FaultEvent const& event, TimePoint now)
     if (m_buckets.size() >= m_forgetAt)
     {
         forgetIdle(now);
-        m_forgetAt = std::max(kMostIdle, 2 * m_buckets.size()); // So that few events look at all of them.
+        m_forgetAt = std::max(kMostIdle, 2 * m_buckets.size()); // So that few events examine all of them.
     }
     Bucket bucket = {};
     bucket.tokens = m_burst;
@@ -196,7 +196,7 @@ std::vector<Storms::Report> Storms::take(TimePoint now, bool isEnding)
     return reports;
 }
 
-/// A report that could not be stored is added to what is counted next.
+/// Adds a report that could not be stored to the next counts.
 void Storms::notStored(Report const& report, TimePoint now)
 {
     auto const restore = [](Count& count, Count const& taken)
@@ -213,7 +213,7 @@ void Storms::notStored(Report const& report, TimePoint now)
     };
     Bucket& bucket = bucketOf(report.event, now);
     std::uint64_t const order = std::max(report.uncounted.lastOrder, report.total.lastOrder);
-    if (bucket.order < order) // It was taken for idle meanwhile, and is a new one.
+    if (bucket.order < order) // The bucket was forgotten as idle meanwhile, and this is a new one.
     {
         bucket.last = report.event;
         bucket.order = order;
