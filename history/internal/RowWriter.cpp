@@ -1,13 +1,11 @@
 #include <history/internal/RowWriter.h>
 
-#include <db/FaultCode.h>
 #include <db/internal/Join.h>
 #include <history/internal/Failure.h>
 
 #include <algorithm>
 #include <limits>
 #include <new>
-#include <sstream>
 #include <utility>
 
 namespace firaim
@@ -16,7 +14,7 @@ namespace firaim
 RowWriter::RowWriter(RecorderOptions const& options)
     : m_options(options), m_startupId(options.startupId),
       m_isStartupChosen(options.startup == RecorderOptions::GIVEN_STARTUP), m_timeUnit(options.timeUnit),
-      m_counter(m_state.statistics()), m_retention(options.keepNewest)
+      m_names(m_state), m_counter(m_state.statistics()), m_retention(options.keepNewest)
 {
 }
 
@@ -69,17 +67,8 @@ void RowWriter::chooseTimeUnit()
 
 bool RowWriter::needsSources(Request const& request)
 {
-    return m_retention.isOn() || request.needsSources() || (request.event != nullptr && needsName(*request.event));
-}
-
-/// Whether the name of the event's code can only be found in the faults.
-bool RowWriter::needsName(FaultEvent const& event)
-{
-    auto const code = static_cast<std::uint32_t>(event.code);
-    auto const statistic = m_state.statistics().all().find(code);
-    bool const hasStatistic = statistic != m_state.statistics().all().end();
-    return !event.codeName && !isName(builtInNameOf(code)) &&
-           !(hasStatistic && isName(statistic->second.FaultCodeName));
+    return m_retention.isOn() || request.needsSources() ||
+           (request.event != nullptr && m_names.needsFaults(*request.event));
 }
 
 bool RowWriter::refresh()
@@ -238,7 +227,7 @@ bool RowWriter::isThere(Request& request)
     fillRow({&request,
              {event.module, event.parameter},
              event.status,
-             codeNameOf(event, statistic),
+             m_names.nameOf(event, statistic),
              &event.description,
              request.doubtfulKey});
     sqlite::Statement match = m_connection->prepare(m_faults.bound().matchText());
@@ -275,7 +264,7 @@ void RowWriter::applyStorm(Request& request)
     Storms::Report const& storm = *request.storm;
     FaultEvent const& event = storm.event;
     FaultStatistic& statistic = m_state.statistics().of(static_cast<std::uint32_t>(event.code));
-    statistic.FaultCodeName = codeNameOf(event, statistic);
+    statistic.FaultCodeName = m_names.nameOf(event, statistic);
     m_counter.count(statistic, {storm.uncounted.actives, request.order,
                                 event.time.value_or(firaim::stampOf(storm.uncounted.lastTime, m_timeUnit).value_or(0)),
                                 timeZoneOf(event)});
@@ -294,7 +283,7 @@ RowWriter::Row const& RowWriter::writeRow(Request& request, SourceView const& so
 {
     FaultEvent const& event = *request.event;
     auto const code = static_cast<std::uint32_t>(event.code);
-    m_rows.push_back({&request, source, status, codeNameOf(event, m_state.statistics().of(code)), &description, 0});
+    m_rows.push_back({&request, source, status, m_names.nameOf(event, m_state.statistics().of(code)), &description, 0});
     Row& row = m_rows.back();
     fillRow(row);
     m_faults.bound().bind(m_insert);
@@ -360,38 +349,6 @@ void RowWriter::keepState(Row const& row, FaultStatistic& statistic)
     statistic.FaultEntryId = static_cast<unsigned long long>(row.key);
     statistic.RdbStartupId = m_faults.record().RdbStartupId;
     m_state.statistics().touch(statistic.FaultCode);
-}
-
-/// The name of the event's code in a row.
-std::string const& RowWriter::codeNameOf(FaultEvent const& event, FaultStatistic const& statistic)
-{
-    if (event.codeName)
-    {
-        return *event.codeName;
-    }
-    std::string const& builtIn = builtInNameOf(static_cast<std::uint32_t>(event.code));
-    if (isName(builtIn))
-    {
-        return builtIn;
-    }
-    if (isName(statistic.FaultCodeName))
-    {
-        return statistic.FaultCodeName;
-    }
-    std::string const& inFaults = m_state.nameInFaults(static_cast<std::uint32_t>(event.code));
-    return inFaults.empty() ? builtIn : inFaults;
-}
-
-std::string const& RowWriter::builtInNameOf(std::uint32_t code)
-{
-    std::string& name = m_builtInNames[code];
-    if (name.empty())
-    {
-        std::ostringstream text;
-        text << static_cast<faultCode_t>(code);
-        name = text.str();
-    }
-    return name;
 }
 
 } // namespace firaim

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <db/internal/Sqlite.h>
+#include <history/internal/CodeNames.h>
 #include <history/internal/FaultState.h>
 #include <history/internal/Request.h>
 #include <history/internal/Retention.h>
 #include <history/internal/StatisticCounter.h>
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -94,9 +94,6 @@ private:
     Row const& writeRow(Request& request, SourceView const& source, faultStatus_t status,
                         std::string const& description);
     void fillRow(Row const& row);
-    std::string const& codeNameOf(FaultEvent const& event, FaultStatistic const& statistic);
-    std::string const& builtInNameOf(std::uint32_t code);
-    bool needsName(FaultEvent const& event);
     std::string const& timeZoneOf(FaultEvent const& event) const;
     unsigned long long stampOf(Request const& request) const;
 
@@ -112,9 +109,9 @@ private:
     sqlite::Statement m_insert;
     FaultTable m_faults;
     FaultState m_state;
+    CodeNames m_names;
     StatisticCounter m_counter;
     Retention m_retention;
-    std::map<std::uint32_t, std::string> m_builtInNames;
 
     std::vector<Row> m_rows; ///< of this transaction
     std::uint64_t m_pruned = 0;
