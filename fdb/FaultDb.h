@@ -110,8 +110,8 @@ public:
     /// - RESULT_FAILED: the row cannot be stored; or its key cannot be read back: the row then stays, and `fault` is
     ///   unchanged
     ///
-    /// The key is the largest in the table at the time of reading. With several writing processes it may be another's
-    /// row.
+    /// The key is the largest in the table at the time of reading; with several writing processes it may be that of
+    /// another process's row.
     int insert(Fault& fault);
 
     /// Rewrites all other columns of the row with the key `fault.EntryId`. A record that was read holds each quote

@@ -33,7 +33,7 @@ struct RecorderOptions
     enum StartupMode
     {
         NEXT_STARTUP,  ///< the largest id of the newest fault and the statistics, plus one; 1 in a new file
-        SAME_STARTUP,  ///< that largest id, for another process of the same start-up, once the first process has
+        SAME_STARTUP,  ///< the same largest id, for another process of the same start-up, once the first process has
                        ///< recorded something; 0 in a new file
         GIVEN_STARTUP, ///< the member `startupId`
     };
@@ -146,7 +146,7 @@ public:
     /// - HISTORY_BAD_PATH: nothing is created, and the call does not wait
     /// - HISTORY_REFUSED: the time zone of `options` has a zero byte
     /// - HISTORY_FAILED: the file cannot be created, read or written
-    /// - HISTORY_BUSY
+    /// - HISTORY_BUSY, HISTORY_CANCELLED
     int open(std::string const& path, RecorderOptions const& options = {}, Timeout timeout = kDefaultTimeout);
 
     /// Ends recording. New calls return HISTORY_INVALID_STATE; calls under way are waited for. Records all posted and
