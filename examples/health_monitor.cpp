@@ -198,7 +198,7 @@ public:
             require(receipt.result, m_recorder);
             if (receipt.result == firaim::HISTORY_OK)
             {
-                tell(receipt.key);
+                print(receipt.key);
             }
         }
         require(m_recorder.endCycle(), m_recorder);
@@ -225,7 +225,7 @@ private:
     {
         // Nobody watched between two runs, so a threshold that is crossed at the first look is a new occurrence, even
         // if its fault is still active: a machine that restarts again and again has restarted each time.
-        bool const isFirstLook = m_seen.insert({finding.code, finding.parameter}).second;
+        bool const isFirstCheck = m_seen.insert({finding.code, finding.parameter}).second;
         firaim::FaultEvent event;
         event.code = finding.code;
         event.module = "health_monitor"; // Separates this program's faults from those of others in the same file.
@@ -233,14 +233,14 @@ private:
         event.description = finding.description;
         if (!finding.isCrossed)
         {
-            event.description += isFirstLook ? " (cleared while not watched)" : "";
+            event.description += isFirstCheck ? " (cleared while not watched)" : "";
             return m_recorder.clear(event);
         }
-        return isFirstLook ? m_recorder.record(event) : m_recorder.raise(event);
+        return isFirstCheck ? m_recorder.record(event) : m_recorder.raise(event);
     }
 
     /// Prints a fault as the file has it now.
-    void tell(unsigned long long key)
+    void print(unsigned long long key)
     {
         Fault fault;
         require(m_reader.fault(key, fault), m_reader);

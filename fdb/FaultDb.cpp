@@ -27,7 +27,7 @@ bool isFileName(std::string const& path)
 
 /// Whether the effective user has the access `mode` to the file at `path`. Opens nothing: closing a descriptor drops
 /// every lock that this process has on the file through another one.
-bool mayUse(std::string const& path, int mode)
+bool hasAccess(std::string const& path, int mode)
 {
     return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
 }
@@ -42,7 +42,7 @@ bool isDirectoryOrSocket(std::string const& path)
 /// Whether there is a file at `path` that may be read and written.
 bool fileExists(std::string const& path)
 {
-    return isFileName(path) && mayUse(path, R_OK | W_OK) && !isDirectoryOrSocket(path);
+    return isFileName(path) && hasAccess(path, R_OK | W_OK) && !isDirectoryOrSocket(path);
 }
 
 /// The target of the symbolic link at `path`; empty if it is no link.
@@ -61,9 +61,9 @@ std::string targetOfLink(std::string const& path)
 /// Creates an empty file if there is none. A file that another process creates meanwhile is neither opened nor emptied.
 bool createNewFile(std::string path)
 {
-    constexpr int kMostLinks = 40; // The limit of the system.
+    constexpr int kMaxLinks = 40; // The limit of the system.
     constexpr mode_t kMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
-    for (int links = 0; links <= kMostLinks && !path.empty(); ++links)
+    for (int links = 0; links <= kMaxLinks && !path.empty(); ++links)
     {
         int const descriptor = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, kMode);
         if (descriptor >= 0)
@@ -91,7 +91,7 @@ bool provideEmptyFile(std::string const& path)
     }
     if (stat(path.c_str(), &status) == 0)
     {
-        return S_ISREG(status.st_mode) && status.st_size == 0 && mayUse(path, W_OK);
+        return S_ISREG(status.st_mode) && status.st_size == 0 && hasAccess(path, W_OK);
     }
     // Any other error does not say whether there is a file.
     return errno == ENOENT && createNewFile(path);

@@ -16,7 +16,7 @@ using std::chrono::steady_clock;
 constexpr milliseconds kLongestWait = std::chrono::hours(24 * 365 * 10);
 
 /// Limits a wait to what the clock can count.
-milliseconds countable(milliseconds wait)
+milliseconds clampWait(milliseconds wait)
 {
     return std::clamp(wait, milliseconds(0), kLongestWait);
 }
@@ -34,7 +34,7 @@ FaultFollower::~FaultFollower() = default;
 
 int FaultFollower::next(Fault& fault, milliseconds wait)
 {
-    steady_clock::time_point const end = steady_clock::now() + countable(wait);
+    steady_clock::time_point const end = steady_clock::now() + clampWait(wait);
     for (;;)
     {
         int const result = m_core->take(fault);
@@ -57,8 +57,8 @@ int FaultFollower::next(Fault& fault, milliseconds wait)
 
 int FaultFollower::wait(milliseconds wait)
 {
-    steady_clock::time_point const end = steady_clock::now() + countable(wait);
-    bool const hasMore = m_core->hasMore() || m_core->waitForChange(countable(wait));
+    steady_clock::time_point const end = steady_clock::now() + clampWait(wait);
+    bool const hasMore = m_core->hasMore() || m_core->waitForChange(clampWait(wait));
     if (m_core->isCancelled())
     {
         return HISTORY_CANCELLED;

@@ -16,7 +16,7 @@ namespace
 {
 
 /// SQLite's integers are signed.
-constexpr unsigned long long kMostStamp = std::numeric_limits<std::int64_t>::max();
+constexpr unsigned long long kMaxStamp = std::numeric_limits<std::int64_t>::max();
 
 bool hasZeroByte(std::string const& text)
 {
@@ -46,7 +46,7 @@ char const* refusalOf(FaultEvent const& event)
     {
         return "the fault code has more than 32 bits";
     }
-    return event.time && *event.time > kMostStamp ? "the time is beyond 2^63 - 1" : nullptr;
+    return event.time && *event.time > kMaxStamp ? "the time is beyond 2^63 - 1" : nullptr;
 }
 
 } // namespace
@@ -81,7 +81,7 @@ public:
         request.kind = kind;
         request.event = event;
         request.hasReceipt = true;
-        request.takeMoment();
+        request.setTimes();
         char const* const refusal = event != nullptr ? refusalOf(*event) : nullptr;
         if (refusal != nullptr)
         {
@@ -146,7 +146,7 @@ public:
     {
         auto const begin = std::chrono::steady_clock::now();
         // Events acknowledged before now belong to the cycle that ends.
-        int const result = backlog.passOn(timeout);
+        int const result = backlog.drain(timeout);
         if (result != HISTORY_OK)
         {
             return queue.refuseCounted(result, "not all that was posted or counted in this cycle is recorded yet");

@@ -12,8 +12,8 @@ namespace
 
 /// The first batch is small, so that a caller who wants few rows does not wait for many.
 constexpr std::int64_t kRowsInFirstBatch = 16;
-constexpr std::int64_t kMostRowsInBatch = 512;
-constexpr std::size_t kMostBytesInBatch = 1 << 20;
+constexpr std::int64_t kMaxRowsInBatch = 512;
+constexpr std::size_t kMaxBytesInBatch = 1 << 20;
 
 /// Resets a statement at the end of a scope and so releases its lock.
 class RunGuard
@@ -106,13 +106,13 @@ void RowCursor::State::fetch()
             isDone = true;
             return;
         }
-        if (batch.byteCount() >= kMostBytesInBatch)
+        if (batch.byteCount() >= kMaxBytesInBatch)
         {
             return;
         }
     }
     isDone = rows < rowsInBatch;
-    rowsInBatch = std::min(rowsInBatch * 2, kMostRowsInBatch);
+    rowsInBatch = std::min(rowsInBatch * 2, kMaxRowsInBatch);
 }
 
 /// Moves the range behind the row with that key; returns whether rows can remain.

@@ -17,7 +17,7 @@ constexpr unsigned long long kNanosecondsPerMillisecond = 1000000;
 constexpr std::int64_t kCalendarBegin = -62167219200 * kSecond;
 constexpr std::int64_t kCalendarEnd = 253402300800 * kSecond;
 /// SQLite's integers are signed.
-constexpr unsigned long long kMostStamp = std::numeric_limits<std::int64_t>::max();
+constexpr unsigned long long kMaxStamp = std::numeric_limits<std::int64_t>::max();
 
 TimeUnit guessUnit(unsigned long long stamp)
 {
@@ -129,7 +129,7 @@ std::optional<unsigned long long> stampOf(std::int64_t milliseconds, TimeUnit un
     default:
         break;
     }
-    return amount > kMostStamp / factor ? std::nullopt : std::optional(amount * factor);
+    return amount > kMaxStamp / factor ? std::nullopt : std::optional(amount * factor);
 }
 
 std::string utcText(std::int64_t milliseconds)

@@ -10,8 +10,8 @@ namespace
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kPause(5);
-constexpr std::chrono::milliseconds kLatePause(1);
-constexpr std::chrono::milliseconds kLate(400);
+constexpr std::chrono::milliseconds kShortPause(1);
+constexpr std::chrono::milliseconds kShortPauseAfter(400);
 
 } // namespace
 
@@ -27,7 +27,8 @@ bool lockWait::LockWait::pause(int tries, std::chrono::milliseconds limit)
     {
         return false;
     }
-    std::chrono::milliseconds const wanted = std::min(m_slept < kLate ? kPause : kLatePause, limit - m_slept);
+    std::chrono::milliseconds const wanted =
+        std::min(m_slept < kShortPauseAfter ? kPause : kShortPause, limit - m_slept);
     m_slept += std::chrono::milliseconds(sqlite3_sleep(static_cast<int>(wanted.count())));
     return true;
 }

@@ -105,13 +105,13 @@ void requireNoJournalOfEmptyFile(FilePath const& path, Connection const& connect
 }
 
 /// Reads from the file, so that SQLite examines it, its journal and its log.
-void touch(Connection const& connection)
+void readSchema(Connection const& connection)
 {
     static_cast<void>(connection.number("SELECT count(*) FROM sqlite_master"));
 }
 
 /// Whether the write-ahead log is the problem: its index cannot be created on a read-only medium.
-bool isLogOutOfReach(Connection const& connection, sqlite::Error const& error)
+bool isLogUnusable(Connection const& connection, sqlite::Error const& error)
 {
     return (error.kind() == SQLITE_CANTOPEN || error.kind() == SQLITE_READONLY) && isInWalMode(connection);
 }
@@ -128,7 +128,7 @@ Connection openImmutable(FilePath const& path, sqlite::Waiting const& waiting)
                             "' into another folder, run 'firaim recover' on the copy, and use that"}));
     }
     Connection connection(path.absolute(), Connection::IMMUTABLE, waiting);
-    touch(connection);
+    readSchema(connection);
     return connection;
 }
 
@@ -200,11 +200,11 @@ Connection open(FilePath const& path, sqlite::Waiting const& waiting)
     Connection connection(path.absolute(), Connection::READ_ONLY, waiting);
     try
     {
-        touch(connection);
+        readSchema(connection);
     }
     catch (sqlite::Error const& error)
     {
-        if (!isLogOutOfReach(connection, error))
+        if (!isLogUnusable(connection, error))
         {
             throw;
         }

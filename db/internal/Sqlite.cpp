@@ -11,7 +11,7 @@ namespace
 {
 
 /// Instructions of SQLite's virtual machine between two checks for cancellation: some hundred microseconds.
-constexpr int kInstructionsBetweenLooks = 10000;
+constexpr int kInstructionsPerCheck = 10000;
 /// Busy timeout after a signal.
 constexpr std::chrono::milliseconds kBusyTimeoutWhenCancelled(200);
 /// A crashed writer's journal stays; a working writer's lasts for moments only.
@@ -236,7 +236,7 @@ Connection::Connection(std::string const& path, Access access, Waiting const& wa
     require(db, sqlite3_busy_handler(db, onBusy, m_shared.get()));
     if (waiting.isCancelled != nullptr)
     {
-        sqlite3_progress_handler(db, kInstructionsBetweenLooks, onProgress, m_shared.get());
+        sqlite3_progress_handler(db, kInstructionsPerCheck, onProgress, m_shared.get());
     }
     require(db, connectionSettings::distrust(db));
 }

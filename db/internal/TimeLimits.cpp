@@ -15,19 +15,19 @@ struct WaitState
 {
     lockWait::LockWait wait;
     int onceCount; ///< number of living TimeOutOnce objects
-    bool waitedInVain;
+    bool hasTimedOut;
     bool wasInterrupted;
 };
 thread_local WaitState waitState;
 
 int onBusy(void*, int tries)
 {
-    if (waitState.onceCount != 0 && waitState.waitedInVain)
+    if (waitState.onceCount != 0 && waitState.hasTimedOut)
     {
         return 0;
     }
     bool const goesOn = waitState.wait.pause(tries, lockWait::kBusyTimeout);
-    waitState.waitedInVain = waitState.waitedInVain || !goesOn;
+    waitState.hasTimedOut = waitState.hasTimedOut || !goesOn;
     return goesOn ? 1 : 0;
 }
 
@@ -44,7 +44,7 @@ timeLimits::TimeOutOnce::TimeOutOnce()
 {
     if (waitState.onceCount++ == 0)
     {
-        waitState.waitedInVain = false;
+        waitState.hasTimedOut = false;
         waitState.wasInterrupted = false;
     }
 }

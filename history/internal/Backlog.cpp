@@ -20,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 
 Backlog::Backlog(CommitQueue& queue) : m_queue(queue)
 {
-    m_queue.tellStored([this](Request const& request) { stored(request); });
+    m_queue.setSink([this](Request const& request) { onStored(request); });
 }
 
 void Backlog::open(RecorderOptions const& options)
@@ -32,7 +32,7 @@ void Backlog::open(RecorderOptions const& options)
     ++m_opening;
     m_posted.clear();
     m_lostCount = 0;
-    m_toldCount = 0;
+    m_reportedLostCount = 0;
     m_countedCount = 0;
     m_stores = {};
     m_ends = {};
@@ -151,7 +151,7 @@ void Backlog::prepareEdge(Request& request)
 }
 
 /// Called before anything else is written, so that the later row of a storm keeps the state that this request has set.
-void Backlog::stored(Request const& request)
+void Backlog::onStored(Request const& request)
 {
     std::lock_guard<Mutex> const lock(m_mutex);
     if (!m_storms)
@@ -205,7 +205,7 @@ int Backlog::flush(std::uint64_t& left, Timeout timeout)
     return m_isOpen ? waitForAll(left, end, m_options.isCancelled) : static_cast<int>(HISTORY_INVALID_STATE);
 }
 
-int Backlog::passOn(Timeout timeout)
+int Backlog::drain(Timeout timeout)
 {
     TimePoint const end = deadline::after(timeout);
     std::lock_guard<Mutex> const lock(m_mutex);
@@ -226,14 +226,14 @@ int Backlog::waitForAll(std::uint64_t& left, TimePoint end, bool (*isCancelled)(
     ++m_ends.wanted;
     m_postedBeforeEnd = m_posted.count();
     Goal const goal = {m_posted.count(), 0, m_ends.wanted, m_opening};
-    std::uint64_t const lostBefore = m_toldCount;
+    std::uint64_t const lostBefore = m_reportedLostCount;
     int const result = waitFor(goal, end, isCancelled);
     if (result == HISTORY_INVALID_STATE)
     {
         return result;
     }
     left = m_lostCount - lostBefore + m_posted.unsettledBefore(goal.posted);
-    m_toldCount = m_lostCount;
+    m_reportedLostCount = m_lostCount;
     return result == HISTORY_OK && left > 0 ? static_cast<int>(HISTORY_FAILED) : result;
 }
 

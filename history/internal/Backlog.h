@@ -45,7 +45,7 @@ public:
 
     int flush(std::uint64_t& left, Timeout timeout);
     /// As `flush`, but storms get no row and lost events are ignored.
-    int passOn(Timeout timeout);
+    int drain(Timeout timeout);
 
     std::uint64_t queued();
     std::uint64_t counted();
@@ -55,7 +55,7 @@ private:
     using TimePoint = Condition::TimePoint;
 
     /// Work that calls request from the thread.
-    struct Errand
+    struct Job
     {
         std::uint64_t wanted; ///< number of calls that have requested it
         std::uint64_t done;   ///< number of the first of these calls for which it is done
@@ -70,16 +70,16 @@ private:
         std::uint64_t opening; ///< the opening that the call belongs to
     };
 
-    void stored(Request const& request);
+    void onStored(Request const& request);
     bool startThread();
     void work();
-    bool isWorkThere(TimePoint now) const;
+    bool hasWork(TimePoint now) const;
     void waitForWork();
     void workOnce();
     void runBatch(std::vector<Posted*> const& posted, std::vector<Storms::Report> const& reports);
-    void giveBack(std::vector<Storms::Report> const& reports);
-    void settle(std::vector<Request> const& requests, std::vector<Posted*> const& posted,
-                std::vector<Storms::Report> const& reports);
+    void putBack(std::vector<Storms::Report> const& reports);
+    void handleOutcome(std::vector<Request> const& requests, std::vector<Posted*> const& posted,
+                       std::vector<Storms::Report> const& reports);
     int waitForAll(std::uint64_t& left, TimePoint end, bool (*isCancelled)());
     int waitFor(Goal const& goal, TimePoint end, bool (*isCancelled)());
     void waitForChange(TimePoint end, bool (*isCancelled)());
@@ -104,11 +104,11 @@ private:
 
     PostedEvents m_posted; ///< the thread works on the first events
     std::uint64_t m_lostCount = 0;
-    std::uint64_t m_toldCount = 0; ///< lost events that a `flush` has reported
+    std::uint64_t m_reportedLostCount = 0; ///< lost events that a `flush` has reported
     std::uint64_t m_countedCount = 0;
     std::uint64_t m_order = 0;           ///< of the last acknowledgement
-    Errand m_stores{};                   ///< storing the counts of storms
-    Errand m_ends{};                     ///< ending all storms
+    Job m_stores{};                      ///< storing the counts of storms
+    Job m_ends{};                        ///< ending all storms
     std::uint64_t m_postedBeforeEnd = 0; ///< posted events that are recorded before the storms end
 };
 

@@ -15,7 +15,7 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kMostInBatch = 1000;
+constexpr std::size_t kMaxBatch = 1000;
 /// Busy timeout of one attempt; short, so that `close` is noticed soon.
 constexpr std::chrono::milliseconds kTimeoutOfAttempt(500);
 constexpr std::chrono::milliseconds kPauseAfterFailure(200);
@@ -27,7 +27,7 @@ void Backlog::work()
     std::lock_guard<Mutex> const lock(m_mutex);
     while (m_isOpen)
     {
-        if (isWorkThere(Clock::now()))
+        if (hasWork(Clock::now()))
         {
             workOnce();
         }
@@ -38,7 +38,7 @@ void Backlog::work()
     }
 }
 
-bool Backlog::isWorkThere(TimePoint now) const
+bool Backlog::hasWork(TimePoint now) const
 {
     std::optional<TimePoint> const stormDeadline = m_storms->deadline();
     bool const isThere = !m_posted.isEmpty() || m_ends.wanted > m_ends.done || m_stores.wanted > m_stores.done ||
@@ -72,7 +72,7 @@ void Backlog::workOnce()
         std::uint64_t const stores = m_stores.wanted;
         std::uint64_t const ends = m_ends.wanted;
         std::uint64_t end = 0;
-        std::vector<Posted*> const posted = m_posted.first(kMostInBatch, end);
+        std::vector<Posted*> const posted = m_posted.first(kMaxBatch, end);
         // Write a storm's row after the rows that were posted before it, so that the storm's row sets the right status.
         bool const isEnding = ends > m_ends.done && end >= m_postedBeforeEnd;
         runBatch(posted, m_storms->take(Clock::now(), isEnding));
@@ -99,12 +99,12 @@ void Backlog::runBatch(std::vector<Posted*> const& posted, std::vector<Storms::R
     }
     catch (std::bad_alloc const&)
     {
-        giveBack(reports);
+        putBack(reports);
         throw;
     }
     for (std::size_t i = 0; i < posted.size(); ++i)
     {
-        posted[i]->ask(requests[i]);
+        posted[i]->fillRequest(requests[i]);
     }
     for (std::size_t i = 0; i < reports.size(); ++i)
     {
@@ -118,14 +118,14 @@ void Backlog::runBatch(std::vector<Posted*> const& posted, std::vector<Storms::R
             std::lock_guard<Mutex> const lock(m_mutex);
             return m_storms->statusOf(report.event);
         };
-        request.takeMoment();
+        request.setTimes();
     }
     Timeout const timeout = timeoutOfAttempt();
     {
         Unlocked const unlocked(m_mutex);
         m_queue.run(requests, timeout);
     }
-    settle(requests, posted, reports);
+    handleOutcome(requests, posted, reports);
 }
 
 Backlog::Timeout Backlog::timeoutOfAttempt() const
@@ -133,18 +133,18 @@ Backlog::Timeout Backlog::timeoutOfAttempt() const
     return m_isClosing ? std::min(deadline::timeTo(m_closeBy), kTimeoutOfAttempt) : kTimeoutOfAttempt;
 }
 
-void Backlog::giveBack(std::vector<Storms::Report> const& reports)
+void Backlog::putBack(std::vector<Storms::Report> const& reports)
 {
     for (Storms::Report const& report : reports)
     {
-        m_storms->notStored(report, Clock::now());
+        m_storms->putBack(report, Clock::now());
     }
 }
 
 /// Handles the outcome of a batch. Failed requests are tried again, except those that a rule of the file refused and
 /// those that failed alone while others were stored: their events are lost.
-void Backlog::settle(std::vector<Request> const& requests, std::vector<Posted*> const& posted,
-                     std::vector<Storms::Report> const& reports)
+void Backlog::handleOutcome(std::vector<Request> const& requests, std::vector<Posted*> const& posted,
+                            std::vector<Storms::Report> const& reports)
 {
     bool const isAnyStored = std::any_of(requests.begin(), requests.end(),
                                          [](Request const& request) { return request.receipt.result >= 0; });
@@ -169,7 +169,7 @@ void Backlog::settle(std::vector<Request> const& requests, std::vector<Posted*> 
         }
         else if (!isStored) // If the outcome is unknown, rather count twice than not at all.
         {
-            m_storms->notStored(reports[i - posted.size()], Clock::now());
+            m_storms->putBack(reports[i - posted.size()], Clock::now());
         }
     }
     m_posted.dropSettled();

@@ -16,8 +16,8 @@ namespace
 using Clock = std::chrono::steady_clock;
 
 /// Limits of a group: they bound the wait of others and the size of the journal. A single request may be larger.
-constexpr std::size_t kMostRequests = 1000;
-constexpr std::size_t kMostBytes = 1 << 20;
+constexpr std::size_t kMaxRequests = 1000;
+constexpr std::size_t kMaxBytes = 1 << 20;
 
 } // namespace
 
@@ -31,7 +31,7 @@ int CommitQueue::open(std::string const& path, RecorderOptions const& options, T
     std::lock_guard<Mutex> const lock(m_mutex);
     if (m_writer || m_isOpening || m_isClosing)
     {
-        keep(m_problem, path, "open already");
+        setProblem(m_problem, path, "open already");
         return HISTORY_INVALID_STATE;
     }
     m_isOpening = true;
@@ -44,7 +44,7 @@ int CommitQueue::open(std::string const& path, RecorderOptions const& options, T
         Unlocked const unlocked(m_mutex);
         try
         {
-            m_group.reserve(kMostRequests); // No call leads yet.
+            m_group.reserve(kMaxRequests); // No call leads yet.
             ownPath = path;
             ownOptions = options;
             writer = std::make_unique<GroupWriter>(path, options);
@@ -76,11 +76,11 @@ int CommitQueue::close()
     std::lock_guard<Mutex> const lock(m_mutex);
     if (!isOpen())
     {
-        keep(m_problem, kNotOpen);
+        setProblem(m_problem, kNotOpen);
         return HISTORY_INVALID_STATE;
     }
     m_isClosing = true;
-    while (m_isLed || !m_waiting.empty())
+    while (m_hasLeader || !m_waiting.empty())
     {
         m_idle.wait(m_mutex);
     }
@@ -98,10 +98,10 @@ void CommitQueue::run(std::vector<Request>& requests, Timeout timeout)
     Call call;
     call.deadline = deadline::after(timeout);
     std::lock_guard<Mutex> const lock(m_mutex);
-    enter(requests, call);
-    while (call.undone > 0)
+    enqueue(requests, call);
+    while (call.pending > 0)
     {
-        if (!m_isLed)
+        if (!m_hasLeader)
         {
             lead(call);
         }
@@ -113,12 +113,12 @@ void CommitQueue::run(std::vector<Request>& requests, Timeout timeout)
 }
 
 /// Refuses the requests, or appends them to the queue.
-void CommitQueue::enter(std::vector<Request>& requests, Call& call)
+void CommitQueue::enqueue(std::vector<Request>& requests, Call& call)
 {
     // Only requests of posted or counted events have no receipt.
     if (!isOpen() || (m_refusesCalls && !requests.empty() && requests.front().hasReceipt))
     {
-        keep(m_problem, kNotOpen);
+        setProblem(m_problem, kNotOpen);
         for (Request& request : requests)
         {
             if (request.receipt.result == HISTORY_REFUSED)
@@ -139,12 +139,12 @@ void CommitQueue::enter(std::vector<Request>& requests, Call& call)
         else if (request.phase == Request::DONE && request.receipt.result < 0)
         {
             ++m_counters.refused;
-            keep(m_problem, m_path, request.problem);
+            setProblem(m_problem, m_path, request.problem);
         }
     }
     if (isMemoryShort)
     {
-        giveUp(call, HISTORY_FAILED, kNoMemory);
+        failWaiting(call, HISTORY_FAILED, kNoMemory);
         for (Request& request : requests)
         {
             if (request.phase == Request::WAITING)
@@ -168,7 +168,7 @@ bool CommitQueue::append(Request& request)
     {
         return false;
     }
-    ++request.call->undone;
+    ++request.call->pending;
     return true;
 }
 
@@ -185,9 +185,9 @@ void CommitQueue::wait(Call& call)
         return;
     }
     std::string problem;
-    keep(problem, m_path, "other calls of this process are still waiting");
-    giveUp(call, isEnded ? HISTORY_CANCELLED : HISTORY_BUSY, problem);
-    if (call.undone > 0)
+    setProblem(problem, m_path, "other calls of this process are still waiting");
+    failWaiting(call, isEnded ? HISTORY_CANCELLED : HISTORY_BUSY, problem);
+    if (call.pending > 0)
     {
         call.changed.wait(m_mutex); // The group that is being written will be finished soon.
     }
@@ -195,7 +195,7 @@ void CommitQueue::wait(Call& call)
 
 void CommitQueue::lead(Call& call)
 {
-    m_isLed = true;
+    m_hasLeader = true;
     int result = HISTORY_OK;
     std::string problem;
     m_group.clear();
@@ -215,17 +215,17 @@ void CommitQueue::lead(Call& call)
         }
         Unlocked const unlocked(m_mutex);
         m_writer->write(m_group, deadline::timeTo(end));
-        tellStored();
+        callSink();
     }
     catch (...)
     {
         result = caughtResult(m_path, problem);
         result = result == HISTORY_BUSY && isCancelled() ? static_cast<int>(HISTORY_CANCELLED) : result;
     }
-    m_isLed = false;
+    m_hasLeader = false;
     if (result != HISTORY_OK)
     {
-        giveUp(call, result, problem);
+        failWaiting(call, result, problem);
     }
     m_counters.groups = m_writer->groups();
     m_counters.pruned = m_writer->pruned();
@@ -237,7 +237,7 @@ void CommitQueue::lead(Call& call)
         }
         finish(*request);
     }
-    passOn();
+    wakeNext();
 }
 
 /// `areSourcesLoaded`: the active triples were read for this group, before its transaction began.
@@ -245,10 +245,10 @@ void CommitQueue::takeGroup(bool areSourcesLoaded)
 {
     std::size_t bytes = 0;
     bool hasEdge = false;
-    while (!m_waiting.empty() && m_group.size() < kMostRequests)
+    while (!m_waiting.empty() && m_group.size() < kMaxRequests)
     {
         Request* const request = m_waiting.front();
-        if (!m_group.empty() && bytes + request->size() > kMostBytes)
+        if (!m_group.empty() && bytes + request->size() > kMaxBytes)
         {
             return;
         }
@@ -268,7 +268,7 @@ void CommitQueue::takeGroup(bool areSourcesLoaded)
     }
 }
 
-void CommitQueue::tellStored() const
+void CommitQueue::callSink() const
 {
     for (Request const* const request : m_group)
     {
@@ -280,14 +280,14 @@ void CommitQueue::tellStored() const
 }
 
 /// Removes the waiting requests of a call from the queue.
-void CommitQueue::giveUp(Call& call, int result, std::string const& problem)
+void CommitQueue::failWaiting(Call& call, int result, std::string const& problem)
 {
     for (Request* const request : m_waiting)
     {
         if (request->call == &call)
         {
             request->receipt = {result, 0};
-            keep(request->problem, problem);
+            setProblem(request->problem, problem);
             finish(*request);
         }
     }
@@ -302,16 +302,16 @@ void CommitQueue::finish(Request& request)
     if (request.receipt.result < 0)
     {
         m_counters.refused += request.hasReceipt ? 1 : 0;
-        keep(m_problem, request.problem);
+        setProblem(m_problem, request.problem);
     }
-    if (--request.call->undone == 0)
+    if (--request.call->pending == 0)
     {
         request.call->changed.notifyAll();
     }
 }
 
 /// Wakes the next call so that it leads, if there is one.
-void CommitQueue::passOn()
+void CommitQueue::wakeNext()
 {
     if (!m_waiting.empty())
     {
@@ -345,11 +345,11 @@ int CommitQueue::refuse(int result, char const* problem)
     std::lock_guard<Mutex> const lock(m_mutex);
     if (m_path.empty())
     {
-        keep(m_problem, problem);
+        setProblem(m_problem, problem);
     }
     else
     {
-        keep(m_problem, m_path, problem);
+        setProblem(m_problem, m_path, problem);
     }
     return result;
 }
@@ -359,11 +359,11 @@ int CommitQueue::refuseCounted(int result, char const* problem)
     std::lock_guard<Mutex> const lock(m_mutex);
     if (!isOpen() || m_refusesCalls)
     {
-        keep(m_problem, kNotOpen);
+        setProblem(m_problem, kNotOpen);
         return HISTORY_INVALID_STATE;
     }
     ++m_counters.refused;
-    keep(m_problem, m_path, problem);
+    setProblem(m_problem, m_path, problem);
     return result;
 }
 

@@ -38,7 +38,7 @@ public:
 
     /// If storms are limited, `sink` is called for each stored request before anything is written after it. Call this
     /// before the first `open`.
-    void tellStored(std::function<void(Request const&)> sink) { m_sink = std::move(sink); }
+    void setSink(std::function<void(Request const&)> sink) { m_sink = std::move(sink); }
 
     unsigned int startupId();
     FaultRecorder::Counters counters();
@@ -51,15 +51,15 @@ public:
     void refuseCalls();
 
 private:
-    void enter(std::vector<Request>& requests, Call& call);
+    void enqueue(std::vector<Request>& requests, Call& call);
     void wait(Call& call);
     void lead(Call& call);
     bool append(Request& request);
     void takeGroup(bool areSourcesLoaded);
-    void tellStored() const;
-    void giveUp(Call& call, int result, std::string const& problem);
+    void callSink() const;
+    void failWaiting(Call& call, int result, std::string const& problem);
     void finish(Request& request);
-    void passOn();
+    void wakeNext();
     bool isCancelled() const;
     bool isOpen() const { return m_writer && !m_isClosing; }
 
@@ -67,7 +67,7 @@ private:
     Mutex m_mutex; ///< held for moments only, never while the file is accessed
     std::deque<Request*> m_waiting;
     std::vector<Request*> m_group; ///< being written; reserved beforehand, so that taking a request needs no memory
-    bool m_isLed = false;          ///< a call uses the writer
+    bool m_hasLeader = false;      ///< a call uses the writer
     bool m_isOpening = false;
     bool m_isClosing = false;
     bool m_refusesCalls = false; ///< see `refuseCalls`

@@ -77,7 +77,7 @@ void requireOneChange(sqlite::Connection const& connection)
     }
 }
 
-void keep(std::string& to, std::string_view text) noexcept
+void setProblem(std::string& to, std::string_view text) noexcept
 {
     try
     {
@@ -89,7 +89,7 @@ void keep(std::string& to, std::string_view text) noexcept
     }
 }
 
-void keep(std::string& to, std::string_view path, std::string_view text) noexcept
+void setProblem(std::string& to, std::string_view path, std::string_view text) noexcept
 {
     try
     {
@@ -111,16 +111,16 @@ int caughtResult(std::string const& path, std::string& problem)
     }
     catch (Failure const& failure)
     {
-        keep(problem, failure.text());
+        setProblem(problem, failure.text());
         return failure.result();
     }
     catch (std::bad_alloc const&)
     {
-        keep(problem, path, kNoMemory);
+        setProblem(problem, path, kNoMemory);
     }
     catch (std::exception const& exception)
     {
-        keep(problem, path, exception.what());
+        setProblem(problem, path, exception.what());
     }
     return HISTORY_FAILED;
 }

@@ -42,9 +42,9 @@ void require(sqlite::Connection const& connection, int code);
 void requireOneChange(sqlite::Connection const& connection);
 
 /// Sets a text for `lastProblem`. Short of memory, the text becomes empty and the call goes on.
-void keep(std::string& to, std::string_view text) noexcept;
+void setProblem(std::string& to, std::string_view text) noexcept;
 /// As above, with the name of the file before the text.
-void keep(std::string& to, std::string_view path, std::string_view text) noexcept;
+void setProblem(std::string& to, std::string_view path, std::string_view text) noexcept;
 
 /// Call it where an exception was caught: sets `problem` to its text, beginning with the file at `path`, and returns
 /// its result. An exception that is no std::exception passes through.

@@ -161,7 +161,7 @@ bool FaultState::readNewRows()
         bool const isActive = decodedText(m_readRows, 4) == m_activeWord;
         auto const code = static_cast<std::uint32_t>(m_readRows.integer(1));
         SourceView const source(decodedText(m_readRows, 2), decodedText(m_readRows, 3));
-        static_cast<void>(noteName(code, decodedText(m_readRows, 5)));
+        static_cast<void>(addName(code, decodedText(m_readRows, 5)));
         std::optional<std::int64_t> const key = isActive ? std::optional(last) : std::nullopt;
         if (m_areSourcesKnown)
         {
@@ -254,7 +254,7 @@ void FaultState::rowWritten(Fault const& row, std::int64_t key)
     if (m_areSourcesKnown)
     {
         auto const code = static_cast<std::uint32_t>(row.FaultCode);
-        m_hasNewName = noteName(code, row.FaultCodeName) || m_hasNewName;
+        m_hasNewName = addName(code, row.FaultCodeName) || m_hasNewName;
         m_active.change(code, {row.ModuleName, row.Parameter},
                         row.Status == FAULT_ACTIVE ? std::optional(key) : std::nullopt);
         m_seen = {key, code, static_cast<std::int64_t>(row.TimeStampUTC), hashOf(row.SystemDateTimeString)};
@@ -276,7 +276,7 @@ std::string FaultState::selectNewest(std::string const& column) const
 }
 
 /// Returns whether the name is new.
-bool FaultState::noteName(std::uint32_t code, std::string_view name)
+bool FaultState::addName(std::uint32_t code, std::string_view name)
 {
     if (!isName(name))
     {

@@ -87,7 +87,7 @@ private:
     void readAllSources();
     bool readNewRows();
     bool areActiveRowsThere();
-    bool noteName(std::uint32_t code, std::string_view name);
+    bool addName(std::uint32_t code, std::string_view name);
     bool isActiveRow(std::int64_t key, std::uint32_t code, Source const& source);
     std::string rowColumns() const;
     std::string selectNewest(std::string const& column) const;

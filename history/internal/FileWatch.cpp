@@ -21,7 +21,7 @@ using std::chrono::steady_clock;
 constexpr std::size_t kEventsSize = 64 * (sizeof(inotify_event) + NAME_MAX + 1);
 /// Interval of checks for cancellation by another thread; a signal ends a wait at once. Not shorter, so that a wait of
 /// days does not keep waking a sleeping processor.
-constexpr milliseconds kSlice(250);
+constexpr milliseconds kCancelPoll(250);
 
 /// The target of `path` if that is a link.
 std::string resolved(std::string const& path)
@@ -71,7 +71,7 @@ void FileWatch::retarget()
     m_watched = watched;
 }
 
-bool FileWatch::isMeant(char const* name) const
+bool FileWatch::isWatchedName(char const* name) const
 {
     return name == m_name || name == m_name + "-wal";
 }
@@ -81,7 +81,7 @@ bool FileWatch::wait(milliseconds longest)
     steady_clock::time_point const end = steady_clock::now() + longest;
     for (milliseconds left = longest; left.count() > 0 && !isCancelled(); left = leftUntil(end))
     {
-        milliseconds const slice = m_isCancelled == nullptr ? left : std::min(left, kSlice);
+        milliseconds const slice = m_isCancelled == nullptr ? left : std::min(left, kCancelPoll);
         if (hasEvent(static_cast<int>(slice.count())) && takeEvents())
         {
             return true;
@@ -96,7 +96,7 @@ void FileWatch::pause(milliseconds longest) const
     for (milliseconds left = longest; left.count() > 0 && !isCancelled(); left = leftUntil(end))
     {
         // A signal ends the poll, so a cancellation by its handler is noticed at once.
-        static_cast<void>(poll(nullptr, 0, static_cast<int>(std::min(left, kSlice).count())));
+        static_cast<void>(poll(nullptr, 0, static_cast<int>(std::min(left, kCancelPoll).count())));
     }
 }
 
@@ -115,7 +115,7 @@ bool FileWatch::takeEvents()
     for (ssize_t offset = 0; offset < size;)
     {
         auto const* const event = reinterpret_cast<inotify_event const*>(events + offset);
-        isChanged = isChanged || event->len == 0 || isMeant(event->name);
+        isChanged = isChanged || event->len == 0 || isWatchedName(event->name);
         offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
     }
     return isChanged;

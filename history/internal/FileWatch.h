@@ -26,7 +26,7 @@ public:
     void pause(std::chrono::milliseconds longest) const;
 
 private:
-    bool isMeant(char const* name) const;
+    bool isWatchedName(char const* name) const;
     bool isCancelled() const { return m_isCancelled != nullptr && m_isCancelled(); }
     bool hasEvent(int longestMs) const;
     bool takeEvents();

@@ -18,12 +18,12 @@ using std::chrono::steady_clock;
 /// For changes that the system does not report.
 constexpr milliseconds kPollInterval(2000);
 /// The system reports a change of a write-ahead log before SQLite shows it; slow storage makes this gap longer.
-constexpr milliseconds kRestlessInterval(50);
-constexpr milliseconds kRestlessness(1000);
+constexpr milliseconds kPollIntervalAfterLogEvent(50);
+constexpr milliseconds kLogEventAge(1000);
 /// Delay that lets a series of changes be read together.
-constexpr milliseconds kGathering(20);
+constexpr milliseconds kEventDelay(20);
 /// While a writer is active.
-constexpr milliseconds kRetry(20);
+constexpr milliseconds kRetryInterval(20);
 /// For each read: long enough to tell a working writer's journal from a crashed writer's.
 constexpr milliseconds kBusyTimeout(500);
 
@@ -74,7 +74,7 @@ int FaultFollower::Core::take(Fault& fault)
         }
         m_position = position();
         m_isHashDue = false;
-        int const result = look();
+        int const result = readBehindPosition();
         m_wasBusy = result == HISTORY_BUSY;
         if (result != HISTORY_OK)
         {
@@ -111,11 +111,11 @@ int FaultFollower::Core::passRemoved(std::int64_t last)
     std::string const which = first == last ? "row " + std::to_string(last) + " was removed before it was read"
                                             : "rows " + std::to_string(first) + " to " + std::to_string(last) +
                                                   " were removed before they were read";
-    return tell(HISTORY_ROWS_REMOVED, m_path.given() + ": " + which);
+    return report(HISTORY_ROWS_REMOVED, m_path.given() + ": " + which);
 }
 
 /// Reads the rows behind the position. HISTORY_OK if there is anything to return or report; else as `take`.
-int FaultFollower::Core::look()
+int FaultFollower::Core::readBehindPosition()
 {
     std::optional<FileIdentity> const identity = identityOf(m_path.absolute());
     bool const isOther = !identity || m_core->identity() != *identity;
@@ -125,14 +125,14 @@ int FaultFollower::Core::look()
     }
     // A connection that reads a file as immutable sees no change of it.
     bool const isStale =
-        m_core->isOpen() && m_core->connection().access() == sqlite::Connection::IMMUTABLE && !m_isMore;
+        m_core->isOpen() && m_core->connection().access() == sqlite::Connection::IMMUTABLE && !m_hasMoreRows;
     if (!m_core->isOpen() || isOther || isStale)
     {
         std::optional<std::int64_t> const comparedVersion = m_comparedVersion;
         int const result = reopen(kBusyTimeout);
         if (result != HISTORY_OK)
         {
-            return tellOnce(result, m_core->problem());
+            return reportOnce(result, m_core->problem());
         }
         if (isStale && !isOther)
         {
@@ -141,8 +141,8 @@ int FaultFollower::Core::look()
     }
     try
     {
-        int const result = lookClosely();
-        m_told = HISTORY_OK;
+        int const result = readRows();
+        m_reported = HISTORY_OK;
         return result;
     }
     catch (...)
@@ -152,16 +152,16 @@ int FaultFollower::Core::look()
         std::string const problem = m_core->problem();
         if (result != HISTORY_BUSY && result != HISTORY_CANCELLED)
         {
-            drop(); // The file was cut off, or its content is being replaced: read it with a new connection.
+            dropConnection(); // The file was cut off, or its content is being replaced: read it with a new connection.
         }
-        return tellOnce(result, problem);
+        return reportOnce(result, problem);
     }
 }
 
-int FaultFollower::Core::lookClosely()
+int FaultFollower::Core::readRows()
 {
     constexpr char kVersion[] = "PRAGMA data_version";
-    if (!m_isMore && m_version == m_core->connection().number(kVersion))
+    if (!m_hasMoreRows && m_version == m_core->connection().number(kVersion))
     {
         return HISTORY_END;
     }
@@ -173,12 +173,12 @@ int FaultFollower::Core::lookClosely()
     RowCursor::KeyRange range;
     range.first = m_position.key.value_or(range.first);
     rows.restart(range);
-    m_isMore = false;
+    m_hasMoreRows = false;
     m_largestKey.reset();
     try
     {
         rows.fetch();
-        m_isMore = !rows.isDone;
+        m_hasMoreRows = !rows.isDone;
         if (rows.isDone)
         {
             m_largestKey = m_core->largestFaultKey();
@@ -190,11 +190,11 @@ int FaultFollower::Core::lookClosely()
         {
             throw;
         }
-        m_isMore = true; // Return the rows before the damage first; the next read fails at it.
+        m_hasMoreRows = true; // Return the rows before the damage first; the next read fails at it.
     }
-    int const result = compare(m_comparedVersion != version);
+    int const result = checkContinuity(m_comparedVersion != version);
     m_comparedVersion = version;
-    m_version = m_isMore ? std::nullopt : std::optional(version);
+    m_version = m_hasMoreRows ? std::nullopt : std::optional(version);
     if (result != HISTORY_OK)
     {
         return result;
@@ -204,7 +204,7 @@ int FaultFollower::Core::lookClosely()
 
 /// Checks whether the rows continue from the position, and skips the row that was returned last. HISTORY_OK, or the
 /// result to report. `isChanged`: another connection may have written since the last comparison.
-int FaultFollower::Core::compare(bool isChanged)
+int FaultFollower::Core::checkContinuity(bool isChanged)
 {
     RowCursor::State& rows = *m_rows.m_state;
     FileIdentity const before = {m_position.device, m_position.inode};
@@ -222,13 +222,13 @@ int FaultFollower::Core::compare(bool isChanged)
     }
     if (isOther && !isRowSame)
     {
-        return beginAnew("another file has got this name; following that");
+        return startOver("another file has got this name; following that");
     }
     // Keys are never used again. In an unchanged file, another row means damage: starting again would not end.
     bool const isRowAnother = isChanged && isRowThere && !isRowSame && (m_position.rowHash || isKnown);
     if (isRowAnother || (m_position.key && !isRowSame && m_core->largestFaultKey() < *m_position.key))
     {
-        return beginAnew("its content was replaced; following that");
+        return startOver("its content was replaced; following that");
     }
     m_position.device = m_core->identity().device;
     m_position.inode = m_core->identity().inode;
@@ -247,25 +247,25 @@ int FaultFollower::Core::compare(bool isChanged)
     {
         return passRemoved(*last); // Report both together.
     }
-    return tell(HISTORY_ROWS_REMOVED, m_path.given() + ": row " + std::to_string(*m_position.key) +
-                                          ", behind which it was " +
-                                          "followed, is gone; rows behind it may have been removed as well");
+    return report(HISTORY_ROWS_REMOVED, m_path.given() + ": row " + std::to_string(*m_position.key) +
+                                            ", behind which it was " +
+                                            "followed, is gone; rows behind it may have been removed as well");
 }
 
-int FaultFollower::Core::beginAnew(std::string const& reason)
+int FaultFollower::Core::startOver(std::string const& reason)
 {
     m_position = FollowPosition();
     m_position.device = m_core->identity().device;
     m_position.inode = m_core->identity().inode;
     m_rows.m_state->restart({});
-    m_isMore = true;
+    m_hasMoreRows = true;
     m_statistics.clear();
-    return tell(HISTORY_FILE_REPLACED, m_path.given() + ": " + reason);
+    return report(HISTORY_FILE_REPLACED, m_path.given() + ": " + reason);
 }
 
 int FaultFollower::Core::reopen(milliseconds busyTimeout)
 {
-    drop();
+    dropConnection();
     auto core = std::make_shared<ReaderCore>(m_path, withBusyTimeout(m_options, busyTimeout));
     int const result = core->open();
     m_core = core;
@@ -277,7 +277,7 @@ int FaultFollower::Core::reopen(milliseconds busyTimeout)
     return result;
 }
 
-void FaultFollower::Core::drop()
+void FaultFollower::Core::dropConnection()
 {
     m_core = std::make_shared<ReaderCore>();
     m_rows = m_core->rows(HistoryTable::FAULTS, FaultQuery::OLDEST_FIRST);
@@ -286,26 +286,26 @@ void FaultFollower::Core::drop()
     m_statistics.forgetVersion();
 }
 
-int FaultFollower::Core::tell(int result, std::string const& problem)
+int FaultFollower::Core::report(int result, std::string const& problem)
 {
     m_problem = problem;
     return result;
 }
 
-/// As `tell`, unless the same was reported last. HISTORY_BUSY and HISTORY_CANCELLED are passing and reported every
+/// As `report`, unless the same was reported last. HISTORY_BUSY and HISTORY_CANCELLED are passing and reported every
 /// time.
-int FaultFollower::Core::tellOnce(int result, std::string const& problem)
+int FaultFollower::Core::reportOnce(int result, std::string const& problem)
 {
     if (result == HISTORY_BUSY || result == HISTORY_CANCELLED)
     {
-        return tell(result, problem);
+        return report(result, problem);
     }
-    if (result == m_told && problem == m_problem)
+    if (result == m_reported && problem == m_problem)
     {
         return HISTORY_END;
     }
-    m_told = result;
-    return tell(result, problem);
+    m_reported = result;
+    return report(result, problem);
 }
 
 int FaultFollower::Core::takeStatistic(FaultStatistic& statistic)
@@ -315,7 +315,7 @@ int FaultFollower::Core::takeStatistic(FaultStatistic& statistic)
         int const result = m_statistics.compare(*m_core);
         if (result != HISTORY_OK)
         {
-            return tell(result, m_core->problem());
+            return report(result, m_core->problem());
         }
     }
     if (m_statistics.isEmpty())
@@ -329,19 +329,19 @@ int FaultFollower::Core::takeStatistic(FaultStatistic& statistic)
 bool FaultFollower::Core::hasMore() const
 {
     // The file was never read, and no known problem prevents it.
-    bool const isNew = !m_version && m_told == HISTORY_OK && !m_wasBusy;
-    return m_rows.m_state->hasNext() || lastRemoved() || !m_statistics.isEmpty() || m_isMore || isNew;
+    bool const isNew = !m_version && m_reported == HISTORY_OK && !m_wasBusy;
+    return m_rows.m_state->hasNext() || lastRemoved() || !m_statistics.isEmpty() || m_hasMoreRows || isNew;
 }
 
 bool FaultFollower::Core::waitForChange(milliseconds longest)
 {
     if (m_wasBusy)
     {
-        m_watch.pause(std::min(longest, kRetry));
+        m_watch.pause(std::min(longest, kRetryInterval));
         return true;
     }
-    bool const isRestless = steady_clock::now() - m_lastEvent < kRestlessness;
-    if (!m_watch.wait(std::min(longest, isRestless ? kRestlessInterval : kPollInterval)))
+    bool const isLogActive = steady_clock::now() - m_lastEvent < kLogEventAge;
+    if (!m_watch.wait(std::min(longest, isLogActive ? kPollIntervalAfterLogEvent : kPollInterval)))
     {
         return false;
     }
@@ -349,7 +349,7 @@ bool FaultFollower::Core::waitForChange(milliseconds longest)
     {
         m_lastEvent = steady_clock::now();
     }
-    m_watch.pause(std::min(longest, kGathering));
+    m_watch.pause(std::min(longest, kEventDelay));
     return true;
 }
 

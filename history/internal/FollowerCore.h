@@ -38,14 +38,14 @@ public:
 private:
     std::optional<std::int64_t> lastRemoved() const;
     int passRemoved(std::int64_t last);
-    int look();
-    int lookClosely();
-    int compare(bool isChanged);
-    int beginAnew(std::string const& reason);
+    int readBehindPosition();
+    int readRows();
+    int checkContinuity(bool isChanged);
+    int startOver(std::string const& reason);
     int reopen(std::chrono::milliseconds busyTimeout);
-    void drop();
-    int tell(int result, std::string const& problem);
-    int tellOnce(int result, std::string const& problem);
+    void dropConnection();
+    int report(int result, std::string const& problem);
+    int reportOnce(int result, std::string const& problem);
 
     FilePath const m_path;
     ReaderOptions const m_options;
@@ -58,7 +58,7 @@ private:
     FaultTable m_table;
     std::optional<std::int64_t> m_version;         ///< `PRAGMA data_version` when all was read
     std::optional<std::int64_t> m_comparedVersion; ///< `PRAGMA data_version` when rows were compared with the position
-    bool m_isMore = false;                         ///< rows remain behind the batch
+    bool m_hasMoreRows = false;                    ///< rows remain behind the batch
     std::optional<std::int64_t>
         m_largestKey;       ///< the largest key that the fault table ever had, if no rows remain behind the batch
     bool m_wasBusy = false; ///< a writer was active at the last attempt to read
@@ -66,7 +66,7 @@ private:
 
     StatisticChanges m_statistics;
 
-    int m_told = HISTORY_OK; ///< the last reported reason why the file cannot be read
+    int m_reported = HISTORY_OK; ///< the last reported reason why the file cannot be read
     std::string m_problem;
 };
 

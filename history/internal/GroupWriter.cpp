@@ -10,16 +10,16 @@ namespace
 {
 
 /// How often the active triples are read outside a transaction, which lets other processes in.
-constexpr int kMostReadings = 3;
+constexpr int kMaxReadings = 3;
 
 /// Sets a flag for the lifetime of this object.
-class SetMeanwhile
+class FlagGuard
 {
 public:
-    explicit SetMeanwhile(bool& flag) : m_flag(flag) { m_flag = true; }
-    ~SetMeanwhile() { m_flag = false; }
-    SetMeanwhile(SetMeanwhile const&) = delete;
-    SetMeanwhile& operator=(SetMeanwhile const&) = delete;
+    explicit FlagGuard(bool& flag) : m_flag(flag) { m_flag = true; }
+    ~FlagGuard() { m_flag = false; }
+    FlagGuard(FlagGuard const&) = delete;
+    FlagGuard& operator=(FlagGuard const&) = delete;
 
 private:
     bool& m_flag;
@@ -107,7 +107,7 @@ bool GroupWriter::needsReading(Request const& request) noexcept
 /// again; after a few attempts, they are read inside the transaction.
 void GroupWriter::beginWithSources()
 {
-    for (int reading = 0; reading < kMostReadings; ++reading)
+    for (int reading = 0; reading < kMaxReadings; ++reading)
     {
         m_rows.loadSources();
         m_connection.begin();
@@ -156,7 +156,7 @@ void GroupWriter::abandon(std::vector<Request*> const& group, char const* proble
 {
     if (m_isCommitting)
     {
-        m_connection.doubtSync();
+        m_connection.setSyncDoubtful();
     }
     m_connection.close();
     m_connection.endWork();
@@ -165,15 +165,15 @@ void GroupWriter::abandon(std::vector<Request*> const& group, char const* proble
     m_isPruningOff = false;
     for (Request* const request : group)
     {
-        failPlainly(*request, m_isCommitting ? HISTORY_UNKNOWN : HISTORY_FAILED, problem);
+        failOne(*request, m_isCommitting ? HISTORY_UNKNOWN : HISTORY_FAILED, problem);
     }
 }
 
-void GroupWriter::failPlainly(Request& request, int result, char const* problem) const
+void GroupWriter::failOne(Request& request, int result, char const* problem) const
 {
     request.receipt = {result, 0};
     request.keys.clear();
-    keep(request.problem, m_connection.path(), problem);
+    setProblem(request.problem, m_connection.path(), problem);
 }
 
 void GroupWriter::tryToWrite(std::vector<Request*> const& group, deadline::TimePoint end)
@@ -208,7 +208,7 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, deadline::TimeP
         }
         else if (wasAtWork && error.kind() == SQLITE_ERROR && group.size() == 1)
         {
-            settleFailedTrigger(*group.front(), error, end);
+            resolveFailedTrigger(*group.front(), error, end);
         }
         else if (concernsAll(error) || group.size() == 1)
         {
@@ -238,7 +238,7 @@ void GroupWriter::tryToWrite(std::vector<Request*> const& group, deadline::TimeP
 
 /// The one request of the group failed in a trigger, or because the schema of the file has changed. Reopening the file
 /// compiles the statements again, which fails in the second case.
-void GroupWriter::settleFailedTrigger(Request& request, sqlite::Error const& error, deadline::TimePoint end)
+void GroupWriter::resolveFailedTrigger(Request& request, sqlite::Error const& error, deadline::TimePoint end)
 {
     m_connection.close();
     try
@@ -256,7 +256,7 @@ void GroupWriter::settleFailedTrigger(Request& request, sqlite::Error const& err
 /// Pruning has ended the transaction. The group must still be stored.
 void GroupWriter::writeWithoutPruning(std::vector<Request*> const& group, deadline::TimePoint end)
 {
-    SetMeanwhile const noPruning(m_isPruningOff);
+    FlagGuard const noPruning(m_isPruningOff);
     try
     {
         begin(deadline::timeTo(end), false);
@@ -286,12 +286,12 @@ void GroupWriter::writeEachAlone(std::vector<Request*> const& group, deadline::T
         }
         catch (std::bad_alloc const&)
         {
-            failPlainly(*request, HISTORY_FAILED, kNoMemory);
+            failOne(*request, HISTORY_FAILED, kNoMemory);
             continue;
         }
         catch (std::exception const& exception)
         {
-            failPlainly(*request, HISTORY_FAILED, exception.what());
+            failOne(*request, HISTORY_FAILED, exception.what());
             continue;
         }
         writeUntil(single, end);
@@ -329,7 +329,7 @@ void GroupWriter::commit(std::vector<Request*> const& group)
             m_isCommitting = false;
             throw; // The commit has not begun.
         }
-        settle(group, error);
+        resolveCommit(group, error);
         return;
     }
     m_rows.committed();
@@ -339,17 +339,17 @@ void GroupWriter::commit(std::vector<Request*> const& group)
 
 /// Handles a failed commit. Storage that fails in the last steps of a commit may have stored it, so the file is read
 /// again; its content decides, once that is durable.
-void GroupWriter::settle(std::vector<Request*> const& group, sqlite::Error const& error)
+void GroupWriter::resolveCommit(std::vector<Request*> const& group, sqlite::Error const& error)
 {
     Failure const failure = m_connection.failureOf(error);
-    m_connection.doubtSync();
+    m_connection.setSyncDoubtful();
     RowWriter::Outcome outcome = m_rows.outcome();
     rollBack();
     m_connection.close();
     try
     {
-        bool const isAnew = m_connection.open(lockWait::kBusyTimeout);
-        if (!isAnew && m_rows.isStored(outcome))
+        bool const wasSetAside = m_connection.open(lockWait::kBusyTimeout);
+        if (!wasSetAside && m_rows.isStored(outcome))
         {
             m_connection.makeDurable();
             m_rows.foundStored(std::move(outcome));
@@ -385,7 +385,7 @@ void GroupWriter::fail(std::vector<Request*> const& group, Failure const& failur
     {
         request->receipt = {failure.result(), 0};
         request->keys.clear();
-        keep(request->problem, failure.text());
+        setProblem(request->problem, failure.text());
     }
     if (failure.result() == HISTORY_FAILED || failure.result() == HISTORY_DAMAGED)
     {

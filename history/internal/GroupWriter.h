@@ -50,14 +50,14 @@ private:
     void writeUntil(std::vector<Request*> const& group, deadline::TimePoint end);
     void tryToWrite(std::vector<Request*> const& group, deadline::TimePoint end);
     void abandon(std::vector<Request*> const& group, char const* problem);
-    void failPlainly(Request& request, int result, char const* problem) const;
+    void failOne(Request& request, int result, char const* problem) const;
     void writeTogether(std::vector<Request*> const& group);
-    void settleFailedTrigger(Request& request, sqlite::Error const& error, deadline::TimePoint end);
+    void resolveFailedTrigger(Request& request, sqlite::Error const& error, deadline::TimePoint end);
     void writeWithoutPruning(std::vector<Request*> const& group, deadline::TimePoint end);
     void writeEachAlone(std::vector<Request*> const& group, deadline::TimePoint end);
     void commit(std::vector<Request*> const& group);
     void rollBack();
-    void settle(std::vector<Request*> const& group, sqlite::Error const& error);
+    void resolveCommit(std::vector<Request*> const& group, sqlite::Error const& error);
     void fail(std::vector<Request*> const& group, Failure const& failure);
 
     RecorderOptions const m_options;

@@ -5,7 +5,7 @@
 namespace firaim
 {
 
-void PostedEvents::Posted::ask(Request& request) const
+void PostedEvents::Posted::fillRequest(Request& request) const
 {
     request.event = &event;
     request.now = now;

@@ -26,7 +26,7 @@ public:
         bool isSettled;           ///< recorded or lost
 
         /// Makes a new request record this event.
-        void ask(Request& request) const;
+        void fillRequest(Request& request) const;
     };
 
     /// Removes all events and resets the counts.

@@ -17,7 +17,7 @@ namespace
 {
 
 /// Instructions of SQLite's virtual machine between two readings of the clock: some hundred microseconds.
-constexpr int kInstructionsPerLook = 10000;
+constexpr int kInstructionsPerCheck = 10000;
 constexpr std::chrono::seconds kLongestWork(5);
 constexpr int kDamagesToBelieve = 2;
 
@@ -43,18 +43,18 @@ RecorderConnection::~RecorderConnection()
 bool RecorderConnection::open(Timeout timeout)
 {
     sqlite::Waiting const waiting = {timeout, m_options.isCancelled};
-    bool isAnew = false;
-    bool isMended = !m_options.setAsideCode; // Or shall not be mended.
+    bool wasSetAside = false;
+    bool isSetAsideDone = !m_options.setAsideCode; // Or it is not wanted.
     while (!m_connection)
     {
         try
         {
-            keepToFile();
-            if (m_damagesSeen >= kDamagesToBelieve && !isMended)
+            pinPath();
+            if (m_damagesSeen >= kDamagesToBelieve && !isSetAsideDone)
             {
                 m_damagesSeen = 0;
-                isMended = true;
-                isAnew = setAsideNow(waiting);
+                isSetAsideDone = true;
+                wasSetAside = setAsideNow(waiting);
             }
             openOnce(waiting);
         }
@@ -62,7 +62,7 @@ bool RecorderConnection::open(Timeout timeout)
         {
             close();
             Failure const failure = failureOf(error);
-            if (!isDamage(error) || (m_damagesSeen >= kDamagesToBelieve && isMended))
+            if (!isDamage(error) || (m_damagesSeen >= kDamagesToBelieve && isSetAsideDone))
             {
                 m_damagesSeen = 0; // The next call again needs to see damage twice.
                 throw failure;
@@ -74,11 +74,11 @@ bool RecorderConnection::open(Timeout timeout)
             throw;
         }
     }
-    return isAnew;
+    return wasSetAside;
 }
 
 /// After a change of the current folder, a relative path names another file: use the absolute one.
-void RecorderConnection::keepToFile()
+void RecorderConnection::pinPath()
 {
     if (folder::absolutePath(m_path) != m_absolutePath)
     {
@@ -89,15 +89,15 @@ void RecorderConnection::keepToFile()
 void RecorderConnection::openOnce(sqlite::Waiting const& waiting)
 {
     m_connection.emplace(openForRecording(m_path, waiting));
-    noteFile();
-    sqlite3_progress_handler(m_connection->get(), kInstructionsPerLook, onProgress, this);
+    updateIdentity();
+    sqlite3_progress_handler(m_connection->get(), kInstructionsPerCheck, onProgress, this);
     m_begin = m_connection->prepare("BEGIN IMMEDIATE");
     m_commit = m_connection->prepare("COMMIT");
     m_rows.connect(*m_connection);
 }
 
 /// Forgets what was read if the file is another one than before.
-void RecorderConnection::noteFile()
+void RecorderConnection::updateIdentity()
 {
     struct stat status = {};
     bool const isSame = stat(m_path.c_str(), &status) == 0 && status.st_dev == m_device && status.st_ino == m_inode;
@@ -132,24 +132,24 @@ Failure RecorderConnection::failureOf(sqlite::Error const& error)
 bool RecorderConnection::setAsideNow(sqlite::Waiting const& waiting)
 {
     m_rows.forget();
-    bool isAnew = false;
+    bool wasSetAside = false;
     try
     {
-        isAnew = setAside(m_path, m_damage, waiting,
-                          [this](sqlite::Connection const& connection, std::string const& text)
-                          { recordIncident(connection, text); });
+        wasSetAside = setAside(m_path, m_damage, waiting,
+                               [this](sqlite::Connection const& connection, std::string const& text)
+                               { recordIncident(connection, text); });
     }
     catch (std::exception const&)
     {
         m_rows.forget(); // The incident is in no file.
         throw;
     }
-    if (isAnew)
+    if (wasSetAside)
     {
         m_rows.committed();
     }
     m_rows.forget();
-    return isAnew;
+    return wasSetAside;
 }
 
 /// Writes the row into the new content, which is not in the file yet.
@@ -160,7 +160,7 @@ void RecorderConnection::recordIncident(sqlite::Connection const& connection, st
     event.description = text;
     Request request;
     request.event = &event;
-    request.takeMoment();
+    request.setTimes();
     try
     {
         m_rows.connect(connection);

@@ -58,7 +58,7 @@ public:
 
     /// A commit has failed, and its changes may be in the system's memory only: `makeDurable` must come before anything
     /// else is written or acknowledged.
-    void doubtSync() { m_isSyncInDoubt = true; }
+    void setSyncDoubtful() { m_isSyncInDoubt = true; }
     /// The changes of the failed commit are not in the file: makes sure that they do not come back. Throws
     /// sqlite::Error.
     void dropLost();
@@ -66,9 +66,9 @@ public:
     void makeDurable();
 
 private:
-    void keepToFile();
+    void pinPath();
     void openOnce(sqlite::Waiting const& waiting);
-    void noteFile();
+    void updateIdentity();
     bool setAsideNow(sqlite::Waiting const& waiting);
     void recordIncident(sqlite::Connection const& connection, std::string const& text);
 

@@ -40,7 +40,7 @@ enum class Found
     throw Failure(HISTORY_BAD_PATH, path + ": " + reason);
 }
 
-Found lookAtPath(std::string const& path)
+Found checkPath(std::string const& path)
 {
     if (path.empty() || path.find('\0') != std::string::npos)
     {
@@ -60,7 +60,7 @@ Found lookAtPath(std::string const& path)
         }
         if (isThere)
         {
-            return lookAtPath(path); // Another process has created it meanwhile.
+            return checkPath(path); // Another process has created it meanwhile.
         }
         if (errno != ENOENT)
         {
@@ -108,7 +108,7 @@ void copyRemains(std::string const& path, sqlite::Waiting const& waiting)
             throw Failure(HISTORY_CANCELLED, path + ": cancelled while a journal lies beside no database");
         }
         static_cast<void>(sqlite3_sleep(kPauseMs));
-        if (lookAtPath(path) == Found::FILE_WITH_CONTENT)
+        if (checkPath(path) == Found::FILE_WITH_CONTENT)
         {
             return;
         }
@@ -229,7 +229,7 @@ bool holdsAnyOfOurTables(sqlite::Connection const& connection, Tables const& tab
                        [&](BoundTable const* table) { return isTable(connection, table->name()); });
 }
 
-Content lookAtContent(std::string const& path, sqlite::Connection const& connection, Tables const& tables)
+Content classifyContent(std::string const& path, sqlite::Connection const& connection, Tables const& tables)
 {
     requireEncoding(path, connection);
     if (!holdsAnyOfOurTables(connection, tables) &&
@@ -266,7 +266,7 @@ void requireVersion(std::string const& path, sqlite::Connection const& connectio
 }
 
 /// Reads the header of the file first, so that the wait for other connections is over when the settings read the file.
-void lookAtHeader(std::string const& path, sqlite::Connection const& connection)
+void checkHeader(std::string const& path, sqlite::Connection const& connection)
 {
     try
     {
@@ -291,11 +291,11 @@ void lookAtHeader(std::string const& path, sqlite::Connection const& connection)
 void prepareContent(std::string const& path, sqlite::Connection const& connection)
 {
     Tables const tables;
-    if (lookAtContent(path, connection, tables) != Content::WHOLE)
+    if (classifyContent(path, connection, tables) != Content::WHOLE)
     {
         sqlite::Transaction transaction(connection, "BEGIN EXCLUSIVE");
         // Another process may have created it meanwhile.
-        if (lookAtContent(path, connection, tables) != Content::WHOLE)
+        if (classifyContent(path, connection, tables) != Content::WHOLE)
         {
             createContent(connection);
             transaction.commit();
@@ -328,12 +328,12 @@ void createContent(sqlite::Connection const& connection)
 
 sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting const& waiting)
 {
-    if (lookAtPath(path) != Found::FILE_WITH_CONTENT)
+    if (checkPath(path) != Found::FILE_WITH_CONTENT)
     {
         copyRemains(path, waiting);
     }
     sqlite::Connection connection(path, sqlite::Connection::CREATE, waiting);
-    lookAtHeader(path, connection);
+    checkHeader(path, connection);
     require(connection, connectionSettings::makeDurable(connection.get()));
     require(connection, connectionSettings::limitJournal(connection.get()));
     prepareContent(path, connection);

@@ -12,7 +12,7 @@ constexpr std::size_t kSizeOfRow = 256; ///< approximate size of numbers, times 
 
 } // namespace
 
-void Request::takeMoment()
+void Request::setTimes()
 {
     timespec sinceBoot = {};
     static_cast<void>(clock_gettime(CLOCK_BOOTTIME, &sinceBoot)); // Every Linux has this clock.

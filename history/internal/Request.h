@@ -20,7 +20,7 @@ struct Call
 {
     Condition changed; ///< its requests are done, or it shall lead
     Condition::TimePoint deadline;
-    std::size_t undone = 0; ///< number of requests that are not done
+    std::size_t pending = 0; ///< number of requests that are not done
 };
 
 /// One request of a call to a recorder, and its outcome. Owned by the call.
@@ -66,7 +66,7 @@ struct Request
     Call* call = nullptr;
 
     /// Sets `now` and `upTime`.
-    void takeMoment();
+    void setTimes();
     /// The approximate number of bytes that it adds to a transaction.
     std::size_t size() const;
     /// Whether its effect depends on the active triples.

@@ -15,7 +15,7 @@ namespace
 {
 
 /// The number of columns of the widest table.
-constexpr std::size_t kMostColumns = 16;
+constexpr std::size_t kMaxColumns = 16;
 
 /// Sets the number from an integer cell within its width; returns false for any other cell.
 template <class Integer>
@@ -103,8 +103,8 @@ private:
         }
     }
 
-    std::array<std::string, kMostColumns> m_digits;
-    std::array<char*, kMostColumns> m_cells = {};
+    std::array<std::string, kMaxColumns> m_digits;
+    std::array<char*, kMaxColumns> m_cells = {};
 };
 
 } // namespace

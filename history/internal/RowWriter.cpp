@@ -99,10 +99,10 @@ void RowWriter::write(std::vector<Request*> const& group)
 
 void RowWriter::prune()
 {
-    constexpr std::int64_t kMostBeyond = 8; // A large number of old rows is removed in small steps.
+    constexpr std::int64_t kMaxExtraRows = 8; // A large number of old rows is removed in small steps.
     if (!m_rows.empty() && !m_isPruningStopped)
     {
-        auto const most = 2 * static_cast<std::int64_t>(m_rows.size()) + kMostBeyond;
+        auto const most = 2 * static_cast<std::int64_t>(m_rows.size()) + kMaxExtraRows;
         m_prunedNow = m_retention.prune(m_state, m_rows.back().key, most);
     }
 }
@@ -194,7 +194,7 @@ void RowWriter::apply(Request& request)
         applyStorm(request);
         return;
     }
-    if (request.doubtfulKey != 0 && isThere(request))
+    if (request.doubtfulKey != 0 && isAlreadyStored(request))
     {
         request.receipt.key = static_cast<unsigned long long>(request.doubtfulKey);
         return;
@@ -215,12 +215,12 @@ void RowWriter::apply(Request& request)
         }
         status = isRaised ? FAULT_ACTIVE : FAULT_INACTIVE;
     }
-    keepStatistic(writeRow(request, source, status, event.description));
+    updateStatistic(writeRow(request, source, status, event.description));
     request.receipt.key = request.keys.back();
 }
 
 /// Whether an earlier commit of this RECORD, with unknown outcome, has stored it.
-bool RowWriter::isThere(Request& request)
+bool RowWriter::isAlreadyStored(Request& request)
 {
     FaultEvent const& event = *request.event;
     FaultStatistic const& statistic = m_state.statistics().of(static_cast<std::uint32_t>(event.code));
@@ -249,7 +249,7 @@ void RowWriter::applyClearCode(Request& request)
     }
     for (Source const& source : request.sources)
     {
-        keepStatistic(writeRow(request, source, FAULT_INACTIVE, request.event->description));
+        updateStatistic(writeRow(request, source, FAULT_INACTIVE, request.event->description));
     }
     if (request.sources.empty())
     {
@@ -274,7 +274,7 @@ void RowWriter::applyStorm(Request& request)
                                     " to ", utcText(storm.total.lastTime)});
         Row const& row = writeRow(request, {event.module, event.parameter}, request.status().value_or(event.status),
                                   request.description);
-        keepState(row, statistic);
+        updateState(row, statistic);
     }
 }
 
@@ -329,7 +329,7 @@ std::string const& RowWriter::timeZoneOf(FaultEvent const& event) const
 }
 
 /// Updates the statistic of a code for the row written last; see FaultRecorder.
-void RowWriter::keepStatistic(Row const& row)
+void RowWriter::updateStatistic(Row const& row)
 {
     Fault const& fault = m_faults.record();
     FaultStatistic& statistic = m_state.statistics().of(fault.FaultCode);
@@ -338,11 +338,11 @@ void RowWriter::keepStatistic(Row const& row)
     {
         m_counter.countRow(statistic, {1, row.request->order, fault.TimeStampUTC, fault.TimeZone});
     }
-    keepState(row, statistic);
+    updateState(row, statistic);
 }
 
 /// Makes the statistic refer to a new row, and sets whether any triple of the code is active.
-void RowWriter::keepState(Row const& row, FaultStatistic& statistic)
+void RowWriter::updateState(Row const& row, FaultStatistic& statistic)
 {
     bool const isActive = row.status == FAULT_ACTIVE || m_state.isAnyActive(statistic.FaultCode);
     statistic.FaultActive = isActive ? FAULT_ACTIVE : FAULT_INACTIVE;

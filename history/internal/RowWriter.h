@@ -87,7 +87,7 @@ private:
     void chooseTimeUnit();
 
     void apply(Request& request);
-    bool isThere(Request& request);
+    bool isAlreadyStored(Request& request);
     void applyClearCode(Request& request);
     void applyStorm(Request& request);
 
@@ -97,8 +97,8 @@ private:
     std::string const& timeZoneOf(FaultEvent const& event) const;
     unsigned long long stampOf(Request const& request) const;
 
-    void keepStatistic(Row const& row);
-    void keepState(Row const& row, FaultStatistic& statistic);
+    void updateStatistic(Row const& row);
+    void updateState(Row const& row, FaultStatistic& statistic);
 
     RecorderOptions const& m_options;
     unsigned int m_startupId;

@@ -165,12 +165,12 @@ Copy makeCopy(std::string const& path, Content const& content)
 {
     struct stat original = {};
     mode_t const mode = stat(path.c_str(), &original) == 0 ? original.st_mode & 0666U : 0600U;
-    constexpr int kMostCopies = 1000;
+    constexpr int kMaxCopies = 1000;
     std::string const date = utcText(currentTime()).substr(0, 10);
     std::string name;
     int descriptor = -1;
     errno = EEXIST;
-    for (int number = 1; number <= kMostCopies && descriptor < 0 && errno == EEXIST; ++number)
+    for (int number = 1; number <= kMaxCopies && descriptor < 0 && errno == EEXIST; ++number)
     {
         name = join({path, ".aside-", date, "-", std::to_string(number)});
         if (isCopied(name, content))

@@ -12,8 +12,8 @@ namespace
 /// Counters stop at their largest value.
 void add(unsigned short& counter, std::uint64_t amount)
 {
-    constexpr std::uint64_t kMost = std::numeric_limits<unsigned short>::max();
-    counter = static_cast<unsigned short>(std::min(kMost, std::min(kMost, amount) + counter));
+    constexpr std::uint64_t kMax = std::numeric_limits<unsigned short>::max();
+    counter = static_cast<unsigned short>(std::min(kMax, std::min(kMax, amount) + counter));
 }
 
 } // namespace

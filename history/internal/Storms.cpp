@@ -11,7 +11,7 @@ namespace
 /// A count is on the storage within a second, including the commit.
 constexpr std::chrono::milliseconds kStoreWithin(960);
 /// The number of triples from which on idle ones are forgotten.
-constexpr std::size_t kMostIdle = 10000;
+constexpr std::size_t kMaxIdleBuckets = 10000;
 
 void add(Storms::Count& count, FaultEvent const& event, std::int64_t time, std::uint64_t order)
 {
@@ -25,7 +25,7 @@ void add(Storms::Count& count, FaultEvent const& event, std::int64_t time, std::
 }
 
 template <class Time>
-void sooner(std::optional<Time>& time, Time other)
+void setEarlier(std::optional<Time>& time, Time other)
 {
     time = time ? std::min(*time, other) : other;
 }
@@ -33,7 +33,7 @@ void sooner(std::optional<Time>& time, Time other)
 } // namespace
 
 Storms::Storms(unsigned int burst, unsigned int rowsPerMinute)
-    : m_burst(burst), m_interval(60.0 / std::max(rowsPerMinute, 1U)), m_forgetAt(kMostIdle)
+    : m_burst(burst), m_interval(60.0 / std::max(rowsPerMinute, 1U)), m_forgetAt(kMaxIdleBuckets)
 {
 }
 
@@ -56,8 +56,8 @@ bool Storms::admits(FaultEvent const& event, std::int64_t time, std::uint64_t or
     add(bucket.uncounted, event, time, order);
     add(bucket.total, event, time, order);
     bucket.lastCounted = now;
-    sooner(m_storeBy, now + kStoreWithin);
-    sooner(m_endBy, now + std::chrono::duration_cast<TimePoint::duration>(m_interval));
+    setEarlier(m_storeBy, now + kStoreWithin);
+    setEarlier(m_endBy, now + std::chrono::duration_cast<TimePoint::duration>(m_interval));
     return false;
 }
 
@@ -127,7 +127,7 @@ Storms::Bucket& Storms::bucketOf(FaultEvent const& event, TimePoint now)
     if (m_buckets.size() >= m_forgetAt)
     {
         forgetIdle(now);
-        m_forgetAt = std::max(kMostIdle, 2 * m_buckets.size()); // So that few events examine all of them.
+        m_forgetAt = std::max(kMaxIdleBuckets, 2 * m_buckets.size()); // So that few events examine all of them.
     }
     Bucket bucket = {};
     bucket.tokens = m_burst;
@@ -157,7 +157,7 @@ std::optional<Storms::TimePoint> Storms::deadline() const
     std::optional<TimePoint> result = m_storeBy;
     if (m_endBy)
     {
-        sooner(result, *m_endBy);
+        setEarlier(result, *m_endBy);
     }
     return result;
 }
@@ -190,14 +190,14 @@ std::vector<Storms::Report> Storms::take(TimePoint now, bool isEnding)
     {
         if (bucket.total.events > 0)
         {
-            sooner(m_endBy, bucket.lastCounted + interval);
+            setEarlier(m_endBy, bucket.lastCounted + interval);
         }
     }
     return reports;
 }
 
 /// Adds a report that could not be stored to the next counts.
-void Storms::notStored(Report const& report, TimePoint now)
+void Storms::putBack(Report const& report, TimePoint now)
 {
     auto const restore = [](Count& count, Count const& taken)
     {
@@ -223,7 +223,7 @@ void Storms::notStored(Report const& report, TimePoint now)
     {
         restore(bucket.total, report.total);
     }
-    sooner(m_storeBy, now + kStoreWithin);
+    setEarlier(m_storeBy, now + kStoreWithin);
 }
 
 } // namespace firaim

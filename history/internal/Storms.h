@@ -62,9 +62,9 @@ public:
     std::optional<TimePoint> deadline() const;
 
     /// Takes the counts to store now; with `isEnding`, all storms are over. Pass a report that could not be stored to
-    /// `notStored`. Short of memory, it throws and takes nothing.
+    /// `putBack`. Short of memory, it throws and takes nothing.
     std::vector<Report> take(TimePoint now, bool isEnding);
-    void notStored(Report const& report, TimePoint now);
+    void putBack(Report const& report, TimePoint now);
 
 private:
     using Triple = std::pair<std::uint64_t, Source>;

@@ -83,7 +83,7 @@ TEST_F(StormsTest, ReportThatWasNotStoredKeepsItsEventEvenIfItsTripleWasForgotte
     {
         ASSERT_TRUE(small.admits(eventOf(code), kWallBegin, ++order, at(1min)));
     }
-    small.notStored(first[0], at(1min));
+    small.putBack(first[0], at(1min));
     std::vector<Storms::Report> const again = small.take(at(1min), true);
     ASSERT_EQ(again.size(), 1U);
     EXPECT_EQ(again[0].event.code, 7U);
@@ -215,7 +215,7 @@ TEST_F(StormsTest, ReportThatCouldNotBeStoredIsRepeatedWithLaterEvents)
     auto const first = take(2ms, true);
     EXPECT_FALSE(admits(eventOf(1), 3ms));
     ASSERT_EQ(first.size(), 1U);
-    storms.notStored(first[0], at(4ms));
+    storms.putBack(first[0], at(4ms));
     ASSERT_TRUE(storms.deadline());
     EXPECT_LT(*storms.deadline(), at(1004ms));
     auto const again = take(5ms, true);
@@ -238,7 +238,7 @@ TEST_F(StormsTest, ReportThatCouldNotBeStoredIsRepeatedWithoutLaterEvents)
     {
         auto const reports = take(2ms, isEnding);
         ASSERT_EQ(reports.size(), 1U);
-        storms.notStored(reports[0], at(3ms));
+        storms.putBack(reports[0], at(3ms));
     }
     auto const again = take(1h);
     ASSERT_EQ(again.size(), 1U);
