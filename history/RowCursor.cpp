@@ -1,5 +1,6 @@
 #include <history/RowCursor.h>
 
+#include <history/internal/ResetAtEnd.h>
 #include <history/internal/RowCursorState.h>
 
 #include <algorithm>
@@ -14,19 +15,6 @@ namespace
 constexpr std::int64_t kRowsInFirstBatch = 16;
 constexpr std::int64_t kMaxRowsInBatch = 512;
 constexpr std::size_t kMaxBytesInBatch = 1 << 20;
-
-/// Resets a statement at the end of a scope and so releases its lock.
-class RunGuard
-{
-public:
-    explicit RunGuard(sqlite::Statement& statement) : m_statement(statement) {}
-    ~RunGuard() { m_statement.reset(); }
-    RunGuard(RunGuard const&) = delete;
-    RunGuard& operator=(RunGuard const&) = delete;
-
-private:
-    sqlite::Statement& m_statement;
-};
 
 std::size_t columnCount(ReaderCore& core, HistoryTable table)
 {
@@ -95,7 +83,7 @@ void RowCursor::State::fetch()
         return;
     }
     statement.bind(1, left.first).bind(2, left.last).bind(3, rowsInBatch);
-    RunGuard const guard(statement);
+    ResetAtEnd const end(statement); // Releases the lock.
     std::int64_t rows = 0;
     while (statement.step())
     {
