@@ -141,8 +141,8 @@ void Backlog::putBack(std::vector<Storms::Report> const& reports)
     }
 }
 
-/// Handles the outcome of a batch. Failed requests are tried again, except those that a rule of the file refused and
-/// those that failed alone while others were stored: their events are lost.
+/// Handles the outcome of a batch. Failed requests are tried again, except those that a rule of the file refused, and
+/// those that failed alone in a trigger while others were stored: their events are lost.
 void Backlog::handleOutcome(std::vector<Request> const& requests, std::vector<Posted*> const& posted,
                             std::vector<Storms::Report> const& reports)
 {
