@@ -322,7 +322,7 @@ int FaultFollower::Core::takeStatistic(FaultStatistic& statistic)
     {
         return HISTORY_END;
     }
-    statistic = m_statistics.pop();
+    m_statistics.pop(statistic);
     return HISTORY_OK;
 }
 

@@ -57,11 +57,10 @@ void StatisticChanges::clear()
     m_changed.clear();
 }
 
-FaultStatistic StatisticChanges::pop()
+void StatisticChanges::pop(FaultStatistic& statistic)
 {
-    FaultStatistic statistic = m_changed.front();
+    statistic = m_changed.front();
     m_changed.pop_front();
-    return statistic;
 }
 
 } // namespace firaim

@@ -28,7 +28,7 @@ public:
 
     bool isEmpty() const { return m_changed.empty(); }
     /// Takes the oldest change; requires that there is one.
-    FaultStatistic pop();
+    void pop(FaultStatistic& statistic);
 
 private:
     int read(ReaderCore& core, bool isTold);
