@@ -1,4 +1,4 @@
-// firaim: records faults in a fault database, looks at it, follows it and hands it over.
+// firaim: records, lists, follows, checks and exports the faults of a fault database.
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
@@ -41,7 +41,7 @@ void addCommands(CommandLine& line, Request& request)
     addCodes(line, request);
 }
 
-/// After a problem, which is what matters.
+/// After a problem: a failure to flush must not hide it.
 void flushQuietly(Output& output)
 {
     try

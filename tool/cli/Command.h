@@ -18,7 +18,7 @@ namespace tool
 struct Request
 {
     Output& output;
-    std::function<int()> run; ///< of the one command; returns the program's exit status
+    std::function<int()> run; ///< runs the chosen command; returns the exit status
 };
 
 // Options that several commands share.
@@ -27,7 +27,8 @@ void addJson(Command& command, bool& isJson);
 void addTimeStyle(Command& command, TimeStyle& style);
 void addFilters(Command& command, FilterOptions& filter);
 
-/// Lets `request` run `run` with `options`, which must be shared with the options of the command.
+/// Makes `request` call `run` with `options` when the command is chosen. The options declared for the command must
+/// store their values in the same `options`.
 template <class Options>
 void runWith(Command& command, Request& request, std::shared_ptr<Options> options, int (*run)(Options const&, Output&))
 {

@@ -18,7 +18,7 @@ namespace tool
 namespace
 {
 
-/// The help without what an option excludes, which is said where it matters.
+/// Leaves out of the help which options exclude each other: the descriptions say it where it matters.
 class HelpFormatter : public CLI::Formatter
 {
 public:
@@ -29,7 +29,7 @@ public:
     }
 };
 
-/// The type of a number that may be absent, or of one that may not.
+/// The number type behind `Number`, which may be a std::optional.
 template <class Number>
 struct PlainNumberOf
 {
@@ -43,7 +43,7 @@ struct PlainNumberOf<std::optional<Number>>
 template <class Number>
 using PlainNumber = typename PlainNumberOf<Number>::type;
 
-/// The number in `text`, the value of option `name`. Throws CLI::ValidationError when there is none of that width.
+/// The number in `text`, the value of option `name`. Throws CLI::ValidationError unless it is a number of that width.
 template <class Number>
 Number requireNumber(std::string const& name, std::string const& text)
 {
@@ -59,7 +59,7 @@ Number requireNumber(std::string const& name, std::string const& text)
     return number;
 }
 
-/// Help and version are results; what is wrong with the arguments is not.
+/// Prints help and version to `output`, errors to standard error; returns the exit status.
 int explain(CLI::App const& app, CLI::ParseError const& problem, Output& output)
 {
     std::ostringstream results;
@@ -68,7 +68,7 @@ int explain(CLI::App const& app, CLI::ParseError const& problem, Output& output)
     std::string text = results.str();
     if (!text.empty() && text.back() != '\n')
     {
-        text += '\n'; // A footer ends without one.
+        text += '\n'; // A footer has none at its end.
     }
     output.write(text);
     output.flush();
@@ -150,7 +150,7 @@ CommandLine::CommandLine(std::string const& program, std::string const& descript
                          std::string const& version)
     : m_app(std::make_unique<CLI::App>(description, program))
 {
-    m_app->formatter(std::make_shared<HelpFormatter>()); // Before the commands, which take it over when they are added.
+    m_app->formatter(std::make_shared<HelpFormatter>()); // Before commands are added: they inherit it.
     m_app->failure_message([](CLI::App const*, CLI::Error const& problem)
                            { return "firaim: " + escape(problem.what()) + "; --help tells more\n"; });
     m_app->require_subcommand(1);

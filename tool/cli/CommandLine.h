@@ -12,38 +12,38 @@ class App;
 class Option;
 } // namespace CLI
 
-/// The commands of the program and their options. Only CommandLine.cpp includes the argument parser: that alone takes
-/// longer to compile than any command.
+/// The commands of the program and their options. Only CommandLine.cpp includes the argument parser, which takes longer
+/// to compile than any command.
 namespace tool
 {
 
 class Output;
 
-/// An option that was declared. It belongs to the CommandLine, as all of these do.
+/// A declared option, owned by the CommandLine.
 class Option
 {
 public:
     explicit Option(CLI::Option& option) : m_option(&option) {}
 
-    /// Without it, the command is bad usage.
+    /// Makes the option mandatory.
     Option& require();
-    /// Bad usage beside `other`.
+    /// Makes it bad usage to give both this option and `other`.
     Option& exclude(Option const& other);
-    /// Any other value is bad usage, and the complaint lists `values` in this order.
+    /// Makes any other value bad usage; the message lists `values` in this order.
     Option& allow(std::vector<std::string> const& values);
 
 private:
     CLI::Option* m_option;
 };
 
-/// A command whose options are declared. Values are stored while the command line is read, so their places must live
-/// until then; a place whose option is not given stays as it was. `type` is how the help names a value.
+/// Declares the options of a command. Their values are stored while the command line is read, so the variables must
+/// live until then; a variable whose option is not given keeps its value. `type` is the name of the value in the help.
 class Command
 {
 public:
     explicit Command(CLI::App& app) : m_app(&app) {}
 
-    /// A text that has to be given, told by its place and not by a name.
+    /// A mandatory positional argument.
     Option argument(std::string const& name, std::string& value, std::string const& description);
 
     Option text(std::string const& name, std::string& value, std::string const& description, std::string const& type);
@@ -55,7 +55,7 @@ public:
     Option flag(std::string const& name, bool& value, std::string const& description);
 
     /// A whole number within the range of its type, for the types that CommandLine.cpp lists. The argument parser's own
-    /// would take "-1" for a huge one, and an empty text for 0.
+    /// conversion would read "-1" as a huge number and an empty text as 0.
     template <class Number>
     Option number(std::string const& name, Number& value, std::string const& description,
                   std::string const& type = "N");
@@ -67,7 +67,7 @@ private:
     CLI::App* m_app;
 };
 
-/// The command line of a program that is told what to do by a command.
+/// The command line of a program with subcommands.
 class CommandLine
 {
 public:
@@ -78,13 +78,13 @@ public:
     CommandLine(CommandLine const&) = delete;
     CommandLine& operator=(CommandLine const&) = delete;
 
-    /// A command with its help: what it does and `examples`, a line each.
+    /// Adds a command with its help: `description`, and `examples` with one per line.
     Command add(std::string const& name, std::string const& description, std::string const& examples);
 
     bool hasCommand(std::string const& name) const;
 
-    /// Stores the values and tells the command that it was chosen. Returns nothing then; otherwise the exit status,
-    /// after help or version went to `output`, or what is wrong with the arguments to standard error.
+    /// Stores the values and calls the `whenChosen` function of the command; returns nothing then. Otherwise prints
+    /// help or version to `output`, or the problem with the arguments to standard error, and returns the exit status.
     std::optional<int> read(int argc, char const* const* argv, Output& output);
 
 private:
