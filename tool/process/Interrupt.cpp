@@ -39,7 +39,7 @@ void install()
 {
     struct sigaction action = {};
     action.sa_handler = noteSignal;
-    // Without SA_RESTART, so that waiting ends. The second signal finds the default action.
+    // Without SA_RESTART, a signal ends a waiting call. With SA_RESETHAND, the second signal ends the program.
     action.sa_flags = static_cast<int>(SA_RESETHAND);
     for (int const signalNumber : kSignals)
     {
@@ -52,7 +52,7 @@ void install()
         }
     }
     std::signal(SIGPIPE, SIG_IGN);
-    // A file that may not grow any further is a failed write, too.
+    // Beyond the file size limit, the write then fails.
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
@@ -73,7 +73,7 @@ void dieOf(int signalNumber)
 {
     std::signal(signalNumber, SIG_DFL);
     static_cast<void>(std::raise(signalNumber));
-    // Only where the signal is blocked: what shells say of a program that a signal ended.
+    // Reached only if the signal is blocked. Shells give this status to a program that a signal ended.
     std::_Exit(128 + signalNumber);
 }
 
@@ -84,7 +84,7 @@ void dieOfIt()
 
 bool waitFor(int descriptor, Direction direction, int milliseconds)
 {
-    // A signal that comes between the check of the flag and the wait must end the wait as well.
+    // A signal that arrives between the check of the flag and the wait must end the wait as well.
     sigset_t const signals = handledSignals();
     sigset_t before;
     sigprocmask(SIG_BLOCK, &signals, &before);

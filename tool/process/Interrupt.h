@@ -1,29 +1,28 @@
 #pragma once
 
-/// The signals that ask the program to end: SIGINT, SIGTERM and SIGHUP. The first one is noticed where a command can
-/// end without leaving anything half done; the second one of a kind ends the program at once.
+/// Handles the signals that ask the program to end: SIGINT, SIGTERM and SIGHUP. After the first one, a command ends at
+/// the next point where it leaves nothing half done. The second one of a kind ends the program at once.
 namespace tool::interrupt
 {
 
-/// Thrown by `check`. Not a std::exception: nothing but `main` is to catch it.
+/// Thrown by `check`. Not a std::exception, so that error handling does not catch it.
 struct Interrupted
 {
 };
 
-/// From now on the signals are noticed and no longer end the program; SIGPIPE and SIGXFSZ are ignored, so
-/// that what they tell of is seen as a failed write.
+/// Installs the signal handlers. Ignores SIGPIPE and SIGXFSZ, so that the write fails instead.
 void install();
 
-/// Whether a signal has come.
+/// Whether a signal has arrived.
 bool isPending();
 
-/// Throws Interrupted when a signal has come.
+/// Throws Interrupted if a signal has arrived.
 void check();
 
-/// Ends the program as the signal that has come would have ended it.
+/// Ends the program by the default action of the signal that has arrived.
 [[noreturn]] void dieOfIt();
 
-/// Ends the program as `signalNumber` ends programs that do not care for it.
+/// Ends the program by the default action of `signalNumber`.
 [[noreturn]] void dieOf(int signalNumber);
 
 enum Direction
@@ -32,11 +31,11 @@ enum Direction
     WRITING
 };
 
-/// Waits until `descriptor` is ready, a signal has come or `milliseconds` have passed (-1: never); returns whether it
-/// is ready. Once a signal has come it only polls. -1 as descriptor only waits.
+/// Waits until `descriptor` is ready, a signal arrives or `milliseconds` have passed (-1: no timeout); returns whether
+/// it is ready. Once a signal has arrived, it polls without waiting. The descriptor -1 is never ready.
 bool waitFor(int descriptor, Direction direction, int milliseconds);
 
-/// Only waits, for so long or until a signal has come.
+/// Sleeps for `milliseconds` or until a signal arrives.
 void pause(int milliseconds);
 
 } // namespace tool::interrupt

@@ -45,7 +45,7 @@ void LineReader::fill()
     m_begin = 0;
     if (m_lineEnd == std::string::npos)
     {
-        // The earlier bytes hold no end of a line.
+        // The earlier bytes hold no line feed.
         auto const* const end = std::find(chunk.data(), chunk.data() + size, '\n');
         m_lineEnd = end == chunk.data() + size ? std::string::npos
                                                : m_pending.size() + static_cast<std::size_t>(end - chunk.data());

@@ -6,26 +6,27 @@
 namespace tool
 {
 
-/// Reads standard input line by line and tells before it would have to wait.
+/// Reads standard input line by line. `hasLine` tells whether the next line is there without waiting.
 class LineReader
 {
 public:
-    /// Longer lines are thrown away and reported as too long.
+    /// Lines of more than `longestLine` bytes are reported as too long.
     explicit LineReader(std::size_t longestLine) : m_longestLine(longestLine) {}
 
-    /// Whether a whole line can be taken without waiting.
+    /// Whether `take` can be called: a whole line, or the end of the input, has been read.
     bool hasLine() const { return m_lineEnd != std::string::npos || m_isAtEnd; }
-    /// Whether there is anything that was not taken, as far as can be told without waiting.
+    /// Whether there is input that was not taken, as far as is known without waiting.
     bool hasMore();
-    /// Whether the end of the input was met.
+    /// Whether the end of the input was reached.
     bool isAtEnd() const { return m_isAtEnd; }
-    /// Waits for more input; a signal ends that. Throws a Problem when it cannot be read.
+    /// Waits for more input and reads it. Throws interrupt::Interrupted after a signal, or a Problem when it cannot be
+    /// read.
     void fill();
-    /// Takes the next line into `line`, without its end; returns whether there was one. `isTooLong` tells of a line
-    /// that was thrown away, at least in part. Needs `hasLine`.
+    /// Takes the next line into `line`, without its line feed; returns whether there was one. If it `isTooLong`, a part
+    /// of it may be missing in `line`. Requires `hasLine`.
     bool take(std::string& line, bool& isTooLong);
 
-    /// How many bytes have been taken, and how many there are; 0 when that is not known.
+    /// The bytes that were taken, and those of the whole input; the latter is 0 when it is not known.
     std::size_t taken() const { return m_taken; }
     std::size_t total() const;
 
@@ -34,10 +35,10 @@ private:
 
     std::size_t const m_longestLine;
     std::string m_pending;
-    std::size_t m_begin = 0; ///< of what has not been taken
+    std::size_t m_begin = 0; ///< of the bytes in `m_pending` that were not taken
     std::size_t m_taken = 0;
-    std::size_t m_lineEnd = std::string::npos; ///< of the first line in `m_pending`, if that is whole
-    bool m_isCut = false;                      ///< what came before of that line was thrown away
+    std::size_t m_lineEnd = std::string::npos; ///< of the first line in `m_pending`; npos if it is incomplete
+    bool m_isCut = false;                      ///< the beginning of that line was discarded
     bool m_isAtEnd = false;
 };
 

@@ -10,12 +10,12 @@ namespace tool
 enum ExitStatus : int
 {
     STATUS_DONE = 0,
-    STATUS_NO = 1,        ///< the answer is no: nothing found, something wrong with the file, not all of it done
-    STATUS_BAD_USAGE = 2, ///< what was asked for makes no sense
+    STATUS_NO = 1,        ///< a negative result: nothing found, a finding in the file, or not everything done
+    STATUS_BAD_USAGE = 2, ///< the arguments are invalid
     STATUS_BAD_FILE = 3   ///< the file, or another resource, cannot be used
 };
 
-/// Ends the command: its text goes to standard error, its status to the caller of the program.
+/// Ends the command: the program prints the text to standard error and exits with the status.
 class Problem : public std::runtime_error
 {
 public:
