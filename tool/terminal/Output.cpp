@@ -21,10 +21,10 @@ namespace tool
 namespace
 {
 
-/// Bytes that are written at once: the rows of some milliseconds.
+/// Buffered bytes that are worth a write: the rows of some milliseconds.
 constexpr std::size_t kMuch = 1 << 16;
 
-/// Whether somebody reads what is written to `descriptor`.
+/// Whether `descriptor` is a pipe, a socket or a terminal, so that writing may block.
 bool hasReader(int descriptor)
 {
     struct stat status = {};
@@ -32,7 +32,7 @@ bool hasReader(int descriptor)
            (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode) || isatty(descriptor) == 1);
 }
 
-/// Writes one line to standard error, where a bar of progress gives way to it. Nothing can be done when that fails.
+/// Writes one line to standard error, after removing the progress bar. Ignores errors, which it cannot report.
 void writeErrorLine(std::string const& line)
 {
     Progress::clearShown();

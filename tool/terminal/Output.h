@@ -9,13 +9,14 @@
 namespace tool
 {
 
-/// Thrown when the reader of standard output has gone, as `head` goes. Not a std::exception: it is no problem.
+/// Thrown when the reader of standard output has closed the pipe, as `head` does. Not a std::exception, because it is
+/// no error.
 struct ReaderGone
 {
 };
 
-/// Passes on lines to standard error, with control characters escaped. Once a signal has come it passes on nothing
-/// more, so that the program does not wait for a reader.
+/// Writes each whole line to standard error, with control characters escaped. After a signal it discards the lines, so
+/// that the program does not wait for a reader.
 class LogBuffer : public std::streambuf
 {
 protected:
@@ -28,14 +29,14 @@ private:
     std::string m_pending;
 };
 
-/// Makes sure that no file that is opened gets the number of standard input, output or error, where one of these was
-/// closed: using that one still fails.
+/// Opens a placeholder for each of standard input, output and error that is closed, so that no other file gets its
+/// descriptor. I/O on a placeholder fails.
 void holdStandardDescriptors();
 
-/// Standard output, where only results go. While this object lives, what is written to std::cout, as the library's log
-/// lines are, goes to standard error instead.
+/// Standard output, for results only. While this object lives, std::cout, to which the library writes its log lines, is
+/// redirected to standard error.
 ///
-/// Results are held back until `flush`, so that a command decides when it may have to wait for its reader.
+/// Results are buffered until `flush`, so that a command decides when it may have to wait for the reader.
 class Output
 {
 public:
@@ -49,24 +50,24 @@ public:
     void write(std::string_view text) { m_pending.append(text); }
     void writeLine(std::string_view text);
 
-    /// How much is held back, in bytes.
+    /// The number of buffered bytes.
     std::size_t pending() const { return m_pending.size(); }
 
-    /// Writes what was held back. Throws ReaderGone, interrupt::Interrupted, or a Problem when it cannot be written.
+    /// Writes the buffer. Throws ReaderGone, interrupt::Interrupted, or a Problem when it cannot be written.
     void flush();
-    /// The same as soon as that is worth its while.
+    /// Flushes once the buffer is large.
     void flushIfMuch();
 
 private:
     Terminal const m_terminal;
-    bool const m_hasReader; ///< writing may take as long as that one pleases
+    bool const m_hasReader; ///< writing may block until it reads
     std::string m_pending;
     LogBuffer m_logLines;
     std::streambuf* m_consoleBuffer;
 };
 
-/// Prints a line that says what was done to the file. When it cannot be written, standard error gets it: the file is
-/// changed all the same.
+/// Prints a line about a change of the file. If that fails, prints it to standard error before it throws: the file is
+/// changed nevertheless.
 void reportDone(std::string const& text, Output& output);
 
 /// Writes one line to standard error, with control characters escaped.

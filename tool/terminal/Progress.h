@@ -8,8 +8,8 @@
 namespace tool
 {
 
-/// A bar on standard error that shows how far a long command has come. There is none unless standard error is a
-/// terminal that may be decorated, nor where results stream to `resultsTerminal` at the same time.
+/// A progress bar on standard error. It is shown only if standard error is a terminal that may be decorated, and not if
+/// results are printed to a `resultsTerminal` at the same time.
 class Progress
 {
 public:
@@ -18,15 +18,15 @@ public:
     Progress(Progress const&) = delete;
     Progress& operator=(Progress const&) = delete;
 
-    /// Whether it can be shown at all.
+    /// Whether it is shown at all.
     bool isVisible() const { return m_terminal.isDecorated; }
-    /// Shows `share`, between 0 and 1; not more often than the eye can follow.
+    /// Shows `share`, between 0 and 1. Skips calls that follow too fast for the eye.
     void show(double share);
-    /// The same where nobody knows how much there will be: what has been done.
+    /// Shows how much has been done, for an unknown total.
     void show(std::string const& amount);
-    /// Takes the bar away, so that something else can be written.
+    /// Removes the bar, so that something else can be written.
     void clear();
-    /// The same for the one that is shown, if there is one.
+    /// Removes the bar that is shown, if there is one.
     static void clearShown();
 
 private:

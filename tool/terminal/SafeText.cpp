@@ -12,10 +12,10 @@ namespace tool
 namespace
 {
 
-/// One character at the beginning of a text.
+/// The first character of a text.
 struct Character
 {
-    utf8proc_int32_t codePoint; ///< negative when the bytes are no UTF-8
+    utf8proc_int32_t codePoint; ///< negative when the bytes are not UTF-8
     std::size_t size;           ///< in bytes
 };
 
@@ -68,7 +68,7 @@ bool isPlain(char c)
     return c >= ' ' && c <= '~';
 }
 
-/// `text` with characters that are not seen, and bytes that are none, replaced by what the two functions make of them.
+/// `text` with unprintable characters and invalid bytes replaced by the results of the two functions.
 template <class ReplaceCharacter, class ReplaceByte>
 std::string replaceUnseen(std::string_view text, bool isAsciiOnly, ReplaceCharacter const& replaceCharacter,
                           ReplaceByte const& replaceByte)
@@ -77,7 +77,7 @@ std::string replaceUnseen(std::string_view text, bool isAsciiOnly, ReplaceCharac
     result.reserve(text.size());
     while (!text.empty())
     {
-        // Most texts are plain; they are taken in one go.
+        // Most texts are printable ASCII: copy these characters at once.
         auto const plain = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isPlain) - text.begin());
         result.append(text.substr(0, plain));
         text.remove_prefix(plain);

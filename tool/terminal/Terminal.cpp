@@ -34,7 +34,7 @@ int widthOf(int descriptor)
     return columns > 0 ? columns : kUsualWidth;
 }
 
-/// Whether the user's locale is one of UTF-8, by its name: nothing here depends on the C library's locale.
+/// Whether the user's locale has UTF-8 in its name. The locale of the C library does not matter here.
 bool isUtf8Locale()
 {
     for (char const* const name : {"LC_ALL", "LC_CTYPE", "LANG"})

@@ -8,15 +8,15 @@ struct Terminal
 {
     bool isThere = false;
     bool isDecorated = false; ///< colours and bars may be used
-    bool isUtf8 = false;      ///< more than ASCII can be drawn with
+    bool isUtf8 = false;      ///< characters outside of ASCII can be displayed
     int width = 0;            ///< columns; 0 without a terminal
 
-    /// Other bytes than those of ASCII may act on it, as it takes them for characters of their own.
+    /// Whether only ASCII is safe: in another encoding than UTF-8, other bytes may be control characters.
     bool isAsciiOnly() const { return isThere && !isUtf8; }
 };
 
-/// Looks at `descriptor` and at the environment: NO_COLOR and TERM=dumb switch decoration off, COLUMNS stands in for a
-/// terminal that does not tell its width.
+/// Looks at `descriptor` and at the environment: NO_COLOR and TERM=dumb switch decoration off, COLUMNS is the width of
+/// a terminal that does not report its own.
 Terminal examineTerminal(int descriptor);
 
 } // namespace tool

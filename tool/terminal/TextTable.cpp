@@ -13,7 +13,7 @@ namespace
 
 constexpr std::size_t kRowsThatTellWidths = 200;
 constexpr std::size_t kLeastElasticWidth = 10;
-/// Rows with longer texts than usual do not have to be so many.
+/// Fewer rows are buffered when their texts are long.
 constexpr std::size_t kBytesThatTellWidths = 1 << 16;
 constexpr std::size_t kGapWidth = 2;
 
@@ -119,7 +119,7 @@ void TextTable::flush()
     m_held.clear();
 }
 
-/// How many columns of the terminal the table takes; as short as it can be made, or as it is.
+/// The terminal columns that the table takes: at the least, or with the present widths.
 std::size_t TextTable::neededWidth(bool isShortest) const
 {
     std::size_t needed = 0;
@@ -134,7 +134,7 @@ std::size_t TextTable::neededWidth(bool isShortest) const
     return needed < kGapWidth ? 0 : needed - kGapWidth;
 }
 
-/// Leaves out columns until the others, as short as they can be made, fit.
+/// Leaves out columns until the others fit with their least widths.
 void TextTable::dropColumns()
 {
     for (int order = 1; neededWidth(true) > static_cast<std::size_t>(m_output.terminal().width); ++order)
@@ -163,7 +163,7 @@ std::size_t* TextTable::widestElastic()
     return widest;
 }
 
-/// Leaves out columns, then takes room away from the widest elastic one until the table fits, or cannot be made to.
+/// Leaves out columns, then narrows the widest elastic one until the table fits or all of them have their least width.
 void TextTable::fitToTerminal()
 {
     if (!m_output.terminal().isThere || m_wraps)
@@ -189,7 +189,7 @@ void TextTable::write(Row const& row)
     bool const isFitted = terminal.isThere && !m_wraps;
     std::string line;
     std::size_t used = 0;   // Columns of the terminal.
-    std::size_t blanks = 0; // Written before the next text only, so that no line ends with some.
+    std::size_t blanks = 0; // Written only before a text, so that no line ends with blanks.
     for (std::size_t column = 0; column < row.size(); ++column)
     {
         if (m_isDropped[column])
@@ -202,12 +202,12 @@ void TextTable::write(Row const& row)
         std::string text = row[column].text;
         if (isFitted)
         {
-            // The last one has what is left of the line.
+            // The last column gets the rest of the line.
             auto const terminalWidth = static_cast<std::size_t>(terminal.width);
             std::size_t const left = terminalWidth > used + blanks ? terminalWidth - used - blanks : 0;
             bool const isLast = column + 1 == row.size();
             std::size_t const own = m_headings[column].isElastic && !isLast ? m_widths[column] : left;
-            // A single column would hold nothing but the ellipsis.
+            // A single column would hold only the ellipsis.
             text = left < std::min<std::size_t>(2, whole) ? ""
                                                           : shortened(text, std::min(own, left), ellipsisFor(terminal));
         }

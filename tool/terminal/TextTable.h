@@ -9,7 +9,7 @@
 namespace tool
 {
 
-/// How a cell stands out on a terminal.
+/// How a terminal highlights a cell.
 enum class Style
 {
     PLAIN,
@@ -18,27 +18,27 @@ enum class Style
     FAINT
 };
 
-/// `text` in that style; as it is where there is no decoration.
+/// `text` in that style; unchanged where there is no decoration.
 std::string styled(std::string const& text, Style style, Terminal const& terminal);
 
-/// A bar for `count` when `most` has the full length of `width` columns; empty where there is no decoration. Anything
-/// above 0 is seen.
+/// A bar for `count`, scaled so that `most` takes all of `width` columns; empty where there is no decoration. Every
+/// count above 0 is visible.
 std::string barText(unsigned long long count, unsigned long long most, std::size_t width, Terminal const& terminal);
 
-/// Stands for the part of a text that was left out.
+/// The mark of a shortened text.
 std::string_view ellipsisFor(Terminal const& terminal);
 
-/// Writes rows of texts as a table that fits the terminal. The first rows are held back and tell how wide the columns
-/// have to be, so that a table of any length takes little memory. Without a terminal nothing is shortened.
+/// Writes rows of texts as a table that fits the terminal. The first rows are buffered and decide the column widths, so
+/// that a table of any length takes little memory. Without a terminal nothing is shortened.
 class TextTable
 {
 public:
     struct Heading
     {
         std::string text;
-        bool isRight = false;   ///< a number: its last digits stand below each other
-        bool isElastic = false; ///< may be shortened where the terminal is narrow
-        int dropOrder = 0;      ///< left out where it is narrower still, the columns with 1 first; 0: never
+        bool isRight = false;   ///< right-aligned, as numbers are
+        bool isElastic = false; ///< may be shortened on a narrow terminal
+        int dropOrder = 0;      ///< left out on a narrower one, the columns with 1 first; 0: never
     };
 
     struct Cell
@@ -46,20 +46,20 @@ public:
         Cell(std::string cellText, Style cellStyle = Style::PLAIN) : text(std::move(cellText)), style(cellStyle) {}
         Cell(char const* cellText) : text(cellText) {}
 
-        std::string text; ///< of any origin: what is not to be sent to a terminal is replaced
+        std::string text; ///< of any origin; the table escapes it
         Style style = Style::PLAIN;
     };
     using Row = std::vector<Cell>;
 
-    /// A line that is too long all the same is cut, unless the table `wraps`.
+    /// A line that is still too long is cut. With `wraps`, nothing is fitted to the terminal, which wraps long lines.
     TextTable(Output& output, std::vector<Heading> headings, bool wraps = false);
 
     void add(Row row);
-    /// Writes what is held back. No row can be added afterwards.
+    /// Writes the buffered rows. No row can be added afterwards.
     void end();
 
 private:
-    /// Writes the rows that are held back. The columns stay as wide as they are then.
+    /// Writes the buffered rows; the column widths are fixed from then on.
     void flush();
     void fitToTerminal();
     void dropColumns();
@@ -72,7 +72,7 @@ private:
     bool const m_wraps;
     std::vector<Row> m_held;
     std::size_t m_heldBytes = 0;
-    std::vector<std::size_t> m_widths; ///< empty for as long as rows are held back
+    std::vector<std::size_t> m_widths; ///< empty while rows are buffered
     std::vector<bool> m_isDropped;
 };
 
