@@ -7,16 +7,16 @@
 namespace tool
 {
 
-/// Whether `text` holds `part`, the case of ASCII letters apart.
+/// Whether `text` contains `part`, ignoring the case of ASCII letters.
 bool containsIgnoringCase(std::string_view text, std::string_view part);
 
-/// Whether the two are equal, the case of ASCII letters apart.
+/// Whether the two are equal, ignoring the case of ASCII letters.
 bool equalIgnoringCase(std::string_view left, std::string_view right);
 
 /// Two hexadecimal digits for each byte.
 std::string hexadecimal(std::string_view bytes);
 
-/// `number` in hexadecimal digits, of which there are at least `digits`.
+/// `number` in at least `digits` hexadecimal digits.
 std::string hexadecimal(unsigned int number, std::size_t digits);
 
 /// `count` with separators between thousands: "1,234,567".

@@ -19,7 +19,7 @@ constexpr std::int64_t kMinute = 60 * kSecond;
 constexpr std::int64_t kHour = 60 * kMinute;
 constexpr std::int64_t kDay = 24 * kHour;
 
-/// The length of a period: so many milliseconds, or so many months of the calendar.
+/// The length of a period, in milliseconds or in calendar months; the other one is 0.
 struct Length
 {
     std::int64_t milliseconds;
@@ -32,7 +32,7 @@ constexpr std::array<Length, 22> kLengths = {
      {kHour, 0},    {2 * kHour, 0},   {6 * kHour, 0},   {12 * kHour, 0},   {kDay, 0},
      {7 * kDay, 0}, {0, 1},           {0, 3},           {0, 12},           {0, 120},
      {0, 1200},     {0, 12000}}};
-/// The time from the Monday before 1970 until then: weeks begin on Mondays.
+/// From the Monday before 1970-01-01 to that day: weeks begin on Mondays.
 constexpr std::int64_t kMonday = 3 * kDay;
 
 /// Rounded down, also before 1970.
@@ -60,7 +60,7 @@ std::int64_t periodBegin(std::int64_t time, Length const& length, std::int64_t s
     return timegm(&begin) * kSecond;
 }
 
-/// The periods of that length from the one with `first` to the one with `last`; none when they are more than `most`.
+/// The periods of that length from the one with `first` to the one with `last`; none if there are more than `most`.
 std::vector<Timeline::Bin> divide(std::int64_t first, std::int64_t last, Length const& length, std::size_t most)
 {
     std::vector<Timeline::Bin> periods;

@@ -10,7 +10,7 @@
 namespace tool
 {
 
-/// Counts moments over a span that is not known before, in little memory.
+/// A histogram of times whose range is not known in advance, in little memory.
 class Timeline
 {
 public:
@@ -27,9 +27,9 @@ public:
     std::int64_t first() const { return m_first; }
     std::int64_t last() const { return m_last; }
 
-    /// The whole span in at most `most` periods of the same round length, from a second to a thousand years; in
-    /// more than `most` only where these are not enough. Moments close to the end of a period may be counted in it when
-    /// they lie just behind it.
+    /// The whole range in at most `most` periods of the same round length, from a second to a thousand years; in more
+    /// only if `most` periods of a thousand years do not cover it. A time shortly after the end of a period may be
+    /// counted in that period.
     std::vector<Bin> periods(std::size_t most) const;
 
 private:
@@ -39,13 +39,13 @@ private:
     std::int64_t m_last = 0;
 };
 
-/// The time of `begin`, written no more exactly than the length of the period asks for.
+/// The beginning of the period, only as precise as its length requires.
 std::string periodText(Timeline::Bin const& period, TimeStyle const& style);
 
-/// The length of a period: "10 min", "1 month".
+/// The length of a period: "10 min", "month".
 std::string lengthText(Timeline::Bin const& period);
 
-/// A length of time in its two largest units: "3 d 4 h".
+/// A duration in its two largest units: "3 d 4 h".
 std::string durationText(std::int64_t milliseconds);
 
 } // namespace tool

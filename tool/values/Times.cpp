@@ -22,7 +22,7 @@ constexpr std::int64_t kDay = 24 * kHour;
 constexpr std::int64_t kCalendarEnd = 253402300800 * kSecond;
 constexpr std::size_t kDigitsOfMillisecond = 3;
 
-/// Takes pieces from the front of a text; once one was missing, nothing else is found.
+/// Parses a text from its front. After a missing number it finds nothing else.
 class Scanner
 {
 public:
@@ -44,7 +44,7 @@ public:
         return value;
     }
 
-    /// Whether one of `characters` comes next; it is taken.
+    /// Takes the next character if it is one of `characters`, and returns it; otherwise returns 0.
     char accept(std::string_view characters)
     {
         if (m_left.empty() || characters.find(m_left.front()) == std::string_view::npos)
@@ -74,14 +74,14 @@ private:
     bool m_isGood = true;
 };
 
-/// A date and time of day as it was written, and the smallest piece of it that was.
+/// A parsed date and time of day; `length` is that of the smallest unit in the text.
 struct WrittenTime
 {
     std::tm calendar = {};
     std::int64_t milliseconds = 0;
     std::int64_t length = kDay;
-    std::optional<std::int64_t> offset; ///< of its time zone, to be taken off
-    bool isGood = true;                 ///< there are such time zones
+    std::optional<std::int64_t> offset; ///< of its time zone, to be subtracted
+    bool isGood = true;                 ///< the time zone is valid
 };
 
 void scanSeconds(Scanner& scanner, WrittenTime& time)
@@ -128,7 +128,7 @@ void scanTimeOfDay(Scanner& scanner, WrittenTime& time)
     scanZone(scanner, time);
 }
 
-/// Whether there is such a date and such a time of day.
+/// Whether the date and the time of day exist.
 bool isInCalendar(std::tm const& written)
 {
     std::tm normal = written;
@@ -138,7 +138,7 @@ bool isInCalendar(std::tm const& written)
            normal.tm_hour == written.tm_hour && normal.tm_min == written.tm_min && normal.tm_sec == written.tm_sec;
 }
 
-/// In milliseconds since 1970; fields beyond their ends are carried over.
+/// In milliseconds since 1970; fields out of range are carried over.
 std::int64_t momentOf(std::tm calendar, bool isLocal)
 {
     calendar.tm_isdst = -1;
