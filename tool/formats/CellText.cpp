@@ -24,7 +24,7 @@ void appendInteger(std::string& text, std::int64_t number)
     text.append(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
 }
 
-/// Enough digits to tell every number from every other.
+/// With enough digits for the exact value.
 void appendReal(std::string& text, double number)
 {
     std::array<char, 40> digits;
@@ -33,11 +33,11 @@ void appendReal(std::string& text, double number)
     std::string_view const written(digits.data(), static_cast<std::size_t>(size));
     if (written.find_first_not_of("-0123456789") == std::string_view::npos)
     {
-        text += ".0"; // Without it, it would be an integer.
+        text += ".0"; // Without a point it would be read as an integer.
     }
 }
 
-/// Appends `value` between `quote` and `quote`, with those inside doubled.
+/// Appends `value` in quotes; `quote` characters inside are doubled.
 void appendQuoted(std::string& text, std::string_view value, char quote)
 {
     text.push_back(quote);

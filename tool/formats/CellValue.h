@@ -10,7 +10,7 @@
 namespace tool
 {
 
-/// The bytes of a cell that is no text.
+/// The bytes of a blob cell.
 struct Blob
 {
     std::string_view bytes;
@@ -19,7 +19,7 @@ struct Blob
 /// The value of a cell: NULL, an integer, a real, a blob or a text.
 using CellValue = std::variant<std::nullptr_t, std::int64_t, double, Blob, std::string_view>;
 
-/// The value as the file holds it; it may refer to `row` and is good for as long as that stays where it is.
+/// The value as the file holds it. It may refer to memory of `row`, and is valid until that goes to another row.
 CellValue cellValue(firaim::RowCursor const& row, std::size_t cell);
 
 } // namespace tool

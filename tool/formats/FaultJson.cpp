@@ -25,13 +25,13 @@ struct Value
     enum Type
     {
         TEXT,
-        NUMBER, ///< a whole one, from 0 on
+        NUMBER, ///< a whole number from 0 on
         TRUTH,
         OTHER
     };
 
     Type type = OTHER;
-    std::string* text = nullptr; ///< may be taken
+    std::string* text = nullptr; ///< may be moved from
     unsigned long long number = 0;
     bool truth = false;
 };
@@ -54,7 +54,7 @@ std::string& textIn(Value const& value)
 template <class Number>
 Number numberIn(Value const& value)
 {
-    // SQLite's integers have a sign.
+    // SQLite's integers are signed.
     constexpr auto kMost =
         std::min<unsigned long long>(std::numeric_limits<Number>::max(), std::numeric_limits<std::int64_t>::max());
     if (value.type != Value::NUMBER || value.number > kMost)
@@ -70,7 +70,7 @@ void setText(FaultRequest& request, Value const& value, TimeStyle const&)
     request.event.*member = std::move(textIn(value));
 }
 
-/// An empty text is filled in as one that is not there.
+/// An empty text counts as absent.
 template <std::optional<std::string> FaultEvent::*member>
 void setOptionalText(FaultRequest& request, Value const& value, TimeStyle const&)
 {
@@ -174,8 +174,8 @@ std::unordered_map<std::string_view, Setter> const& setters()
     return map;
 }
 
-/// Takes the fields as the parser meets them, without a copy of the whole object. That the line is no JSON is said
-/// before anything else, wherever in it that shows, so what is wrong with a field waits for the end.
+/// Stores the fields while the line is parsed, without a copy of the whole object. Invalid JSON anywhere in the line is
+/// reported first, so the problem of a value is kept until the end.
 class FaultHandler : public nlohmann::json_sax<nlohmann::json>
 {
 public:
@@ -184,7 +184,7 @@ public:
         m_met.reserve(setters().size());
     }
 
-    /// Throws std::invalid_argument when the object is no fault.
+    /// Throws std::invalid_argument unless the line is a fault.
     void finish() const
     {
         if (!m_isObject)
@@ -261,7 +261,7 @@ public:
 
     bool parse_error(std::size_t position, std::string const&, nlohmann::detail::exception const& problem) override
     {
-        // The parser says of a number that is too large that it is out of range.
+        // The parser's error for a number that is too large.
         constexpr int kOutOfRange = 406;
         throw std::invalid_argument(problem.id == kOutOfRange ? "number out of range"
                                                               : "no JSON, at byte " + std::to_string(position));
@@ -288,7 +288,7 @@ private:
 
     bool take(Value const& value)
     {
-        // The code is there even where it means nothing.
+        // A code with an invalid value is not missing.
         m_hasCode = m_hasCode || m_setter == setCode;
         if (requireKnown())
         {
@@ -315,7 +315,7 @@ private:
     FaultRequest& m_request;
     TimeStyle const& m_style;
     std::vector<Setter> m_met;
-    Setter m_setter = nullptr; ///< of the field at work; null for one that is not known
+    Setter m_setter = nullptr; ///< of the current field; null for an unknown one
     std::string m_name;        ///< of that field
     std::string m_problem;     ///< the first one
     bool m_isObject = false;
@@ -329,7 +329,7 @@ FaultRequest readFault(std::string const& line, TimeStyle const& style)
 {
     FaultRequest request;
     FaultHandler handler(request, style);
-    static_cast<void>(nlohmann::json::sax_parse(line, &handler)); // It throws what is wrong.
+    static_cast<void>(nlohmann::json::sax_parse(line, &handler)); // The handler throws on errors.
     handler.finish();
     return request;
 }

@@ -11,16 +11,16 @@
 namespace tool
 {
 
-/// A kind of thing that a check can find.
+/// A kind of finding.
 struct FindingKind
 {
     char const* name;
     char const* advice;
-    bool isProblem; ///< or only worth knowing
+    bool isProblem; ///< false: for information only
 };
 
-/// Prints what a check finds as it finds it, as text or as JSON, and sums up. Prints only the first
-/// findings of a kind as text: a badly damaged file would have as many findings as cells.
+/// Prints the findings of a check as they are added, as text or as JSON, and a summary. As text, prints only the first
+/// findings of a kind: a badly damaged file may have as many findings as cells.
 class Findings
 {
 public:
@@ -28,10 +28,10 @@ public:
 
     /// `kind` must outlive this object.
     void add(FindingKind const& kind, std::string const& what);
-    /// Prints the last line; `path` is the file.
+    /// Prints the summary, or the end of the JSON list; `path` is the file.
     void end(std::string const& path);
 
-    /// How many of them are problems.
+    /// The number of findings that are problems.
     std::size_t problems() const { return m_problems; }
 
 private:
@@ -45,7 +45,7 @@ private:
 
     Output& m_output;
     std::optional<JsonArray> m_array;
-    std::vector<Tally> m_tallies; ///< in the order in which the kinds were met
+    std::vector<Tally> m_tallies; ///< in the order of their first findings
     std::size_t m_problems = 0;
 };
 

@@ -12,7 +12,7 @@ using firaim::RowCursor;
 namespace
 {
 
-/// Makes JSON of the value of a cell.
+/// Converts the value of a cell to JSON.
 struct JsonOfCell
 {
     Json operator()(std::nullptr_t) const { return nullptr; }
@@ -44,7 +44,7 @@ Json jsonTime(unsigned long long stamp, TimeStyle const& style)
 
 Json jsonRow(RowCursor const& row, TableSchema const& schema, TimeStyle const& style)
 {
-    // The names differ from each other: there is no need to look for each among those before it.
+    // The names are unique, so append each without looking for it among the others.
     Json::object_t fields;
     fields.reserve(schema.columns.size() + 2);
     for (std::size_t column = 0; column < schema.columns.size(); ++column)

@@ -16,11 +16,11 @@ namespace tool
 /// Keeps the order of its fields.
 using Json = nlohmann::ordered_json;
 
-/// On one line; bytes that are no UTF-8 become U+FFFD. When it goes to a terminal, nothing in it acts on that.
+/// `value` on one line. Bytes that are not UTF-8 become U+FFFD. For a terminal, unprintable characters are escaped.
 std::string jsonText(Json const& value, Terminal const& terminal);
 
-/// A row as an object: the columns of `schema` by name, as the file holds them, and its times once more as ISO 8601
-/// texts. A blob is a text of hexadecimal digits.
+/// A row as an object: the columns of `schema` by name, as the file holds them, and its times also as ISO 8601 texts. A
+/// blob is a text of hexadecimal digits.
 Json jsonRow(firaim::RowCursor const& row, TableSchema const& schema, TimeStyle const& style);
 
 /// The ISO 8601 text of a stamp, null when it was not set.
@@ -33,9 +33,9 @@ public:
     explicit JsonArray(Output& output);
 
     void add(Json const& value);
-    /// Ends the list, not its last line: it may be a part of something larger.
+    /// Ends the list without a line feed: it may be a part of a larger value.
     void end();
-    /// Ends the list and its last line.
+    /// Ends the list and the line.
     void endLine();
 
 private:

@@ -24,7 +24,7 @@ public:
         m_array ? m_array->add(makeJson()) : m_table.add(makeCells());
     }
 
-    /// Writes the rest. No row can be added afterwards.
+    /// Writes the buffered rows, or the end of the JSON list. No row can be added afterwards.
     void end();
 
 private:

@@ -39,7 +39,7 @@ std::vector<StatisticRow> readStatistics(FaultFile& file, TimeStyle const& style
     static_cast<void>(file.isFound(file.reader().statistics(statistics)));
     std::vector<StatisticRow> rows;
     firaim::RowCursor row = file.reader().rows(statisticSchema().table);
-    // In the same order. Rows that others add meanwhile come last.
+    // The cursor has the same order. Rows that other processes add meanwhile come last.
     for (FaultStatistic const& statistic : statistics)
     {
         Json json = file.isFound(row.next()) ? jsonRow(row, statisticSchema(), style) : jsonStatistic(statistic, style);

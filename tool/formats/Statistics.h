@@ -11,17 +11,17 @@
 namespace tool
 {
 
-/// One row of the statistic table, decoded and as it is.
+/// One row of the statistic table, decoded, and as the file holds it.
 struct StatisticRow
 {
     FaultStatistic statistic;
     Json json;
 };
 
-/// All statistics, in the order of their keys. There is one for each code, so that they fit into memory.
+/// All statistics, in the order of their keys. There is one for each code, so they fit into memory.
 std::vector<StatisticRow> readStatistics(FaultFile& file, TimeStyle const& style);
 
-/// A statistic as an object, as `jsonRow` has it for a row whose cells are all sound.
+/// A statistic as an object, the same as `jsonRow` makes of a row without damaged cells.
 Json jsonStatistic(FaultStatistic const& statistic, TimeStyle const& style);
 
 } // namespace tool

@@ -7,10 +7,10 @@
 namespace tool
 {
 
-/// The word for a status, in the colour in which a terminal shows it.
+/// The word for a status, with its colour on a terminal.
 TextTable::Cell statusCell(faultStatus_t status);
 
-/// The same with the word that the fault table holds.
+/// The same, but with the word that the fault table stores.
 TextTable::Cell storedStatusCell(faultStatus_t status);
 
 } // namespace tool

@@ -46,7 +46,7 @@ public:
     }
 
 private:
-    std::string m_line; ///< keeps its memory from row to row
+    std::string m_line; ///< a member so that its memory is reused
 };
 
 class JsonLinesWriter : public TableWriter

@@ -32,7 +32,7 @@ protected:
     Output& m_output;
 };
 
-/// One table, with a heading, quoted as RFC 4180 says.
+/// One table with a heading line, quoted as in RFC 4180.
 std::unique_ptr<TableWriter> makeCsvWriter(Output& output);
 
 /// An object on each line.
@@ -41,7 +41,8 @@ std::unique_ptr<TableWriter> makeJsonLinesWriter(Output& output, TimeStyle const
 /// One object with a list for each table.
 std::unique_ptr<TableWriter> makeJsonWriter(Output& output, TimeStyle const& style);
 
-/// Statements that make the same tables, with the same keys, and go on with keys where the file at `path` would.
+/// Statements that create the same tables with the same rows and keys. The keys of later rows continue as they would in
+/// the file at `path`.
 std::unique_ptr<TableWriter> makeSqlWriter(Output& output, std::string const& path);
 
 } // namespace tool
