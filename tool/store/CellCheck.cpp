@@ -10,7 +10,7 @@ using firaim::RowCursor;
 namespace
 {
 
-/// The text of a cell as SQLite would give it.
+/// The text of a cell as SQLite converts it.
 std::string textOf(RowCursor const& row, std::size_t cell)
 {
     return row.type(cell) == RowCursor::CELL_INTEGER ? std::to_string(row.integer(cell)) : std::string(row.bytes(cell));

@@ -10,8 +10,8 @@
 namespace tool
 {
 
-/// The problem of a cell whose content the library would not have written there, and reads as something else. Empty
-/// without one.
+/// The problem of a cell with content that the library never writes there, and reads as another value. Empty if there
+/// is none.
 std::string cellProblem(firaim::RowCursor const& row, std::size_t cell, Column const& expected);
 
 } // namespace tool

@@ -42,7 +42,8 @@ void openReader(firaim::FaultReader& reader, std::string const& path, std::chron
     }
 }
 
-/// Makes sure that there is a regular file at `path` that can be written to, and that nothing is lost by opening it.
+/// Throws a Problem unless `path` is a regular file that can be written to, and can be opened without losing a journal
+/// or log beside it.
 void requireWritableFile(std::string const& path)
 {
     try
@@ -60,7 +61,7 @@ void requireWritableFile(std::string const& path)
     }
 }
 
-/// The recorder would make an empty file a fault database, which is what 'create' is for.
+/// Refuses an empty file: the recorder would create the tables in it, which only 'create' may do.
 void requireContent(std::string const& path)
 {
     struct stat status = {};
@@ -78,7 +79,7 @@ void require(sqlite::Connection const& connection, int code)
     }
 }
 
-/// Opens the file for writing, which rolls back what was left half done.
+/// Opens the file for writing, which rolls back a hot journal.
 sqlite::Connection openDurably(std::string const& path)
 {
     sqlite::Connection connection(path, sqlite::Connection::READ_WRITE, waiting());
@@ -92,11 +93,11 @@ constexpr char kNothingStored[] = "; nothing of it was stored";
 
 struct Commit
 {
-    bool isVisible = false; ///< what was changed can be told
-    bool hasFailed = false; ///< in steps that may have stored it
+    bool isVisible = false; ///< the change can be looked for
+    bool hasFailed = false; ///< in its last steps, which may have stored the change
 };
 
-/// Whether the change can be told: a trigger in the file can have undone just what is looked for.
+/// Whether `isStored` can find the change: a trigger in the file may have undone just the part that it looks for.
 bool isVisible(sqlite::Connection const& connection, FileAction const& isStored)
 {
     try
@@ -124,7 +125,7 @@ void changeInTransaction(sqlite::Connection const& connection, FileAction const&
     }
     catch (sqlite::Error const&)
     {
-        commit.hasFailed = !connection.isInTransaction(); // Otherwise it has not begun: another process reads.
+        commit.hasFailed = !connection.isInTransaction(); // Otherwise it did not begin: another process is reading.
         throw;
     }
 }
@@ -140,8 +141,8 @@ void changeInTransaction(sqlite::Connection const& connection, FileAction const&
                   std::string(problem.what()) + "; and whether it is on the storage is not known: " + reason);
 }
 
-/// After a commit that failed with `problem`: the file decides, once its content is known to be on the storage.
-/// Returns when it is stored; otherwise throws a Problem.
+/// After a commit that failed with `problem`: looks for the change in the file, and makes what it finds durable.
+/// Returns if the change is stored; otherwise throws a Problem.
 void requireStored(std::string const& path, Problem const& problem, FileAction const& isStored)
 {
     bool isFound = false;
@@ -258,7 +259,7 @@ void openRecorder(firaim::FaultRecorder& recorder, std::string const& path, fira
 sqlite::Connection openForChanging(std::string const& path)
 {
     {
-        // It knows best what a file must be like to be written to.
+        // The recorder checks whether the file may be written to.
         firaim::FaultRecorder recorder;
         firaim::RecorderOptions options;
         options.startup = firaim::RecorderOptions::SAME_STARTUP;
@@ -277,7 +278,7 @@ void changeFile(std::string const& path, FileAction const& change, FileAction co
     }
     catch (Problem const& problem)
     {
-        connection.reset(); // While a connection stays open, a log does not tell what the next one will find in it.
+        connection.reset(); // While it stays open, the write-ahead log does not show what later connections will find.
         if (!commit.hasFailed)
         {
             throw Problem(problem.status(), problem.what() + std::string(kNothingStored));
@@ -289,7 +290,7 @@ void changeFile(std::string const& path, FileAction const& change, FileAction co
 std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const& connection, std::string const& sql,
                               std::initializer_list<std::int64_t> parameters)
 {
-    // Without a trigger, a statement takes as long as the file is large, and only a signal ends it.
+    // Without triggers, the time depends on the size of the file alone, and only a signal ends the statement.
     std::optional<timeLimits::StatementWatch> watch;
     if (connection.number("SELECT EXISTS(SELECT 1 FROM sqlite_master WHERE type = 'trigger')") != 0)
     {
@@ -307,7 +308,7 @@ std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const&
     }
     catch (sqlite::Error const& error)
     {
-        // A statement that is compiled after the time limit is refused.
+        // SQLITE_AUTH: a statement was compiled after the time limit.
         if (watch && (error.kind() == SQLITE_INTERRUPT || error.kind() == SQLITE_AUTH))
         {
             interrupt::check();
@@ -315,7 +316,7 @@ std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const&
         }
         throw;
     }
-    interrupt::check(); // The watch has taken the place of what notices signals.
+    interrupt::check(); // The watch has replaced the progress handler that looks for signals.
     return static_cast<std::uint64_t>(sqlite3_changes(connection.get()));
 }
 
@@ -330,7 +331,7 @@ void recoverFile(std::string const& path)
                     openReader(reader, path, lockWait::kBusyTimeout);
                     if (readOnlyOpening::isInWalMode(connection))
                     {
-                        // Into the file with what is in its log: it can then be read alone.
+                        // So that the file can be read without its log.
                         connection.run("PRAGMA wal_checkpoint(TRUNCATE)");
                     }
                 });

@@ -19,7 +19,7 @@ using firaim::RowCursor;
 namespace
 {
 
-/// The code of the first row that has `name` as that code's name.
+/// The code of the first row whose code name is `name`.
 std::optional<unsigned int> codeIn(RowCursor row, std::size_t code, std::size_t codeName, std::string const& name,
                                    FaultFile const& file)
 {

@@ -13,7 +13,7 @@
 namespace tool
 {
 
-/// The filters on the command line; absent ones do not filter. An empty text does.
+/// The filters on the command line. An absent one does not filter; an empty text does.
 struct FilterOptions
 {
     std::optional<std::string> code;
@@ -28,27 +28,28 @@ struct FilterOptions
     bool areSet() const;
 };
 
-/// Tells which faults are wanted, and why there are none.
+/// Makes the query of the filters, and reports why it finds nothing.
 class FaultFilter
 {
 public:
-    /// Throws a Problem for a code, time or key that means nothing. `file` is asked for the names of codes that this
-    /// program does not know; it must outlive this object.
+    /// Throws a Problem for an invalid code, time or key. Looks up names of codes that this program does not know in
+    /// `file`, which must outlive this object.
     FaultFilter(FilterOptions const& options, TimeStyle const& style, FaultFile& file);
 
-    /// The faults that answer to all that was asked for.
+    /// The query for the faults that match all filters.
     firaim::FaultQuery const& query() const { return m_query; }
-    /// Whether it is only the key that decides.
+    /// Whether there is no filter but that of the key.
     bool isEmpty() const { return m_criteria.empty(); }
 
-    /// Says on standard error why nothing was found: what no fault at all answers to, each as a whole sentence.
+    /// Prints to standard error why nothing was found: each filter that no fault matches by itself.
     void reportUnanswered() const;
 
 private:
+    /// One filter.
     struct Criterion
     {
-        std::string complaint;    ///< when nothing answers to it
-        firaim::FaultQuery query; ///< it alone
+        std::string complaint;    ///< when no fault matches
+        firaim::FaultQuery query; ///< with this filter alone
     };
 
     void add(std::string complaint, std::function<void(firaim::FaultQuery&)> const& ask);

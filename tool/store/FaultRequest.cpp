@@ -13,7 +13,7 @@ namespace
 
 constexpr std::int64_t kSecond = 1000;
 
-/// The stamp of a time in `unit`. Throws std::invalid_argument where `reader` would take it for another time.
+/// The stamp of a time in `unit`. Throws std::invalid_argument if `reader` would read the stamp as another time.
 unsigned long long requireStamp(std::int64_t milliseconds, TimeUnit unit, TimeStyle const& reader)
 {
     std::optional<unsigned long long> const stamp = firaim::stampOf(milliseconds, unit);

@@ -14,19 +14,18 @@
 namespace tool
 {
 
-/// A fault as it is asked for.
+/// A fault to record, as the options or a line of input describe it.
 struct FaultRequest
 {
     firaim::FaultEvent event;
-    std::optional<std::int64_t> time; ///< in milliseconds; `event.time` is the time as it is to be stored
+    std::optional<std::int64_t> time; ///< in milliseconds since 1970; `event.time` is the stamp to store
 };
 
-/// Completes faults that are to be recorded into one file, in the order in which they are recorded.
+/// Completes faults before they are recorded into one file. They must come in the order of recording.
 class FaultCompleter
 {
 public:
-    /// Reads the file at `path` only where that is needed, and then waits for other processes for as long as
-    /// `busyTimeout` says.
+    /// Opens the file at `path` only when it has to read it, with that busy timeout.
     FaultCompleter(std::string path, TimeStyle const& style,
                    std::chrono::milliseconds busyTimeout = lockWait::kBusyTimeout)
         : m_path(std::move(path)), m_style(style), m_busyTimeout(busyTimeout)
@@ -37,7 +36,7 @@ public:
     /// as another one.
     firaim::FaultEvent complete(FaultRequest request);
 
-    /// Says on standard error, once, that several statistics have the code.
+    /// Warns on standard error, once for each code, if several statistics have the code.
     void warnOfSharedCode(std::uint64_t code);
 
 private:
@@ -48,8 +47,8 @@ private:
     TimeStyle const m_style;
     std::chrono::milliseconds const m_busyTimeout;
     std::optional<FaultFile> m_file;
-    std::optional<TimeUnit> m_unit;                      ///< of the newest fault, as soon as it matters
-    std::optional<std::set<unsigned int>> m_sharedCodes; ///< of which nothing was said yet
+    std::optional<TimeUnit> m_unit;                      ///< of the newest fault; read when needed
+    std::optional<std::set<unsigned int>> m_sharedCodes; ///< without a warning so far; read when needed
 };
 
 /// The options of a recorder for this program.

@@ -17,15 +17,15 @@ namespace
 
 using SteadyClock = std::chrono::steady_clock;
 
-/// Only a signal ends such a wait.
+/// In effect no busy timeout: only a signal ends the wait.
 constexpr std::chrono::hours kEndless(24 * 365);
 constexpr std::size_t kLongestLine = 16 << 20;
-/// A batch, which is one transaction: some ten milliseconds.
+/// Limits of a batch, which is one transaction of some ten milliseconds.
 constexpr std::size_t kMostLines = 1000;
 constexpr std::size_t kMostBytes = 1 << 19;
-/// Others get their turn as soon as writing has taken so long since the last time.
+/// Pause after so much time of writing, so that other processes can write.
 constexpr std::chrono::milliseconds kTurn(20);
-/// Longer than a waiting writer pauses between two tries, so that it meets a free file once.
+/// Longer than a waiting writer sleeps between two tries, so that one of them finds the file unlocked.
 constexpr int kGapMs = 8;
 
 std::string textOf(unsigned long long first, unsigned long long last)
@@ -124,7 +124,7 @@ void LineRecorder::refuse(unsigned long long line, std::string const& reason)
     m_areAllRecorded = false;
 }
 
-/// Makes the faults of the batch last and names them.
+/// Records the batch and reports the result of each line.
 void LineRecorder::recordBatch()
 {
     while (!m_events.empty())
@@ -132,7 +132,7 @@ void LineRecorder::recordBatch()
         interrupt::check();
         std::vector<firaim::Receipt> receipts;
         auto const begin = SteadyClock::now();
-        // Every receipt says what became of its line.
+        // Each receipt holds the result of its line.
         static_cast<void>(m_recorder.recordAll(m_events, receipts));
         auto const atWork = SteadyClock::now() - begin;
         m_progress.clear();
@@ -141,12 +141,12 @@ void LineRecorder::recordBatch()
     }
 }
 
-/// Names what was recorded and what was refused; what could only not be recorded yet stays in the batch. Throws a
-/// Problem when it never will be.
+/// Reports the lines that were recorded or refused. Those that were not recorded because the file is busy stay in the
+/// batch; after any other failure of the file, throws a Problem.
 void LineRecorder::reportBatch(std::vector<firaim::Receipt> const& receipts)
 {
     std::string const problem = m_recorder.lastProblem(); // The problem of the last line that failed.
-    // A failure that concerns the file concerns all lines from one on; those in between are refused by themselves.
+    // A failure of the file affects all lines from some line on. A failed line before it was refused for its content.
     std::size_t decided = receipts.size();
     while (decided > 0 && receipts[decided - 1].result != firaim::HISTORY_OK &&
            receipts[decided - 1].result != firaim::HISTORY_REFUSED)
@@ -186,7 +186,7 @@ void LineRecorder::reportBatch(std::vector<firaim::Receipt> const& receipts)
     }
 }
 
-/// Tries a line again that was refused beside others, as only a try of its own tells the reason.
+/// Records a line again that was refused in a batch: alone, it gets its own reason.
 firaim::Receipt LineRecorder::recordAlone(unsigned long long line, firaim::FaultEvent const& event)
 {
     firaim::Receipt receipt;
@@ -201,7 +201,7 @@ firaim::Receipt LineRecorder::recordAlone(unsigned long long line, firaim::Fault
     return receipt;
 }
 
-/// Prints the keys of what was recorded.
+/// Prints the keys of the recorded faults.
 void LineRecorder::printKeys(std::vector<firaim::Receipt> const& receipts)
 {
     unsigned long long last = 0;
@@ -224,7 +224,7 @@ void LineRecorder::printKeys(std::vector<firaim::Receipt> const& receipts)
     }
 }
 
-/// Others who wait for the file meet it free only now and then.
+/// Pauses now and then: processes that wait for the file try only at intervals, and would hardly ever find it unlocked.
 void LineRecorder::letOthersIn(SteadyClock::duration atWork)
 {
     m_atWork += atWork;
@@ -247,13 +247,13 @@ void LineRecorder::showProgress()
     }
 }
 
-/// Says which lines are not recorded because this ends early.
+/// Reports the lines that are not recorded because of an early end.
 void LineRecorder::nameRest()
 {
     bool hasMore = !m_lines.empty();
     try
     {
-        // The first lines may be on their way when the file cannot be opened.
+        // If the file could not be opened, the first lines may not have arrived yet.
         hasMore = hasMore || m_input.hasMore() || (!m_isOpen && !m_input.isAtEnd());
     }
     catch (...)

@@ -15,20 +15,19 @@
 namespace tool
 {
 
-/// Records the faults of the lines on standard input, many in one transaction, and never waits for input inside of one.
-/// Others who want to write get their turn, and it waits for them for as long as it takes.
+/// Records the faults in the lines of standard input, many in one transaction, and never waits for input inside of one.
+/// It lets other processes write in between, and waits for them without a timeout.
 class LineRecorder
 {
 public:
-    /// Reads the fault in one line. Throws std::invalid_argument with the reason when there is none.
+    /// Parses the fault in one line. Throws std::invalid_argument with the reason when the line is not a fault.
     using LineParser = FaultRequest (*)(std::string const& line, TimeStyle const& style);
 
-    /// Opens nothing yet.
+    /// Does not open the file yet.
     LineRecorder(std::string const& path, TimeStyle const& style, LineParser parse, Output& output);
 
-    /// Opens the file, prints the keys of the lines that were recorded, and says on standard error which ones were not.
-    /// Returns whether all were. When it ends early, by whatever it throws, that is said of the rest of the lines as
-    /// well.
+    /// Opens the file, records the lines and prints the keys of their faults. Reports on standard error the lines that
+    /// were not recorded; if it throws, these include all remaining lines. Returns whether all were recorded.
     bool run();
 
 private:
@@ -54,10 +53,10 @@ private:
     Progress m_progress;
     std::size_t const m_inputSize; ///< 0: not known
     std::vector<firaim::FaultEvent> m_events;
-    std::vector<unsigned long long> m_lines; ///< of these
+    std::vector<unsigned long long> m_lines; ///< the line numbers of `m_events`
     std::size_t m_bytes = 0;                 ///< of these lines, about
     unsigned long long m_lineNumber = 0;
-    std::chrono::steady_clock::duration m_atWork{}; ///< since others last got their turn
+    std::chrono::steady_clock::duration m_atWork{}; ///< time spent on writing since the last pause
     bool m_isOpen = false;
     bool m_areAllRecorded = true;
 };

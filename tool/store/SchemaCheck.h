@@ -20,9 +20,9 @@ public:
     /// Hands each problem to `take` as soon as it is found. `connection` must outlive this object.
     SchemaCheck(sqlite::Connection const& connection, std::function<void(std::string const&)> take);
 
-    /// Compares a table; returns whether there is one that can be read.
+    /// Compares a table; returns whether it exists and can be read.
     bool checkTable(TableSchema const& schema);
-    /// Finds all that belongs to none of the tables.
+    /// Reports tables, indexes, views and triggers that are not part of the file format.
     void checkExtras();
 
     /// For each column of the schema, whether the table has it.
@@ -34,8 +34,8 @@ private:
     {
         std::string name;
         std::string type;
-        bool isKey;     ///< may not be empty, and is the key
-        bool isSomeKey; ///< one of the two
+        bool isKey;     ///< NOT NULL and part of the primary key
+        bool isSomeKey; ///< NOT NULL or part of the primary key
     };
 
     void report(std::string const& problem);

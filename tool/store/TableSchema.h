@@ -18,13 +18,13 @@ enum class ColumnKind
     KEY,
     NUMBER,
     TEXT,
-    STATUS ///< a text that is one of `words`, which holds what is written for a number that is none, too
+    STATUS ///< a text that is one of `words`, among them the one that is written for an invalid status
 };
 
 struct Column
 {
     std::string name;
-    std::string sqlType; ///< without what makes it a key
+    std::string sqlType; ///< without key constraints
     ColumnKind kind;
     unsigned int bits = 0;          ///< of a number
     std::vector<std::string> words; ///< of a status
