@@ -25,13 +25,13 @@ namespace tool
 namespace
 {
 
-/// Copied before writers get their turn: a few milliseconds' worth.
+/// Pages copied between two pauses for writers: a few milliseconds of work.
 constexpr int kPagesAtOnce = 256;
-/// Each time that a writer has made the copying begin anew, more is copied at once, in the end all.
+/// Each time a writer makes the copy start again, copy more pages at once, in the end all.
 constexpr int kGrowth = 8;
 constexpr int kMostPagesAtOnce = INT_MAX / kGrowth;
 constexpr int kPauseMs = 5;
-/// How often a writer may keep the file locked for as long as one waits: a minute in all.
+/// Busy timeouts until the backup fails: a minute in all.
 constexpr int kMostBusy = 12;
 
 struct Options
@@ -47,11 +47,11 @@ bool isThere(std::string const& path)
     return lstat(path.c_str(), &status) == 0;
 }
 
-/// A file that is removed again unless it was kept.
+/// A temporary file, removed again unless it is kept.
 class PartialFile
 {
 public:
-    /// Creates it, empty, beside `target`, for those alone who may use a file of `mode`; its owner may always write.
+    /// Creates it, empty, beside `target`, with the permissions of `mode`; its owner may always read and write.
     PartialFile(std::string const& target, mode_t mode) : m_path(target + ".partial-" + std::to_string(getpid()))
     {
         int const descriptor =
@@ -75,7 +75,7 @@ public:
 
     std::string const& path() const { return m_path; }
 
-    /// Gives the file its name, which lasts.
+    /// Renames the file to `target` and syncs the folder.
     void keepAs(std::string const& target, bool isReplacing)
     {
         if (giveName(target, isReplacing) != 0)
@@ -83,7 +83,7 @@ public:
             throw Problem(STATUS_BAD_FILE, target + ": " + std::generic_category().message(errno));
         }
         m_isKept = true;
-        // Without success the copy is as good as any other new file.
+        // If this fails, the copy is still as durable as any other new file.
         static_cast<void>(folder::synchroniseFolderOf(target));
     }
 
@@ -93,7 +93,7 @@ private:
         if (!isReplacing)
         {
             int const result = renameat2(AT_FDCWD, m_path.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE);
-            // Memory sticks have file systems that cannot tell; that there was no such file was seen before.
+            // File systems of memory sticks lack RENAME_NOREPLACE. That the name is free was checked before.
             if (result == 0 || (errno != EINVAL && errno != ENOSYS))
             {
                 return result;
@@ -108,11 +108,12 @@ private:
 
 struct FinishBackup
 {
-    // Its error is the one that the last step returned.
+    // It returns the error of the last step once more.
     void operator()(sqlite3_backup* backup) const { static_cast<void>(sqlite3_backup_finish(backup)); }
 };
 
-/// Whether a step of the copying that ended with `code` has failed at the copy. The file itself is only read.
+/// Whether a backup step with the error `code` has failed at the copy: these are errors of writing, and the file itself
+/// is only read.
 bool isFailureOfCopy(int code)
 {
     switch (code)
@@ -131,7 +132,7 @@ bool isFailureOfCopy(int code)
     }
 }
 
-/// Copies all pages of the one database into the other, whose file is to become that of the options.
+/// Copies all pages from one database to the other, which becomes the copy that the options name.
 void copyPages(sqlite::Connection const& from, sqlite::Connection const& to, Options const& options)
 {
     Progress progress("copying");
@@ -150,7 +151,7 @@ void copyPages(sqlite::Connection const& from, sqlite::Connection const& to, Opt
         int const code = sqlite3_backup_step(backup.get(), pagesAtOnce);
         if (code == SQLITE_BUSY && ++busy < kMostBusy)
         {
-            continue; // It has waited.
+            continue; // The step has waited for its busy timeout.
         }
         if (code == SQLITE_DONE)
         {
@@ -168,7 +169,7 @@ void copyPages(sqlite::Connection const& from, sqlite::Connection const& to, Opt
         }
         left = leftNow;
         progress.show(total == 0 ? 0.0 : 1.0 - static_cast<double>(left) / total);
-        // Lets writers have the file for a moment.
+        // Leaves the file unlocked for a moment, so that writers get it.
         interrupt::pause(kPauseMs);
     }
 }
@@ -198,7 +199,7 @@ void requireFreeName(Options const& options)
         {
             throw Problem(STATUS_BAD_USAGE, "backup: of that name, the copy would be taken for a journal of the file");
         }
-        // SQLite would take it for the copy's own and undo what is right.
+        // SQLite would take it for the copy's own and roll it back into the copy.
         if (isThere(options.copy + suffix))
         {
             throw Problem(STATUS_BAD_FILE, options.copy + suffix +

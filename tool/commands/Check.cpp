@@ -1,4 +1,4 @@
-// firaim check: what is wrong with a file, and what can be done.
+// firaim check: reports problems of a file, and advice.
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
@@ -94,7 +94,7 @@ private:
     void checkCells();
     void checkCells(TableSchema const& schema, firaim::FaultReader& reader);
     void checkRow(RowCursor const& row, TableSchema const& schema, std::vector<bool> const& isThere);
-    /// Runs a part of the check; what SQLite cannot read is a finding, too.
+    /// Runs a part of the check; an error of SQLite about the content of the file is a finding, too.
     template <class Part>
     bool attempt(Part const& part);
 
@@ -119,7 +119,7 @@ bool Checker::attempt(Part const& part)
         {
             throw;
         }
-        // SQLITE_ERROR: a name that SQLite does not know is missing in the schema.
+        // SQLITE_ERROR: the schema lacks a name in the statement.
         m_findings.add(error.code() == SQLITE_ERROR ? kSchema : kIntegrity,
                        readOnlyOpening::problemText(m_path, error));
         return false;
@@ -209,8 +209,7 @@ void Checker::checkStatistics()
         });
 }
 
-/// A fault whose key was once used and that nothing active refers to may have been removed by `trim`: that is as it
-/// should be.
+/// A missing fault is normal if its key was used once and no active statistic refers to it: `trim` may have removed it.
 void Checker::checkReferences()
 {
     attempt(
@@ -241,7 +240,7 @@ void Checker::checkCells()
     int const result = reader.open(m_path, options);
     if (result == firaim::HISTORY_FOREIGN_FILE)
     {
-        return; // A table that has no rows of its own is a finding already.
+        return; // For a virtual table, which the check of the schema has reported.
     }
     if (result < 0)
     {

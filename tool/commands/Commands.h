@@ -6,7 +6,7 @@ namespace tool
 class CommandLine;
 struct Request;
 
-// Each adds one command to the program. `request` gets what runs it, if it is chosen.
+// Each adds one command to the program; `request` runs it if it is chosen.
 void addBackup(CommandLine& line, Request& request);
 void addCheck(CommandLine& line, Request& request);
 void addClear(CommandLine& line, Request& request);

@@ -25,7 +25,7 @@ struct Options
     bool isForced = false;
 };
 
-/// Whether something has the name `path`, be it a link that leads nowhere or a file that must not be read.
+/// Whether `path` exists, also as a dangling link or a file without permission to read.
 bool isTaken(std::string const& path)
 {
     struct stat status = {};
@@ -60,7 +60,8 @@ int create(Options const& options, Output&)
     {
         requireReplaceable(options);
     }
-    // It is created in several steps. The tables come all or, when a step fails, not at all.
+    // The file is created in several steps. A signal must not stop it in between: it gets all tables, or none if a step
+    // fails.
     BlockSignals const whole;
     int const result = FaultDb::getInstance()->createDb(options.path, options.isForced);
     if (result == RESULT_OK)
@@ -69,7 +70,7 @@ int create(Options const& options, Output&)
     }
     if (!isReplaced && result != RESULT_FILE_EXISTS)
     {
-        // Only what this call has made can be there.
+        // There was no such file before, so only files of this call are removed.
         static_cast<void>(std::remove(options.path.c_str()));
         static_cast<void>(std::remove((options.path + "-journal").c_str()));
     }

@@ -43,7 +43,7 @@ std::unique_ptr<TableWriter> writerFor(Options const& options, Output& output)
     return makeSqlWriter(output, options.path);
 }
 
-/// The tables that are asked for. A format that has one kind of row in a file gets the faults unless told otherwise.
+/// The tables to export. A format that holds one table gets the faults by default.
 std::vector<TableSchema const*> tablesFor(Options const& options)
 {
     bool const isForOne = options.format == "csv" || options.format == "jsonl";
@@ -65,7 +65,7 @@ std::vector<TableSchema const*> tablesFor(Options const& options)
     return {table == "faults" ? &faultSchema() : table == "statistics" ? &statisticSchema() : &versionSchema()};
 }
 
-/// Writes the rows of tables, or the faults that a filter lets through.
+/// Writes the rows of tables, or the faults that match the filter.
 class Exporter
 {
 public:

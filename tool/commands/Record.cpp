@@ -1,4 +1,4 @@
-// firaim record and firaim clear: faults that begin and end.
+// firaim record and firaim clear: record the beginning and the end of faults.
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
@@ -26,7 +26,7 @@ struct Options
     std::string time;
     TimeStyle style;
     firaim::FaultEvent event;
-    std::optional<std::string> module; ///< an empty one differs from none where a fault is to be cleared
+    std::optional<std::string> module; ///< for `clear`, an empty one differs from none
     std::optional<std::string> parameter;
     bool isInactive = false;
     bool isFromInput = false;
@@ -131,7 +131,7 @@ int record(Options const& options, Output& output)
     return recordOne(options, output);
 }
 
-/// Why there was nothing to clear.
+/// The message when there was nothing to clear.
 std::string inactiveText(Options const& options)
 {
     FaultFile file(options.path);
@@ -171,7 +171,7 @@ int clear(Options const& options, Output& output)
     return STATUS_DONE;
 }
 
-/// The options that describe a fault; returns them, so that others can exclude them.
+/// Adds the options that describe a fault; returns them, so that others can exclude them.
 std::vector<Option> addFaultOptions(Command& command, Options& options)
 {
     firaim::FaultEvent& event = options.event;

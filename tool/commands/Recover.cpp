@@ -1,4 +1,4 @@
-// firaim recover: makes a file readable again that a writer left when it was cut off.
+// firaim recover: makes a file readable again after its writer was cut off.
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>

@@ -29,7 +29,7 @@ std::string const& startupColumn()
     return faultSchema().columns[FdbSqlFaultTbl::kRdbStartupIdColumn].name;
 }
 
-/// Moves the rows of one table; returns how many. No other cell of them is touched, whatever it holds.
+/// Moves the rows of one table; returns how many. Writes no other cell, whatever it holds.
 unsigned long long move(sqlite::Connection const& connection, TableSchema const& schema, Options const& options)
 {
     return runWithTriggers(options.path, connection,
@@ -38,14 +38,14 @@ unsigned long long move(sqlite::Connection const& connection, TableSchema const&
                            {options.from, options.to});
 }
 
-/// One of the rows that are moved, by which the change is told.
+/// One of the moved rows: it shows whether the change is stored.
 class MovedRow
 {
 public:
     explicit MovedRow(Options const& options) : m_options(options) {}
 
-    /// Chooses the newest fault that is to be moved, which retention removes last. Without one, it is a statistic,
-    /// whose start-up id others may write: a fault's they do not.
+    /// Chooses the newest fault to move: retention removes it last, and no other process changes its start-up id.
+    /// Without a fault, chooses a statistic, whose start-up id other processes may change.
     void choose(sqlite::Connection const& connection)
     {
         for (TableSchema const* const schema : {&faultSchema(), &statisticSchema()})

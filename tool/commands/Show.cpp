@@ -24,7 +24,7 @@ struct Options
     bool isJson = false;
 };
 
-/// The fault with that key, if there is one.
+/// The query for the fault with that key.
 firaim::FaultQuery queryOf(long long key)
 {
     firaim::FaultQuery query;

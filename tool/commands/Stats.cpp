@@ -28,7 +28,7 @@ struct Options
     bool isJson = false;
 };
 
-/// Whether the one statistic comes before the other: what a technician looks for first, first.
+/// Whether `a` comes before `b`: the most, the active and the latest ones first.
 bool comesBefore(FaultStatistic const& a, FaultStatistic const& b, std::string const& order)
 {
     if (order == "count" && a.OccurenceCnt != b.OccurenceCnt)

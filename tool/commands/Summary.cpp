@@ -1,4 +1,4 @@
-// firaim summary: the page that a technician wants first.
+// firaim summary: an overview of a file on one page.
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
@@ -35,7 +35,7 @@ struct Options
     bool isJson = false;
 };
 
-/// The results of one walk through all faults.
+/// The totals of one pass over all faults.
 struct Faults
 {
     unsigned long long count = 0;
@@ -100,7 +100,7 @@ std::vector<StatisticRow> mostFrequent(std::vector<StatisticRow> statistics)
     return statistics;
 }
 
-/// The start-ups with the highest ids, which are the latest, these first.
+/// The start-ups with the highest ids, which are the latest; the highest first.
 std::vector<std::pair<unsigned int, unsigned long long>> latestStartups(Faults const& faults)
 {
     std::vector<std::pair<unsigned int, unsigned long long>> latest;
@@ -195,7 +195,7 @@ void printFaults(Faults const& faults, TimeStyle const& style, Output& output)
     }
 }
 
-/// Prints first what needs no walk through the faults, which takes time in a large file.
+/// Prints first the lines that need no pass over the faults, which takes time in a large file.
 void print(FaultFile& file, Options const& options, Output& output)
 {
     Terminal const& terminal = output.terminal();

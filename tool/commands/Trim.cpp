@@ -44,14 +44,14 @@ void faultTime(sqlite3_context* context, int, sqlite3_value** arguments)
     time ? sqlite3_result_int64(context, *time) : sqlite3_result_null(context);
 }
 
-/// Which faults are old, as a condition with one parameter.
+/// The SQL condition for old faults, with one parameter.
 std::string oldFaults(Options const& options)
 {
     // With --keep 0 every fault is old.
     return !options.keep ? "fault_time(TimeStampUTC) < ?1" : *options.keep == 0 ? "?1 NOT NULL" : "EntryId < ?1";
 }
 
-/// A row that an active statistic refers to stays, however old it is.
+/// The SQL condition for faults that an active statistic refers to: they stay at any age.
 std::string referredTo()
 {
     return "EntryId IN (SELECT FaultEntryId FROM " + statisticSchema().name +
@@ -68,7 +68,7 @@ void tellsState(sqlite3_context* context, int, sqlite3_value** arguments)
     sqlite3_result_int(context, std::binary_search(keys->begin(), keys->end(), sqlite3_value_int64(arguments[0])));
 }
 
-/// The rows that stay, however old they are.
+/// The SQL condition for faults that stay at any age.
 std::string needed()
 {
     return "(tells_state(EntryId) OR " + referredTo() + ")";
@@ -99,7 +99,7 @@ std::string decodedText(sqlite::Statement const& row, int column)
     return std::string(text.substr(0, text.find('\0')));
 }
 
-/// The value of that parameter.
+/// The value of the parameter of `oldFaults`.
 std::int64_t limitOf(Options const& options, sqlite::Connection const& connection)
 {
     if (!options.keep)
@@ -112,16 +112,17 @@ std::int64_t limitOf(Options const& options, sqlite::Connection const& connectio
     return oldestKept.step() ? oldestKept.integer(0) : std::numeric_limits<std::int64_t>::min();
 }
 
-/// The newest fault of a code, module and parameter tells whether that is active. The keys of those that are needed for
-/// that: it is active, or, once the old faults are gone, it would seem so by an older one that stays.
+/// The newest fault of a code, module and parameter tells whether that triple is active. Returns the keys of the newest
+/// faults that are needed for this: those that are active, and those without which an older fault that stays would make
+/// the triple look active.
 ///
-/// One pass, as nothing in the file is indexed. Only what is active takes memory.
+/// Takes one pass, because the file has no index. Only active triples take memory.
 Keys keysThatTellState(Options const& options, sqlite::Connection const& connection, std::int64_t limit)
 {
     struct Newest
     {
         std::int64_t key = 0;
-        bool isRestActive = false; ///< as those that are not removed for their age tell it
+        bool isRestActive = false; ///< as the newest one that is not removable tells
     };
     std::map<std::tuple<std::uint32_t, std::string, std::string>, Newest> states;
     sqlite::Statement row =
@@ -169,7 +170,7 @@ unsigned long long count(sqlite::Connection const& connection, std::string const
     return static_cast<unsigned long long>(statement.integer(0));
 }
 
-/// How many rows were removed, or would be, and how many old ones stay.
+/// The numbers of rows that were removed, or would be, and of old rows that stay.
 struct Amounts
 {
     unsigned long long removed = 0;
@@ -180,7 +181,7 @@ struct Amounts
 class OldFaults
 {
 public:
-    /// Both must outlive this object. Another one can be made of the connection only when this one has gone.
+    /// Both must outlive this object. A connection can have only one such object at a time.
     OldFaults(Options const& options, sqlite::Connection const& connection)
         : m_path(options.path), m_condition(oldFaults(options)), m_connection(connection)
     {
@@ -195,7 +196,7 @@ public:
     unsigned long long countRemovable() const { return count(m_connection, removable(), m_limit); }
     unsigned long long countKept() const { return count(m_connection, m_condition + " AND " + needed(), m_limit); }
 
-    /// The newest fault that can be removed: when others remove old ones, it is the last to go. None: nothing can be.
+    /// The newest removable fault, which other processes would remove last. None if no fault is removable.
     std::optional<std::int64_t> newestRemovable() const
     {
         sqlite::Statement row = m_connection.prepare("SELECT EntryId FROM " + faultSchema().name + " WHERE " +
@@ -203,7 +204,7 @@ public:
         return row.bind(1, m_limit).step() ? std::optional(row.integer(0)) : std::nullopt;
     }
 
-    /// Returns how many.
+    /// Returns the number of removed faults.
     std::uint64_t remove() const
     {
         return runWithTriggers(m_path, m_connection, "DELETE FROM " + faultSchema().name + " WHERE " + removable(),
@@ -217,7 +218,7 @@ private:
     std::string const m_condition;
     sqlite::Connection const& m_connection;
     std::int64_t m_limit = 0;
-    Keys m_keys; ///< of those that tell what is active
+    Keys m_keys; ///< of the faults that are needed to tell what is active
 };
 
 Amounts dryRun(Options const& options)
@@ -242,7 +243,7 @@ bool isThere(sqlite::Connection const& connection, std::int64_t key)
 Amounts remove(Options const& options)
 {
     Amounts amounts;
-    std::optional<std::int64_t> removed; // One of them, by which the change is told: keys are never used again.
+    std::optional<std::int64_t> removed; // Shows whether the change is stored, because keys are never used again.
     changeFile(
         options.path,
         [&](sqlite::Connection const& connection)
@@ -269,7 +270,7 @@ std::string reportOf(Options const& options, Amounts const& amounts)
     return report;
 }
 
-/// `done` is what was done before, and remains when this fails.
+/// `done` reports the change that was made before and stays when this fails.
 void vacuum(std::string const& path, std::string const& done)
 {
     try
@@ -286,7 +287,7 @@ void vacuum(std::string const& path, std::string const& done)
 
 int trim(Options const& options, Output& output)
 {
-    // Checked before anything is opened.
+    // Check the options before anything is opened.
     if (!options.keep && !options.before)
     {
         throw Problem(STATUS_BAD_USAGE, "trim: --keep or --before is required");

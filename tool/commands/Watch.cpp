@@ -1,4 +1,4 @@
-// firaim watch: what other processes record, as they record it.
+// firaim watch: prints new faults and changed statistics as other processes write them.
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
@@ -27,9 +27,9 @@ namespace
 
 using std::chrono::milliseconds;
 
-/// Rows that are printed before statistics get their turn.
+/// Faults that are printed before statistics are polled.
 constexpr int kMostFaultsInARow = 1000;
-/// One wait of many: for somebody whom the file keeps waiting there is nothing to do in between.
+/// The timeout of one wait of many. It can be long, because there is nothing to do in between.
 constexpr milliseconds kLongestWait = std::chrono::hours(1);
 
 struct Options
@@ -46,7 +46,7 @@ bool isThere(std::string const& path)
     return stat(path.c_str(), &status) == 0;
 }
 
-/// Behind the fault that comes before the last ones that were asked for.
+/// The position before the newest faults that --last asks for.
 firaim::FollowPosition beginOf(Options const& options, FaultFile& file)
 {
     firaim::FaultQuery query;
@@ -69,7 +69,7 @@ class Follower
 public:
     Follower(Options const& options, Output& output) : Follower(options, output, FaultFile(options.path)) {}
 
-    /// Prints those that have come by now.
+    /// Prints those that have been written by now.
     void poll();
     /// Waits until there may be more.
     void wait() { static_cast<void>(m_follower.wait(kLongestWait)); }
@@ -88,7 +88,7 @@ private:
     Options const& m_options;
     Output& m_output;
     firaim::FaultFollower m_follower;
-    bool m_isGone = false; ///< there is no file of that name, which was reported
+    bool m_isGone = false; ///< the file is missing, which was reported
 };
 
 Follower::Follower(Options const& options, Output& output, FaultFile&& file)
@@ -144,7 +144,7 @@ void Follower::printStatistics()
     }
 }
 
-/// Says what has become of the file. It may only just be about to be created: its next change will tell.
+/// Reports why the file cannot be read. It may just be being created; its next change is looked at again.
 void Follower::giveReason(int result)
 {
     m_output.flush();
@@ -219,7 +219,7 @@ int watch(Options const& options, Output& output)
     }
     catch (interrupt::Interrupted const&)
     {
-        // To be interrupted is the way in which it ends.
+        // An interrupt is its normal end.
     }
     return STATUS_DONE;
 }
