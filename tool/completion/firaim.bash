@@ -1,5 +1,5 @@
-# Completion of firaim for bash. Commands, options and values are those that the program itself tells, called as it was
-# typed, so that they are never out of date. Where it tells none, bash completes file names.
+# Completion of firaim for bash. Commands, options and values are read from the help and messages of the program, called
+# as it was typed, so they are always up to date. Where there are none, bash completes file names.
 
 _firaim_ask()
 {
@@ -27,14 +27,14 @@ _firaim()
     done
 
     help=$(_firaim_ask ${command:+"$command"} --help)
-    # What the help names the value of the option before the cursor.
+    # The name that the help gives to the value of the option before the cursor.
     if [[ $previous =~ ^--[a-z-]+$ ]]; then
         value=$(sed -nE "s/^ {2,6}$previous ([A-Z]+)( .*)?\$/\1/p" <<<"$help")
     fi
     if [[ $value == CODE ]]; then
         words=$(_firaim_ask codes | awk 'NR > 1 { print $3 }')
     elif [[ $value ]]; then
-        # Refusing a value, the program lists those that there are. Without a file it does nothing else.
+        # The message about an invalid value lists the valid ones. Without a file the program does nothing else.
         words=$(_firaim_ask "$command" "$previous" '?' | sed -n 's/^[^{]*{\([^}]*\)}.*/\1/p' |
             sed 's/->[^,]*//g; s/,/ /g')
     elif [[ $current == -* ]]; then
