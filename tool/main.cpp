@@ -16,11 +16,13 @@ namespace
 using namespace tool;
 
 constexpr char kFooter[] = R"(
-Times are written and read as ISO 8601, in UTC unless --local is given. Results go to standard output, everything else
+'firaim COMMAND --help' lists the options of a command.
+
+Times are printed and read as ISO 8601, in UTC unless --local is given. Results go to standard output, everything else
 to standard error.
 
-Exit status: 0 done; 1 the answer is no: there is no such fault, 'check' found something, not all could be done; 2 bad
-usage; 3 the file cannot be used.)";
+Exit status: 0 done; 1 nothing found, a finding of 'check', or a line that 'record' refused; 2 bad usage; 3 a file,
+standard input or standard output cannot be used.)";
 
 void addCommands(CommandLine& line, Request& request)
 {
@@ -55,14 +57,14 @@ void flushQuietly(Output& output)
 
 int run(int argc, char** argv, Output& output)
 {
-    CommandLine line("firaim", "Records faults in a fault database, looks at it, follows it and hands it over.",
-                     kFooter, "firaim " FIRAIM_VERSION);
+    CommandLine line("firaim", "Record, list, follow, check and export the faults of a fault database.", kFooter,
+                     "firaim " FIRAIM_VERSION);
     Request request = {output, nullptr};
     addCommands(line, request);
     if (argc > 1 && argv[1][0] != '-' && !line.hasCommand(argv[1]))
     {
         throw Problem(STATUS_BAD_USAGE,
-                      "unknown command '" + std::string(argv[1]) + "'; --help lists those that there are");
+                      "unknown command '" + std::string(argv[1]) + "'; 'firaim --help' lists the commands");
     }
     if (auto const status = line.read(argc, argv, output))
     {

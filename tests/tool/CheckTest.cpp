@@ -45,7 +45,7 @@ protected:
     {
         return "removed: FdbFaultStatisticTbl row 2 (FaultCode " + reference +
                ", which is missing\nwhat to do (removed): nothing: 'firaim trim' removes the faults of inactive "
-               "statistics, which still count right\n";
+               "statistics, whose counts stay right\n";
     }
 };
 
@@ -118,7 +118,7 @@ TEST_F(CheckTest, FindsAKeyColumnThatIsNotTheKey)
 {
     expectFinding("DROP TABLE FdbVersionTbl; CREATE TABLE FdbVersionTbl (VersionEntryId INTEGER, Component VARCHAR, "
                   "Version VARCHAR); INSERT INTO FdbVersionTbl VALUES(1, 'FormatVersion', '1.0.0')",
-                  "schema: FdbVersionTbl column 'VersionEntryId' is not the key\n");
+                  "schema: FdbVersionTbl column 'VersionEntryId' must be the primary key and NOT NULL\n");
 }
 
 TEST_F(CheckTest, FindsAnotherStatementForTheSameColumns)
@@ -189,17 +189,18 @@ TEST_F(CheckTest, FindsTwoStatisticsOfOneCode)
 TEST_F(CheckTest, FindsEachKindOfDamagedCell)
 {
     std::vector<std::pair<std::string, std::string>> const damages = {
-        {"FaultCode = '42abc'", "FaultCode holds '42abc' and no whole number"},
-        {"FaultCode = 1.5", "FaultCode holds '1.5' and no whole number"},
-        {"FaultCode = -1", "FaultCode holds -1, which is no number of 32 bits"},
-        {"FaultCode = 4294967296", "FaultCode holds 4294967296, which is no number of 32 bits"},
+        {"FaultCode = '42abc'", "FaultCode holds '42abc', which is not a whole number"},
+        {"FaultCode = 1.5", "FaultCode holds '1.5', which is not a whole number"},
+        {"FaultCode = -1", "FaultCode holds -1, which is not an unsigned number of 32 bits"},
+        {"FaultCode = 4294967296", "FaultCode holds 4294967296, which is not an unsigned number of 32 bits"},
         {"TimeStampUTC = NULL", "TimeStampUTC is NULL"},
-        {"TimeStampUTC = 9223372036854775808", "TimeStampUTC holds '9.22337203685478e+18' and no whole number"},
+        {"TimeStampUTC = 9223372036854775808",
+         "TimeStampUTC holds '9.22337203685478e+18', which is not a whole number"},
         {"Description = NULL", "Description is NULL"},
         {"Description = x'00'", "Description holds a blob"},
         {"Description = CAST(x'610062' AS TEXT)", "Description holds a text with a zero byte"},
-        {"Status = 'active'", "Status holds 'active', which is no status"},
-        {"Status = ''", "Status holds '', which is no status"},
+        {"Status = 'active'", "Status holds 'active', which is not a status"},
+        {"Status = ''", "Status holds '', which is not a status"},
     };
     for (auto const& [damage, finding] : damages)
     {
@@ -208,8 +209,9 @@ TEST_F(CheckTest, FindsEachKindOfDamagedCell)
             "UPDATE FdbFaultTbl SET (FaultCode, TimeStampUTC, Description, Status) = (1285, 1935630122000, "
             "'', 'ErrorInactive') WHERE EntryId = 2");
     }
-    expectFinding("UPDATE FdbFaultStatisticTbl SET OccurenceCnt = 65536 WHERE EntryId = 1",
-                  "cell: FdbFaultStatisticTbl row 1: OccurenceCnt holds 65536, which is no number of 16 bits");
+    expectFinding(
+        "UPDATE FdbFaultStatisticTbl SET OccurenceCnt = 65536 WHERE EntryId = 1",
+        "cell: FdbFaultStatisticTbl row 1: OccurenceCnt holds 65536, which is not an unsigned number of 16 bits");
 }
 
 TEST_F(CheckTest, FindsDamagedPages)

@@ -142,7 +142,7 @@ TEST_F(ListTest, AnUnknownNameInAFilterIsReported)
         {{"--since", "2032-01-01"}, "no fault is dated 2032-01-01T00:00:00.000Z or later"},
         {{"--until", "2030-12-31"}, "no fault is dated before 2031-01-01T00:00:00.000Z"},
         {{"--after", "3"}, "there is no fault after key 3"},
-        {{"--startup", "1", "--code", "FC_SENSOR_TIMEOUT"}, "no fault answers to all that was asked for"},
+        {{"--startup", "1", "--code", "FC_SENSOR_TIMEOUT"}, "no fault matches all filters"},
     };
     for (auto const& [options, reason] : unknown)
     {

@@ -129,16 +129,16 @@ TEST_F(RecordLinesTest, RecordsLinesFromStandardInputAndReportsRefusedOnes)
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.output, "1\n2\n3\n");
     EXPECT_EQ(outcome.errors,
-              "firaim: line 4: FaultCode: unknown fault code 'FC_NONSENSE'; 'firaim codes' lists those that there are\n"
+              "firaim: line 4: FaultCode: unknown fault code 'FC_NONSENSE'; 'firaim codes' lists the known codes\n"
               "firaim: line 5: unknown field 'Descripton'\n"
               "firaim: line 6: Description: must be a text\n"
-              "firaim: line 7: Description: holds a zero byte, which a text in the file cannot\n"
+              "firaim: line 7: Description: has a zero byte, which the file cannot store\n"
               "firaim: line 8: FaultCode: must be a whole number from 0 to 4294967295\n"
               "firaim: line 9: Status: must be \"ErrorActive\" or \"ErrorInactive\"\n"
-              "firaim: line 10: a field holds a list or an object\n"
+              "firaim: line 10: the value of a field is a list or an object\n"
               "firaim: line 11: FaultCode is missing\n"
-              "firaim: line 12: no JSON object\n"
-              "firaim: line 13: no JSON, at byte 14\n"
+              "firaim: line 12: not a JSON object\n"
+              "firaim: line 13: not valid JSON at byte 14\n"
               "firaim: line 14: FaultCode is missing\n"
               "firaim: line 15: number out of range\n"
               "firaim: line 16: 'code' is given twice\n"

@@ -34,7 +34,8 @@ TEST_F(TriggerTest, AnEndlessTriggerIsInterrupted)
         EXPECT_EQ(outcome.status, 3) << command[0];
         EXPECT_EQ(outcome.errors,
                   "firaim: " + path +
-                      ": a statement that runs triggers of the file takes longer than 5 s; nothing of it was stored\n");
+                      ": a statement that runs triggers of the file takes longer than 5 s; 'firaim check' lists the "
+                      "triggers; nothing of it was stored\n");
         EXPECT_TRUE(readFile(path) == before) << command[0];
     }
 }
@@ -75,7 +76,7 @@ TEST_F(RenumberTest, ExitsWithStatus1WhenNoRowHasTheId)
 {
     Outcome const outcome = runTool({"renumber", path, "--from", "9", "--to", "3"});
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.errors, HasSubstr("nothing has the start-up id 9"));
+    EXPECT_THAT(outcome.errors, HasSubstr("no fault or statistic has the start-up id 9"));
 }
 
 TEST_F(RenumberTest, MovesOneOfTheStatisticsThatShareACode)

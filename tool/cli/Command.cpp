@@ -8,12 +8,12 @@ namespace tool
 
 void addFile(Command& command, std::string& path)
 {
-    command.argument("FILE", path, "The fault database");
+    command.argument("FILE", path, "Fault database");
 }
 
 void addJson(Command& command, bool& isJson)
 {
-    command.flag("--json", isJson, "Print JSON and no table");
+    command.flag("--json", isJson, "Print JSON");
 }
 
 void addTimeStyle(Command& command, TimeStyle& style)
@@ -28,7 +28,7 @@ void addTimeStyle(Command& command, TimeStyle& style)
     {
         names.push_back(unit.first);
     }
-    command.flag("--local", style.isLocal, "Times in the time zone of this machine and not in UTC");
+    command.flag("--local", style.isLocal, "Read and print times in the local time zone, not in UTC");
     command
         .text(
             "--time-unit", [&style](std::string const& name) { style.unit = units.at(name); },
@@ -43,9 +43,9 @@ void addFilters(Command& command, FilterOptions& filter)
     command.number("--startup", filter.startup, "Faults recorded under this start-up id");
     command.flag("--active", filter.isActiveOnly, "Faults recorded as active");
     command.text("--since", filter.since, "Faults from this time on, such as 2031-05-04 or 2031-05-04T03:02Z", "TIME");
-    command.text("--until", filter.until, "Faults up to this time; a day counts to its end", "TIME");
-    command.text("--grep", filter.grep, "Faults that mention this text; case does not matter", "TEXT");
-    command.number("--after", filter.after, "Faults with a larger key", "ID");
+    command.text("--until", filter.until, "Faults up to this time; a date includes its whole day", "TIME");
+    command.text("--grep", filter.grep, "Faults that contain this text, ignoring case", "TEXT");
+    command.number("--after", filter.after, "Faults with a key larger than ID", "ID");
 }
 
 } // namespace tool

@@ -152,7 +152,7 @@ CommandLine::CommandLine(std::string const& program, std::string const& descript
 {
     m_app->formatter(std::make_shared<HelpFormatter>()); // Before commands are added: they inherit it.
     m_app->failure_message([](CLI::App const*, CLI::Error const& problem)
-                           { return "firaim: " + escape(problem.what()) + "; --help tells more\n"; });
+                           { return "firaim: " + escape(problem.what()) + "; see --help\n"; });
     m_app->require_subcommand(1);
     m_app->set_version_flag("--version", version);
     m_app->footer(footer);

@@ -186,25 +186,27 @@ void requireFreeName(Options const& options)
     {
         if (from.st_dev == to.st_dev && from.st_ino == to.st_ino)
         {
-            throw Problem(STATUS_BAD_USAGE, "backup: the copy would replace the file itself");
+            throw Problem(STATUS_BAD_USAGE, "backup: the copy would replace the file itself; choose another name");
         }
         if (!S_ISREG(to.st_mode))
         {
-            throw Problem(STATUS_BAD_FILE, options.copy + ": is no regular file, and is not replaced");
+            throw Problem(STATUS_BAD_FILE,
+                          options.copy + ": is no regular file, and is not replaced; choose another name");
         }
     }
     for (char const* const suffix : {"-journal", "-wal"})
     {
         if (options.copy == options.path + suffix)
         {
-            throw Problem(STATUS_BAD_USAGE, "backup: of that name, the copy would be taken for a journal of the file");
+            throw Problem(STATUS_BAD_USAGE,
+                          "backup: a copy of that name would be taken for a journal of the file; choose another name");
         }
         // SQLite would take it for the copy's own and roll it back into the copy.
         if (isThere(options.copy + suffix))
         {
             throw Problem(STATUS_BAD_FILE, options.copy + suffix +
-                                               ": belongs to another file of that name; remove it or name the copy "
-                                               "otherwise");
+                                               ": belongs to another file of that name; remove it or choose another "
+                                               "name for the copy");
         }
     }
 }
@@ -239,8 +241,8 @@ void addBackup(CommandLine& line, Request& request)
         line.add("backup", "Make a consistent copy while others write", "  firaim backup faults.db copy.db");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
-    command.argument("COPY", options->copy, "The file to create");
-    command.flag("--force", options->isForced, "Replace a file that is there");
+    command.argument("COPY", options->copy, "File to create");
+    command.flag("--force", options->isForced, "Replace an existing file");
     runWith(command, request, options, backup);
 }
 

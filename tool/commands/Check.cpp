@@ -43,19 +43,19 @@ constexpr FindingKind kVersion = {"version",
                                   "it, or restore a backup",
                                   true};
 constexpr FindingKind kReference = {"reference",
-                                    "'firaim trim' removes no such fault: the statistic still counts right, and is "
-                                    "put right when the fault occurs again",
+                                    "'firaim trim' removes no such fault: the count of the statistic is still right, "
+                                    "and the reference is corrected when the fault occurs again",
                                     true};
 constexpr FindingKind kRemoved = {"removed",
-                                  "nothing: 'firaim trim' removes the faults of inactive statistics, which still "
-                                  "count right",
+                                  "nothing: 'firaim trim' removes the faults of inactive statistics, whose counts "
+                                  "stay right",
                                   false};
 constexpr FindingKind kStatistic = {"statistic",
-                                    "applications keep one row for each code: the library writes all of them when "
-                                    "the fault occurs again, and reads the first",
+                                    "there should be one row for each code: the library reads the first, and writes "
+                                    "all of them when the fault occurs again",
                                     true};
 constexpr FindingKind kCell = {"cell",
-                               "applications read something else than was recorded: look at the row with 'firaim "
+                               "applications read another value than the file holds: look at the row with 'firaim "
                                "export --format sql'",
                                true};
 
@@ -299,7 +299,7 @@ int check(Options const& options, Output& output)
 
 void addCheck(CommandLine& line, Request& request)
 {
-    Command command = line.add("check", "Say what is wrong with a file and what can be done; changes nothing",
+    Command command = line.add("check", "Report problems of a file, with advice; the file is not changed",
                                "  firaim check faults.db");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);

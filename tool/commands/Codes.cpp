@@ -38,7 +38,7 @@ int listCodes(Options const& options, Output& output)
 
 void addCodes(CommandLine& line, Request& request)
 {
-    Command command = line.add("codes", "List the fault codes by name and number", "  firaim codes");
+    Command command = line.add("codes", "List the known fault codes by number and name", "  firaim codes");
     auto const options = std::make_shared<Options>();
     addJson(command, options->isJson);
     runWith(command, request, options, listCodes);

@@ -49,7 +49,7 @@ void requireReplaceable(Options const& options)
     struct stat status = {};
     if (lstat(options.path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
     {
-        throw Problem(STATUS_BAD_FILE, options.path + ": is no regular file, and is not replaced");
+        throw Problem(STATUS_BAD_FILE, options.path + ": is no regular file, and is not replaced; choose another name");
     }
 }
 
@@ -75,17 +75,17 @@ int create(Options const& options, Output&)
         static_cast<void>(std::remove((options.path + "-journal").c_str()));
     }
     throw Problem(STATUS_BAD_FILE, options.path + ": cannot be created (" + std::to_string(result) +
-                                       "); see that its folder is there and can be written to");
+                                       "); check that its folder exists and can be written to");
 }
 
 } // namespace
 
 void addCreate(CommandLine& line, Request& request)
 {
-    Command command = line.add("create", "Create a fault database", "  firaim create faults.db");
+    Command command = line.add("create", "Create an empty fault database", "  firaim create faults.db");
     auto const options = std::make_shared<Options>();
-    command.argument("FILE", options->path, "The file to create");
-    command.flag("--force", options->isForced, "Replace a file that is there; what it holds is lost");
+    command.argument("FILE", options->path, "File to create");
+    command.flag("--force", options->isForced, "Replace an existing file, whose content is lost");
     runWith(command, request, options, create);
 }
 

@@ -52,7 +52,7 @@ std::vector<TableSchema const*> tablesFor(Options const& options)
                                                                     : "all";
     if (table != "faults" && options.filter.areSet())
     {
-        throw Problem(STATUS_BAD_USAGE, "export: filters choose among faults; leave --table away, or say faults");
+        throw Problem(STATUS_BAD_USAGE, "export: filters apply to faults only; omit --table or give --table faults");
     }
     if (table == "all")
     {
@@ -167,16 +167,17 @@ void addExport(CommandLine& line, Request& request)
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
     command
-        .text("--format", options->format,
-              "csv (with a heading, quoted as RFC 4180 says), json (an object with a list for each table), jsonl (an "
-              "object on each line) or sql (statements that make the tables anew)",
-              "FORMAT")
+        .text(
+            "--format", options->format,
+            "csv (with a heading line, quoted as in RFC 4180), json (an object with a list for each table), jsonl (an "
+            "object on each line) or sql (statements that create the tables and rows)",
+            "FORMAT")
         .require()
         .allow({"csv", "json", "jsonl", "sql"});
     command
         .text("--table", options->table,
-              "faults, statistics, versions or all; all for json and sql without filters, otherwise faults; csv and "
-              "jsonl hold one",
+              "faults, statistics, versions or all; default: all for json and sql without filters, otherwise faults; "
+              "csv and jsonl hold one table",
               "TABLE")
         .allow({"faults", "statistics", "versions", "all"});
     addFilters(command, options->filter);

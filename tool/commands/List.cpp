@@ -79,7 +79,7 @@ void addList(CommandLine& line, Request& request)
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
     addFilters(command, options->filter);
-    command.number("--last", options->last, "No more than the newest N of them");
+    command.number("--last", options->last, "At most the newest N of these faults");
     addTimeStyle(command, options->style);
     addJson(command, options->isJson);
     runWith(command, request, options, list);

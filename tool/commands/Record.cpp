@@ -175,17 +175,17 @@ int clear(Options const& options, Output& output)
 std::vector<Option> addFaultOptions(Command& command, Options& options)
 {
     firaim::FaultEvent& event = options.event;
-    return {command.text("--module", options.module, "Module that reports it", "NAME"),
-            command.text("--param", options.parameter, "Parameter", "TEXT"),
-            command.text("--description", event.description, "Description", "TEXT"),
+    return {command.text("--module", options.module, "Module that reports the fault", "NAME"),
+            command.text("--param", options.parameter, "Parameter of the fault", "TEXT"),
+            command.text("--description", event.description, "Description of the fault", "TEXT"),
             command.number("--startup", event.startupId,
-                           "Start-up id; if absent, the largest that the newest fault and the statistics have"),
-            command.text("--time", options.time, "Time, such as 2031-05-04T03:02:01Z; now if absent", "TIME"),
-            command.text("--time-zone", event.timeZone, "Time zone of the device; UTC if absent", "TEXT"),
-            command.text("--signals-file", event.signalsFile, "File with dumped signals", "NAME"),
-            command.text("--config-backup", event.configBackup, "Configuration backup", "NAME"),
-            command.number("--up-time", event.upTime, "Up-time of the device"),
-            command.number("--life-time", event.lifeTime, "Life-time of the device")};
+                           "Start-up id; default: the largest of the newest fault and the statistics"),
+            command.text("--time", options.time, "Time, such as 2031-05-04T03:02:01Z; default: now", "TIME"),
+            command.text("--time-zone", event.timeZone, "Time zone of the device, only stored; default: UTC", "TEXT"),
+            command.text("--signals-file", event.signalsFile, "Name of the file with dumped signals", "NAME"),
+            command.text("--config-backup", event.configBackup, "Name of the configuration backup", "NAME"),
+            command.number("--up-time", event.upTime, "Up-time of the device, in its own unit; default: 0"),
+            command.number("--life-time", event.lifeTime, "Life-time of the device, in its own unit; default: 0")};
 }
 
 } // namespace
@@ -198,15 +198,15 @@ void addRecord(CommandLine& line, Request& request)
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
     std::vector<Option> described = {
-        command.text("--code", options->code, "Its code, by name or number", "CODE"),
-        command.flag("--inactive", options->isInactive, "It is over: recorded as inactive, and not counted")};
+        command.text("--code", options->code, "Fault code, by name or number", "CODE"),
+        command.flag("--inactive", options->isInactive, "Record the fault as inactive; it is not counted")};
     for (Option const& option : addFaultOptions(command, *options))
     {
         described.push_back(option);
     }
     Option input = command.flag("--stdin", options->isFromInput,
-                                "Read many from standard input, each a line of JSON; the fields are the columns of the "
-                                "file or these options");
+                                "Record many faults from standard input, one JSON object per line; its fields are "
+                                "named like the columns of the file or these options");
     for (Option const& option : described)
     {
         input.exclude(option);
@@ -217,11 +217,12 @@ void addRecord(CommandLine& line, Request& request)
 
 void addClear(CommandLine& line, Request& request)
 {
-    Command command = line.add("clear", "Mark the statistic of a code as inactive and record that the fault is over",
-                               "  firaim clear faults.db --code FC_BUS_OFF");
+    Command command =
+        line.add("clear", "Record the active faults of a code as inactive and update its statistic; print their keys",
+                 "  firaim clear faults.db --code FC_BUS_OFF");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
-    command.text("--code", options->code, "The code, by name or number", "CODE").require();
+    command.text("--code", options->code, "Fault code, by name or number", "CODE").require();
     addFaultOptions(command, *options);
     addTimeStyle(command, options->style);
     runWith(command, request, options, clear);

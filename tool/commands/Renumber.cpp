@@ -103,7 +103,8 @@ int renumber(Options const& options, Output& output)
         [&](sqlite::Connection const& connection) { return row.isMoved(connection); });
     if (faults + statistics == 0)
     {
-        throw Problem(STATUS_NO, options.path + ": nothing has the start-up id " + std::to_string(options.from));
+        throw Problem(STATUS_NO,
+                      options.path + ": no fault or statistic has the start-up id " + std::to_string(options.from));
     }
     reportDone("moved " + counted(faults, "fault") + " and " + counted(statistics, "statistic") + " from start-up id " +
                    std::to_string(options.from) + " to " + std::to_string(options.to),
@@ -119,8 +120,8 @@ void addRenumber(CommandLine& line, Request& request)
                                "  firaim renumber faults.db --from 7 --to 8");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
-    command.number("--from", options->from, "The start-up id that they have").require();
-    command.number("--to", options->to, "The start-up id that they are to get").require();
+    command.number("--from", options->from, "Present start-up id").require();
+    command.number("--to", options->to, "New start-up id").require();
     runWith(command, request, options, renumber);
 }
 

@@ -90,7 +90,7 @@ void addShow(CommandLine& line, Request& request)
     Command command = line.add("show", "Show every field of one fault", "  firaim show faults.db 17");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
-    command.number("ID", options->key, "Its key", "").require();
+    command.number("ID", options->key, "Key of the fault", "").require();
     addTimeStyle(command, options->style);
     addJson(command, options->isJson);
     runWith(command, request, options, show);

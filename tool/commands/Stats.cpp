@@ -140,12 +140,12 @@ void addStats(CommandLine& line, Request& request)
                                "  firaim stats faults.db --sort last");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
-    command.flag("--active", options->isActiveOnly, "Only those of faults that are active now");
+    command.flag("--active", options->isActiveOnly, "Only statistics that are active now");
     command
         .text("--sort", options->order,
               "Order: count (largest first), last (latest first), first (earliest first), active, name, code", "BY")
         .allow({"count", "last", "first", "active", "name", "code"});
-    command.flag("--reverse", options->isReversed, "The other way round");
+    command.flag("--reverse", options->isReversed, "Reverse the order");
     addTimeStyle(command, options->style);
     addJson(command, options->isJson);
     runWith(command, request, options, stats);

@@ -301,7 +301,7 @@ int summarize(Options const& options, Output& output)
 
 void addSummary(CommandLine& line, Request& request)
 {
-    Command command = line.add("summary", "Show what a file holds on one page", "  firaim summary faults.db");
+    Command command = line.add("summary", "Summarize a file on one page", "  firaim summary faults.db");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
     addTimeStyle(command, options->style);

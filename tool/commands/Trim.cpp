@@ -315,16 +315,16 @@ int trim(Options const& options, Output& output)
 void addTrim(CommandLine& line, Request& request)
 {
     Command command =
-        line.add("trim", "Remove old faults, but none that something active needs; keys are never used again",
+        line.add("trim", "Remove old faults, but none that is needed to tell what is active; keys are never reused",
                  "  firaim trim faults.db --keep 10000 --dry-run\n"
                  "  firaim trim faults.db --before 2031-01-01 --vacuum");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
-    Option const keep = command.number("--keep", options->keep, "Keep the newest N");
-    command.text("--before", options->before, "Remove those before this time; those without a time stay", "TIME")
+    Option const keep = command.number("--keep", options->keep, "Keep the newest N faults");
+    command.text("--before", options->before, "Remove faults before this time; faults without a time stay", "TIME")
         .exclude(keep);
-    command.flag("--vacuum", options->isVacuumed, "Give the space that becomes free back to the file system");
-    command.flag("--dry-run", options->isDryRun, "Only say what would be removed");
+    command.flag("--vacuum", options->isVacuumed, "Return the freed space to the file system");
+    command.flag("--dry-run", options->isDryRun, "Only print how many faults would be removed");
     addTimeStyle(command, options->style);
     runWith(command, request, options, trim);
 }

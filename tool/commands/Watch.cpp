@@ -101,7 +101,7 @@ void Follower::poll()
     if (m_isGone && isThere(m_options.path))
     {
         m_isGone = false;
-        complain(m_options.path + ": it is back");
+        complain(m_options.path + ": the file is back");
     }
     bool isMore = true;
     while (isMore)
@@ -228,11 +228,11 @@ int watch(Options const& options, Output& output)
 
 void addWatch(CommandLine& line, Request& request)
 {
-    Command command = line.add("watch", "Follow new faults and changing statistics until interrupted",
+    Command command = line.add("watch", "Follow new faults and changed statistics until interrupted",
                                "  firaim watch faults.db --last 10");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
-    command.number("--last", options->last, "Begin with the newest N faults that are there");
+    command.number("--last", options->last, "Begin with the newest N existing faults");
     addTimeStyle(command, options->style);
     addJson(command, options->isJson);
     runWith(command, request, options, watch);

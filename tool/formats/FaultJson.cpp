@@ -46,7 +46,7 @@ std::string& textIn(Value const& value)
     }
     if (value.text->find('\0') != std::string::npos)
     {
-        throw std::invalid_argument("holds a zero byte, which a text in the file cannot");
+        throw std::invalid_argument("has a zero byte, which the file cannot store");
     }
     return *value.text;
 }
@@ -189,7 +189,7 @@ public:
     {
         if (!m_isObject)
         {
-            throw std::invalid_argument("no JSON object");
+            throw std::invalid_argument("not a JSON object");
         }
         if (!m_hasCode)
         {
@@ -264,7 +264,7 @@ public:
         // The parser's error for a number that is too large.
         constexpr int kOutOfRange = 406;
         throw std::invalid_argument(problem.id == kOutOfRange ? "number out of range"
-                                                              : "no JSON, at byte " + std::to_string(position));
+                                                              : "not valid JSON at byte " + std::to_string(position));
     }
 
 private:
@@ -273,7 +273,7 @@ private:
     {
         if (m_isObject || m_isIn)
         {
-            throw std::invalid_argument("a field holds a list or an object");
+            throw std::invalid_argument("the value of a field is a list or an object");
         }
     }
 

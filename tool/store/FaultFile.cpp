@@ -132,13 +132,13 @@ void changeInTransaction(sqlite::Connection const& connection, FileAction const&
 
 [[noreturn]] bool tellNothing(sqlite::Connection const&)
 {
-    throw Problem(STATUS_BAD_FILE, "a trigger in the file hides it");
+    throw Problem(STATUS_BAD_FILE, "a trigger in the file hides the change");
 }
 
 [[noreturn]] void tellUnknown(Problem const& problem, std::string const& reason)
 {
-    throw Problem(problem.status(),
-                  std::string(problem.what()) + "; and whether it is on the storage is not known: " + reason);
+    throw Problem(problem.status(), std::string(problem.what()) + "; it is not known whether the change is stored (" +
+                                        reason + "): look at the file before trying again");
 }
 
 /// After a commit that failed with `problem`: looks for the change in the file, and makes what it finds durable.
@@ -203,7 +203,7 @@ FaultFile::FaultFile(std::string const& path, std::chrono::milliseconds busyTime
     if (version != FdbSqlVersionTbl::kFormatVersion)
     {
         complain(path + ": format version " + version + " is not " + FdbSqlVersionTbl::kFormatVersion +
-                 ", read as far as the two are alike");
+                 "; the file is read as far as the two formats agree");
     }
 }
 
@@ -312,7 +312,8 @@ std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const&
         if (watch && (error.kind() == SQLITE_INTERRUPT || error.kind() == SQLITE_AUTH))
         {
             interrupt::check();
-            throw Problem(STATUS_BAD_FILE, path + ": a statement that runs triggers of the file takes longer than 5 s");
+            throw Problem(STATUS_BAD_FILE, path + ": a statement that runs triggers of the file takes longer than 5 s; "
+                                                  "'firaim check' lists the triggers");
         }
         throw;
     }

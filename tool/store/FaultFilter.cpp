@@ -67,7 +67,7 @@ FaultFilter::FaultFilter(FilterOptions const& options, TimeStyle const& style, F
 {
     if (options.after == std::numeric_limits<long long>::max())
     {
-        throw Problem(STATUS_BAD_USAGE, "no key is larger than " + std::to_string(*options.after));
+        throw Problem(STATUS_BAD_USAGE, "--after: no key is larger than " + std::to_string(*options.after));
     }
     m_query.timeUnit = style.unit;
     m_query.afterKey = options.after;
@@ -136,7 +136,7 @@ void FaultFilter::reportUnanswered() const
     }
     if (!isAnyUnanswered)
     {
-        complain(isEmpty() ? "there is no fault" + among : "no fault" + among + " answers to all that was asked for");
+        complain(isEmpty() ? "there is no fault" + among : "no fault" + among + " matches all filters");
     }
 }
 

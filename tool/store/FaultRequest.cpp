@@ -21,8 +21,8 @@ unsigned long long requireStamp(std::int64_t milliseconds, TimeUnit unit, TimeSt
     if (!read || *read / kSecond != milliseconds / kSecond)
     {
         throw std::invalid_argument(
-            "this time cannot be stored: in the unit of the file it would be read as another one "
-            "or as none; --time-unit chooses the unit");
+            "this time cannot be stored: in the unit of the file it would be read as another time "
+            "or as none; choose the unit with --time-unit");
     }
     return *stamp;
 }
@@ -85,8 +85,7 @@ void FaultCompleter::warnOfSharedCode(std::uint64_t code)
     }
     if (m_sharedCodes->erase(static_cast<unsigned int>(code)) > 0)
     {
-        complain(m_path + ": several statistics have the code " + std::to_string(code) +
-                 "; the first is kept up, the others stay as they are");
+        complain(m_path + ": several statistics have the code " + std::to_string(code) + "; only the first is updated");
     }
 }
 

@@ -171,7 +171,8 @@ void LineRecorder::reportBatch(std::vector<firaim::Receipt> const& receipts)
     int const result = decided < receipts.size() ? receipts[decided].result : static_cast<int>(firaim::HISTORY_OK);
     if (result == firaim::HISTORY_UNKNOWN)
     {
-        complain(textOf(m_lines.front(), m_lines.back()) + ": recorded or not, which cannot be seen now");
+        complain(textOf(m_lines.front(), m_lines.back()) +
+                 ": not known whether recorded; look into the file before recording again");
         m_events.clear();
         m_lines.clear();
     }

@@ -114,7 +114,7 @@ void SchemaCheck::checkColumn(TableSchema const& schema, Column const& expected,
     }
     else if (isKey ? !found.isKey : found.isSomeKey)
     {
-        report(place + (isKey ? " is not the key" : " must not be a key, and may be empty"));
+        report(place + (isKey ? " must be the primary key and NOT NULL" : " must be neither a key nor NOT NULL"));
     }
 }
 

@@ -94,7 +94,7 @@ std::string unknownCodeText(std::string const& text)
         }
     }
     return "unknown fault code '" + text + "'" +
-           (suggestions.empty() ? "; 'firaim codes' lists those that there are" : suggestions + "?");
+           (suggestions.empty() ? "; 'firaim codes' lists the known codes" : suggestions + "?");
 }
 
 } // namespace tool

@@ -181,7 +181,7 @@ Period requireTime(std::string const& text, TimeStyle const& style)
     if (!period)
     {
         throw Problem(STATUS_BAD_USAGE,
-                      "'" + text + "' is no time; write it as 2031-05-04, 2031-05-04T03:02 or 2031-05-04T03:02:01Z");
+                      "'" + text + "' is not a time; write it as 2031-05-04, 2031-05-04T03:02 or 2031-05-04T03:02:01Z");
     }
     return *period;
 }

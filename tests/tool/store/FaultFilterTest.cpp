@@ -255,7 +255,7 @@ TEST_F(FaultFilterTest, RefusesTheLargestKey)
 {
     static constexpr long long kLargest = std::numeric_limits<long long>::max();
     EXPECT_EQ(problemOf(options({[](FilterOptions& o) { o.after = kLargest; }})),
-              "no key is larger than 9223372036854775807");
+              "--after: no key is larger than 9223372036854775807");
     EXPECT_THAT(keys(options({[](FilterOptions& o) { o.after = kLargest - 1; }})), IsEmpty());
     EXPECT_THAT(keys(options({[](FilterOptions& o) { o.after = std::numeric_limits<long long>::min(); }})),
                 ElementsAre(4, 3, 2, 1));
@@ -323,9 +323,9 @@ TEST_F(FaultFilterTest, ReportsThatNoFaultMatchesAllOptionsThoughEachIsMatched)
     FilterOptions options;
     options.code = "FC_SENSOR_TIMEOUT";
     options.isActiveOnly = true;
-    EXPECT_EQ(reportOf(options), "firaim: no fault answers to all that was asked for\n");
+    EXPECT_EQ(reportOf(options), "firaim: no fault matches all filters\n");
     options.after = 1;
-    EXPECT_EQ(reportOf(options), "firaim: no fault after key 1 answers to all that was asked for\n");
+    EXPECT_EQ(reportOf(options), "firaim: no fault after key 1 matches all filters\n");
 }
 
 TEST_F(FaultFilterTest, ReportsTheKeyBehindWhichNoFaultMatches)
