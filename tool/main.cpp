@@ -89,27 +89,27 @@ int main(int argc, char** argv)
 {
     try
     {
-        holdStandardDescriptors();
+        reserveStandardDescriptors();
         interrupt::install();
         Output output;
         return run(argc, argv, output);
     }
     catch (interrupt::Interrupted const&)
     {
-        interrupt::dieOfIt();
+        interrupt::terminateByPendingSignal();
     }
-    catch (ReaderGone const&)
+    catch (BrokenPipe const&)
     {
-        interrupt::dieOf(SIGPIPE);
+        interrupt::terminateBySignal(SIGPIPE);
     }
     catch (Problem const& problem)
     {
-        complain(problem.what());
+        printMessage(problem.what());
         return problem.status();
     }
     catch (std::exception const& problem)
     {
-        complain(problem.what());
+        printMessage(problem.what());
         return STATUS_BAD_FILE;
     }
 }

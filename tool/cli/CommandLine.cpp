@@ -60,11 +60,11 @@ Number requireNumber(std::string const& name, std::string const& text)
 }
 
 /// Prints help and version to `output`, errors to standard error; returns the exit status.
-int explain(CLI::App const& app, CLI::ParseError const& problem, Output& output)
+int printParseResult(CLI::App const& app, CLI::ParseError const& problem, Output& output)
 {
     std::ostringstream results;
-    std::ostringstream complaints;
-    int const code = app.exit(problem, results, complaints);
+    std::ostringstream errors;
+    int const code = app.exit(problem, results, errors);
     std::string text = results.str();
     if (!text.empty() && text.back() != '\n')
     {
@@ -72,7 +72,7 @@ int explain(CLI::App const& app, CLI::ParseError const& problem, Output& output)
     }
     output.write(text);
     output.flush();
-    std::cerr << complaints.str() << std::flush;
+    std::cerr << errors.str() << std::flush;
     return code == 0 ? STATUS_DONE : STATUS_BAD_USAGE;
 }
 
@@ -183,7 +183,7 @@ std::optional<int> CommandLine::read(int argc, char const* const* argv, Output& 
     }
     catch (CLI::ParseError const& problem)
     {
-        return explain(*m_app, problem, output);
+        return printParseResult(*m_app, problem, output);
     }
 }
 

@@ -32,7 +32,7 @@ constexpr int kGrowth = 8;
 constexpr int kMostPagesAtOnce = INT_MAX / kGrowth;
 constexpr int kPauseMs = 5;
 /// Busy timeouts until the backup fails: a minute in all.
-constexpr int kMostBusy = 12;
+constexpr int kMostTimeouts = 12;
 
 struct Options
 {
@@ -41,7 +41,7 @@ struct Options
     bool isForced = false;
 };
 
-bool isThere(std::string const& path)
+bool pathExists(std::string const& path)
 {
     struct stat status = {};
     return lstat(path.c_str(), &status) == 0;
@@ -144,12 +144,12 @@ void copyPages(sqlite::Connection const& from, sqlite::Connection const& to, Opt
     }
     int pagesAtOnce = kPagesAtOnce;
     int left = INT_MAX;
-    int busy = 0;
+    int timeouts = 0;
     while (true)
     {
-        interrupt::check();
+        interrupt::throwIfPending();
         int const code = sqlite3_backup_step(backup.get(), pagesAtOnce);
-        if (code == SQLITE_BUSY && ++busy < kMostBusy)
+        if (code == SQLITE_BUSY && ++timeouts < kMostTimeouts)
         {
             continue; // The step has waited for its busy timeout.
         }
@@ -176,7 +176,7 @@ void copyPages(sqlite::Connection const& from, sqlite::Connection const& to, Opt
 
 void requireFreeName(Options const& options)
 {
-    if (isThere(options.copy) && !options.isForced)
+    if (pathExists(options.copy) && !options.isForced)
     {
         throw Problem(STATUS_BAD_FILE, options.copy + ": exists already; --force replaces it");
     }
@@ -202,7 +202,7 @@ void requireFreeName(Options const& options)
                           "backup: a copy of that name would be taken for a journal of the file; choose another name");
         }
         // SQLite would take it for the copy's own and roll it back into the copy.
-        if (isThere(options.copy + suffix))
+        if (pathExists(options.copy + suffix))
         {
             throw Problem(STATUS_BAD_FILE, options.copy + suffix +
                                                ": belongs to another file of that name; remove it or choose another "

@@ -93,10 +93,10 @@ private:
     void checkReferences();
     void checkCells();
     void checkCells(TableSchema const& schema, firaim::FaultReader& reader);
-    void checkRow(RowCursor const& row, TableSchema const& schema, std::vector<bool> const& isThere);
+    void checkRow(RowCursor const& row, TableSchema const& schema, std::vector<bool> const& isPresent);
     /// Runs a part of the check; an error of SQLite about the content of the file is a finding, too.
     template <class Part>
-    bool attempt(Part const& part);
+    bool runPart(Part const& part);
 
     std::string const m_path;
     Output& m_output;
@@ -106,7 +106,7 @@ private:
 };
 
 template <class Part>
-bool Checker::attempt(Part const& part)
+bool Checker::runPart(Part const& part)
 {
     try
     {
@@ -128,7 +128,7 @@ bool Checker::attempt(Part const& part)
 
 void Checker::checkIntegrity()
 {
-    attempt(
+    runPart(
         [&]
         {
             sqlite::Statement statement = m_connection.prepare("PRAGMA integrity_check(20)");
@@ -150,10 +150,10 @@ bool Checker::checkSchema()
     for (TableSchema const* const schema : allSchemas())
     {
         bool isTableReadable = false;
-        attempt([&] { isTableReadable = m_schemaCheck.checkTable(*schema); });
+        runPart([&] { isTableReadable = m_schemaCheck.checkTable(*schema); });
         isReadable = isReadable && isTableReadable;
     }
-    attempt([&] { m_schemaCheck.checkExtras(); });
+    runPart([&] { m_schemaCheck.checkExtras(); });
     return isReadable;
 }
 
@@ -172,7 +172,7 @@ std::vector<std::string> Checker::readFormatVersions() const
 
 void Checker::checkVersion()
 {
-    attempt(
+    runPart(
         [&]
         {
             std::vector<std::string> const versions = readFormatVersions();
@@ -194,7 +194,7 @@ void Checker::checkVersion()
 
 void Checker::checkStatistics()
 {
-    attempt(
+    runPart(
         [&]
         {
             sqlite::Statement statement =
@@ -212,7 +212,7 @@ void Checker::checkStatistics()
 /// A missing fault is normal if its key was used once and no active statistic refers to it: `trim` may have removed it.
 void Checker::checkReferences()
 {
-    attempt(
+    runPart(
         [&]
         {
             sqlite::Statement statement = m_connection.prepare(
@@ -255,13 +255,13 @@ void Checker::checkCells()
 void Checker::checkCells(TableSchema const& schema, firaim::FaultReader& reader)
 {
     Progress progress("checking " + schema.name, m_output.terminal());
-    std::vector<bool> const isThere = m_schemaCheck.presentColumns(schema);
+    std::vector<bool> const isPresent = m_schemaCheck.presentColumns(schema);
     RowCursor row = reader.rows(schema.table);
     int result = row.next();
     for (; result == firaim::HISTORY_OK; result = row.next())
     {
-        checkRow(row, schema, isThere);
-        m_output.flushIfMuch();
+        checkRow(row, schema, isPresent);
+        m_output.flushIfLarge();
         if (progress.isVisible())
         {
             progress.show(row.progress());
@@ -277,11 +277,11 @@ void Checker::checkCells(TableSchema const& schema, firaim::FaultReader& reader)
     }
 }
 
-void Checker::checkRow(RowCursor const& row, TableSchema const& schema, std::vector<bool> const& isThere)
+void Checker::checkRow(RowCursor const& row, TableSchema const& schema, std::vector<bool> const& isPresent)
 {
     for (std::size_t column = 0; column < schema.columns.size(); ++column)
     {
-        std::string const problem = isThere[column] ? cellProblem(row, column, schema.columns[column]) : "";
+        std::string const problem = isPresent[column] ? cellProblem(row, column, schema.columns[column]) : "";
         if (!problem.empty())
         {
             m_findings.add(kCell, schema.name + " row " + std::to_string(row.key()) + ": " +

@@ -26,7 +26,7 @@ struct Options
 };
 
 /// Whether `path` exists, also as a dangling link or a file without permission to read.
-bool isTaken(std::string const& path)
+bool pathExists(std::string const& path)
 {
     struct stat status = {};
     if (lstat(path.c_str(), &status) == 0)
@@ -55,7 +55,7 @@ void requireReplaceable(Options const& options)
 
 int create(Options const& options, Output&)
 {
-    bool const isReplaced = isTaken(options.path);
+    bool const isReplaced = pathExists(options.path);
     if (isReplaced)
     {
         requireReplaceable(options);

@@ -129,7 +129,7 @@ private:
     {
         m_writer->add(row, schema);
         m_isAnyWritten = true;
-        m_output.flushIfMuch();
+        m_output.flushIfLarge();
         if (m_progress.isVisible())
         {
             m_progress.show(row.progress());
@@ -151,7 +151,7 @@ int exportRows(Options const& options, Output& output)
     exporter.run(tables);
     if (!exporter.isAnyWritten() && options.filter.areSet())
     {
-        exporter.filter().reportUnanswered();
+        exporter.filter().reportNoMatch();
     }
     return STATUS_DONE;
 }

@@ -59,12 +59,12 @@ int list(Options const& options, Output& output)
         listing.add([&] { return cellsOf(fault, options.style); },
                     [&] { return jsonRow(cursor.row(), faultSchema(), options.style); });
         isAnyListed = true;
-        output.flushIfMuch();
+        output.flushIfLarge();
     }
     listing.end();
     if (!isAnyListed && options.last != 0)
     {
-        filter.reportUnanswered();
+        filter.reportNoMatch();
     }
     return STATUS_DONE;
 }

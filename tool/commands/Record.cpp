@@ -99,8 +99,8 @@ void printKeys(std::vector<unsigned long long> const& keys, Output& output)
     }
     catch (...)
     {
-        complain("the fault was recorded all the same, with the key " + std::to_string(keys.front()) +
-                 (keys.size() > 1 ? " to " + std::to_string(keys.back()) : ""));
+        printMessage("the fault was recorded all the same, with the key " + std::to_string(keys.front()) +
+                     (keys.size() > 1 ? " to " + std::to_string(keys.back()) : ""));
         throw;
     }
 }
@@ -108,7 +108,7 @@ void printKeys(std::vector<unsigned long long> const& keys, Output& output)
 int recordOne(Options const& options, Output& output)
 {
     Recording recording(options);
-    recording.completer.warnOfSharedCode(recording.event.code);
+    recording.completer.warnOfSeveralStatistics(recording.event.code);
     firaim::Receipt const receipt = recording.recorder.record(recording.event);
     if (receipt.result < 0)
     {
@@ -166,7 +166,7 @@ int clear(Options const& options, Output& output)
     {
         throw Problem(STATUS_NO, inactiveText(options));
     }
-    recording.completer.warnOfSharedCode(recording.event.code);
+    recording.completer.warnOfSeveralStatistics(recording.event.code);
     printKeys(keys, output);
     return STATUS_DONE;
 }

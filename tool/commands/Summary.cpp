@@ -36,7 +36,7 @@ struct Options
 };
 
 /// The totals of one pass over all faults.
-struct Faults
+struct FaultTotals
 {
     unsigned long long count = 0;
     unsigned long long active = 0;
@@ -58,9 +58,9 @@ std::string sizeText(unsigned long long bytes)
                                     : grouped(bytes / (kKiB * kKiB)) + " MiB";
 }
 
-Faults walk(FaultFile& file, TimeStyle const& style, Progress& progress)
+FaultTotals scan(FaultFile& file, TimeStyle const& style, Progress& progress)
 {
-    Faults faults;
+    FaultTotals faults;
     firaim::FaultQuery query;
     query.order = firaim::FaultQuery::OLDEST_FIRST;
     firaim::FaultCursor cursor = file.reader().faults(query);
@@ -80,7 +80,7 @@ Faults walk(FaultFile& file, TimeStyle const& style, Progress& progress)
     return faults;
 }
 
-std::vector<StatisticRow> activeOnes(std::vector<StatisticRow> const& statistics)
+std::vector<StatisticRow> activeStatistics(std::vector<StatisticRow> const& statistics)
 {
     std::vector<StatisticRow> active;
     std::copy_if(statistics.begin(), statistics.end(), std::back_inserter(active),
@@ -101,7 +101,7 @@ std::vector<StatisticRow> mostFrequent(std::vector<StatisticRow> statistics)
 }
 
 /// The start-ups with the highest ids, which are the latest; the highest first.
-std::vector<std::pair<unsigned int, unsigned long long>> latestStartups(Faults const& faults)
+std::vector<std::pair<unsigned int, unsigned long long>> latestStartups(FaultTotals const& faults)
 {
     std::vector<std::pair<unsigned int, unsigned long long>> latest;
     for (auto startup = faults.startups.rbegin(); startup != faults.startups.rend() && latest.size() < kMostStartups;
@@ -163,7 +163,7 @@ void printActive(std::vector<StatisticRow> const& active, TimeStyle const& style
     table.end();
 }
 
-void printFaults(Faults const& faults, TimeStyle const& style, Output& output)
+void printFaults(FaultTotals const& faults, TimeStyle const& style, Output& output)
 {
     if (faults.count == 0)
     {
@@ -205,18 +205,18 @@ void print(FaultFile& file, Options const& options, Output& output)
         std::string const text = escape(value, terminal.isAsciiOnly());
         auto const room = static_cast<std::size_t>(terminal.width) - kNameWidth;
         output.writeLine(styled(name, Style::STRONG, terminal) + std::string(kNameWidth - name.size(), ' ') +
-                         (terminal.isThere ? shortened(text, room, ellipsisFor(terminal)) : text));
+                         (terminal.isTerminal ? shortened(text, room, ellipsisFor(terminal)) : text));
     };
     line("File", file.path());
     line("Size", sizeText(sizeOf(file.path())));
     line("Format version", file.formatVersion().value_or("missing or not the only one"));
     output.flush();
     std::vector<StatisticRow> const statistics = readStatistics(file, options.style);
-    std::vector<StatisticRow> const active = activeOnes(statistics);
-    Faults faults;
+    std::vector<StatisticRow> const active = activeStatistics(statistics);
+    FaultTotals faults;
     {
         Progress progress("reading");
-        faults = walk(file, options.style, progress);
+        faults = scan(file, options.style, progress);
     }
     Timeline const& timeline = faults.timeline;
     line("Period", timeline.isEmpty()
@@ -252,9 +252,9 @@ Json jsonOf(std::vector<StatisticRow> const& statistics)
 Json jsonSummary(FaultFile& file, Options const& options)
 {
     std::vector<StatisticRow> const statistics = readStatistics(file, options.style);
-    std::vector<StatisticRow> const active = activeOnes(statistics);
+    std::vector<StatisticRow> const active = activeStatistics(statistics);
     Progress progress("reading");
-    Faults const faults = walk(file, options.style, progress);
+    FaultTotals const faults = scan(file, options.style, progress);
     bool const hasTimes = !faults.timeline.isEmpty();
     Json summary;
     summary["File"] = file.path();

@@ -45,14 +45,14 @@ void faultTime(sqlite3_context* context, int, sqlite3_value** arguments)
 }
 
 /// The SQL condition for old faults, with one parameter.
-std::string oldFaults(Options const& options)
+std::string oldCondition(Options const& options)
 {
     // With --keep 0 every fault is old.
     return !options.keep ? "fault_time(TimeStampUTC) < ?1" : *options.keep == 0 ? "?1 NOT NULL" : "EntryId < ?1";
 }
 
 /// The SQL condition for faults that an active statistic refers to: they stay at any age.
-std::string referredTo()
+std::string referencedCondition()
 {
     return "EntryId IN (SELECT FaultEntryId FROM " + statisticSchema().name +
            " WHERE FaultActive = 'active' AND FaultEntryId NOT NULL)";
@@ -61,17 +61,17 @@ std::string referredTo()
 /// Keys of faults, sorted.
 using Keys = std::vector<std::int64_t>;
 
-/// The SQL function tells_state(key): whether the fault with that key is needed to tell what is active.
-void tellsState(sqlite3_context* context, int, sqlite3_value** arguments)
+/// The SQL function needed_for_state(key): whether the fault with that key is needed to tell what is active.
+void neededForState(sqlite3_context* context, int, sqlite3_value** arguments)
 {
     auto const* const keys = static_cast<Keys const*>(sqlite3_user_data(context));
     sqlite3_result_int(context, std::binary_search(keys->begin(), keys->end(), sqlite3_value_int64(arguments[0])));
 }
 
 /// The SQL condition for faults that stay at any age.
-std::string needed()
+std::string neededCondition()
 {
-    return "(tells_state(EntryId) OR " + referredTo() + ")";
+    return "(needed_for_state(EntryId) OR " + referencedCondition() + ")";
 }
 
 using Function = void (*)(sqlite3_context*, int, sqlite3_value**);
@@ -99,7 +99,7 @@ std::string decodedText(sqlite::Statement const& row, int column)
     return std::string(text.substr(0, text.find('\0')));
 }
 
-/// The value of the parameter of `oldFaults`.
+/// The value of the parameter of `oldCondition`.
 std::int64_t limitOf(Options const& options, sqlite::Connection const& connection)
 {
     if (!options.keep)
@@ -117,7 +117,7 @@ std::int64_t limitOf(Options const& options, sqlite::Connection const& connectio
 /// the triple look active.
 ///
 /// Takes one pass, because the file has no index. Only active triples take memory.
-Keys keysThatTellState(Options const& options, sqlite::Connection const& connection, std::int64_t limit)
+Keys keysNeededForState(Options const& options, sqlite::Connection const& connection, std::int64_t limit)
 {
     struct Newest
     {
@@ -126,8 +126,8 @@ Keys keysThatTellState(Options const& options, sqlite::Connection const& connect
     };
     std::map<std::tuple<std::uint32_t, std::string, std::string>, Newest> states;
     sqlite::Statement row =
-        connection.prepare("SELECT EntryId, FaultCode, ModuleName, Parameter, Status, " + oldFaults(options) +
-                           " AND NOT " + referredTo() + " FROM " + faultSchema().name + " ORDER BY EntryId");
+        connection.prepare("SELECT EntryId, FaultCode, ModuleName, Parameter, Status, " + oldCondition(options) +
+                           " AND NOT " + referencedCondition() + " FROM " + faultSchema().name + " ORDER BY EntryId");
     row.bind(1, limit);
     while (row.step())
     {
@@ -183,39 +183,42 @@ class OldFaults
 public:
     /// Both must outlive this object. A connection can have only one such object at a time.
     OldFaults(Options const& options, sqlite::Connection const& connection)
-        : m_path(options.path), m_condition(oldFaults(options)), m_connection(connection)
+        : m_path(options.path), m_oldCondition(oldCondition(options)), m_connection(connection)
     {
         addFunction(connection, "fault_time", faultTime, &options.style);
-        addFunction(connection, "tells_state", tellsState, &m_keys);
+        addFunction(connection, "needed_for_state", neededForState, &m_keys);
         m_limit = limitOf(options, connection);
-        m_keys = keysThatTellState(options, connection, m_limit);
+        m_keys = keysNeededForState(options, connection, m_limit);
     }
     OldFaults(OldFaults const&) = delete;
     OldFaults& operator=(OldFaults const&) = delete;
 
-    unsigned long long countRemovable() const { return count(m_connection, removable(), m_limit); }
-    unsigned long long countKept() const { return count(m_connection, m_condition + " AND " + needed(), m_limit); }
+    unsigned long long countRemovable() const { return count(m_connection, removableCondition(), m_limit); }
+    unsigned long long countKept() const
+    {
+        return count(m_connection, m_oldCondition + " AND " + neededCondition(), m_limit);
+    }
 
     /// The newest removable fault, which other processes would remove last. None if no fault is removable.
     std::optional<std::int64_t> newestRemovable() const
     {
         sqlite::Statement row = m_connection.prepare("SELECT EntryId FROM " + faultSchema().name + " WHERE " +
-                                                     removable() + " ORDER BY EntryId DESC LIMIT 1");
+                                                     removableCondition() + " ORDER BY EntryId DESC LIMIT 1");
         return row.bind(1, m_limit).step() ? std::optional(row.integer(0)) : std::nullopt;
     }
 
     /// Returns the number of removed faults.
     std::uint64_t remove() const
     {
-        return runWithTriggers(m_path, m_connection, "DELETE FROM " + faultSchema().name + " WHERE " + removable(),
-                               {m_limit});
+        return runWithTriggers(m_path, m_connection,
+                               "DELETE FROM " + faultSchema().name + " WHERE " + removableCondition(), {m_limit});
     }
 
 private:
-    std::string removable() const { return m_condition + " AND NOT " + needed(); }
+    std::string removableCondition() const { return m_oldCondition + " AND NOT " + neededCondition(); }
 
     std::string const& m_path;
-    std::string const m_condition;
+    std::string const m_oldCondition;
     sqlite::Connection const& m_connection;
     std::int64_t m_limit = 0;
     Keys m_keys; ///< of the faults that are needed to tell what is active
@@ -234,7 +237,7 @@ Amounts dryRun(Options const& options)
                        });
 }
 
-bool isThere(sqlite::Connection const& connection, std::int64_t key)
+bool faultExists(sqlite::Connection const& connection, std::int64_t key)
 {
     sqlite::Statement row = connection.prepare("SELECT 1 FROM " + faultSchema().name + " WHERE EntryId = ?1");
     return row.bind(1, key).step();
@@ -254,7 +257,7 @@ Amounts remove(Options const& options)
             amounts.removed = old.remove();
             return amounts.removed > 0;
         },
-        [&](sqlite::Connection const& connection) { return !isThere(connection, *removed); });
+        [&](sqlite::Connection const& connection) { return !faultExists(connection, *removed); });
     return amounts;
 }
 
@@ -280,7 +283,7 @@ void vacuum(std::string const& path, std::string const& done)
     }
     catch (...)
     {
-        complain("this was done all the same: " + done);
+        printMessage("this was done all the same: " + done);
         throw;
     }
 }

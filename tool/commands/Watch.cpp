@@ -28,7 +28,7 @@ namespace
 using std::chrono::milliseconds;
 
 /// Faults that are printed before statistics are polled.
-constexpr int kMostFaultsInARow = 1000;
+constexpr int kMostFaultsPerPoll = 1000;
 /// The timeout of one wait of many. It can be long, because there is nothing to do in between.
 constexpr milliseconds kLongestWait = std::chrono::hours(1);
 
@@ -40,14 +40,14 @@ struct Options
     bool isJson = false;
 };
 
-bool isThere(std::string const& path)
+bool fileExists(std::string const& path)
 {
     struct stat status = {};
     return stat(path.c_str(), &status) == 0;
 }
 
 /// The position before the newest faults that --last asks for.
-firaim::FollowPosition beginOf(Options const& options, FaultFile& file)
+firaim::FollowPosition startPosition(Options const& options, FaultFile& file)
 {
     firaim::FaultQuery query;
     query.limit = options.last < std::numeric_limits<unsigned long long>::max() ? options.last + 1 : options.last;
@@ -79,29 +79,29 @@ private:
 
     bool printFaults();
     void printStatistics();
-    void giveReason(int result);
+    void reportProblem(int result);
     void print(Fault const& fault);
     void print(FaultStatistic const& statistic);
-    std::string shown(std::string const& text) const;
+    std::string escaped(std::string const& text) const;
     void printLine(std::string const& text, faultStatus_t status, std::string const& rest);
 
     Options const& m_options;
     Output& m_output;
     firaim::FaultFollower m_follower;
-    bool m_isGone = false; ///< the file is missing, which was reported
+    bool m_isMissing = false; ///< the file is missing, which was reported
 };
 
 Follower::Follower(Options const& options, Output& output, FaultFile&& file)
-    : m_options(options), m_output(output), m_follower(file.reader().follow(beginOf(options, file)))
+    : m_options(options), m_output(output), m_follower(file.reader().follow(startPosition(options, file)))
 {
 }
 
 void Follower::poll()
 {
-    if (m_isGone && isThere(m_options.path))
+    if (m_isMissing && fileExists(m_options.path))
     {
-        m_isGone = false;
-        complain(m_options.path + ": the file is back");
+        m_isMissing = false;
+        printMessage(m_options.path + ": the file is back");
     }
     bool isMore = true;
     while (isMore)
@@ -116,21 +116,21 @@ void Follower::poll()
 bool Follower::printFaults()
 {
     Fault fault;
-    for (int printed = 0; printed < kMostFaultsInARow; ++printed)
+    for (int printed = 0; printed < kMostFaultsPerPoll; ++printed)
     {
         int const result = m_follower.next(fault, milliseconds(0));
         if (result == firaim::HISTORY_OK)
         {
             print(fault);
-            m_output.flushIfMuch();
+            m_output.flushIfLarge();
             continue;
         }
-        interrupt::check();
+        interrupt::throwIfPending();
         if (result == firaim::HISTORY_END || result == firaim::HISTORY_BUSY)
         {
             return false;
         }
-        giveReason(result);
+        reportProblem(result);
     }
     return true;
 }
@@ -145,11 +145,11 @@ void Follower::printStatistics()
 }
 
 /// Reports why the file cannot be read. It may just be being created; its next change is looked at again.
-void Follower::giveReason(int result)
+void Follower::reportProblem(int result)
 {
     m_output.flush();
-    m_isGone = result == firaim::HISTORY_NO_FILE;
-    complain(m_follower.lastProblem());
+    m_isMissing = result == firaim::HISTORY_NO_FILE;
+    printMessage(m_follower.lastProblem());
 }
 
 void Follower::print(Fault const& fault)
@@ -164,10 +164,10 @@ void Follower::print(Fault const& fault)
     std::string rest;
     for (std::string const* const text : {&fault.ModuleName, &fault.Parameter, &fault.Description})
     {
-        rest += text->empty() ? "" : "  " + shown(*text);
+        rest += text->empty() ? "" : "  " + escaped(*text);
     }
     printLine(stampText(fault.TimeStampUTC, m_options.style) + "  fault " + std::to_string(fault.EntryId) + "  " +
-                  shown(codeText(fault.FaultCode, fault.FaultCodeName)) + "  ",
+                  escaped(codeText(fault.FaultCode, fault.FaultCodeName)) + "  ",
               fault.Status, rest);
 }
 
@@ -181,11 +181,11 @@ void Follower::print(FaultStatistic const& statistic)
         return;
     }
     printLine(stampText(statistic.TimeLastOccurredUTC, m_options.style) + "  statistic  " +
-                  shown(codeText(statistic.FaultCode, statistic.FaultCodeName)) + "  ",
+                  escaped(codeText(statistic.FaultCode, statistic.FaultCodeName)) + "  ",
               statistic.FaultActive, "  count " + std::to_string(statistic.OccurenceCnt));
 }
 
-std::string Follower::shown(std::string const& text) const
+std::string Follower::escaped(std::string const& text) const
 {
     return escape(text, m_output.terminal().isAsciiOnly());
 }
@@ -196,13 +196,13 @@ void Follower::printLine(std::string const& text, faultStatus_t status, std::str
     Terminal const& terminal = m_output.terminal();
     auto const width = static_cast<std::size_t>(terminal.width);
     std::size_t const used = displayWidth(text) + displayWidth(word.text);
-    if (terminal.isThere && used + 2 > width)
+    if (terminal.isTerminal && used + 2 > width)
     {
         m_output.writeLine(shortened(text + word.text, width, ellipsisFor(terminal)));
         return;
     }
     m_output.writeLine(text + styled(word.text, word.style, terminal) +
-                       (terminal.isThere ? shortened(rest, width - used, ellipsisFor(terminal)) : rest));
+                       (terminal.isTerminal ? shortened(rest, width - used, ellipsisFor(terminal)) : rest));
 }
 
 int watch(Options const& options, Output& output)
@@ -214,7 +214,7 @@ int watch(Options const& options, Output& output)
         {
             follower.poll();
             follower.wait();
-            interrupt::check();
+            interrupt::throwIfPending();
         }
     }
     catch (interrupt::Interrupted const&)

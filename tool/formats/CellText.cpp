@@ -56,7 +56,7 @@ bool needsCsvQuotes(std::string_view value)
                        [](char c) { return c == ',' || c == '"' || c == '\n' || c == '\r'; });
 }
 
-bool isPlainText(std::string_view value)
+bool isPrintableText(std::string_view value)
 {
     return escape(value).size() == value.size();
 }
@@ -104,7 +104,7 @@ struct SqlAppender
     void operator()(Blob const& blob) const { text.append("X'").append(hexadecimal(blob.bytes)).append("'"); }
     void operator()(std::string_view value) const
     {
-        if (isPlainText(value))
+        if (isPrintableText(value))
         {
             appendQuoted(text, value, '\'');
         }

@@ -26,19 +26,19 @@ struct Value
     {
         TEXT,
         NUMBER, ///< a whole number from 0 on
-        TRUTH,
+        BOOLEAN,
         OTHER
     };
 
     Type type = OTHER;
     std::string* text = nullptr; ///< may be moved from
     unsigned long long number = 0;
-    bool truth = false;
+    bool isTrue = false;
 };
 
 using Setter = void (*)(FaultRequest&, Value const&, TimeStyle const&);
 
-std::string& textIn(Value const& value)
+std::string& requireText(Value const& value)
 {
     if (value.type != Value::TEXT)
     {
@@ -52,7 +52,7 @@ std::string& textIn(Value const& value)
 }
 
 template <class Number>
-Number numberIn(Value const& value)
+Number requireNumber(Value const& value)
 {
     // SQLite's integers are signed.
     constexpr auto kMost =
@@ -67,14 +67,14 @@ Number numberIn(Value const& value)
 template <std::string FaultEvent::*member>
 void setText(FaultRequest& request, Value const& value, TimeStyle const&)
 {
-    request.event.*member = std::move(textIn(value));
+    request.event.*member = std::move(requireText(value));
 }
 
 /// An empty text counts as absent.
 template <std::optional<std::string> FaultEvent::*member>
 void setOptionalText(FaultRequest& request, Value const& value, TimeStyle const&)
 {
-    std::string& text = textIn(value);
+    std::string& text = requireText(value);
     if (!text.empty())
     {
         request.event.*member = std::move(text);
@@ -84,17 +84,17 @@ void setOptionalText(FaultRequest& request, Value const& value, TimeStyle const&
 template <class Number, std::optional<Number> FaultEvent::*member>
 void setNumber(FaultRequest& request, Value const& value, TimeStyle const&)
 {
-    request.event.*member = numberIn<Number>(value);
+    request.event.*member = requireNumber<Number>(value);
 }
 
 void setCode(FaultRequest& request, Value const& value, TimeStyle const&)
 {
     if (value.type != Value::TEXT)
     {
-        request.event.code = numberIn<unsigned int>(value);
+        request.event.code = requireNumber<unsigned int>(value);
         return;
     }
-    std::string const& text = textIn(value);
+    std::string const& text = requireText(value);
     std::optional<unsigned int> const code = codeOf(text);
     if (!code)
     {
@@ -105,7 +105,7 @@ void setCode(FaultRequest& request, Value const& value, TimeStyle const&)
 
 void setStatus(FaultRequest& request, Value const& value, TimeStyle const&)
 {
-    std::string const& text = textIn(value);
+    std::string const& text = requireText(value);
     if (text != "ErrorActive" && text != "ErrorInactive")
     {
         throw std::invalid_argument("must be \"ErrorActive\" or \"ErrorInactive\"");
@@ -115,16 +115,16 @@ void setStatus(FaultRequest& request, Value const& value, TimeStyle const&)
 
 void setInactive(FaultRequest& request, Value const& value, TimeStyle const&)
 {
-    if (value.type != Value::TRUTH)
+    if (value.type != Value::BOOLEAN)
     {
         throw std::invalid_argument("must be true or false");
     }
-    request.event.status = value.truth ? FAULT_INACTIVE : FAULT_ACTIVE;
+    request.event.status = value.isTrue ? FAULT_INACTIVE : FAULT_ACTIVE;
 }
 
 void setTime(FaultRequest& request, Value const& value, TimeStyle const& style)
 {
-    std::optional<Period> const period = parseTime(textIn(value), style);
+    std::optional<Period> const period = parseTime(requireText(value), style);
     if (!period || period->begin < 0)
     {
         throw std::invalid_argument("must be a time from 1970 on, such as \"2031-05-04T03:02:01Z\"");
@@ -132,7 +132,7 @@ void setTime(FaultRequest& request, Value const& value, TimeStyle const& style)
     request.time = period->begin;
 }
 
-void passOver(FaultRequest&, Value const&, TimeStyle const&) {}
+void ignore(FaultRequest&, Value const&, TimeStyle const&) {}
 
 constexpr Setter kSetStamp = setNumber<unsigned long long, &FaultEvent::time>;
 constexpr Setter kSetStartup = setNumber<unsigned int, &FaultEvent::startupId>;
@@ -142,7 +142,7 @@ constexpr Setter kSetLifeTime = setNumber<unsigned int, &FaultEvent::lifeTime>;
 std::unordered_map<std::string_view, Setter> const& setters()
 {
     static std::unordered_map<std::string_view, Setter> const map = {
-        {"EntryId", passOver},
+        {"EntryId", ignore},
         {"FaultCode", setCode},
         {"code", setCode},
         {"FaultCodeName", setOptionalText<&FaultEvent::codeName>},
@@ -181,7 +181,7 @@ class FaultHandler : public nlohmann::json_sax<nlohmann::json>
 public:
     FaultHandler(FaultRequest& request, TimeStyle const& style) : m_request(request), m_style(style)
     {
-        m_met.reserve(setters().size());
+        m_seen.reserve(setters().size());
     }
 
     /// Throws std::invalid_argument unless the line is a fault.
@@ -206,11 +206,11 @@ public:
         requireKnown(); // An export writes null for an empty cell and for a time that was not set.
         return true;
     }
-    bool boolean(bool truth) override
+    bool boolean(bool isTrue) override
     {
         Value value;
-        value.type = Value::TRUTH;
-        value.truth = truth;
+        value.type = Value::BOOLEAN;
+        value.isTrue = isTrue;
         return take(value);
     }
     bool number_integer(number_integer_t) override { return take({}); }
@@ -233,14 +233,14 @@ public:
 
     bool start_object(std::size_t) override
     {
-        requireTop();
+        requireTopLevel();
         m_isObject = true;
         return true;
     }
     bool start_array(std::size_t) override
     {
-        requireTop();
-        m_isIn = true;
+        requireTopLevel();
+        m_isInList = true;
         return true;
     }
     bool end_object() override { return true; }
@@ -251,11 +251,11 @@ public:
         auto const setter = setters().find(name);
         m_setter = setter == setters().end() ? nullptr : setter->second;
         m_name = name;
-        if (m_setter != nullptr && std::find(m_met.begin(), m_met.end(), m_setter) != m_met.end())
+        if (m_setter != nullptr && std::find(m_seen.begin(), m_seen.end(), m_setter) != m_seen.end())
         {
             throw std::invalid_argument("'" + name + "' is given twice");
         }
-        m_met.push_back(m_setter);
+        m_seen.push_back(m_setter);
         return true;
     }
 
@@ -269,9 +269,9 @@ public:
 
 private:
     /// Reject deep nesting early to bound memory.
-    void requireTop()
+    void requireTopLevel()
     {
-        if (m_isObject || m_isIn)
+        if (m_isObject || m_isInList)
         {
             throw std::invalid_argument("the value of a field is a list or an object");
         }
@@ -314,12 +314,12 @@ private:
 
     FaultRequest& m_request;
     TimeStyle const& m_style;
-    std::vector<Setter> m_met;
+    std::vector<Setter> m_seen;
     Setter m_setter = nullptr; ///< of the current field; null for an unknown one
     std::string m_name;        ///< of that field
     std::string m_problem;     ///< the first one
     bool m_isObject = false;
-    bool m_isIn = false; ///< inside of a list
+    bool m_isInList = false; ///< inside of a list
     bool m_hasCode = false;
 };
 

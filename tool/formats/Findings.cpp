@@ -30,18 +30,18 @@ Findings::Tally& Findings::tallyOf(FindingKind const& kind)
     return found != m_tallies.end() ? *found : m_tallies.emplace_back(Tally{&kind, 0});
 }
 
-void Findings::add(FindingKind const& kind, std::string const& what)
+void Findings::add(FindingKind const& kind, std::string const& text)
 {
     Tally& tally = tallyOf(kind);
     ++tally.count;
     m_problems += kind.isProblem ? 1 : 0;
     if (m_array)
     {
-        m_array->add({{"Kind", kind.name}, {"Problem", kind.isProblem}, {"Finding", what}, {"Advice", kind.advice}});
+        m_array->add({{"Kind", kind.name}, {"Problem", kind.isProblem}, {"Finding", text}, {"Advice", kind.advice}});
     }
     else if (tally.count <= kMostOfAKind)
     {
-        m_output.writeLine(std::string(kind.name) + ": " + escape(what, m_output.terminal().isAsciiOnly()));
+        m_output.writeLine(std::string(kind.name) + ": " + escape(text, m_output.terminal().isAsciiOnly()));
     }
 }
 

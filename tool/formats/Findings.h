@@ -27,7 +27,7 @@ public:
     Findings(Output& output, bool isJson);
 
     /// `kind` must outlive this object.
-    void add(FindingKind const& kind, std::string const& what);
+    void add(FindingKind const& kind, std::string const& text);
     /// Prints the summary, or the end of the JSON list; `path` is the file.
     void end(std::string const& path);
 

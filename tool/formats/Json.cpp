@@ -33,7 +33,7 @@ Json jsonTimeCell(RowCursor const& row, std::size_t cell, TimeStyle const& style
 std::string jsonText(Json const& value, Terminal const& terminal)
 {
     std::string text = value.dump(-1, ' ', terminal.isAsciiOnly(), Json::error_handler_t::replace);
-    return terminal.isThere ? escapeJson(text) : text;
+    return terminal.isTerminal ? escapeJson(text) : text;
 }
 
 Json jsonTime(unsigned long long stamp, TimeStyle const& style)

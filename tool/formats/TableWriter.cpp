@@ -42,7 +42,7 @@ public:
             }
             appendCsv(m_line, row, column);
         }
-        m_output.writeLine(m_output.terminal().isThere ? escape(m_line, m_output.terminal().isAsciiOnly()) : m_line);
+        m_output.writeLine(m_output.terminal().isTerminal ? escape(m_line, m_output.terminal().isAsciiOnly()) : m_line);
     }
 
 private:

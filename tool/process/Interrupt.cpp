@@ -61,7 +61,7 @@ bool isPending()
     return pendingSignal != 0;
 }
 
-void check()
+void throwIfPending()
 {
     if (isPending())
     {
@@ -69,7 +69,7 @@ void check()
     }
 }
 
-void dieOf(int signalNumber)
+void terminateBySignal(int signalNumber)
 {
     std::signal(signalNumber, SIG_DFL);
     static_cast<void>(std::raise(signalNumber));
@@ -77,9 +77,9 @@ void dieOf(int signalNumber)
     std::_Exit(128 + signalNumber);
 }
 
-void dieOfIt()
+void terminateByPendingSignal()
 {
-    dieOf(pendingSignal);
+    terminateBySignal(pendingSignal);
 }
 
 bool waitFor(int descriptor, Direction direction, int milliseconds)

@@ -5,7 +5,7 @@
 namespace tool::interrupt
 {
 
-/// Thrown by `check`. Not a std::exception, so that error handling does not catch it.
+/// Thrown by `throwIfPending`. Not a std::exception, so that error handling does not catch it.
 struct Interrupted
 {
 };
@@ -17,13 +17,13 @@ void install();
 bool isPending();
 
 /// Throws Interrupted if a signal has arrived.
-void check();
+void throwIfPending();
 
 /// Ends the program by the default action of the signal that has arrived.
-[[noreturn]] void dieOfIt();
+[[noreturn]] void terminateByPendingSignal();
 
 /// Ends the program by the default action of `signalNumber`.
-[[noreturn]] void dieOf(int signalNumber);
+[[noreturn]] void terminateBySignal(int signalNumber);
 
 enum Direction
 {

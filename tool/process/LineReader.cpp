@@ -26,7 +26,7 @@ void LineReader::fill()
     std::array<char, kChunk> chunk;
     while (!interrupt::waitFor(STDIN_FILENO, interrupt::READING, -1))
     {
-        interrupt::check();
+        interrupt::throwIfPending();
     }
     ssize_t const size = ::read(STDIN_FILENO, chunk.data(), chunk.size());
     if (size < 0)
@@ -36,7 +36,7 @@ void LineReader::fill()
         {
             throw Problem(STATUS_BAD_FILE, "cannot read standard input: " + std::generic_category().message(error));
         }
-        interrupt::check();
+        interrupt::throwIfPending();
         return;
     }
     m_isAtEnd = size == 0;
@@ -54,7 +54,7 @@ void LineReader::fill()
     if (m_lineEnd == std::string::npos && m_pending.size() > m_longestLine)
     {
         // Do not keep a line that is too long: it is refused anyway.
-        m_taken += m_pending.size();
+        m_takenBytes += m_pending.size();
         m_pending.clear();
         m_isCut = true;
     }
@@ -71,7 +71,7 @@ bool LineReader::take(std::string& line, bool& isTooLong)
     isTooLong = m_isCut || line.size() > m_longestLine;
     m_isCut = false;
     std::size_t const next = m_lineEnd == std::string::npos ? m_pending.size() : m_lineEnd + 1;
-    m_taken += next - m_begin;
+    m_takenBytes += next - m_begin;
     m_begin = next;
     m_lineEnd = m_pending.find('\n', m_begin);
     return true;
@@ -86,7 +86,7 @@ bool LineReader::hasMore()
     return hasPending();
 }
 
-std::size_t LineReader::total() const
+std::size_t LineReader::totalBytes() const
 {
     struct stat status = {};
     bool const isFile = fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode);

@@ -27,8 +27,8 @@ public:
     bool take(std::string& line, bool& isTooLong);
 
     /// The bytes that were taken, and those of the whole input; the latter is 0 when it is not known.
-    std::size_t taken() const { return m_taken; }
-    std::size_t total() const;
+    std::size_t takenBytes() const { return m_takenBytes; }
+    std::size_t totalBytes() const;
 
 private:
     bool hasPending() const { return m_begin < m_pending.size() || m_isCut; }
@@ -36,7 +36,7 @@ private:
     std::size_t const m_longestLine;
     std::string m_pending;
     std::size_t m_begin = 0; ///< of the bytes in `m_pending` that were not taken
-    std::size_t m_taken = 0;
+    std::size_t m_takenBytes = 0;
     std::size_t m_lineEnd = std::string::npos; ///< of the first line in `m_pending`; npos if it is incomplete
     bool m_isCut = false;                      ///< the beginning of that line was discarded
     bool m_isAtEnd = false;

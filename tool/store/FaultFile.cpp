@@ -93,12 +93,12 @@ constexpr char kNothingStored[] = "; nothing of it was stored";
 
 struct Commit
 {
-    bool isVisible = false; ///< the change can be looked for
-    bool hasFailed = false; ///< in its last steps, which may have stored the change
+    bool isVerifiable = false; ///< the change can be looked for
+    bool hasFailed = false;    ///< in its last steps, which may have stored the change
 };
 
 /// Whether `isStored` can find the change: a trigger in the file may have undone just the part that it looks for.
-bool isVisible(sqlite::Connection const& connection, FileAction const& isStored)
+bool isVerifiable(sqlite::Connection const& connection, FileAction const& isStored)
 {
     try
     {
@@ -118,7 +118,7 @@ void changeInTransaction(sqlite::Connection const& connection, FileAction const&
     {
         return;
     }
-    commit.isVisible = isVisible(connection, isStored);
+    commit.isVerifiable = isVerifiable(connection, isStored);
     try
     {
         transaction.commit();
@@ -130,12 +130,12 @@ void changeInTransaction(sqlite::Connection const& connection, FileAction const&
     }
 }
 
-[[noreturn]] bool tellNothing(sqlite::Connection const&)
+[[noreturn]] bool throwHidden(sqlite::Connection const&)
 {
     throw Problem(STATUS_BAD_FILE, "a trigger in the file hides the change");
 }
 
-[[noreturn]] void tellUnknown(Problem const& problem, std::string const& reason)
+[[noreturn]] void throwUnknown(Problem const& problem, std::string const& reason)
 {
     throw Problem(problem.status(), std::string(problem.what()) + "; it is not known whether the change is stored (" +
                                         reason + "): look at the file before trying again");
@@ -154,15 +154,15 @@ void requireStored(std::string const& path, Problem const& problem, FileAction c
     }
     catch (interrupt::Interrupted const&)
     {
-        tellUnknown(problem, "interrupted");
+        throwUnknown(problem, "interrupted");
     }
     catch (sqlite::Error const& error)
     {
-        tellUnknown(problem, readOnlyOpening::problemText(path, error));
+        throwUnknown(problem, readOnlyOpening::problemText(path, error));
     }
     catch (std::exception const& failure)
     {
-        tellUnknown(problem, failure.what());
+        throwUnknown(problem, failure.what());
     }
     if (!isFound)
     {
@@ -176,7 +176,7 @@ void throwFailure(int result, std::string const& problem)
 {
     if (result == firaim::HISTORY_CANCELLED)
     {
-        interrupt::check();
+        interrupt::throwIfPending();
     }
     throw Problem(STATUS_BAD_FILE, problem);
 }
@@ -185,7 +185,7 @@ void throwFailure(std::string const& path, sqlite::Error const& error)
 {
     if (error.kind() == SQLITE_INTERRUPT || error.kind() == SQLITE_BUSY)
     {
-        interrupt::check();
+        interrupt::throwIfPending();
     }
     throw Problem(STATUS_BAD_FILE, readOnlyOpening::problemText(path, error));
 }
@@ -196,14 +196,14 @@ FaultFile::FaultFile(std::string const& path, std::chrono::milliseconds busyTime
     std::string version;
     if (!isFound(m_reader.formatVersion(version)))
     {
-        complain(path + ": the format version is missing or not the only one; 'firaim check' tells more");
+        printMessage(path + ": the format version is missing or not the only one; 'firaim check' tells more");
         return;
     }
     m_formatVersion = version;
     if (version != FdbSqlVersionTbl::kFormatVersion)
     {
-        complain(path + ": format version " + version + " is not " + FdbSqlVersionTbl::kFormatVersion +
-                 "; the file is read as far as the two formats agree");
+        printMessage(path + ": format version " + version + " is not " + FdbSqlVersionTbl::kFormatVersion +
+                     "; the file is read as far as the two formats agree");
     }
 }
 
@@ -283,7 +283,7 @@ void changeFile(std::string const& path, FileAction const& change, FileAction co
         {
             throw Problem(problem.status(), problem.what() + std::string(kNothingStored));
         }
-        requireStored(path, problem, commit.isVisible ? isStored : tellNothing);
+        requireStored(path, problem, commit.isVerifiable ? isStored : throwHidden);
     }
 }
 
@@ -311,13 +311,13 @@ std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const&
         // SQLITE_AUTH: a statement was compiled after the time limit.
         if (watch && (error.kind() == SQLITE_INTERRUPT || error.kind() == SQLITE_AUTH))
         {
-            interrupt::check();
+            interrupt::throwIfPending();
             throw Problem(STATUS_BAD_FILE, path + ": a statement that runs triggers of the file takes longer than 5 s; "
                                                   "'firaim check' lists the triggers");
         }
         throw;
     }
-    interrupt::check(); // The watch has replaced the progress handler that looks for signals.
+    interrupt::throwIfPending(); // The watch has replaced the progress handler that looks for signals.
     return static_cast<std::uint64_t>(sqlite3_changes(connection.get()));
 }
 

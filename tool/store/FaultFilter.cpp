@@ -112,31 +112,31 @@ void FaultFilter::addTimes(FilterOptions const& options, TimeStyle const& style)
     }
 }
 
-void FaultFilter::add(std::string complaint, std::function<void(FaultQuery&)> const& ask)
+void FaultFilter::add(std::string message, std::function<void(FaultQuery&)> const& apply)
 {
     FaultQuery alone;
     alone.timeUnit = m_query.timeUnit;
     alone.afterKey = m_query.afterKey;
-    ask(alone);
-    ask(m_query);
-    m_criteria.push_back({std::move(complaint), std::move(alone)});
+    apply(alone);
+    apply(m_query);
+    m_criteria.push_back({std::move(message), std::move(alone)});
 }
 
-void FaultFilter::reportUnanswered() const
+void FaultFilter::reportNoMatch() const
 {
     std::string const among = m_query.afterKey ? " after key " + std::to_string(*m_query.afterKey) : "";
-    bool isAnyUnanswered = false;
+    bool isAnyUnmatched = false;
     for (Criterion const& criterion : m_criteria)
     {
         if (!isAnyFound(criterion.query, m_file))
         {
-            complain(criterion.complaint + among);
-            isAnyUnanswered = true;
+            printMessage(criterion.message + among);
+            isAnyUnmatched = true;
         }
     }
-    if (!isAnyUnanswered)
+    if (!isAnyUnmatched)
     {
-        complain(isEmpty() ? "there is no fault" + among : "no fault" + among + " matches all filters");
+        printMessage(isEmpty() ? "there is no fault" + among : "no fault" + among + " matches all filters");
     }
 }
 

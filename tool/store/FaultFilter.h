@@ -42,17 +42,17 @@ public:
     bool isEmpty() const { return m_criteria.empty(); }
 
     /// Prints to standard error why nothing was found: each filter that no fault matches by itself.
-    void reportUnanswered() const;
+    void reportNoMatch() const;
 
 private:
     /// One filter.
     struct Criterion
     {
-        std::string complaint;    ///< when no fault matches
+        std::string message;      ///< when no fault matches
         firaim::FaultQuery query; ///< with this filter alone
     };
 
-    void add(std::string complaint, std::function<void(firaim::FaultQuery&)> const& ask);
+    void add(std::string message, std::function<void(firaim::FaultQuery&)> const& apply);
     void addTimes(FilterOptions const& options, TimeStyle const& style);
 
     FaultFile& m_file;

@@ -67,25 +67,26 @@ TimeUnit FaultCompleter::unit()
     return *m_unit;
 }
 
-void FaultCompleter::warnOfSharedCode(std::uint64_t code)
+void FaultCompleter::warnOfSeveralStatistics(std::uint64_t code)
 {
-    if (!m_sharedCodes)
+    if (!m_codesToWarnOf)
     {
         std::vector<FaultStatistic> statistics;
         static_cast<void>(file().isFound(file().reader().statistics(statistics)));
         std::set<unsigned int> codes;
-        m_sharedCodes.emplace();
+        m_codesToWarnOf.emplace();
         for (FaultStatistic const& statistic : statistics)
         {
             if (!codes.insert(statistic.FaultCode).second)
             {
-                m_sharedCodes->insert(statistic.FaultCode);
+                m_codesToWarnOf->insert(statistic.FaultCode);
             }
         }
     }
-    if (m_sharedCodes->erase(static_cast<unsigned int>(code)) > 0)
+    if (m_codesToWarnOf->erase(static_cast<unsigned int>(code)) > 0)
     {
-        complain(m_path + ": several statistics have the code " + std::to_string(code) + "; only the first is updated");
+        printMessage(m_path + ": several statistics have the code " + std::to_string(code) +
+                     "; only the first is updated");
     }
 }
 

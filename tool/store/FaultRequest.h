@@ -37,7 +37,7 @@ public:
     firaim::FaultEvent complete(FaultRequest request);
 
     /// Warns on standard error, once for each code, if several statistics have the code.
-    void warnOfSharedCode(std::uint64_t code);
+    void warnOfSeveralStatistics(std::uint64_t code);
 
 private:
     TimeUnit unit();
@@ -47,8 +47,8 @@ private:
     TimeStyle const m_style;
     std::chrono::milliseconds const m_busyTimeout;
     std::optional<FaultFile> m_file;
-    std::optional<TimeUnit> m_unit;                      ///< of the newest fault; read when needed
-    std::optional<std::set<unsigned int>> m_sharedCodes; ///< without a warning so far; read when needed
+    std::optional<TimeUnit> m_unit;                        ///< of the newest fault; read when needed
+    std::optional<std::set<unsigned int>> m_codesToWarnOf; ///< without a warning so far; read when needed
 };
 
 /// The options of a recorder for this program.

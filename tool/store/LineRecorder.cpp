@@ -18,17 +18,17 @@ namespace
 using SteadyClock = std::chrono::steady_clock;
 
 /// In effect no busy timeout: only a signal ends the wait.
-constexpr std::chrono::hours kEndless(24 * 365);
+constexpr std::chrono::hours kNoTimeout(24 * 365);
 constexpr std::size_t kLongestLine = 16 << 20;
 /// Limits of a batch, which is one transaction of some ten milliseconds.
 constexpr std::size_t kMostLines = 1000;
 constexpr std::size_t kMostBytes = 1 << 19;
 /// Pause after so much time of writing, so that other processes can write.
-constexpr std::chrono::milliseconds kTurn(20);
+constexpr std::chrono::milliseconds kWorkBetweenPauses(20);
 /// Longer than a waiting writer sleeps between two tries, so that one of them finds the file unlocked.
-constexpr int kGapMs = 8;
+constexpr int kPauseMs = 8;
 
-std::string textOf(unsigned long long first, unsigned long long last)
+std::string lineRangeText(unsigned long long first, unsigned long long last)
 {
     return first == last ? "line " + std::to_string(first)
                          : "lines " + std::to_string(first) + " to " + std::to_string(last);
@@ -37,8 +37,8 @@ std::string textOf(unsigned long long first, unsigned long long last)
 } // namespace
 
 LineRecorder::LineRecorder(std::string const& path, TimeStyle const& style, LineParser parse, Output& output)
-    : m_path(path), m_style(style), m_parse(parse), m_output(output), m_completer(path, style, kEndless),
-      m_input(kLongestLine), m_progress("recording"), m_inputSize(m_input.total())
+    : m_path(path), m_style(style), m_parse(parse), m_output(output), m_completer(path, style, kNoTimeout),
+      m_input(kLongestLine), m_progress("recording"), m_inputSize(m_input.totalBytes())
 {
 }
 
@@ -46,13 +46,13 @@ bool LineRecorder::run()
 {
     try
     {
-        openRecorder(m_recorder, m_path, recorderOptions(m_style), kEndless);
+        openRecorder(m_recorder, m_path, recorderOptions(m_style), kNoTimeout);
         m_isOpen = true;
         recordLines();
     }
     catch (...)
     {
-        nameRest();
+        reportUnrecordedLines();
         throw;
     }
     return m_areAllRecorded;
@@ -82,7 +82,7 @@ bool LineRecorder::readLine()
         recordBatch();
         m_input.fill();
     }
-    interrupt::check();
+    interrupt::throwIfPending();
     std::string line;
     bool isTooLong = false;
     if (!m_input.take(line, isTooLong))
@@ -106,7 +106,7 @@ void LineRecorder::take(std::string const& line)
     try
     {
         firaim::FaultEvent event = m_completer.complete(m_parse(line, m_style));
-        m_completer.warnOfSharedCode(event.code);
+        m_completer.warnOfSeveralStatistics(event.code);
         m_events.push_back(std::move(event));
         m_lines.push_back(m_lineNumber);
         m_bytes += line.size();
@@ -120,7 +120,7 @@ void LineRecorder::take(std::string const& line)
 void LineRecorder::refuse(unsigned long long line, std::string const& reason)
 {
     m_progress.clear();
-    complain("line " + std::to_string(line) + ": " + reason);
+    printMessage("line " + std::to_string(line) + ": " + reason);
     m_areAllRecorded = false;
 }
 
@@ -129,15 +129,15 @@ void LineRecorder::recordBatch()
 {
     while (!m_events.empty())
     {
-        interrupt::check();
+        interrupt::throwIfPending();
         std::vector<firaim::Receipt> receipts;
         auto const begin = SteadyClock::now();
         // Each receipt holds the result of its line.
         static_cast<void>(m_recorder.recordAll(m_events, receipts));
-        auto const atWork = SteadyClock::now() - begin;
+        auto const writingTime = SteadyClock::now() - begin;
         m_progress.clear();
         reportBatch(receipts);
-        letOthersIn(atWork);
+        yieldToOthers(writingTime);
     }
 }
 
@@ -171,8 +171,8 @@ void LineRecorder::reportBatch(std::vector<firaim::Receipt> const& receipts)
     int const result = decided < receipts.size() ? receipts[decided].result : static_cast<int>(firaim::HISTORY_OK);
     if (result == firaim::HISTORY_UNKNOWN)
     {
-        complain(textOf(m_lines.front(), m_lines.back()) +
-                 ": not known whether recorded; look into the file before recording again");
+        printMessage(lineRangeText(m_lines.front(), m_lines.back()) +
+                     ": not known whether recorded; look into the file before recording again");
         m_events.clear();
         m_lines.clear();
     }
@@ -220,19 +220,19 @@ void LineRecorder::printKeys(std::vector<firaim::Receipt> const& receipts)
     }
     catch (...)
     {
-        complain("faults up to key " + std::to_string(last) + " were recorded all the same");
+        printMessage("faults up to key " + std::to_string(last) + " were recorded all the same");
         throw;
     }
 }
 
 /// Pauses now and then: processes that wait for the file try only at intervals, and would hardly ever find it unlocked.
-void LineRecorder::letOthersIn(SteadyClock::duration atWork)
+void LineRecorder::yieldToOthers(SteadyClock::duration writingTime)
 {
-    m_atWork += atWork;
-    if (m_atWork >= kTurn)
+    m_writingTime += writingTime;
+    if (m_writingTime >= kWorkBetweenPauses)
     {
-        interrupt::pause(kGapMs);
-        m_atWork = {};
+        interrupt::pause(kPauseMs);
+        m_writingTime = {};
     }
 }
 
@@ -244,12 +244,12 @@ void LineRecorder::showProgress()
     }
     else
     {
-        m_progress.show(static_cast<double>(m_input.taken()) / static_cast<double>(m_inputSize));
+        m_progress.show(static_cast<double>(m_input.takenBytes()) / static_cast<double>(m_inputSize));
     }
 }
 
 /// Reports the lines that are not recorded because of an early end.
-void LineRecorder::nameRest()
+void LineRecorder::reportUnrecordedLines()
 {
     bool hasMore = !m_lines.empty();
     try
@@ -263,8 +263,8 @@ void LineRecorder::nameRest()
     }
     if (hasMore)
     {
-        complain("line " + std::to_string(m_lines.empty() ? m_lineNumber + 1 : m_lines.front()) +
-                 " and all after it: not recorded");
+        printMessage("line " + std::to_string(m_lines.empty() ? m_lineNumber + 1 : m_lines.front()) +
+                     " and all after it: not recorded");
     }
 }
 

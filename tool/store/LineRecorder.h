@@ -39,9 +39,9 @@ private:
     firaim::Receipt recordAlone(unsigned long long line, firaim::FaultEvent const& event);
     void printKeys(std::vector<firaim::Receipt> const& receipts);
     void refuse(unsigned long long line, std::string const& reason);
-    void letOthersIn(std::chrono::steady_clock::duration atWork);
+    void yieldToOthers(std::chrono::steady_clock::duration writingTime);
     void showProgress();
-    void nameRest();
+    void reportUnrecordedLines();
 
     std::string const m_path;
     TimeStyle const m_style;
@@ -56,7 +56,7 @@ private:
     std::vector<unsigned long long> m_lines; ///< the line numbers of `m_events`
     std::size_t m_bytes = 0;                 ///< of these lines, about
     unsigned long long m_lineNumber = 0;
-    std::chrono::steady_clock::duration m_atWork{}; ///< time spent on writing since the last pause
+    std::chrono::steady_clock::duration m_writingTime{}; ///< time spent on writing since the last pause
     bool m_isOpen = false;
     bool m_areAllRecorded = true;
 };

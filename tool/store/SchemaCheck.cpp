@@ -134,12 +134,12 @@ void SchemaCheck::checkExtras()
 std::vector<bool> SchemaCheck::presentColumns(TableSchema const& schema) const
 {
     std::vector<FoundColumn> const found = readColumns(schema);
-    std::vector<bool> isThere;
+    std::vector<bool> isPresent;
     for (Column const& column : schema.columns)
     {
-        isThere.push_back(has(found, column.name));
+        isPresent.push_back(has(found, column.name));
     }
-    return isThere;
+    return isPresent;
 }
 
 } // namespace tool

@@ -22,10 +22,10 @@ namespace
 {
 
 /// Buffered bytes that are worth a write: the rows of some milliseconds.
-constexpr std::size_t kMuch = 1 << 16;
+constexpr std::size_t kFlushSize = 1 << 16;
 
 /// Whether `descriptor` is a pipe, a socket or a terminal, so that writing may block.
-bool hasReader(int descriptor)
+bool mayBlock(int descriptor)
 {
     struct stat status = {};
     return fstat(descriptor, &status) == 0 &&
@@ -64,7 +64,7 @@ LogBuffer::int_type LogBuffer::overflow(int_type character)
     if (!traits_type::eq_int_type(character, traits_type::eof()))
     {
         m_pending.push_back(traits_type::to_char_type(character));
-        passOnLines();
+        writeWholeLines();
     }
     return traits_type::not_eof(character);
 }
@@ -72,11 +72,11 @@ LogBuffer::int_type LogBuffer::overflow(int_type character)
 std::streamsize LogBuffer::xsputn(char const* text, std::streamsize size)
 {
     m_pending.append(text, static_cast<std::size_t>(size));
-    passOnLines();
+    writeWholeLines();
     return size;
 }
 
-void LogBuffer::passOnLines()
+void LogBuffer::writeWholeLines()
 {
     for (std::size_t end = m_pending.find('\n'); end != std::string::npos; end = m_pending.find('\n'))
     {
@@ -88,7 +88,7 @@ void LogBuffer::passOnLines()
     }
 }
 
-void holdStandardDescriptors()
+void reserveStandardDescriptors()
 {
     for (int const descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
     {
@@ -101,7 +101,7 @@ void holdStandardDescriptors()
 }
 
 Output::Output()
-    : m_terminal(examineTerminal(STDOUT_FILENO)), m_hasReader(hasReader(STDOUT_FILENO)),
+    : m_terminal(examineTerminal(STDOUT_FILENO)), m_mayBlock(mayBlock(STDOUT_FILENO)),
       m_consoleBuffer(std::cout.rdbuf(&m_logLines))
 {
 }
@@ -123,11 +123,11 @@ void Output::flush()
     while (!left.empty())
     {
         // Writes of up to PIPE_BUF bytes do not block once poll reports room, and a signal always ends poll.
-        while (m_hasReader && !interrupt::waitFor(STDOUT_FILENO, interrupt::WRITING, -1))
+        while (m_mayBlock && !interrupt::waitFor(STDOUT_FILENO, interrupt::WRITING, -1))
         {
-            interrupt::check();
+            interrupt::throwIfPending();
         }
-        std::size_t const size = m_hasReader ? std::min<std::size_t>(left.size(), PIPE_BUF) : left.size();
+        std::size_t const size = m_mayBlock ? std::min<std::size_t>(left.size(), PIPE_BUF) : left.size();
         ssize_t const written = ::write(STDOUT_FILENO, left.data(), size);
         if (written >= 0)
         {
@@ -137,7 +137,7 @@ void Output::flush()
         int const error = errno;
         if (error == EPIPE)
         {
-            throw ReaderGone();
+            throw BrokenPipe();
         }
         if (error != EINTR && error != EAGAIN)
         {
@@ -145,14 +145,14 @@ void Output::flush()
             throw Problem(STATUS_BAD_FILE,
                           "cannot write to standard output: " + std::generic_category().message(error));
         }
-        interrupt::check();
+        interrupt::throwIfPending();
     }
     m_pending.clear();
 }
 
-void Output::flushIfMuch()
+void Output::flushIfLarge()
 {
-    if (m_pending.size() >= kMuch)
+    if (m_pending.size() >= kFlushSize)
     {
         flush();
     }
@@ -167,12 +167,12 @@ void reportDone(std::string const& text, Output& output)
     }
     catch (...)
     {
-        complain("this was done all the same: " + text);
+        printMessage("this was done all the same: " + text);
         throw;
     }
 }
 
-void complain(std::string_view text)
+void printMessage(std::string_view text)
 {
     writeErrorLine("firaim: " + escape(text));
 }

@@ -11,7 +11,7 @@ namespace tool
 
 /// Thrown when the reader of standard output has closed the pipe, as `head` does. Not a std::exception, because it is
 /// no error.
-struct ReaderGone
+struct BrokenPipe
 {
 };
 
@@ -24,14 +24,14 @@ protected:
     std::streamsize xsputn(char const* text, std::streamsize size) override;
 
 private:
-    void passOnLines();
+    void writeWholeLines();
 
     std::string m_pending;
 };
 
 /// Opens a placeholder for each of standard input, output and error that is closed, so that no other file gets its
 /// descriptor. I/O on a placeholder fails.
-void holdStandardDescriptors();
+void reserveStandardDescriptors();
 
 /// Standard output, for results only. While this object lives, std::cout, to which the library writes its log lines, is
 /// redirected to standard error.
@@ -53,14 +53,14 @@ public:
     /// The number of buffered bytes.
     std::size_t pending() const { return m_pending.size(); }
 
-    /// Writes the buffer. Throws ReaderGone, interrupt::Interrupted, or a Problem when it cannot be written.
+    /// Writes the buffer. Throws BrokenPipe, interrupt::Interrupted, or a Problem when it cannot be written.
     void flush();
     /// Flushes once the buffer is large.
-    void flushIfMuch();
+    void flushIfLarge();
 
 private:
     Terminal const m_terminal;
-    bool const m_hasReader; ///< writing may block until it reads
+    bool const m_mayBlock; ///< until the reader reads
     std::string m_pending;
     LogBuffer m_logLines;
     std::streambuf* m_consoleBuffer;
@@ -71,6 +71,6 @@ private:
 void reportDone(std::string const& text, Output& output);
 
 /// Writes one line to standard error, with control characters escaped.
-void complain(std::string_view text);
+void printMessage(std::string_view text);
 
 } // namespace tool

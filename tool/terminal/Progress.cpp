@@ -19,10 +19,10 @@ constexpr std::size_t kBarWidth = 30;
 
 Progress* Progress::shown = nullptr;
 
-Progress::Progress(std::string what, Terminal const& resultsTerminal)
-    : m_what(std::move(what)), m_terminal(examineTerminal(STDERR_FILENO)), m_next(std::chrono::steady_clock::now())
+Progress::Progress(std::string label, Terminal const& resultsTerminal)
+    : m_label(std::move(label)), m_terminal(examineTerminal(STDERR_FILENO)), m_next(std::chrono::steady_clock::now())
 {
-    m_terminal.isDecorated = m_terminal.isDecorated && !resultsTerminal.isThere;
+    m_terminal.isDecorated = m_terminal.isDecorated && !resultsTerminal.isTerminal;
 }
 
 Progress::~Progress()
@@ -55,19 +55,19 @@ void Progress::show(double share)
         return;
     }
     double const clamped = std::clamp(share, 0.0, 1.0);
-    std::size_t const others = m_what.size() + 10; // Brackets, blanks and percentage.
+    std::size_t const others = m_label.size() + 10; // Brackets, blanks and percentage.
     auto const width = static_cast<std::size_t>(m_terminal.width);
     std::size_t const barWidth = std::min(kBarWidth, width > others ? width - others : 0);
     auto const filled = static_cast<std::size_t>(clamped * static_cast<double>(barWidth));
     std::string const bar = std::string(filled, '#') + std::string(barWidth - filled, '.');
-    write(m_what + " [" + bar + "] " + std::to_string(static_cast<int>(clamped * 100)) + " %");
+    write(m_label + " [" + bar + "] " + std::to_string(static_cast<int>(clamped * 100)) + " %");
 }
 
 void Progress::show(std::string const& amount)
 {
     if (isDue())
     {
-        write(m_what + " " + amount);
+        write(m_label + " " + amount);
     }
 }
 

@@ -13,7 +13,7 @@ namespace tool
 class Progress
 {
 public:
-    Progress(std::string what, Terminal const& resultsTerminal = Terminal());
+    Progress(std::string label, Terminal const& resultsTerminal = Terminal());
     ~Progress();
     Progress(Progress const&) = delete;
     Progress& operator=(Progress const&) = delete;
@@ -33,7 +33,7 @@ private:
     bool isDue();
     void write(std::string const& text);
 
-    std::string const m_what;
+    std::string const m_label;
     Terminal m_terminal;
     std::chrono::steady_clock::time_point m_next;
     static Progress* shown;

@@ -27,7 +27,7 @@ Character firstCharacter(std::string_view text)
     return size > 0 ? Character{codePoint, static_cast<std::size_t>(size)} : Character{-1, 1};
 }
 
-bool isSeen(utf8proc_int32_t codePoint)
+bool isPrintable(utf8proc_int32_t codePoint)
 {
     switch (utf8proc_category(codePoint))
     {
@@ -63,22 +63,23 @@ std::string escapeOf(unsigned int codePoint)
     return codePoint < 0x10000 ? "\\u" + hexadecimal(codePoint, 4) : "\\U" + hexadecimal(codePoint, 8);
 }
 
-bool isPlain(char c)
+bool isPrintableAscii(char c)
 {
     return c >= ' ' && c <= '~';
 }
 
 /// `text` with unprintable characters and invalid bytes replaced by the results of the two functions.
 template <class ReplaceCharacter, class ReplaceByte>
-std::string replaceUnseen(std::string_view text, bool isAsciiOnly, ReplaceCharacter const& replaceCharacter,
-                          ReplaceByte const& replaceByte)
+std::string replaceUnprintable(std::string_view text, bool isAsciiOnly, ReplaceCharacter const& replaceCharacter,
+                               ReplaceByte const& replaceByte)
 {
     std::string result;
     result.reserve(text.size());
     while (!text.empty())
     {
         // Most texts are printable ASCII: copy these characters at once.
-        auto const plain = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isPlain) - text.begin());
+        auto const plain =
+            static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isPrintableAscii) - text.begin());
         result.append(text.substr(0, plain));
         text.remove_prefix(plain);
         if (text.empty())
@@ -90,7 +91,7 @@ std::string replaceUnseen(std::string_view text, bool isAsciiOnly, ReplaceCharac
         {
             result.append(replaceByte(text.front()));
         }
-        else if (!isAsciiOnly && isSeen(character.codePoint))
+        else if (!isAsciiOnly && isPrintable(character.codePoint))
         {
             result.append(text.substr(0, character.size));
         }
@@ -107,7 +108,7 @@ std::string replaceUnseen(std::string_view text, bool isAsciiOnly, ReplaceCharac
 
 std::string escape(std::string_view text, bool isAsciiOnly)
 {
-    return replaceUnseen(
+    return replaceUnprintable(
         text, isAsciiOnly, [](unsigned int codePoint) { return escapeOf(codePoint); },
         [](char byte) {
             return "\\x" + hexadecimal({&byte, 1});
@@ -116,7 +117,7 @@ std::string escape(std::string_view text, bool isAsciiOnly)
 
 std::string escapeJson(std::string_view json)
 {
-    return replaceUnseen(
+    return replaceUnprintable(
         json, false,
         [](unsigned int codePoint)
         {
@@ -136,7 +137,8 @@ std::size_t displayWidth(std::string_view text)
     std::size_t width = 0;
     while (!text.empty())
     {
-        auto const plain = static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isPlain) - text.begin());
+        auto const plain =
+            static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isPrintableAscii) - text.begin());
         width += plain;
         text.remove_prefix(plain);
         if (!text.empty())

@@ -55,8 +55,8 @@ bool isUtf8Locale()
 Terminal examineTerminal(int descriptor)
 {
     Terminal terminal;
-    terminal.isThere = isatty(descriptor) == 1;
-    if (terminal.isThere)
+    terminal.isTerminal = isatty(descriptor) == 1;
+    if (terminal.isTerminal)
     {
         terminal.isDecorated = environment("NO_COLOR").empty() && environment("TERM") != "dumb";
         terminal.isUtf8 = isUtf8Locale();

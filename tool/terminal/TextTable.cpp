@@ -11,10 +11,10 @@ namespace tool
 namespace
 {
 
-constexpr std::size_t kRowsThatTellWidths = 200;
+constexpr std::size_t kRowsForWidths = 200;
 constexpr std::size_t kLeastElasticWidth = 10;
 /// Fewer rows are buffered when their texts are long.
-constexpr std::size_t kBytesThatTellWidths = 1 << 16;
+constexpr std::size_t kBytesForWidths = 1 << 16;
 constexpr std::size_t kGapWidth = 2;
 
 } // namespace
@@ -76,10 +76,10 @@ void TextTable::add(Row row)
     }
     for (Cell const& cell : row)
     {
-        m_heldBytes += cell.text.size();
+        m_bufferedBytes += cell.text.size();
     }
-    m_held.push_back(std::move(row));
-    if (m_held.size() == kRowsThatTellWidths || m_heldBytes > kBytesThatTellWidths)
+    m_buffered.push_back(std::move(row));
+    if (m_buffered.size() == kRowsForWidths || m_bufferedBytes > kBytesForWidths)
     {
         flush();
     }
@@ -99,7 +99,7 @@ void TextTable::flush()
     for (std::size_t column = 0; column < m_headings.size(); ++column)
     {
         std::size_t width = displayWidth(m_headings[column].text);
-        for (Row const& row : m_held)
+        for (Row const& row : m_buffered)
         {
             width = std::max(width, displayWidth(row[column].text));
         }
@@ -112,11 +112,11 @@ void TextTable::flush()
         headings.emplace_back(heading.text, Style::STRONG);
     }
     write(headings);
-    for (Row const& row : m_held)
+    for (Row const& row : m_buffered)
     {
         write(row);
     }
-    m_held.clear();
+    m_buffered.clear();
 }
 
 /// The terminal columns that the table takes: at the least, or with the present widths.
@@ -166,7 +166,7 @@ std::size_t* TextTable::widestElastic()
 /// Leaves out columns, then narrows the widest elastic one until the table fits or all of them have their least width.
 void TextTable::fitToTerminal()
 {
-    if (!m_output.terminal().isThere || m_wraps)
+    if (!m_output.terminal().isTerminal || m_wraps)
     {
         return;
     }
@@ -186,7 +186,7 @@ void TextTable::fitToTerminal()
 void TextTable::write(Row const& row)
 {
     Terminal const& terminal = m_output.terminal();
-    bool const isFitted = terminal.isThere && !m_wraps;
+    bool const isFitted = terminal.isTerminal && !m_wraps;
     std::string line;
     std::size_t used = 0;   // Columns of the terminal.
     std::size_t blanks = 0; // Written only before a text, so that no line ends with blanks.

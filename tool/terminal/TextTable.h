@@ -70,8 +70,8 @@ private:
     Output& m_output;
     std::vector<Heading> const m_headings;
     bool const m_wraps;
-    std::vector<Row> m_held;
-    std::size_t m_heldBytes = 0;
+    std::vector<Row> m_buffered;
+    std::size_t m_bufferedBytes = 0;
     std::vector<std::size_t> m_widths; ///< empty while rows are buffered
     std::vector<bool> m_isDropped;
 };

@@ -33,7 +33,7 @@ constexpr std::array<Length, 22> kLengths = {
      {7 * kDay, 0}, {0, 1},           {0, 3},           {0, 12},           {0, 120},
      {0, 1200},     {0, 12000}}};
 /// From the Monday before 1970-01-01 to that day: weeks begin on Mondays.
-constexpr std::int64_t kMonday = 3 * kDay;
+constexpr std::int64_t kMondayOffset = 3 * kDay;
 
 /// Rounded down, also before 1970.
 std::int64_t alignedDown(std::int64_t number, std::int64_t unit)
@@ -46,7 +46,7 @@ std::int64_t periodBegin(std::int64_t time, Length const& length, std::int64_t s
 {
     if (length.months == 0)
     {
-        return alignedDown(time + kMonday, length.milliseconds) - kMonday + steps * length.milliseconds;
+        return alignedDown(time + kMondayOffset, length.milliseconds) - kMondayOffset + steps * length.milliseconds;
     }
     auto const seconds = static_cast<std::time_t>(alignedDown(time, kSecond) / kSecond);
     std::tm calendar = {};

@@ -75,7 +75,7 @@ private:
 };
 
 /// A parsed date and time of day; `length` is that of the smallest unit in the text.
-struct WrittenTime
+struct ParsedTime
 {
     std::tm calendar = {};
     std::int64_t milliseconds = 0;
@@ -84,7 +84,7 @@ struct WrittenTime
     bool isGood = true;                 ///< the time zone is valid
 };
 
-void scanSeconds(Scanner& scanner, WrittenTime& time)
+void scanSeconds(Scanner& scanner, ParsedTime& time)
 {
     time.calendar.tm_sec = scanner.number(2);
     time.length = kSecond;
@@ -97,7 +97,7 @@ void scanSeconds(Scanner& scanner, WrittenTime& time)
     }
 }
 
-void scanZone(Scanner& scanner, WrittenTime& time)
+void scanZone(Scanner& scanner, ParsedTime& time)
 {
     char const sign = scanner.accept("Zz+-");
     if (sign == '\0')
@@ -115,7 +115,7 @@ void scanZone(Scanner& scanner, WrittenTime& time)
     }
 }
 
-void scanTimeOfDay(Scanner& scanner, WrittenTime& time)
+void scanTimeOfDay(Scanner& scanner, ParsedTime& time)
 {
     time.calendar.tm_hour = scanner.number(2);
     scanner.expect(':');
@@ -150,7 +150,7 @@ std::int64_t momentOf(std::tm calendar, bool isLocal)
 std::optional<Period> parseTime(std::string const& text, TimeStyle const& style)
 {
     Scanner scanner(text);
-    WrittenTime time;
+    ParsedTime time;
     time.calendar.tm_year = scanner.number(4) - 1900;
     scanner.expect('-');
     time.calendar.tm_mon = scanner.number(2) - 1;

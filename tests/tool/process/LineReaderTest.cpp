@@ -234,24 +234,24 @@ TEST_F(LineReaderTest, HasMoreOnceSomethingCanBeReadWithoutWaiting)
 TEST_F(LineReaderTest, CountsTheBytesOfTakenAndOfDiscardedLines)
 {
     sendChunk("one\ntwo\n");
-    EXPECT_EQ(reader.taken(), 0u);
+    EXPECT_EQ(reader.takenBytes(), 0u);
     take(reader);
-    EXPECT_EQ(reader.taken(), 4u);
+    EXPECT_EQ(reader.takenBytes(), 4u);
     take(reader);
     sendChunk("123456789");
-    EXPECT_EQ(reader.taken(), 17u);
+    EXPECT_EQ(reader.takenBytes(), 17u);
     sendChunk("0\nend");
     take(reader);
-    EXPECT_EQ(reader.taken(), 19u);
+    EXPECT_EQ(reader.takenBytes(), 19u);
     endAndFill();
     take(reader);
-    EXPECT_EQ(reader.taken(), 22u);
+    EXPECT_EQ(reader.takenBytes(), 22u);
 }
 
 TEST_F(LineReaderTest, DoesNotKnowTheSizeOfAPipesContent)
 {
     send("one\n");
-    EXPECT_EQ(reader.total(), 0u);
+    EXPECT_EQ(reader.totalBytes(), 0u);
 }
 
 TEST(LineReaderOfAFile, ReadsItToItsEndAndKnowsItsSize)
@@ -264,7 +264,7 @@ TEST(LineReaderOfAFile, ReadsItToItsEndAndKnowsItsSize)
     }
     InputFile const input(content);
     LineReader reader(100);
-    EXPECT_EQ(reader.total(), content.size());
+    EXPECT_EQ(reader.totalBytes(), content.size());
     int lines = 0;
     while (reader.hasMore())
     {
@@ -276,7 +276,7 @@ TEST(LineReaderOfAFile, ReadsItToItsEndAndKnowsItsSize)
         ++lines;
     }
     EXPECT_EQ(lines, 40000);
-    EXPECT_EQ(reader.taken(), content.size());
+    EXPECT_EQ(reader.takenBytes(), content.size());
 }
 
 TEST(LineReaderOfAFile, DiscardsALineOfSeveralReads)

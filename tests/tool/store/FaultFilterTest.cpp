@@ -89,7 +89,7 @@ protected:
     {
         FaultFile file(path);
         FaultFilter const filter(options, {}, file);
-        return writtenTo(STDERR_FILENO, 0, [&] { filter.reportUnanswered(); });
+        return writtenTo(STDERR_FILENO, 0, [&] { filter.reportNoMatch(); });
     }
 };
 

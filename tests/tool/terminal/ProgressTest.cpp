@@ -92,7 +92,7 @@ TEST_F(ProgressTest, WritesNothingWhereResultsGoToATerminal)
     auto const work = []
     {
         Terminal results;
-        results.isThere = true;
+        results.isTerminal = true;
         Progress progress("reading", results);
         EXPECT_FALSE(progress.isVisible());
         progress.show(0.5);
@@ -163,7 +163,7 @@ TEST_F(ProgressTest, IsErasedForAMessage)
     {
         Progress progress("reading");
         progress.show(std::string("1"));
-        complain("a row is damaged");
+        printMessage("a row is damaged");
     };
     EXPECT_EQ(shown(80, work), std::string(kBegin) + "reading 1" + kBegin + "firaim: a row is damaged\r\n");
 }
