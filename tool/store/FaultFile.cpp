@@ -141,8 +141,8 @@ void changeInTransaction(sqlite::Connection const& connection, FileAction const&
                                         reason + "): look at the file before trying again");
 }
 
-/// After a commit that failed with `problem`: looks for the change in the file, and makes what it finds durable.
-/// Returns if the change is stored; otherwise throws a Problem.
+/// After a commit that failed with `problem`: looks for the change in the file and makes the outcome durable. Returns
+/// if the change is stored; otherwise throws a Problem.
 void requireStored(std::string const& path, Problem const& problem, FileAction const& isStored)
 {
     bool isFound = false;

@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-/// Reads and writes times as ISO 8601, in UTC or in the local time zone. A time that is neither a text nor a stamp of a
-/// file is a number of milliseconds since 1970-01-01 UTC.
+/// Reads and prints times as ISO 8601, in UTC or in the local time zone. Inside the program a time is a number of
+/// milliseconds since 1970-01-01 UTC.
 namespace tool
 {
 
