@@ -18,11 +18,12 @@ using namespace tool;
 constexpr char kFooter[] = R"(
 'firaim COMMAND --help' lists the options of a command.
 
-Times are printed and read as ISO 8601, in UTC unless --local is given. Results go to standard output, everything else
-to standard error.
+Times are printed and read as ISO 8601, in UTC unless --local is given. Results
+go to standard output, everything else to standard error.
 
-Exit status: 0 done; 1 nothing found, a finding of 'check', or a line that 'record' refused; 2 bad usage; 3 a file,
-standard input or standard output cannot be used.)";
+Exit status: 0 done; 1 nothing found, a finding of 'check', or a line that
+'record' refused; 2 bad usage; 3 a file, standard input or standard output
+cannot be used.)";
 
 void addCommands(CommandLine& line, Request& request)
 {

@@ -5,6 +5,9 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include <sys/stat.h>
 
@@ -143,6 +146,23 @@ TEST_F(CommandLineTest, HelpOfEachCommandHasAnExample)
     for (auto const& command : commands)
     {
         EXPECT_THAT(output({command[0], "--help"}), HasSubstr("\nExample:\n  firaim " + command[0])) << command[0];
+    }
+}
+
+TEST_F(CommandLineTest, HelpFitsIntoATerminalOf80Columns)
+{
+    std::vector<std::vector<std::string>> commands = kCommandsOnFiles;
+    commands.push_back({"create"});
+    commands.push_back({"codes"});
+    std::string help = output({"--help"});
+    for (auto const& command : commands)
+    {
+        help += output({command[0], "--help"});
+    }
+    std::istringstream lines(help);
+    for (std::string line; std::getline(lines, line);)
+    {
+        EXPECT_LE(line.size(), 80u) << line;
     }
 }
 

@@ -28,7 +28,7 @@ void addTimeStyle(Command& command, TimeStyle& style)
     {
         names.push_back(unit.first);
     }
-    command.flag("--local", style.isLocal, "Read and print times in the local time zone, not in UTC");
+    command.flag("--local", style.isLocal, "Times in the local time zone instead of UTC");
     command
         .text(
             "--time-unit", [&style](std::string const& name) { style.unit = units.at(name); },

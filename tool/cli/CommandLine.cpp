@@ -18,10 +18,34 @@ namespace tool
 namespace
 {
 
-/// Leaves out of the help which options exclude each other: the descriptions say it where it matters.
+/// The width of a usual terminal.
+constexpr std::size_t kHelpWidth = 80;
+
+/// `text` in lines of at most `width` characters.
+std::string wrapped(std::string const& text, std::size_t width)
+{
+    std::istringstream words(text);
+    std::string lines;
+    std::size_t used = 0;
+    for (std::string word; words >> word;)
+    {
+        bool const isFitting = used + 1 + word.size() <= width;
+        lines += (used == 0 ? "" : isFitting ? " " : "\n") + word;
+        used = (used > 0 && isFitting ? used + 1 : 0) + word.size();
+    }
+    return lines;
+}
+
+/// Fits the help into a usual terminal. Leaves out which options exclude each other: the descriptions say it where it
+/// matters.
 class HelpFormatter : public CLI::Formatter
 {
 public:
+    std::string make_option_desc(CLI::Option const* option) const override
+    {
+        return wrapped(option->get_description(), kHelpWidth - get_column_width());
+    }
+
     std::string make_option_opts(CLI::Option const* option) const override
     {
         std::string text = option->get_type_name().empty() ? "" : " " + option->get_type_name();

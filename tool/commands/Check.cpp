@@ -299,8 +299,7 @@ int check(Options const& options, Output& output)
 
 void addCheck(CommandLine& line, Request& request)
 {
-    Command command = line.add("check", "Report problems of a file, with advice; the file is not changed",
-                               "  firaim check faults.db");
+    Command command = line.add("check", "Check a file and say what to do; changes nothing", "  firaim check faults.db");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
     addJson(command, options->isJson);

@@ -160,7 +160,7 @@ int exportRows(Options const& options, Output& output)
 
 void addExport(CommandLine& line, Request& request)
 {
-    Command command = line.add("export", "Write faults, or the whole file, for other programs",
+    Command command = line.add("export", "Write faults or the whole file for other programs",
                                "  firaim export faults.db --format csv > faults.csv\n"
                                "  firaim export faults.db --format json | jq .FdbFaultStatisticTbl\n"
                                "  firaim export faults.db --format sql | sqlite3 new.db");

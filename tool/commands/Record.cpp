@@ -192,8 +192,8 @@ std::vector<Option> addFaultOptions(Command& command, Options& options)
 
 void addRecord(CommandLine& line, Request& request)
 {
-    Command command = line.add("record", "Record a fault and count it in the statistic of its code; print its key",
-                               "  firaim record faults.db --code FC_BUS_OFF --module can0 --description \"no answer\"\n"
+    Command command = line.add("record", "Record a fault, count it and print its key",
+                               "  firaim record faults.db --code FC_BUS_OFF --description \"no answer\"\n"
                                "  firaim export old.db --format jsonl | firaim record faults.db --stdin");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
@@ -217,9 +217,8 @@ void addRecord(CommandLine& line, Request& request)
 
 void addClear(CommandLine& line, Request& request)
 {
-    Command command =
-        line.add("clear", "Record the active faults of a code as inactive and update its statistic; print their keys",
-                 "  firaim clear faults.db --code FC_BUS_OFF");
+    Command command = line.add("clear", "Record that the active faults of a code are over",
+                               "  firaim clear faults.db --code FC_BUS_OFF");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
     command.text("--code", options->code, "Fault code, by name or number", "CODE").require();

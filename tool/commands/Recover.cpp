@@ -25,9 +25,8 @@ int recover(Options const& options, Output&)
 
 void addRecover(CommandLine& line, Request& request)
 {
-    Command command = line.add(
-        "recover", "Roll back the unfinished transaction of a writer that was cut off, so that the file can be read",
-        "  firaim recover faults.db");
+    Command command =
+        line.add("recover", "Roll back the transaction of a cut-off writer", "  firaim recover faults.db");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
     runWith(command, request, options, recover);

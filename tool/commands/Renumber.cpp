@@ -116,7 +116,7 @@ int renumber(Options const& options, Output& output)
 
 void addRenumber(CommandLine& line, Request& request)
 {
-    Command command = line.add("renumber", "Move faults and statistics from one start-up id to another",
+    Command command = line.add("renumber", "Move faults and statistics to another start-up id",
                                "  firaim renumber faults.db --from 7 --to 8");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);

@@ -317,10 +317,9 @@ int trim(Options const& options, Output& output)
 
 void addTrim(CommandLine& line, Request& request)
 {
-    Command command =
-        line.add("trim", "Remove old faults, but none that is needed to tell what is active; keys are never reused",
-                 "  firaim trim faults.db --keep 10000 --dry-run\n"
-                 "  firaim trim faults.db --before 2031-01-01 --vacuum");
+    Command command = line.add("trim", "Remove old faults that nothing active needs",
+                               "  firaim trim faults.db --keep 10000 --dry-run\n"
+                               "  firaim trim faults.db --before 2031-01-01 --vacuum");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
     Option const keep = command.number("--keep", options->keep, "Keep the newest N faults");

@@ -228,8 +228,8 @@ int watch(Options const& options, Output& output)
 
 void addWatch(CommandLine& line, Request& request)
 {
-    Command command = line.add("watch", "Follow new faults and changed statistics until interrupted",
-                               "  firaim watch faults.db --last 10");
+    Command command =
+        line.add("watch", "Follow new faults and statistics until interrupted", "  firaim watch faults.db --last 10");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
     command.number("--last", options->last, "Begin with the newest N existing faults");
