@@ -64,7 +64,7 @@ void changeFile(std::string const& path, FileAction const& change, FileAction co
 std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const& connection, std::string const& sql,
                               std::initializer_list<std::int64_t> parameters);
 
-/// Opens the existing fault database at `path` for recording, with that busy timeout. Throws a Problem.
+/// Opens the existing fault database at `path` for recording, with `busyTimeout`. Throws a Problem.
 void openRecorder(firaim::FaultRecorder& recorder, std::string const& path, firaim::RecorderOptions options,
                   std::chrono::milliseconds busyTimeout = lockWait::kBusyTimeout);
 

@@ -25,7 +25,7 @@ struct FaultRequest
 class FaultCompleter
 {
 public:
-    /// Opens the file at `path` only when it has to read it, with that busy timeout.
+    /// Opens the file at `path` only when it has to read it, with `busyTimeout`.
     FaultCompleter(std::string path, TimeStyle const& style,
                    std::chrono::milliseconds busyTimeout = lockWait::kBusyTimeout)
         : m_path(std::move(path)), m_style(style), m_busyTimeout(busyTimeout)

@@ -60,7 +60,7 @@ public:
 
 private:
     Terminal const m_terminal;
-    bool const m_mayBlock; ///< until the reader reads
+    bool const m_mayBlock; ///< writing may wait for the reader
     std::string m_pending;
     LogBuffer m_logLines;
     std::streambuf* m_consoleBuffer;
