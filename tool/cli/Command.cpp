@@ -43,7 +43,7 @@ void addFilters(Command& command, FilterOptions& filter)
     command.number("--startup", filter.startup, "Faults recorded under this start-up id");
     command.flag("--active", filter.isActiveOnly, "Faults recorded as active");
     command.text("--since", filter.since, "Faults from this time on, such as 2031-05-04 or 2031-05-04T03:02Z", "TIME");
-    command.text("--until", filter.until, "Faults up to this time; a date includes its whole day", "TIME");
+    command.text("--until", filter.until, "Faults up to this time; a date is a whole day", "TIME");
     command.text("--grep", filter.grep, "Faults that contain this text, ignoring case", "TEXT");
     command.number("--after", filter.after, "Faults with a key larger than ID", "ID");
 }

@@ -139,8 +139,8 @@ std::string inactiveText(Options const& options)
     bool const isKnown = file.isFound(file.reader().statistic(requireCode(options.code), statistic));
     std::string const triple = (options.module ? " of the module '" + *options.module + "'" : "") +
                                (options.parameter ? " with the parameter '" + *options.parameter + "'" : "");
-    return options.path + ": " + options.code + triple + (isKnown ? " is not active" : " has never occurred") +
-           "; nothing was recorded";
+    return options.path + ": fault code " + options.code + triple +
+           (isKnown ? " is not active" : " has never occurred") + "; nothing was recorded";
 }
 
 int clear(Options const& options, Output& output)
@@ -184,8 +184,8 @@ std::vector<Option> addFaultOptions(Command& command, Options& options)
             command.text("--time-zone", event.timeZone, "Time zone of the device, only stored; default: UTC", "TEXT"),
             command.text("--signals-file", event.signalsFile, "Name of the file with dumped signals", "NAME"),
             command.text("--config-backup", event.configBackup, "Name of the configuration backup", "NAME"),
-            command.number("--up-time", event.upTime, "Up-time of the device, in its own unit; default: 0"),
-            command.number("--life-time", event.lifeTime, "Life-time of the device, in its own unit; default: 0")};
+            command.number("--up-time", event.upTime, "Up-time of the device, in its unit; default: 0"),
+            command.number("--life-time", event.lifeTime, "Life-time of the device, in its unit; default: 0")};
 }
 
 } // namespace

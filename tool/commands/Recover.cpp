@@ -26,7 +26,7 @@ int recover(Options const& options, Output&)
 void addRecover(CommandLine& line, Request& request)
 {
     Command command =
-        line.add("recover", "Roll back the transaction of a cut-off writer", "  firaim recover faults.db");
+        line.add("recover", "Roll back what a crashed writer left unfinished", "  firaim recover faults.db");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
     runWith(command, request, options, recover);
