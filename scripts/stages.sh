@@ -23,10 +23,11 @@ build()
         cmake --build --preset "$1" --parallel "$jobs" ${2:+--target "$2"}
 }
 
-# Runs the tests of a preset.
+# Runs the tests of a preset. Other options of ctest may follow.
 run_tests()
 {
-    ctest --preset "$1" --parallel "$jobs"
+    # One more than there are processors: many tests spend their time waiting for a lock or for another process.
+    ctest --preset "$1" --parallel "$((jobs + 1))" "${@:2}"
 }
 
 export -f build run_tests

@@ -121,6 +121,7 @@ TEST_F(StormsTest, HourOfEventsAdmitsExactlyTheRate)
         std::chrono::milliseconds interval;
         std::uint64_t admitted;
     } const cases[] = {{1ms, 60 + 360}, {7ms, 60 + 360}, {100ms, 60 + 360}, {9s, 60 + 340}, {10s, 360}};
+    FaultEvent const event = eventOf(1);
     for (auto const& c : cases)
     {
         SCOPED_TRACE(c.interval.count());
@@ -129,7 +130,7 @@ TEST_F(StormsTest, HourOfEventsAdmitsExactlyTheRate)
         std::uint64_t refused = 0;
         for (std::chrono::milliseconds time = 0s; time < 1h; time += c.interval)
         {
-            bool const isAdmitted = one.admits(eventOf(1), kWallBegin, ++order, at(time));
+            bool const isAdmitted = one.admits(event, kWallBegin, ++order, at(time));
             ++(isAdmitted ? admitted : refused);
         }
         EXPECT_LE(admitted, c.admitted);
