@@ -182,8 +182,11 @@ TEST_F(CheckTest, FindsTheMissingFaultOfAnActiveStatisticHoweverOld)
 
 TEST_F(CheckTest, FindsTwoStatisticsOfOneCode)
 {
-    expectFinding("UPDATE FdbFaultStatisticTbl SET FaultCode = 1025",
-                  "statistic: FaultCode 1025 has 2 rows in FdbFaultStatisticTbl\n");
+    expectFinding(
+        "UPDATE FdbFaultStatisticTbl SET FaultCode = 1025",
+        "statistic: FaultCode 1025 has 2 rows in FdbFaultStatisticTbl\n"
+        "what to do (statistic): there should be one row for each code: the recorder updates only the first, and "
+        "FaultDb::update overwrites all of them\n");
 }
 
 TEST_F(CheckTest, FindsEachKindOfDamagedCell)

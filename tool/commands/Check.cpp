@@ -51,8 +51,8 @@ constexpr FindingKind kRemoved = {"removed",
                                   "stay right",
                                   false};
 constexpr FindingKind kStatistic = {"statistic",
-                                    "there should be one row for each code: the library reads the first, and writes "
-                                    "all of them when the fault occurs again",
+                                    "there should be one row for each code: the recorder updates only the first, and "
+                                    "FaultDb::update overwrites all of them",
                                     true};
 constexpr FindingKind kCell = {"cell",
                                "applications read another value than the file holds: look at the row with 'firaim "
