@@ -54,7 +54,7 @@ seconds.
 
 Each run records under the next start-up id. A fault that was still active when an earlier run ended is settled when
 this run first looks at it: still crossed, it counts as a new occurrence under the new start-up id; no longer crossed,
-it is recorded as inactive. What this run does not watch keeps its state.
+it is recorded as inactive. The state of faults that this run does not watch stays as it is.
 
 Exit status: 0 when the samples were taken or SIGINT or SIGTERM ended the run, 1 when the database or the machine's
 state could not be read or written, 2 for bad usage.)";
