@@ -13,7 +13,7 @@ namespace
 
 using testing::HasSubstr;
 
-/// Of the three faults, only the last is active.
+/// Only the last of the three faults is active.
 class TrimTest : public ChangeTest
 {
 protected:
