@@ -64,6 +64,7 @@ public:
     /// - HISTORY_INVALID_STATE: the reader was not open
     /// - HISTORY_BUSY, HISTORY_CANCELLED, HISTORY_FAILED: the next call tries again at the same place
     /// - HISTORY_HOT_JOURNAL
+    /// - HISTORY_FOREIGN_FILE: the file was overwritten and is no database any more
     /// - HISTORY_DAMAGED: the cursor goes no further
     int next();
 
