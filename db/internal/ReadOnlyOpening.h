@@ -35,8 +35,8 @@ private:
     std::string m_text;
 };
 
-/// Requires that `path` names a regular file or a link to one. Opens nothing and does not wait. Throws Failure.
-void requireFile(FilePath const& path);
+/// Requires that `file` is a regular file or a link to one. Opens nothing and does not wait. Throws Failure.
+void requireFile(FilePath const& file);
 
 /// Whether the journal file has more than an empty header.
 bool holdsTransaction(std::string const& journal);

@@ -11,8 +11,6 @@
 namespace
 {
 
-using testing::HasSubstr;
-
 enum FileSetup
 {
     WITH_JOURNAL,
@@ -78,7 +76,7 @@ protected:
             other.reset();
         }
         arguments.insert(arguments.begin() + 1, copy);
-        Outcome const outcome = runTool(arguments, settingFor(failing));
+        Outcome outcome = runTool(arguments, settingFor(failing));
         other.reset();
         isDone = RawDb(copy).value(isDoneQuery) == "1";
         EXPECT_EQ(RawDb(copy).value("PRAGMA integrity_check"), "ok");

@@ -138,7 +138,7 @@ TEST_F(ListTest, AnUnknownNameInAFilterIsReported)
         {{"--module", "can9"}, "no fault is of the module 'can9'"},
         {{"--startup", "9"}, "no fault has the start-up id 9"},
         {{"--code", "FC_CLOCK_JUMP"}, "no fault has the code FC_CLOCK_JUMP"},
-        {{"--grep", "xyz"}, "no fault mentions 'xyz'"},
+        {{"--grep", "xyz"}, "no fault contains 'xyz'"},
         {{"--since", "2032-01-01"}, "no fault is dated 2032-01-01T00:00:00.000Z or later"},
         {{"--until", "2030-12-31"}, "no fault is dated before 2031-01-01T00:00:00.000Z"},
         {{"--after", "3"}, "there is no fault after key 3"},

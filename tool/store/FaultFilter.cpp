@@ -92,7 +92,7 @@ FaultFilter::FaultFilter(FilterOptions const& options, TimeStyle const& style, F
     }
     if (options.grep)
     {
-        add("no fault mentions '" + *options.grep + "'", [&](FaultQuery& query) { query.text = options.grep; });
+        add("no fault contains '" + *options.grep + "'", [&](FaultQuery& query) { query.text = options.grep; });
     }
     addTimes(options, style);
 }

@@ -303,7 +303,7 @@ TEST_F(FaultFilterTest, ReportsEachOptionThatNoFaultMatches)
     EXPECT_EQ(reportOf(none), "firaim: no fault has the code 0x402\n"
                               "firaim: no fault is of the module 'can\\n1'\n"
                               "firaim: no fault has the start-up id 9\n"
-                              "firaim: no fault mentions 'nowhere'\n"
+                              "firaim: no fault contains 'nowhere'\n"
                               "firaim: no fault is dated 2031-05-08T00:00:00.000Z or later\n"
                               "firaim: no fault is dated before 2031-05-02T00:00:00.000Z\n");
     RawDb(path).exec("UPDATE FdbFaultTbl SET Status = 'ErrorInactive'");
