@@ -31,14 +31,6 @@ protected:
     /// Calls every operation of the reader once.
     void readEverything()
     {
-        Fault fault;
-        FaultStatistic statistic;
-        std::vector<Fault> faults;
-        std::vector<FaultStatistic> statistics;
-        std::vector<Startup> startups;
-        Counts counts;
-        std::string version;
-        FollowPosition position;
         EXPECT_EQ(reader.fault(1, fault), HISTORY_OK) << problem();
         EXPECT_EQ(reader.statistics(statistics), HISTORY_OK) << problem();
         EXPECT_EQ(reader.statistic(1000, statistic), HISTORY_OK) << problem();
@@ -55,6 +47,15 @@ protected:
     {
         exec("INSERT INTO FdbFaultStatisticTbl VALUES(NULL,1000,'name',2,3,4,'first','last','active',5,6,7)");
     }
+
+    Fault fault;
+    FaultStatistic statistic;
+    std::vector<Fault> faults;
+    std::vector<FaultStatistic> statistics;
+    std::vector<Startup> startups;
+    Counts counts;
+    std::string version;
+    FollowPosition position;
 };
 
 } // namespace
@@ -101,7 +102,6 @@ TEST_F(FaultReaderTest, ReadsAWriteAheadLogAndLeavesItUnchanged)
     std::string const bytes = readFile(path);
     std::string const log = readFile(path + "-wal");
     open();
-    Fault fault;
     EXPECT_EQ(reader.fault(1, fault), HISTORY_OK);
     EXPECT_EQ(fault.Description, "in the log");
     EXPECT_EQ(reader.close(), HISTORY_OK);
@@ -157,7 +157,6 @@ TEST_F(FaultReaderTest, TakesAPathThatEndsInASlashForNoFile)
     EXPECT_EQ(problem(), path + "/: Not a directory");
     EXPECT_EQ(reader.open(dir.path() + '/'), HISTORY_BAD_PATH);
     EXPECT_EQ(reader.open(dir.file("missing/")), HISTORY_NO_FILE);
-    Fault fault;
     EXPECT_EQ(reader.follow({}).next(fault, 0ms), HISTORY_NO_FILE);
     EXPECT_TRUE(folder() == before);
 }
@@ -229,7 +228,6 @@ TEST_F(FaultReaderTest, ReadsAFileOfAnyFormatVersionWithTheOption)
     options.isAnyVersionRead = true;
     exec("UPDATE FdbVersionTbl SET Version = '2.0.0'");
     open(options);
-    std::string version;
     EXPECT_EQ(reader.formatVersion(version), HISTORY_OK);
     EXPECT_EQ(version, "2.0.0");
     exec("DELETE FROM FdbVersionTbl");
@@ -257,14 +255,6 @@ TEST_F(FaultReaderTest, IsCancelledWhileItWaits)
 
 TEST_F(FaultReaderTest, RefusesEveryCallUnlessItIsOpen)
 {
-    Fault fault;
-    FaultStatistic statistic;
-    std::vector<Fault> faults;
-    std::vector<FaultStatistic> statistics;
-    std::vector<Startup> startups;
-    Counts counts;
-    std::string version;
-    FollowPosition position;
     EXPECT_EQ(reader.close(), HISTORY_INVALID_STATE);
     EXPECT_EQ(reader.fault(1, fault), HISTORY_INVALID_STATE);
     EXPECT_EQ(reader.fault(std::numeric_limits<unsigned long long>::max(), fault), HISTORY_INVALID_STATE);
@@ -288,7 +278,6 @@ TEST_F(FaultReaderTest, ReadsOneFaultByItsKey)
 {
     addFaults(3);
     open();
-    Fault fault;
     EXPECT_EQ(reader.fault(2, fault), HISTORY_OK);
     EXPECT_EQ(fault.Description, "fault 2");
     EXPECT_EQ(reader.fault(4, fault), HISTORY_NOT_FOUND);
@@ -301,13 +290,12 @@ TEST_F(FaultReaderTest, ReadsStatisticsInTheOrderOfTheirKeysAndByCode)
     exec("INSERT INTO FdbFaultStatisticTbl(EntryId, FaultCode, OccurenceCnt) VALUES(9, 5, 1), (3, 4294967295, 2), "
          "(7, 5, 3)");
     open();
-    std::vector<FaultStatistic> statistics(5);
+    statistics.resize(5);
     ASSERT_EQ(reader.statistics(statistics), HISTORY_OK);
     ASSERT_EQ(statistics.size(), 3U);
     EXPECT_EQ(statistics[0].EntryId, 3U);
     EXPECT_EQ(statistics[1].EntryId, 7U);
     EXPECT_EQ(statistics[2].EntryId, 9U);
-    FaultStatistic statistic;
     EXPECT_EQ(reader.statistic(5, statistic), HISTORY_OK);
     EXPECT_EQ(statistic.EntryId, 7U);
     EXPECT_EQ(reader.statistic(4294967295U, statistic), HISTORY_OK);
@@ -323,7 +311,6 @@ TEST_F(FaultReaderTest, CountsBeyondWhatOneBatchHolds)
     exec("INSERT INTO FdbFaultTbl(EntryId) VALUES(9223372036854775807), (-9223372036854775808)");
     exec("INSERT INTO FdbFaultStatisticTbl(FaultActive) VALUES('active'), ('inactive'), ('active'), (NULL)");
     open();
-    Counts counts;
     ASSERT_EQ(reader.counts(counts), HISTORY_OK) << problem();
     EXPECT_EQ(counts.faults, 70002U);
     EXPECT_EQ(counts.statistics, 4U);
@@ -333,7 +320,7 @@ TEST_F(FaultReaderTest, CountsBeyondWhatOneBatchHolds)
 TEST_F(FaultReaderTest, CountsNothingInAnEmptyFile)
 {
     open();
-    Counts counts{1, 2, 3};
+    counts = {1, 2, 3};
     ASSERT_EQ(reader.counts(counts), HISTORY_OK);
     EXPECT_EQ(counts.faults + counts.statistics + counts.activeStatistics, 0U);
 }
@@ -348,9 +335,9 @@ TEST_F(FaultReaderTest, FindsTheActiveTriplesByTheirNewestRows)
     std::vector<Fault> active(1);
     ASSERT_EQ(reader.activeNow(active), HISTORY_OK);
     std::vector<unsigned long long> found;
-    for (Fault const& fault : active)
+    for (Fault const& row : active)
     {
-        found.push_back(fault.EntryId);
+        found.push_back(row.EntryId);
     }
     EXPECT_THAT(found, ElementsAre(2, 3, 6, 8));
 }
@@ -360,7 +347,6 @@ TEST_F(FaultReaderTest, ListsTheStartupsOfTheFaults)
     exec("INSERT INTO FdbFaultTbl(EntryId, TimeStampUTC, RdbStartupId) VALUES(1, 11, 7), (2, 12, 4294967295), "
          "(3, 13, 2), (5, 15, 7)");
     open();
-    std::vector<Startup> startups;
     ASSERT_EQ(reader.startups(startups), HISTORY_OK);
     std::vector<std::string> found;
     for (Startup const& startup : startups)
@@ -377,8 +363,8 @@ TEST_F(FaultReaderTest, LeavesItsResultsUnchangedWhenACallFails)
     addFaults(3);
     open();
     std::vector<Fault> active(2);
-    std::vector<FaultStatistic> statistics(3);
-    Counts counts{1, 2, 3};
+    statistics.resize(3);
+    counts = {1, 2, 3};
     exec("DROP TABLE FdbFaultTbl; DROP TABLE FdbFaultStatisticTbl");
     EXPECT_EQ(reader.activeNow(active), HISTORY_FAILED);
     EXPECT_EQ(reader.statistics(statistics), HISTORY_FAILED);

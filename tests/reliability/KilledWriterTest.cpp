@@ -56,7 +56,6 @@ private:
     void runWriter();
     void readUntil(ChildProcess& writer, std::chrono::steady_clock::time_point deadline);
     bool takeAcknowledgement(std::string const& line);
-    void apply(Operation const& operation);
     void expectRecovered();
     void settle(Tables const& found);
     void settleMove(Tables const& found);
@@ -89,27 +88,6 @@ void KilledWriter::expectNewFile()
     m_isCreated = false;
 }
 
-void KilledWriter::apply(Operation const& operation)
-{
-    switch (operation.kind)
-    {
-    case Operation::INSERT_FAULT:
-        model.insert(operation.fault);
-        break;
-    case Operation::UPDATE_FAULT:
-        model.update(operation.fault);
-        break;
-    case Operation::INSERT_STATISTIC:
-        model.insert(operation.statistic);
-        break;
-    case Operation::UPDATE_STATISTIC:
-        model.update(operation.statistic);
-        break;
-    case Operation::MOVE:
-        model.move(operation.newId, operation.oldId);
-    }
-}
-
 /// Applies an acknowledgement of the writer to the model; returns false when it reports a failure.
 bool KilledWriter::takeAcknowledgement(std::string const& line)
 {
@@ -118,7 +96,7 @@ bool KilledWriter::takeAcknowledgement(std::string const& line)
         (m_isCreated ? m_isOpened : m_isCreated) = true;
         return line == "0 0";
     }
-    apply(m_underWay);
+    model.apply(m_underWay);
     unsigned long long const key =
         m_underWay.kind == Operation::INSERT_FAULT ? model.lastFaultKey : m_underWay.fault.EntryId;
     m_underWay = m_script->next();
@@ -180,7 +158,7 @@ void KilledWriter::settle(Tables const& found)
     ASSERT_TRUE(m_isOpened) << before;
     if (m_underWay.kind != Operation::MOVE)
     {
-        apply(m_underWay);
+        model.apply(m_underWay);
         ++counts.underWayStored;
         ASSERT_EQ(difference(model, found), "") << "without the operation under way: " << before;
         return;

@@ -58,6 +58,29 @@ protected:
         }
     }
 
+    /// Calls `run` with the path of a new file and a function that calls its argument with one step failing: the first
+    /// that `plan` counts, in the next run the second, and so on until all steps succeed.
+    template <class Run>
+    static void forEachStep(FaultPlan& plan, Run const& run)
+    {
+        unsigned int fired = 1;
+        for (unsigned int n = 1; fired != 0 && !HasFailure(); ++n)
+        {
+            SCOPED_TRACE("failure " + std::to_string(n));
+            TempDir const dir;
+            run(dir.file("faults.db"),
+                [&](auto const& call)
+                {
+                    plan.arm(n, FaultPlan::ONCE);
+                    plan.resume();
+                    call();
+                    plan.pause();
+                    plan.clear();
+                    fired = plan.fired();
+                });
+        }
+    }
+
     unsigned int m_faults = 0;
     unsigned int m_tolerated = 0;
     unsigned int m_unknown = 0;
@@ -160,12 +183,8 @@ TEST_F(RecorderFaultTest, TripleThatAnInterruptedReadingFoundActiveIsReadAgain)
     event.module = "m";
     firaim::FaultEvent other;
     other.code = 8;
-    unsigned int fired = 1;
-    for (unsigned int n = 1; fired != 0 && !HasFailure(); ++n)
+    auto const run = [&](std::string const& path, auto const& failOneStep)
     {
-        SCOPED_TRACE("failure " + std::to_string(n));
-        TempDir const dir;
-        std::string const path = dir.file("faults.db");
         firaim::FaultRecorder recorder;
         ASSERT_EQ(recorder.open(path), firaim::HISTORY_OK);
         ASSERT_EQ(recorder.raise(event).key, 1U);
@@ -174,16 +193,12 @@ TEST_F(RecorderFaultTest, TripleThatAnInterruptedReadingFoundActiveIsReadAgain)
         raw.exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 25000) INSERT INTO "
                  "FdbFaultTbl(FaultCode, Status) SELECT 1, 'ErrorInactive' FROM n");
         ASSERT_EQ(recorder.open(path), firaim::HISTORY_OK);
-        plan.arm(n, FaultPlan::ONCE);
-        plan.resume();
-        static_cast<void>(recorder.clear(other, std::chrono::milliseconds(0)));
-        plan.pause();
-        plan.clear();
-        fired = plan.fired();
+        failOneStep([&] { static_cast<void>(recorder.clear(other, std::chrono::milliseconds(0))); });
         raw.exec("DELETE FROM FdbFaultTbl WHERE EntryId = 1");
         EXPECT_EQ(recorder.record(other).result, firaim::HISTORY_OK) << recorder.lastProblem();
         EXPECT_EQ(recorder.raise(event).result, firaim::HISTORY_OK) << recorder.lastProblem();
-    }
+    };
+    forEachStep(plan, run);
 }
 
 TEST_F(RecorderFaultTest, PruningGoesOnAndHoldsNoLockAfterAnAllocationFailed)
@@ -195,12 +210,8 @@ TEST_F(RecorderFaultTest, PruningGoesOnAndHoldsNoLockAfterAnAllocationFailed)
     event.module = "module";
     firaim::RecorderOptions options;
     options.keepNewest = 10;
-    unsigned int fired = 1;
-    for (unsigned int n = 1; fired != 0 && !HasFailure(); ++n)
+    auto const run = [&](std::string const& path, auto const& failOneStep)
     {
-        SCOPED_TRACE("failure " + std::to_string(n));
-        TempDir const dir;
-        std::string const path = dir.file("faults.db");
         firaim::FaultRecorder recorder;
         ASSERT_EQ(recorder.open(path), firaim::HISTORY_OK);
         std::vector<firaim::Receipt> receipts;
@@ -208,12 +219,8 @@ TEST_F(RecorderFaultTest, PruningGoesOnAndHoldsNoLockAfterAnAllocationFailed)
         ASSERT_EQ(recorder.close(), firaim::HISTORY_OK);
         ASSERT_EQ(recorder.open(path, options), firaim::HISTORY_OK);
         ASSERT_EQ(recorder.record(event).result, firaim::HISTORY_OK);
-        plan.arm(n, FaultPlan::ONCE);
-        plan.resume();
-        static_cast<void>(recorder.record(event)); // The tests above check its result.
-        plan.pause();
-        plan.clear();
-        fired = plan.fired();
+        // The tests above check its result.
+        failOneStep([&] { static_cast<void>(recorder.record(event)); });
         {
             RawDb other(path);
             other.exec("UPDATE FdbVersionTbl SET Version = Version");
@@ -221,7 +228,8 @@ TEST_F(RecorderFaultTest, PruningGoesOnAndHoldsNoLockAfterAnAllocationFailed)
         std::uint64_t const pruned = recorder.counters().pruned;
         EXPECT_EQ(recorder.record(event).result, firaim::HISTORY_OK) << recorder.lastProblem();
         EXPECT_GT(recorder.counters().pruned, pruned);
-    }
+    };
+    forEachStep(plan, run);
 }
 
 } // namespace

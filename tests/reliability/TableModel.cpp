@@ -183,6 +183,27 @@ bool TableModel::move(unsigned int newId, unsigned int oldId, std::size_t steps)
     return true;
 }
 
+void TableModel::apply(Operation const& operation)
+{
+    switch (operation.kind)
+    {
+    case Operation::INSERT_FAULT:
+        insert(operation.fault);
+        break;
+    case Operation::UPDATE_FAULT:
+        update(operation.fault);
+        break;
+    case Operation::INSERT_STATISTIC:
+        insert(operation.statistic);
+        break;
+    case Operation::UPDATE_STATISTIC:
+        update(operation.statistic);
+        break;
+    case Operation::MOVE:
+        move(operation.newId, operation.oldId);
+    }
+}
+
 Tables readTables(FaultDb& db)
 {
     Tables tables;

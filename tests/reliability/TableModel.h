@@ -1,5 +1,7 @@
 #pragma once
 
+#include "OperationScript.h"
+
 #include <fdb/FaultDb.h>
 
 #include <cstddef>
@@ -31,6 +33,9 @@ public:
 
     /// Moves row by row, the faults first, and stops after `steps` rows. Returns true when all rows were moved.
     bool move(unsigned int newId, unsigned int oldId, std::size_t steps = kAllSteps);
+
+    /// Performs `operation` completely.
+    void apply(Operation const& operation);
 
     /// The stored faults, by key.
     std::map<unsigned long long, Fault> faults;
