@@ -350,7 +350,8 @@ TEST_P(SetAsideStorageTest, FailureLeavesTheDamagedFileOrAWholeCopyOfItAndTheNex
             expectSetAsideOnce();
         }
     }
-    std::printf("setting aside: %u failures\n", failures);
+    std::printf("setting aside: page %zu damaged, %-16s %4u calls failed\n", std::get<0>(GetParam()),
+                FailingVfs::name(std::get<1>(GetParam())), failures);
     EXPECT_GT(failures, 0U);
 }
 
