@@ -5,7 +5,7 @@ include(CMakePackageConfigHelpers)
 
 # libdb.so.0 has a private folder and no link-time name, as other packages have a library of the same name.
 set(private_libdir "${CMAKE_INSTALL_LIBDIR}/firaim")
-# A program that calls both libraries has a dependency on libdb.so.0 itself, and must find ours.
+# A program that calls both libraries has a dependency on libdb.so.0 itself, and must find the one of this installation.
 target_link_options(firaim_db INTERFACE
     "$<INSTALL_INTERFACE:LINKER:--disable-new-dtags,-rpath,$<INSTALL_PREFIX>/${private_libdir}>")
 

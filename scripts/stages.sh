@@ -44,12 +44,15 @@ stage()
     has_run=true
     printf '%-24s' "$name"
     local start=$SECONDS
-    scripts/quietly "$logs/${name// /-}.log" "$@" || {
+    local log="$logs/${name// /-}.log"
+    scripts/quietly "$log" "$@" || {
         local status=$?
         echo "FAILED: $name"
         exit "$status"
     }
     echo "ok ($((SECONDS - start)) s)"
+    # A stage may have left something out.
+    sed -n 's/^Note: /  /p' "$log"
 }
 
 # Ends a script that was called with the name of a stage; fails when there is no such stage.

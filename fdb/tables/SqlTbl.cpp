@@ -19,7 +19,7 @@ void cutLastComma(std::string& sql, std::size_t begin)
 {
     if (sql.size() == begin)
     {
-        // Erasing a missing comma would throw this too, but with another text on each C++ runtime.
+        // The text is fixed here: that of std::string::erase differs from one C++ runtime to another.
         throw std::out_of_range("basic_string::erase");
     }
     sql.pop_back();

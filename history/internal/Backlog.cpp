@@ -211,7 +211,7 @@ int Backlog::drain(Timeout timeout)
     std::lock_guard<Mutex> const lock(m_mutex);
     if (!m_isOpen || !m_isThreadRunning)
     {
-        return HISTORY_OK; // There is nothing to pass on.
+        return HISTORY_OK; // Without a thread, nothing is posted or counted.
     }
     ++m_stores.wanted;
     return waitFor({m_posted.count(), m_stores.wanted, 0, m_opening}, end, m_options.isCancelled);
@@ -221,7 +221,7 @@ int Backlog::waitForAll(std::uint64_t& left, TimePoint end, bool (*isCancelled)(
 {
     if (!m_isThreadRunning)
     {
-        return HISTORY_OK; // There was never anything to pass on.
+        return HISTORY_OK; // The thread starts with the first event that is posted or counted.
     }
     ++m_ends.wanted;
     m_postedBeforeEnd = m_posted.count();

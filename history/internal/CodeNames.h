@@ -20,7 +20,7 @@ public:
     CodeNames(CodeNames const&) = delete;
     CodeNames& operator=(CodeNames const&) = delete;
 
-    /// Whether only the faults may have the name of the event's code.
+    /// Whether the name of the event's code must be looked up in the fault rows.
     bool needsFaults(FaultEvent const& event);
     /// The name of the event's code. If `needsFaults`, it requires FaultState::areSourcesKnown.
     std::string const& nameOf(FaultEvent const& event, FaultStatistic const& statistic);

@@ -123,7 +123,7 @@ void CommitQueue::enqueue(std::vector<Request>& requests, Call& call)
         {
             if (request.receipt.result == HISTORY_REFUSED)
             {
-                request.receipt.result = HISTORY_INVALID_STATE; // As in the receipts of new requests.
+                request.receipt.result = HISTORY_INVALID_STATE; // The result of requests that were not handled.
             }
         }
         return;
@@ -233,7 +233,7 @@ void CommitQueue::lead(Call& call)
     {
         if (request->receipt.result == HISTORY_BUSY && isCancelled())
         {
-            request->receipt.result = HISTORY_CANCELLED; // It waited for a reader.
+            request->receipt.result = HISTORY_CANCELLED; // The commit was waiting for a reader.
         }
         finish(*request);
     }

@@ -91,7 +91,7 @@ PageFile::PageFile(sqlite::Connection const& connection)
     if (sqlite3_file_control(connection.get(), "main", SQLITE_FCNTL_FILE_POINTER, &m_file) != SQLITE_OK ||
         m_file == nullptr || m_file->pMethods == nullptr || m_file->pMethods->xFileSize(m_file, &size) != SQLITE_OK)
     {
-        throw sqlite::Error(nullptr, SQLITE_IOERR_FSTAT); // A copy of a seemingly empty file would be empty.
+        throw sqlite::Error(nullptr, SQLITE_IOERR_FSTAT); // With size 0, the copy would be empty.
     }
     m_size = size;
 }

@@ -15,7 +15,7 @@ namespace
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-/// For changes that the system does not report.
+/// Finds changes that the system does not report, such as those of another machine.
 constexpr milliseconds kPollInterval(2000);
 /// The system reports a change of a write-ahead log before SQLite shows it; slow storage makes this gap longer.
 constexpr milliseconds kPollIntervalAfterLogEvent(50);

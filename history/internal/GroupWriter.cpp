@@ -63,7 +63,7 @@ void GroupWriter::begin(Timeout timeout, bool needsSources)
 {
     if (m_connection.isInTransaction())
     {
-        m_connection.close(); // A rollback has failed.
+        m_connection.close(); // The last rollback failed.
     }
     deadline::TimePoint const end = deadline::after(timeout);
     static_cast<void>(m_connection.open(timeout));
@@ -99,7 +99,7 @@ bool GroupWriter::needsReading(Request const& request) noexcept
     }
     catch (std::bad_alloc const&)
     {
-        return true; // The next group finds out.
+        return true; // Not known. The next group tries again.
     }
 }
 

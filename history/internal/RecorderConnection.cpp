@@ -44,7 +44,7 @@ bool RecorderConnection::open(Timeout timeout)
 {
     sqlite::Waiting const waiting = {timeout, m_options.isCancelled};
     bool wasSetAside = false;
-    bool isSetAsideDone = !m_options.setAsideCode; // Or it is not wanted.
+    bool isSetAsideDone = !m_options.setAsideCode; // Without a code, no file is set aside.
     while (!m_connection)
     {
         try
@@ -141,7 +141,7 @@ bool RecorderConnection::setAsideNow(sqlite::Waiting const& waiting)
     }
     catch (std::exception const&)
     {
-        m_rows.forget(); // The incident is in no file.
+        m_rows.forget(); // The row of the incident was not stored.
         throw;
     }
     if (wasSetAside)

@@ -64,7 +64,7 @@ Found checkPath(std::string const& path)
         }
         if (errno != ENOENT)
         {
-            failWithErrno(path, "cannot be looked at");
+            failWithErrno(path, "cannot be examined");
         }
         return Found::NOTHING;
     }
@@ -130,7 +130,7 @@ bool hasRow(sqlite::Connection const& connection, std::string const& table)
     return connection.number("SELECT EXISTS(SELECT 1 FROM " + table + ")") != 0;
 }
 
-/// Whether the file has no tables other than ours, each created by our statement.
+/// Whether the file has no tables other than the three of a fault database, each created by the library's statement.
 bool holdsOurTablesOnly(sqlite::Connection const& connection, Tables const& tables)
 {
     sqlite::Statement object =
@@ -158,7 +158,7 @@ bool isTable(sqlite::Connection const& connection, std::string const& name)
     return statement.bind(1, name).step();
 }
 
-/// Whether the file has no tables other than ours, and no row. Checks for rows last: a damaged row must not hide that
+/// Whether the file has no other tables, and no row. Checks for rows last: a damaged row must not hide that
 /// the tables or the version belong to another program.
 bool isUnfinished(sqlite::Connection const& connection, Tables const& tables)
 {

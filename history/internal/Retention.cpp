@@ -20,7 +20,7 @@ void Retention::connect(sqlite::Connection const& connection, BoundTable const& 
     m_candidates = connection.prepare(join({"SELECT ", key, " FROM ", faults.name(), " WHERE ", key, " > ?1 AND ", key,
                                             " <= ?2 ORDER BY ", key, " LIMIT ?3"}));
     m_remove = connection.prepare(join({"DELETE FROM ", faults.name(), " WHERE ", key, " = ?1"}));
-    rolledBack(); // Nothing is known about this file.
+    rolledBack(); // Forget the state of the previous file.
 }
 
 void Retention::disconnect()

@@ -33,7 +33,7 @@ public:
 private:
     int read(ReaderCore& core, bool isTold);
 
-    std::map<std::int64_t, std::uint64_t> m_hashes; ///< by key, as they were last
+    std::map<std::int64_t, std::uint64_t> m_hashes; ///< of each statistic when it was last read, by key
     std::optional<std::int64_t> m_version;          ///< `PRAGMA data_version` when they were read
     bool m_isFirstRead = false;
     std::deque<FaultStatistic> m_changed;
