@@ -32,7 +32,7 @@ struct FaultEvent
     std::optional<unsigned int> startupId;     ///< default: that of the recorder
     std::optional<std::string> codeName;       ///< default: the name that this build or the file has for the code
     std::optional<std::string> dateTimeText;   ///< default: the ISO 8601 text of `time` in UTC
-    std::optional<std::string> systemTimeText; ///< default: the ISO 8601 text of the moment of recording in UTC
+    std::optional<std::string> systemTimeText; ///< default: the ISO 8601 text of the moment of the call in UTC
 };
 
 } // namespace firaim

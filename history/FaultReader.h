@@ -94,7 +94,7 @@ public:
     /// Reads the fault with the key `key`. HISTORY_OK; HISTORY_NOT_FOUND; or below 0.
     int fault(unsigned long long key, Fault& fault);
 
-    /// Reads all statistics, one for each code, in the order of their keys. HISTORY_OK or below 0.
+    /// Reads all rows of the statistics, in the order of their keys. HISTORY_OK or below 0.
     int statistics(std::vector<FaultStatistic>& statistics);
 
     /// Reads the statistic of a code, the first one if there are several. HISTORY_OK; HISTORY_NOT_FOUND; or below 0.

@@ -56,9 +56,9 @@ struct RecorderOptions
     /// unless it is 0.
     std::function<void(std::uint64_t)> onLost;
 
-    /// Limits the rows that `record` writes for each triple: up to `stormBurst` at once, then `stormRowsPerMinute`,
-    /// measured on the monotonic clock. Events above the limit are a storm: they are counted and get no row of their
-    /// own. 0: no limit.
+    /// Limits the rows that `record`, `recordAll` and `post` write for each triple: up to `stormBurst` at once, then
+    /// `stormRowsPerMinute`, measured on the monotonic clock. Events above the limit are a storm: they are counted and
+    /// get no row of their own. 0: no limit.
     unsigned int stormBurst = 0;
     unsigned int stormRowsPerMinute = 6; ///< at least 1
 
@@ -72,8 +72,8 @@ struct RecorderOptions
     /// same name with ".aside-", date and number). Its content is then replaced in place, in one transaction, by that
     /// of a new database, whose first fault reports the damage under this code.
     ///
-    /// A file that cannot be recognised as a fault database is never touched. HISTORY_BUSY while other processes keep
-    /// the file locked; a file in write-ahead-log mode is also left while another process has it open, even idle.
+    /// A file that cannot be recognised as a fault database is never touched. `open` returns HISTORY_BUSY while other
+    /// processes keep the file locked, and, in write-ahead-log mode, while another process has it open, even idle.
     std::optional<std::uint32_t> setAsideCode;
 };
 
@@ -88,9 +88,12 @@ struct RecorderOptions
 /// |                                           | storm, one row with the number of counted events              |
 /// | `post`: HISTORY_QUEUED                    | nothing yet                                                   |
 /// | `flush`, `close`: HISTORY_OK              | everything posted and counted before                          |
-/// | `record`, `raise`, `clear`, `clearCode`,  | nothing of it                                                 |
-/// | `endCycle`: a code below 0                |                                                               |
-/// | any of these: HISTORY_UNKNOWN             | all of it or nothing of it; this cannot be known now          |
+/// | `record`, `raise`, `clear`, `clearCode`,  | all of it or nothing of it; this cannot be known now.         |
+/// | `endCycle`: HISTORY_UNKNOWN               | Likewise for one receipt of `recordAll`                       |
+/// | `record`, `raise`, `clear`, `clearCode`:  | nothing of it                                                 |
+/// | another code below 0                      |                                                               |
+/// | `endCycle`: another code below 0          | no cycle; perhaps events that were posted or counted before   |
+/// | `flush`, `close`: a code below 0          | the events that were recorded by then                         |
 ///
 /// Data on the storage survives a power cut, a crash and a kill.
 ///
@@ -105,7 +108,8 @@ struct RecorderOptions
 /// - First and last occurrence follow the order of recording, whatever the clock says.
 /// - Counters stop at 65,535.
 /// - A code without a name in this build keeps the name that its statistic has, or else the newest of its rows with a
-///   name. If neither has one, the first call reads all rows, once.
+///   name. If neither has one, the first event of such a code makes the
+///   recorder read all rows, once.
 /// - If an old file has several statistics for a code, the first is kept up to date and the others are left.
 ///
 /// Threads: any thread may call any operation at any time, except the destructor. Calls that wait at the same time
@@ -113,7 +117,8 @@ struct RecorderOptions
 /// into one file: a recorder reads its state again when another connection has written. It notices a row that another
 /// program rewrites in place, under its old key, or removes, if that row is the newest of an active triple.
 ///
-/// Waiting: a call waits for other processes up to its `timeout`, 5 s by default, and then returns HISTORY_BUSY. A call
+/// Waiting: a call waits for other processes and other calls up to its `timeout`, 5 s by default, and then returns
+/// HISTORY_BUSY (`close` HISTORY_FAILED, a `post` that waits for room HISTORY_QUEUE_FULL). A call
 /// whose event is being written at that time returns the outcome of the write.
 ///
 /// Failures: the only exceptions are those of copying the caller's objects. After any failure the object works again as
@@ -201,8 +206,7 @@ public:
     /// - HISTORY_FAILED: storing failed
     /// - HISTORY_INVALID_STATE
     ///
-    /// `left` is set to the number of posted events that are not recorded and still tried, plus those lost since a
-    /// `flush` last reported lost events.
+    /// `left` gets the number of events that are still tried, plus the lost events that no `flush` has reported yet.
     int flush(std::uint64_t& left, Timeout timeout = kDefaultTimeout);
 
     /// Ends every active triple of the code of `event`. Writes a row for each as `clear` does, with the texts, times
@@ -226,14 +230,15 @@ public:
     {
         std::uint64_t recorded = 0; ///< rows written
         std::uint64_t groups = 0;   ///< commits that stored something
-        std::uint64_t refused = 0;  ///< events, codes and cycles with a result below 0
+        std::uint64_t refused = 0;  ///< calls that failed; of `recordAll`, events
         std::uint64_t counted = 0;  ///< events in storms, without a row
         std::uint64_t pruned = 0;   ///< rows removed
         std::uint64_t queued = 0;   ///< posted events not recorded yet
     };
     Counters counters() const; ///< the present numbers
 
-    /// The text of the last failed call, of any thread, with the name of the file; empty before the first failure.
+    /// The text of the last failed call, of any thread, with the name of the file if one was opened; empty before the
+    /// first failure.
     std::string lastProblem() const;
 
 private:

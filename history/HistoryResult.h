@@ -35,7 +35,7 @@ enum HistoryResult : int
     /// The event is invalid: a text has a zero byte, or a number is too large. Or a trigger or a constraint of the file
     /// forbids it, or a trigger fails at it. Nothing of it is stored.
     HISTORY_REFUSED = -6,
-    /// Another process kept the file locked for the whole timeout; nothing of the call is stored.
+    /// The file, or another call of the recorder, was not free within the timeout. No event with this result is stored.
     HISTORY_BUSY = -7,
     /// The storage failed in the last steps of a commit, and the file cannot be read to see whether the commit is
     /// stored, or the content found there cannot be made durable.

@@ -73,7 +73,8 @@ TEST_F(RecorderStorageTest, PruningThatCannotReadFailsNoRecording)
     }
     EXPECT_GT(failures, 10U);
     EXPECT_GT(unpruned, 10U) << "too few failures were in the pruning";
-    std::printf("pruning: %u reads failed, %u of them in the pruning\n", failures, unpruned);
+    std::printf("recorder faults: pruning         %5u reads failed, %u of them while rows were removed\n", failures,
+                unpruned);
 }
 
 /// Storage fails from some call on and works again later: then each posted event is recorded once.
