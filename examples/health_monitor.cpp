@@ -52,8 +52,8 @@ counts occurrences and active cycles up to 65535; a cycle is a sample, and every
 it. Times in a new file are milliseconds since 1970 in UTC, in an older one they are in its own unit; the up-time is in
 seconds.
 
-Each run records under the next start-up id. A fault that was still active when an earlier run ended is settled when
-this run first looks at it: still crossed, it counts as a new occurrence under the new start-up id; no longer crossed,
+Each run records under the next start-up id. The first sample decides about a fault that was still active when an
+earlier run ended: while its threshold is crossed, it counts as a new occurrence under the new start-up id; otherwise
 it is recorded as inactive. The state of faults that this run does not watch stays as it is.
 
 Exit status: 0 when the samples were taken or SIGINT or SIGTERM ended the run, 1 when the database or the machine's

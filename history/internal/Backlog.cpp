@@ -76,7 +76,7 @@ int Backlog::close(Timeout timeout)
         std::lock_guard<Mutex> const lock(m_mutex);
         // The last attempt may have ended after the wait.
         isAllStored = isAllStored || (m_posted.isEmpty() && !m_storms->deadline());
-        m_lostCount += m_posted.unsettled();
+        m_lostCount += m_posted.unfinished();
         m_posted.dropAll();
         lost = m_lostCount + m_storms->uncounted();
         m_isClosing = false;
@@ -232,7 +232,7 @@ int Backlog::waitForAll(std::uint64_t& left, TimePoint end, bool (*isCancelled)(
     {
         return result;
     }
-    left = m_lostCount - lostBefore + m_posted.unsettledBefore(goal.posted);
+    left = m_lostCount - lostBefore + m_posted.unfinishedBefore(goal.posted);
     m_reportedLostCount = m_lostCount;
     return result == HISTORY_OK && left > 0 ? static_cast<int>(HISTORY_FAILED) : result;
 }
@@ -268,13 +268,13 @@ void Backlog::waitForChange(TimePoint end, bool (*isCancelled)())
 
 bool Backlog::isReached(Goal const& goal) const
 {
-    return m_posted.settledCount() >= goal.posted && m_stores.done >= goal.stores && m_ends.done >= goal.ends;
+    return m_posted.finishedCount() >= goal.posted && m_stores.done >= goal.stores && m_ends.done >= goal.ends;
 }
 
 std::uint64_t Backlog::queued()
 {
     std::lock_guard<Mutex> const lock(m_mutex);
-    return m_posted.unsettled();
+    return m_posted.unfinished();
 }
 
 std::uint64_t Backlog::counted()

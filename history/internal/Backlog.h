@@ -64,7 +64,7 @@ private:
     /// The condition that a call waits for.
     struct Goal
     {
-        std::uint64_t posted;  ///< number of posted events to be settled
+        std::uint64_t posted;  ///< number of posted events to be finished
         std::uint64_t stores;  ///< value of `m_stores.done`
         std::uint64_t ends;    ///< value of `m_ends.done`
         std::uint64_t opening; ///< the opening that the call belongs to
@@ -89,7 +89,7 @@ private:
     CommitQueue& m_queue;
     Mutex m_mutex; ///< held for moments only, never while the file is accessed
     Condition m_work;
-    Condition m_changed; ///< events were settled, or there is room
+    Condition m_changed; ///< events were finished, or there is room
     RecorderOptions m_options;
     std::optional<Storms> m_storms;
     std::uint64_t m_opening = 0; ///< counts calls of `open`

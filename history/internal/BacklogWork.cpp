@@ -64,7 +64,7 @@ void Backlog::waitForWork()
     }
 }
 
-/// Passes the present work to the queue. Posted events stay in `m_posted` until they are settled.
+/// Passes the present work to the queue. Posted events stay in `m_posted` until they are finished.
 void Backlog::workOnce()
 {
     try
@@ -160,7 +160,7 @@ void Backlog::handleOutcome(std::vector<Request> const& requests, std::vector<Po
         if (i < posted.size())
         {
             posted[i]->doubtfulKey = request.doubtfulKey;
-            posted[i]->isSettled = isStored || isLost;
+            posted[i]->isFinished = isStored || isLost;
             m_lostCount += isLost ? 1 : 0;
         }
         else if (isLost)
@@ -172,7 +172,7 @@ void Backlog::handleOutcome(std::vector<Request> const& requests, std::vector<Po
             m_storms->putBack(reports[i - posted.size()], Clock::now());
         }
     }
-    m_posted.dropSettled();
+    m_posted.dropFinished();
     m_retryAt = !isAnyKept ? TimePoint{} : Clock::now() + kPauseAfterFailure;
 }
 

@@ -18,7 +18,7 @@ void PostedEvents::clear()
 {
     m_events.clear();
     m_count = 0;
-    m_settledCount = 0;
+    m_finishedCount = 0;
 }
 
 void PostedEvents::add(Request const& request)
@@ -30,10 +30,10 @@ void PostedEvents::add(Request const& request)
 std::vector<PostedEvents::Posted*> PostedEvents::first(std::size_t most, std::uint64_t& end)
 {
     std::vector<Posted*> posted;
-    end = m_settledCount;
+    end = m_finishedCount;
     for (auto event = m_events.begin(); event != m_events.end() && posted.size() < most; ++event, ++end)
     {
-        if (!event->isSettled)
+        if (!event->isFinished)
         {
             posted.push_back(&*event);
         }
@@ -41,27 +41,27 @@ std::vector<PostedEvents::Posted*> PostedEvents::first(std::size_t most, std::ui
     return posted;
 }
 
-void PostedEvents::dropSettled()
+void PostedEvents::dropFinished()
 {
-    while (!m_events.empty() && m_events.front().isSettled)
+    while (!m_events.empty() && m_events.front().isFinished)
     {
         m_events.pop_front();
-        ++m_settledCount;
+        ++m_finishedCount;
     }
 }
 
 void PostedEvents::dropAll()
 {
     m_events.clear();
-    m_settledCount = m_count;
+    m_finishedCount = m_count;
 }
 
-std::uint64_t PostedEvents::unsettledBefore(std::uint64_t count) const
+std::uint64_t PostedEvents::unfinishedBefore(std::uint64_t count) const
 {
-    std::uint64_t const there = std::min<std::uint64_t>(count - std::min(count, m_settledCount), m_events.size());
+    std::uint64_t const there = std::min<std::uint64_t>(count - std::min(count, m_finishedCount), m_events.size());
     return static_cast<std::uint64_t>(std::count_if(m_events.begin(),
                                                     m_events.begin() + static_cast<std::ptrdiff_t>(there),
-                                                    [](Posted const& posted) { return !posted.isSettled; }));
+                                                    [](Posted const& posted) { return !posted.isFinished; }));
 }
 
 } // namespace firaim

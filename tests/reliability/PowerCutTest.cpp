@@ -118,7 +118,7 @@ public:
         ++m_cuts;
         if (!disk.isPending())
         {
-            tryState("nothing pending", m_settled, disk.current(), underWay, seed);
+            tryState("nothing pending", m_nothingPending, disk.current(), underWay, seed);
             return;
         }
         tryState("nothing pending kept", m_synchronised, disk.synchronised(), underWay, seed);
@@ -130,7 +130,7 @@ public:
     }
 
     std::size_t cuts() const { return m_cuts; }
-    std::size_t opened() const { return m_settled + m_synchronised + m_current + m_random; }
+    std::size_t opened() const { return m_nothingPending + m_synchronised + m_current + m_random; }
     std::size_t losses(Loss kind) const { return m_losses[kind]; }
     std::size_t losses() const { return opened() - m_losses[LOSS_NONE]; }
     std::string const& firstLosses() const { return m_firstLosses; }
@@ -143,10 +143,10 @@ public:
         {
             std::cout << " (one in " << kCutStride << " of them, to save time)";
         }
-        std::cout << ", " << opened() << " states opened (" << m_settled << " with nothing pending, " << m_synchronised
-                  << " nothing pending kept, " << m_current << " everything pending kept, " << m_random
-                  << " random), losses: " << losses(LOSS_CONTENTS) << " of content, " << losses(LOSS_DAMAGED)
-                  << " damaged, " << losses(LOSS_REFUSED) << " refused" << std::endl;
+        std::cout << ", " << opened() << " states opened (" << m_nothingPending << " with nothing pending, "
+                  << m_synchronised << " nothing pending kept, " << m_current << " everything pending kept, "
+                  << m_random << " random), losses: " << losses(LOSS_CONTENTS) << " of content, "
+                  << losses(LOSS_DAMAGED) << " damaged, " << losses(LOSS_REFUSED) << " refused" << std::endl;
         testing::Test::RecordProperty("cutPoints", std::to_string(m_cuts));
         testing::Test::RecordProperty("statesOpened", std::to_string(opened()));
         testing::Test::RecordProperty("losses", std::to_string(losses()));
@@ -171,7 +171,7 @@ private:
 
     TempDir const m_directory;
     std::size_t m_cuts = 0;
-    std::size_t m_settled = 0;
+    std::size_t m_nothingPending = 0;
     std::size_t m_synchronised = 0;
     std::size_t m_current = 0;
     std::size_t m_random = 0;
