@@ -1,4 +1,4 @@
-#include "../StandardStreams.h"
+#include "StandardStreams.h"
 #include "TestSupport.h"
 
 #include <tool/process/LineReader.h>

@@ -1,5 +1,5 @@
-#include "../StandardStreams.h"
-#include "../ToolProcess.h"
+#include "StandardStreams.h"
+#include "ToolProcess.h"
 
 #include <tool/process/Problem.h>
 #include <tool/store/FaultFilter.h>

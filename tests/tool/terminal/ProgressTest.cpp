@@ -1,4 +1,4 @@
-#include "../StandardStreams.h"
+#include "StandardStreams.h"
 
 #include <tool/terminal/Output.h>
 #include <tool/terminal/Progress.h>
