@@ -1,6 +1,6 @@
 // Cells that our programs do not write: the reader and the facade must decode them alike.
 
-#include "HistorySupport.h"
+#include "history/HistorySupport.h"
 
 #include <fdb/FaultDb.h>
 

@@ -1,6 +1,6 @@
 // Counting events above the limit, with simulated time.
 
-#include "RecorderFixtures.h"
+#include "history/RecorderFixtures.h"
 
 #include <history/internal/Storms.h>
 

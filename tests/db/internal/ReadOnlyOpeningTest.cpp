@@ -1,6 +1,5 @@
-#include "HistorySupport.h"
-
 #include "Fixtures.h"
+#include "history/HistorySupport.h"
 
 #include <db/internal/Folder.h>
 #include <db/internal/ReadOnlyOpening.h>
