@@ -22,12 +22,12 @@ Stream makeStream(int columns)
     winsize size = {};
     size.ws_col = static_cast<unsigned short>(columns);
     size.ws_row = 50;
-    int ours = -1;
-    int theirs = -1;
-    EXPECT_EQ(openpty(&ours, &theirs, nullptr, nullptr, &size), 0);
-    EXPECT_EQ(fcntl(ours, F_SETFD, FD_CLOEXEC), 0);
-    EXPECT_EQ(fcntl(theirs, F_SETFD, FD_CLOEXEC), 0);
-    return {ours, theirs};
+    int readEnd = -1;
+    int writeEnd = -1;
+    EXPECT_EQ(openpty(&readEnd, &writeEnd, nullptr, nullptr, &size), 0);
+    EXPECT_EQ(fcntl(readEnd, F_SETFD, FD_CLOEXEC), 0);
+    EXPECT_EQ(fcntl(writeEnd, F_SETFD, FD_CLOEXEC), 0);
+    return {readEnd, writeEnd};
 }
 
 void useTestEnvironment(std::map<std::string, std::string> const& changes)

@@ -6,8 +6,8 @@
 /// A pipe, or a terminal, that a program writes into.
 struct Stream
 {
-    int ours;   ///< descriptor from which the test reads
-    int theirs; ///< descriptor to which the program writes
+    int readEnd;  ///< descriptor from which the test reads
+    int writeEnd; ///< descriptor to which the program writes
 };
 
 /// Makes a terminal with `columns` columns, or a pipe if 0. Programs that the test starts do not inherit it.
@@ -44,8 +44,8 @@ std::string writtenTo(int descriptor, int columns, Work const& work)
 {
     Stream const stream = makeStream(columns);
     {
-        StandardDescriptor const replaced(descriptor, stream.theirs);
+        StandardDescriptor const replaced(descriptor, stream.writeEnd);
         work();
     }
-    return readToEnd(stream.ours);
+    return readToEnd(stream.readEnd);
 }

@@ -55,8 +55,8 @@ ToolProcess::ToolProcess(std::vector<std::string> arguments, Setting const& sett
     if (m_pid == 0)
     {
         dup2(input[0], STDIN_FILENO);
-        dup2(out.theirs, STDOUT_FILENO);
-        dup2(err.theirs, STDERR_FILENO);
+        dup2(out.writeEnd, STDOUT_FILENO);
+        dup2(err.writeEnd, STDERR_FILENO);
         useTestEnvironment(setting.environment);
         if (setting.longestFile != 0)
         {
@@ -68,11 +68,11 @@ ToolProcess::ToolProcess(std::vector<std::string> arguments, Setting const& sett
         _exit(127);
     }
     close(input[0]);
-    close(out.theirs);
-    close(err.theirs);
+    close(out.writeEnd);
+    close(err.writeEnd);
     m_input = input[1];
-    m_output = out.ours;
-    m_error = err.ours;
+    m_output = out.readEnd;
+    m_error = err.readEnd;
     write(setting.input);
     if (!keepsInputOpen)
     {

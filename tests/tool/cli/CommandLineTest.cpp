@@ -241,10 +241,10 @@ TEST_F(CommandLineTest, AnotherFormatVersionCanBeReadButNotWritten)
 {
     createSample();
     RawDb(path).exec("UPDATE FdbVersionTbl SET Version = '2.0.0'");
-    Outcome const looking = runTool({"list", path});
-    EXPECT_EQ(looking.status, 0);
-    EXPECT_THAT(looking.output, HasSubstr("FC_SENSOR_TIMEOUT"));
-    EXPECT_THAT(looking.errors, HasSubstr("format version 2.0.0 is not 1.0.0"));
+    Outcome const list = runTool({"list", path});
+    EXPECT_EQ(list.status, 0);
+    EXPECT_THAT(list.output, HasSubstr("FC_SENSOR_TIMEOUT"));
+    EXPECT_THAT(list.errors, HasSubstr("format version 2.0.0 is not 1.0.0"));
     for (std::vector<std::string> const& arguments :
          {std::vector<std::string>{"record", path, "--code", "FC_BUS_OFF"}, {"trim", path, "--keep", "0"}})
     {

@@ -1,6 +1,6 @@
 // firaim backup: the copy, and files that it must not overwrite.
 
-#include "ChangeFixture.h"
+#include "ChangingCommandFixture.h"
 
 #include <gmock/gmock.h>
 
@@ -13,7 +13,7 @@ namespace
 
 using testing::HasSubstr;
 
-using BackupTest = ChangeTest;
+using BackupTest = ChangingCommandTest;
 
 } // namespace
 

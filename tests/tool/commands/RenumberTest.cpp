@@ -1,6 +1,6 @@
 // firaim renumber, and the file's triggers, which it and firaim trim run.
 
-#include "ChangeFixture.h"
+#include "ChangingCommandFixture.h"
 
 #include <gmock/gmock.h>
 
@@ -13,8 +13,8 @@ namespace
 
 using testing::HasSubstr;
 
-using RenumberTest = ChangeTest;
-using TriggerTest = ChangeTest;
+using RenumberTest = ChangingCommandTest;
+using TriggerTest = ChangingCommandTest;
 
 } // namespace
 

@@ -1,6 +1,6 @@
 // firaim trim: the faults that it removes, and those that it must keep.
 
-#include "ChangeFixture.h"
+#include "ChangingCommandFixture.h"
 
 #include <gmock/gmock.h>
 
@@ -14,7 +14,7 @@ namespace
 using testing::HasSubstr;
 
 /// Only the last of the three faults is active.
-class TrimTest : public ChangeTest
+class TrimTest : public ChangingCommandTest
 {
 protected:
     TrimTest() { RawDb(path).exec("UPDATE FdbFaultTbl SET Status = 'ErrorInactive' WHERE EntryId = 1"); }

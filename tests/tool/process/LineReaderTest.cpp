@@ -39,7 +39,7 @@ protected:
 
     void send(std::string const& bytes)
     {
-        ASSERT_EQ(write(m_pipe.theirs, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+        ASSERT_EQ(write(m_pipe.writeEnd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
     }
 
     void sendChunk(std::string const& bytes)
@@ -52,7 +52,7 @@ protected:
     {
         if (m_isOpen)
         {
-            close(m_pipe.theirs);
+            close(m_pipe.writeEnd);
             m_isOpen = false;
         }
     }
@@ -65,7 +65,7 @@ protected:
 
 private:
     Stream const m_pipe = makeStream(0);
-    StandardDescriptor const m_input{STDIN_FILENO, m_pipe.ours};
+    StandardDescriptor const m_input{STDIN_FILENO, m_pipe.readEnd};
     bool m_isOpen = true;
 
 protected:

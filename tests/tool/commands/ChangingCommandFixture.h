@@ -6,10 +6,10 @@
 #include <string>
 
 /// A sample file that a command changes.
-class ChangeTest : public ToolTest
+class ChangingCommandTest : public ToolTest
 {
 protected:
-    ChangeTest() { createSample(); }
+    ChangingCommandTest() { createSample(); }
 
     /// Runs the program with a standard output that cannot be written, and returns its exit status.
     int runWithFullOutput(std::string const& arguments)
