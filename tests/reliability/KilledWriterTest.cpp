@@ -57,8 +57,8 @@ private:
     void readUntil(ChildProcess& writer, std::chrono::steady_clock::time_point deadline);
     bool takeAcknowledgement(std::string const& line);
     void expectRecovered();
-    void settle(Tables const& found);
-    void settleMove(Tables const& found);
+    void applyOperationUnderWay(Tables const& found);
+    void applyMoveUnderWay(Tables const& found);
     unsigned int below(unsigned int limit) { return static_cast<unsigned int>(m_random()) % limit; }
 
     TempDir dir;
@@ -147,7 +147,7 @@ void KilledWriter::readUntil(ChildProcess& writer, std::chrono::steady_clock::ti
 }
 
 /// Determines how much of the operation under way was stored, and updates the model.
-void KilledWriter::settle(Tables const& found)
+void KilledWriter::applyOperationUnderWay(Tables const& found)
 {
     std::string const before = difference(model, found);
     if (before.empty())
@@ -163,11 +163,11 @@ void KilledWriter::settle(Tables const& found)
         ASSERT_EQ(difference(model, found), "") << "without the operation under way: " << before;
         return;
     }
-    ASSERT_NO_FATAL_FAILURE(settleMove(found));
+    ASSERT_NO_FATAL_FAILURE(applyMoveUnderWay(found));
 }
 
 /// A move works row by row, so the file holds some number of its first steps.
-void KilledWriter::settleMove(Tables const& found)
+void KilledWriter::applyMoveUnderWay(Tables const& found)
 {
     TableModel moved;
     bool isWhole = false;
@@ -198,7 +198,7 @@ void KilledWriter::expectRecovered()
         ASSERT_EQ(result, RESULT_OK);
     }
     m_isCreated = true;
-    ASSERT_NO_FATAL_FAILURE(settle(readTables(db)));
+    ASSERT_NO_FATAL_FAILURE(applyOperationUnderWay(readTables(db)));
     ASSERT_EQ(db.closeDb(), RESULT_OK);
     ASSERT_EQ(RawDb(path).value("PRAGMA integrity_check"), "ok");
 }
