@@ -215,7 +215,7 @@ std::string DiskModel::File::anyState(std::mt19937_64& random) const
         {
             continue;
         }
-        // Mostly the last content; sometimes an earlier one.
+        // Choose the last content in most cases.
         std::size_t const choice = pick(random, 4) == 0 ? pick(random, versions.size()) : versions.size() - 1;
         std::size_t const count = std::min(kSectorSize, length - sector * kSectorSize);
         content.replace(sector * kSectorSize, count, versions[choice], 0, count);

@@ -58,8 +58,8 @@ protected:
         }
     }
 
-    /// Calls `run` with the path of a new file and a function that calls its argument with one step failing: the first
-    /// that `plan` counts, in the next run the second, and so on until all steps succeed.
+    /// Repeats `run` on a new file. In the n-th run, the n-th step that `plan` counts fails. Ends when no step failed.
+    /// `run` gets the path of the file and a function; only steps of calls through that function count.
     template <class Run>
     static void forEachStep(FaultPlan& plan, Run const& run)
     {
