@@ -1,7 +1,7 @@
 // `firaim record --stdin`: its effect on a recorder in another process, and its cost beside the SQLite shell's import.
 
 #include "ChildProcess.h"
-#include "HistoryPeers.h"
+#include "HistoryBaselines.h"
 #include "HistoryTables.h"
 #include "Report.h"
 #include "Turns.h"
@@ -136,7 +136,7 @@ void compareImport(HistorySetting const& setting)
     }
     Folder const folder(setting.memoryFolder);
     std::string const path = folder.file("library.db");
-    std::string const peerPath = folder.file("peer.db");
+    std::string const baselinePath = folder.file("baseline.db");
     std::string const lines = folder.file("lines");
     std::string const csv = folder.file("csv");
     writeJsonLines(lines, setting.importedLinesByOne);
@@ -150,8 +150,8 @@ void compareImport(HistorySetting const& setting)
          },
          [&]
          {
-             renew(peerPath);
-             require(ChildProcess("sqlite3", {peerPath, ".mode csv", ".import " + csv + " FdbFaultTbl"}).wait(),
+             renew(baselinePath);
+             require(ChildProcess("sqlite3", {baselinePath, ".mode csv", ".import " + csv + " FdbFaultTbl"}).wait(),
                      ".import");
          }});
     printTimes("record --stdin, " + std::to_string(setting.importedLinesByOne) + " lines, CPU",

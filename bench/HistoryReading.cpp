@@ -1,7 +1,7 @@
 // Reading faults, and opening files with many rows.
 
 #include "ChildProcess.h"
-#include "HistoryPeers.h"
+#include "HistoryBaselines.h"
 #include "HistoryTables.h"
 #include "Report.h"
 #include "Turns.h"

@@ -1,6 +1,6 @@
 // Recording by one thread and by several, with and without retention.
 
-#include "HistoryPeers.h"
+#include "HistoryBaselines.h"
 #include "HistoryTables.h"
 #include "Report.h"
 #include "Turns.h"
@@ -112,13 +112,13 @@ void compareRecording(HistorySetting const& setting)
     constexpr char kByHand[] = "bound statements, one transaction";
     constexpr char kByFacade[] = "the facade's insert + update";
     {
-        ThreeSides peers(setting.memoryFolder);
-        std::vector<double> const cpu = secondsPerFault(Meter::CPU, setting.rounds, setting.calls, peers.sides());
+        ThreeSides three(setting.memoryFolder);
+        std::vector<double> const cpu = secondsPerFault(Meter::CPU, setting.rounds, setting.calls, three.sides());
         printTimes(kWork, kByHand, cpu[1], cpu[0], 1.15);
         printTimes(kWork, kByFacade, cpu[2], cpu[0], 0.45);
     }
-    ThreeSides peers(setting.diskFolder);
-    std::vector<double> const wall = secondsPerFault(Meter::WALL, setting.rounds, setting.durableCalls, peers.sides());
+    ThreeSides three(setting.diskFolder);
+    std::vector<double> const wall = secondsPerFault(Meter::WALL, setting.rounds, setting.durableCalls, three.sides());
     printTimes(kDurable, kByHand, wall[1], wall[0], 0);
     printTimes(kDurable, kByFacade, wall[2], wall[0], 0.60);
 }
@@ -128,8 +128,8 @@ void compareThreads(HistorySetting const& setting)
     Folder const folder(setting.diskFolder);
     std::string const alonePath = folder.file("alone.db");
     std::string const sharedPath = folder.file("shared.db");
-    std::string const peerPath = folder.file("hand.db");
-    for (std::string const& path : {alonePath, sharedPath, peerPath})
+    std::string const baselinePath = folder.file("hand.db");
+    for (std::string const& path : {alonePath, sharedPath, baselinePath})
     {
         createFile(path, kRowsBefore);
     }
@@ -137,16 +137,16 @@ void compareThreads(HistorySetting const& setting)
     OpenRecorder forAll(sharedPath);
     std::vector<std::unique_ptr<RecordingSide>> one;
     std::vector<std::unique_ptr<RecordingSide>> sharing;
-    std::vector<std::unique_ptr<RecordingSide>> peers;
+    std::vector<std::unique_ptr<RecordingSide>> separate;
     one.push_back(std::make_unique<RecorderSide>(forOne));
     for (unsigned int i = 0; i < kThreads; ++i)
     {
         sharing.push_back(std::make_unique<RecorderSide>(forAll));
-        peers.push_back(std::make_unique<BoundStatementSide>(peerPath));
+        separate.push_back(std::make_unique<BoundStatementSide>(baselinePath));
     }
     ThreadPerSide alone(std::move(one));
     ThreadPerSide together(std::move(sharing));
-    ThreadPerSide byHand(std::move(peers));
+    ThreadPerSide byHand(std::move(separate));
     unsigned int const calls = setting.durableCalls;
     std::vector<double> const turns =
         medianTurns(Meter::WALL, setting.rounds,

@@ -48,18 +48,19 @@ std::string ratioText(double ratio)
 void printComparisonHead()
 {
     std::printf("| %-44s | %-34s | %11s | %11s | %5s | %7s |\n|---|---|--:|--:|--:|--:|\n", "work", "measured against",
-                "the peer's", "library", "ratio", "target");
+                "baseline", "library", "ratio", "target");
 }
 
 void print(Comparison const& line)
 {
-    std::printf("| %-44s | %-34s | %11s | %11s | %5s | %7s |\n", line.work.c_str(), line.peer.c_str(),
-                line.peersValue.c_str(), line.value.c_str(), line.ratio.c_str(), line.target.c_str());
+    std::printf("| %-44s | %-34s | %11s | %11s | %5s | %7s |\n", line.work.c_str(), line.baselineName.c_str(),
+                line.baselineValue.c_str(), line.value.c_str(), line.ratio.c_str(), line.target.c_str());
     std::fflush(stdout); // Show progress: a run takes minutes.
 }
 
-void printTimes(std::string const& work, std::string const& peer, double peersSeconds, double seconds, double target)
+void printTimes(std::string const& work, std::string const& baselineName, double baselineSeconds, double seconds,
+                double target)
 {
-    print({work, peer, timeText(peersSeconds), timeText(seconds), ratioText(seconds / peersSeconds),
+    print({work, baselineName, timeText(baselineSeconds), timeText(seconds), ratioText(seconds / baselineSeconds),
            target != 0 ? ratioText(target) : ""});
 }

@@ -16,8 +16,8 @@ std::string ratioText(double ratio);
 struct Comparison
 {
     std::string work;
-    std::string peer;
-    std::string peersValue;
+    std::string baselineName;
+    std::string baselineValue;
     std::string value;
     std::string ratio;
     std::string target;
@@ -26,6 +26,7 @@ struct Comparison
 void printComparisonHead();
 void print(Comparison const& line);
 
-/// Prints a line whose values are times. `target` is the largest allowed ratio of the library to its peer; 0 means
+/// Prints a line whose values are times. `target` is the largest allowed ratio of the library to the baseline; 0 means
 /// none.
-void printTimes(std::string const& work, std::string const& peer, double peersSeconds, double seconds, double target);
+void printTimes(std::string const& work, std::string const& baselineName, double baselineSeconds, double seconds,
+                double target);

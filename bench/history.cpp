@@ -1,4 +1,4 @@
-// Measures recorder and reader and the alternatives to them in one run, and prints the ratios.
+// Measures recorder and reader and their baselines in one run, and prints the ratios.
 //
 //   history_bench [--tiny] [--disk FOLDER] [--tool FIRAIM]
 //   history_bench --read-peak FILE    reads all faults of a file and prints the peak memory of this process, in KiB

@@ -148,8 +148,8 @@ void printEnvironment(Setting const& setting)
 
 void printWorkloads(std::vector<WorkloadRow> const& workloads, Medians const& medians)
 {
-    std::printf("| %-28s | %-19s | %10s | %10s | %5s | %6s | %21s |\n", "workload", "baseline", "baseline's", "library",
-                "ratio", "target", "allocations + SQLite's");
+    std::printf("| %-28s | %-19s | %10s | %10s | %5s | %6s | %21s |\n", "workload", "measured against", "baseline",
+                "library", "ratio", "target", "allocations + SQLite's");
     std::printf("|---|---|--:|--:|--:|--:|--:|\n");
     for (WorkloadRow const& workload : workloads)
     {

@@ -1,4 +1,4 @@
-#include "HistoryPeers.h"
+#include "HistoryBaselines.h"
 
 namespace
 {
