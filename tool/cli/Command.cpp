@@ -36,6 +36,22 @@ void addTimeStyle(Command& command, TimeStyle& style)
         .allow(names);
 }
 
+std::vector<Option> addFaultOptions(Command& command, FaultOptions& options)
+{
+    firaim::FaultEvent& event = options.event;
+    return {command.text("--module", options.module, "Module that reports the fault", "NAME"),
+            command.text("--param", options.parameter, "Parameter of the fault", "TEXT"),
+            command.text("--description", event.description, "Description of the fault", "TEXT"),
+            command.number("--startup", event.startupId,
+                           "Start-up id; default: the largest of the newest fault and the statistics"),
+            command.text("--time", options.time, "Time, such as 2031-05-04T03:02:01Z; default: now", "TIME"),
+            command.text("--time-zone", event.timeZone, "Time zone of the device, only stored; default: UTC", "TEXT"),
+            command.text("--signals-file", event.signalsFile, "Name of the file with dumped signals", "NAME"),
+            command.text("--config-backup", event.configBackup, "Name of the configuration backup", "NAME"),
+            command.number("--up-time", event.upTime, "Up-time of the device, in its unit; default: 0"),
+            command.number("--life-time", event.lifeTime, "Life-time of the device, in its unit; default: 0")};
+}
+
 void addFilters(Command& command, FilterOptions& filter)
 {
     command.text("--code", filter.code, "Faults with this code, by name or number", "CODE");

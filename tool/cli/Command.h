@@ -3,6 +3,7 @@
 #include <tool/cli/CommandLine.h>
 #include <tool/process/Problem.h>
 #include <tool/store/FaultFilter.h>
+#include <tool/store/FaultRecording.h>
 #include <tool/terminal/Output.h>
 #include <tool/values/Times.h>
 
@@ -10,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tool
 {
@@ -25,6 +27,8 @@ struct Request
 void addFile(Command& command, std::string& path);
 void addJson(Command& command, bool& isJson);
 void addTimeStyle(Command& command, TimeStyle& style);
+/// All options that describe a fault, but not its code. Returns them, so that others can exclude them.
+std::vector<Option> addFaultOptions(Command& command, FaultOptions& options);
 void addFilters(Command& command, FilterOptions& filter);
 
 /// Makes `request` call `run` with `options` when the command is chosen. The options declared for the command must
