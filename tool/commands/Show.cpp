@@ -74,7 +74,7 @@ int show(Options const& options, Output& output)
     }
     if (options.isJson)
     {
-        output.writeLine(jsonText(jsonRow(cursor.row(), faultSchema(), options.style), output.terminal()));
+        printJson(jsonRow(cursor.row(), faultSchema(), options.style), output);
     }
     else
     {

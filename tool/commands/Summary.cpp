@@ -288,7 +288,7 @@ int summarize(Options const& options, Output& output)
     FaultFile file(options.path);
     if (options.isJson)
     {
-        output.writeLine(jsonText(jsonSummary(file, options), output.terminal()));
+        printJson(jsonSummary(file, options), output);
     }
     else
     {

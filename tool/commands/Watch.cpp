@@ -158,7 +158,7 @@ void Follower::print(Fault const& fault)
     {
         Json event = {{"Event", "fault"}};
         event.update(jsonRow(m_follower.row(), faultSchema(), m_options.style));
-        m_output.writeLine(jsonText(event, m_output.terminal()));
+        printJson(event, m_output);
         return;
     }
     std::string rest;
@@ -177,7 +177,7 @@ void Follower::print(FaultStatistic const& statistic)
     {
         Json event = {{"Event", "statistic"}};
         event.update(jsonStatistic(statistic, m_options.style));
-        m_output.writeLine(jsonText(event, m_output.terminal()));
+        printJson(event, m_output);
         return;
     }
     printLine(stampText(statistic.TimeLastOccurredUTC, m_options.style) + "  statistic  " +

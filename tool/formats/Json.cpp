@@ -28,12 +28,18 @@ Json jsonTimeCell(RowCursor const& row, std::size_t cell, TimeStyle const& style
     return jsonTime(stamp > 0 ? static_cast<unsigned long long>(stamp) : 0, style);
 }
 
-} // namespace
-
+/// `value` on one line.
 std::string jsonText(Json const& value, Terminal const& terminal)
 {
     std::string text = value.dump(-1, ' ', terminal.isAsciiOnly(), Json::error_handler_t::replace);
     return terminal.isTerminal ? escapeJson(text) : text;
+}
+
+} // namespace
+
+void printJson(Json const& value, Output& output)
+{
+    output.writeLine(jsonText(value, output.terminal()));
 }
 
 Json jsonTime(unsigned long long stamp, TimeStyle const& style)

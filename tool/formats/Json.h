@@ -8,16 +8,15 @@
 
 #include <nlohmann/json.hpp>
 
-#include <string>
-
 namespace tool
 {
 
 /// Keeps the order of its fields.
 using Json = nlohmann::ordered_json;
 
-/// `value` on one line. Bytes that are not UTF-8 become U+FFFD. For a terminal, unprintable characters are escaped.
-std::string jsonText(Json const& value, Terminal const& terminal);
+/// Prints `value` on a line of its own. Bytes that are not UTF-8 become U+FFFD. For a terminal, unprintable characters
+/// are escaped.
+void printJson(Json const& value, Output& output);
 
 /// A row as an object: the columns of `schema` by name, as the file holds them, and its times also as ISO 8601 texts. A
 /// blob is a text of hexadecimal digits.
@@ -26,7 +25,7 @@ Json jsonRow(firaim::RowCursor const& row, TableSchema const& schema, TimeStyle 
 /// The ISO 8601 text of a stamp, null when it was not set.
 Json jsonTime(unsigned long long stamp, TimeStyle const& style);
 
-/// Writes a list of values, one on each line.
+/// Writes a list of values, each on a line of its own as `printJson` prints it.
 class JsonArray
 {
 public:

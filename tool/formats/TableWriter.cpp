@@ -56,7 +56,7 @@ public:
 
     void add(RowCursor const& row, TableSchema const& schema) override
     {
-        m_output.writeLine(jsonText(jsonRow(row, schema, m_style), m_output.terminal()));
+        printJson(jsonRow(row, schema, m_style), m_output);
     }
 
 private:
