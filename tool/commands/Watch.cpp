@@ -144,7 +144,7 @@ void Follower::printStatistics()
     }
 }
 
-/// Reports why the file cannot be read. It may just be being created; its next change is looked at again.
+/// Reports why the file cannot be read. Another process may be creating it. Read it again after the next change.
 void Follower::reportProblem(int result)
 {
     m_output.flush();

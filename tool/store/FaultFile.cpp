@@ -125,7 +125,7 @@ void changeInTransaction(sqlite::Connection const& connection, FileAction const&
     }
     catch (sqlite::Error const&)
     {
-        commit.hasFailed = !connection.isInTransaction(); // Otherwise it did not begin: another process is reading.
+        commit.hasFailed = !connection.isInTransaction(); // Still in the transaction: the commit waited for a reader.
         throw;
     }
 }
@@ -278,7 +278,7 @@ void changeFile(std::string const& path, FileAction const& change, FileAction co
     }
     catch (Problem const& problem)
     {
-        connection.reset(); // While it stays open, the write-ahead log does not show what later connections will find.
+        connection.reset(); // Close it first: only then does a new connection see what the log really holds.
         if (!commit.hasFailed)
         {
             throw Problem(problem.status(), problem.what() + std::string(kNothingStored));

@@ -254,7 +254,7 @@ void LineRecorder::reportUnrecordedLines()
     bool hasMore = !m_lines.empty();
     try
     {
-        // If the file could not be opened, the first lines may not have arrived yet.
+        // The file may fail to open before any input was read, so more lines may come.
         hasMore = hasMore || m_input.hasMore() || (!m_isOpen && !m_input.isAtEnd());
     }
     catch (...)

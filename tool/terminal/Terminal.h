@@ -15,7 +15,7 @@ struct Terminal
     bool isAsciiOnly() const { return isTerminal && !isUtf8; }
 };
 
-/// Looks at `descriptor` and at the environment: NO_COLOR and TERM=dumb switch decoration off, COLUMNS is the width of
+/// Examines `descriptor` and the environment: NO_COLOR and TERM=dumb switch decoration off, COLUMNS is the width of
 /// a terminal that does not report its own.
 Terminal examineTerminal(int descriptor);
 
