@@ -174,6 +174,8 @@ std::unordered_map<std::string_view, Setter> const& setters()
     return map;
 }
 
+constexpr char kNotAnObject[] = "not a JSON object";
+
 /// Stores the fields while the line is parsed, without a copy of the whole object. Invalid JSON anywhere in the line is
 /// reported first, so the problem of a value is kept until the end.
 class FaultHandler : public nlohmann::json_sax<nlohmann::json>
@@ -189,7 +191,7 @@ public:
     {
         if (!m_isObject)
         {
-            throw std::invalid_argument("not a JSON object");
+            throw std::invalid_argument(kNotAnObject);
         }
         if (!m_hasCode)
         {
@@ -271,9 +273,13 @@ private:
     /// Reject deep nesting early to bound memory.
     void requireTopLevel()
     {
-        if (m_isObject || m_isInList)
+        if (m_isObject)
         {
             throw std::invalid_argument("the value of a field is a list or an object");
+        }
+        if (m_isInList)
+        {
+            throw std::invalid_argument(kNotAnObject);
         }
     }
 
