@@ -124,6 +124,8 @@ TEST_F(RecordLinesTest, RecordsLinesFromStandardInputAndReportsRefusedOnes)
 {"FaultCode":1,"code":2}
 {"FaultCode":1,"FaultCode":2}
 {"FaultCode":1,"Time":"1960-01-01"}
+[[[[[[[[1]]]]]]]]
+[{"FaultCode":1}]
 {"FaultCode":1025,"Description":null,"LoggerUpTime":null})";
     Outcome const outcome = runTool({"record", path, "--stdin"}, setting);
     EXPECT_EQ(outcome.status, 1);
@@ -143,7 +145,9 @@ TEST_F(RecordLinesTest, RecordsLinesFromStandardInputAndReportsRefusedOnes)
               "firaim: line 15: number out of range\n"
               "firaim: line 16: 'code' is given twice\n"
               "firaim: line 17: 'FaultCode' is given twice\n"
-              "firaim: line 18: Time: must be a time from 1970 on, such as \"2031-05-04T03:02:01Z\"\n");
+              "firaim: line 18: Time: must be a time from 1970 on, such as \"2031-05-04T03:02:01Z\"\n"
+              "firaim: line 19: not a JSON object\n"
+              "firaim: line 20: not a JSON object\n");
     EXPECT_EQ(value("SELECT Description FROM FdbFaultTbl WHERE EntryId = 1"), "it's");
     EXPECT_EQ(value("SELECT ModuleName || Parameter || Status || RdbStartupId || DateTimeString FROM FdbFaultTbl WHERE "
                     "EntryId = 2"),
