@@ -96,7 +96,7 @@ bool KilledWriter::takeAcknowledgement(std::string const& line)
         (m_isCreated ? m_isOpened : m_isCreated) = true;
         return line == "0 0";
     }
-    model.apply(m_underWay);
+    EXPECT_TRUE(model.apply(m_underWay));
     unsigned long long const key =
         m_underWay.kind == Operation::INSERT_FAULT ? model.lastFaultKey : m_underWay.fault.EntryId;
     m_underWay = m_script->next();
@@ -158,7 +158,7 @@ void KilledWriter::applyOperationUnderWay(Tables const& found)
     ASSERT_TRUE(m_isOpened) << before;
     if (m_underWay.kind != Operation::MOVE)
     {
-        model.apply(m_underWay);
+        EXPECT_TRUE(model.apply(m_underWay));
         ++counts.underWayStored;
         ASSERT_EQ(difference(model, found), "") << "without the operation under way: " << before;
         return;

@@ -177,10 +177,10 @@ void RandomOperations::write()
     ++writes;
     Operation operation = m_script->next();
     ASSERT_EQ(perform(db, operation), 0);
-    model.apply(operation);
+    ASSERT_TRUE(model.apply(operation));
     if (operation.kind == Operation::INSERT_FAULT)
     {
-        EXPECT_EQ(operation.fault.EntryId, model.lastFaultKey);
+        ASSERT_EQ(operation.fault.EntryId, model.lastFaultKey);
     }
 }
 

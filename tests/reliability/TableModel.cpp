@@ -183,7 +183,7 @@ bool TableModel::move(unsigned int newId, unsigned int oldId, std::size_t steps)
     return true;
 }
 
-void TableModel::apply(Operation const& operation)
+bool TableModel::apply(Operation const& operation)
 {
     switch (operation.kind)
     {
@@ -200,8 +200,9 @@ void TableModel::apply(Operation const& operation)
         update(operation.statistic);
         break;
     case Operation::MOVE:
-        move(operation.newId, operation.oldId);
+        return move(operation.newId, operation.oldId);
     }
+    return true;
 }
 
 Tables readTables(FaultDb& db)

@@ -34,8 +34,8 @@ public:
     /// Moves row by row, the faults first, and stops after `steps` rows. Returns true when all rows were moved.
     bool move(unsigned int newId, unsigned int oldId, std::size_t steps = kAllSteps);
 
-    /// Performs `operation` completely.
-    void apply(Operation const& operation);
+    /// Performs `operation`. Returns true when it was completed.
+    bool apply(Operation const& operation);
 
     /// The stored faults, by key.
     std::map<unsigned long long, Fault> faults;
