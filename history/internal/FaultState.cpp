@@ -28,9 +28,10 @@ std::string_view decodedText(sqlite::Statement const& row, int column)
     return text.substr(0, text.find('\0'));
 }
 
-std::size_t hashOf(std::string_view text)
+std::size_t hashOf(std::string_view module, std::string_view parameter, std::string_view systemTime)
 {
-    return std::hash<std::string_view>()(text);
+    std::string const separator(1, '\0'); // is in none of the texts
+    return std::hash<std::string>()(join({module, separator, parameter, separator, systemTime}));
 }
 
 } // namespace
@@ -53,6 +54,8 @@ void FaultState::connect(sqlite::Connection const& connection)
                                           " WHERE ", faults.key(), " > ?1 ORDER BY ", faults.key(), " LIMIT ?2"}));
     m_readMark = connection.prepare(join({"SELECT ", faults.column(FdbSqlFaultTbl::kFaultCodeColumn), ",",
                                           faults.column(FdbSqlFaultTbl::kTimeStampUtcColumn), ",",
+                                          faults.column(FdbSqlFaultTbl::kModuleNameColumn), ",",
+                                          faults.column(FdbSqlFaultTbl::kParameterColumn), ",",
                                           faults.column(FdbSqlFaultTbl::kSystemDateTimeColumn), " FROM ", faults.name(),
                                           " WHERE ", faults.key(), " = ?1"}));
     m_seenVersion.reset();
@@ -189,7 +192,7 @@ std::optional<FaultState::RowMark> FaultState::markOf(std::int64_t key)
         return std::nullopt;
     }
     return RowMark{key, static_cast<std::uint32_t>(m_readMark.integer(0)), m_readMark.integer(1),
-                   hashOf(m_readMark.text(2))};
+                   hashOf(decodedText(m_readMark, 2), decodedText(m_readMark, 3), decodedText(m_readMark, 4))};
 }
 
 bool FaultState::isLastSeenRowThere()
@@ -200,7 +203,7 @@ bool FaultState::isLastSeenRowThere()
     }
     std::optional<RowMark> const mark = markOf(m_seen.key);
     return mark && mark->code == m_seen.code && mark->timeStamp == m_seen.timeStamp &&
-           mark->systemTimeHash == m_seen.systemTimeHash;
+           mark->textHash == m_seen.textHash;
 }
 
 /// Whether the rows that made triples active are unchanged: another program may have removed or rewritten them.
@@ -257,7 +260,8 @@ void FaultState::rowWritten(Fault const& row, std::int64_t key)
         m_hasNewName = addName(code, row.FaultCodeName) || m_hasNewName;
         m_active.change(code, {row.ModuleName, row.Parameter},
                         row.Status == FAULT_ACTIVE ? std::optional(key) : std::nullopt);
-        m_seen = {key, code, static_cast<std::int64_t>(row.TimeStampUTC), hashOf(row.SystemDateTimeString)};
+        m_seen = {key, code, static_cast<std::int64_t>(row.TimeStampUTC),
+                  hashOf(row.ModuleName, row.Parameter, row.SystemDateTimeString)};
     }
 }
 

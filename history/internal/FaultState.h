@@ -78,7 +78,7 @@ private:
         std::int64_t key = kBeforeAllKeys;
         std::uint32_t code = 0;
         std::int64_t timeStamp = 0;
-        std::size_t systemTimeHash = 0; ///< hash of SystemDateTimeString
+        std::size_t textHash = 0; ///< of module, parameter and SystemDateTimeString
     };
 
     void forgetSources();

@@ -27,6 +27,7 @@ inline firaim::FaultEvent eventOf(std::uint64_t code, std::string module = "modu
     event.parameter = std::move(parameter);
     event.time = 1'772'366'400'000;
     event.upTime = 10;
+    event.systemTimeText = "2026-03-01T12:00:00.000Z";
     return event;
 }
 
