@@ -52,12 +52,11 @@ void FaultState::connect(sqlite::Connection const& connection)
     m_version = connection.prepare("PRAGMA data_version");
     m_readRows = connection.prepare(join({"SELECT ", faults.key(), ",", rowColumns(), " FROM ", faults.name(),
                                           " WHERE ", faults.key(), " > ?1 ORDER BY ", faults.key(), " LIMIT ?2"}));
-    m_readMark = connection.prepare(join({"SELECT ", faults.column(FdbSqlFaultTbl::kFaultCodeColumn), ",",
-                                          faults.column(FdbSqlFaultTbl::kTimeStampUtcColumn), ",",
-                                          faults.column(FdbSqlFaultTbl::kModuleNameColumn), ",",
-                                          faults.column(FdbSqlFaultTbl::kParameterColumn), ",",
-                                          faults.column(FdbSqlFaultTbl::kSystemDateTimeColumn), " FROM ", faults.name(),
-                                          " WHERE ", faults.key(), " = ?1"}));
+    m_readMark = connection.prepare(join(
+        {"SELECT ", faults.column(FdbSqlFaultTbl::kFaultCodeColumn), ",",
+         faults.column(FdbSqlFaultTbl::kTimeStampUtcColumn), ",", faults.column(FdbSqlFaultTbl::kModuleNameColumn), ",",
+         faults.column(FdbSqlFaultTbl::kParameterColumn), ",", faults.column(FdbSqlFaultTbl::kSystemDateTimeColumn),
+         " FROM ", faults.name(), " WHERE ", faults.key(), " = ?1"}));
     m_seenVersion.reset();
 }
 
