@@ -75,6 +75,16 @@ struct RecorderOptions
     /// A file that cannot be recognised as a fault database is never touched. `open` returns HISTORY_BUSY while other
     /// processes keep the file locked, and, in write-ahead-log mode, while another process has it open, even idle.
     std::optional<std::uint32_t> setAsideCode;
+
+    /// How a file protects a commit that is not complete. docs/embedding.md compares the two.
+    enum Journal
+    {
+        ROLLBACK_JOURNAL, ///< everything is in the file; a commit synchronises five times
+        WRITE_AHEAD_LOG   ///< the latest faults are in a second file, "-wal"; a commit synchronises once
+    };
+
+    /// The journal of a file that the recorder creates. An existing file keeps its own.
+    Journal journal = ROLLBACK_JOURNAL;
 };
 
 /// Records faults and keeps the statistic of each fault code, in one call and one transaction.

@@ -17,11 +17,11 @@ int setPragma(sqlite3* db, char const* pragma)
     return sqlite3_exec(db, pragma, nullptr, nullptr, nullptr);
 }
 
-/// Reads from the file whether it is in write-ahead-log mode.
-int readWalMode(sqlite3* db, bool& isWal)
+/// Runs `pragma`, which returns the journal mode, and reports whether that is the write-ahead log.
+int readWalMode(sqlite3* db, bool& isWal, char const* pragma = "PRAGMA journal_mode")
 {
     sqlite3_stmt* compiled = nullptr;
-    int code = sqlite3_prepare_v2(db, "PRAGMA journal_mode", -1, &compiled, nullptr);
+    int code = sqlite3_prepare_v2(db, pragma, -1, &compiled, nullptr);
     sqlite::StatementHandle const statement(compiled);
     if (code == SQLITE_OK)
     {
@@ -77,5 +77,28 @@ int connectionSettings::makeDurable(sqlite3* db)
 
 int connectionSettings::limitJournal(sqlite3* db)
 {
-    return setPragma(db, "PRAGMA journal_size_limit=65536");
+    bool isWal = false;
+    int const code = readWalMode(db, isWal);
+    if (code != SQLITE_OK)
+    {
+        return code;
+    }
+    // The commit that brings the log to 64 pages copies it into the file; a larger log saves few writes. The log keeps
+    // its size and is overwritten: each time that it grew, the file system would have to record the new size.
+    return setPragma(db, isWal ? "PRAGMA wal_autocheckpoint=64;PRAGMA journal_size_limit=524288"
+                               : "PRAGMA wal_autocheckpoint=64;PRAGMA journal_size_limit=65536");
+}
+
+int connectionSettings::useLog(sqlite3* db)
+{
+    // This change of the file ends by deleting the rollback journal. EXTRA: SQLite then synchronises the folder.
+    // Without that, the journal could be back after a power cut, and empty a new file together with its log.
+    int code = setPragma(db, "PRAGMA synchronous=EXTRA");
+    bool isWal = false;
+    if (code == SQLITE_OK)
+    {
+        code = readWalMode(db, isWal, "PRAGMA journal_mode=WAL");
+    }
+    // Where SQLite cannot use a log, it keeps the mode and reports success.
+    return code == SQLITE_OK && !isWal ? SQLITE_CANTOPEN : code;
 }

@@ -19,7 +19,11 @@ int distrust(sqlite3* db);
 /// Makes a committed transaction survive a power cut. A file in write-ahead-log mode stays in that mode.
 int makeDurable(sqlite3* db);
 
-/// Keeps one large transaction from leaving a large journal beside the file.
+/// Keeps one large transaction from leaving a large journal or log beside the file, and a log from growing. A
+/// checkpoint that fails, or that a reader of old content delays, is tried again at each commit.
 int limitJournal(sqlite3* db);
+
+/// Puts the file of a durable connection into write-ahead-log mode, durably. SQLITE_CANTOPEN: it cannot be used there.
+int useLog(sqlite3* db);
 
 } // namespace connectionSettings

@@ -37,6 +37,7 @@ RecorderConnection::RecorderConnection(std::string path, RecorderOptions const& 
 
 RecorderConnection::~RecorderConnection()
 {
+    emptyLog();
     close();
 }
 
@@ -88,7 +89,7 @@ void RecorderConnection::pinPath()
 
 void RecorderConnection::openOnce(sqlite::Waiting const& waiting)
 {
-    m_connection.emplace(openForRecording(m_path, waiting));
+    m_connection.emplace(openForRecording(m_path, m_options.journal, waiting));
     updateIdentity();
     sqlite3_progress_handler(m_connection->get(), kInstructionsPerCheck, onProgress, this);
     m_begin = m_connection->prepare("BEGIN IMMEDIATE");
@@ -183,6 +184,21 @@ void RecorderConnection::waitUntil(deadline::TimePoint end) const
     m_connection->waitFor({deadline::timeTo(end), m_options.isCancelled});
 }
 
+/// Copies a write-ahead log into the file, so that the file alone holds everything, and empties the log. If that fails
+/// or another connection uses the log, the log still holds it. Keeps the log if there is no file of that name: if the
+/// file was removed, its log is all that is left.
+void RecorderConnection::emptyLog() const
+{
+    if (!m_connection)
+    {
+        return;
+    }
+    struct stat status = {};
+    int const mode = stat(m_path.c_str(), &status) == 0 ? SQLITE_CHECKPOINT_TRUNCATE : SQLITE_CHECKPOINT_PASSIVE;
+    m_connection->waitFor({Timeout::zero(), nullptr});
+    static_cast<void>(sqlite3_wal_checkpoint_v2(m_connection->get(), nullptr, mode, nullptr, nullptr));
+}
+
 /// SQLite checks that the file still has its name when it begins a rollback journal, but not for a write-ahead log.
 void RecorderConnection::begin()
 {
@@ -191,6 +207,8 @@ void RecorderConnection::begin()
     static_cast<void>(sqlite3_file_control(m_connection->get(), "main", SQLITE_FCNTL_HAS_MOVED, &hasMoved));
     if (hasMoved != 0)
     {
+        rollBack();
+        emptyLog(); // It belongs to the moved file, and SQLite would apply it to another file of that name.
         throw sqlite::Error(nullptr, SQLITE_READONLY_DBMOVED); // Rows written to it would be lost.
     }
 }

@@ -288,17 +288,24 @@ void checkHeader(std::string const& path, sqlite::Connection const& connection)
 }
 
 /// Makes sure that the file is a fault database; creates the content of a new one.
-void prepareContent(std::string const& path, sqlite::Connection const& connection)
+void prepareContent(std::string const& path, RecorderOptions::Journal journal, sqlite::Connection const& connection)
 {
     Tables const tables;
     if (classifyContent(path, connection, tables) != Content::WHOLE)
     {
+        if (journal == RecorderOptions::WRITE_AHEAD_LOG)
+        {
+            // Before the content: a file that has content keeps its journal, also if this process ends in between.
+            require(connection, connectionSettings::useLog(connection.get()));
+        }
         sqlite::Transaction transaction(connection, "BEGIN EXCLUSIVE");
         // Another process may have created it meanwhile.
         if (classifyContent(path, connection, tables) != Content::WHOLE)
         {
             createContent(connection);
             transaction.commit();
+            // Fills the file itself, so that it is a fault database without its log too; if that fails, the log does.
+            static_cast<void>(sqlite3_wal_checkpoint(connection.get(), nullptr));
             // SQLite has synchronised the folder for its journal, but does not promise it.
             static_cast<void>(folder::synchroniseFolderOf(path));
         }
@@ -326,7 +333,8 @@ void createContent(sqlite::Connection const& connection)
     insert.run();
 }
 
-sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting const& waiting)
+sqlite::Connection openForRecording(std::string const& path, RecorderOptions::Journal journal,
+                                    sqlite::Waiting const& waiting)
 {
     if (checkPath(path) != Found::FILE_WITH_CONTENT)
     {
@@ -335,8 +343,8 @@ sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting con
     sqlite::Connection connection(path, sqlite::Connection::CREATE, waiting);
     checkHeader(path, connection);
     require(connection, connectionSettings::makeDurable(connection.get()));
+    prepareContent(path, journal, connection);
     require(connection, connectionSettings::limitJournal(connection.get()));
-    prepareContent(path, connection);
     return connection;
 }
 

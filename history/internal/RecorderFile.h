@@ -1,6 +1,7 @@
 #pragma once
 
 #include <db/internal/Sqlite.h>
+#include <history/FaultRecorder.h>
 
 #include <string>
 
@@ -9,7 +10,8 @@ namespace firaim
 
 /// Opens the fault database at `path` for recording, as described at FaultRecorder::open; creates it if there is none.
 /// Throws Failure or sqlite::Error.
-sqlite::Connection openForRecording(std::string const& path, sqlite::Waiting const& waiting);
+sqlite::Connection openForRecording(std::string const& path, RecorderOptions::Journal journal,
+                                    sqlite::Waiting const& waiting);
 
 /// Creates the missing tables, and the version row. Throws sqlite::Error.
 void createContent(sqlite::Connection const& connection);

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
@@ -88,8 +89,13 @@ protected:
     static constexpr char kFaults[] = "SELECT * FROM FdbFaultTbl ORDER BY EntryId";
     static constexpr char kCountOfFaults[] = "SELECT count(*) FROM FdbFaultTbl";
 
-    void open(firaim::RecorderOptions const& options = {})
+    /// New files have the journal of the test program's environment.
+    void open(firaim::RecorderOptions options = {})
     {
+        if (std::getenv("FIRAIM_TEST_WRITE_AHEAD_LOG") != nullptr)
+        {
+            options.journal = firaim::RecorderOptions::WRITE_AHEAD_LOG;
+        }
         ASSERT_EQ(recorder.open(path, options), firaim::HISTORY_OK) << recorder.lastProblem();
     }
 
