@@ -39,6 +39,7 @@ void addCommands(CommandLine& line, Request& request)
     addRenumber(line, request);
     addBackup(line, request);
     addTrim(line, request);
+    addJournal(line, request);
     addCheck(line, request);
     addRecover(line, request);
     addCodes(line, request);

@@ -92,7 +92,7 @@ for command in $commands; do
         --code)
             values=$codes
             ;;
-        --format | --sort | --table | --time-unit)
+        --format | --journal | --sort | --table | --time-unit)
             values=$(values_in_help "$option" <<<"$help")
             require_all "$values" "$(grep -oE '[a-z]+' <<<"$page_text")" "$page on $option lacks"
             ;;

@@ -13,6 +13,7 @@ void addClear(CommandLine& line, Request& request);
 void addCodes(CommandLine& line, Request& request);
 void addCreate(CommandLine& line, Request& request);
 void addExport(CommandLine& line, Request& request);
+void addJournal(CommandLine& line, Request& request);
 void addList(CommandLine& line, Request& request);
 void addRecord(CommandLine& line, Request& request);
 void addRecover(CommandLine& line, Request& request);

@@ -3,6 +3,7 @@
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
 #include <tool/process/Problem.h>
+#include <tool/store/Journal.h>
 
 #include <db/internal/BlockSignals.h>
 #include <fdb/FaultDb.h>
@@ -23,6 +24,7 @@ struct Options
 {
     std::string path;
     bool isForced = false;
+    std::string journal = journalNames().front();
 };
 
 /// Whether `path` exists, also as a dangling link or a file without permission to read.
@@ -66,6 +68,7 @@ int create(Options const& options, Output&)
     int const result = FaultDb::getInstance()->createDb(options.path, options.isForced);
     if (result == RESULT_OK)
     {
+        changeJournal(options.path, journalNamed(options.journal));
         return STATUS_DONE;
     }
     if (!isReplaced && result != RESULT_FILE_EXISTS)
@@ -86,6 +89,8 @@ void addCreate(CommandLine& line, Request& request)
     auto const options = std::make_shared<Options>();
     command.argument("FILE", options->path, "File to create");
     command.flag("--force", options->isForced, "Replace an existing file, whose content is lost");
+    command.text("--journal", options->journal, "Journal: rollback (default) or wal; wal is a write-ahead log", "KIND")
+        .allow(journalNames());
     runWith(command, request, options, create);
 }
 

@@ -32,6 +32,7 @@ protected:
                 {"export", file, "--format", "json"},
                 {"export", file, "--format", "sql"},
                 {"trim", file, "--keep", "1", "--dry-run"},
+                {"journal", file},
                 {"backup", file, elsewhere.file("copy.db"), "--force"}};
     }
 
