@@ -19,10 +19,12 @@ struct HistorySetting
     unsigned int importedLines; ///< for each of several importers
     unsigned int importedLinesByOne;
     unsigned int callsBesideImporters;
+    unsigned int countedFaults; ///< recorded durably, to count what is written
 };
 
 /// Each function prints its lines of the table.
 void compareRecording(HistorySetting const& setting);
+void compareJournals(HistorySetting const& setting);
 void compareThreads(HistorySetting const& setting);
 void compareRetention(HistorySetting const& setting);
 void compareReading(HistorySetting const& setting);

@@ -18,14 +18,14 @@ namespace
 
 HistorySetting wholeSetting()
 {
-    return {memoryFolder(), "/var/tmp", "",   21,        500,    50,      10'000,
-            100'000,        100'000,    1000, 1'000'000, 20'000, 100'000, 20};
+    return {memoryFolder(), "/var/tmp", "",        21,     500,     50, 10'000, 100'000,
+            100'000,        1000,       1'000'000, 20'000, 100'000, 20, 2000};
 }
 
 /// A tiny size, so that the tests can run every benchmark.
 HistorySetting tinySetting()
 {
-    return {memoryFolder(), memoryFolder(), "", 1, 3, 2, 5, 20, 20, 10, 30, 10, 10, 2};
+    return {memoryFolder(), memoryFolder(), "", 1, 3, 2, 5, 20, 20, 10, 30, 10, 10, 2, 3};
 }
 
 std::string loadText()
@@ -45,6 +45,7 @@ void printAll(HistorySetting const& setting)
     std::printf("medians of %u interleaved turns; %s before\n\n", setting.rounds, loadText().c_str());
     printComparisonHead();
     compareRecording(setting);
+    compareJournals(setting);
     compareThreads(setting);
     measureRecordingBesideImporters(setting);
     compareReading(setting);
