@@ -2,7 +2,13 @@
 
 #include "DamageSupport.h"
 
+#include <history/FaultReader.h>
+
+#include <cerrno>
 #include <set>
+
+#include <sqlite3.h>
+#include <unistd.h>
 
 namespace
 {
@@ -77,6 +83,44 @@ protected:
     }
 };
 
+/// While the object lives, there is no room for a write to this file.
+class FullDisk
+{
+public:
+    explicit FullDisk(std::string const& path)
+    {
+        EXPECT_EQ(stat(path.c_str(), &s_full), 0);
+        for (char const* const name : {"pwrite", "pwrite64"}) // SQLite uses one of them.
+        {
+            EXPECT_EQ(vfs().xSetSystemCall(&vfs(), name, reinterpret_cast<sqlite3_syscall_ptr>(writeUnlessFull)),
+                      SQLITE_OK);
+        }
+    }
+    ~FullDisk() { vfs().xSetSystemCall(&vfs(), nullptr, nullptr); }
+    FullDisk(FullDisk const&) = delete;
+    FullDisk& operator=(FullDisk const&) = delete;
+
+    static int refusals() { return s_refusals; }
+
+private:
+    static sqlite3_vfs& vfs() { return *sqlite3_vfs_find(nullptr); }
+
+    static ssize_t writeUnlessFull(int descriptor, void const* bytes, std::size_t size, off_t offset)
+    {
+        struct stat status = {};
+        if (fstat(descriptor, &status) == 0 && status.st_ino == s_full.st_ino && status.st_dev == s_full.st_dev)
+        {
+            ++s_refusals;
+            errno = ENOSPC;
+            return -1;
+        }
+        return pwrite(descriptor, bytes, size, offset);
+    }
+
+    static inline struct stat s_full = {};
+    static inline int s_refusals = 0;
+};
+
 TEST_F(FaultRecorderLogTest, NewFileHasTheJournalOfTheOptions)
 {
     open(withLog());
@@ -144,6 +188,32 @@ TEST_F(FaultRecorderLogTest, ReaderOfOldContentDelaysTheCheckpointOnly)
     EXPECT_EQ(value(kCountOfFaults), "304");
 }
 
+TEST_F(FaultRecorderLogTest, CheckpointThatFailsIsRepeatedByALaterCommit)
+{
+    open(withLog());
+    {
+        FullDisk const disk(path);
+        record(200);
+        EXPECT_GT(FullDisk::refusals(), 1);
+        EXPECT_GT(logSize(), kLongestLog);
+        EXPECT_EQ(recoveredFaults(copyWithLog()), "200");
+    }
+    record(3);
+    EXPECT_LE(logSize(), kLongestLog);
+    EXPECT_EQ(value(kCountOfFaults), "203");
+}
+
+TEST_F(FaultRecorderLogTest, CloseOnAFullDiskSucceedsAndLeavesTheLog)
+{
+    open(withLog());
+    record(10);
+    {
+        FullDisk const disk(path);
+        EXPECT_EQ(recorder.close(), HISTORY_OK);
+    }
+    EXPECT_EQ(recoveredFaults(copyWithLog()), "10");
+}
+
 TEST_F(FaultRecorderLogTest, CloseBesideAReaderOfOldContentSucceedsAtOnce)
 {
     open(withLog());
@@ -167,6 +237,46 @@ TEST_F(FaultRecorderLogTest, InterruptedCheckpointIsRepeatedFromTheLog)
         std::string const copy = copyWithLog();
         overwrite(copy, (page - 1) * kPage, std::string(kPage / 2, '\x5a')); // Half a page of the checkpoint.
         EXPECT_EQ(recoveredFaults(copy), "10") << page;
+    }
+}
+
+TEST_F(FaultRecorderLogTest, FramesOfALogWithADamagedHeaderAreIgnored)
+{
+    open(withLog());
+    record(10);
+    std::string const copy = copyWithLog();
+    overwrite(copy + "-wal", 16, "salt");
+    EXPECT_EQ(recoveredFaults(copy), "0");
+}
+
+TEST_F(FaultRecorderLogTest, LogOfAnotherFileIsServedOrSetAside)
+{
+    open(withLog());
+    record(10);
+    RecorderOptions options = settingAside();
+    for (int faults = 0; faults < 200; faults += 50)
+    {
+        // SQLite cannot tell whose log it is, and applies it.
+        std::string const other = dir.file("other" + std::to_string(faults) + ".db");
+        {
+            FaultRecorder own;
+            ASSERT_EQ(own.open(other), HISTORY_OK);
+            for (int i = 0; i < faults; ++i)
+            {
+                ASSERT_EQ(own.record(eventOf(7)).result, HISTORY_OK);
+            }
+        }
+        std::filesystem::copy(path + "-wal", other + "-wal");
+        FaultReader reader;
+        EXPECT_THAT(reader.open(other), testing::AnyOf(HISTORY_OK, HISTORY_DAMAGED));
+        FaultRecorder next;
+        EXPECT_EQ(next.open(other, options), HISTORY_OK) << next.lastProblem();
+        Receipt receipt = next.record(eventOf(8));
+        for (int tries = 0; receipt.result == HISTORY_DAMAGED && tries < 3; ++tries)
+        {
+            receipt = next.record(eventOf(8));
+        }
+        EXPECT_EQ(receipt.result, HISTORY_OK) << next.lastProblem();
     }
 }
 

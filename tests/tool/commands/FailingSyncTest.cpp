@@ -150,7 +150,38 @@ private:
     }
 };
 
+class FailingSyncOfJournalTest : public FailingSyncTest
+{
+};
+
 } // namespace
+
+TEST_P(FailingSyncOfJournalTest, JournalReportsTheActualResultAndLosesNothing)
+{
+    std::string const before = GetParam() == WITH_LOG ? "wal" : "delete"; // The default of a connection.
+    std::string const other = GetParam() == WITH_LOG ? "rollback" : "wal";
+    int changed = 0;
+    int failed = 0;
+    for (char const* const rest : {"", "+"})
+    {
+        int call = 0;
+        do
+        {
+            std::string const failing = std::to_string(++call) + rest;
+            SCOPED_TRACE(failing);
+            Outcome const outcome = runOnCopy({"journal", other}, failing, "SELECT count(*) = 3 FROM FdbFaultTbl");
+            EXPECT_TRUE(isDone) << "the faults are there";
+            bool const isChanged = RawDb(dir.file("copy.db")).value("PRAGMA journal_mode") != before;
+            EXPECT_TRUE(outcome.status == 3 || isChanged);
+            EXPECT_EQ(outcome.status == 3, outcome.errors != "");
+            EXPECT_FALSE(isChanged && outcome.errors.find("not changed") != std::string::npos) << outcome.errors;
+            changed += outcome.status == 0 ? 1 : 0;
+            failed += outcome.status == 3 ? 1 : 0;
+        } while (hasFailed());
+    }
+    EXPECT_GT(changed, 1);
+    EXPECT_GT(failed, 1);
+}
 
 TEST_P(FailingSyncTest, RenumberReportsTheActualResult)
 {
@@ -184,3 +215,4 @@ TEST_P(FailingSyncTest, RenumberOfStatisticsAloneReportsTheActualResult)
 
 INSTANTIATE_TEST_SUITE_P(Files, FailingSyncTest, testing::Values(WITH_JOURNAL, WITH_LOG, WITH_LOG_AND_ANOTHER_PROCESS),
                          nameOf);
+INSTANTIATE_TEST_SUITE_P(Files, FailingSyncOfJournalTest, testing::Values(WITH_JOURNAL, WITH_LOG), nameOf);
