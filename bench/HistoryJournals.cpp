@@ -60,8 +60,8 @@ std::string fixedText(double value, int decimals)
 
 void printCounts(std::string const& what, double baseline, double value, int decimals, std::string const& target)
 {
-    print({"record with a log, " + what, "rollback journal", fixedText(baseline, decimals),
-           fixedText(value, decimals), ratioText(value / baseline), target});
+    print({"record with a log, " + what, "rollback journal", fixedText(baseline, decimals), fixedText(value, decimals),
+           ratioText(value / baseline), target});
 }
 
 } // namespace
