@@ -272,7 +272,8 @@ TEST_P(RecorderSyncTest, GroupThatHasRemovedRowsOfItsOwnIsFound)
         EXPECT_EQ(RawDb(path).value("SELECT max(EntryId) FROM FdbFaultTbl"), result == HISTORY_OK ? "21" : "1");
         acknowledged += fired != 0 && result == HISTORY_OK ? 1 : 0;
     }
-    EXPECT_EQ(acknowledged, 1U) << "no failed commit had stored it";
+    // The large group also fills the log, whose checkpoint synchronises twice, after the commit.
+    EXPECT_EQ(acknowledged, GetParam() ? 3U : 1U) << "no failed commit had stored it";
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, RecorderSyncTest, testing::Bool(),
