@@ -33,6 +33,9 @@ void DiskModel::apply(DiskOperation const& operation)
     case DiskOperation::TRUNCATE:
         m_files.at(operation.file).truncate(operation.position);
         break;
+    case DiskOperation::SHARE:
+        m_files.at(operation.file).share(operation.bytes);
+        break;
     case DiskOperation::SYNC_FILE:
         m_files.at(operation.file).synchronise();
         break;
@@ -111,7 +114,11 @@ DiskModel::Files DiskModel::anyState(std::uint64_t seed) const
     Files files;
     for (auto const& [name, number] : names)
     {
-        files[name] = m_files.at(number).anyState(random);
+        File const& file = m_files.at(number);
+        if (!file.isShared() || pick(random, 4) != 0)
+        {
+            files[name] = file.anyState(random);
+        }
     }
     return files;
 }
@@ -137,6 +144,17 @@ void DiskModel::File::truncate(std::size_t length)
     if (length > oldLength)
     {
         rememberSectors(oldLength, length); // Growth reads as zeros. Cut content is kept, as the old length may return.
+    }
+}
+
+void DiskModel::File::share(std::string const& bytes)
+{
+    constexpr std::size_t kMostContents = 4;
+    m_current = bytes;
+    m_sharedContents.push_back(bytes);
+    if (m_sharedContents.size() > kMostContents)
+    {
+        m_sharedContents.erase(m_sharedContents.begin());
     }
 }
 
@@ -185,8 +203,30 @@ std::string DiskModel::File::resized(std::size_t length, std::mt19937_64& random
     return content;
 }
 
+std::string DiskModel::File::anySharedState(std::mt19937_64& random) const
+{
+    std::string content;
+    switch (pick(random, 4))
+    {
+    case 0:
+        return content;
+    case 1:
+        content.resize(m_current.size());
+        std::generate(content.begin(), content.end(), [&] { return static_cast<char>(random() & 0xFF); });
+        return content;
+    case 2:
+        return m_sharedContents[pick(random, m_sharedContents.size())];
+    default:
+        return m_current;
+    }
+}
+
 std::string DiskModel::File::anyState(std::mt19937_64& random) const
 {
+    if (isShared())
+    {
+        return anySharedState(random);
+    }
     // Disks mostly keep all or nothing of a file, or nearly so. Independent choices for each sector would hardly ever
     // give such states.
     enum Share

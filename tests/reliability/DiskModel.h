@@ -23,6 +23,10 @@
 //   pending operations, or to none. A removed file keeps its content as long as its name may return.
 // - Synchronising a file does not make its directory entry durable, as POSIX does not promise that; synchronising a
 //   directory makes no content durable.
+// - The file of a write-ahead log's shared memory is written through mappings, and nothing ever synchronises it. After
+// a
+//   power cut it is missing or empty, or holds junk, an earlier content or the latest one. This alone does not make a
+//   change pending: whoever opens the database first empties the file.
 // - Synchronised content is never lost. An unfinished synchronisation promises nothing.
 //
 // The model is strict enough: the states include everything that ext2, FAT or a journalling file system in its weakest
@@ -39,6 +43,7 @@ struct DiskOperation
         REMOVE,
         WRITE,
         TRUNCATE,
+        SHARE,
         SYNC_FILE,
         SYNC_DIRECTORY
     };
@@ -47,7 +52,7 @@ struct DiskOperation
     int file = -1;            ///< number of the file, never used again
     std::string name = {};    ///< CREATE, REMOVE: name of the directory entry
     std::size_t position = 0; ///< WRITE: offset in the file; TRUNCATE: the new length
-    std::string bytes = {};   ///< WRITE: the data
+    std::string bytes = {};   ///< WRITE: the data; SHARE: the whole content of the shared memory
 };
 
 /// The disk after some of the recorded operations, and its possible states if the power fails then.
@@ -80,13 +85,16 @@ private:
     public:
         void write(std::size_t position, std::string const& bytes);
         void truncate(std::size_t length);
+        void share(std::string const& bytes);
         void synchronise();
+        bool isShared() const { return !m_sharedContents.empty(); }
         bool isPending() const { return !m_sectors.empty() || !m_lengths.empty(); }
         std::string const& synchronised() const { return m_synchronised; }
         std::string const& current() const { return m_current; }
         std::string anyState(std::mt19937_64& random) const;
 
     private:
+        std::string anySharedState(std::mt19937_64& random) const;
         void rememberSectors(std::size_t begin, std::size_t end);
         std::string resized(std::size_t length, std::mt19937_64& random) const;
 
@@ -94,6 +102,8 @@ private:
         std::string m_current;
         std::map<std::size_t, std::vector<std::string>> m_sectors; ///< pending contents by sector, oldest first
         std::vector<std::size_t> m_lengths;                        ///< pending lengths, oldest first
+        std::vector<std::string>
+            m_sharedContents; ///< some contents of shared memory, oldest first; none in other files
     };
 
     void setEntry(std::string const& name, Entry entry);

@@ -54,6 +54,14 @@ bool isSameFile(int descriptor, struct stat const& other)
     return fstat(descriptor, &status) == 0 && status.st_dev == other.st_dev && status.st_ino == other.st_ino;
 }
 
+/// The name of the shared memory of a write-ahead log.
+bool isNameOfSharedMemory(std::string const& name)
+{
+    constexpr char kSuffix[] = "-shm";
+    constexpr std::size_t kLength = sizeof kSuffix - 1;
+    return name.size() > kLength && name.compare(name.size() - kLength, kLength, kSuffix) == 0;
+}
+
 std::string contentOf(int descriptor)
 {
     std::string bytes(lengthOf(descriptor), '\0');
@@ -121,11 +129,11 @@ struct DiskModelVfs::Hooks
         return unixVfs->xDelete(unixVfs, path, syncDirectory);
     }
 
-    static int close(sqlite3_file* file) noexcept { return unixFile(file)->pMethods->xClose(unixFile(file)); }
-
-    static int read(sqlite3_file* file, void* bytes, int count, sqlite3_int64 offset) noexcept
+    /// Calls a method of the unix VFS.
+    template <auto Method, class... Arguments>
+    static int forward(sqlite3_file* file, Arguments... arguments) noexcept
     {
-        return unixFile(file)->pMethods->xRead(unixFile(file), bytes, count, offset);
+        return (unixFile(file)->pMethods->*Method)(unixFile(file), arguments...);
     }
 
     static int write(sqlite3_file* file, void const* bytes, int count, sqlite3_int64 offset) noexcept
@@ -136,7 +144,7 @@ struct DiskModelVfs::Hooks
             getInstance().record(
                 {DiskOperation::WRITE, numberOf(file), {}, static_cast<std::size_t>(offset), std::move(text)});
         }
-        return unixFile(file)->pMethods->xWrite(unixFile(file), bytes, count, offset);
+        return forward<&sqlite3_io_methods::xWrite>(file, bytes, count, offset);
     }
 
     static int truncate(sqlite3_file* file, sqlite3_int64 length) noexcept
@@ -145,45 +153,10 @@ struct DiskModelVfs::Hooks
         {
             getInstance().record({DiskOperation::TRUNCATE, numberOf(file), {}, static_cast<std::size_t>(length)});
         }
-        return unixFile(file)->pMethods->xTruncate(unixFile(file), length);
+        return forward<&sqlite3_io_methods::xTruncate>(file, length);
     }
 
-    static int sync(sqlite3_file* file, int flags) noexcept
-    {
-        return unixFile(file)->pMethods->xSync(unixFile(file), flags);
-    }
-
-    static int fileSize(sqlite3_file* file, sqlite3_int64* size) noexcept
-    {
-        return unixFile(file)->pMethods->xFileSize(unixFile(file), size);
-    }
-
-    static int lock(sqlite3_file* file, int level) noexcept
-    {
-        return unixFile(file)->pMethods->xLock(unixFile(file), level);
-    }
-
-    static int unlock(sqlite3_file* file, int level) noexcept
-    {
-        return unixFile(file)->pMethods->xUnlock(unixFile(file), level);
-    }
-
-    static int checkReservedLock(sqlite3_file* file, int* result) noexcept
-    {
-        return unixFile(file)->pMethods->xCheckReservedLock(unixFile(file), result);
-    }
-
-    static int fileControl(sqlite3_file* file, int operation, void* argument) noexcept
-    {
-        return unixFile(file)->pMethods->xFileControl(unixFile(file), operation, argument);
-    }
-
-    static int sectorSize(sqlite3_file* file) noexcept { return unixFile(file)->pMethods->xSectorSize(unixFile(file)); }
-
-    static int deviceCharacteristics(sqlite3_file* file) noexcept
-    {
-        return unixFile(file)->pMethods->xDeviceCharacteristics(unixFile(file));
-    }
+    static void shmBarrier(sqlite3_file* file) noexcept { unixFile(file)->pMethods->xShmBarrier(unixFile(file)); }
 
     sqlite3_vfs* const unixVfs = sqlite3_vfs_find("unix");
     sqlite3_vfs vfs = *unixVfs;
@@ -199,21 +172,26 @@ DiskModelVfs& DiskModelVfs::getInstance()
 
 DiskModelVfs::DiskModelVfs() : m_hooks(new Hooks)
 {
-    sqlite3_io_methods& methods = m_hooks->methods;
-    // Version 1 has neither shared memory nor mapped pages: every change of a file is a call.
-    methods.iVersion = 1;
-    methods.xClose = Hooks::close;
-    methods.xRead = Hooks::read;
+    using Methods = sqlite3_io_methods;
+    Methods& methods = m_hooks->methods;
+    // Version 2 has shared memory but no mapped pages: every change of a durable file is a call.
+    methods.iVersion = 2;
+    methods.xClose = Hooks::forward<&Methods::xClose>;
+    methods.xRead = Hooks::forward<&Methods::xRead, void*, int, sqlite3_int64>;
     methods.xWrite = Hooks::write;
     methods.xTruncate = Hooks::truncate;
-    methods.xSync = Hooks::sync;
-    methods.xFileSize = Hooks::fileSize;
-    methods.xLock = Hooks::lock;
-    methods.xUnlock = Hooks::unlock;
-    methods.xCheckReservedLock = Hooks::checkReservedLock;
-    methods.xFileControl = Hooks::fileControl;
-    methods.xSectorSize = Hooks::sectorSize;
-    methods.xDeviceCharacteristics = Hooks::deviceCharacteristics;
+    methods.xSync = Hooks::forward<&Methods::xSync, int>;
+    methods.xFileSize = Hooks::forward<&Methods::xFileSize, sqlite3_int64*>;
+    methods.xLock = Hooks::forward<&Methods::xLock, int>;
+    methods.xUnlock = Hooks::forward<&Methods::xUnlock, int>;
+    methods.xCheckReservedLock = Hooks::forward<&Methods::xCheckReservedLock, int*>;
+    methods.xFileControl = Hooks::forward<&Methods::xFileControl, int, void*>;
+    methods.xSectorSize = Hooks::forward<&Methods::xSectorSize>;
+    methods.xDeviceCharacteristics = Hooks::forward<&Methods::xDeviceCharacteristics>;
+    methods.xShmMap = Hooks::forward<&Methods::xShmMap, int, int, int, void volatile**>;
+    methods.xShmLock = Hooks::forward<&Methods::xShmLock, int, int, int>;
+    methods.xShmBarrier = Hooks::shmBarrier;
+    methods.xShmUnmap = Hooks::forward<&Methods::xShmUnmap, int>;
 
     // Copy the unix VFS, so that its other functions find their data in the copy.
     sqlite3_vfs& vfs = m_hooks->vfs;
@@ -318,8 +296,14 @@ void DiskModelVfs::recordCreation(std::string const& name)
         throw std::runtime_error("cannot read " + name);
     }
     int const number = m_nextFile++;
-    m_files[name] = {number, descriptor, 0};
+    m_files[name] = {number, descriptor, 0, isNameOfSharedMemory(name), {}};
     record({DiskOperation::CREATE, number, name});
+    if (m_files[name].isSharedMemory)
+    {
+        record({DiskOperation::SHARE, number}); // Also an empty file is one that loses its content.
+        recordSharedMemory(name);
+        return;
+    }
     std::string bytes = contentOf(descriptor);
     if (!bytes.empty())
     {
@@ -334,6 +318,17 @@ void DiskModelVfs::recordRemoval(std::string const& name)
     record({DiskOperation::REMOVE, -1, name});
 }
 
+void DiskModelVfs::recordSharedMemory(std::string const& name)
+{
+    NamedFile& file = m_files.at(name);
+    std::string bytes = contentOf(file.descriptor);
+    if (bytes != file.shared)
+    {
+        file.shared = bytes;
+        record({DiskOperation::SHARE, file.number, {}, 0, std::move(bytes)});
+    }
+}
+
 void DiskModelVfs::noticeOutsideChanges()
 {
     auto const files = m_files;
@@ -342,6 +337,10 @@ void DiskModelVfs::noticeOutsideChanges()
         if (!hasName(file.descriptor))
         {
             recordRemoval(name);
+        }
+        else if (file.isSharedMemory)
+        {
+            recordSharedMemory(name);
         }
         else if (lengthOf(file.descriptor) != file.length)
         {

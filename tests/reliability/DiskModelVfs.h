@@ -14,6 +14,9 @@
 /// expected content before each operation of SQLite and each synchronisation. fsync and fdatasync of the whole process
 /// are replaced by functions that only record.
 ///
+/// The shared memory of a write-ahead log passes through to the unix VFS. Its content is recorded as it is found before
+/// these operations, as SQLite changes it without a call.
+///
 /// SQLite and the library decide about synchronisation: the unix VFS runs below the recording and works on real files,
 /// and its calls of fsync are recorded, not imitated. So the directory is synchronised when SQLite does that: with the
 /// first synchronisation of a journal that it opened for writing, and after a removal that must be durable.
@@ -46,6 +49,8 @@ private:
         int number;
         int descriptor;
         std::size_t length;
+        bool isSharedMemory;
+        std::string shared; ///< the content of shared memory when it was recorded last
     };
 
     DiskModelVfs();
@@ -56,6 +61,7 @@ private:
     void record(DiskOperation operation);
     void recordCreation(std::string const& name);
     void recordRemoval(std::string const& name);
+    void recordSharedMemory(std::string const& name);
     void noticeOutsideChanges();
 
     std::unique_ptr<Hooks> m_hooks;
