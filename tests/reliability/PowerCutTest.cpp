@@ -26,6 +26,7 @@ namespace
 constexpr int kOperationCount = 360;
 constexpr int kControlOperationCount = 60;
 constexpr std::size_t kRandomStates = 5;
+constexpr char kLog[] = "PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=30";
 
 /// The errors in a state.
 enum Loss
@@ -257,19 +258,19 @@ protected:
 
     /// Runs the workload. After some of the cuts, runs `goOn` and cuts the power again at each of its operations on the
     /// disk.
-    void cutThePowerTwice(std::string const& title, Choose choose, GoOn goOn)
+    void cutThePowerTwice(std::string const& title, std::string const& pragmas, Choose choose, GoOn goOn)
     {
         std::size_t firstCuts = 0;
         {
             Console const silence;
-            Workload workload(dir.path(), "");
+            Workload workload(dir.path(), pragmas);
             workload.run(kOperationCount);
             for (Cuts cuts(workload); !cuts.isLast() && !HasFailure(); cuts.next())
             {
                 if (auto const files = choose(cuts))
                 {
                     ++firstCuts;
-                    cutAgain(cuts, *files, goOn);
+                    cutAgain(cuts, *files, pragmas, goOn);
                 }
             }
         }
@@ -277,14 +278,14 @@ protected:
     }
 
     /// Chooses a state at some of the cuts, of each kind in turn.
+    template <std::size_t Stride>
     static std::optional<DiskModel::Files> someStates(Cuts const& cuts)
     {
-        constexpr std::size_t kStride = 61;
-        if (cuts.index() % kStride != 0)
+        if (cuts.index() % Stride != 0)
         {
             return std::nullopt;
         }
-        switch (cuts.index() / kStride % 3)
+        switch (cuts.index() / Stride % 3)
         {
         case 0:
             return cuts.disk().synchronised();
@@ -317,10 +318,10 @@ protected:
     States states;
 
 private:
-    void cutAgain(Cuts const& cuts, DiskModel::Files const& files, GoOn goOn)
+    void cutAgain(Cuts const& cuts, DiskModel::Files const& files, std::string const& pragmas, GoOn goOn)
     {
         layOut(files, dirAfterCut);
-        Workload workload(dirAfterCut.path(), "");
+        Workload workload(dirAfterCut.path(), pragmas);
         (workload.*goOn)(cuts.underWay());
         constexpr std::size_t kSeedsForEach = 1000;
         tryEveryCut(workload, states, (cuts.index() + 1) * kSeedsForEach);
@@ -341,7 +342,14 @@ TEST_F(PowerCutTest, AcknowledgedOperationsOutlastEveryCut)
 
 TEST_F(PowerCutTest, AcknowledgedOperationsOutlastASecondCutDuringOrAfterRecovery)
 {
-    cutThePowerTwice("during and after recovery", someStates, &Workload::resume);
+    cutThePowerTwice("during and after recovery", "", someStates<61>, &Workload::resume);
+    EXPECT_GT(states.opened(), 0U);
+    EXPECT_EQ(states.losses(), 0U) << states.firstLosses();
+}
+
+TEST_F(PowerCutTest, AcknowledgedOperationsOutlastASecondCutWithALog)
+{
+    cutThePowerTwice("write-ahead log, during and after recovery", kLog, someStates<61>, &Workload::resume);
     EXPECT_GT(states.opened(), 0U);
     EXPECT_EQ(states.losses(), 0U) << states.firstLosses();
 }
@@ -349,7 +357,14 @@ TEST_F(PowerCutTest, AcknowledgedOperationsOutlastASecondCutDuringOrAfterRecover
 // The old file may return, but only together with the journal that it needs.
 TEST_F(PowerCutTest, AHalfWrittenFileIsReplacedOrStillRecovered)
 {
-    cutThePowerTwice("replacing a half-written file", halfWrittenFiles, &Workload::replace);
+    cutThePowerTwice("replacing a half-written file", "", halfWrittenFiles, &Workload::replace);
+    EXPECT_GT(states.opened(), 0U);
+    EXPECT_EQ(states.losses(), 0U) << states.firstLosses();
+}
+
+TEST_F(PowerCutTest, AcknowledgedOperationsOutlastEveryCutWithALog)
+{
+    cutThePower("write-ahead log", kLog, kOperationCount / 2);
     EXPECT_GT(states.opened(), 0U);
     EXPECT_EQ(states.losses(), 0U) << states.firstLosses();
 }

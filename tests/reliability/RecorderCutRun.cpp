@@ -4,8 +4,20 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 using namespace firaim;
+
+namespace
+{
+
+/// Otherwise the last connection to be closed copies the write-ahead log into the file and removes it.
+void keepLog(sqlite3* db)
+{
+    EXPECT_EQ(sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr), SQLITE_OK);
+}
+
+} // namespace
 
 std::optional<Recorded> readRecorded(std::string const& path)
 {
@@ -31,6 +43,7 @@ std::optional<Recorded> readRecorded(std::string const& path)
     Recorded content;
     sqlite3* db = nullptr;
     int code = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
+    keepLog(db);
     if (code == SQLITE_OK)
     {
         code = sqlite3_exec(db, "SELECT * FROM FdbFaultTbl ORDER BY EntryId", addFault, &content, nullptr);
@@ -59,6 +72,34 @@ bool RecorderCutRun::Call::allows(Recorded const& found) const
     return rest == before && count >= before.counts.at(*stormCode) && count <= after.counts.at(*stormCode);
 }
 
+RecorderCutRun::RecorderCutRun(Journal journal, std::string pragma) : m_journal(journal), m_pragma(std::move(pragma)) {}
+
+std::size_t RecorderCutRun::logStarts() const
+{
+    constexpr char kMagic[] = "\x37\x7f\x06"; // One bit of the byte that follows is the byte order of the checksums.
+    auto const isStart = [&](DiskOperation const& operation)
+    {
+        return operation.kind == DiskOperation::WRITE && operation.position == 0 &&
+               operation.bytes.compare(0, sizeof kMagic - 1, kMagic) == 0;
+    };
+    return static_cast<std::size_t>(std::count_if(m_operations.begin(), m_operations.end(), isStart));
+}
+
+std::size_t RecorderCutRun::databaseSynchronisations() const
+{
+    std::size_t count = 0;
+    int database = -1;
+    for (DiskOperation const& operation : m_operations)
+    {
+        if (operation.kind == DiskOperation::CREATE && operation.name == kFileName)
+        {
+            database = operation.file;
+        }
+        count += operation.kind == DiskOperation::SYNC_FILE && operation.file == database ? 1U : 0U;
+    }
+    return count;
+}
+
 FaultEvent RecorderCutRun::eventOf(std::uint64_t code, std::string const& module, faultStatus_t status)
 {
     FaultEvent event;
@@ -75,7 +116,7 @@ FaultEvent RecorderCutRun::eventOf(std::uint64_t code, std::string const& module
 
 void RecorderCutRun::acknowledged(FaultEvent const& event, Receipt const& receipt)
 {
-    ASSERT_EQ(receipt.result, HISTORY_OK) << m_recorder.lastProblem();
+    ASSERT_EQ(receipt.result, HISTORY_OK) << m_writer->lastProblem();
     EXPECT_TRUE(m_acknowledged.emplace(receipt.key, event).second) << "duplicate key: " << receipt.key;
     m_occurrences[event.code] += event.status == FAULT_ACTIVE ? 1 : 0;
     ++m_rows;
@@ -103,6 +144,7 @@ void RecorderCutRun::finish(std::string const& name, std::optional<std::uint64_t
 void RecorderCutRun::expectAcknowledged()
 {
     RawDb raw(m_path);
+    keepLog(raw.handle());
     for (auto const& row : raw.rows("SELECT FaultCode, OccurenceCnt FROM FdbFaultStatisticTbl"))
     {
         EXPECT_EQ(row[1], std::to_string(m_occurrences[std::stoull(*row[0])])) << "code " << *row[0];
@@ -127,38 +169,46 @@ void RecorderCutRun::expectAcknowledged()
     }
 }
 
+void RecorderCutRun::checkpointEarly() const
+{
+    constexpr int kPages = 30;
+    EXPECT_EQ(sqlite3_wal_autocheckpoint(m_newest.get(), kPages), SQLITE_OK);
+}
+
 void RecorderCutRun::open(RecorderOptions const& options)
 {
     m_keepNewest = std::max(m_keepNewest, options.keepNewest);
-    EXPECT_EQ(m_recorder.open(m_path, options), HISTORY_OK) << m_recorder.lastProblem();
+    EXPECT_EQ(m_writer->open(m_path, options), HISTORY_OK) << m_writer->lastProblem();
+    EXPECT_EQ(sqlite3_exec(m_newest.get(), m_pragma.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+    checkpointEarly();
     finish("open");
 }
 
 void RecorderCutRun::close()
 {
-    m_pruned += m_recorder.counters().pruned;
-    EXPECT_EQ(m_recorder.close(), HISTORY_OK) << m_recorder.lastProblem();
+    m_pruned += m_writer->counters().pruned;
+    EXPECT_EQ(m_writer->close(), HISTORY_OK) << m_writer->lastProblem();
     finish("close");
 }
 
 void RecorderCutRun::record(std::uint64_t code, std::string const& module, faultStatus_t status)
 {
     FaultEvent const event = eventOf(code, module, status);
-    acknowledged(event, m_recorder.record(event));
+    acknowledged(event, m_writer->record(event));
     finish("record");
 }
 
 void RecorderCutRun::raise(std::uint64_t code, std::string const& module)
 {
     FaultEvent const event = eventOf(code, module);
-    acknowledged(event, m_recorder.raise(event));
+    acknowledged(event, m_writer->raise(event));
     finish("raise");
 }
 
 void RecorderCutRun::clear(std::uint64_t code, std::string const& module)
 {
     FaultEvent const event = eventOf(code, module, FAULT_INACTIVE);
-    acknowledged(event, m_recorder.clear(event));
+    acknowledged(event, m_writer->clear(event));
     finish("clear");
 }
 
@@ -172,7 +222,7 @@ void RecorderCutRun::recordGroup()
             eventOf(200 + i % 3, "group " + std::to_string(m_number), i % 4 != 0 ? FAULT_ACTIVE : FAULT_INACTIVE));
     }
     std::vector<Receipt> receipts;
-    EXPECT_EQ(m_recorder.recordAll(events, receipts), HISTORY_OK) << m_recorder.lastProblem();
+    EXPECT_EQ(m_writer->recordAll(events, receipts), HISTORY_OK) << m_writer->lastProblem();
     ASSERT_EQ(receipts.size(), events.size());
     for (std::size_t i = 0; i < events.size(); ++i)
     {
@@ -183,7 +233,7 @@ void RecorderCutRun::recordGroup()
 
 void RecorderCutRun::endCycle()
 {
-    EXPECT_EQ(m_recorder.endCycle(), HISTORY_OK) << m_recorder.lastProblem();
+    EXPECT_EQ(m_writer->endCycle(), HISTORY_OK) << m_writer->lastProblem();
     finish("endCycle");
 }
 
@@ -191,7 +241,7 @@ void RecorderCutRun::clearCode(std::uint64_t code)
 {
     FaultEvent const event = eventOf(code, "", FAULT_INACTIVE);
     Keys keys;
-    EXPECT_EQ(m_recorder.clearCode(event, keys), HISTORY_OK) << m_recorder.lastProblem();
+    EXPECT_EQ(m_writer->clearCode(event, keys), HISTORY_OK) << m_writer->lastProblem();
     EXPECT_GT(keys.size(), 1U);
     m_rows += keys.size();
     finish("clearCode");
@@ -205,11 +255,11 @@ void RecorderCutRun::storm(std::uint64_t code)
     constexpr unsigned int kCounted = 6;
     for (unsigned int i = 0; i < kCounted; ++i)
     {
-        EXPECT_EQ(m_recorder.record(eventOf(code, "storm")).result, HISTORY_COUNTED);
+        EXPECT_EQ(m_writer->record(eventOf(code, "storm")).result, HISTORY_COUNTED);
     }
     m_occurrences[code] += kCounted;
     std::uint64_t left = 0;
-    EXPECT_EQ(m_recorder.flush(left), HISTORY_OK) << m_recorder.lastProblem();
+    EXPECT_EQ(m_writer->flush(left), HISTORY_OK) << m_writer->lastProblem();
     ++m_rows;
     finish("flush of a storm", code);
 }
@@ -230,11 +280,86 @@ void RecorderCutRun::mixture()
     endCycle();
 }
 
+/// Two recorders take turns, so that each reads what the other one has written.
+void RecorderCutRun::twoWriters()
+{
+    m_writer = &m_second;
+    open({});
+    for (unsigned int i = 0; i < 4; ++i)
+    {
+        m_writer = i % 2 == 0 ? &m_recorder : &m_second;
+        record(400, "of both", FAULT_ACTIVE);
+    }
+    raise(8, "of both");
+    m_writer = &m_recorder;
+    clear(8, "of both");
+    m_writer = &m_second;
+    close();
+    m_writer = &m_recorder;
+}
+
+/// Another program changes the journal mode of the file.
+void RecorderCutRun::useLog()
+{
+    RawDb raw(m_path);
+    EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
+    finish("change to a write-ahead log");
+}
+
+/// Another program empties the log, or copies it into the file so that it begins again with the next commit.
+void RecorderCutRun::checkpoint(std::string const& mode)
+{
+    RawDb(m_path).exec("PRAGMA wal_checkpoint(" + mode + ')');
+    finish("checkpoint " + mode);
+    record(500, mode, FAULT_ACTIVE);
+}
+
+/// Checkpoints copy no frame that is newer than the reader's, so the log grows and holds frames that are in the file.
+void RecorderCutRun::recordBesideReader()
+{
+    RawDb reader(m_path);
+    reader.exec("BEGIN");
+    EXPECT_NE(reader.value("SELECT count(*) FROM FdbFaultTbl"), "0");
+    recordGroup();
+    recordGroup();
+    reader.exec("COMMIT");
+    record(500, "after the reader", FAULT_ACTIVE);
+}
+
+/// Another program is the last one to close the file: SQLite copies the log into it and removes the log.
+void RecorderCutRun::closeElsewhere()
+{
+    EXPECT_NE(RawDb(m_path).value("SELECT count(*) FROM FdbFaultTbl"), "0");
+    EXPECT_FALSE(exists(m_path + "-wal"));
+    finish("close of another program");
+}
+
+void RecorderCutRun::recordOnInNewLog()
+{
+    closeElsewhere();
+    open({});
+    record(500, "new log", FAULT_ACTIVE);
+    close();
+}
+
 void RecorderCutRun::run()
 {
     m_vfs.start(m_directory.path());
     open({});
+    if (m_journal == Journal::LOG)
+    {
+        close();
+        useLog();
+        open({});
+    }
     mixture();
+    twoWriters();
+    if (m_journal == Journal::LOG)
+    {
+        checkpoint("PASSIVE");
+        recordBesideReader();
+        checkpoint("TRUNCATE");
+    }
     close();
     RecorderOptions options;
     options.stormBurst = 2;
@@ -245,8 +370,18 @@ void RecorderCutRun::run()
     mixture();
     storm(301);
     close();
+    if (m_journal == Journal::LOG)
+    {
+        recordOnInNewLog();
+    }
     open({});
     close();
     m_vfs.stop();
     EXPECT_GT(m_pruned, 0U);
+    if (m_journal == Journal::LOG)
+    {
+        // Otherwise cuts in a checkpoint and in the first commit of a log would be too few.
+        EXPECT_GT(databaseSynchronisations(), 8U);
+        EXPECT_GT(logStarts(), 8U);
+    }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "DiskModelVfs.h"
+#include "NewestConnection.h"
 #include "TestSupport.h"
 
 #include <history/FaultRecorder.h>
@@ -21,10 +22,16 @@ struct Recorded
     bool operator==(Recorded const& other) const { return faults == other.faults && statistics == other.statistics; }
 };
 
-/// Reads the content through SQLite only; returns none when SQLite cannot read it.
+/// Reads the content through SQLite only; returns none when SQLite cannot read it. A write-ahead log stays as it is.
 std::optional<Recorded> readRecorded(std::string const& path);
 
-/// A run of a recorder on the disk model: the content after each call, and its operations on the disk.
+enum class Journal
+{
+    ROLLBACK,
+    LOG ///< a write-ahead log
+};
+
+/// A run of recorders on the disk model: the content after each call, and the operations on the disk.
 class RecorderCutRun
 {
 public:
@@ -43,12 +50,23 @@ public:
         bool allows(Recorded const& found) const;
     };
 
+    /// Runs `pragma` on the connection of each recorder.
+    explicit RecorderCutRun(Journal journal, std::string pragma = {});
+
     void run();
+
+    /// Makes the connection that was opened last copy a write-ahead log into the file as soon as it holds a few pages,
+    /// so that a short run has checkpoints, also within a call.
+    void checkpointEarly() const;
 
     std::vector<Call> const& calls() const { return m_calls; }
     std::vector<DiskOperation> const& operations() const { return m_operations; }
     std::uint64_t pruned() const { return m_pruned; }
     std::uint64_t rows() const { return m_rows; }
+    /// How often a write-ahead log was begun: in a new file, or again from its beginning.
+    std::size_t logStarts() const;
+    /// How often the database was synchronised. With a write-ahead log, this is the end of a checkpoint.
+    std::size_t databaseSynchronisations() const;
 
 private:
     using Keys = std::vector<unsigned long long>;
@@ -64,6 +82,12 @@ private:
     void clearCode(std::uint64_t code);
     void storm(std::uint64_t code);
     void mixture();
+    void twoWriters();
+    void useLog();
+    void checkpoint(std::string const& mode);
+    void recordBesideReader();
+    void closeElsewhere();
+    void recordOnInNewLog();
 
     void acknowledged(firaim::FaultEvent const& event, firaim::Receipt const& receipt);
     void finish(std::string const& name, std::optional<std::uint64_t> stormCode = std::nullopt);
@@ -72,8 +96,13 @@ private:
     TempDir m_directory;
     std::string const m_path = m_directory.file(kFileName);
     DiskModelVfs& m_vfs = DiskModelVfs::getInstance();
+    NewestConnection const m_newest;
+    Journal const m_journal;
+    std::string const m_pragma;
     firaim::FaultRecorder m_recorder;
-    std::uint64_t m_keepNewest = 0; ///< the largest value of the recorders so far
+    firaim::FaultRecorder m_second;
+    firaim::FaultRecorder* m_writer = &m_recorder; ///< the recorder that the next calls use
+    std::uint64_t m_keepNewest = 0;                ///< the largest value of the recorders so far
     std::uint64_t m_pruned = 0;
     std::uint64_t m_rows = 0;
     unsigned int m_number = 0;
