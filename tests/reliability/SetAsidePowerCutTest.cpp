@@ -14,6 +14,7 @@ namespace
 using namespace firaim;
 
 constexpr char kFileName[] = "faults.db";
+constexpr char kLogSuffix[] = "-wal";
 constexpr std::size_t kPage = 4096;
 constexpr std::size_t kRandomStates = 5;
 
@@ -40,8 +41,14 @@ void rollBack(std::string const& path)
     static_cast<void>(sqlite3_exec(raw.handle(), "SELECT count(*) FROM sqlite_master", nullptr, nullptr, nullptr));
 }
 
-/// The parameter is the page that is damaged.
-class SetAsidePowerCut : public testing::TestWithParam<std::size_t>
+/// A damaged file, and what lies beside it.
+struct Damage
+{
+    std::size_t page; ///< the page of the file that is damaged
+    bool hasLog;      ///< whether a write-ahead log holds the last commit
+};
+
+class SetAsidePowerCut : public testing::TestWithParam<Damage>
 {
 protected:
     SetAsidePowerCut()
@@ -52,8 +59,12 @@ protected:
         std::vector<Receipt> receipts;
         EXPECT_EQ(recorder.recordAll(events, receipts), HISTORY_OK);
         EXPECT_EQ(recorder.close(), HISTORY_OK);
+        if (GetParam().hasLog)
+        {
+            recordIntoLog();
+        }
         m_damaged = readFile(m_path);
-        m_damaged.replace((GetParam() - 1) * kPage, kPage, kPage, '\x5a');
+        m_damaged.replace((GetParam().page - 1) * kPage, kPage, kPage, '\x5a');
         writeFile(m_path, m_damaged);
     }
 
@@ -71,6 +82,7 @@ protected:
         FaultRecorder recorder;
         EXPECT_EQ(recorder.open(m_path, settingAside()), HISTORY_OK) << recorder.lastProblem();
         EXPECT_EQ(recorder.close(), HISTORY_OK);
+        EXPECT_EQ(RawDb(m_path).value("SELECT count(*) FROM FdbFaultTbl"), "1"); // Copies a log into the file.
         m_operations.assign(vfs.operations().begin() + static_cast<std::ptrdiff_t>(first), vfs.operations().end());
         vfs.stop();
         EXPECT_TRUE(isCopyWhole(filesIn(m_directory.path())));
@@ -103,11 +115,47 @@ protected:
     std::size_t copied = 0; ///< number of states with a whole copy
 
 private:
+    void recordIntoLog()
+    {
+        EXPECT_EQ(RawDb(m_path).value("PRAGMA journal_mode=WAL"), "wal");
+        FaultRecorder recorder;
+        EXPECT_EQ(recorder.open(m_path), HISTORY_OK);
+        EXPECT_EQ(recorder.record(eventOf(7)).result, HISTORY_OK);
+        std::string const file = readFile(m_path);
+        m_log = readFile(m_path + kLogSuffix);
+        EXPECT_NE(m_log, "");
+        EXPECT_EQ(recorder.close(), HISTORY_OK);
+        // As after a crash: closing may have emptied the log.
+        writeFile(m_path, file);
+        writeFile(m_path + kLogSuffix, m_log);
+    }
+
+    bool isLog(std::string const& bytes) const { return bytes.compare(0, m_log.size(), m_log) == 0; }
+
     bool isCopyWhole(DiskModel::Files const& files) const
     {
-        return std::any_of(files.begin(), files.end(),
-                           [this](auto const& file)
-                           { return file.first.find(".aside-") != std::string::npos && file.second == m_damaged; });
+        auto const isCopied = [&](std::string const& name, auto const& isWhole)
+        {
+            return std::any_of(files.begin(), files.end(),
+                               [&](auto const& file)
+                               { return file.first.find(name + ".aside-") == 0 && isWhole(file.second); });
+        };
+        return isCopied(kFileName, [this](std::string const& bytes) { return bytes == m_damaged; }) &&
+               (m_log.empty() || isCopied(std::string(kFileName) + kLogSuffix,
+                                          [this](std::string const& bytes) { return isLog(bytes); }));
+    }
+
+    /// Whether the file, and its log if it has one, are as they were.
+    bool isUnchanged(DiskModel::Files const& files, std::string const& path) const
+    {
+        if (m_log.empty())
+        {
+            rollBack(path);
+            return readFile(path) == m_damaged;
+        }
+        auto const file = files.find(kFileName);
+        auto const log = files.find(std::string(kFileName) + kLogSuffix);
+        return file != files.end() && file->second == m_damaged && log != files.end() && isLog(log->second);
     }
 
     void tryState(DiskModel::Files const& files)
@@ -121,8 +169,7 @@ private:
         }
         else
         {
-            rollBack(path);
-            EXPECT_TRUE(readFile(path) == m_damaged) << "neither the file nor a copy of it is whole";
+            EXPECT_TRUE(isUnchanged(files, path)) << "neither the file nor a copy of it is whole";
             layOut(files, m_laidOut);
         }
         FaultRecorder recorder;
@@ -138,6 +185,7 @@ private:
     TempDir const m_laidOut;
     std::string const m_path = m_directory.file(kFileName);
     std::string m_damaged;
+    std::string m_log; ///< the log beside the damaged file; empty: there is none
     DiskModel m_disk;
     std::vector<DiskOperation> m_operations;
 };
@@ -151,10 +199,16 @@ TEST_P(SetAsidePowerCut, LeavesTheDamagedFileAsItWasOrAWholeCopyOfIt)
         setAside();
         cutThePower();
     }
-    std::cout << "recorder power cuts, setting aside a file with page " << GetParam() << " damaged: " << cuts
-              << " cut points, " << states << " states opened, " << copied << " of them with a whole copy" << std::endl;
+    std::cout << "recorder power cuts, setting aside a file with page " << GetParam().page << " damaged"
+              << (GetParam().hasLog ? " beside a write-ahead log: " : ": ") << cuts << " cut points, " << states
+              << " states opened, " << copied << " of them with a whole copy" << std::endl;
     EXPECT_GT(copied, 0U);
     EXPECT_LT(copied, states);
 }
 
-INSTANTIATE_TEST_SUITE_P(DamagedPages, SetAsidePowerCut, testing::Values(1, 2), testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(DamagedPages, SetAsidePowerCut,
+                         testing::Values(Damage{1, false}, Damage{2, false}, Damage{1, true}, Damage{2, true}),
+                         [](auto const& tested) {
+                             return "Page" + std::to_string(tested.param.page) +
+                                    (tested.param.hasLog ? "BesideALog" : "");
+                         });
