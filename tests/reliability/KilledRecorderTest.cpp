@@ -24,9 +24,25 @@ constexpr unsigned int kMaxBacklog = 10000;        ///< more lines than a pipe h
 constexpr unsigned int kMaxSilenceUs = 200;        ///< the duration of a short commit
 constexpr char kSharedCode[] = "3";                ///< its only triple is only raised and cleared
 
-class KilledRecorders : public testing::Test
+enum class Journal
+{
+    ROLLBACK,
+    LOG ///< a write-ahead log
+};
+
+class KilledRecorders : public testing::TestWithParam<Journal>
 {
 protected:
+    KilledRecorders()
+    {
+        if (isLog())
+        {
+            EXPECT_EQ(RawDb(path).value("PRAGMA journal_mode=WAL"), "wal");
+        }
+    }
+
+    static bool isLog() { return GetParam() == Journal::LOG; }
+
     /// Starts both processes, and kills one while the other one continues.
     void round(unsigned int number)
     {
@@ -37,14 +53,15 @@ protected:
         ASSERT_NO_FATAL_FAILURE(kill(first));
         ASSERT_NO_FATAL_FAILURE(read(second, below(kMaxAcknowledgements)));
         ASSERT_NO_FATAL_FAILURE(kill(second));
-        std::string const journal = path + "-journal";
-        hotJournals += exists(journal) && readFile(journal).substr(0, 2) == "\xd9\xd5" ? 1 : 0;
+        std::string const journal = path + (isLog() ? "-wal" : "-journal");
+        std::string const magic = isLog() ? "\x37\x7f" : "\xd9\xd5";
+        journals += exists(journal) && readFile(journal).substr(0, 2) == magic ? 1 : 0;
         expectFileHoldsAll();
     }
 
     std::size_t acknowledged() const { return m_rows.size(); }
 
-    unsigned int hotJournals = 0;
+    unsigned int journals = 0;      ///< rounds that left a hot journal or a log
     std::size_t unacknowledged = 0; ///< stored rows of calls that had not returned
 
 private:
@@ -157,15 +174,19 @@ private:
 
 } // namespace
 
-TEST_F(KilledRecorders, LoseNoAcknowledgedEventAndKeepStatisticsCorrect)
+TEST_P(KilledRecorders, LoseNoAcknowledgedEventAndKeepStatisticsCorrect)
 {
     for (unsigned int number = 0; number < kRounds; ++number)
     {
         SCOPED_TRACE("round " + std::to_string(number) + " of seed " + std::to_string(kSeed));
         ASSERT_NO_FATAL_FAILURE(round(number));
     }
-    std::printf("killed recorders: %u rounds of 2 processes with 4 threads, %zu rows acknowledged; %zu rows of "
-                "unfinished calls, %u commits rolled back\n",
-                kRounds, acknowledged(), unacknowledged, hotJournals);
+    std::printf("killed recorders, %s: %u rounds of 2 processes with 4 threads, %zu rows acknowledged; %zu rows of "
+                "unfinished calls, %u %s\n",
+                isLog() ? "write-ahead log" : "rollback journal", kRounds, acknowledged(), unacknowledged, journals,
+                isLog() ? "logs left" : "commits rolled back");
     EXPECT_GT(acknowledged(), kRounds);
 }
+
+INSTANTIATE_TEST_SUITE_P(EachJournal, KilledRecorders, testing::Values(Journal::ROLLBACK, Journal::LOG),
+                         [](auto const& tested) { return tested.param == Journal::LOG ? "Log" : "Rollback"; });

@@ -33,8 +33,12 @@ FaultEvent longEvent(unsigned int number)
 class FilledRecorder
 {
 public:
-    explicit FilledRecorder(std::string path) : m_path(std::move(path))
+    FilledRecorder(std::string path, bool hasLog) : m_path(std::move(path)), m_hasLog(hasLog)
     {
+        if (hasLog)
+        {
+            EXPECT_EQ(RawDb(m_path).value("PRAGMA journal_mode=WAL"), "wal");
+        }
         EXPECT_EQ(m_recorder.open(m_path), HISTORY_OK) << m_recorder.lastProblem();
     }
 
@@ -46,9 +50,10 @@ public:
         {
             result = record(isByGroups);
         }
-        EXPECT_EQ(result, HISTORY_FAILED) << "the storage was never full";
+        EXPECT_NE(result, HISTORY_OK) << "the storage was never full";
+        expectFull(result);
         EXPECT_GT(m_recorded.size(), 3U) << "the storage was full from the start";
-        EXPECT_EQ(record(isByGroups), HISTORY_FAILED);
+        expectFull(record(isByGroups));
         expectFile();
     }
 
@@ -60,6 +65,14 @@ public:
     }
 
 private:
+    /// Full storage may also keep the recorder from removing the frames of a failed commit from a log, and a checkpoint
+    /// may make room in the log.
+    void expectFull(int result) const
+    {
+        EXPECT_TRUE(result == HISTORY_FAILED || (m_hasLog && (result == HISTORY_UNKNOWN || result == HISTORY_OK)))
+            << result;
+    }
+
     int record(bool isGroup) { return isGroup ? recordGroup() : recordOne(); }
 
     int recordOne()
@@ -92,9 +105,14 @@ private:
         {
             m_recorded.insert(event.module);
         }
+        else if (result == HISTORY_UNKNOWN)
+        {
+            m_unknown.insert(event.module);
+        }
     }
 
-    /// Expects one row for each event with a successful receipt, no other row, and statistics that agree.
+    /// Expects one row for each event with a successful receipt, no other row but of events whose result is unknown,
+    /// and statistics that agree.
     void expectFile()
     {
         RawDb raw(m_path);
@@ -104,17 +122,31 @@ private:
         {
             found.insert(row[0].value_or(""));
         }
+        EXPECT_EQ(raw.value("SELECT sum(OccurenceCnt) FROM FdbFaultStatisticTbl"), std::to_string(found.size()));
+        for (std::string const& module : m_unknown)
+        {
+            std::size_t const count = found.erase(module);
+            EXPECT_LE(count, 1U) << module;
+        }
         EXPECT_EQ(found, std::multiset<std::string>(m_recorded.begin(), m_recorded.end()));
-        EXPECT_EQ(raw.value("SELECT sum(OccurenceCnt) FROM FdbFaultStatisticTbl"), std::to_string(m_recorded.size()));
     }
 
     std::string m_path;
+    bool const m_hasLog;
     unsigned int m_number = 0;
     std::set<std::string> m_recorded;
+    std::set<std::string> m_unknown; ///< events whose result is unknown
     FaultRecorder m_recorder;
 };
 
-class RecorderFullDiskTest : public testing::TestWithParam<bool>
+struct Filling
+{
+    char const* name;
+    bool isByGroups;
+    bool hasLog; ///< a write-ahead log
+};
+
+class RecorderFullDiskTest : public testing::TestWithParam<Filling>
 {
 protected:
     TempDir const dir;
@@ -126,9 +158,9 @@ TEST_P(RecorderFullDiskTest, RowsAgreeWithReceiptsAtAFileSizeLimit)
         [this]
         {
             std::signal(SIGXFSZ, SIG_IGN);
-            FilledRecorder filled(dir.file("faults.db"));
+            FilledRecorder filled(dir.file("faults.db"), GetParam().hasLog);
             limitFileSize(200 * 1024);
-            filled.fill(GetParam());
+            filled.fill(GetParam().isByGroups);
             liftFileSize();
             filled.goOn();
             return 0;
@@ -143,8 +175,8 @@ TEST_P(RecorderFullDiskTest, RowsAgreeWithReceiptsOnASmallFileSystem)
                          {
                              std::string const ballast = dir.file("ballast");
                              writeFile(ballast, std::string(64 * 1024, 'x'));
-                             FilledRecorder filled(dir.file("faults.db"));
-                             filled.fill(GetParam());
+                             FilledRecorder filled(dir.file("faults.db"), GetParam().hasLog);
+                             filled.fill(GetParam().isByGroups);
                              EXPECT_EQ(std::remove(ballast.c_str()), 0);
                              filled.goOn();
                          });
@@ -167,7 +199,10 @@ TEST(RecorderOnFullDiskTest, OpenOnAFullFileSystemFailsUntilThereIsRoom)
                          });
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, RecorderFullDiskTest, testing::Bool(),
-                         [](auto const& tested) { return tested.param ? "ByGroups" : "ByEvents"; });
+INSTANTIATE_TEST_SUITE_P(Each, RecorderFullDiskTest,
+                         testing::Values(Filling{"ByEvents", false, false}, Filling{"ByGroups", true, false},
+                                         Filling{"ByEventsWithALog", false, true},
+                                         Filling{"ByGroupsWithALog", true, true}),
+                         [](auto const& tested) { return tested.param.name; });
 
 } // namespace
