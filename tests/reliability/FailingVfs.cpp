@@ -82,6 +82,15 @@ int lockFile(sqlite3_file* file, int level)
     return forwardOrFail<FailingVfs::LOCK_ERROR, SQLITE_IOERR_LOCK, &sqlite3_io_methods::xLock>(file, level);
 }
 
+/// Only locking fails: SQLite ignores the result of unlocking, as that fails on no storage.
+int lockShared(sqlite3_file* file, int first, int count, int flags)
+{
+    bool const isLocking = (flags & SQLITE_SHM_LOCK) != 0;
+    return isLocking && mustFail(FailingVfs::LOCK_SHARED)
+               ? SQLITE_IOERR_SHMLOCK
+               : forward<&sqlite3_io_methods::xShmLock>(file, first, count, flags);
+}
+
 /// SQLite calls this method whatever the version; `forward` does not fit, as the method returns nothing.
 void shmBarrier(sqlite3_file* file)
 {
@@ -107,8 +116,9 @@ sqlite3_io_methods makeMethods()
     methods.xFileControl = forward<&Methods::xFileControl, int, void*>;
     methods.xSectorSize = forward<&Methods::xSectorSize>;
     methods.xDeviceCharacteristics = forward<&Methods::xDeviceCharacteristics>;
-    methods.xShmMap = forward<&Methods::xShmMap, int, int, int, void volatile**>;
-    methods.xShmLock = forward<&Methods::xShmLock, int, int, int>;
+    methods.xShmMap =
+        forwardOrFail<FailingVfs::MAP_SHARED, SQLITE_IOERR_SHMMAP, &Methods::xShmMap, int, int, int, void volatile**>;
+    methods.xShmLock = lockShared;
     methods.xShmBarrier = shmBarrier;
     methods.xShmUnmap = forward<&Methods::xShmUnmap, int>;
     return methods;
@@ -206,8 +216,9 @@ FaultPlan& FailingVfs::plan()
 char const* FailingVfs::name(Kind kind)
 {
     static constexpr char const* kNames[] = {
-        "open", "read",      "short read", "write",      "short write", "full disk", "full disk midway", "truncate",
-        "sync", "lock busy", "lock error", "check lock", "unlock",      "delete",    "access",           "file size"};
+        "open",     "read",      "short read", "write",      "short write", "full disk", "full disk midway",
+        "truncate", "sync",      "lock busy",  "lock error", "check lock",  "unlock",    "delete",
+        "access",   "file size", "map shared", "lock shared"};
     static_assert(sizeof kNames / sizeof *kNames == KIND_COUNT, "one name for each kind");
     return kNames[kind];
 }

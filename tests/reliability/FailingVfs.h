@@ -33,6 +33,8 @@ public:
         REMOVE,
         ACCESS,
         FILE_SIZE,
+        MAP_SHARED,  ///< of the shared memory of a write-ahead log
+        LOCK_SHARED, ///< of the shared memory of a write-ahead log
         KIND_COUNT
     };
 

@@ -81,6 +81,7 @@ protected:
         }
     }
 
+    bool m_hasLog = false; ///< whether the files are in write-ahead-log mode
     unsigned int m_faults = 0;
     unsigned int m_tolerated = 0;
     unsigned int m_unknown = 0;
@@ -90,7 +91,7 @@ private:
                          unsigned int n)
     {
         SilentConsole const console;
-        RecorderWorkload workload(plan, call);
+        RecorderWorkload workload(plan, call, m_hasLog);
         plan.arm(n, persistence);
         workload.run();
         plan.clear();
@@ -133,6 +134,42 @@ INSTANTIATE_TEST_SUITE_P(Each, RecorderStorageTest,
                                          FailingVfs::TRUNCATE, FailingVfs::SYNC, FailingVfs::LOCK_BUSY,
                                          FailingVfs::LOCK_ERROR, FailingVfs::CHECK_LOCK, FailingVfs::UNLOCK,
                                          FailingVfs::ACCESS, FailingVfs::FILE_SIZE),
+                         FailingVfs::testNameOf);
+
+/// On files in write-ahead-log mode.
+class RecorderStorageTestWithALog : public RecorderStorageTest
+{
+protected:
+    RecorderStorageTestWithALog() { m_hasLog = true; }
+
+    void print(char const* persistence) const
+    {
+        std::printf("recorder faults: %-16s %5u calls failed %s with a log, %u tolerated, %u unknown\n",
+                    FailingVfs::name(GetParam()), m_faults, persistence, m_tolerated, m_unknown);
+    }
+};
+
+TEST_P(RecorderStorageTestWithALog, ResultAgreesWithTheFileAfterOneFailure)
+{
+    FailingVfs::select(GetParam());
+    failEach(FailingVfs::plan(), FaultPlan::ONCE);
+    print("once");
+    EXPECT_GT(m_faults, 0U) << "no call of this kind was made";
+    EXPECT_EQ(m_unknown, 0U) << "the file could be read";
+}
+
+TEST_P(RecorderStorageTestWithALog, ResultAgreesWithTheFileOrIsUnknownAfterLastingFailure)
+{
+    FailingVfs::select(GetParam());
+    failEach(FailingVfs::plan(), FaultPlan::UNTIL_CLEARED);
+    print("until cleared");
+    EXPECT_GT(m_faults, 0U) << "no call of this kind was made";
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, RecorderStorageTestWithALog,
+                         // The calls that matter most with a log; the others take too long for what they would tell.
+                         testing::Values(FailingVfs::WRITE, FailingVfs::FULL_DISK_MIDWAY, FailingVfs::SYNC,
+                                         FailingVfs::MAP_SHARED, FailingVfs::LOCK_SHARED),
                          FailingVfs::testNameOf);
 
 TEST_F(RecorderFaultTest, ResultAgreesWithTheFileWhenSqliteHasNoMemory)

@@ -25,8 +25,13 @@ FaultEvent eventOf(std::uint64_t code, std::string const& module)
 
 } // namespace
 
-RecorderWorkload::RecorderWorkload(FaultPlan& plan, Call call) : m_plan(plan), m_call(call)
+RecorderWorkload::RecorderWorkload(FaultPlan& plan, Call call, bool hasLog)
+    : m_plan(plan), m_call(call), m_hasLog(hasLog)
 {
+    if (m_hasLog)
+    {
+        EXPECT_EQ(RawDb(m_path).value("PRAGMA journal_mode=WAL"), "wal");
+    }
     for (unsigned int i = 0; i < 5; ++i)
     {
         m_events.push_back(eventOf(call == CLEAR_CODE || i % 2 == 0 ? kCode : 100 + i, kOfCall + std::to_string(i)));
@@ -57,18 +62,24 @@ RecorderWorkload::RecorderWorkload(FaultPlan& plan, Call call) : m_plan(plan), m
     }
 }
 
-/// Restores the files as they were in the middle of a transaction, with a hot journal.
+/// Restores the files as they were in the middle of a transaction: with a hot journal or with a log.
 void RecorderWorkload::leaveHalfWritten()
 {
-    RawDb raw(m_path);
-    raw.exec("PRAGMA cache_size = 1; BEGIN; UPDATE FdbFaultTbl SET Status = 'ErrorInactive'; "
-             "UPDATE FdbFaultStatisticTbl SET OccurenceCnt = 99; INSERT INTO FdbFaultTbl(Description) WITH RECURSIVE "
-             "c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c WHERE x < 50) SELECT hex(zeroblob(1000)) FROM c");
-    std::string const file = readFile(m_path);
-    std::string const journal = readFile(m_path + "-journal");
-    raw.exec("ROLLBACK");
+    std::string const journalPath = m_path + (m_hasLog ? "-wal" : "-journal");
+    std::string file;
+    std::string journal;
+    {
+        RawDb raw(m_path);
+        raw.exec("PRAGMA cache_size = 1; BEGIN; UPDATE FdbFaultTbl SET Status = 'ErrorInactive'; "
+                 "UPDATE FdbFaultStatisticTbl SET OccurenceCnt = 99; INSERT INTO FdbFaultTbl(Description) WITH "
+                 "RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c WHERE x < 50) SELECT hex(zeroblob(1000)) "
+                 "FROM c");
+        file = readFile(m_path);
+        journal = readFile(journalPath);
+        raw.exec("ROLLBACK");
+    }
     writeFile(m_path, file);
-    writeFile(m_path + "-journal", journal);
+    writeFile(journalPath, journal);
 }
 
 void RecorderWorkload::run()

@@ -16,7 +16,7 @@ public:
     {
         OPEN_NEW,
         OPEN_OLD,
-        OPEN_CRASHED, ///< a file with a hot journal
+        OPEN_CRASHED, ///< a file with a hot journal, or with a log that ends in an unfinished transaction
         RECORD,
         RAISE,
         CLEAR,
@@ -26,8 +26,8 @@ public:
         CALL_COUNT
     };
 
-    /// Opens a file with a few rows, unless `call` is the opening itself.
-    RecorderWorkload(FaultPlan& plan, Call call);
+    /// Opens a file with a few rows, unless `call` is the opening itself. `hasLog`: in write-ahead-log mode.
+    RecorderWorkload(FaultPlan& plan, Call call, bool hasLog = false);
 
     /// Makes the call; the plan counts only during it. After `plan.clear()`, `expectFileAsReported` expects that the
     /// file, read through SQLite, agrees with the result.
@@ -50,6 +50,7 @@ private:
 
     FaultPlan& m_plan;
     Call m_call;
+    bool m_hasLog;
     TempDir m_dir;
     std::string const m_path = m_dir.file("faults.db");
     firaim::FaultRecorder m_recorder;
