@@ -298,12 +298,14 @@ void RecorderCutRun::twoWriters()
     m_writer = &m_recorder;
 }
 
-/// Another program changes the journal mode of the file.
-void RecorderCutRun::useLog()
+/// Another program changes the journal mode of the file, and a recorder keeps it.
+void RecorderCutRun::changeJournal(std::string const& mode)
 {
-    RawDb raw(m_path);
-    EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
-    finish("change to a write-ahead log");
+    EXPECT_EQ(RawDb(m_path).value("PRAGMA journal_mode=" + mode), mode);
+    finish("change of the journal mode to " + mode);
+    open({});
+    record(500, mode, FAULT_ACTIVE);
+    close();
 }
 
 /// Another program empties the log, or copies it into the file so that it begins again with the next commit.
@@ -342,26 +344,31 @@ void RecorderCutRun::recordOnInNewLog()
     close();
 }
 
+void RecorderCutRun::useLogInEachWay()
+{
+    checkpoint("PASSIVE");
+    recordBesideReader();
+    checkpoint("TRUNCATE");
+    close();
+    recordOnInNewLog();
+    changeJournal("delete");
+    changeJournal("wal");
+    open({});
+}
+
 void RecorderCutRun::run()
 {
     m_vfs.start(m_directory.path());
-    open({});
-    if (m_journal == Journal::LOG)
-    {
-        close();
-        useLog();
-        open({});
-    }
+    RecorderOptions options;
+    options.journal = m_journal;
+    open(options);
     mixture();
     twoWriters();
-    if (m_journal == Journal::LOG)
+    if (hasLog())
     {
-        checkpoint("PASSIVE");
-        recordBesideReader();
-        checkpoint("TRUNCATE");
+        useLogInEachWay();
     }
     close();
-    RecorderOptions options;
     options.stormBurst = 2;
     options.stormRowsPerMinute = 1;
     options.keepNewest = 15;
@@ -370,15 +377,11 @@ void RecorderCutRun::run()
     mixture();
     storm(301);
     close();
-    if (m_journal == Journal::LOG)
-    {
-        recordOnInNewLog();
-    }
     open({});
     close();
     m_vfs.stop();
     EXPECT_GT(m_pruned, 0U);
-    if (m_journal == Journal::LOG)
+    if (hasLog())
     {
         // Otherwise cuts in a checkpoint and in the first commit of a log would be too few.
         EXPECT_GT(databaseSynchronisations(), 8U);

@@ -25,17 +25,12 @@ struct Recorded
 /// Reads the content through SQLite only; returns none when SQLite cannot read it. A write-ahead log stays as it is.
 std::optional<Recorded> readRecorded(std::string const& path);
 
-enum class Journal
-{
-    ROLLBACK,
-    LOG ///< a write-ahead log
-};
-
 /// A run of recorders on the disk model: the content after each call, and the operations on the disk.
 class RecorderCutRun
 {
 public:
     static constexpr char kFileName[] = "faults.db";
+    using Journal = firaim::RecorderOptions::Journal;
 
     /// A call of the recorder.
     struct Call
@@ -52,6 +47,8 @@ public:
 
     /// Runs `pragma` on the connection of each recorder.
     explicit RecorderCutRun(Journal journal, std::string pragma = {});
+
+    bool hasLog() const { return m_journal == firaim::RecorderOptions::WRITE_AHEAD_LOG; }
 
     void run();
 
@@ -83,7 +80,8 @@ private:
     void storm(std::uint64_t code);
     void mixture();
     void twoWriters();
-    void useLog();
+    void changeJournal(std::string const& mode);
+    void useLogInEachWay();
     void checkpoint(std::string const& mode);
     void recordBesideReader();
     void closeElsewhere();

@@ -21,8 +21,8 @@ constexpr char kContentLost[] = "neither what was there nor what the call leaves
 class RecorderPowerCut : public testing::Test
 {
 protected:
-    explicit RecorderPowerCut(Journal journal, std::string const& pragma = {})
-        : m_run(journal, pragma), m_randomStates(journal == Journal::LOG ? 6 : 4)
+    explicit RecorderPowerCut(RecorderCutRun::Journal journal, std::string const& pragma = {})
+        : m_run(journal, pragma), m_randomStates(m_run.hasLog() ? 5 : 4)
     {
         m_run.run();
     }
@@ -160,27 +160,27 @@ private:
     TempDir const m_directory;
 };
 
-class RecorderPowerCutWith : public RecorderPowerCut, public testing::WithParamInterface<Journal>
+class RecorderPowerCutWith : public RecorderPowerCut, public testing::WithParamInterface<RecorderCutRun::Journal>
 {
 protected:
     RecorderPowerCutWith() : RecorderPowerCut(GetParam()) {}
 
-    static char const* name(Journal journal)
+    static char const* name(RecorderCutRun::Journal journal)
     {
-        return journal == Journal::LOG ? "write-ahead log" : "rollback journal";
+        return journal == RecorderOptions::WRITE_AHEAD_LOG ? "write-ahead log" : "rollback journal";
     }
 };
 
 class RecorderPowerCutWithLog : public RecorderPowerCut
 {
 protected:
-    RecorderPowerCutWithLog() : RecorderPowerCut(Journal::LOG) {}
+    RecorderPowerCutWithLog() : RecorderPowerCut(RecorderOptions::WRITE_AHEAD_LOG) {}
 };
 
 class RecorderPowerCutWithNormalLog : public RecorderPowerCut
 {
 protected:
-    RecorderPowerCutWithNormalLog() : RecorderPowerCut(Journal::LOG, "PRAGMA synchronous=NORMAL") {}
+    RecorderPowerCutWithNormalLog() : RecorderPowerCut(RecorderOptions::WRITE_AHEAD_LOG, "PRAGMA synchronous=NORMAL") {}
 };
 
 } // namespace
@@ -219,5 +219,7 @@ TEST_F(RecorderPowerCutWithNormalLog, LossesAreCaughtAndTheFileStaysWhole)
     EXPECT_EQ(m_damages, 0U) << m_firstLosses;
 }
 
-INSTANTIATE_TEST_SUITE_P(EachJournal, RecorderPowerCutWith, testing::Values(Journal::ROLLBACK, Journal::LOG),
-                         [](auto const& tested) { return tested.param == Journal::LOG ? "Log" : "Rollback"; });
+INSTANTIATE_TEST_SUITE_P(EachJournal, RecorderPowerCutWith,
+                         testing::Values(RecorderOptions::ROLLBACK_JOURNAL, RecorderOptions::WRITE_AHEAD_LOG),
+                         [](auto const& tested)
+                         { return tested.param == RecorderOptions::WRITE_AHEAD_LOG ? "Log" : "Rollback"; });
