@@ -1,26 +1,10 @@
 #pragma once
 
+#include "LockingProcess.h"
 #include "TestSupport.h"
 
 #include <db/Sqlite3Db.h>
 #include <fdb/FaultDb.h>
-
-/// Another process that holds an exclusive lock on the file until `release`, or while this object lives.
-class LockingProcess
-{
-public:
-    explicit LockingProcess(std::string const& path);
-    ~LockingProcess();
-    LockingProcess(LockingProcess const&) = delete;
-    LockingProcess& operator=(LockingProcess const&) = delete;
-
-    /// Ends the process. Call it at most once.
-    void release();
-
-private:
-    int m_release[2];
-    int m_pid = -1;
-};
 
 /// Records the statements that SQLite runs on a connection while the object lives.
 class StatementTrace

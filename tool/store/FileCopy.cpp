@@ -3,6 +3,7 @@
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
 #include <tool/store/FaultFile.h>
+#include <tool/store/WorkingFolder.h>
 
 #include <db/internal/Folder.h>
 
@@ -63,7 +64,7 @@ public:
     /// Renames the file to `target` and syncs the folder.
     void keepAs(std::string const& target, bool isReplacing)
     {
-        if (giveName(target, isReplacing) != 0)
+        if (renameFile(m_path, target, isReplacing) != 0)
         {
             throw Problem(STATUS_BAD_FILE, target + ": " + std::generic_category().message(errno));
         }
@@ -73,20 +74,6 @@ public:
     }
 
 private:
-    int giveName(std::string const& target, bool isReplacing) const
-    {
-        if (!isReplacing)
-        {
-            int const result = renameat2(AT_FDCWD, m_path.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE);
-            // File systems of memory sticks lack RENAME_NOREPLACE. That the name is free was checked before.
-            if (result == 0 || (errno != EINVAL && errno != ENOSYS))
-            {
-                return result;
-            }
-        }
-        return rename(m_path.c_str(), target.c_str());
-    }
-
     std::string const m_path;
     bool m_isKept = false;
 };
