@@ -17,6 +17,37 @@ int setPragma(sqlite3* db, char const* pragma)
     return sqlite3_exec(db, pragma, nullptr, nullptr, nullptr);
 }
 
+/// Rolls back a hot journal and zeroes its header, on a connection of its own: SQLite keeps the journal in exclusive
+/// locking mode, which a connection sets without reading the file.
+///
+/// Does not wait for locks. Two connections that wait in this mode keep their shared locks and block each other.
+int rollBackKeepingJournal(char const* path)
+{
+    sqlite3* db = nullptr;
+    int code = sqlite3_open_v2(path, &db, SQLITE_OPEN_READWRITE, nullptr);
+    sqlite::ConnectionHandle const connection(db);
+    if (code == SQLITE_OK)
+    {
+        code = connectionSettings::distrust(db);
+    }
+    return code == SQLITE_OK ? setPragma(db, "PRAGMA locking_mode=EXCLUSIVE;PRAGMA schema_version") : code;
+}
+
+/// As `setPragma`, for the first statement that reads the file and so rolls back a hot journal. SQLite ends that by
+/// deleting the journal: only a connection that has read the file can be told to keep it. In a folder where this
+/// process may write but not delete, rolls back in another way.
+int setFirstPragma(sqlite3* db, char const* pragma)
+{
+    constexpr int kMostTries = 10; // Others may be about to do the same.
+    int code = setPragma(db, pragma);
+    for (int tries = 0; tries < kMostTries && sqlite3_extended_errcode(db) == SQLITE_IOERR_DELETE; ++tries)
+    {
+        static_cast<void>(rollBackKeepingJournal(sqlite3_db_filename(db, "main"))); // The next line shows the result.
+        code = setPragma(db, pragma);
+    }
+    return code;
+}
+
 /// Runs `pragma`, which returns the journal mode, and reports whether that is the write-ahead log.
 int readWalMode(sqlite3* db, bool& isWal, char const* pragma = "PRAGMA journal_mode")
 {
@@ -58,7 +89,7 @@ int connectionSettings::distrust(sqlite3* db)
 int connectionSettings::makeDurable(sqlite3* db)
 {
     // FULL: every commit waits until the journal and the database are on the storage.
-    int code = setPragma(db, "PRAGMA synchronous=FULL");
+    int code = setFirstPragma(db, "PRAGMA synchronous=FULL");
     if (code != SQLITE_OK)
     {
         return code;

@@ -274,6 +274,10 @@ void checkHeader(std::string const& path, sqlite::Connection const& connection)
     }
     catch (sqlite::Error const& error)
     {
+        if (error.code() == SQLITE_IOERR_DELETE)
+        {
+            return; // The settings can roll back a journal that this process must not delete.
+        }
         if (error.kind() != SQLITE_NOTADB)
         {
             throw;

@@ -116,6 +116,10 @@ struct DiskModelVfs::Hooks
     static int remove(sqlite3_vfs*, char const* path, int syncDirectory) noexcept
     {
         DiskModelVfs& self = getInstance();
+        if (self.m_areJournalsKept)
+        {
+            return SQLITE_IOERR_DELETE;
+        }
         if (self.isRecorded(path))
         {
             self.noticeOutsideChanges();

@@ -34,6 +34,9 @@ public:
     void start(std::string const& directory);
     void stop();
 
+    /// Makes SQLite fail to delete a file, as in a folder whose files belong to others, or stops that.
+    void keepJournals(bool isOn) { m_areJournalsKept = isOn; }
+
     /// Called by the replaced fsync and fdatasync.
     void recordSynchronisation(int descriptor);
 
@@ -69,4 +72,5 @@ private:
     std::map<std::string, NamedFile> m_files;
     std::vector<DiskOperation> m_operations;
     int m_nextFile = 0;
+    bool m_areJournalsKept = false;
 };

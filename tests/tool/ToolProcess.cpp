@@ -19,6 +19,19 @@
 namespace
 {
 
+void preload(std::string const& module)
+{
+    if (module.empty())
+    {
+        return;
+    }
+#ifdef FIRAIM_TEST_IS_EMULATED
+    setenv("QEMU_SET_ENV", ("LD_PRELOAD=" + module).c_str(), 1); // Not into the emulator.
+#else
+    setenv("LD_PRELOAD", module.c_str(), 1);
+#endif
+}
+
 void exitIfFailed(int result)
 {
     if (result != 0)
@@ -58,6 +71,7 @@ ToolProcess::ToolProcess(std::vector<std::string> arguments, Setting const& sett
         dup2(out.writeEnd, STDOUT_FILENO);
         dup2(err.writeEnd, STDERR_FILENO);
         useTestEnvironment(setting.environment);
+        preload(setting.preloaded);
         if (setting.longestFile != 0)
         {
             rlimit const limit = {setting.longestFile, setting.longestFile};

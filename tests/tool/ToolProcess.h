@@ -16,6 +16,7 @@ struct Setting
     std::map<std::string, std::string> environment;
     int outputColumns = 0;         ///< standard output is a terminal with this number of columns; 0: a pipe
     int errorColumns = 0;          ///< the same for standard error
+    std::string preloaded;         ///< a module to load into the program before its libraries
     unsigned long longestFile = 0; ///< limit of the size of files, in bytes; 0: no limit
 };
 

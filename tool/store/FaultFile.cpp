@@ -83,7 +83,6 @@ void require(sqlite::Connection const& connection, int code)
 sqlite::Connection openDurably(std::string const& path)
 {
     sqlite::Connection connection(path, sqlite::Connection::READ_WRITE, waiting());
-    static_cast<void>(connection.number("PRAGMA schema_version"));
     require(connection, connectionSettings::makeDurable(connection.get()));
     require(connection, connectionSettings::limitJournal(connection.get()));
     return connection;

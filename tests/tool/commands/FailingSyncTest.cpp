@@ -141,10 +141,8 @@ private:
     {
         Setting setting;
         setting.environment = {{"FIRAIM_TEST_FAILING_SYNC", failing}, {"FIRAIM_TEST_FAILED_SYNCS", failures()}};
-#if defined(FIRAIM_TEST_FAILING_SYNC) && defined(FIRAIM_TEST_IS_EMULATED)
-        setting.environment["QEMU_SET_ENV"] = "LD_PRELOAD=" FIRAIM_TEST_FAILING_SYNC;
-#elif defined(FIRAIM_TEST_FAILING_SYNC)
-        setting.environment["LD_PRELOAD"] = FIRAIM_TEST_FAILING_SYNC;
+#ifdef FIRAIM_TEST_FAILING_SYNC
+        setting.preloaded = FIRAIM_TEST_FAILING_SYNC;
 #endif
         return setting;
     }

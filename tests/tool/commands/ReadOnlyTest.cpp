@@ -191,14 +191,6 @@ TEST_F(ReadOnlyTest, FilesBesideAnEmptiedFileAreReportedAndLeftUnchanged)
     }
 }
 
-TEST_F(ReadOnlyTest, RecoveringRollsBackAHotJournal)
-{
-    std::string const crashed = makeHotJournal();
-    EXPECT_EQ(output({"recover", crashed}), "");
-    EXPECT_EQ(output({"export", crashed, "--format", "csv"}), output({"export", path, "--format", "csv"}));
-    EXPECT_EQ(RawDb(crashed).value("PRAGMA integrity_check"), "ok");
-}
-
 TEST_F(ReadOnlyTest, ReadingAndRecoveringLeaveTheLocksOfTheirProcess)
 {
     RawDb raw(path);
