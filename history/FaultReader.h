@@ -70,8 +70,8 @@ public:
     /// - HISTORY_FAILED: the file cannot be read
     /// - HISTORY_HOT_JOURNAL: a writer was cut off; open the file once for writing (`FaultRecorder::open` or `firaim
     ///   recover`)
-    /// - HISTORY_LOG_UNREADABLE: faults are in a log that cannot be read where nothing can be written; copy the file
-    ///   and its log together to another place
+    /// - HISTORY_LOG_UNREADABLE: faults are in a log that cannot be read where nothing can be written; make a copy
+    ///   (`firaim recover --to`)
     /// - HISTORY_FOREIGN_FILE
     /// - HISTORY_VERSION_MISMATCH
     /// - HISTORY_DAMAGED: also for an empty file beside a journal or log with content

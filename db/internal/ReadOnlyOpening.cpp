@@ -123,9 +123,7 @@ Connection openImmutable(FilePath const& path, sqlite::Waiting const& waiting)
         throw Failure(LOG_UNREADABLE,
                       join({path.given(),
                             ": faults that belong to it are still in its write-ahead log, which cannot be read where "
-                            "nothing can be written. Copy '",
-                            folder::withoutLinks(path.absolute()), "' together with '", logOf(path.absolute()),
-                            "' into another folder, run 'firaim recover' on the copy, and use that"}));
+                            "nothing can be written. Make a copy with 'firaim recover FILE --to COPY', and use that"}));
     }
     Connection connection(path.absolute(), Connection::IMMUTABLE, waiting);
     readSchema(connection);
@@ -231,12 +229,10 @@ std::string problemText(FilePath const& path, sqlite::Error const& error)
 {
     if (error.code() == SQLITE_READONLY_ROLLBACK)
     {
-        std::string const file = folder::withoutLinks(path.absolute());
         return join({path.given(),
                      ": a writer was cut off, and what it left half done must be rolled back before the file can be "
-                     "read, which writes to it. Run 'firaim recover' on it; or, to leave it as it is, copy '",
-                     file, "' together with '", file,
-                     "-journal' into another folder and run 'firaim recover' on the copy"});
+                     "read, which writes to it. Run 'firaim recover' on it; or, to leave it as it is, make a rolled "
+                     "back copy with 'firaim recover FILE --to COPY'"});
     }
     return join({path.given(), ": ", error.what(), adviceFor(error.kind())});
 }

@@ -4,6 +4,7 @@
 #include <tool/commands/Commands.h>
 #include <tool/store/FaultFile.h>
 #include <tool/store/FileCopy.h>
+#include <tool/store/Remains.h>
 #include <tool/terminal/Progress.h>
 
 #include <sys/stat.h>
@@ -47,20 +48,10 @@ void requireFreeName(Options const& options)
                           options.copy + ": is no regular file, and is not replaced; choose another name");
         }
     }
-    for (char const* const suffix : {"-journal", "-wal"})
+    requireNoJournalName(options.path, options.copy);
+    if (!options.isForced)
     {
-        if (options.copy == options.path + suffix)
-        {
-            throw Problem(STATUS_BAD_USAGE,
-                          "backup: a copy of that name would be taken for a journal of the file; choose another name");
-        }
-        // SQLite would take it for the copy's own and roll it back into the copy.
-        if (pathExists(options.copy + suffix))
-        {
-            throw Problem(STATUS_BAD_FILE, options.copy + suffix +
-                                               ": belongs to another file of that name; remove it or choose another "
-                                               "name for the copy");
-        }
+        requireNoRemains(options.copy, "choose another name for the copy, or let --force remove it");
     }
 }
 
@@ -82,7 +73,7 @@ void addBackup(CommandLine& line, Request& request)
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
     command.argument("COPY", options->copy, "File to create");
-    command.flag("--force", options->isForced, "Replace an existing file");
+    command.flag("--force", options->isForced, "Replace an existing file, and remove a journal or log beside it");
     runWith(command, request, options, backup);
 }
 

@@ -4,6 +4,7 @@
 #include <tool/commands/Commands.h>
 #include <tool/process/Problem.h>
 #include <tool/store/Journal.h>
+#include <tool/store/Remains.h>
 
 #include <db/internal/BlockSignals.h>
 #include <fdb/FaultDb.h>
@@ -62,9 +63,17 @@ int create(Options const& options, Output&)
     {
         requireReplaceable(options);
     }
+    if (!options.isForced)
+    {
+        requireNoRemains(options.path, "let --force remove it");
+    }
     // The file is created in several steps. A signal must not stop it in between: it gets all tables, or none if a step
     // fails.
     BlockSignals const whole;
+    if (options.isForced)
+    {
+        removeRemains(options.path);
+    }
     int const result = FaultDb::getInstance()->createDb(options.path, options.isForced);
     if (result == RESULT_OK)
     {
@@ -88,7 +97,8 @@ void addCreate(CommandLine& line, Request& request)
     Command command = line.add("create", "Create an empty fault database", "  firaim create faults.db");
     auto const options = std::make_shared<Options>();
     command.argument("FILE", options->path, "File to create");
-    command.flag("--force", options->isForced, "Replace an existing file, whose content is lost");
+    command.flag("--force", options->isForced,
+                 "Replace an existing file, whose content is lost, and remove a journal or log beside it");
     command.text("--journal", options->journal, "Journal: rollback (default) or wal; wal is a write-ahead log", "KIND")
         .allow(journalNames());
     runWith(command, request, options, create);

@@ -6,6 +6,7 @@
 #include <tool/terminal/Output.h>
 
 #include <db/internal/ConnectionSettings.h>
+#include <db/internal/Folder.h>
 #include <db/internal/ReadOnlyOpening.h>
 #include <db/internal/SyncAgain.h>
 #include <db/internal/TimeLimits.h>
@@ -42,6 +43,18 @@ void openReader(firaim::FaultReader& reader, std::string const& path, std::chron
     }
 }
 
+/// SQLite says only that it cannot open the file.
+void requireWritableJournal(std::string const& path)
+{
+    std::string const journal = folder::withoutLinks(path) + "-journal";
+    if (readOnlyOpening::holdsTransaction(journal) && faccessat(AT_FDCWD, journal.c_str(), W_OK, AT_EACCESS) != 0)
+    {
+        throw Problem(STATUS_BAD_FILE, journal + ": cannot be written: " + std::generic_category().message(errno) +
+                                           "; it holds a transaction that must be rolled back before the file can be "
+                                           "used. Let the owner of the journal run 'firaim recover'");
+    }
+}
+
 /// Throws a Problem unless `path` is a regular file that can be written to, and can be opened without losing a journal
 /// or log beside it.
 void requireWritableFile(std::string const& path)
@@ -59,6 +72,7 @@ void requireWritableFile(std::string const& path)
     {
         throw Problem(STATUS_BAD_FILE, path + ": cannot be written: " + std::generic_category().message(errno));
     }
+    requireWritableJournal(path);
 }
 
 /// Refuses an empty file: the recorder would create the tables in it, which only 'create' may do.
@@ -255,6 +269,12 @@ void openRecorder(firaim::FaultRecorder& recorder, std::string const& path, fira
     }
 }
 
+sqlite::Connection openForRecovery(std::string const& path)
+{
+    requireWritableFile(path);
+    return openDurably(path);
+}
+
 sqlite::Connection openForChanging(std::string const& path)
 {
     {
@@ -318,23 +338,6 @@ std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const&
     }
     interrupt::throwIfPending(); // The watch has replaced the progress handler that looks for signals.
     return static_cast<std::uint64_t>(sqlite3_changes(connection.get()));
-}
-
-void recoverFile(std::string const& path)
-{
-    requireWritableFile(path);
-    usingSqlite(path,
-                [&]
-                {
-                    sqlite::Connection const connection = openDurably(path);
-                    firaim::FaultReader reader;
-                    openReader(reader, path, lockWait::kBusyTimeout);
-                    if (readOnlyOpening::isInWalMode(connection))
-                    {
-                        // So that the file can be read without its log.
-                        connection.run("PRAGMA wal_checkpoint(TRUNCATE)");
-                    }
-                });
 }
 
 } // namespace tool

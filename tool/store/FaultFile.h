@@ -43,6 +43,10 @@ sqlite::Connection openForReading(std::string const& path);
 /// Calls `take` for each AUTOINCREMENT table of the file at `path`, with the largest key used so far.
 void readLastKeys(std::string const& path, std::function<void(std::string const& table, std::int64_t key)> const& take);
 
+/// Opens an SQLite database for writing durable transactions, and rolls back a transaction that a writer left
+/// unfinished. It need not be a fault database. Throws sqlite::Error, or a Problem when nothing can be written.
+sqlite::Connection openForRecovery(std::string const& path);
+
 /// Opens the fault database at `path` for writing durable transactions. Its format version must be the one that the
 /// library writes. Rolls back a transaction that a writer left unfinished. Throws a Problem that says what is wrong
 /// with the file.
@@ -67,10 +71,6 @@ std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const&
 /// Opens the existing fault database at `path` for recording, with `busyTimeout`. Throws a Problem.
 void openRecorder(firaim::FaultRecorder& recorder, std::string const& path, firaim::RecorderOptions options,
                   std::chrono::milliseconds busyTimeout = lockWait::kBusyTimeout);
-
-/// Rolls back a hot journal of the file at `path` and checkpoints its write-ahead log, so that the file can be read
-/// alone. Throws a Problem when that fails.
-void recoverFile(std::string const& path);
 
 /// Throws a Problem for a `result` below 0, with the library's text `problem`; after a signal, interrupt::Interrupted
 /// if the result comes from it.

@@ -3,6 +3,7 @@
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
 #include <tool/store/FaultFile.h>
+#include <tool/store/Remains.h>
 #include <tool/store/WorkingFolder.h>
 
 #include <db/internal/Folder.h>
@@ -164,6 +165,10 @@ void copyFile(std::string const& path, std::string const& target, bool isReplaci
                                                       {lockWait::kBusyTimeout, interrupt::isPending});
                         });
         copyPages(file, path, copy, target, showShare);
+    }
+    if (isReplacing)
+    {
+        removeRemains(target);
     }
     partial.keepAs(target, isReplacing);
 }

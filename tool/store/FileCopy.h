@@ -13,9 +13,9 @@ namespace tool
 /// Pauses often, so that other processes can write. A change of another process starts the copy again, with fewer
 /// pauses each time. Calls `showShare` before each pause with the share of copied pages, between 0 and 1.
 ///
-/// Replaces an existing `target` if `isReplacing`. Otherwise the caller checks that the name is free: a file system
-/// without RENAME_NOREPLACE would replace a file that another process has created since. In both cases the caller
-/// checks that there is no journal or log beside `target`.
+/// Replaces an existing `target` if `isReplacing`, and removes a journal or log with content beside it. Otherwise the
+/// caller checks that the name is free and that none lies beside it: a file system without RENAME_NOREPLACE would
+/// replace a file that another process has created since.
 ///
 /// Throws a Problem that names the file that cannot be read or written, also if it stays locked for a minute, and
 /// interrupt::Interrupted after a signal. Then `target` is unchanged: the pages are copied to a temporary file beside

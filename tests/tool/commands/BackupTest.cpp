@@ -52,14 +52,39 @@ TEST_F(BackupTest, NeverReplacesItself)
     EXPECT_EQ(faults(), "1,2,3");
 }
 
-TEST_F(BackupTest, RefusesANameWithAnotherFilesJournalBesideIt)
+TEST_F(BackupTest, RefusesANameWithAnotherFilesJournalOrLogBesideIt)
+{
+    for (std::string const suffix : {"-journal", "-wal"})
+    {
+        std::string const copy = dir.file("copy" + suffix + ".db");
+        writeFile(copy + suffix, "xyz");
+        Outcome const outcome = runTool({"backup", path, copy});
+        EXPECT_EQ(outcome.status, 3);
+        EXPECT_THAT(outcome.errors, HasSubstr(copy.substr(copy.rfind('/')) + suffix + " (3 bytes) is "));
+        EXPECT_THAT(outcome.errors, HasSubstr("may hold faults"));
+        EXPECT_FALSE(exists(copy));
+        EXPECT_EQ(readFile(copy + suffix), "xyz");
+    }
+}
+
+TEST_F(BackupTest, ForceRemovesAnotherFilesJournalAndSaysSo)
 {
     std::string const copy = dir.file("copy.db");
-    writeFile(copy + "-journal", "x");
-    Outcome const outcome = runTool({"backup", path, copy});
-    EXPECT_EQ(outcome.status, 3);
-    EXPECT_THAT(outcome.errors, HasSubstr("copy.db-journal: belongs to another file"));
-    EXPECT_FALSE(exists(copy));
+    writeFile(copy, "old");
+    writeFile(copy + "-journal", "xyz");
+    Outcome const outcome = runTool({"backup", path, copy, "--force"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.errors, HasSubstr("/copy.db-journal (3 bytes), the journal of an unfinished transaction"));
+    EXPECT_FALSE(exists(copy + "-journal"));
+    EXPECT_EQ(output({"check", copy}), copy + ": nothing is wrong\n");
+}
+
+TEST_F(BackupTest, IgnoresAJournalWithAZeroedHead)
+{
+    std::string const copy = dir.file("copy.db");
+    writeFile(copy + "-journal", std::string(512, '\0'));
+    EXPECT_EQ(output({"backup", path, copy}), "");
+    EXPECT_EQ(output({"check", copy}), copy + ": nothing is wrong\n");
 }
 
 TEST_F(BackupTest, NamesTheCopyWhenItsStorageFails)

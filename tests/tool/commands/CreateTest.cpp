@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
 #include <unistd.h>
 
 namespace
@@ -50,4 +52,55 @@ TEST_F(CreateTest, LeavesNoFileWhenItFails)
     Outcome const outcome = runTool({"create", dir.file("no/folder.db")});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.errors, HasSubstr("cannot be created"));
+}
+
+TEST_F(CreateTest, RefusesANameWithAnotherFilesJournalOrLogBesideIt)
+{
+    for (std::string const suffix : {"-journal", "-wal"})
+    {
+        std::string const file = dir.file("new" + suffix + ".db");
+        writeFile(file + suffix, "xyz");
+        Outcome const outcome = runTool({"create", file});
+        EXPECT_EQ(outcome.status, 3);
+        EXPECT_THAT(outcome.errors, HasSubstr(file.substr(file.rfind('/')) + suffix + " (3 bytes) is "));
+        EXPECT_THAT(outcome.errors, HasSubstr("may hold faults"));
+        EXPECT_FALSE(exists(file));
+        EXPECT_EQ(readFile(file + suffix), "xyz");
+    }
+}
+
+TEST_F(CreateTest, ForceRemovesAnotherFilesJournalAndLogAndSaysSo)
+{
+    writeFile(path + "-journal", "xyz");
+    writeFile(path + "-wal", "abcd");
+    Outcome const outcome = runTool({"create", path, "--force"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.errors, HasSubstr("/faults.db-journal (3 bytes), the journal of an unfinished transaction"));
+    EXPECT_THAT(outcome.errors, HasSubstr("/faults.db-wal (4 bytes), a write-ahead log"));
+    EXPECT_EQ(output({"check", path}), path + ": nothing is wrong\n");
+}
+
+TEST_F(CreateTest, IgnoresAJournalWithAZeroedHeadAndAnEmptyLog)
+{
+    writeFile(path + "-journal", std::string(512, '\0'));
+    writeFile(path + "-wal", "");
+    EXPECT_EQ(output({"create", path}), "");
+    EXPECT_EQ(output({"check", path}), path + ": nothing is wrong\n");
+}
+
+TEST_F(CreateTest, ALogWhoseFileIsGoneCanBePutBackAndRecovered)
+{
+    std::string const moved = dir.file("moved.db");
+    createSample();
+    {
+        RawDb raw(path);
+        EXPECT_EQ(raw.value("PRAGMA journal_mode=WAL"), "wal");
+        raw.exec("INSERT INTO FdbFaultTbl(Status,Description) VALUES('ErrorActive','in the log')");
+        std::filesystem::copy(path, moved);
+        std::filesystem::copy(path + "-wal", dir.file("left.db-wal"));
+    }
+    EXPECT_EQ(runTool({"create", dir.file("left.db")}).status, 3);
+    std::filesystem::rename(moved, dir.file("left.db"));
+    output({"recover", dir.file("left.db")});
+    EXPECT_THAT(readFile(dir.file("left.db")), HasSubstr("in the log"));
 }

@@ -3,6 +3,7 @@
 #include "ToolProcess.h"
 
 #include <tool/store/FaultFile.h>
+#include <tool/store/Recovery.h>
 
 #include <gmock/gmock.h>
 
