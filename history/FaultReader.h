@@ -67,7 +67,7 @@ public:
     /// - HISTORY_INVALID_STATE: open already
     /// - HISTORY_NO_FILE
     /// - HISTORY_BAD_PATH: without waiting
-    /// - HISTORY_FAILED: the file cannot be read
+    /// - HISTORY_FAILED: the file cannot be read, also because its medium fails
     /// - HISTORY_HOT_JOURNAL: a writer was cut off; open the file once for writing (`FaultRecorder::open` or `firaim
     ///   recover`)
     /// - HISTORY_LOG_UNREADABLE: faults are in a log that cannot be read where nothing can be written; make a copy

@@ -130,9 +130,13 @@ Connection openImmutable(FilePath const& path, sqlite::Waiting const& waiting)
     return connection;
 }
 
-char const* adviceFor(int kind)
+char const* adviceFor(sqlite::Error const& error)
 {
-    switch (kind)
+    if (error.isFailedRead())
+    {
+        return kFailedReadAdvice;
+    }
+    switch (error.kind())
     {
     case SQLITE_NOTADB:
         return "; it is no SQLite database";
@@ -147,6 +151,9 @@ char const* adviceFor(int kind)
 }
 
 } // namespace
+
+char const kFailedReadAdvice[] = "; the medium failed to return a part of the file. Copy it with a tool that repeats "
+                                 "failed reads, and use the copy";
 
 void requireFile(FilePath const& file)
 {
@@ -234,7 +241,7 @@ std::string problemText(FilePath const& path, sqlite::Error const& error)
                      "read, which writes to it. Run 'firaim recover' on it; or, to leave it as it is, make a rolled "
                      "back copy with 'firaim recover FILE --to COPY'"});
     }
-    return join({path.given(), ": ", error.what(), adviceFor(error.kind())});
+    return join({path.given(), ": ", error.what(), adviceFor(error)});
 }
 
 } // namespace readOnlyOpening

@@ -56,6 +56,9 @@ sqlite::Connection open(FilePath const& path, sqlite::Waiting const& waiting = {
 /// closing another one would drop all locks that this process has on the file.
 bool isInWalMode(sqlite::Connection const& connection);
 
+/// The end of a message about a failed read; see sqlite::Error::isFailedRead.
+extern char const kFailedReadAdvice[];
+
 /// The message for `error` on the file at `path`, with advice.
 std::string problemText(FilePath const& path, sqlite::Error const& error);
 

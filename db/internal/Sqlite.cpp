@@ -3,6 +3,7 @@
 #include <db/internal/ConnectionSettings.h>
 
 #include <algorithm>
+#include <cerrno>
 
 namespace sqlite
 {
@@ -17,6 +18,13 @@ constexpr std::chrono::milliseconds kBusyTimeoutWhenCancelled(200);
 /// A crashed writer's journal stays; a working writer's lasts for moments only.
 constexpr std::chrono::milliseconds kBusyTimeoutWithJournal(500);
 constexpr int kPauseWithJournalMs = 2;
+
+/// Whether the last system call that failed on the connection's file says that the medium has failed.
+bool hasMediumFailed(sqlite3* db)
+{
+    int error = 0;
+    return sqlite3_file_control(db, "main", SQLITE_FCNTL_LAST_ERRNO, &error) == SQLITE_OK && error == EIO;
+}
 
 /// The URI of a file name. Escapes every byte that could have another meaning.
 std::string uriOf(std::string const& name)
@@ -102,6 +110,16 @@ Error::Error(sqlite3* db, int code) : m_code(code)
     {
         m_message = sqlite3_errstr(code);
     }
+    if (db != nullptr && kind() == SQLITE_CORRUPT && hasMediumFailed(db))
+    {
+        m_code = SQLITE_IOERR_READ;
+        m_message = sqlite3_errstr(m_code);
+    }
+}
+
+bool Error::isFailedRead() const
+{
+    return m_code == SQLITE_IOERR_READ || m_code == SQLITE_IOERR_SHORT_READ || m_code == SQLITE_IOERR_CORRUPTFS;
 }
 
 Statement::Statement(sqlite3* db, Waiting const& waiting, std::string const& sql) : m_db(db), m_waiting(&waiting)

@@ -26,6 +26,9 @@ public:
     int code() const { return m_code; }
     /// SQLite's primary result code.
     int kind() const { return m_code & 0xff; }
+    /// Whether the medium failed to return a part of the file: nothing is known about the content. SQLite itself takes
+    /// this for damage.
+    bool isFailedRead() const;
     /// SQLite's message, without the name of the file.
     char const* what() const noexcept override { return m_message.c_str(); }
 

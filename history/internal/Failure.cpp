@@ -1,6 +1,7 @@
 #include <history/internal/Failure.h>
 
 #include <db/internal/Join.h>
+#include <db/internal/ReadOnlyOpening.h>
 
 #include <cerrno>
 #include <cstring>
@@ -31,6 +32,10 @@ int resultOf(sqlite::Error const& error)
 
 char const* adviceFor(sqlite::Error const& error)
 {
+    if (error.isFailedRead())
+    {
+        return readOnlyOpening::kFailedReadAdvice;
+    }
     switch (error.kind())
     {
     case SQLITE_BUSY:

@@ -45,17 +45,22 @@ struct FaultTotals
     std::map<unsigned int, unsigned long long> startups;
 };
 
-unsigned long long sizeOf(std::string const& path)
+std::optional<unsigned long long> sizeOf(std::string const& path)
 {
     struct stat status = {};
-    return stat(path.c_str(), &status) == 0 ? static_cast<unsigned long long>(status.st_size) : 0;
+    return stat(path.c_str(), &status) == 0 ? std::optional(static_cast<unsigned long long>(status.st_size))
+                                            : std::nullopt;
 }
 
-std::string sizeText(unsigned long long bytes)
+std::string sizeText(std::optional<unsigned long long> bytes)
 {
     constexpr unsigned long long kKiB = 1024;
-    return bytes < 10 * kKiB * kKiB ? grouped((bytes + kKiB - 1) / kKiB) + " KiB"
-                                    : grouped(bytes / (kKiB * kKiB)) + " MiB";
+    if (!bytes)
+    {
+        return "cannot be read";
+    }
+    return *bytes < 10 * kKiB * kKiB ? grouped((*bytes + kKiB - 1) / kKiB) + " KiB"
+                                     : grouped(*bytes / (kKiB * kKiB)) + " MiB";
 }
 
 FaultTotals scan(FaultFile& file, TimeStyle const& style, Progress& progress)
@@ -258,7 +263,8 @@ Json jsonSummary(FaultFile& file, Options const& options)
     bool const hasTimes = !faults.timeline.isEmpty();
     Json summary;
     summary["File"] = file.path();
-    summary["Bytes"] = sizeOf(file.path());
+    std::optional<unsigned long long> const size = sizeOf(file.path());
+    summary["Bytes"] = size ? Json(*size) : Json(nullptr);
     summary["FormatVersion"] = file.formatVersion() ? Json(*file.formatVersion()) : Json(nullptr);
     summary["First"] = hasTimes ? Json(isoText(faults.timeline.first(), options.style)) : Json(nullptr);
     summary["Last"] = hasTimes ? Json(isoText(faults.timeline.last(), options.style)) : Json(nullptr);
