@@ -1,6 +1,6 @@
-// Preloaded into a program to make the storage fail. With FIRAIM_TEST_UNREADABLE="NAME:OFFSET", reading the byte at
-// OFFSET of a file whose path ends in NAME fails, as a medium with a bad block does. With FIRAIM_TEST_KEPT="NAME", such
-// files cannot be deleted, as in a folder that others own.
+// Makes the storage of a program fail: preloaded into it, or linked to it. With FIRAIM_TEST_UNREADABLE="NAME:OFFSET",
+// reading the byte at OFFSET of a file whose path ends in NAME fails, as a medium with a bad block does. With
+// FIRAIM_TEST_KEPT="NAME", such files cannot be deleted, as in a folder that others own.
 
 #include <cerrno>
 #include <climits>
@@ -36,7 +36,7 @@ std::string pathOf(int descriptor)
 
 bool isUnreadable(int descriptor, std::size_t size, off64_t offset)
 {
-    static std::string const unreadable = environment("FIRAIM_TEST_UNREADABLE");
+    std::string const unreadable = environment("FIRAIM_TEST_UNREADABLE");
     std::size_t const colon = unreadable.rfind(':');
     if (colon == std::string::npos)
     {
@@ -60,14 +60,14 @@ ssize_t readAt(int descriptor, void* bytes, std::size_t size, off64_t offset)
 
 } // namespace
 
-// Name the symbols explicitly, as the headers may map one name of a pair to the other.
+// Name the symbols explicitly, as the headers may map one name of a pair to the other. The offset of pread is a long.
 extern "C"
 {
-    __attribute__((visibility("default"))) ssize_t replacedPread(int, void*, std::size_t, off_t) __asm__("pread");
+    __attribute__((visibility("default"))) ssize_t replacedPread(int, void*, std::size_t, long) __asm__("pread");
     __attribute__((visibility("default"))) ssize_t replacedPread64(int, void*, std::size_t, off64_t) __asm__("pread64");
     __attribute__((visibility("default"))) int replacedUnlink(char const*) __asm__("unlink");
 
-    ssize_t replacedPread(int descriptor, void* bytes, std::size_t size, off_t offset)
+    ssize_t replacedPread(int descriptor, void* bytes, std::size_t size, long offset)
     {
         return readAt(descriptor, bytes, size, offset);
     }

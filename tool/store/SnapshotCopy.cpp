@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <optional>
 #include <string_view>
@@ -28,6 +29,7 @@ constexpr int kMostTries = 5;
 constexpr std::size_t kPiece = 65536;
 /// The piece around unreadable bytes: the system reads whole pages of this size.
 constexpr std::size_t kSmallPiece = 4096;
+constexpr std::size_t kMagicSize = 8; ///< of the bytes at both ends of a journal
 
 [[noreturn]] void fail(std::string const& path, char const* action)
 {
@@ -201,6 +203,50 @@ Descriptor openWithContent(std::string const& path)
     return isUsed ? std::move(file) : Descriptor(-1);
 }
 
+/// The name of the super-journal at the end of a journal; empty if there is none. Behind the name stand its length, a
+/// checksum and the magic bytes.
+std::string superJournalOf(Descriptor const& journal, std::int64_t size)
+{
+    constexpr std::string_view kMagic("\xd9\xd5\x05\xf9\x20\xa1\x63\xd7", kMagicSize);
+    constexpr std::size_t kTail = 2 * 4 + kMagicSize;
+    std::array<char, kTail> tail = {};
+    if (size < static_cast<std::int64_t>(kTail) ||
+        readAt(journal, size - static_cast<std::int64_t>(kTail), tail.data(), kTail) != static_cast<ssize_t>(kTail) ||
+        std::string_view(tail.data() + kTail - kMagicSize, kMagicSize) != kMagic)
+    {
+        return {};
+    }
+    std::size_t length = 0;
+    for (std::size_t i = 0; i < 4; ++i)
+    {
+        length = (length << 8U) | static_cast<unsigned char>(tail[i]);
+    }
+    std::int64_t const begin = size - static_cast<std::int64_t>(kTail) - static_cast<std::int64_t>(length);
+    std::string name(length < PATH_MAX && begin >= 0 ? length : 0, '\0');
+    return readAt(journal, begin, name.data(), name.size()) == static_cast<ssize_t>(name.size()) ? name : std::string();
+}
+
+/// A transaction over several files is undone as long as its super-journal exists. After rolling back the copy, SQLite
+/// would delete a super-journal that no journal seems to need, and the transaction of the original would count as
+/// committed. Without the name, SQLite rolls the copy back all the same and leaves the super-journal.
+void forgetSuperJournal(std::string const& path)
+{
+    Descriptor const journal(open(path.c_str(), O_RDWR | O_CLOEXEC));
+    struct stat status = {};
+    if (!journal || fstat(journal.get(), &status) != 0)
+    {
+        fail(path, "cannot be written");
+    }
+    std::string const name = superJournalOf(journal, status.st_size);
+    constexpr std::array<char, kMagicSize> kZeros = {};
+    if (!name.empty() && access(name.c_str(), F_OK) == 0 &&
+        pwrite(journal.get(), kZeros.data(), kMagicSize, status.st_size - static_cast<off_t>(kMagicSize)) !=
+            static_cast<ssize_t>(kMagicSize))
+    {
+        fail(path, "cannot be written");
+    }
+}
+
 /// The copying of the files of one database.
 class Attempt
 {
@@ -242,6 +288,10 @@ std::optional<SnapshotCopy> Attempt::run(std::function<void(double share)> const
     m_result.hasLog = static_cast<bool>(m_log);
     bool const isWhole = copyPart(m_lock.file(), "", showShare) && copyBeside(m_journal, kJournal) &&
                          copyBeside(m_log, kLog) && states() == m_before;
+    if (isWhole && m_journal)
+    {
+        forgetSuperJournal(m_copy + kJournal);
+    }
     return isWhole ? std::optional(m_result) : std::nullopt;
 }
 

@@ -36,8 +36,9 @@ enum class UnreadablePolicy
 /// Copies the database at `path` to the new file `copy`, its journal to `copy`-journal and its log to `copy`-wal. No
 /// other process may use the folder of `copy`: a WorkingFolder is made for this. The copies are not synchronised.
 ///
-/// Writes neither to the file nor beside it, and judges no content: the file may be damaged. Holds a shared lock, as
-/// SQLite's readers do, so that writers wait. Files that change nevertheless are copied again.
+/// Writes neither to the file nor beside it; nor does SQLite when it rolls the copy back. Judges no content: the file
+/// may be damaged. Holds a shared lock, as SQLite's readers do, so that writers wait. Files that change nevertheless
+/// are copied again.
 ///
 /// No connection of this process may have the database open: closing a descriptor of it drops their locks.
 ///
