@@ -122,14 +122,10 @@ int connectionSettings::limitJournal(sqlite3* db)
 
 int connectionSettings::useLog(sqlite3* db)
 {
-    // This change of the file ends by deleting the rollback journal. EXTRA: SQLite then synchronises the folder.
-    // Without that, the journal could be back after a power cut, and empty a new file together with its log.
-    int code = setPragma(db, "PRAGMA synchronous=EXTRA");
+    // The change ends by deleting the rollback journal. The first synchronisation of the log, before its first commit
+    // returns, makes that durable: it synchronises the folder.
     bool isWal = false;
-    if (code == SQLITE_OK)
-    {
-        code = readWalMode(db, isWal, "PRAGMA journal_mode=WAL");
-    }
+    int const code = readWalMode(db, isWal, "PRAGMA journal_mode=WAL");
     // Where SQLite cannot use a log, it keeps the mode and reports success.
     return code == SQLITE_OK && !isWal ? SQLITE_CANTOPEN : code;
 }
