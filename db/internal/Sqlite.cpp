@@ -154,6 +154,26 @@ Statement& Statement::bind(int parameter, std::string_view value)
     return *this;
 }
 
+Statement& Statement::bindNull(int parameter)
+{
+    require(m_db, sqlite3_bind_null(m_statement.get(), parameter));
+    return *this;
+}
+
+Statement& Statement::bindReal(int parameter, double value)
+{
+    require(m_db, sqlite3_bind_double(m_statement.get(), parameter, value));
+    return *this;
+}
+
+Statement& Statement::bindBlob(int parameter, std::string_view value)
+{
+    // As for a text.
+    char const* const begin = value.empty() ? "" : value.data();
+    require(m_db, sqlite3_bind_blob64(m_statement.get(), parameter, begin, value.size(), SQLITE_STATIC));
+    return *this;
+}
+
 bool Statement::step()
 {
     int const code = stepUntilTimeout();

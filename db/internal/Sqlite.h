@@ -58,6 +58,10 @@ public:
     /// Sets a parameter, counted from 1. A text is borrowed until the parameter is set again.
     Statement& bind(int parameter, std::int64_t value);
     Statement& bind(int parameter, std::string_view value);
+    Statement& bindNull(int parameter);
+    Statement& bindReal(int parameter, double value);
+    /// A blob is borrowed like a text.
+    Statement& bindBlob(int parameter, std::string_view value);
 
     /// Moves to the next row; returns whether there is one. If not, the statement is ready to run again.
     bool step();

@@ -3,10 +3,8 @@
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
 #include <tool/store/FaultFile.h>
+#include <tool/store/FileName.h>
 #include <tool/store/Remains.h>
-#include <tool/store/WorkingFolder.h>
-
-#include <db/internal/Folder.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -62,16 +60,10 @@ public:
 
     std::string const& path() const { return m_path; }
 
-    /// Renames the file to `target` and syncs the folder.
     void keepAs(std::string const& target, bool isReplacing)
     {
-        if (renameFile(m_path, target, isReplacing) != 0)
-        {
-            throw Problem(STATUS_BAD_FILE, target + ": " + std::generic_category().message(errno));
-        }
+        giveName(m_path, target, isReplacing);
         m_isKept = true;
-        // If this fails, the copy is still as durable as any other new file.
-        static_cast<void>(folder::synchroniseFolderOf(target));
     }
 
 private:

@@ -1,11 +1,9 @@
 #include <tool/store/WorkingFolder.h>
 
 #include <tool/process/Problem.h>
-
-#include <db/internal/Folder.h>
+#include <tool/store/FileName.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
@@ -66,26 +64,7 @@ void WorkingFolder::moveToTarget(std::string const& name) const
     {
         throw Problem(STATUS_BAD_FILE, m_target + ": exists already");
     }
-    if (renameFile(file(name), m_target, false) != 0)
-    {
-        fail(m_target, "cannot be created");
-    }
-    // If this fails, the file is still as durable as any other new file.
-    static_cast<void>(folder::synchroniseFolderOf(m_target));
-}
-
-int renameFile(std::string const& from, std::string const& to, bool isReplacing)
-{
-    if (!isReplacing)
-    {
-        int const result = renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
-        // File systems of memory sticks lack RENAME_NOREPLACE.
-        if (result == 0 || (errno != EINVAL && errno != ENOSYS))
-        {
-            return result;
-        }
-    }
-    return rename(from.c_str(), to.c_str());
+    giveName(file(name), m_target, false);
 }
 
 } // namespace tool

@@ -28,9 +28,4 @@ private:
     std::string m_path;
 };
 
-/// Renames `from` to `to`; returns 0, or -1 with errno. Replaces an existing `to` if `isReplacing`. Otherwise the
-/// caller has checked that the name is free: a file system without RENAME_NOREPLACE replaces a file that another
-/// process has created since.
-int renameFile(std::string const& from, std::string const& to, bool isReplacing);
-
 } // namespace tool
