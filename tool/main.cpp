@@ -21,9 +21,9 @@ constexpr char kFooter[] = R"(
 Times are printed and read as ISO 8601, in UTC unless --local is given. Results
 go to standard output, everything else to standard error.
 
-Exit status: 0 done; 1 nothing found, a finding of 'check', or a line that
-'record' refused; 2 bad usage; 3 a file, standard input or standard output
-cannot be used.)";
+Exit status: 0 done; 1 nothing found, a finding of 'check', a line that
+'record' refused, or a partial 'rescue'; 2 bad usage; 3 a file, standard input
+or standard output cannot be used.)";
 
 void addCommands(CommandLine& line, Request& request)
 {
@@ -42,6 +42,7 @@ void addCommands(CommandLine& line, Request& request)
     addJournal(line, request);
     addCheck(line, request);
     addRecover(line, request);
+    addRescue(line, request);
     addCodes(line, request);
 }
 

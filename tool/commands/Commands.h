@@ -18,6 +18,7 @@ void addList(CommandLine& line, Request& request);
 void addRecord(CommandLine& line, Request& request);
 void addRecover(CommandLine& line, Request& request);
 void addRenumber(CommandLine& line, Request& request);
+void addRescue(CommandLine& line, Request& request);
 void addShow(CommandLine& line, Request& request);
 void addStats(CommandLine& line, Request& request);
 void addSummary(CommandLine& line, Request& request);

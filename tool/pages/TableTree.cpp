@@ -20,7 +20,7 @@ KeyRange keysOf(TablePage const& leaf)
 }
 
 TableTree::TableTree(PageFile const& file, PageNumber root, std::size_t columns)
-    : m_file(file), m_columns(columns), m_isVisited(std::size_t{file.pageCount()} + 1)
+    : m_file(&file), m_columns(columns), m_isVisited(std::size_t{file.pageCount()} + 1)
 {
     // Level by level: the pages of one level, and with them the keys, stay in order, and no stack can overflow.
     std::vector<Node> level = {{root, {}}};
@@ -29,6 +29,7 @@ TableTree::TableTree(PageFile const& file, PageNumber root, std::size_t columns)
         readLevel(level);
         level = std::exchange(m_children, {});
     }
+    m_file = nullptr;
     m_findings = {};
     m_isVisited = {};
 }
@@ -60,11 +61,11 @@ TableTree::Finding TableTree::examine(Node const& node)
         return {node, Finding::BAD, {}, "has another place in the table already"};
     }
     m_isVisited[node.page] = true;
-    if (!m_file.read(node.page, m_bytes))
+    if (!m_file->read(node.page, m_bytes))
     {
         return {node, Finding::BAD, {}, "cannot be read from the storage"};
     }
-    if (!m_page.parse(m_bytes, node.page, m_file.header().reserved))
+    if (!m_page.parse(m_bytes, node.page, m_file->header().reserved))
     {
         return {node, Finding::BAD, {}, m_page.problem()};
     }
@@ -78,7 +79,7 @@ TableTree::Finding TableTree::examineLeaf(Node const& node) const
         bool const isRoot = node.bounds.has(KeyRange());
         return isRoot ? Finding{node, Finding::LEAF, keysOf(m_page), ""} : Finding{node, Finding::BAD, {}, "is empty"};
     }
-    if (!hasRowOf(m_page, m_columns))
+    if (m_columns != kAnyColumns && !hasRowOf(m_page, m_columns))
     {
         return {node, Finding::BAD, {}, "has rows of another table"};
     }

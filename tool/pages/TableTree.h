@@ -34,8 +34,10 @@ public:
         char const* reason;
     };
 
-    /// Reads the tree. `file` need not outlive this object. `columns` is the number of cells of the table's rows: a
-    /// leaf on which no row has as many is of another table.
+    static constexpr std::size_t kAnyColumns = 0;
+
+    /// Reads the tree. `file` need not outlive this object. `columns` is the number of cells of the table's rows: a leaf
+    /// on which no row has as many is of another table. With kAnyColumns the number is not compared.
     TableTree(PageFile const& file, PageNumber root, std::size_t columns);
 
     /// Whether it is a tree of this table: it has leaves, or the root is an empty leaf.
@@ -77,8 +79,8 @@ private:
     void takeInteriorPages();
     void lose(Finding const& finding, bool isInterior, char const* reason);
 
-    PageFile const& m_file;
-    std::size_t const m_columns;
+    PageFile const* m_file; ///< while reading
+    std::size_t m_columns;
     std::string m_bytes;
     TablePage m_page;
     std::vector<bool> m_isVisited;   ///< by page number

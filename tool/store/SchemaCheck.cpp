@@ -1,5 +1,7 @@
 #include <tool/store/SchemaCheck.h>
 
+#include <tool/values/Text.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -122,13 +124,27 @@ void SchemaCheck::checkExtras()
 {
     sqlite::Statement statement = m_connection.prepare(
         "SELECT type, name FROM sqlite_master WHERE name NOT LIKE 'sqlite\\_%' ESCAPE '\\' AND NOT (type = 'table' AND "
-        "name IN (?1, ?2, ?3))");
+        "name IN (?1, ?2, ?3, ?4))");
     statement.bind(1, faultSchema().name).bind(2, statisticSchema().name).bind(3, versionSchema().name);
+    statement.bind(4, kDoubtfulTable);
     while (statement.step())
     {
         report(std::string(statement.text(0)) + " '" + std::string(statement.text(1)) +
                "' is not part of the file format");
     }
+}
+
+std::string SchemaCheck::doubtfulRows() const
+{
+    sqlite::Statement table = m_connection.prepare("SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ?1");
+    table.bind(1, kDoubtfulTable);
+    if (!table.step())
+    {
+        return "";
+    }
+    auto const count = m_connection.number(std::string("SELECT count(*) FROM ") + kDoubtfulTable);
+    return std::string(kDoubtfulTable) + " has " + counted(static_cast<unsigned long long>(count), "row") +
+           " of a damaged file that may be wrong";
 }
 
 std::vector<bool> SchemaCheck::presentColumns(TableSchema const& schema) const

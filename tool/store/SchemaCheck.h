@@ -12,6 +12,9 @@
 namespace tool
 {
 
+/// The table of a rescued file with the rows that may be wrong.
+constexpr char kDoubtfulTable[] = "RescuedDoubtfulTbl";
+
 /// Compares the tables of a file with the schemas that the library gives them. Throws sqlite::Error when the file
 /// cannot be read.
 class SchemaCheck
@@ -22,8 +25,11 @@ public:
 
     /// Compares a table; returns whether it exists and can be read.
     bool checkTable(TableSchema const& schema);
-    /// Reports tables, indexes, views and triggers that are not part of the file format.
+    /// Reports tables, indexes, views and triggers that are not part of the file format, except the table of a rescued
+    /// file.
     void checkExtras();
+    /// Says that a rescued file has doubtful rows, which is no problem. Empty if it has no such table.
+    std::string doubtfulRows() const;
 
     /// For each column of the schema, whether the table has it.
     std::vector<bool> presentColumns(TableSchema const& schema) const;

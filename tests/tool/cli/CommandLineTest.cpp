@@ -30,6 +30,7 @@ std::vector<std::vector<std::string>> const kCommandsOnFiles = {
     {"record", "FILE", "--stdin"},
     {"recover", "FILE"},
     {"renumber", "FILE", "--from", "1", "--to", "2"},
+    {"rescue", "FILE", "FILE.new"},
     {"show", "FILE", "1"},
     {"stats", "FILE"},
     {"summary", "FILE"},
@@ -121,6 +122,9 @@ TEST_F(CommandLineTest, BadUsageIsReportedOnStandardErrorWithStatus2)
         {"trim", path, "--keep", "1", "--before", "2031-01-01"},
         {"trim", path, "--before", "soon"},
         {"backup", path},
+        {"rescue", path},
+        {"rescue", path, path},
+        {"rescue", path, path + "-wal"},
     };
     for (auto const& arguments : bad)
     {

@@ -1,0 +1,105 @@
+#include <tool/rescue/Opening.h>
+
+#include <tool/process/Interrupt.h>
+#include <tool/process/Problem.h>
+
+#include <db/internal/ReadOnlyOpening.h>
+#include <db/internal/Sqlite.h>
+
+#include <filesystem>
+#include <system_error>
+
+namespace tool
+{
+
+namespace
+{
+
+constexpr char kKept[] = ".raw"; ///< suffix of the copy of the copy
+
+void copyBytes(std::string const& from, std::string const& to)
+{
+    std::error_code error;
+    std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing, error);
+    if (error)
+    {
+        throw Problem(STATUS_BAD_FILE, to + ": " + error.message());
+    }
+}
+
+/// Reading rolls back a hot journal; the checkpoint takes the log into the file.
+void finishTransactions(std::string const& path)
+{
+    sqlite::Connection const connection(path, sqlite::Connection::READ_WRITE,
+                                        {lockWait::kBusyTimeout, interrupt::isPending});
+    connection.number("SELECT count(*) FROM sqlite_master");
+    if (readOnlyOpening::isInWalMode(connection))
+    {
+        connection.run("PRAGMA wal_checkpoint(TRUNCATE)");
+    }
+}
+
+bool isFilled(std::string const& path)
+{
+    std::error_code error;
+    auto const size = std::filesystem::file_size(path, error);
+    return !error && size > 0;
+}
+
+std::string successText(bool wasHot, RawCopy const& raw)
+{
+    if (raw.hasLog())
+    {
+        return "SQLite opens the copy and has taken its write-ahead log into it";
+    }
+    return wasHot ? "SQLite opens the copy and has rolled back its journal" : "SQLite opens the copy";
+}
+
+} // namespace
+
+Opening openCopy(std::string const& path, RawCopy const& raw)
+{
+    if (!isFilled(path))
+    {
+        // SQLite would remove the log of an empty file.
+        return {"the file is empty", raw.hasLog()};
+    }
+    bool const wasHot = raw.hasJournal() && readOnlyOpening::holdsTransaction(path + "-journal");
+    bool const mayChange = wasHot || raw.hasLog();
+    for (char const* const suffix : {"", "-wal"})
+    {
+        if (mayChange && (*suffix == '\0' || raw.hasLog()))
+        {
+            copyBytes(path + suffix, path + kKept + suffix);
+        }
+    }
+    try
+    {
+        finishTransactions(path);
+        // A log that the header of the file does not ask for stays as it is, although SQLite reads it.
+        return {successText(wasHot, raw), raw.hasLog() && isFilled(path + "-wal")};
+    }
+    catch (sqlite::Error const& error)
+    {
+        interrupt::throwIfPending();
+        Opening opening = {std::string("SQLite cannot open the copy (") + error.what() + ")", raw.hasLog()};
+        bool const isRolledBack = wasHot && !readOnlyOpening::holdsTransaction(path + "-journal");
+        if (isRolledBack)
+        {
+            opening.report += "; it has rolled back the journal before";
+        }
+        else if (mayChange)
+        {
+            copyBytes(path + kKept, path);
+            opening.report += "; its bytes are read as they are";
+        }
+        if (raw.hasLog())
+        {
+            copyBytes(path + kKept + std::string("-wal"), path + "-wal");
+            opening.report += ", under the committed frames of its log";
+        }
+        return opening;
+    }
+}
+
+} // namespace tool

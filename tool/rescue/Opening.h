@@ -1,0 +1,23 @@
+#pragma once
+
+#include <tool/rescue/RawCopy.h>
+
+#include <string>
+
+namespace tool
+{
+
+/// The outcome of opening a copy with SQLite.
+struct Opening
+{
+    std::string report; ///< one line
+    /// The log of the copy still has to be read: SQLite has not taken it into the copy.
+    bool isLogNeeded = false;
+};
+
+/// Lets SQLite roll back the journal of the copy at `path`, or take its log into it. If SQLite cannot, the bytes of the
+/// file and its log are as in the raw copy, unless a journal was rolled back before SQLite gave up. Throws a Problem,
+/// and interrupt::Interrupted.
+Opening openCopy(std::string const& path, RawCopy const& raw);
+
+} // namespace tool
