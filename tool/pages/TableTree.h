@@ -36,8 +36,8 @@ public:
 
     static constexpr std::size_t kAnyColumns = 0;
 
-    /// Reads the tree. `file` need not outlive this object. `columns` is the number of cells of the table's rows: a leaf
-    /// on which no row has as many is of another table. With kAnyColumns the number is not compared.
+    /// Reads the tree. `file` need not outlive this object. `columns` is the number of cells of the table's rows: a
+    /// leaf on which no row has as many is of another table. With kAnyColumns the number is not compared.
     TableTree(PageFile const& file, PageNumber root, std::size_t columns);
 
     /// Whether it is a tree of this table: it has leaves, or the root is an empty leaf.
