@@ -11,10 +11,38 @@ namespace
 
 constexpr std::int64_t kFirstKey = 1; ///< the library's tables never use a smaller one
 
+/// The keys of the leaves, as ranges that neither overlap nor touch, in their order.
+std::vector<KeyRange> joinKeys(std::vector<SurveyedLeaf> const& leaves)
+{
+    std::vector<KeyRange> ranges;
+    for (SurveyedLeaf const& leaf : leaves)
+    {
+        if (leaf.keys.isEmpty())
+        {
+            continue;
+        }
+        // Written without adding to a key, as a key may be the largest number.
+        if (!ranges.empty() && leaf.keys.first <= ranges.back().last)
+        {
+            ranges.back().last = std::max(ranges.back().last, leaf.keys.last);
+        }
+        else if (!ranges.empty() && leaf.keys.first - 1 == ranges.back().last)
+        {
+            ranges.back().last = leaf.keys.last;
+        }
+        else
+        {
+            ranges.push_back(leaf.keys);
+        }
+    }
+    return ranges;
+}
+
 class Finder
 {
 public:
-    Finder(SurveyedTable const& table, std::optional<std::int64_t> lastKey) : m_leaves(table.leaves), m_lastKey(lastKey)
+    Finder(SurveyedTable const& table, std::optional<std::int64_t> lastKey)
+        : m_found(joinKeys(table.leaves)), m_lastKey(lastKey)
     {
     }
 
@@ -23,23 +51,31 @@ public:
     {
         bool const hasStart = lost.range.first != std::numeric_limits<std::int64_t>::min();
         bool const hasEnd = lost.range.last != std::numeric_limits<std::int64_t>::max();
-        std::int64_t next = std::max({hasStart ? lost.range.first : kFirstKey, m_next});
-        for (auto leaf = firstLeafBehind(next); leaf != m_leaves.end() && leaf->keys.first <= lost.range.last; ++leaf)
+        bool const isExact = hasStart && !lost.isInterior;
+        std::int64_t next = hasStart ? lost.range.first : kFirstKey;
+        for (auto found = firstBehind(next); found != m_found.end() && found->first <= lost.range.last; ++found)
         {
-            add(next, leaf->keys.first - 1, !lost.isInterior && hasStart);
-            next = std::max(next, leaf->keys.last + 1);
+            if (found->first > next)
+            {
+                add(next, found->first - 1, isExact);
+            }
+            if (found->last >= lost.range.last)
+            {
+                return;
+            }
+            next = found->last + 1;
         }
-        hasEnd ? add(next, lost.range.last, !lost.isInterior && hasStart) : addEnd(next);
-        m_next = std::max(m_next, next);
+        hasEnd ? add(next, lost.range.last, isExact) : addEnd(next);
     }
 
     MissingKeys const& missing() const { return m_missing; }
 
 private:
-    std::vector<SurveyedLeaf>::const_iterator firstLeafBehind(std::int64_t key) const
+    /// The first range that ends behind `key` or with it.
+    std::vector<KeyRange>::const_iterator firstBehind(std::int64_t key) const
     {
-        return std::lower_bound(m_leaves.begin(), m_leaves.end(), key,
-                                [](SurveyedLeaf const& leaf, std::int64_t first) { return leaf.keys.last < first; });
+        return std::lower_bound(m_found.begin(), m_found.end(), key,
+                                [](KeyRange const& range, std::int64_t first) { return range.last < first; });
     }
 
     void add(std::int64_t first, std::int64_t last, bool isExact)
@@ -49,12 +85,12 @@ private:
             return;
         }
         auto& ranges = m_missing.ranges;
-        bool const goesOn = !ranges.empty() && ranges.back().last && *ranges.back().last >= first - 1;
-        if (goesOn)
+        bool const goesOn = !ranges.empty() && (!ranges.back().last || *ranges.back().last >= first - 1);
+        if (goesOn && ranges.back().last)
         {
             ranges.back().last = std::max(*ranges.back().last, last);
         }
-        else
+        else if (!goesOn)
         {
             ranges.push_back({first, last});
         }
@@ -69,13 +105,12 @@ private:
             add(first, *m_lastKey, false);
             return;
         }
-        m_missing.ranges.push_back({first, std::nullopt});
-        m_missing.isExact = false;
+        add(first, first, false);
+        m_missing.ranges.back().last.reset();
     }
 
-    std::vector<SurveyedLeaf> const& m_leaves;
+    std::vector<KeyRange> const m_found;
     std::optional<std::int64_t> const m_lastKey;
-    std::int64_t m_next = std::numeric_limits<std::int64_t>::min(); ///< behind the keys that were added
     MissingKeys m_missing;
 };
 

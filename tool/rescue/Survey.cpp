@@ -256,12 +256,20 @@ void Survey::findRoot(SurveyedTable& table)
     }
 }
 
+/// How many free pages the damaged part of their list may have named.
+std::size_t Survey::unlistedFreePages() const
+{
+    std::size_t const listed = m_freelist.pages().size();
+    return m_file.header().freePages > listed ? m_file.header().freePages - listed : 0;
+}
+
 /// A root that was overwritten by a page of its own table is a sound tree of too few pages. The others are orphans
-/// then, which no other file has: every page has a use. This is not known when pages of the list of free pages are
-/// missing.
+/// then: in a sound file every page has a use. Pages that the damaged part of the list of free pages named are orphans,
+/// too.
 void Survey::checkRoot(std::size_t table)
 {
-    if (!m_freelist.isWhole() || m_roots[table] == 0)
+    bool const mayAllBeFree = m_orphans.size() + m_orphanInteriors.size() <= unlistedFreePages();
+    if (mayAllBeFree || m_roots[table] == 0)
     {
         return;
     }

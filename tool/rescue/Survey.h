@@ -56,8 +56,6 @@ public:
     SurveyedTable const& table(Table table) const { return m_tables[table]; }
     /// The uses of the pages; those of overflow pages are still to be noted.
     PageUse& use() { return m_use; }
-    /// Whether page 1 and the list of free pages are sound.
-    bool isFreelistWhole() const { return m_freelist.isWhole(); }
     std::size_t freePages() const { return m_freelist.pages().size(); }
 
 private:
@@ -81,6 +79,7 @@ private:
     void addMisplacedLeaves(SurveyedTable& table);
     void addFreeLeaves();
     char const* doubtOfOrphans() const;
+    std::size_t unlistedFreePages() const;
 
     PageFile const& m_file;
     PageUse m_use;
