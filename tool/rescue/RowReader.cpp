@@ -94,6 +94,12 @@ std::uint64_t RowReader::hashOfOverflowingTexts(std::size_t localSize) const
     return hash;
 }
 
+/// A page of zeros is the end of a chain, and its content could be taken for numbers.
+bool RowReader::isLastPageEmpty() const
+{
+    return m_chain.lastPage().find_first_not_of('\0') == std::string_view::npos;
+}
+
 bool RowReader::isLastPageShared() const
 {
     return !m_sharedLastPages.empty() &&
@@ -140,6 +146,10 @@ char const* RowReader::readLongRow(TablePage::Cell const& cell)
     if (!isDecoded)
     {
         return "its record is damaged";
+    }
+    if (isLastPageEmpty())
+    {
+        return "its last overflow page is empty";
     }
     return isLastPageShared() ? "its last overflow page is the same as that of a row with another text" : nullptr;
 }

@@ -53,6 +53,7 @@ private:
                  std::function<void(FoundRow const&)> const& take);
     char const* readLongRow(TablePage::Cell const& cell);
     std::uint64_t hashOfOverflowingTexts(std::size_t localSize) const;
+    bool isLastPageEmpty() const;
     bool isLastPageShared() const;
 
     PageFile const& m_file;

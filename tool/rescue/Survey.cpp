@@ -67,15 +67,10 @@ std::vector<KeyRange> lostParentRanges(SurveyedTable const& table)
     return joined;
 }
 
-enum class Overlap
-{
-    NONE,
-    PART,
-    ALL
-};
+} // namespace
 
 /// How much of `keys` lies in one of the ranges.
-Overlap overlapOf(std::vector<KeyRange> const& ranges, KeyRange const& keys)
+Survey::Overlap Survey::overlapOf(std::vector<KeyRange> const& ranges, KeyRange const& keys)
 {
     auto const next = std::upper_bound(ranges.begin(), ranges.end(), keys.last,
                                        [](std::int64_t key, KeyRange const& range) { return key < range.first; });
@@ -85,8 +80,6 @@ Overlap overlapOf(std::vector<KeyRange> const& ranges, KeyRange const& keys)
     }
     return std::prev(next)->has(keys) ? Overlap::ALL : Overlap::PART;
 }
-
-} // namespace
 
 Survey::Survey(PageFile const& file, bool areFreePagesTaken)
     : m_file(file), m_use(file.pageCount()), m_freelist(file),
@@ -283,36 +276,44 @@ void Survey::checkRoot(std::size_t table)
     }
 }
 
-/// Why a page that nothing names may be no page of its table; null if it is one.
-char const* Survey::doubtOfOrphans() const
+/// Why a page that nothing names may be no page of its table, if so much of its keys is lost; null if it is one.
+char const* Survey::doubtOf(Overlap overlap) const
 {
+    if (overlap == Overlap::PART)
+    {
+        return "no page names this one, and only some of its keys are missing";
+    }
+    if (overlap == Overlap::NONE)
+    {
+        return "no page names this one, and it may be a free page, as page 1 is lost";
+    }
     bool const mayBeFree = m_file.isHeaderSound() && !m_freelist.isWhole();
     return mayBeFree ? "no page names this one, and it may be a free page, as the list of these is damaged" : nullptr;
 }
 
-/// Takes the orphans with lost keys.
+/// Takes the orphans with lost keys. Without page 1, the others may be free pages, or pages of a root that is lost,
+/// too.
 void Survey::adopt(std::size_t index)
 {
     SurveyedTable& table = m_tables[index];
     std::vector<KeyRange> const ranges = lostParentRanges(table);
-    char const* const doubt = doubtOfOrphans();
     for (Orphan const& orphan : m_orphans)
     {
         Overlap const overlap = overlapOf(ranges, orphan.keys);
-        if (orphan.table != index || overlap == Overlap::NONE || m_use.of(orphan.page) != PageUse::UNUSED)
+        bool const isCandidate = overlap != Overlap::NONE || !m_file.isHeaderSound();
+        if (orphan.table != index || !isCandidate || m_use.of(orphan.page) != PageUse::UNUSED)
         {
             continue;
         }
         m_use.set(orphan.page, PageUse::TREE);
-        if (overlap == Overlap::ALL && doubt == nullptr)
+        if (char const* const doubt = doubtOf(overlap))
         {
-            table.leaves.push_back({orphan.page, orphan.keys, nullptr});
-            ++table.adopted;
+            table.doubtfulLeaves.push_back({orphan.page, orphan.keys, doubt});
         }
         else
         {
-            char const* const kPart = "no page names this one, and only some of its keys are missing";
-            table.doubtfulLeaves.push_back({orphan.page, orphan.keys, overlap == Overlap::PART ? kPart : doubt});
+            table.leaves.push_back({orphan.page, orphan.keys, nullptr});
+            ++table.adopted;
         }
     }
     std::sort(table.leaves.begin(), table.leaves.end(),

@@ -67,6 +67,15 @@ private:
         std::size_t table;
     };
 
+    /// How much of the keys of a page is lost.
+    enum class Overlap
+    {
+        NONE,
+        PART,
+        ALL
+    };
+
+    static Overlap overlapOf(std::vector<KeyRange> const& ranges, KeyRange const& keys);
     void readNamedTrees();
     void readNamedTree(SurveyedTable& table, PageNumber root);
     void take(SurveyedTable& table, TableTree const& tree);
@@ -78,7 +87,7 @@ private:
     void adopt(std::size_t table);
     void addMisplacedLeaves(SurveyedTable& table);
     void addFreeLeaves();
-    char const* doubtOfOrphans() const;
+    char const* doubtOf(Overlap overlap) const;
     std::size_t unlistedFreePages() const;
 
     PageFile const& m_file;
