@@ -13,6 +13,9 @@ namespace
 /// The number of the next page, at the start of each overflow page.
 constexpr std::size_t kNextSize = 4;
 
+/// SQLite writes no longer record unless it was built to do so.
+constexpr std::uint64_t kLongestRecord = 1000000000;
+
 PageNumber nextPage(std::string const& page)
 {
     return static_cast<PageNumber>(bigEndian(page, 0, kNextSize));
@@ -31,10 +34,11 @@ std::size_t OverflowChain::contentSize() const
     return m_file.usableSize() - kNextSize;
 }
 
-/// Whether the file has so many pages as the record needs.
+/// Whether there can be such a record, and the file has as many pages as it needs.
 bool OverflowChain::isPossible(TablePage::Cell const& cell) const
 {
-    return (cell.payloadSize - cell.local.size()) / contentSize() < m_file.pageCount();
+    return cell.payloadSize <= kLongestRecord &&
+           (cell.payloadSize - cell.local.size()) / contentSize() < m_file.pageCount();
 }
 
 void OverflowChain::claim(TablePage::Cell const& cell)

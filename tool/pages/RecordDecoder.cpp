@@ -28,7 +28,7 @@ bool isSerialType(std::uint64_t type)
 
 std::uint64_t sizeOf(std::uint64_t type)
 {
-    return type < kSizes.size() ? kSizes[type] : (type - kFirstBlob) / 2;
+    return type < kSizes.size() ? kSizes[static_cast<std::size_t>(type)] : (type - kFirstBlob) / 2;
 }
 
 /// The signed number in these bytes.
