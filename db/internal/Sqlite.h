@@ -71,6 +71,7 @@ public:
     void reset();
 
     explicit operator bool() const { return m_statement != nullptr; }
+    sqlite3_stmt* get() const { return m_statement.get(); }
     int columnCount() const;
     /// SQLite's type of the cell: SQLITE_INTEGER, SQLITE_TEXT and so on.
     int type(int column) const;

@@ -1,26 +1,28 @@
 // firaim check: reports problems of a file, and advice.
 
 #include <tool/cli/Command.h>
+#include <tool/commands/CheckKinds.h>
 #include <tool/commands/Commands.h>
-#include <tool/formats/Findings.h>
+#include <tool/commands/RowsCheck.h>
 #include <tool/process/Interrupt.h>
-#include <tool/store/CellCheck.h>
+#include <tool/store/CheckedFile.h>
 #include <tool/store/FaultFile.h>
+#include <tool/store/IntegrityCheck.h>
+#include <tool/store/ReadableRows.h>
+#include <tool/store/ReferenceCheck.h>
 #include <tool/store/SchemaCheck.h>
-#include <tool/store/TableSchema.h>
 #include <tool/terminal/Progress.h>
 #include <tool/values/Text.h>
 
 #include <db/internal/ReadOnlyOpening.h>
 #include <fdb/tables/FdbSqlVersionTbl.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
 namespace tool
 {
-
-using firaim::RowCursor;
 
 namespace
 {
@@ -28,81 +30,52 @@ namespace
 struct Options
 {
     std::string path;
+    bool isQuick = false;
     bool isJson = false;
 };
 
-constexpr FindingKind kIntegrity = {
-    "integrity", "the file itself is damaged: keep it, restore a backup, or save what can be read with 'firaim export'",
-    true};
-constexpr FindingKind kSchema = {"schema",
-                                 "the file was not created by the library, or was changed since: create a new one "
-                                 "and record into it what 'firaim export' reads",
-                                 true};
-constexpr FindingKind kVersion = {"version",
-                                  "an application opens it in compatible mode at most: use the software that wrote "
-                                  "it, or restore a backup",
-                                  true};
-constexpr FindingKind kReference = {"reference",
-                                    "'firaim trim' removes no such fault: the count of the statistic is still right, "
-                                    "and the reference is corrected when the fault occurs again",
-                                    true};
-constexpr FindingKind kRemoved = {"removed",
-                                  "nothing: 'firaim trim' removes the faults of inactive statistics, whose counts "
-                                  "stay right",
-                                  false};
-constexpr FindingKind kStatistic = {"statistic",
-                                    "there should be one row for each code: the recorder updates only the first, and "
-                                    "FaultDb::update overwrites all of them",
-                                    true};
-constexpr FindingKind kCell = {"cell",
-                               "applications read another value than the file holds: look at the row with 'firaim "
-                               "export --format sql'",
-                               true};
+CheckedFile openFile(Options const& options, Output const& output)
+{
+    Progress progress("copying", output.terminal());
+    return CheckedFile(options.path, options.isQuick ? CheckedFile::ON_FILE : CheckedFile::ON_COPY,
+                       [&](double share) { progress.show(share); });
+}
 
 class Checker
 {
 public:
     Checker(Options const& options, Output& output)
-        : m_path(options.path), m_output(output), m_connection(openForReading(options.path)),
-          m_findings(output, options.isJson),
-          m_schemaCheck(m_connection, [this](std::string const& problem) { m_findings.add(kSchema, problem); })
+        : m_options(options), m_output(output), m_file(openFile(options, output)), m_findings(output, options.isJson)
     {
     }
 
     /// Returns whether there is no problem.
-    bool run()
-    {
-        checkIntegrity();
-        if (checkSchema())
-        {
-            checkVersion();
-            checkStatistics();
-            checkReferences();
-            checkCells();
-        }
-        m_findings.end(m_path);
-        return m_findings.problems() == 0;
-    }
+    bool run();
 
 private:
-    void checkIntegrity();
-    bool checkSchema();
-    void checkVersion();
-    std::vector<std::string> readFormatVersions() const;
-    void checkStatistics();
-    void checkReferences();
-    void checkCells();
-    void checkCells(TableSchema const& schema, firaim::FaultReader& reader);
-    void checkRow(RowCursor const& row, TableSchema const& schema, std::vector<bool> const& isPresent);
+    void checkHeader();
+    void checkMedium();
+    void checkContent(sqlite::Connection const& connection);
+    bool checkSchema(SchemaCheck& check);
+    void checkIntegrity(bool isSchemaOfLibrary);
+    void readAroundDamage();
+    void reportGaps(TableSchema const& schema, std::vector<KeyGap> const& gaps);
+    bool isWhole(TableSchema const& schema) const;
+    void checkVersion(sqlite::Connection const& connection);
+    void checkReferences(sqlite::Connection const& connection);
+    void checkRows(SchemaCheck const& check);
+    sqlite::Connection openWork() const;
+    void addDamage(sqlite::Error const& error);
     /// Runs a part of the check; an error of SQLite about the content of the file is a finding, too.
     template <class Part>
     bool runPart(Part const& part);
 
-    std::string const m_path;
+    Options const& m_options;
     Output& m_output;
-    sqlite::Connection const m_connection;
+    CheckedFile const m_file;
     Findings m_findings;
-    SchemaCheck m_schemaCheck;
+    bool m_isDamaged = false;
+    std::unique_ptr<ReadableRows> m_rows; ///< of a damaged file
 };
 
 template <class Part>
@@ -115,129 +88,252 @@ bool Checker::runPart(Part const& part)
     }
     catch (sqlite::Error const& error)
     {
-        if (error.kind() != SQLITE_CORRUPT && error.code() != SQLITE_ERROR)
-        {
-            throw;
-        }
-        // SQLITE_ERROR: the schema lacks a name in the statement.
-        m_findings.add(error.code() == SQLITE_ERROR ? kSchema : kIntegrity,
-                       readOnlyOpening::problemText(m_path, error));
+        addDamage(error);
         return false;
     }
 }
 
-void Checker::checkIntegrity()
+/// Rethrows an error that is no finding.
+void Checker::addDamage(sqlite::Error const& error)
 {
-    runPart(
-        [&]
+    std::string const text = m_options.path + ": " + error.what();
+    switch (error.kind())
+    {
+    case SQLITE_ERROR: // The schema lacks a name in the statement.
+        m_findings.add(kSchema, text);
+        return;
+    case SQLITE_CORRUPT:
+        // The same damage ends every part that meets it.
+        if (!m_isDamaged)
         {
-            sqlite::Statement statement = m_connection.prepare("PRAGMA integrity_check(20)");
-            while (statement.step())
-            {
-                std::string const text(statement.text(0));
-                if (text != "ok")
-                {
-                    m_findings.add(kIntegrity, text);
-                }
-            }
-        });
+            m_findings.add(kIntegrity, text);
+        }
+        break;
+    case SQLITE_IOERR:
+        m_findings.add(kMedium, text);
+        break;
+    default:
+        throw error;
+    }
+    m_isDamaged = true;
+}
+
+bool Checker::run()
+{
+    if (!m_file.copyProblem().empty())
+    {
+        printMessage(m_options.path + ": there is no room for a copy (" + m_file.copyProblem() +
+                     "): the file itself is checked, and a writer waits while one table is checked; TMPDIR names "
+                     "another folder");
+    }
+    checkHeader();
+    checkMedium();
+    std::optional<sqlite::Connection> connection;
+    if (!m_file.isFirstPageLost() && runPart([&] { connection = openWork(); }))
+    {
+        checkContent(*connection);
+    }
+    m_findings.end(m_options.path);
+    return m_findings.problems() == 0;
+}
+
+sqlite::Connection Checker::openWork() const
+{
+    return readOnlyOpening::open(m_file.workPath(), {lockWait::kBusyTimeout, interrupt::isPending});
+}
+
+void Checker::checkHeader()
+{
+    PageCounts const& pages = m_file.pages();
+    if (m_file.isFirstPageLost())
+    {
+        m_findings.add(kPages, "page 1 is damaged, which tells where the tables begin; other pages hold faults");
+    }
+    else if (pages.isCut())
+    {
+        bool const isPartLeft = m_file.pages().size % pages.pageSize != 0;
+        m_findings.add(kPages, "the file should have " + counted(pages.expected, "page") + " of " +
+                                   grouped(pages.pageSize) + " bytes and has " + grouped(pages.whole) +
+                                   (isPartLeft ? " and a part of one" : ""));
+        m_isDamaged = true;
+    }
+    if (pages.isInWalMode && !pages.hasLog)
+    {
+        m_findings.add(kLog, "the file is in write-ahead-log mode, and no log is beside it");
+    }
+}
+
+void Checker::checkMedium()
+{
+    for (std::uint64_t const page : m_file.unreadable())
+    {
+        m_findings.add(kMedium, "page " + std::to_string(page) + " cannot be read from the medium");
+        m_isDamaged = true;
+    }
+    if (m_file.openProblem() && m_file.openProblem()->kind() == SQLITE_IOERR && m_file.unreadable().empty())
+    {
+        addDamage(*m_file.openProblem());
+    }
+}
+
+void Checker::checkContent(sqlite::Connection const& connection)
+{
+    std::size_t problems = 0;
+    SchemaCheck check(connection,
+                      [&](std::string const& problem)
+                      {
+                          ++problems;
+                          m_findings.add(kSchema, problem);
+                      });
+    bool const isReadable = checkSchema(check);
+    runPart([&] { checkIntegrity(problems == 0); });
+    if (m_isDamaged)
+    {
+        readAroundDamage();
+    }
+    if (!isReadable)
+    {
+        return;
+    }
+    std::optional<sqlite::Connection> rows;
+    if (m_rows)
+    {
+        rows.emplace(m_rows->path(), sqlite::Connection::READ_ONLY);
+    }
+    sqlite::Connection const& readable = rows ? *rows : connection;
+    runPart([&] { checkVersion(readable); });
+    if (!m_options.isQuick)
+    {
+        runPart([&] { findSharedCodes(readable, [&](std::string const& text) { m_findings.add(kStatistic, text); }); });
+        runPart([&] { checkReferences(readable); });
+        checkRows(check);
+    }
 }
 
 /// Returns whether there are tables that can be read.
-bool Checker::checkSchema()
+bool Checker::checkSchema(SchemaCheck& check)
 {
     bool isReadable = true;
     for (TableSchema const* const schema : allSchemas())
     {
         bool isTableReadable = false;
-        runPart([&] { isTableReadable = m_schemaCheck.checkTable(*schema); });
+        runPart([&] { isTableReadable = check.checkTable(*schema); });
         isReadable = isReadable && isTableReadable;
     }
-    runPart([&] { m_schemaCheck.checkExtras(); });
+    runPart([&] { check.checkExtras(); });
     return isReadable;
 }
 
-/// The format versions in the file, of which there should be one.
-std::vector<std::string> Checker::readFormatVersions() const
+void Checker::checkIntegrity(bool isSchemaOfLibrary)
 {
-    sqlite::Statement statement =
-        m_connection.prepare("SELECT Version FROM " + versionSchema().name + " WHERE Component LIKE 'FormatVersion'");
-    std::vector<std::string> versions;
-    while (statement.step())
+    Progress progress("checking pages", m_output.terminal());
+    std::size_t ticks = 0;
+    sqlite::Connection const connection = openWork();
+    IntegrityCheck check(
+        connection,
+        [&](std::string const& problem)
+        {
+            m_findings.add(kIntegrity, problem);
+            m_isDamaged = true;
+        },
+        [&] { progress.show(std::string(1 + ticks++ / 100 % 3, '.')); });
+    check.run({m_options.isQuick, !m_file.isCopy(), !isSchemaOfLibrary}, m_file.pages().size);
+}
+
+/// Reads the tables around the damage, and reports which rows are missing.
+void Checker::readAroundDamage()
+{
+    try
     {
-        versions.emplace_back(statement.text(0));
+        if (!m_options.isQuick)
+        {
+            m_rows = std::make_unique<ReadableRows>(m_file.workPath());
+        }
     }
-    return versions;
-}
-
-void Checker::checkVersion()
-{
-    runPart(
-        [&]
+    catch (Problem const&)
+    {
+        // Without room, the pages still tell which keys are lost.
+    }
+    for (TableSchema const* const schema : allSchemas())
+    {
+        try
         {
-            std::vector<std::string> const versions = readFormatVersions();
-            for (std::string const& version : versions)
+            if (m_rows)
             {
-                if (version != FdbSqlVersionTbl::kFormatVersion)
-                {
-                    m_findings.add(kVersion, "format version is '" + version + "' instead of '" +
-                                                 FdbSqlVersionTbl::kFormatVersion + "'");
-                }
+                m_rows->add(*schema);
             }
-            if (versions.size() != 1)
-            {
-                m_findings.add(kVersion, versionSchema().name + " has " + counted(versions.size(), "row") +
-                                             " of FormatVersion instead of 1 row");
-            }
-        });
-}
-
-void Checker::checkStatistics()
-{
-    runPart(
-        [&]
+            reportGaps(*schema, m_rows ? m_rows->gapsOf(*schema) : findGapsOf(m_file.workPath(), *schema));
+        }
+        catch (Problem const&)
         {
-            sqlite::Statement statement =
-                m_connection.prepare("SELECT FaultCode, count(*) FROM " + statisticSchema().name +
-                                     " GROUP BY "
-                                     "FaultCode HAVING count(*) > 1");
-            while (statement.step())
-            {
-                m_findings.add(kStatistic, "FaultCode " + std::string(statement.text(0)) + " has " +
-                                               std::string(statement.text(1)) + " rows in " + statisticSchema().name);
-            }
-        });
+            m_rows.reset(); // The check of the schema has reported that the table is missing.
+        }
+    }
+    if (m_rows && m_rows->isSequenceLost())
+    {
+        m_findings.add(kLost, "the largest keys used so far, in sqlite_sequence, cannot be read");
+    }
 }
 
-/// A missing fault is normal if its key was used once and no active statistic refers to it: `trim` may have removed it.
-void Checker::checkReferences()
+void Checker::reportGaps(TableSchema const& schema, std::vector<KeyGap> const& gaps)
 {
-    runPart(
-        [&]
-        {
-            sqlite::Statement statement = m_connection.prepare(
-                "SELECT s.EntryId, s.FaultCode, s.FaultEntryId, s.FaultActive IS NOT 'active' AND s.FaultEntryId "
-                "BETWEEN 1 AND (SELECT seq FROM sqlite_sequence WHERE name = ?1) FROM " +
-                statisticSchema().name + " s WHERE s.FaultEntryId <> 0 AND NOT EXISTS (SELECT 1 FROM " +
-                faultSchema().name + " f WHERE f.EntryId = s.FaultEntryId)");
-            statement.bind(1, faultSchema().name);
-            while (statement.step())
-            {
-                m_findings.add(statement.integer(3) != 0 ? kRemoved : kReference,
-                               statisticSchema().name + " row " + std::string(statement.text(0)) + " (FaultCode " +
-                                   std::string(statement.text(1)) + ") refers to fault " +
-                                   std::string(statement.text(2)) + ", which is missing");
-            }
-        });
+    for (KeyGap const& gap : gaps)
+    {
+        m_findings.add(gap.isMedium ? kMedium : kLost, gapText(schema, gap));
+    }
+    if (gaps.empty())
+    {
+        m_findings.add(kWhole, schema.name + " can be read whole" +
+                                   (m_rows ? ": " + counted(m_rows->countOf(schema), "row") : ""));
+    }
 }
 
-void Checker::checkCells()
+bool Checker::isWhole(TableSchema const& schema) const
+{
+    return !m_rows || m_rows->gapsOf(schema).empty();
+}
+
+void Checker::checkVersion(sqlite::Connection const& connection)
+{
+    std::vector<std::string> const versions = readFormatVersions(connection);
+    for (std::string const& version : versions)
+    {
+        if (version != FdbSqlVersionTbl::kFormatVersion)
+        {
+            m_findings.add(kVersion,
+                           "format version is '" + version + "' instead of '" + FdbSqlVersionTbl::kFormatVersion + "'");
+        }
+    }
+    if (versions.size() != 1 && isWhole(versionSchema()))
+    {
+        m_findings.add(kVersion, versionSchema().name + " has " + counted(versions.size(), "row") +
+                                     " of FormatVersion instead of 1 row");
+    }
+}
+
+void Checker::checkReferences(sqlite::Connection const& connection)
+{
+    std::vector<KeyGap> const gaps = m_rows ? m_rows->gapsOf(faultSchema()) : std::vector<KeyGap>();
+    findMissingReferences(connection,
+                          [&](MissingReference const& reference)
+                          {
+                              bool const isLost =
+                                  std::any_of(gaps.begin(), gaps.end(),
+                                              [&](KeyGap const& gap) { return gap.keys.has(reference.fault); });
+                              if (!isLost)
+                              {
+                                  m_findings.add(reference.isExplained ? kRemoved : kReference, reference.text);
+                              }
+                          });
+}
+
+void Checker::checkRows(SchemaCheck const& check)
 {
     firaim::FaultReader reader;
     firaim::ReaderOptions options;
     options.isCancelled = interrupt::isPending;
     options.isAnyVersionRead = true;
-    int const result = reader.open(m_path, options);
+    int const result = m_rows ? firaim::HISTORY_OK : reader.open(m_file.workPath(), options);
     if (result == firaim::HISTORY_FOREIGN_FILE)
     {
         return; // For a virtual table, which the check of the schema has reported.
@@ -246,48 +342,15 @@ void Checker::checkCells()
     {
         throwFailure(result, reader.lastProblem());
     }
+    RowsCheck rows(m_options.path, m_rows ? m_rows->gapsOf(faultSchema()) : std::vector<KeyGap>(), m_findings,
+                   m_output);
     for (TableSchema const* const schema : allSchemas())
     {
-        checkCells(*schema, reader);
+        std::vector<bool> isPresent;
+        runPart([&] { isPresent = check.presentColumns(*schema); });
+        rows.check(*schema, isPresent, m_rows ? m_rows->reader() : reader);
     }
-}
-
-void Checker::checkCells(TableSchema const& schema, firaim::FaultReader& reader)
-{
-    Progress progress("checking " + schema.name, m_output.terminal());
-    std::vector<bool> const isPresent = m_schemaCheck.presentColumns(schema);
-    RowCursor row = reader.rows(schema.table);
-    int result = row.next();
-    for (; result == firaim::HISTORY_OK; result = row.next())
-    {
-        checkRow(row, schema, isPresent);
-        m_output.flushIfLarge();
-        if (progress.isVisible())
-        {
-            progress.show(row.progress());
-        }
-    }
-    if (result == firaim::HISTORY_DAMAGED)
-    {
-        m_findings.add(kIntegrity, reader.lastProblem());
-    }
-    else if (result < 0)
-    {
-        throwFailure(result, reader.lastProblem());
-    }
-}
-
-void Checker::checkRow(RowCursor const& row, TableSchema const& schema, std::vector<bool> const& isPresent)
-{
-    for (std::size_t column = 0; column < schema.columns.size(); ++column)
-    {
-        std::string const problem = isPresent[column] ? cellProblem(row, column, schema.columns[column]) : "";
-        if (!problem.empty())
-        {
-            m_findings.add(kCell, schema.name + " row " + std::to_string(row.key()) + ": " +
-                                      schema.columns[column].name + " " + problem);
-        }
-    }
+    rows.compareStatistics(isWhole(statisticSchema()));
 }
 
 int check(Options const& options, Output& output)
@@ -299,9 +362,13 @@ int check(Options const& options, Output& output)
 
 void addCheck(CommandLine& line, Request& request)
 {
-    Command command = line.add("check", "Check a file and say what to do; changes nothing", "  firaim check faults.db");
+    Command command = line.add("check", "Check a file and say what to do; changes nothing",
+                               "  firaim check faults.db\n"
+                               "  firaim check faults.db --quick");
     auto const options = std::make_shared<Options>();
     addFile(command, options->path);
+    command.flag("--quick", options->isQuick,
+                 "Check only the pages, the tables' columns and the format version, without a copy of the file");
     addJson(command, options->isJson);
     runWith(command, request, options, check);
 }

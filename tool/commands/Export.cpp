@@ -5,6 +5,7 @@
 #include <tool/formats/TableWriter.h>
 #include <tool/store/FaultFile.h>
 #include <tool/store/FaultFilter.h>
+#include <tool/store/FaultReading.h>
 #include <tool/terminal/Progress.h>
 
 #include <memory>
@@ -26,7 +27,7 @@ struct Options
     TimeStyle style;
 };
 
-std::unique_ptr<TableWriter> writerFor(Options const& options, Output& output)
+std::unique_ptr<TableWriter> writerFor(Options const& options, FaultFile& file, Output& output)
 {
     if (options.format == "csv")
     {
@@ -40,7 +41,7 @@ std::unique_ptr<TableWriter> writerFor(Options const& options, Output& output)
     {
         return makeJsonWriter(output, options.style);
     }
-    return makeSqlWriter(output, options.path);
+    return makeSqlWriter(output, file);
 }
 
 /// The tables to export. A format that holds one table gets the faults by default.
@@ -70,8 +71,8 @@ class Exporter
 {
 public:
     Exporter(Options const& options, Output& output)
-        : m_file(options.path), m_filter(options.filter, options.style, m_file), m_output(output),
-          m_progress("exporting", output.terminal()), m_writer(writerFor(options, output))
+        : m_file(options.path, FaultFile::AroundDamage()), m_filter(options.filter, options.style, m_file),
+          m_output(output), m_progress("exporting", output.terminal()), m_writer(writerFor(options, m_file, output))
     {
     }
 
@@ -97,6 +98,7 @@ public:
 
     bool isAnyWritten() const { return m_isAnyWritten; }
     FaultFilter const& filter() const { return m_filter; }
+    FaultFile const& file() const { return m_file; }
 
 private:
     void writeRows(TableSchema const& schema)
@@ -106,10 +108,10 @@ private:
         {
             range.first = *m_filter.query().afterKey + 1;
         }
-        RowCursor cursor = m_file.reader().rows(schema.table, firaim::FaultQuery::OLDEST_FIRST, range);
-        while (m_file.isFound(cursor.next()))
+        RowReading rows(m_file, schema, range);
+        while (rows.next())
         {
-            write(cursor, schema);
+            write(rows.row(), schema);
         }
     }
 
@@ -117,11 +119,11 @@ private:
     {
         firaim::FaultQuery query = m_filter.query();
         query.order = firaim::FaultQuery::OLDEST_FIRST;
-        firaim::FaultCursor cursor = m_file.reader().faults(query);
+        FaultReading faults(m_file, query);
         Fault fault;
-        while (m_file.isFound(cursor.next(fault)))
+        while (faults.next(fault))
         {
-            write(cursor.row(), faultSchema());
+            write(faults.row(), faultSchema());
         }
     }
 
@@ -153,7 +155,7 @@ int exportRows(Options const& options, Output& output)
     {
         exporter.filter().reportNoMatch();
     }
-    return STATUS_DONE;
+    return exporter.file().reportDamage();
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <tool/formats/StatusCell.h>
 #include <tool/store/FaultFile.h>
 #include <tool/store/FaultFilter.h>
+#include <tool/store/FaultReading.h>
 #include <tool/values/Codes.h>
 
 namespace tool
@@ -38,11 +39,11 @@ TextTable::Row cellsOf(Fault const& fault, TimeStyle const& style)
 
 int list(Options const& options, Output& output)
 {
-    FaultFile file(options.path);
+    FaultFile file(options.path, FaultFile::AroundDamage());
     FaultFilter const filter(options.filter, options.style, file);
     firaim::FaultQuery query = filter.query();
     query.limit = options.last;
-    firaim::FaultCursor cursor = file.reader().faults(query);
+    FaultReading faults(file, query);
     Listing listing(output, options.isJson,
                     {{"ID", true},
                      {"TIME"},
@@ -54,10 +55,10 @@ int list(Options const& options, Output& output)
                      {"DESCRIPTION", false, true, 4}});
     Fault fault;
     bool isAnyListed = false;
-    while (file.isFound(cursor.next(fault)))
+    while (faults.next(fault))
     {
         listing.add([&] { return cellsOf(fault, options.style); },
-                    [&] { return jsonRow(cursor.row(), faultSchema(), options.style); });
+                    [&] { return jsonRow(faults.row(), faultSchema(), options.style); });
         isAnyListed = true;
         output.flushIfLarge();
     }
@@ -66,7 +67,7 @@ int list(Options const& options, Output& output)
     {
         filter.reportNoMatch();
     }
-    return STATUS_DONE;
+    return file.reportDamage();
 }
 
 } // namespace

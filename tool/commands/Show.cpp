@@ -4,7 +4,7 @@
 #include <tool/commands/Commands.h>
 #include <tool/formats/Json.h>
 #include <tool/formats/StatusCell.h>
-#include <tool/store/FaultFile.h>
+#include <tool/store/FaultReading.h>
 #include <tool/terminal/TextTable.h>
 #include <tool/values/Codes.h>
 
@@ -65,16 +65,17 @@ void print(Fault const& fault, Options const& options, Output& output)
 
 int show(Options const& options, Output& output)
 {
-    FaultFile file(options.path);
-    firaim::FaultCursor cursor = file.reader().faults(queryOf(options.key));
+    FaultFile file(options.path, FaultFile::AroundDamage());
+    FaultReading faults(file, queryOf(options.key));
     Fault fault;
-    if (!file.isFound(cursor.next(fault)))
+    if (!faults.next(fault))
     {
+        static_cast<void>(file.reportDamage());
         throw Problem(STATUS_NO, options.path + ": there is no fault with the key " + std::to_string(options.key));
     }
     if (options.isJson)
     {
-        printJson(jsonRow(cursor.row(), faultSchema(), options.style), output);
+        printJson(jsonRow(faults.row(), faultSchema(), options.style), output);
     }
     else
     {

@@ -112,7 +112,7 @@ void print(std::vector<StatisticRow> const& rows, Options const& options, Output
 
 int stats(Options const& options, Output& output)
 {
-    FaultFile file(options.path);
+    FaultFile file(options.path, FaultFile::AroundDamage());
     std::vector<StatisticRow> rows = readStatistics(file, options.style);
     if (options.isActiveOnly)
     {
@@ -128,7 +128,7 @@ int stats(Options const& options, Output& output)
         std::reverse(rows.begin(), rows.end());
     }
     print(rows, options, output);
-    return STATUS_DONE;
+    return file.reportDamage();
 }
 
 } // namespace

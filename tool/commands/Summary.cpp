@@ -4,7 +4,7 @@
 #include <tool/commands/Commands.h>
 #include <tool/formats/Json.h>
 #include <tool/formats/Statistics.h>
-#include <tool/store/FaultFile.h>
+#include <tool/store/FaultReading.h>
 #include <tool/terminal/Progress.h>
 #include <tool/terminal/SafeText.h>
 #include <tool/terminal/TextTable.h>
@@ -68,9 +68,9 @@ FaultTotals scan(FaultFile& file, TimeStyle const& style, Progress& progress)
     FaultTotals faults;
     firaim::FaultQuery query;
     query.order = firaim::FaultQuery::OLDEST_FIRST;
-    firaim::FaultCursor cursor = file.reader().faults(query);
+    FaultReading reading(file, query);
     Fault fault;
-    while (file.isFound(cursor.next(fault)))
+    while (reading.next(fault))
     {
         ++faults.count;
         faults.active += fault.Status == FAULT_ACTIVE ? 1 : 0;
@@ -79,7 +79,7 @@ FaultTotals scan(FaultFile& file, TimeStyle const& style, Progress& progress)
         time ? faults.timeline.add(*time) : static_cast<void>(++faults.withoutTime);
         if (progress.isVisible())
         {
-            progress.show(cursor.progress());
+            progress.show(reading.progress());
         }
     }
     return faults;
@@ -291,7 +291,7 @@ Json jsonSummary(FaultFile& file, Options const& options)
 
 int summarize(Options const& options, Output& output)
 {
-    FaultFile file(options.path);
+    FaultFile file(options.path, FaultFile::AroundDamage());
     if (options.isJson)
     {
         printJson(jsonSummary(file, options), output);
@@ -300,7 +300,7 @@ int summarize(Options const& options, Output& output)
     {
         print(file, options, output);
     }
-    return STATUS_DONE;
+    return file.reportDamage();
 }
 
 } // namespace

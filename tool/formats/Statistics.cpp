@@ -1,5 +1,7 @@
 #include <tool/formats/Statistics.h>
 
+#include <tool/store/FaultReading.h>
+
 #include <cstring>
 #include <utility>
 
@@ -36,13 +38,18 @@ Json jsonMember(FdbSqlFaultStatisticTbl const& tbl, FdbSqlFaultStatisticTbl::col
 std::vector<StatisticRow> readStatistics(FaultFile& file, TimeStyle const& style)
 {
     std::vector<FaultStatistic> statistics;
-    static_cast<void>(file.isFound(file.reader().statistics(statistics)));
+    int result = file.readerOf(statisticSchema()).statistics(statistics);
+    if (file.readsOnAfter(result, statisticSchema()))
+    {
+        result = file.readerOf(statisticSchema()).statistics(statistics);
+    }
+    static_cast<void>(file.isFound(result));
     std::vector<StatisticRow> rows;
-    firaim::RowCursor row = file.reader().rows(statisticSchema().table);
+    RowReading reading(file, statisticSchema());
     // The cursor has the same order. Rows that other processes add meanwhile come last.
     for (FaultStatistic const& statistic : statistics)
     {
-        Json json = file.isFound(row.next()) ? jsonRow(row, statisticSchema(), style) : jsonStatistic(statistic, style);
+        Json json = reading.next() ? jsonRow(reading.row(), statisticSchema(), style) : jsonStatistic(statistic, style);
         rows.push_back({statistic, std::move(json)});
     }
     return rows;

@@ -90,7 +90,7 @@ private:
 class SqlWriter : public TableWriter
 {
 public:
-    SqlWriter(Output& output, std::string path) : TableWriter(output), m_path(std::move(path)) {}
+    SqlWriter(Output& output, FaultFile& file) : TableWriter(output), m_file(file) {}
 
     void begin() override { m_output.write("BEGIN TRANSACTION;\n"); }
 
@@ -121,20 +121,20 @@ public:
         {
             m_output.writeLine("DELETE FROM sqlite_sequence WHERE name = '" + table + "';");
         }
-        readLastKeys(m_path,
-                     [this](std::string const& table, std::int64_t key)
-                     {
-                         if (m_tables.count(table) == 1)
-                         {
-                             m_output.writeLine("INSERT INTO sqlite_sequence VALUES('" + table + "'," +
-                                                std::to_string(key) + ");");
-                         }
-                     });
+        m_file.readLastKeys(
+            [this](std::string const& table, std::int64_t key)
+            {
+                if (m_tables.count(table) == 1)
+                {
+                    m_output.writeLine("INSERT INTO sqlite_sequence VALUES('" + table + "'," + std::to_string(key) +
+                                       ");");
+                }
+            });
         m_output.write("COMMIT;\n");
     }
 
 private:
-    std::string const m_path;
+    FaultFile& m_file;
     std::string m_line;
     std::set<std::string> m_tables;
 };
@@ -156,9 +156,9 @@ std::unique_ptr<TableWriter> makeJsonWriter(Output& output, TimeStyle const& sty
     return std::make_unique<JsonWriter>(output, style);
 }
 
-std::unique_ptr<TableWriter> makeSqlWriter(Output& output, std::string const& path)
+std::unique_ptr<TableWriter> makeSqlWriter(Output& output, FaultFile& file)
 {
-    return std::make_unique<SqlWriter>(output, path);
+    return std::make_unique<SqlWriter>(output, file);
 }
 
 } // namespace tool

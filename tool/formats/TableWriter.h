@@ -1,5 +1,6 @@
 #pragma once
 
+#include <tool/store/FaultFile.h>
 #include <tool/store/TableSchema.h>
 #include <tool/terminal/Output.h>
 #include <tool/values/Times.h>
@@ -42,7 +43,7 @@ std::unique_ptr<TableWriter> makeJsonLinesWriter(Output& output, TimeStyle const
 std::unique_ptr<TableWriter> makeJsonWriter(Output& output, TimeStyle const& style);
 
 /// Statements that create the same tables with the same rows and keys. The keys of later rows continue as they would in
-/// the file at `path`.
-std::unique_ptr<TableWriter> makeSqlWriter(Output& output, std::string const& path);
+/// `file`, which must outlive the writer.
+std::unique_ptr<TableWriter> makeSqlWriter(Output& output, FaultFile& file);
 
 } // namespace tool

@@ -1,16 +1,12 @@
 #include <tool/store/FaultFile.h>
 
 #include <tool/process/Interrupt.h>
-#include <tool/process/Problem.h>
-#include <tool/store/TableSchema.h>
-#include <tool/terminal/Output.h>
 
 #include <db/internal/ConnectionSettings.h>
 #include <db/internal/Folder.h>
 #include <db/internal/ReadOnlyOpening.h>
 #include <db/internal/SyncAgain.h>
 #include <db/internal/TimeLimits.h>
-#include <fdb/tables/FdbSqlVersionTbl.h>
 
 #include <cerrno>
 #include <system_error>
@@ -28,19 +24,6 @@ namespace
 sqlite::Waiting waiting()
 {
     return {lockWait::kBusyTimeout, interrupt::isPending};
-}
-
-void openReader(firaim::FaultReader& reader, std::string const& path, std::chrono::milliseconds busyTimeout)
-{
-    firaim::ReaderOptions options;
-    options.busyTimeout = busyTimeout;
-    options.isCancelled = interrupt::isPending;
-    options.isAnyVersionRead = true;
-    int const result = reader.open(path, options);
-    if (result < 0)
-    {
-        throwFailure(result, reader.lastProblem());
-    }
 }
 
 /// SQLite says only that it cannot open the file.
@@ -203,30 +186,13 @@ void throwFailure(std::string const& path, sqlite::Error const& error)
     throw Problem(STATUS_BAD_FILE, readOnlyOpening::problemText(path, error));
 }
 
-FaultFile::FaultFile(std::string const& path, std::chrono::milliseconds busyTimeout) : m_path(path)
+int openReader(firaim::FaultReader& reader, std::string const& path, std::chrono::milliseconds busyTimeout)
 {
-    openReader(m_reader, path, busyTimeout);
-    std::string version;
-    if (!isFound(m_reader.formatVersion(version)))
-    {
-        printMessage(path + ": the format version is missing or not the only one; 'firaim check' tells more");
-        return;
-    }
-    m_formatVersion = version;
-    if (version != FdbSqlVersionTbl::kFormatVersion)
-    {
-        printMessage(path + ": format version " + version + " is not " + FdbSqlVersionTbl::kFormatVersion +
-                     "; the file is read as far as the two formats agree");
-    }
-}
-
-bool FaultFile::isFound(int result) const
-{
-    if (result < 0)
-    {
-        throwFailure(result, m_reader.lastProblem());
-    }
-    return result == firaim::HISTORY_OK;
+    firaim::ReaderOptions options;
+    options.busyTimeout = busyTimeout;
+    options.isCancelled = interrupt::isPending;
+    options.isAnyVersionRead = true;
+    return reader.open(path, options);
 }
 
 sqlite::Connection openForReading(std::string const& path)
@@ -239,21 +205,6 @@ sqlite::Connection openForReading(std::string const& path)
     {
         throw Problem(STATUS_BAD_FILE, failure.what());
     }
-}
-
-void readLastKeys(std::string const& path, std::function<void(std::string const& table, std::int64_t key)> const& take)
-{
-    usingSqlite(path,
-                [&]
-                {
-                    sqlite::Connection const connection = openForReading(path);
-                    sqlite::Statement sequence = connection.prepare(
-                        "SELECT name, seq FROM sqlite_sequence WHERE typeof(seq) = 'integer' ORDER BY rowid");
-                    while (sequence.step())
-                    {
-                        take(std::string(sequence.text(0)), sequence.integer(1));
-                    }
-                });
 }
 
 void openRecorder(firaim::FaultRecorder& recorder, std::string const& path, firaim::RecorderOptions options,

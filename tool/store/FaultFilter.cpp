@@ -1,7 +1,6 @@
 #include <tool/store/FaultFilter.h>
 
-#include <tool/process/Problem.h>
-#include <tool/store/TableSchema.h>
+#include <tool/store/FaultReading.h>
 #include <tool/terminal/Output.h>
 #include <tool/values/Codes.h>
 #include <tool/values/Text.h>
@@ -13,18 +12,19 @@ namespace tool
 {
 
 using firaim::FaultQuery;
-using firaim::HistoryTable;
 using firaim::RowCursor;
 
 namespace
 {
 
 /// The code of the first row whose code name is `name`.
-std::optional<unsigned int> codeIn(RowCursor row, std::size_t code, std::size_t codeName, std::string const& name,
-                                   FaultFile const& file)
+std::optional<unsigned int> codeIn(TableSchema const& schema, std::size_t code, std::size_t codeName,
+                                   std::string const& name, FaultFile& file)
 {
-    while (file.isFound(row.next()))
+    RowReading reading(file, schema);
+    while (reading.next())
     {
+        RowCursor const& row = reading.row();
         if (row.type(codeName) == RowCursor::CELL_TEXT && equalIgnoringCase(row.bytes(codeName), name))
         {
             return static_cast<unsigned int>(row.integer(code));
@@ -36,11 +36,9 @@ std::optional<unsigned int> codeIn(RowCursor row, std::size_t code, std::size_t 
 /// The number of a code that only the file knows by name: a device may have its own table.
 std::optional<unsigned int> codeInFile(std::string const& name, FaultFile& file)
 {
-    std::optional<unsigned int> const code = codeIn(file.reader().rows(HistoryTable::STATISTICS), statisticColumn::CODE,
-                                                    statisticColumn::CODE_NAME, name, file);
-    return code ? code
-                : codeIn(file.reader().rows(HistoryTable::FAULTS), faultColumn::CODE, faultColumn::CODE_NAME, name,
-                         file);
+    std::optional<unsigned int> const code =
+        codeIn(statisticSchema(), statisticColumn::CODE, statisticColumn::CODE_NAME, name, file);
+    return code ? code : codeIn(faultSchema(), faultColumn::CODE, faultColumn::CODE_NAME, name, file);
 }
 
 /// The number of a code that this program or the file knows.
@@ -53,7 +51,7 @@ unsigned int requireKnownCode(std::string const& text, FaultFile& file)
 bool isAnyFound(FaultQuery const& query, FaultFile& file)
 {
     Fault fault;
-    return file.isFound(file.reader().faults(query).next(fault));
+    return FaultReading(file, query).next(fault);
 }
 
 } // namespace

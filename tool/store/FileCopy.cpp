@@ -97,7 +97,8 @@ bool isFailureOfCopy(int code)
     }
 }
 
-/// Copies all pages of the database at `path`, open as `from`, to the one open as `to`, which becomes `target`.
+} // namespace
+
 void copyPages(sqlite::Connection const& from, std::string const& path, sqlite::Connection const& to,
                std::string const& target, std::function<void(double share)> const& showShare)
 {
@@ -138,8 +139,6 @@ void copyPages(sqlite::Connection const& from, std::string const& path, sqlite::
         interrupt::pause(kPauseMs);
     }
 }
-
-} // namespace
 
 void copyFile(std::string const& path, std::string const& target, bool isReplacing,
               std::function<void(double share)> const& showShare)

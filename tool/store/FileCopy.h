@@ -1,5 +1,7 @@
 #pragma once
 
+#include <db/internal/Sqlite.h>
+
 #include <functional>
 #include <string>
 
@@ -22,5 +24,10 @@ namespace tool
 /// it, which is renamed at the end, or removed on failure.
 void copyFile(std::string const& path, std::string const& target, bool isReplacing,
               std::function<void(double share)> const& showShare);
+
+/// Copies all pages of the database at `path`, open as `from`, to the empty one open as `to`, which is named `target`
+/// in messages. Pauses, begins again, calls `showShare` and throws as `copyFile` does.
+void copyPages(sqlite::Connection const& from, std::string const& path, sqlite::Connection const& to,
+               std::string const& target, std::function<void(double share)> const& showShare);
 
 } // namespace tool

@@ -2,6 +2,8 @@
 
 #include <fdb/tables/FdbSqlVersionTbl.h>
 
+#include <algorithm>
+
 namespace tool
 {
 
@@ -106,6 +108,13 @@ std::vector<TableSchema const*> const& allSchemas()
 {
     static std::vector<TableSchema const*> const schemas = {&faultSchema(), &statisticSchema(), &versionSchema()};
     return schemas;
+}
+
+std::size_t positionOf(TableSchema const& schema, std::string const& column)
+{
+    auto const found = std::find_if(schema.columns.begin(), schema.columns.end(),
+                                    [&](Column const& candidate) { return candidate.name == column; });
+    return static_cast<std::size_t>(found - schema.columns.begin());
 }
 
 } // namespace tool

@@ -45,6 +45,9 @@ TableSchema const& versionSchema();
 /// The three, in the order in which they are created.
 std::vector<TableSchema const*> const& allSchemas();
 
+/// The position of the column of that name, which must exist.
+std::size_t positionOf(TableSchema const& schema, std::string const& column);
+
 /// Positions of columns in the schemas above.
 namespace faultColumn
 {

@@ -116,19 +116,6 @@ TEST_F(ExportTest, SqlMakesTheSameFileAnew)
     EXPECT_EQ(output({"record", copy, "--code", "FC_BUS_OFF"}), "7\n");
 }
 
-TEST_F(ExportTest, ReadableRowsOfADamagedFileAreWritten)
-{
-    RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 3000) INSERT INTO "
-                     "FdbFaultTbl(Description) SELECT 'some text' FROM n");
-    std::string bytes = readFile(path);
-    std::size_t const middle = bytes.size() / 2 / 4096 * 4096;
-    writeFile(path, bytes.replace(middle, 4096, std::string(4096, '\x55')));
-    Outcome const outcome = runTool({"export", path, "--format", "csv"});
-    EXPECT_EQ(outcome.status, 3);
-    EXPECT_THAT(outcome.errors, HasSubstr("'firaim check' tells what is damaged"));
-    EXPECT_GT(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 1000);
-}
-
 TEST_F(ExportTest, EachTableCanBeChosen)
 {
     EXPECT_THAT(exported({"csv", "--table", "statistics"}), StartsWith("EntryId,FaultCode,FaultCodeName,TimeFirst"));
