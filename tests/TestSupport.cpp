@@ -178,7 +178,9 @@ std::string readFile(std::string const& path)
 {
     std::ifstream file(path, std::ios::binary);
     EXPECT_TRUE(file.is_open()) << path;
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::ostringstream bytes; // Copies in blocks; an iterator would copy byte by byte.
+    bytes << file.rdbuf();
+    return bytes.str();
 }
 
 void writeFile(std::string const& path, std::string const& bytes)
