@@ -29,7 +29,7 @@ DamagedSet overwrittenPages(SoundFile const& sound, std::string const& what, std
                             Content const& content)
 {
     DamagedSet files;
-    for (PageNumber page = 1; page <= sound.pageCount(); ++page)
+    for (PageNumber const page : sound.pagesToDamage())
     {
         auto const make = [&sound, page, content]
         {
@@ -138,9 +138,9 @@ DamagedSet pagesOfOthers(SoundFile const& sound)
 DamagedSet cutFiles(SoundFile const& sound)
 {
     DamagedSet files;
-    for (PageNumber page = 0; page < sound.pageCount(); ++page)
+    for (PageNumber const page : sound.pagesToDamage())
     {
-        files.push_back(cutFile(sound, page * sound.pageSize, numberText(page)));
+        files.push_back(cutFile(sound, (page - 1) * sound.pageSize, numberText(page)));
     }
     for (PageNumber const page : {0U, 1U, 3U, sound.pageCount() / 2})
     {
@@ -184,6 +184,18 @@ DamagedSet undamagedFiles()
         files.push_back(changedFile(*sound, "sound", "nothing is damaged", sound->bytes));
     }
     return files;
+}
+
+DamagedSet smallFiles()
+{
+    SoundFile const& small = SoundFile::small();
+    DamagedSet all = {changedFile(small, "sound", "nothing is damaged", small.bytes)};
+    for (DamagedSet const& files : {pagesOfJunk(small), pagesOfZeros(small), pagesOfOthers(small), cutFiles(small),
+                                    damagedFirstPages(small), smallUnfinishedFiles()})
+    {
+        all.insert(all.end(), files.begin(), files.end());
+    }
+    return all;
 }
 
 DamagedSet damagedSet()

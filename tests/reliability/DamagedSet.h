@@ -35,7 +35,7 @@ DamagedSet pagesOfJunk(SoundFile const& sound);
 DamagedSet pagesOfZeros(SoundFile const& sound);
 DamagedSet pagesOfOthers(SoundFile const& sound); ///< with another page of the file
 
-/// For each page, the file that ends with it; and some files that end within a page.
+/// For each page, the file that ends before it; and some files that end within a page.
 DamagedSet cutFiles(SoundFile const& sound);
 
 /// Files whose first page is damaged in part.
@@ -48,11 +48,15 @@ DamagedSet craftedFiles();
 
 /// Files beside a hot journal, or beside a log with committed rows.
 DamagedSet unfinishedFiles();
+DamagedSet smallUnfinishedFiles();
+
+/// Small files of all these kinds.
+DamagedSet smallFiles();
 
 /// The sound files themselves.
 DamagedSet undamagedFiles();
 
-/// All of the above.
+/// All of the above but the small files.
 DamagedSet damagedSet();
 
 /// Writes the file to `path`, and the files beside it.

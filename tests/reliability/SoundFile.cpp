@@ -135,9 +135,24 @@ std::set<PageNumber> SoundFile::pagesOfTables() const
     return pages;
 }
 
+std::set<PageNumber> SoundFile::pagesToDamage() const
+{
+    constexpr PageNumber kEvery = 8;
+    bool const areAll = this != &threeLevels();
+    std::set<PageNumber> pages;
+    for (PageNumber page = 1; page <= pageCount(); ++page)
+    {
+        if (areAll || page % kEvery == 0 || page < kEvery || faultPages.interior.count(page) != 0)
+        {
+            pages.insert(page);
+        }
+    }
+    return pages;
+}
+
 SoundFile const& SoundFile::plain()
 {
-    static SoundFile const file("plain", recorded(shortEvents(1040, 150, 120)));
+    static SoundFile const file("plain", recorded(shortEvents(480, 450, 200)));
     return file;
 }
 
@@ -150,6 +165,15 @@ SoundFile const& SoundFile::longTexts()
 SoundFile const& SoundFile::threeLevels()
 {
     static SoundFile const file("three-levels", recorded(shortEvents(200, 20, 40), "PRAGMA page_size=512; VACUUM"));
+    return file;
+}
+
+SoundFile const& SoundFile::small()
+{
+    constexpr std::size_t kLong = 900;
+    std::vector<FaultEvent> events = shortEvents(14, 20, 40);
+    events.push_back(eventOf(15, kLong));
+    static SoundFile const file("small", recorded(events, "PRAGMA page_size=512; VACUUM"));
     return file;
 }
 

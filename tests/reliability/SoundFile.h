@@ -17,10 +17,13 @@ struct SoundFile
     static SoundFile const& plain();
     /// About 100 pages of 4 KiB; most rows have overflow pages, and several rows share one long text.
     static SoundFile const& longTexts();
-    /// A tree of three levels, of pages of 512 bytes.
+    /// A tree of three levels, of pages of 512 bytes. Most of its pages are leaves like others, and only a part of
+    /// these is damaged in turn.
     static SoundFile const& threeLevels();
     /// As `plain`, with free pages that still hold the rows that were removed.
     static SoundFile const& withRemovedRows();
+    /// A few pages of 512 bytes, with and without overflow pages: the damage of one byte matters more.
+    static SoundFile const& small();
     /// A file whose newest row has the largest key that there is, far from all others.
     static SoundFile const& withLargestKey();
 
@@ -30,6 +33,9 @@ struct SoundFile
     PageNumber rootOf(std::string const& table) const;
     /// The tables' pages; all others are free.
     std::set<PageNumber> pagesOfTables() const;
+
+    /// The pages to damage, one in each file.
+    std::set<PageNumber> pagesToDamage() const;
 
     std::string name;
     std::string bytes;

@@ -171,6 +171,25 @@ DamagedFile besideForeignLog()
 
 } // namespace
 
+DamagedSet smallUnfinishedFiles()
+{
+    SoundFile const& sound = SoundFile::small();
+    FileBytes const journaled = interrupted(sound);
+    FileBytes const logged = withLog(sound, "UPDATE FdbFaultTbl SET LoggerLifeTime=LoggerLifeTime+1", [](auto&) {});
+    DamagedSet files;
+    for (FileBytes const& bytes : {journaled, logged})
+    {
+        std::string const name = bytes.log.empty() ? "small-journal" : "small-log";
+        files.push_back(unfinished(sound, name, "a small file with changes beside it", bytes));
+        for (PageNumber const page : {1U, 2U, 7U})
+        {
+            files.push_back(unfinished(sound, name + "-" + std::to_string(page), "the same without a page",
+                                       withoutPage(bytes, page)));
+        }
+    }
+    return files;
+}
+
 DamagedSet unfinishedFiles()
 {
     DamagedSet all;
