@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +16,11 @@ constexpr char kNothing[] = "/dev/null";
 char const* orNothing(std::string const& path)
 {
     return path.empty() ? kNothing : path.c_str();
+}
+
+double seconds(timeval const& time)
+{
+    return static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
 }
 
 } // namespace
@@ -62,7 +68,11 @@ bool ChildProcess::isRunning()
 bool ChildProcess::wait()
 {
     int status = 1;
-    require(waitpid(m_pid, &status, 0) == m_pid, m_program.c_str());
+    rusage use = {};
+    require(wait4(m_pid, &status, 0, &use) == m_pid, m_program.c_str());
     m_pid = -1;
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    m_exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    m_processorSeconds = seconds(use.ru_utime) + seconds(use.ru_stime);
+    m_peakMemory = use.ru_maxrss;
+    return m_exitStatus == 0;
 }

@@ -22,7 +22,15 @@ public:
     /// Waits until the program has ended; returns true when it succeeded.
     bool wait();
 
+    // Known once the program has been waited for.
+    int exitStatus() const { return m_exitStatus; } ///< -1 if it ended by a signal
+    double processorSeconds() const { return m_processorSeconds; }
+    long peakMemory() const { return m_peakMemory; } ///< in KiB
+
 private:
     std::string m_program;
     pid_t m_pid = -1; ///< -1 once it has been waited for
+    int m_exitStatus = -1;
+    double m_processorSeconds = 0;
+    long m_peakMemory = 0;
 };
