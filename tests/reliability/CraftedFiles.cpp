@@ -30,6 +30,25 @@ std::string setSchema(std::string const& table, std::string const& change)
     return "UPDATE sqlite_master SET " + change + " WHERE name='" + table + "';";
 }
 
+DamagedFile otherVersion(SoundFile const& sound)
+{
+    DamagedFile file = readableFile(sound, "other-version", "the file is of another version",
+                                    "UPDATE FdbVersionTbl SET Version='2.0.0';");
+    file.hasOtherVersion = true;
+    return file;
+}
+
+/// The rows belong to a table of another program, by what the file says.
+DamagedFile renamedTable(SoundFile const& sound)
+{
+    DamagedFile file = rewrittenFile(
+        sound, "table-renamed", "the faults have another name",
+        setSchema("FdbFaultTbl", "name='Other', tbl_name='Other', sql=replace(sql, 'FdbFaultTbl', 'Other')"));
+    std::set<PageNumber> const pages = sound.faultPages.all();
+    file.lostPages.insert(pages.begin(), pages.end());
+    return file;
+}
+
 DamagedSet lyingSchemas()
 {
     SoundFile const& plain = SoundFile::plain();
@@ -48,22 +67,20 @@ DamagedSet lyingSchemas()
         rewrittenFile(plain, "root-leaf", "a root is one of the leaves",
                       setSchema(fault, "rootpage=" + std::to_string(*std::next(plain.faultPages.leaves.begin(), 9)))),
         rewrittenFile(plain, "root-text", "a root is a text", setSchema(fault, "rootpage='somewhere'")),
-        rewrittenFile(plain, "fewer-columns", "the schema leaves columns out",
-                      setSchema(fault, "sql='CREATE TABLE FdbFaultTbl(EntryId INTEGER PRIMARY KEY, FaultCode)'")),
+        readableFile(plain, "fewer-columns", "the schema leaves columns out",
+                     setSchema(fault, "sql='CREATE TABLE FdbFaultTbl(EntryId INTEGER PRIMARY KEY, FaultCode)'")),
         readableFile(plain, "more-columns", "the schema has a column more",
                      setSchema(fault, "sql=replace(sql, ')', ', Extra TEXT)')")),
-        rewrittenFile(plain, "columns-moved", "the schema swaps two columns",
-                      setSchema(fault, "sql=replace(replace(replace(sql, 'ModuleName', 'x'), 'Parameter', "
-                                       "'ModuleName'), '\"x\"', '\"Parameter\"')")),
+        readableFile(plain, "columns-moved", "the schema swaps two columns",
+                     setSchema(fault, "sql=replace(replace(replace(sql, 'ModuleName', 'x'), 'Parameter', "
+                                      "'ModuleName'), '\"x\"', '\"Parameter\"')")),
         rewrittenFile(plain, "no-table", "the schema lacks the faults",
                       "DELETE FROM sqlite_master WHERE name='FdbFaultTbl';"),
-        rewrittenFile(plain, "table-renamed", "the faults have another name",
-                      setSchema(fault, "name='Other', tbl_name='Other', sql=replace(sql, 'FdbFaultTbl', 'Other')")),
+        renamedTable(plain),
         rewrittenFile(plain, "view", "the faults are a view",
                       setSchema(fault, "type='view', rootpage=0, sql='CREATE VIEW FdbFaultTbl AS SELECT 1'")),
-        rewrittenFile(plain, "no-sql", "the schema is no SQL", setSchema(fault, "sql='nothing that SQL knows'")),
-        readableFile(plain, "other-version", "the file is of another version",
-                     "UPDATE FdbVersionTbl SET Version='2.0.0';"),
+        readableFile(plain, "no-sql", "the schema is no SQL", setSchema(fault, "sql='nothing that SQL knows'")),
+        otherVersion(plain),
     };
 }
 

@@ -44,6 +44,14 @@ public:
         return changedFile(m_sound, what, damage, m_bytes);
     }
 
+    /// As `named`, for a change after which all rows can still be read.
+    DamagedFile readable(std::string const& what, std::string const& damage) const
+    {
+        DamagedFile file = named(what, damage);
+        file.mayBeComplete = true;
+        return file;
+    }
+
     /// As `named`, where rows of sound pages may be doubtful, too.
     DamagedFile ambiguous(std::string const& what, std::string const& damage) const
     {
@@ -73,8 +81,10 @@ DamagedSet lyingParents()
         Draft(plain).setChild(root, 3, root).named("loop-of-root", "a child of the root is the root"),
         Draft(deep).setChild(middle, 5, deepRoot).named("loop-to-root", "a child of an interior page is the root"),
         Draft(deep).setChild(middle, 5, middle).named("loop-of-interior", "an interior page is a child of its own"),
-        Draft(plain).setChild(root, 5, childOf(plain, root, 6)).named("child-twice", "two children are one page"),
-        Draft(deep).setChild(deepRoot, 0, childOf(deep, middle, 4)).named("child-leaf", "a child is a leaf below it"),
+        Draft(plain).setChild(root, 5, childOf(plain, root, 6)).ambiguous("child-twice", "two children are one page"),
+        Draft(deep)
+            .setChild(deepRoot, 0, childOf(deep, middle, 4))
+            .ambiguous("child-leaf", "a child is a leaf below it"),
         Draft(plain).setChild(root, 3, 0).named("child-0", "a child is page 0"),
         Draft(plain).setChild(root, 3, 1).named("child-1", "a child is the first page"),
         Draft(plain).setChild(root, 3, 5000).named("child-beyond", "a child lies behind the file"),
@@ -113,7 +123,7 @@ DamagedSet lyingCells()
         Draft(plain).set(record, std::string(1, '\0')).named("record-header-0", "a record's header has no length"),
         Draft(plain).set(record + 2, huge).named("type-huge", "a cell of a record has a huge length"),
         Draft(plain).set(record + 3, "\x0a\x0b").named("type-reserved", "cells of a record have reserved types"),
-        Draft(plain).set(header + 1, bigEndian(inPage, 2)).named("free-block", "a free block lies within a cell"),
+        Draft(plain).set(header + 1, bigEndian(inPage, 2)).readable("free-block", "a free block lies within a cell"),
         Draft(plain).set(header, "\x0a").named("leaf-of-index", "a leaf is one of an index"),
         Draft(plain).set(header, "\x05").named("leaf-is-interior", "a leaf says that it is an interior page"),
         Draft(plain).set(header, std::string(1, '\0')).named("leaf-of-no-kind", "a leaf is of no kind"),

@@ -24,8 +24,9 @@ struct DamagedFile
     std::set<PageNumber> lostPages;
     /// Whether nobody can tell some rows of sound pages from rows that do not belong to the file.
     bool isAmbiguous = false;
-    bool mayBeComplete = false;  ///< whether the lost pages have all that they are read for
-    bool hasForeignRows = false; ///< whether rows of another file are as good as those of this one
+    bool mayBeComplete = false;   ///< whether the lost pages have all that they are read for
+    bool hasForeignRows = false;  ///< whether rows of another file are as good as those of this one
+    bool hasOtherVersion = false; ///< whether the format version is not the one that the library writes
 };
 
 using DamagedSet = std::vector<DamagedFile>;
