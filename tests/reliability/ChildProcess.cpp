@@ -66,6 +66,11 @@ ChildProcess::~ChildProcess()
     ::close(m_output);
 }
 
+void ChildProcess::send(std::string const& text)
+{
+    static_cast<void>(write(m_input, text.data(), text.size()) > 0); // The end of its output tells that it has ended.
+}
+
 void ChildProcess::closeInput()
 {
     if (m_input >= 0)
@@ -78,6 +83,13 @@ void ChildProcess::closeInput()
 void ChildProcess::kill()
 {
     ::kill(m_pid, SIGKILL);
+}
+
+bool ChildProcess::hasEnded() const
+{
+    siginfo_t information = {};
+    bool const isKnown = waitid(P_PID, static_cast<id_t>(m_pid), &information, WEXITED | WNOHANG | WNOWAIT) == 0;
+    return isKnown && information.si_pid == m_pid;
 }
 
 int ChildProcess::wait()

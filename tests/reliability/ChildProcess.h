@@ -20,9 +20,14 @@ public:
     std::optional<std::string> readLine();
     std::optional<std::string> readLine(long long timeoutUs);
 
+    pid_t pid() const { return m_pid; }
+    /// Writes to the program's standard input; ignores a program that has ended, if the caller ignores SIGPIPE.
+    void send(std::string const& text);
     /// Closes the program's standard input.
     void closeInput();
     void kill();
+    /// Whether the program has ended; `wait` is still to be called.
+    bool hasEnded() const;
     /// Waits until the program has ended and returns the status from waitpid.
     int wait();
 

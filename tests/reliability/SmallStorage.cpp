@@ -51,10 +51,11 @@ void liftFileSize()
     limitFileSize(limit.rlim_max);
 }
 
-int mountSmall(char const* path)
+int mountSmall(char const* path, unsigned int kib)
 {
+    std::string const options = "size=" + std::to_string(kib) + "k";
     bool const isMounted = enterPrivateMounts() && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                           mount("small", path, "tmpfs", 0, "size=320k") == 0;
+                           mount("small", path, "tmpfs", 0, options.c_str()) == 0;
     return isMounted ? 0 : errno;
 }
 

@@ -37,8 +37,10 @@ int runInChild(Body body)
 void limitFileSize(rlim_t bytes);
 void liftFileSize();
 
-/// Mounts a file system of 320 KiB at `path`, for this process only. Returns 0 or an errno.
-int mountSmall(char const* path);
+constexpr unsigned int kSmallKib = 320; ///< size of a small file system, unless another one is given
+
+/// Mounts a file system at `path`, for this process and those that it starts only. Returns 0 or an errno.
+int mountSmall(char const* path, unsigned int kib = kSmallKib);
 
 /// Runs `body` in a child process with a file system of 320 KiB at `path`. Must be the last step of a test: skips the
 /// test where mounting is not allowed.
