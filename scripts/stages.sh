@@ -4,7 +4,7 @@
 logs=build/logs
 # shellcheck disable=SC2034 # Used by the scripts that source this.
 jobs=$(nproc)
-harnesses='power cuts|recorder power cuts|recorder faults|setting aside|killed|many processes|storage faults|memory faults|full disk|random operations|damaged files|damaged set|threads'
+harnesses='power cuts|recorder power cuts|recorder faults|setting aside|killed|many processes|storage faults|memory faults|full disk|random operations|damaged files|damaged set|threads|soak'
 # All presets but clang use g++, whatever the caller's environment says.
 export CXX=g++
 # Keep the tests' files in memory: durability is tested on a disk model and needs no real synchronisation.
