@@ -23,7 +23,7 @@ constexpr std::size_t kTold = 60; ///< lines of a diagnosis
 
 Conductor::Conductor(std::uint64_t seed, Sabotage sabotage, bool canPull, bool isVerbose)
     : m_seed(seed), m_sabotage(sabotage), m_isVerbose(isVerbose), m_plan(seed, m_stage.isSmall(), canPull),
-      m_ledger(seed, m_timeline), m_watch(seed, m_stage.path(), m_ledger, m_trace),
+      m_ledger(seed, m_timeline), m_watch(m_stage.path(), m_ledger, m_trace),
       m_reader(seed, m_stage.path(), m_timeline, m_trace)
 {
     for (unsigned int worker = 0; worker < kWorkers; ++worker)

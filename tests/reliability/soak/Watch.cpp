@@ -35,8 +35,8 @@ bool contains(std::string const& text, char const* part)
 
 } // namespace
 
-Watch::Watch(std::uint64_t seed, std::string path, Ledger const& ledger, Trace& trace)
-    : m_seed(seed), m_path(std::move(path)), m_ledger(ledger), m_trace(trace)
+Watch::Watch(std::string path, Ledger const& ledger, Trace& trace)
+    : m_path(std::move(path)), m_ledger(ledger), m_trace(trace)
 {
 }
 

@@ -18,7 +18,7 @@ namespace soak
 class Watch
 {
 public:
-    Watch(std::uint64_t seed, std::string path, Ledger const& ledger, Trace& trace);
+    Watch(std::string path, Ledger const& ledger, Trace& trace);
 
     void start();
     void kill();
@@ -36,7 +36,6 @@ private:
     void takeRow(std::string const& line);
     void takeMessage(std::string const& line);
 
-    std::uint64_t const m_seed;
     std::string const m_path;
     Ledger const& m_ledger;
     Trace& m_trace;
