@@ -266,28 +266,40 @@ void requireVersion(std::string const& path, sqlite::Connection const& connectio
 }
 
 /// Reads the header of the file first, so that the wait for other connections is over when the settings read the file.
-void checkHeader(std::string const& path, sqlite::Connection const& connection)
+/// Returns false if the file is no database and holds no faults either.
+bool readHeader(sqlite::Connection const& connection)
 {
     try
     {
         static_cast<void>(connection.number("PRAGMA schema_version"));
+        return true;
     }
     catch (sqlite::Error const& error)
     {
         if (error.code() == SQLITE_IOERR_DELETE)
         {
-            return; // The settings can roll back a journal that this process must not delete.
+            return true; // The settings can roll back a journal that this process must not delete.
         }
         if (error.kind() != SQLITE_NOTADB)
         {
             throw;
         }
         PageFile const file(connection);
-        if (!hasDatabaseHeader(file) && !holdsFaults(file))
+        if (hasDatabaseHeader(file) || holdsFaults(file))
         {
-            throw Failure(HISTORY_FOREIGN_FILE, Failure(path, error).text());
+            throw;
         }
-        throw;
+        return false;
+    }
+}
+
+void checkHeader(std::string const& path, sqlite::Connection const& connection)
+{
+    // The pages are looked at without a lock. Another process may be setting a damaged file aside, and the second try
+    // waits until it has replaced the content.
+    if (!readHeader(connection) && !readHeader(connection))
+    {
+        throw Failure(HISTORY_FOREIGN_FILE, Failure(path, sqlite::Error(nullptr, SQLITE_NOTADB)).text());
     }
 }
 
