@@ -46,9 +46,9 @@ bool isFilled(std::string const& path)
     return !error && size > 0;
 }
 
-std::string successText(bool wasHot, RawCopy const& raw)
+std::string successText(bool wasHot, SnapshotCopy const& snapshot)
 {
-    if (raw.hasLog())
+    if (snapshot.hasLog)
     {
         return "SQLite opens the copy and has taken its write-ahead log into it";
     }
@@ -57,18 +57,18 @@ std::string successText(bool wasHot, RawCopy const& raw)
 
 } // namespace
 
-Opening openCopy(std::string const& path, RawCopy const& raw)
+Opening openCopy(std::string const& path, SnapshotCopy const& snapshot)
 {
     if (!isFilled(path))
     {
         // SQLite would remove the log of an empty file.
-        return {"the file is empty", raw.hasLog()};
+        return {"the file is empty", snapshot.hasLog};
     }
-    bool const wasHot = raw.hasJournal() && readOnlyOpening::holdsTransaction(path + "-journal");
-    bool const mayChange = wasHot || raw.hasLog();
+    bool const wasHot = snapshot.hasJournal && readOnlyOpening::holdsTransaction(path + "-journal");
+    bool const mayChange = wasHot || snapshot.hasLog;
     for (char const* const suffix : {"", "-wal"})
     {
-        if (mayChange && (*suffix == '\0' || raw.hasLog()))
+        if (mayChange && (*suffix == '\0' || snapshot.hasLog))
         {
             copyBytes(path + suffix, path + kKept + suffix);
         }
@@ -77,12 +77,12 @@ Opening openCopy(std::string const& path, RawCopy const& raw)
     {
         finishTransactions(path);
         // A log that the header of the file does not ask for stays as it is, although SQLite reads it.
-        return {successText(wasHot, raw), raw.hasLog() && isFilled(path + "-wal")};
+        return {successText(wasHot, snapshot), snapshot.hasLog && isFilled(path + "-wal")};
     }
     catch (sqlite::Error const& error)
     {
         interrupt::throwIfPending();
-        Opening opening = {std::string("SQLite cannot open the copy (") + error.what() + ")", raw.hasLog()};
+        Opening opening = {std::string("SQLite cannot open the copy (") + error.what() + ")", snapshot.hasLog};
         bool const isRolledBack = wasHot && !readOnlyOpening::holdsTransaction(path + "-journal");
         if (isRolledBack)
         {
@@ -93,7 +93,7 @@ Opening openCopy(std::string const& path, RawCopy const& raw)
             copyBytes(path + kKept, path);
             opening.report += "; its bytes are read as they are";
         }
-        if (raw.hasLog())
+        if (snapshot.hasLog)
         {
             copyBytes(path + kKept + std::string("-wal"), path + "-wal");
             opening.report += ", under the committed frames of its log";

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tool/rescue/RawCopy.h>
+#include <tool/store/SnapshotCopy.h>
 
 #include <string>
 
@@ -16,8 +16,8 @@ struct Opening
 };
 
 /// Lets SQLite roll back the journal of the copy at `path`, or take its log into it. If SQLite cannot, the bytes of the
-/// file and its log are as in the raw copy, unless a journal was rolled back before SQLite gave up. Throws a Problem,
-/// and interrupt::Interrupted.
-Opening openCopy(std::string const& path, RawCopy const& raw);
+/// file and its log are as they were, unless a journal was rolled back before SQLite gave up. Throws a Problem, and
+/// interrupt::Interrupted.
+Opening openCopy(std::string const& path, SnapshotCopy const& snapshot);
 
 } // namespace tool

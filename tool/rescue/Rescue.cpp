@@ -7,9 +7,9 @@
 #include <tool/rescue/RescuedFile.h>
 #include <tool/rescue/RowCheck.h>
 #include <tool/rescue/StatisticRescue.h>
-#include <tool/rescue/WorkingFolder.h>
 #include <tool/store/FaultFile.h>
-#include <tool/store/FileName.h>
+#include <tool/store/SnapshotCopy.h>
+#include <tool/store/WorkingFolder.h>
 #include <tool/values/Text.h>
 
 #include <fdb/tables/FdbSqlVersionTbl.h>
@@ -25,6 +25,8 @@ namespace tool
 
 namespace
 {
+
+constexpr char kNewFile[] = "new.db"; ///< in the working folder
 
 /// The pages of the copy, and of its log where SQLite has not taken that into the copy.
 class CopyPages
@@ -238,32 +240,38 @@ void Filler::reportRows()
         {"rows", counted(m_report.recovered, "fault") + " recovered, " + grouped(m_report.doubtful) + " doubtful"});
 }
 
-void reportCopy(RawCopy const& raw, RescueReport& report)
+void reportCopy(SnapshotCopy const& snapshot, RescueReport& report)
 {
-    std::string text =
-        std::string("copied the file") + (raw.hasJournal() ? ", its journal" : "") + (raw.hasLog() ? ", its log" : "");
-    if (!raw.isConsistent())
+    std::string text = std::string("copied the file") + (snapshot.hasJournal ? ", its journal" : "") +
+                       (snapshot.hasLog ? ", its log" : "");
+    for (UnreadableBytes const& bytes : snapshot.unreadable)
     {
-        text += "; another process wrote to it meanwhile, so the copy may mix old and new pages";
-    }
-    for (RawCopy::Gap const& gap : raw.gaps())
-    {
-        text += "; " + gap.path + ": the bytes " + std::to_string(gap.first) + " to " + std::to_string(gap.last) +
-                " cannot be read from the storage";
+        text += "; " + bytes.path + ": the bytes " + std::to_string(bytes.offset) + " to " +
+                std::to_string(bytes.offset + bytes.size - 1) + " cannot be read from the storage";
     }
     report.steps.push_back({"copy", text});
 }
 
-RescueReport::Result resultOf(RescueReport const& report, RawCopy const& raw)
+RescueReport::Result resultOf(RescueReport const& report, SnapshotCopy const& snapshot)
 {
-    bool const isComplete = raw.isConsistent() && raw.gaps().empty() && report.badPages.empty() &&
-                            report.doubtful == 0 && report.differences.empty();
+    bool const isComplete =
+        snapshot.unreadable.empty() && report.badPages.empty() && report.doubtful == 0 && report.differences.empty();
     if (isComplete)
     {
         return RescueReport::COMPLETE;
     }
     bool const hasAnything = report.recovered > 0 || report.doubtful > 0 || report.keptStatistics > 0;
     return hasAnything ? RescueReport::PARTIAL : RescueReport::NOTHING;
+}
+
+/// Gives the file the permissions of the damaged one. It is only a courtesy: a failure does no harm.
+void copyPermissions(std::string const& damaged, std::string const& file)
+{
+    struct stat status = {};
+    if (stat(damaged.c_str(), &status) == 0)
+    {
+        static_cast<void>(chmod(file.c_str(), (status.st_mode & 0777) | S_IRUSR | S_IWUSR));
+    }
 }
 
 } // namespace
@@ -273,9 +281,10 @@ RescueReport rescueFile(RescueRequest const& request, ShowPhase const& show)
     RescueReport report;
     WorkingFolder const folder(request.target);
     std::string const copy = folder.file("copy.db");
-    RawCopy const raw(request.damaged, copy, [&](double share) { show("copying", share); });
-    reportCopy(raw, report);
-    Opening const opening = openCopy(copy, raw);
+    SnapshotCopy const snapshot = copySnapshot(request.damaged, copy, UnreadablePolicy::FILL_WITH_ZEROS,
+                                               [&](double share) { show("copying", share); });
+    reportCopy(snapshot, report);
+    Opening const opening = openCopy(copy, snapshot);
     report.steps.push_back({"open", opening.report});
     CopyPages const pages(copy, opening.isLogNeeded);
     report.pageCount = pages.pages().pageCount();
@@ -285,7 +294,7 @@ RescueReport rescueFile(RescueRequest const& request, ShowPhase const& show)
         throw Problem(STATUS_BAD_FILE,
                       request.damaged + ": file is not a database: it has no page of one, and nothing can be rescued");
     }
-    std::string const newFile = folder.file("new.db");
+    std::string const newFile = folder.file(kNewFile);
     usingSqlite(request.target,
                 [&]
                 {
@@ -293,11 +302,11 @@ RescueReport rescueFile(RescueRequest const& request, ShowPhase const& show)
                     Filler(pages.pages(), request.areFreePagesTaken, file, report).run(show);
                     file.finish();
                 });
-    report.result = resultOf(report, raw);
+    report.result = resultOf(report, snapshot);
     if (report.result != RescueReport::NOTHING)
     {
-        static_cast<void>(chmod(newFile.c_str(), (raw.mode() & 0777) | S_IRUSR | S_IWUSR)); // It is only a courtesy.
-        giveName(newFile, request.target, false);
+        copyPermissions(request.damaged, newFile);
+        folder.moveToTarget(kNewFile);
     }
     return report;
 }
