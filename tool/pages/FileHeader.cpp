@@ -20,9 +20,6 @@ constexpr std::size_t kFreePages = 36;
 constexpr std::size_t kLargestRoot = 52;
 constexpr std::size_t kVersionValidFor = 92;
 
-/// SQLite refuses pages with less room for content.
-constexpr std::uint32_t kSmallestUsable = 480;
-
 std::uint32_t number(std::string_view bytes, std::size_t offset)
 {
     return static_cast<std::uint32_t>(bigEndian(bytes, offset, 4));
@@ -47,7 +44,7 @@ FileHeader FileHeader::parse(std::string_view bytes)
     }
     header.pageSize = pageSizeIn(bytes);
     header.reserved = static_cast<unsigned char>(bytes[kReserved]);
-    header.isDatabase = header.pageSize != 0 && header.pageSize - header.reserved >= kSmallestUsable;
+    header.isDatabase = header.pageSize != 0 && header.pageSize - header.reserved >= FileHeader::kSmallestUsable;
     if (!header.isDatabase)
     {
         return FileHeader();

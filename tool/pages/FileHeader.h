@@ -16,6 +16,7 @@ struct FileHeader
     static constexpr std::size_t kSize = 100;
     static constexpr std::uint32_t kSmallestPage = 512;
     static constexpr std::uint32_t kLargestPage = 65536;
+    static constexpr std::uint32_t kSmallestUsable = 480; ///< SQLite refuses pages with less room for content.
 
     bool isDatabase = false;     ///< begins with SQLite's text, and its page size and reserved bytes can be right
     std::uint32_t pageSize = 0;  ///< in bytes

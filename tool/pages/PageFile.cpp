@@ -11,9 +11,6 @@ namespace tool
 namespace
 {
 
-/// So many pages of each size are tried to find the size of a file's pages.
-constexpr PageNumber kPagesToTry = 4096;
-
 PageNumber pagesIn(std::uint64_t size, std::uint32_t pageSize)
 {
     constexpr std::uint64_t kMost = std::numeric_limits<PageNumber>::max() - 1;
@@ -28,72 +25,52 @@ PageFile::PageFile(ByteSource const& file, ByteSource const* log) : m_file(file)
     {
         m_frames.emplace(*log);
     }
-    readHeader();
-    if (m_pageSize == 0)
+    m_header = FileHeader::parse(headerBytes());
+    findLayout();
+    m_isHeaderSound = m_header.isDatabase && isFirstPageSound();
+    if (!m_isHeaderSound)
     {
-        m_pageSize = findPageSize();
+        FileHeader layoutOnly;
+        layoutOnly.pageSize = m_header.pageSize;
+        layoutOnly.reserved = m_header.reserved;
+        m_header = layoutOnly;
+        countPages();
     }
-    countPages();
 }
 
-/// Takes the header if it and the rest of page 1 are sound.
-void PageFile::readHeader()
+std::string PageFile::headerBytes() const
 {
     std::string bytes(FileHeader::kSize, '\0');
     auto const offset = m_frames ? m_frames->offsetOf(1) : std::nullopt;
     bool const isRead =
         offset ? m_log->read(*offset, bytes.data(), bytes.size()) : m_file.read(0, bytes.data(), bytes.size());
-    FileHeader const header = FileHeader::parse(isRead ? bytes : std::string());
-    if (header.isDatabase && isFirstPageSound(header))
-    {
-        m_header = header;
-        m_isHeaderSound = true;
-    }
+    return isRead ? bytes : std::string();
 }
 
-/// Leaves the size of the pages set if it can be right.
-bool PageFile::isFirstPageSound(FileHeader const& header)
+/// A log is right about the size, as its frames have checksums, and the file may lack most of its pages.
+void PageFile::findLayout()
 {
-    m_pageSize = header.pageSize;
+    PageLayout const stated = {m_header.pageSize, m_header.reserved};
+    PageLayout layout = stated;
+    if (!m_frames || m_frames->pageSize() == 0)
+    {
+        layout = findPageLayout(m_file, stated);
+        m_isLayoutCorrected = stated.pageSize != 0 && layout != stated;
+    }
+    else if (stated.pageSize == 0)
+    {
+        layout.pageSize = m_frames->pageSize();
+    }
+    m_header.pageSize = m_pageSize = layout.pageSize;
+    m_header.reserved = layout.reserved;
     countPages();
-    std::string bytes;
-    TablePage page;
-    bool const isSound = read(1, bytes) && page.parse(bytes, 1, header.reserved);
-    m_pageSize = isSound ? m_pageSize : 0;
-    return isSound;
 }
 
-/// The size with which the most bytes of the file are in pages of tables.
-std::uint32_t PageFile::findPageSize()
+bool PageFile::isFirstPageSound() const
 {
-    if (m_frames && m_frames->pageSize() != 0)
-    {
-        return m_frames->pageSize();
-    }
-    std::uint32_t best = 0;
-    std::uint64_t mostBytes = 0;
     std::string bytes;
     TablePage page;
-    for (std::uint32_t size = FileHeader::kSmallestPage; size <= FileHeader::kLargestPage; size *= 2)
-    {
-        bytes.resize(size);
-        std::uint64_t bytesInTables = 0;
-        // Page 1, which may have lost its header only, says nothing here.
-        PageNumber const end = std::min(pagesIn(m_file.size(), size), kPagesToTry);
-        for (PageNumber number = 2; number <= end; ++number)
-        {
-            bool const isPage =
-                m_file.read(std::uint64_t{number - 1} * size, bytes.data(), size) && page.parse(bytes, number, 0);
-            bool const hasContent = isPage && !(page.isLeaf() && page.cells().empty());
-            bytesInTables += hasContent ? size : 0;
-        }
-        if (bytesInTables > mostBytes)
-        {
-            best = size;
-            mostBytes = bytesInTables;
-        }
-    }
-    return best;
+    return read(1, bytes) && page.parse(bytes, 1, m_header.reserved);
 }
 
 void PageFile::countPages()

@@ -3,6 +3,7 @@
 #include <tool/pages/ByteSource.h>
 #include <tool/pages/FileHeader.h>
 #include <tool/pages/LogFrames.h>
+#include <tool/pages/PageLayout.h>
 
 #include <cstdint>
 #include <optional>
@@ -12,7 +13,7 @@ namespace tool
 {
 
 /// The pages of a database file, under those that its write-ahead log has committed. Nothing in the file is trusted:
-/// when page 1 does not tell the size of the pages, the size is found by trying all that exist.
+/// the size of the pages that page 1 tells is taken only if no other size finds more rows.
 class PageFile
 {
 public:
@@ -21,9 +22,11 @@ public:
 
     /// Whether page 1 has the header of a database and can be read as a page of the table of contents.
     bool isHeaderSound() const { return m_isHeaderSound; }
-    /// The header; without any value unless it is sound.
+    /// The header, with the layout that was found. Nothing else has a value unless the header is sound.
     FileHeader const& header() const { return m_header; }
-    /// In bytes; 0 if no size of pages makes a page of a table of any bytes of the file.
+    /// Whether page 1 tells a layout, but the pages have another one.
+    bool isLayoutCorrected() const { return m_isLayoutCorrected; }
+    /// In bytes; 0 if neither page 1 nor any row tells the size.
     std::uint32_t pageSize() const { return m_pageSize; }
     /// The bytes of a page that hold content.
     std::uint32_t usableSize() const { return m_pageSize - m_header.reserved; }
@@ -39,9 +42,9 @@ public:
     bool read(PageNumber page, std::string& bytes) const;
 
 private:
-    void readHeader();
-    bool isFirstPageSound(FileHeader const& header);
-    std::uint32_t findPageSize();
+    std::string headerBytes() const;
+    void findLayout();
+    bool isFirstPageSound() const;
     void countPages();
 
     ByteSource const& m_file;
@@ -49,6 +52,7 @@ private:
     ByteSource const* m_log;
     FileHeader m_header;
     bool m_isHeaderSound = false;
+    bool m_isLayoutCorrected = false;
     std::uint32_t m_pageSize = 0;
     PageNumber m_pageCount = 0;
     PageNumber m_statedPageCount = 0;

@@ -177,6 +177,7 @@ std::optional<std::int64_t> Filler::sequenceOf(TableSchema const& schema)
 
 void Filler::addStatistics()
 {
+    std::size_t const differencesBefore = m_report.differences.size();
     StatisticRescue statistics(m_file, m_report);
     for (SurveyedLeaf const& leaf : m_survey.table(Survey::STATISTICS).leaves)
     {
@@ -191,9 +192,10 @@ void Filler::addStatistics()
     }
     std::int64_t const lastKey = m_file.lastKey(faultSchema());
     statistics.complete(lastKey);
-    m_report.steps.push_back({"statistics", grouped(m_report.keptStatistics) + " kept, " +
-                                                grouped(m_report.rebuiltStatistics) + " made from the faults, " +
-                                                counted(m_report.differences.size(), "difference")});
+    m_report.steps.push_back(
+        {"statistics", grouped(m_report.keptStatistics) + " kept, " + grouped(m_report.rebuiltStatistics) +
+                           " made from the faults, " +
+                           counted(m_report.differences.size() - differencesBefore, "difference")});
 }
 
 /// Keeps the rows of the version table if they have one format version.
@@ -252,6 +254,18 @@ void reportCopy(SnapshotCopy const& snapshot, RescueReport& report)
     report.steps.push_back({"copy", text});
 }
 
+void reportLayout(PageFile const& pages, RescueReport& report)
+{
+    report.pageCount = pages.pageCount();
+    report.statedPageCount = pages.statedPageCount();
+    if (pages.isLayoutCorrected())
+    {
+        report.differences.push_back("page 1 tells a wrong layout of the pages; they have " +
+                                     std::to_string(pages.pageSize()) + " bytes, " +
+                                     std::to_string(pages.header().reserved) + " of them reserved");
+    }
+}
+
 RescueReport::Result resultOf(RescueReport const& report, SnapshotCopy const& snapshot)
 {
     bool const isComplete =
@@ -287,8 +301,7 @@ RescueReport rescueFile(RescueRequest const& request, ShowPhase const& show)
     Opening const opening = openCopy(copy, snapshot);
     report.steps.push_back({"open", opening.report});
     CopyPages const pages(copy, opening.isLogNeeded);
-    report.pageCount = pages.pages().pageCount();
-    report.statedPageCount = pages.pages().statedPageCount();
+    reportLayout(pages.pages(), report);
     if (pages.pages().pageSize() == 0)
     {
         throw Problem(STATUS_BAD_FILE,

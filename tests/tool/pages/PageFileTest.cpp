@@ -88,6 +88,41 @@ TEST(PageFileTest, DoesNotBelieveAHeaderWhosePage1IsNoTable)
     EXPECT_EQ(PageFile(bytes).header().pageCount, 0u);
 }
 
+TEST(PageFileTest, CorrectsALayoutUnderWhichThereAreFewerRows)
+{
+    struct Case
+    {
+        std::size_t offset;
+        char value;
+    };
+    TempDir const dir;
+    std::string const sound = readFile(makeDatabase(dir, "PRAGMA page_size=1024;"));
+    for (Case const& wrong : {Case{16, '\x02'}, Case{16, '\x08'}, Case{16, '\x80'}, Case{20, '\x08'}, Case{20, '\xff'}})
+    {
+        std::string content = sound;
+        content[wrong.offset] = wrong.value;
+        MemoryBytes const bytes(content);
+        PageFile const file(bytes);
+        EXPECT_TRUE(file.isLayoutCorrected()) << wrong.offset << ": " << int{wrong.value};
+        EXPECT_TRUE(file.isHeaderSound());
+        EXPECT_EQ(countRows(file), 1000u) << wrong.offset << ": " << int{wrong.value};
+    }
+    MemoryBytes const bytes(sound);
+    EXPECT_FALSE(PageFile(bytes).isLayoutCorrected());
+}
+
+TEST(PageFileTest, FindsTheSizeOfThePagesBesideMoreOverflowPages)
+{
+    TempDir const dir;
+    std::string const path = makeDatabase(dir, "PRAGMA page_size=1024;", 0);
+    RawDb(path).exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 40) "
+                     "INSERT INTO t(a, b) SELECT hex(zeroblob(5000)), i FROM n");
+    std::string content = readFile(path);
+    content.replace(0, 1024, 1024, '\0');
+    MemoryBytes const bytes(content);
+    EXPECT_EQ(PageFile(bytes).pageSize(), 1024u);
+}
+
 TEST(PageFileTest, StatesThePagesThatACutFileShouldHave)
 {
     TempDir const dir;
