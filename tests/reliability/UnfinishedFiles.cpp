@@ -4,6 +4,7 @@
 
 #include <history/FaultRecorder.h>
 
+#include <memory>
 #include <stdexcept>
 
 namespace
@@ -29,22 +30,31 @@ FileBytes interrupted(SoundFile const& sound)
     return bytes;
 }
 
+/// A recorder that is open: it takes the log into the file when it closes.
+using OpenRecorder = std::unique_ptr<firaim::FaultRecorder>;
+
 /// A file in write-ahead-log mode whose last rows are in the log, made by the statements or by `record`.
-FileBytes withLog(SoundFile const& sound, std::string const& sql, std::function<void(std::string const&)> const& record)
+FileBytes withLog(SoundFile const& sound, std::string const& sql,
+                  std::function<OpenRecorder(std::string const&)> const& record)
 {
     TempDir const dir;
     std::string const path = dir.file("logged.db");
     writeFile(path, sound.bytes);
     RawDb raw(path); // While it is open, nobody else checkpoints at closing.
     raw.exec("PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0;" + sql);
-    record(path);
+    OpenRecorder const recorder = record(path);
     return {readFile(path), "", readFile(path + "-wal")};
 }
 
-void recordMore(std::string const& path)
+OpenRecorder recordNothing(std::string const&)
 {
-    firaim::FaultRecorder recorder;
-    bool isDone = recorder.open(path) == firaim::HISTORY_OK;
+    return nullptr;
+}
+
+OpenRecorder recordMore(std::string const& path)
+{
+    auto recorder = std::make_unique<firaim::FaultRecorder>();
+    bool isDone = recorder->open(path) == firaim::HISTORY_OK;
     for (unsigned int i = 1; i <= 40; ++i)
     {
         firaim::FaultEvent event;
@@ -55,12 +65,13 @@ void recordMore(std::string const& path)
         event.time = 1950000000000ULL + i;
         event.upTime = i;
         event.systemTimeText = "now";
-        isDone = isDone && recorder.record(event).result == firaim::HISTORY_OK;
+        isDone = isDone && recorder->record(event).result == firaim::HISTORY_OK;
     }
     if (!isDone)
     {
-        throw std::runtime_error(recorder.lastProblem());
+        throw std::runtime_error(recorder->lastProblem());
     }
+    return recorder;
 }
 
 FileBytes recordedIntoLog()
@@ -72,7 +83,7 @@ FileBytes recordedIntoLog()
 FileBytes changedInLog()
 {
     return withLog(SoundFile::plain(), "UPDATE FdbFaultTbl SET LoggerLifeTime=LoggerLifeTime+1 WHERE EntryId<90",
-                   [](std::string const&) {});
+                   recordNothing);
 }
 
 std::set<PageNumber> pagesInLog(FileBytes const& bytes)
@@ -158,8 +169,7 @@ DamagedSet besideLogs()
 /// Nothing in a log names its file, so that pages of the other file may hide some of this one.
 DamagedFile besideForeignLog()
 {
-    FileBytes bytes =
-        withLog(SoundFile::withLargestKey(), "UPDATE FdbFaultTbl SET Parameter='foreign'", [](std::string const&) {});
+    FileBytes bytes = withLog(SoundFile::withLargestKey(), "UPDATE FdbFaultTbl SET Parameter='foreign'", recordNothing);
     std::set<PageNumber> const lost = pagesInLog(bytes);
     bytes.database = SoundFile::plain().bytes;
     DamagedFile file =
@@ -175,7 +185,7 @@ DamagedSet smallUnfinishedFiles()
 {
     SoundFile const& sound = SoundFile::small();
     FileBytes const journaled = interrupted(sound);
-    FileBytes const logged = withLog(sound, "UPDATE FdbFaultTbl SET LoggerLifeTime=LoggerLifeTime+1", [](auto&) {});
+    FileBytes const logged = withLog(sound, "UPDATE FdbFaultTbl SET LoggerLifeTime=LoggerLifeTime+1", recordNothing);
     DamagedSet files;
     for (FileBytes const& bytes : {journaled, logged})
     {
