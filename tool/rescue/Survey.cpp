@@ -16,6 +16,7 @@ constexpr char kSequenceTable[] = "sqlite_sequence";
 constexpr std::size_t kSequenceColumns = 2;
 constexpr PageNumber kContentsRoot = 1;
 constexpr std::size_t kContentsColumns = 5;
+constexpr char kPerhapsFree[] = "no page names this one, and it may be a free page, as page 1 is lost";
 
 SurveyedTable tableOf(TableSchema const& schema)
 {
@@ -249,10 +250,23 @@ void Survey::findRoot(SurveyedTable& table)
     }
 }
 
+/// The listed pages that are free indeed: a damaged list may have pages of trees.
+std::size_t Survey::listedFreePages() const
+{
+    std::vector<PageNumber> const& pages = m_freelist.pages();
+    return static_cast<std::size_t>(
+        std::count_if(pages.begin(), pages.end(), [this](PageNumber page) { return m_use.of(page) == PageUse::FREE; }));
+}
+
+bool Survey::isFreelistSound() const
+{
+    return m_freelist.isWhole() && listedFreePages() == m_freelist.pages().size();
+}
+
 /// How many free pages the damaged part of their list may have named.
 std::size_t Survey::unlistedFreePages() const
 {
-    std::size_t const listed = m_freelist.pages().size();
+    std::size_t const listed = listedFreePages();
     return m_file.header().freePages > listed ? m_file.header().freePages - listed : 0;
 }
 
@@ -276,19 +290,24 @@ void Survey::checkRoot(std::size_t table)
     }
 }
 
-/// Why a page that nothing names may be no page of its table, if so much of its keys is lost; null if it is one.
-char const* Survey::doubtOf(Overlap overlap) const
+/// Why leaves that nothing names may be free pages, although all of their keys are lost; null if they are not.
+char const* Survey::doubtOfLostKeys(std::size_t table) const
 {
-    if (overlap == Overlap::PART)
+    if (m_file.isHeaderSound())
     {
-        return "no page names this one, and only some of its keys are missing";
+        return isFreelistSound() ? nullptr
+                                 : "no page names this one, and it may be a free page, as the list of these is damaged";
     }
-    if (overlap == Overlap::NONE)
-    {
-        return "no page names this one, and it may be a free page, as page 1 is lost";
-    }
-    bool const mayBeFree = m_file.isHeaderSound() && !m_freelist.isWhole();
-    return mayBeFree ? "no page names this one, and it may be a free page, as the list of these is damaged" : nullptr;
+    return mayHaveFreeLeaves(table) ? kPerhapsFree : nullptr;
+}
+
+/// Without page 1, removed faults of a free page cannot be told from others, unless the only leaf is the root. The
+/// other tables hardly ever have free pages, and their rows are compared with the faults.
+bool Survey::mayHaveFreeLeaves(std::size_t table) const
+{
+    auto const leaves = std::count_if(m_orphans.begin(), m_orphans.end(),
+                                      [table](Orphan const& orphan) { return orphan.table == table; });
+    return table == FAULTS && leaves > 1;
 }
 
 /// Takes the orphans with lost keys. Without page 1, the others may be free pages, or pages of a root that is lost,
@@ -297,6 +316,10 @@ void Survey::adopt(std::size_t index)
 {
     SurveyedTable& table = m_tables[index];
     std::vector<KeyRange> const ranges = lostParentRanges(table);
+    std::map<Overlap, char const*> const doubts = {
+        {Overlap::NONE, kPerhapsFree},
+        {Overlap::PART, "no page names this one, and only some of its keys are missing"},
+        {Overlap::ALL, doubtOfLostKeys(index)}};
     for (Orphan const& orphan : m_orphans)
     {
         Overlap const overlap = overlapOf(ranges, orphan.keys);
@@ -306,7 +329,7 @@ void Survey::adopt(std::size_t index)
             continue;
         }
         m_use.set(orphan.page, PageUse::TREE);
-        if (char const* const doubt = doubtOf(overlap))
+        if (char const* const doubt = doubts.at(overlap))
         {
             table.doubtfulLeaves.push_back({orphan.page, orphan.keys, doubt});
         }

@@ -87,8 +87,11 @@ private:
     void adopt(std::size_t table);
     void addMisplacedLeaves(SurveyedTable& table);
     void addFreeLeaves();
-    char const* doubtOf(Overlap overlap) const;
+    char const* doubtOfLostKeys(std::size_t table) const;
+    bool mayHaveFreeLeaves(std::size_t table) const;
+    std::size_t listedFreePages() const;
     std::size_t unlistedFreePages() const;
+    bool isFreelistSound() const;
 
     PageFile const& m_file;
     PageUse m_use;
