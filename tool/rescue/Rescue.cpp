@@ -102,6 +102,10 @@ void Filler::reportTables()
         }
     }
     m_report.steps.push_back({"tables", text});
+    if (m_survey.areRootsExchanged())
+    {
+        m_report.differences.push_back("page 1 names the root page of one table as that of another");
+    }
 }
 
 void Filler::reportPages()

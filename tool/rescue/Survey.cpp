@@ -1,6 +1,7 @@
 #include <tool/rescue/Survey.h>
 
 #include <tool/pages/SchemaRoots.h>
+#include <tool/rescue/LostRanges.h>
 #include <tool/store/TableSchema.h>
 
 #include <algorithm>
@@ -11,6 +12,8 @@ namespace tool
 
 namespace
 {
+
+using Overlap = LostRanges::Overlap;
 
 constexpr char kSequenceTable[] = "sqlite_sequence";
 constexpr std::size_t kSequenceColumns = 2;
@@ -40,47 +43,7 @@ std::size_t pagesOf(TableTree const& tree)
     return tree.leaves().size() + tree.interiorPages().size() + tree.lost().size();
 }
 
-/// The ranges of keys of lost interior pages, which do not overlap, in their order.
-std::vector<KeyRange> lostParentRanges(SurveyedTable const& table)
-{
-    std::vector<KeyRange> ranges;
-    for (TableTree::Lost const& lost : table.lost)
-    {
-        if (lost.isInterior)
-        {
-            ranges.push_back(lost.range);
-        }
-    }
-    std::sort(ranges.begin(), ranges.end(),
-              [](KeyRange const& left, KeyRange const& right) { return left.first < right.first; });
-    std::vector<KeyRange> joined;
-    for (KeyRange const& range : ranges)
-    {
-        if (!joined.empty() && range.first <= joined.back().last)
-        {
-            joined.back().last = std::max(joined.back().last, range.last);
-        }
-        else
-        {
-            joined.push_back(range);
-        }
-    }
-    return joined;
-}
-
 } // namespace
-
-/// How much of `keys` lies in one of the ranges.
-Survey::Overlap Survey::overlapOf(std::vector<KeyRange> const& ranges, KeyRange const& keys)
-{
-    auto const next = std::upper_bound(ranges.begin(), ranges.end(), keys.last,
-                                       [](std::int64_t key, KeyRange const& range) { return key < range.first; });
-    if (next == ranges.begin() || std::prev(next)->last < keys.first)
-    {
-        return Overlap::NONE;
-    }
-    return std::prev(next)->has(keys) ? Overlap::ALL : Overlap::PART;
-}
 
 Survey::Survey(PageFile const& file, bool areFreePagesTaken)
     : m_file(file), m_use(file.pageCount()), m_freelist(file),
@@ -92,6 +55,7 @@ Survey::Survey(PageFile const& file, bool areFreePagesTaken)
         m_use.set(page, PageUse::FREE);
     }
     readNamedTrees();
+    exchangeRoots();
     findOrphans();
     findRoots();
     for (std::size_t table = 0; table < TABLES; ++table)
@@ -119,7 +83,10 @@ void Survey::readNamedTrees()
     {
         auto const root = roots.find(m_tables[index].name);
         m_roots[index] = root == roots.end() ? 0 : root->second;
-        readNamedTree(m_tables[index], m_roots[index]);
+        if (!readNamedTree(m_tables[index], m_roots[index]))
+        {
+            m_rejected.push_back(index);
+        }
         roots.erase(m_tables[index].name);
     }
     for (auto const& [name, root] : roots)
@@ -130,23 +97,51 @@ void Survey::readNamedTrees()
 }
 
 /// Takes the tree if it is of the table: page 1 may be wrong, and the root may have been overwritten.
-void Survey::readNamedTree(SurveyedTable& table, PageNumber root)
+bool Survey::readNamedTree(SurveyedTable& table, PageNumber root)
 {
     if (root == 0)
     {
         table.lost.push_back({0, {}, true, false, "is not known, as page 1 does not name it"});
-        return;
+        return false;
     }
     TableTree const tree(m_file, root, table.columns);
     m_use.set(root, PageUse::TREE);
     if (tree.isAccepted())
     {
         take(table, tree);
-        return;
+        return true;
     }
     bool const isRootBad = !tree.lost().empty() && tree.lost().front().page == root;
     table.lost.push_back(
         {root, {}, true, false, isRootBad ? tree.lost().front().reason : "leads to no page of the table"});
+    return false;
+}
+
+/// Looks for tables whose own roots are wrong at those of each other, which page 1 may have exchanged.
+void Survey::exchangeRoots()
+{
+    std::array<PageNumber, TABLES> const named = m_roots;
+    for (std::size_t const table : m_rejected)
+    {
+        m_areRootsExchanged = takeRootOfAnother(table, m_rejected, named) || m_areRootsExchanged;
+    }
+}
+
+bool Survey::takeRootOfAnother(std::size_t table, std::vector<std::size_t> const& others,
+                               std::array<PageNumber, TABLES> const& named)
+{
+    for (std::size_t const other : others)
+    {
+        TableTree const tree(m_file, named[other], m_tables[table].columns);
+        if (named[other] != named[table] && tree.isAccepted())
+        {
+            m_tables[table].lost.clear(); // The tree says what is lost.
+            take(m_tables[table], tree);
+            m_roots[table] = named[other];
+            return true;
+        }
+    }
+    return false;
 }
 
 void Survey::take(SurveyedTable& table, TableTree const& tree)
@@ -280,10 +275,10 @@ void Survey::checkRoot(std::size_t table)
     {
         return;
     }
-    std::vector<KeyRange> const ranges = lostParentRanges(m_tables[table]);
+    LostRanges const ranges(m_tables[table].lost);
     bool const isTooSmall = std::any_of(
         m_orphans.begin(), m_orphans.end(),
-        [&](Orphan const& orphan) { return orphan.table == table && overlapOf(ranges, orphan.keys) != Overlap::ALL; });
+        [&](Orphan const& orphan) { return orphan.table == table && ranges.overlapOf(orphan.keys) != Overlap::ALL; });
     if (isTooSmall)
     {
         m_tables[table].lost.push_back({m_roots[table], {}, true, false, "names only a part of the table"});
@@ -315,14 +310,14 @@ bool Survey::mayHaveFreeLeaves(std::size_t table) const
 void Survey::adopt(std::size_t index)
 {
     SurveyedTable& table = m_tables[index];
-    std::vector<KeyRange> const ranges = lostParentRanges(table);
+    LostRanges const ranges(table.lost);
     std::map<Overlap, char const*> const doubts = {
         {Overlap::NONE, kPerhapsFree},
         {Overlap::PART, "no page names this one, and only some of its keys are missing"},
         {Overlap::ALL, doubtOfLostKeys(index)}};
     for (Orphan const& orphan : m_orphans)
     {
-        Overlap const overlap = overlapOf(ranges, orphan.keys);
+        Overlap const overlap = ranges.overlapOf(orphan.keys);
         bool const isCandidate = overlap != Overlap::NONE || !m_file.isHeaderSound();
         if (orphan.table != index || !isCandidate || m_use.of(orphan.page) != PageUse::UNUSED)
         {

@@ -57,6 +57,8 @@ public:
     /// The uses of the pages; those of overflow pages are still to be noted.
     PageUse& use() { return m_use; }
     std::size_t freePages() const { return m_freelist.pages().size(); }
+    /// Whether page 1 names the root page of one table as that of another.
+    bool areRootsExchanged() const { return m_areRootsExchanged; }
 
 private:
     /// A page of a table that nothing names.
@@ -67,17 +69,11 @@ private:
         std::size_t table;
     };
 
-    /// How much of the keys of a page is lost.
-    enum class Overlap
-    {
-        NONE,
-        PART,
-        ALL
-    };
-
-    static Overlap overlapOf(std::vector<KeyRange> const& ranges, KeyRange const& keys);
     void readNamedTrees();
-    void readNamedTree(SurveyedTable& table, PageNumber root);
+    bool readNamedTree(SurveyedTable& table, PageNumber root);
+    void exchangeRoots();
+    bool takeRootOfAnother(std::size_t table, std::vector<std::size_t> const& others,
+                           std::array<PageNumber, TABLES> const& named);
     void take(SurveyedTable& table, TableTree const& tree);
     void findOrphans();
     void noteOrphan(TablePage const& page, PageNumber number);
@@ -98,6 +94,8 @@ private:
     Freelist m_freelist;
     std::array<SurveyedTable, TABLES> m_tables;
     std::array<PageNumber, TABLES> m_roots = {};
+    std::vector<std::size_t> m_rejected; ///< tables whose named root is none of theirs
+    bool m_areRootsExchanged = false;
     std::vector<Orphan> m_orphans;             ///< leaves
     std::vector<PageNumber> m_orphanInteriors; ///< interior pages
     std::vector<bool> m_isChild;               ///< by page number: an orphan names it
