@@ -2,6 +2,8 @@
 
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
+#include <tool/store/SchemaCheck.h>
+#include <tool/store/TableSchema.h>
 
 #include <db/internal/ReadOnlyOpening.h>
 #include <db/internal/Sqlite.h>
@@ -27,8 +29,21 @@ void copyBytes(std::string const& from, std::string const& to)
     }
 }
 
-/// Reading rolls back a hot journal; the checkpoint takes the log into the file.
-void finishTransactions(std::string const& path)
+/// How the tables differ from those that the library creates.
+std::string findSchemaProblems(sqlite::Connection const& connection)
+{
+    std::string problems;
+    SchemaCheck check(connection,
+                      [&](std::string const& problem) { problems += (problems.empty() ? "" : "; ") + problem; });
+    for (TableSchema const* const schema : {&faultSchema(), &statisticSchema(), &versionSchema()})
+    {
+        static_cast<void>(check.checkTable(*schema)); // Its rows are read without SQLite.
+    }
+    return problems;
+}
+
+/// Reading rolls back a hot journal; the checkpoint takes the log into the file. Returns the problems of the schema.
+std::string finishTransactions(std::string const& path)
 {
     sqlite::Connection const connection(path, sqlite::Connection::READ_WRITE,
                                         {lockWait::kBusyTimeout, interrupt::isPending});
@@ -37,6 +52,7 @@ void finishTransactions(std::string const& path)
     {
         connection.run("PRAGMA wal_checkpoint(TRUNCATE)");
     }
+    return findSchemaProblems(connection);
 }
 
 bool isFilled(std::string const& path)
@@ -62,7 +78,7 @@ Opening openCopy(std::string const& path, SnapshotCopy const& snapshot)
     if (!isFilled(path))
     {
         // SQLite would remove the log of an empty file.
-        return {"the file is empty", snapshot.hasLog};
+        return {"the file is empty", snapshot.hasLog, ""};
     }
     bool const wasHot = snapshot.hasJournal && readOnlyOpening::holdsTransaction(path + "-journal");
     bool const mayChange = wasHot || snapshot.hasLog;
@@ -75,14 +91,14 @@ Opening openCopy(std::string const& path, SnapshotCopy const& snapshot)
     }
     try
     {
-        finishTransactions(path);
+        std::string const schemaProblems = finishTransactions(path);
         // A log that the header of the file does not ask for stays as it is, although SQLite reads it.
-        return {successText(wasHot, snapshot), snapshot.hasLog && isFilled(path + "-wal")};
+        return {successText(wasHot, snapshot), snapshot.hasLog && isFilled(path + "-wal"), schemaProblems};
     }
     catch (sqlite::Error const& error)
     {
         interrupt::throwIfPending();
-        Opening opening = {std::string("SQLite cannot open the copy (") + error.what() + ")", snapshot.hasLog};
+        Opening opening = {std::string("SQLite cannot open the copy (") + error.what() + ")", snapshot.hasLog, ""};
         bool const isRolledBack = wasHot && !readOnlyOpening::holdsTransaction(path + "-journal");
         if (isRolledBack)
         {

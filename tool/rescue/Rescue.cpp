@@ -304,6 +304,10 @@ RescueReport rescueFile(RescueRequest const& request, ShowPhase const& show)
     reportCopy(snapshot, report);
     Opening const opening = openCopy(copy, snapshot);
     report.steps.push_back({"open", opening.report});
+    if (!opening.schemaProblems.empty())
+    {
+        report.steps.push_back({"schema", opening.schemaProblems});
+    }
     CopyPages const pages(copy, opening.isLogNeeded);
     reportLayout(pages.pages(), report);
     if (pages.pages().pageSize() == 0)

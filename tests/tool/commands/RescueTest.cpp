@@ -107,7 +107,7 @@ TEST_F(RescueTest, TheReportIsTextForAPerson)
     Outcome const outcome = runTool({"rescue", path, rescued});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_THAT(outcome.output, StartsWith("copy: copied the file"));
-    EXPECT_THAT(outcome.output, HasSubstr("\nopen: SQLite opens the copy\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("\nopen: SQLite opens the copy\ntables: "));
     EXPECT_THAT(outcome.output, HasSubstr("\nrows: 3 faults recovered, 0 doubtful\n"));
     EXPECT_THAT(outcome.output, HasSubstr("\n" + rescued + ": complete, 3 faults recovered\n"));
 }
@@ -179,6 +179,17 @@ TEST_F(RescueTest, ASchemaThatNamesTheWrongRootsCostsNoRow)
     rescue(1);
     EXPECT_EQ(faults(rescued), before);
     EXPECT_EQ(value("SELECT count(*) FROM sqlite_master"), "4");
+}
+
+TEST_F(RescueTest, ASchemaThatDiffersIsNamedAndCostsNoRow)
+{
+    std::vector<RawDb::Row> const before = faults(path);
+    RawDb(path).exec("PRAGMA writable_schema=ON; UPDATE sqlite_master SET sql=replace(sql, ')', ', \"Extra\" TEXT)') "
+                     "WHERE name='FdbFaultTbl'");
+    Outcome const outcome = runTool({"rescue", path, rescued});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.output, HasSubstr("\nschema: FdbFaultTbl has a column 'Extra'"));
+    EXPECT_EQ(faults(rescued), before);
 }
 
 TEST_F(RescueTest, ACutFileKeepsTheRowsOfThePagesThatAreLeft)
