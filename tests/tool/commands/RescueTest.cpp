@@ -1,85 +1,17 @@
-// firaim rescue: what it saves, what it reports, and what it never touches.
+// firaim rescue: what it saves and what it reports.
 
-#include "ToolProcess.h"
+#include "commands/RescueSupport.h"
 
 #include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
-
-#include <csignal>
-#include <filesystem>
-#include <thread>
-
-#include <sys/stat.h>
 
 namespace
 {
 
-using Json = nlohmann::json;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-constexpr std::size_t kPage = 4096;
-
-class RescueTest : public ToolTest
+class RescueTest : public RescueFixture
 {
-protected:
-    RescueTest() { createSample(); }
-
-    /// Adds sound faults, so that the table has about one page for each 50 of them.
-    void fill(int count)
-    {
-        RawDb(path).exec(
-            "INSERT INTO FdbFaultTbl SELECT NULL, s.DateTimeString, s.FaultCode, s.FaultCodeName, s.ModuleName, "
-            "s.Parameter, s.TimeStampUTC, s.TimeZone, 'ErrorInactive', s.Description, "
-            "s.DiagSignalsDumpFileName, s.LoggerUpTime, s.LoggerLifeTime, s.CfgBackupFile, s.RdbStartupId, "
-            "s.SystemDateTimeString FROM FdbFaultTbl s, (WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 "
-            "FROM n WHERE i < " +
-            std::to_string(count) + ") SELECT i FROM n) WHERE s.EntryId = 1");
-    }
-
-    /// Adds a sound fault with this description, which no statistic has to count.
-    void insertInactive(std::string const& description)
-    {
-        insertFault("Description, Status", description + ", 'ErrorInactive'");
-    }
-
-    Json rescue(int status, std::vector<std::string> const& options = {})
-    {
-        std::vector<std::string> arguments = {"rescue", path, rescued, "--json"};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        Outcome const outcome = runTool(arguments);
-        EXPECT_EQ(outcome.status, status) << outcome.output;
-        EXPECT_EQ(outcome.errors, "");
-        return Json::parse(outcome.output, nullptr, false);
-    }
-
-    /// Overwrites a page, counted from 1.
-    void overwrite(std::size_t page, std::string const& content)
-    {
-        std::string bytes = readFile(path);
-        bytes.replace((page - 1) * kPage, kPage, content);
-        writeFile(path, bytes);
-    }
-
-    /// All faults of a file.
-    static std::vector<RawDb::Row> faults(std::string const& file)
-    {
-        return RawDb(file).rows("SELECT * FROM FdbFaultTbl ORDER BY EntryId");
-    }
-
-    /// A page of the fault table, from 1 on, in the order of their keys.
-    std::size_t leaf(int number) const
-    {
-        // Page 2 is the root; its cells name the leaves.
-        std::string const bytes = readFile(path).substr(kPage, kPage);
-        auto const byte = [&](std::size_t offset) { return static_cast<unsigned char>(bytes[offset]); };
-        std::size_t const pointer = 12 + 2 * static_cast<std::size_t>(number - 1);
-        std::size_t const cell = std::size_t{byte(pointer)} << 8 | byte(pointer + 1);
-        return std::size_t{byte(cell + 2)} << 8 | byte(cell + 3);
-    }
-
-    TempDir elsewhere;
-    std::string const rescued = elsewhere.file("new.db");
 };
 
 } // namespace
@@ -287,131 +219,6 @@ TEST_F(RescueTest, FreePagesAreReadOnRequestOnly)
     Json const report = rescue(1, {"--free-pages"});
     EXPECT_EQ(report["recovered"], 202);
     EXPECT_GT(report["doubtful"], 100);
-}
-
-TEST_F(RescueTest, AHotJournalIsRolledBackOnTheCopy)
-{
-    fill(2000);
-    std::vector<RawDb::Row> const before = faults(path);
-    std::string const crashed = dir.file("crashed.db");
-    RawDb raw(path);
-    raw.exec("PRAGMA cache_size=5; BEGIN; UPDATE FdbFaultTbl SET Description = 'half done'");
-    std::filesystem::copy(path, crashed);
-    std::filesystem::copy(path + "-journal", crashed + "-journal");
-    raw.exec("ROLLBACK");
-    std::map<std::string, std::string> const files = filesIn(dir.path());
-    Outcome const outcome = runTool({"rescue", crashed, rescued});
-    EXPECT_EQ(outcome.status, 0) << outcome.output;
-    EXPECT_THAT(outcome.output, HasSubstr("has rolled back its journal"));
-    EXPECT_EQ(faults(rescued), before);
-    EXPECT_EQ(filesIn(dir.path()), files);
-}
-
-TEST_F(RescueTest, TheLogIsPartOfTheFile)
-{
-    RawDb raw(path); // Keeps the log from being removed.
-    raw.exec("PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0");
-    raw.exec("UPDATE FdbFaultTbl SET Description = 'in the log'");
-    std::map<std::string, std::string> const files = filesIn(dir.path());
-    EXPECT_EQ(rescue(0)["recovered"], 3);
-    EXPECT_EQ(filesIn(dir.path()), files);
-    EXPECT_EQ(RawDb(rescued).value("SELECT DISTINCT Description FROM FdbFaultTbl"), "in the log");
-    EXPECT_EQ(faults(rescued), faults(path));
-    EXPECT_FALSE(exists(rescued + "-wal"));
-}
-
-TEST_F(RescueTest, TheLogIsReadAlsoWhenSqliteCannotOpenTheFile)
-{
-    fill(100);
-    std::string const copy = dir.file("copy.db");
-    {
-        RawDb raw(path);
-        raw.exec("PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0");
-        raw.exec("UPDATE FdbFaultTbl SET Description = 'in the log' WHERE EntryId > 90");
-        std::filesystem::copy(path + "-wal", copy + "-wal");
-        std::string bytes = readFile(path);
-        bytes.replace(0, kPage, kPage, 'x');
-        writeFile(copy, bytes);
-    }
-    Outcome const outcome = runTool({"rescue", copy, rescued, "--json"});
-    Json const report = Json::parse(outcome.output);
-    EXPECT_EQ(report["recovered"], 103) << outcome.output;
-    EXPECT_EQ(faults(rescued), faults(path));
-}
-
-TEST_F(RescueTest, NothingInTheFolderOfTheDamagedFileChanges)
-{
-    fill(500);
-    overwrite(leaf(2), std::string(kPage, '\0'));
-    writeFile(path + "-journal", std::string(512, '\0'));
-    std::map<std::string, std::string> const files = filesIn(dir.path());
-    ASSERT_EQ(chmod(path.c_str(), 0400), 0);
-    ASSERT_EQ(chmod(dir.path().c_str(), 0500), 0);
-    {
-        WithoutRoot const user;
-        rescue(1);
-    }
-    ASSERT_EQ(chmod(dir.path().c_str(), 0700), 0);
-    EXPECT_EQ(filesIn(dir.path()), files);
-    EXPECT_EQ(filesIn(elsewhere.path()).size(), 1u) << "the working folder is gone";
-}
-
-TEST_F(RescueTest, NeverReplacesAFile)
-{
-    writeFile(rescued, "precious");
-    Outcome const outcome = runTool({"rescue", path, rescued});
-    EXPECT_EQ(outcome.status, 3);
-    EXPECT_THAT(outcome.errors, HasSubstr("exists already"));
-    EXPECT_EQ(readFile(rescued), "precious");
-}
-
-TEST_F(RescueTest, RefusesANameWithAnotherFilesJournalBesideIt)
-{
-    for (char const* const suffix : {"-journal", "-wal"})
-    {
-        writeFile(rescued + suffix, "x");
-        EXPECT_THAT(runTool({"rescue", path, rescued}).errors, HasSubstr("belongs to another file")) << suffix;
-        EXPECT_FALSE(exists(rescued));
-        ASSERT_EQ(unlink((rescued + suffix).c_str()), 0);
-    }
-}
-
-TEST_F(RescueTest, WithoutAnythingToSaveThereIsNoNewFile)
-{
-    writeFile(path, std::string(20 * kPage, 'x'));
-    EXPECT_THAT(runTool({"rescue", path, rescued}).errors, HasSubstr("it has no page of one"));
-    ASSERT_EQ(unlink(path.c_str()), 0);
-    RawDb(path).exec("CREATE TABLE notes(text); INSERT INTO notes VALUES('x')");
-    EXPECT_EQ(rescue(3)["result"], "nothing");
-    EXPECT_TRUE(filesIn(elsewhere.path()).empty());
-}
-
-TEST_F(RescueTest, ASignalRemovesTheWorkingFolder)
-{
-    RawDb writer(path);
-    writer.exec("BEGIN EXCLUSIVE"); // The rescue waits for it.
-    ToolProcess process({"rescue", path, rescued});
-    while (std::filesystem::is_empty(elsewhere.path()))
-    {
-        std::this_thread::yield();
-    }
-    process.signal(SIGTERM);
-    EXPECT_EQ(process.finish(), 128 + SIGTERM);
-    EXPECT_TRUE(std::filesystem::is_empty(elsewhere.path()));
-}
-
-TEST_F(RescueTest, WaitsForTheCommitOfAWriter)
-{
-    RawDb writer(path);
-    writer.exec("BEGIN EXCLUSIVE; UPDATE FdbFaultTbl SET Description = 'new'");
-    ToolProcess process({"rescue", path, rescued});
-    while (std::filesystem::is_empty(elsewhere.path()))
-    {
-        std::this_thread::yield();
-    }
-    writer.exec("COMMIT");
-    EXPECT_EQ(process.finish(), 0) << process.output;
-    EXPECT_EQ(RawDb(rescued).value("SELECT DISTINCT Description FROM FdbFaultTbl"), "new");
 }
 
 TEST_F(RescueTest, AMissingStatisticIsMadeFromTheFaults)
