@@ -2,8 +2,8 @@
 
 #include <tool/cli/CommandLine.h>
 #include <tool/process/Problem.h>
+#include <tool/recording/FaultRecording.h>
 #include <tool/store/FaultFilter.h>
-#include <tool/store/FaultRecording.h>
 #include <tool/terminal/Output.h>
 #include <tool/values/Times.h>
 

@@ -2,9 +2,9 @@
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
+#include <tool/files/Remains.h>
 #include <tool/store/FaultFile.h>
 #include <tool/store/FileCopy.h>
-#include <tool/store/Remains.h>
 #include <tool/terminal/Progress.h>
 
 #include <sys/stat.h>

@@ -1,16 +1,17 @@
 // firaim check: reports problems of a file, and advice.
 
+#include <tool/checking/CheckKinds.h>
+#include <tool/checking/CheckedFile.h>
+#include <tool/checking/IntegrityCheck.h>
+#include <tool/checking/ReferenceCheck.h>
+#include <tool/checking/RowsCheck.h>
 #include <tool/cli/Command.h>
-#include <tool/commands/CheckKinds.h>
 #include <tool/commands/Commands.h>
-#include <tool/commands/RowsCheck.h>
+#include <tool/damage/ReadableRows.h>
+#include <tool/files/Failures.h>
 #include <tool/process/Interrupt.h>
-#include <tool/store/CheckedFile.h>
+#include <tool/schema/SchemaCheck.h>
 #include <tool/store/FaultFile.h>
-#include <tool/store/IntegrityCheck.h>
-#include <tool/store/ReadableRows.h>
-#include <tool/store/ReferenceCheck.h>
-#include <tool/store/SchemaCheck.h>
 #include <tool/terminal/Progress.h>
 #include <tool/values/Text.h>
 

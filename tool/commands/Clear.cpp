@@ -2,8 +2,9 @@
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
+#include <tool/files/Failures.h>
+#include <tool/recording/FaultRecording.h>
 #include <tool/store/FaultFile.h>
-#include <tool/store/FaultRecording.h>
 #include <tool/values/Codes.h>
 
 #include <string>

@@ -2,9 +2,9 @@
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
+#include <tool/files/Remains.h>
 #include <tool/process/Problem.h>
 #include <tool/store/Journal.h>
-#include <tool/store/Remains.h>
 
 #include <db/internal/BlockSignals.h>
 #include <fdb/FaultDb.h>

@@ -2,10 +2,11 @@
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
+#include <tool/files/Failures.h>
 #include <tool/formats/FaultJson.h>
+#include <tool/recording/FaultRecording.h>
+#include <tool/recording/LineRecorder.h>
 #include <tool/store/FaultFile.h>
-#include <tool/store/FaultRecording.h>
-#include <tool/store/LineRecorder.h>
 
 #include <string>
 #include <vector>

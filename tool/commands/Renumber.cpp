@@ -2,8 +2,8 @@
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
+#include <tool/schema/TableSchema.h>
 #include <tool/store/FaultFile.h>
-#include <tool/store/TableSchema.h>
 #include <tool/values/Text.h>
 
 #include <cstdint>

@@ -2,6 +2,7 @@
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
+#include <tool/files/Failures.h>
 #include <tool/store/FaultFile.h>
 #include <tool/store/OldFaults.h>
 #include <tool/values/Text.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tool/store/FaultRequest.h>
+#include <tool/recording/FaultRequest.h>
 
 #include <string>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tool/store/TableSchema.h>
+#include <tool/schema/TableSchema.h>
 #include <tool/terminal/Output.h>
 #include <tool/values/Times.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <tool/schema/TableSchema.h>
 #include <tool/store/FaultFile.h>
-#include <tool/store/TableSchema.h>
 #include <tool/terminal/Output.h>
 #include <tool/values/Times.h>
 

@@ -2,8 +2,8 @@
 
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
-#include <tool/store/SchemaCheck.h>
-#include <tool/store/TableSchema.h>
+#include <tool/schema/SchemaCheck.h>
+#include <tool/schema/TableSchema.h>
 
 #include <db/internal/ReadOnlyOpening.h>
 #include <db/internal/Sqlite.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tool/store/SnapshotCopy.h>
+#include <tool/files/SnapshotCopy.h>
 
 #include <string>
 

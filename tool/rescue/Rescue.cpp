@@ -1,5 +1,9 @@
 #include <tool/rescue/Rescue.h>
 
+#include <tool/files/Failures.h>
+#include <tool/files/FileName.h>
+#include <tool/files/SnapshotCopy.h>
+#include <tool/files/WorkingFolder.h>
 #include <tool/pages/FileBytes.h>
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
@@ -8,8 +12,6 @@
 #include <tool/rescue/RowCheck.h>
 #include <tool/rescue/StatisticRescue.h>
 #include <tool/store/FaultFile.h>
-#include <tool/store/SnapshotCopy.h>
-#include <tool/store/WorkingFolder.h>
 #include <tool/values/Text.h>
 
 #include <fdb/tables/FdbSqlVersionTbl.h>

@@ -2,7 +2,7 @@
 
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
-#include <tool/store/SchemaCheck.h>
+#include <tool/schema/SchemaCheck.h>
 
 #include <db/internal/BlockSignals.h>
 #include <fdb/FaultDb.h>

@@ -2,7 +2,7 @@
 
 #include <tool/pages/RecordDecoder.h>
 #include <tool/rescue/RowReader.h>
-#include <tool/store/TableSchema.h>
+#include <tool/schema/TableSchema.h>
 
 #include <db/internal/Sqlite.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <tool/pages/RecordDecoder.h>
-#include <tool/store/TableSchema.h>
+#include <tool/schema/TableSchema.h>
 
 #include <cstdint>
 #include <string>

@@ -2,7 +2,7 @@
 
 #include <tool/pages/SchemaRoots.h>
 #include <tool/rescue/LostRanges.h>
-#include <tool/store/TableSchema.h>
+#include <tool/schema/TableSchema.h>
 
 #include <algorithm>
 #include <optional>

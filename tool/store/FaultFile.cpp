@@ -1,5 +1,6 @@
 #include <tool/store/FaultFile.h>
 
+#include <tool/files/Failures.h>
 #include <tool/process/Interrupt.h>
 
 #include <db/internal/ConnectionSettings.h>
@@ -167,24 +168,6 @@ void requireStored(std::string const& path, Problem const& problem, FileAction c
 }
 
 } // namespace
-
-void throwFailure(int result, std::string const& problem)
-{
-    if (result == firaim::HISTORY_CANCELLED)
-    {
-        interrupt::throwIfPending();
-    }
-    throw Problem(STATUS_BAD_FILE, problem);
-}
-
-void throwFailure(std::string const& path, sqlite::Error const& error)
-{
-    if (error.kind() == SQLITE_INTERRUPT || error.kind() == SQLITE_BUSY)
-    {
-        interrupt::throwIfPending();
-    }
-    throw Problem(STATUS_BAD_FILE, readOnlyOpening::problemText(path, error));
-}
 
 int openReader(firaim::FaultReader& reader, std::string const& path, std::chrono::milliseconds busyTimeout)
 {

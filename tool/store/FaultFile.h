@@ -1,7 +1,7 @@
 #pragma once
 
 #include <tool/process/Problem.h>
-#include <tool/store/TableSchema.h>
+#include <tool/schema/TableSchema.h>
 
 #include <db/internal/Sqlite.h>
 #include <history/FaultReader.h>
@@ -106,25 +106,5 @@ std::uint64_t runWithTriggers(std::string const& path, sqlite::Connection const&
 /// Opens the existing fault database at `path` for recording, with `busyTimeout`. Throws a Problem.
 void openRecorder(firaim::FaultRecorder& recorder, std::string const& path, firaim::RecorderOptions options,
                   std::chrono::milliseconds busyTimeout = lockWait::kBusyTimeout);
-
-/// Throws a Problem for a `result` below 0, with the library's text `problem`; after a signal, interrupt::Interrupted
-/// if the result comes from it.
-[[noreturn]] void throwFailure(int result, std::string const& problem);
-/// The same for an error of SQLite with the file at `path`.
-[[noreturn]] void throwFailure(std::string const& path, sqlite::Error const& error);
-
-/// Runs `work`, which calls SQLite for the file at `path`, and passes its errors to `throwFailure`.
-template <class Work>
-auto usingSqlite(std::string const& path, Work const& work)
-{
-    try
-    {
-        return work();
-    }
-    catch (sqlite::Error const& error)
-    {
-        throwFailure(path, error);
-    }
-}
 
 } // namespace tool

@@ -1,8 +1,9 @@
+#include <tool/files/Failures.h>
 #include <tool/store/FaultFile.h>
 
-#include <tool/store/LockedBytes.h>
-#include <tool/store/LostPages.h>
-#include <tool/store/ReadableRows.h>
+#include <tool/damage/LostPages.h>
+#include <tool/damage/ReadableRows.h>
+#include <tool/files/LockedBytes.h>
 #include <tool/terminal/Output.h>
 
 #include <fdb/tables/FdbSqlVersionTbl.h>

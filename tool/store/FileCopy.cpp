@@ -1,10 +1,11 @@
 #include <tool/store/FileCopy.h>
 
+#include <tool/files/Failures.h>
+#include <tool/files/FileName.h>
+#include <tool/files/Remains.h>
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
 #include <tool/store/FaultFile.h>
-#include <tool/store/FileName.h>
-#include <tool/store/Remains.h>
 
 #include <algorithm>
 #include <cerrno>

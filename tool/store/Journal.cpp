@@ -1,5 +1,6 @@
 #include <tool/store/Journal.h>
 
+#include <tool/files/Failures.h>
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
 #include <tool/store/FaultFile.h>

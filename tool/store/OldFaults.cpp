@@ -1,7 +1,8 @@
 #include <tool/store/OldFaults.h>
 
+#include <tool/files/Failures.h>
+#include <tool/schema/TableSchema.h>
 #include <tool/store/FaultFile.h>
-#include <tool/store/TableSchema.h>
 
 #include <algorithm>
 #include <limits>

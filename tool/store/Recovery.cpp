@@ -1,11 +1,12 @@
 #include <tool/store/Recovery.h>
 
+#include <tool/files/Failures.h>
+#include <tool/files/Remains.h>
+#include <tool/files/SnapshotCopy.h>
+#include <tool/files/WorkingFolder.h>
 #include <tool/process/Interrupt.h>
 #include <tool/process/Problem.h>
 #include <tool/store/FaultFile.h>
-#include <tool/store/Remains.h>
-#include <tool/store/SnapshotCopy.h>
-#include <tool/store/WorkingFolder.h>
 
 #include <db/internal/ReadOnlyOpening.h>
 
