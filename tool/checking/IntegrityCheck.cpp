@@ -1,12 +1,15 @@
 #include <tool/checking/IntegrityCheck.h>
 
+#include <tool/checking/CheckKinds.h>
 #include <tool/process/Interrupt.h>
 #include <tool/values/Text.h>
 
 #include <db/internal/TimeLimits.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <ctime>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -45,9 +48,18 @@ std::vector<std::string> tablesOf(sqlite::Connection const& connection)
     return tables;
 }
 
+/// Whether SQLite says that a page could not be read, with an error of the storage.
+bool isFailedRead(std::string const& line)
+{
+    constexpr std::string_view kCode = "unable to get the page. error code=";
+    std::size_t const begin = line.find(kCode);
+    return begin != std::string::npos && (std::atoi(line.c_str() + begin + kCode.size()) & 0xff) == SQLITE_IOERR;
+}
+
 } // namespace
 
-IntegrityCheck::IntegrityCheck(sqlite::Connection const& connection, std::function<void(std::string const&)> take,
+IntegrityCheck::IntegrityCheck(sqlite::Connection const& connection,
+                               std::function<void(FindingKind const&, std::string const&)> take,
                                std::function<void()> tick)
     : m_connection(connection), m_take(std::move(take)), m_tick(std::move(tick))
 {
@@ -98,7 +110,8 @@ void IntegrityCheck::run(Scope const& scope, std::uint64_t size)
         {
             throw;
         }
-        m_take("the schema of the file makes SQLite's check take too long or too much memory; it was ended");
+        m_take(kIntegrity,
+               "the schema of the file makes SQLite's check take too long or too much memory; it was ended");
     }
     reportCounts();
 }
@@ -136,7 +149,7 @@ void IntegrityCheck::report(std::string const& lines)
         }
         else if (line != "ok" && line.compare(0, 3, "***") != 0)
         {
-            m_take(line);
+            m_take(isFailedRead(line) ? kMedium : kIntegrity, line);
         }
     }
 }
@@ -146,11 +159,11 @@ void IntegrityCheck::reportCounts()
 {
     if (m_outside > 0)
     {
-        m_take(counted(m_outside, "page") + " or more that the tables name lie outside of the file");
+        m_take(kIntegrity, counted(m_outside, "page") + " or more that the tables name lie outside of the file");
     }
     if (m_unused > 0)
     {
-        m_take(counted(m_unused, "page") + " or more are not used by any table");
+        m_take(kIntegrity, counted(m_unused, "page") + " or more are not used by any table");
     }
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <tool/formats/Findings.h>
+
 #include <db/internal/Sqlite.h>
 
 #include <cstdint>
@@ -21,10 +23,10 @@ public:
         bool isLimited = false;
     };
 
-    /// Hands each problem to `take`; calls `tick` now and then. Uses the progress handler of `connection`, which must
-    /// outlive this object and serves nothing else.
-    IntegrityCheck(sqlite::Connection const& connection, std::function<void(std::string const&)> take,
-                   std::function<void()> tick);
+    /// Hands each problem to `take`, as kIntegrity, or as kMedium when the storage does not return a page; calls `tick`
+    /// now and then. Uses the progress handler of `connection`, which must outlive this object and serves nothing else.
+    IntegrityCheck(sqlite::Connection const& connection,
+                   std::function<void(FindingKind const&, std::string const&)> take, std::function<void()> tick);
     ~IntegrityCheck();
     IntegrityCheck(IntegrityCheck const&) = delete;
     IntegrityCheck& operator=(IntegrityCheck const&) = delete;
@@ -39,7 +41,7 @@ private:
     void reportCounts();
 
     sqlite::Connection const& m_connection;
-    std::function<void(std::string const&)> const m_take;
+    std::function<void(FindingKind const&, std::string const&)> const m_take;
     std::function<void()> const m_tick;
     double m_limit = 0; ///< processor time in seconds; 0: none
     double m_begin = 0;

@@ -61,6 +61,7 @@ private:
     void checkIntegrity(bool isSchemaOfLibrary);
     void readAroundDamage();
     void reportGaps(TableSchema const& schema, std::vector<KeyGap> const& gaps);
+    bool isOfMedium(KeyGap const& gap) const;
     bool isWhole(TableSchema const& schema) const;
     void checkVersion(sqlite::Connection const& connection);
     void checkReferences(sqlite::Connection const& connection);
@@ -187,7 +188,10 @@ void Checker::checkContent(sqlite::Connection const& connection)
                           m_findings.add(kSchema, problem);
                       });
     bool const isReadable = checkSchema(check);
-    runPart([&] { checkIntegrity(problems == 0); });
+    if (m_file.unreadable().empty()) // Otherwise the copy has zeros, which SQLite would call damage.
+    {
+        runPart([&] { checkIntegrity(problems == 0); });
+    }
     if (m_isDamaged)
     {
         readAroundDamage();
@@ -232,9 +236,9 @@ void Checker::checkIntegrity(bool isSchemaOfLibrary)
     sqlite::Connection const connection = openWork();
     IntegrityCheck check(
         connection,
-        [&](std::string const& problem)
+        [&](FindingKind const& kind, std::string const& problem)
         {
-            m_findings.add(kIntegrity, problem);
+            m_findings.add(kind, problem);
             m_isDamaged = true;
         },
         [&] { progress.show(std::string(1 + ticks++ / 100 % 3, '.')); });
@@ -278,8 +282,9 @@ void Checker::readAroundDamage()
 
 void Checker::reportGaps(TableSchema const& schema, std::vector<KeyGap> const& gaps)
 {
-    for (KeyGap const& gap : gaps)
+    for (KeyGap gap : gaps)
     {
+        gap.isMedium = isOfMedium(gap);
         m_findings.add(gap.isMedium ? kMedium : kLost, gapText(schema, gap));
     }
     if (gaps.empty())
@@ -287,6 +292,15 @@ void Checker::reportGaps(TableSchema const& schema, std::vector<KeyGap> const& g
         m_findings.add(kWhole, schema.name + " can be read whole" +
                                    (m_rows ? ": " + counted(m_rows->countOf(schema), "row") : ""));
     }
+}
+
+/// Whether the medium, and no damage, is the reason of the gap. A page that it did not return is zeros in the copy.
+bool Checker::isOfMedium(KeyGap const& gap) const
+{
+    std::vector<std::uint64_t> const& unreadable = m_file.unreadable();
+    auto const isUnreadable = [&](TableTree::Lost const& lost)
+    { return std::find(unreadable.begin(), unreadable.end(), lost.page) != unreadable.end(); };
+    return gap.isMedium || (!gap.pages.empty() && std::all_of(gap.pages.begin(), gap.pages.end(), isUnreadable));
 }
 
 bool Checker::isWhole(TableSchema const& schema) const

@@ -37,6 +37,13 @@ private:
     ByteSource const& m_whole;
 };
 
+/// Whether the storage fails to return a page that is there.
+bool isUnreadable(PageFile const& pages, PageNumber page)
+{
+    std::string bytes;
+    return page > 0 && page <= pages.pageCount() && !pages.read(page, bytes);
+}
+
 char const* rowsOf(TableSchema const& schema)
 {
     return &schema == &faultSchema() ? "faults" : &schema == &statisticSchema() ? "statistics" : "versions";
@@ -59,11 +66,12 @@ std::vector<KeyGap> findGaps(ByteSource const& file, TableSchema const& schema)
     std::vector<KeyGap> gaps;
     for (TableTree::Lost const& page : lost)
     {
+        bool const isMedium = isUnreadable(pages, page.page);
         bool const isNeighbour =
             !gaps.empty() && (gaps.back().keys.last == kLargest || page.range.first <= gaps.back().keys.last + 1);
-        if (!isNeighbour)
+        if (!isNeighbour || gaps.back().isMedium != isMedium)
         {
-            gaps.push_back({page.range, {}});
+            gaps.push_back({page.range, {}, isMedium});
         }
         gaps.back().keys.last = std::max(gaps.back().keys.last, page.range.last);
         gaps.back().pages.push_back(page);
@@ -133,12 +141,16 @@ std::string gapText(TableSchema const& schema, KeyGap const& gap)
     std::string const text = keysText(schema, gap.keys) + " cannot be read";
     if (gap.pages.empty())
     {
-        return text;
+        return text + (gap.isMedium ? ": the medium fails" : "");
     }
     std::string const page = "page " + std::to_string(gap.pages.front().page);
-    return text + ": " +
-           (gap.pages.size() == 1 ? page + " is damaged"
-                                  : page + " and " + grouped(gap.pages.size() - 1) + " more are damaged or missing");
+    bool const isOne = gap.pages.size() == 1;
+    std::string const pages = isOne ? page : page + " and " + grouped(gap.pages.size() - 1) + " more";
+    if (gap.isMedium)
+    {
+        return text + ": the medium failed to return " + pages;
+    }
+    return text + ": " + pages + (isOne ? " is damaged" : " are damaged or missing");
 }
 
 } // namespace tool

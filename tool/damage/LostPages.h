@@ -20,8 +20,8 @@ struct KeyGap
     bool isMedium = false;              ///< the medium fails, so that nothing need be damaged
 };
 
-/// The gaps that the pages of a table's tree show, in the order of their keys; neighbours are one gap. None if the tree
-/// is not found at all.
+/// The gaps that the pages of a table's tree show, in the order of their keys; neighbours with the same
+/// reason are one gap. None if the tree is not found at all.
 std::vector<KeyGap> findGaps(ByteSource const& file, TableSchema const& schema);
 
 /// The same for the file at `path`, which SQLite opens; none if some of its pages are in a write-ahead log, or if its

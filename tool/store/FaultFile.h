@@ -42,8 +42,9 @@ public:
     /// Reads a table of the file; once damage was met in it, the rows of it that can be read.
     firaim::FaultReader& readerOf(TableSchema const& schema);
 
-    /// After `result` of a reader or a cursor of the table: makes `readerOf` read on behind the damage if that is the
-    /// problem. Returns whether it does so from now on; then the caller makes a new cursor.
+    /// After `result` of a reader or a cursor of the table: makes `readerOf` read on behind the damage, or the pages
+    /// that the medium does not return, if that is the problem. Returns whether it does so from now on; then the caller
+    /// makes a new cursor.
     bool readsOnAfter(int result, TableSchema const& schema);
     /// At the end of a command that reads around damage: prints which rows are missing. Returns the exit status.
     ExitStatus reportDamage() const;
@@ -60,6 +61,7 @@ public:
 private:
     void requireFirstPage(int result) const;
     void findMisplacedPages(TableSchema const& schema);
+    bool isMediumFailing(TableSchema const& schema) const;
     void readFormatVersion();
 
     FaultFile(std::string const& path, std::chrono::milliseconds busyTimeout, bool isReadAroundDamage);

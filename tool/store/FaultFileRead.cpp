@@ -8,6 +8,7 @@
 
 #include <fdb/tables/FdbSqlVersionTbl.h>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -91,6 +92,13 @@ void FaultFile::findMisplacedPages(TableSchema const& schema)
     }
 }
 
+/// Whether the storage fails to return pages of the table.
+bool FaultFile::isMediumFailing(TableSchema const& schema) const
+{
+    std::vector<KeyGap> const gaps = usingSqlite(m_path, [&] { return findGapsOf(m_path, schema); });
+    return std::any_of(gaps.begin(), gaps.end(), [](KeyGap const& gap) { return gap.isMedium; });
+}
+
 void FaultFile::readFormatVersion()
 {
     std::string version;
@@ -127,7 +135,9 @@ firaim::FaultReader& FaultFile::readerOf(TableSchema const& schema)
 
 bool FaultFile::readsOnAfter(int result, TableSchema const& schema)
 {
-    if (result != firaim::HISTORY_DAMAGED || !m_isReadAroundDamage || (m_rows && m_rows->has(schema)))
+    bool const isBadFile = result == firaim::HISTORY_DAMAGED || result == firaim::HISTORY_FAILED;
+    if (!isBadFile || !m_isReadAroundDamage || (m_rows && m_rows->has(schema)) ||
+        (result == firaim::HISTORY_FAILED && !isMediumFailing(schema)))
     {
         return false;
     }

@@ -47,6 +47,26 @@ protected:
         EXPECT_THAT(outcome.errors, Not(HasSubstr("malformed"))) << arguments[0];
     }
 
+    /// Expects that the command prints the oldest fault, and names the medium for the newest.
+    void expectRest(std::vector<std::string> const& arguments, std::string const& oldest)
+    {
+        Outcome const outcome = runTool(arguments, failingAt("/faults.db", faultPage()));
+        EXPECT_EQ(outcome.status, 1) << arguments[0];
+        EXPECT_THAT(outcome.output, HasSubstr(oldest)) << arguments[0];
+        EXPECT_THAT(outcome.errors, HasSubstr("cannot be read: the medium failed to return page ")) << arguments[0];
+        EXPECT_THAT(outcome.errors, Not(HasSubstr("damaged"))) << arguments[0];
+    }
+
+    void expectMediumFound(std::vector<std::string> const& arguments)
+    {
+        Outcome const outcome = runTool(arguments, failingAt("/faults.db", faultPage()));
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(outcome.output, HasSubstr("\nmedium: faults "));
+        EXPECT_THAT(outcome.output, HasSubstr("\nwhat to do (medium): the storage fails"));
+        EXPECT_THAT(outcome.output, Not(HasSubstr("integrity")));
+        EXPECT_THAT(outcome.output, Not(HasSubstr("lost: ")));
+    }
+
     /// Offset of a byte in the last page, which holds faults.
     long long faultPage() const
     {
@@ -56,12 +76,31 @@ protected:
 
 } // namespace
 
-TEST_F(FailingReadTest, ReadingCommandsNameTheMedium)
+TEST_F(FailingReadTest, ReadingCommandsShowTheRestAndNameTheMedium)
 {
-    long long const offset = faultPage();
-    expectFailedRead({"list", path}, offset);
-    expectFailedRead({"summary", path}, offset);
-    expectFailedRead({"backup", path, dir.file("copy.db")}, offset);
+    expectRest({"list", path}, "FC_BUS_OFF");
+    expectRest({"export", path, "--format", "csv"}, "\n1,");
+    expectRest({"summary", path}, "Faults ");
+}
+
+TEST_F(FailingReadTest, AMediumIsReadAroundInLargeFilesToo)
+{
+    insertFault("Description", "hex(zeroblob(3000000))");
+    insertFaults(300);
+    ASSERT_GT(std::filesystem::file_size(path), 5U << 20U);
+    expectRest({"list", path}, "FC_BUS_OFF");
+    expectRest({"export", path, "--format", "sql"}, "(1,");
+}
+
+TEST_F(FailingReadTest, CheckFindsTheMediumAndNoDamage)
+{
+    expectMediumFound({"check", path});
+    expectMediumFound({"check", path, "--quick"});
+}
+
+TEST_F(FailingReadTest, BackupNamesTheMedium)
+{
+    expectFailedRead({"backup", path, dir.file("copy.db")}, faultPage());
 }
 
 TEST_F(FailingReadTest, TheFirstPageIsNoException)
