@@ -4,7 +4,6 @@
 
 #include <history/FaultRecorder.h>
 
-#include <memory>
 #include <stdexcept>
 
 namespace
@@ -30,31 +29,27 @@ FileBytes interrupted(SoundFile const& sound)
     return bytes;
 }
 
-/// A recorder that is open: it takes the log into the file when it closes.
-using OpenRecorder = std::unique_ptr<firaim::FaultRecorder>;
+constexpr char kLogMode[] = "PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0;";
 
-/// A file in write-ahead-log mode whose last rows are in the log, made by the statements or by `record`.
-FileBytes withLog(SoundFile const& sound, std::string const& sql,
-                  std::function<OpenRecorder(std::string const&)> const& record)
+FileBytes bytesWithLog(std::string const& path)
+{
+    return {readFile(path), "", readFile(path + "-wal")};
+}
+
+/// A file in write-ahead-log mode; the log holds the changes of the statements.
+FileBytes withLog(SoundFile const& sound, std::string const& sql)
 {
     TempDir const dir;
     std::string const path = dir.file("logged.db");
     writeFile(path, sound.bytes);
-    RawDb raw(path); // While it is open, nobody else checkpoints at closing.
-    raw.exec("PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0;" + sql);
-    OpenRecorder const recorder = record(path);
-    return {readFile(path), "", readFile(path + "-wal")};
+    RawDb raw(path); // Closing it takes the log into the file.
+    raw.exec(kLogMode + sql);
+    return bytesWithLog(path);
 }
 
-OpenRecorder recordNothing(std::string const&)
+void recordMore(firaim::FaultRecorder& recorder, std::string const& path)
 {
-    return nullptr;
-}
-
-OpenRecorder recordMore(std::string const& path)
-{
-    auto recorder = std::make_unique<firaim::FaultRecorder>();
-    bool isDone = recorder->open(path) == firaim::HISTORY_OK;
+    bool isDone = recorder.open(path) == firaim::HISTORY_OK;
     for (unsigned int i = 1; i <= 40; ++i)
     {
         firaim::FaultEvent event;
@@ -65,25 +60,30 @@ OpenRecorder recordMore(std::string const& path)
         event.time = 1950000000000ULL + i;
         event.upTime = i;
         event.systemTimeText = "now";
-        isDone = isDone && recorder->record(event).result == firaim::HISTORY_OK;
+        isDone = isDone && recorder.record(event).result == firaim::HISTORY_OK;
     }
     if (!isDone)
     {
-        throw std::runtime_error(recorder->lastProblem());
+        throw std::runtime_error(recorder.lastProblem());
     }
-    return recorder;
 }
 
+/// A file whose last rows are in the log: the recorder takes the log into the file only when it closes.
 FileBytes recordedIntoLog()
 {
-    return withLog(SoundFile::plain(), "", recordMore);
+    TempDir const dir;
+    std::string const path = dir.file("logged.db");
+    writeFile(path, SoundFile::plain().bytes);
+    RawDb(path).exec(kLogMode);
+    firaim::FaultRecorder recorder;
+    recordMore(recorder, path);
+    return bytesWithLog(path);
 }
 
 /// Rows are changed in place, so that the log does not have the first page.
 FileBytes changedInLog()
 {
-    return withLog(SoundFile::plain(), "UPDATE FdbFaultTbl SET LoggerLifeTime=LoggerLifeTime+1 WHERE EntryId<90",
-                   recordNothing);
+    return withLog(SoundFile::plain(), "UPDATE FdbFaultTbl SET LoggerLifeTime=LoggerLifeTime+1 WHERE EntryId<90");
 }
 
 std::set<PageNumber> pagesInLog(FileBytes const& bytes)
@@ -169,7 +169,7 @@ DamagedSet besideLogs()
 /// Nothing in a log names its file, so that pages of the other file may hide some of this one.
 DamagedFile besideForeignLog()
 {
-    FileBytes bytes = withLog(SoundFile::withLargestKey(), "UPDATE FdbFaultTbl SET Parameter='foreign'", recordNothing);
+    FileBytes bytes = withLog(SoundFile::withLargestKey(), "UPDATE FdbFaultTbl SET Parameter='foreign'");
     std::set<PageNumber> const lost = pagesInLog(bytes);
     bytes.database = SoundFile::plain().bytes;
     DamagedFile file =
@@ -185,7 +185,7 @@ DamagedSet smallUnfinishedFiles()
 {
     SoundFile const& sound = SoundFile::small();
     FileBytes const journaled = interrupted(sound);
-    FileBytes const logged = withLog(sound, "UPDATE FdbFaultTbl SET LoggerLifeTime=LoggerLifeTime+1", recordNothing);
+    FileBytes const logged = withLog(sound, "UPDATE FdbFaultTbl SET LoggerLifeTime=LoggerLifeTime+1");
     DamagedSet files;
     for (FileBytes const& bytes : {journaled, logged})
     {
