@@ -54,15 +54,15 @@ std::string folderIn(TempDir const& dir, std::string const& name)
     return dir.file(name);
 }
 
-/// Whether `check` of a new file finds anything but the damaged file's own: statistics that refer to faults which are
-/// lost, doubtful rows, and its version.
-bool hasOwnFindings(std::string const& findings, bool hasOtherVersion)
+/// Whether `check` of a new file finds anything but the damaged file's own: its version and, unless the file is
+/// complete, statistics that refer to faults which are lost.
+bool hasOwnFindings(std::string const& findings, bool isComplete, bool hasOtherVersion)
 {
     std::istringstream lines(findings);
     for (std::string line; std::getline(lines, line);)
     {
-        bool const isKnown = line.rfind("reference:", 0) == 0 || line.rfind("removed:", 0) == 0 ||
-                             line.rfind("what to do", 0) == 0 || line[0] == '/' ||
+        bool const isKnown = (!isComplete && line.rfind("reference:", 0) == 0) || line.rfind("removed:", 0) == 0 ||
+                             line.rfind("doubtful:", 0) == 0 || line.rfind("what to do", 0) == 0 || line[0] == '/' ||
                              (hasOtherVersion && line.rfind("version:", 0) == 0);
         if (!isKnown)
         {
@@ -137,7 +137,7 @@ std::string RescueDamagedSet::examine(DamagedFile const& file)
     if (result.isThere)
     {
         std::string const findings = run({"check", rescued});
-        if (m_status != 0 && hasOwnFindings(findings, file.hasOtherVersion))
+        if (m_status != 0 && hasOwnFindings(findings, result.status == 0, file.hasOtherVersion))
         {
             complain("check of the new file: " + findings);
         }

@@ -29,6 +29,9 @@ inline constexpr FindingKind kSchema = {
     "the file was not created by the library, or was changed since: create a new one "
     "and record into it what 'firaim export' reads",
     true};
+inline constexpr FindingKind kDoubtful = {
+    "doubtful", "look at the rows with SQLite's shell; the library and the other commands do not read that table",
+    false};
 inline constexpr FindingKind kVersion = {
     "version",
     "an application opens it in compatible mode at most: use the software that wrote "

@@ -226,6 +226,11 @@ bool Checker::checkSchema(SchemaCheck& check)
         isReadable = isReadable && isTableReadable;
     }
     runPart([&] { check.checkExtras(); });
+    std::string doubtful;
+    if (runPart([&] { doubtful = check.doubtfulRows(); }) && !doubtful.empty())
+    {
+        m_findings.add(kDoubtful, doubtful);
+    }
     return isReadable;
 }
 
