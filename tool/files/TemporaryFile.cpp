@@ -71,6 +71,11 @@ TemporaryFile::TemporaryFile(std::uint64_t size)
     }
 }
 
+TemporaryFile::~TemporaryFile()
+{
+    static_cast<void>(unlink(m_path.c_str())); // A remaining file does no harm.
+}
+
 void TemporaryFile::write(std::uint64_t offset, char const* bytes, std::size_t count) const
 {
     int const descriptor = open(m_path.c_str(), O_WRONLY | O_CLOEXEC);
@@ -92,15 +97,6 @@ void TemporaryFile::write(std::uint64_t offset, char const* bytes, std::size_t c
     if (done < count)
     {
         fail(error, m_path);
-    }
-}
-
-void TemporaryFile::removeName()
-{
-    if (!m_path.empty())
-    {
-        static_cast<void>(unlink(m_path.c_str()));
-        m_path.clear();
     }
 }
 

@@ -13,7 +13,7 @@ class TemporaryFile
 public:
     /// Creates the file if the folder has room for `size` bytes. Throws std::system_error, which names the folder.
     explicit TemporaryFile(std::uint64_t size);
-    ~TemporaryFile() { removeName(); }
+    ~TemporaryFile();
     TemporaryFile(TemporaryFile const&) = delete;
     TemporaryFile& operator=(TemporaryFile const&) = delete;
 
@@ -21,8 +21,6 @@ public:
     /// Writes `count` bytes at `offset`. Throws std::system_error. Not while SQLite has the file open: it closes a
     /// descriptor, which drops the locks of this process.
     void write(std::uint64_t offset, char const* bytes, std::size_t count) const;
-    /// Removes the name, so that the file ends with the last connection that has it open, however the program ends.
-    void removeName();
 
 private:
     std::string m_path;

@@ -4,6 +4,10 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
+#include <filesystem>
+#include <thread>
+
 namespace
 {
 
@@ -118,6 +122,21 @@ TEST_F(CheckDamageTest, RemovesItsCopy)
     EXPECT_TRUE(std::filesystem::is_empty(dir.file("temporary")));
     damagePage(10);
     static_cast<void>(findings({}, setting));
+    EXPECT_TRUE(std::filesystem::is_empty(dir.file("temporary")));
+}
+
+TEST_F(CheckDamageTest, ASignalRemovesItsCopy)
+{
+    // The findings fill the pipe, so that the program does not end by itself.
+    RawDb(path).exec("UPDATE FdbFaultTbl SET Status = 'perhaps', Parameter = NULL, TimeZone = NULL");
+    Setting const setting = withFolder("temporary");
+    ToolProcess process({"check", path, "--json"}, setting);
+    while (std::filesystem::is_empty(dir.file("temporary")))
+    {
+        std::this_thread::yield();
+    }
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.finish(), 128 + SIGTERM);
     EXPECT_TRUE(std::filesystem::is_empty(dir.file("temporary")));
 }
 
