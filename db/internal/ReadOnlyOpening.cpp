@@ -87,11 +87,6 @@ void requireNoJournalOfEmptyFile(FilePath const& path, Connection const& connect
 
 [[noreturn]] void failWithoutStatus(FilePath const& path, int error)
 {
-    struct stat link = {};
-    if (error == ENOENT && lstat(path.absolute().c_str(), &link) == 0)
-    {
-        throw Failure(BAD_PATH, path.given() + ": is a link to nowhere");
-    }
     FailureKind failure = UNREADABLE;
     if (error == ENOENT)
     {
@@ -169,7 +164,16 @@ void requireFile(FilePath const& file)
     struct stat status = {};
     if (stat(file.absolute().c_str(), &status) != 0)
     {
-        failWithoutStatus(file, errno);
+        int const error = errno;
+        if (error == ENOENT && lstat(file.absolute().c_str(), &status) == 0)
+        {
+            if (S_ISLNK(status.st_mode))
+            {
+                throw Failure(BAD_PATH, path + ": is a link to nowhere");
+            }
+            return requireFile(file); // Another process has created it meanwhile.
+        }
+        failWithoutStatus(file, error);
     }
     if (!S_ISREG(status.st_mode))
     {

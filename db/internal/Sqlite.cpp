@@ -269,6 +269,7 @@ Connection::Connection(std::string const& path, Access access, Waiting const& wa
     sqlite3* db = nullptr;
     int const code = openFile(path, access, &db);
     m_db.reset(db);
+    m_shared->db = db;
     require(db, code);
     require(db, sqlite3_extended_result_codes(db, 1));
     require(db, sqlite3_busy_handler(db, onBusy, m_shared.get()));
@@ -284,7 +285,27 @@ int Connection::onBusy(void* context, int tries)
     auto* const shared = static_cast<Shared*>(context);
     bool const isCancelled = shared->waiting.isCancelled != nullptr && shared->waiting.isCancelled();
     auto const limit = isCancelled ? std::min(shared->waiting.limit, kBusyTimeoutWhenCancelled) : shared->waiting.limit;
-    return shared->wait.pause(tries, limit) ? 1 : 0;
+    if (!shared->wait.pause(tries, limit))
+    {
+        return 0;
+    }
+    bool const mayWrite = sqlite3_db_readonly(shared->db, "main") == 0;
+    return mayWrite && hasMoved(shared->db) ? 0 : 1; // A reader changes no file, and may wait.
+}
+
+void Connection::requireName() const
+{
+    if (hasMoved())
+    {
+        throw Error(nullptr, SQLITE_READONLY_DBMOVED);
+    }
+}
+
+bool Connection::hasMoved(sqlite3* db)
+{
+    int hasMoved = 0;
+    static_cast<void>(sqlite3_file_control(db, "main", SQLITE_FCNTL_HAS_MOVED, &hasMoved)); // Always known.
+    return hasMoved != 0;
 }
 
 int Connection::onProgress(void* context)

@@ -121,6 +121,13 @@ public:
     void waitFor(Waiting const& waiting) const { m_shared->waiting = waiting; }
 
     bool isInTransaction() const { return sqlite3_get_autocommit(get()) == 0; }
+    /// Whether another file, or none, has the name of this one. SQLite finds the journal and the log by the name: on a
+    /// connection that may write, it would play the journal of another file back into this one, or use the log of
+    /// another file. So a connection that stays open must call `requireName` before each transaction. A connection that
+    /// waits for a lock asks after each pause, and ends the wait with SQLITE_BUSY.
+    bool hasMoved() const { return hasMoved(get()); }
+    /// Throws SQLITE_READONLY_DBMOVED if the file has moved.
+    void requireName() const;
     Access access() const { return m_access; }
     sqlite3* get() const { return m_db.get(); }
 
@@ -130,7 +137,10 @@ private:
     {
         Waiting waiting;
         lockWait::LockWait wait;
+        sqlite3* db = nullptr;
     };
+
+    static bool hasMoved(sqlite3* db);
 
     /// The context of both is a Shared.
     static int onBusy(void* context, int tries);

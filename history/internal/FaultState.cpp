@@ -138,6 +138,7 @@ void FaultState::readAllSources()
         std::optional<sqlite::Transaction> piece;
         if (!m_connection->isInTransaction())
         {
+            m_connection->requireName();
             piece.emplace(*m_connection, "BEGIN");
         }
         if (!isLastSeenRowThere())

@@ -1,6 +1,7 @@
 #include <history/internal/RecorderConnection.h>
 
 #include <db/internal/Folder.h>
+#include <db/internal/ReadOnlyOpening.h>
 #include <db/internal/SyncAgain.h>
 #include <history/internal/RecorderFile.h>
 #include <history/internal/SetAside.h>
@@ -115,12 +116,19 @@ void RecorderConnection::close()
     m_rows.disconnect();
     m_begin = {};
     m_commit = {};
+    if (m_connection && m_connection->hasMoved())
+    {
+        rollBackNow(); // Otherwise the log cannot be emptied.
+        emptyLog();    // It belongs to the moved file, and SQLite would apply it to another file of that name.
+    }
     m_connection.reset();
 }
 
 Failure RecorderConnection::failureOf(sqlite::Error const& error)
 {
-    Failure failure(m_path, error);
+    // If the file has moved, the wait for a lock has ended early.
+    bool const hasMoved = error.kind() == SQLITE_BUSY && m_connection && m_connection->hasMoved();
+    Failure failure(m_path, hasMoved ? sqlite::Error(nullptr, SQLITE_READONLY_DBMOVED) : error);
     if (failure.result() == HISTORY_DAMAGED)
     {
         ++m_damagesSeen;
@@ -186,10 +194,11 @@ void RecorderConnection::waitUntil(deadline::TimePoint end) const
 
 /// Copies a write-ahead log into the file, so that the file alone holds everything, and empties the log. If that fails
 /// or another connection uses the log, the log still holds it. Keeps the log if there is no file of that name: if the
-/// file was removed, its log is all that is left.
+/// file was removed, its log is all that is left. Without the mode in the file's header, a log that SQLite has found is
+/// another file's.
 void RecorderConnection::emptyLog() const
 {
-    if (!m_connection)
+    if (!m_connection || !readOnlyOpening::isInWalMode(*m_connection))
     {
         return;
     }
@@ -199,27 +208,28 @@ void RecorderConnection::emptyLog() const
     static_cast<void>(sqlite3_wal_checkpoint_v2(m_connection->get(), nullptr, mode, nullptr, nullptr));
 }
 
-/// SQLite checks that the file still has its name when it begins a rollback journal, but not for a write-ahead log.
+/// The file may move while SQLite waits for its lock. SQLite itself notices that when it begins a rollback journal, but
+/// not for a write-ahead log. Rows written to the moved file would be lost.
 void RecorderConnection::begin()
 {
+    m_connection->requireName();
     m_begin.run();
-    int hasMoved = 0;
-    static_cast<void>(sqlite3_file_control(m_connection->get(), "main", SQLITE_FCNTL_HAS_MOVED, &hasMoved));
-    if (hasMoved != 0)
-    {
-        rollBack();
-        emptyLog(); // It belongs to the moved file, and SQLite would apply it to another file of that name.
-        throw sqlite::Error(nullptr, SQLITE_READONLY_DBMOVED); // Rows written to it would be lost.
-    }
+    m_connection->requireName();
 }
 
 void RecorderConnection::rollBack()
 {
-    // After some failures SQLite has already rolled back.
-    if (isInTransaction() && sqlite3_exec(m_connection->get(), "ROLLBACK", nullptr, nullptr, nullptr) != SQLITE_OK)
+    if (!rollBackNow())
     {
         close();
     }
+}
+
+/// Returns whether no transaction is open any more.
+bool RecorderConnection::rollBackNow() const
+{
+    // After some failures SQLite has already rolled back.
+    return !isInTransaction() || sqlite3_exec(m_connection->get(), "ROLLBACK", nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
 void RecorderConnection::beginWork()
@@ -244,6 +254,7 @@ void RecorderConnection::makeDurable()
 {
     if (m_isSyncInDoubt)
     {
+        m_connection->requireName();
         syncAgain::keepFound(*m_connection);
         m_isSyncInDoubt = false;
     }

@@ -69,6 +69,7 @@ private:
     void pinPath();
     void openOnce(sqlite::Waiting const& waiting);
     void updateIdentity();
+    bool rollBackNow() const;
     void emptyLog() const;
     bool setAsideNow(sqlite::Waiting const& waiting);
     void recordIncident(sqlite::Connection const& connection, std::string const& text);
