@@ -47,12 +47,14 @@ void Stage::makeFolder(std::string const& path, bool isWal) const
     }
     std::string const file = path + "/faults.db";
     firaim::FaultRecorder recorder;
-    if (recorder.open(file) != firaim::HISTORY_OK)
+    firaim::RecorderOptions options;
+    options.journal = firaim::RecorderOptions::WRITE_AHEAD_LOG;
+    if (recorder.open(file, options) != firaim::HISTORY_OK)
     {
         throw Violation(recorder.lastProblem());
     }
     static_cast<void>(recorder.close()); // Nothing was recorded.
-    if (Database(file).value("PRAGMA journal_mode = WAL") != "wal")
+    if (Database(file).value("PRAGMA journal_mode") != "wal")
     {
         throw Violation(file + " got no write-ahead log");
     }
