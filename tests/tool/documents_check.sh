@@ -92,9 +92,9 @@ for command in $commands; do
         --code)
             values=$codes
             ;;
-        --format | --journal | --sort | --table | --time-unit)
+        --format | --journal | --page-size | --sort | --table | --time-unit)
             values=$(values_in_help "$option" <<<"$help")
-            require_all "$values" "$(grep -oE '[a-z]+' <<<"$page_text")" "$page on $option lacks"
+            require_all "$values" "$(grep -oE '[a-z0-9]+' <<<"$page_text")" "$page on $option lacks"
             ;;
         *)
             continue

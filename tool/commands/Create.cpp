@@ -2,8 +2,10 @@
 
 #include <tool/cli/Command.h>
 #include <tool/commands/Commands.h>
+#include <tool/files/Failures.h>
 #include <tool/files/Remains.h>
 #include <tool/process/Problem.h>
+#include <tool/store/FaultFile.h>
 #include <tool/store/Journal.h>
 
 #include <db/internal/BlockSignals.h>
@@ -26,6 +28,7 @@ struct Options
     std::string path;
     bool isForced = false;
     std::string journal = journalNames().front();
+    std::string pageSize; ///< in bytes; empty: as SQLite does
 };
 
 /// Whether `path` exists, also as a dangling link or a file without permission to read.
@@ -56,6 +59,18 @@ void requireReplaceable(Options const& options)
     }
 }
 
+/// Writes the new file anew with pages of this size. SQLite can do that with a rollback journal only.
+void changePageSize(std::string const& path, std::string const& size)
+{
+    usingSqlite(path,
+                [&]
+                {
+                    sqlite::Connection const connection = openForChanging(path);
+                    connection.run("PRAGMA page_size=" + size);
+                    connection.run("VACUUM");
+                });
+}
+
 int create(Options const& options, Output&)
 {
     bool const isReplaced = pathExists(options.path);
@@ -77,6 +92,10 @@ int create(Options const& options, Output&)
     int const result = FaultDb::getInstance()->createDb(options.path, options.isForced);
     if (result == RESULT_OK)
     {
+        if (!options.pageSize.empty())
+        {
+            changePageSize(options.path, options.pageSize);
+        }
         changeJournal(options.path, journalNamed(options.journal));
         return STATUS_DONE;
     }
@@ -101,6 +120,9 @@ void addCreate(CommandLine& line, Request& request)
                  "Replace an existing file, whose content is lost, and remove a journal or log beside it");
     command.text("--journal", options->journal, "Journal: rollback (default) or wal; wal is a write-ahead log", "KIND")
         .allow(journalNames());
+    command
+        .text("--page-size", options->pageSize, "Size of a page: 512, 1024, 2048, 4096 or 8192; usually 4096", "BYTES")
+        .allow({"512", "1024", "2048", "4096", "8192"});
     runWith(command, request, options, create);
 }
 

@@ -23,6 +23,21 @@ TEST_F(CreateTest, MakesAFileThatTheLibraryAcceptsAndCheckApproves)
     EXPECT_EQ(output({"check", path}), path + ": nothing is wrong\n");
 }
 
+TEST_F(CreateTest, GivesTheFilePagesOfTheSizeAskedFor)
+{
+    for (std::string const journal : {"rollback", "wal"})
+    {
+        std::string const file = dir.file(journal + ".db");
+        output({"create", file, "--page-size", "1024", "--journal", journal});
+        EXPECT_EQ(RawDb(file).value("PRAGMA page_size"), "1024");
+        EXPECT_EQ(RawDb(file).value("PRAGMA journal_mode"), journal == "wal" ? "wal" : "delete");
+        EXPECT_EQ(runTool({"check", file}).status, 0);
+    }
+    Outcome const outcome = runTool({"create", path, "--page-size", "1000"});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
 TEST_F(CreateTest, RefusesAnExistingFileWithoutForce)
 {
     createSample();
