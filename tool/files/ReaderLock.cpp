@@ -108,7 +108,7 @@ Descriptor openIfThere(std::string const& path)
     }
     if (file && !S_ISREG(status.st_mode))
     {
-        throw Problem(STATUS_BAD_FILE, path + ": is no regular file");
+        throw Problem(STATUS_BAD_FILE, path + (S_ISDIR(status.st_mode) ? ": is a folder" : ": is no regular file"));
     }
     return file;
 }
