@@ -141,7 +141,7 @@ TEST_F(SnapshotCopyTest, NamesTheFileThatCannotBeRead)
     }
     catch (Problem const& problem)
     {
-        EXPECT_THAT(problem.what(), HasSubstr("/faults.db-journal: is no regular file"));
+        EXPECT_THAT(problem.what(), HasSubstr("/faults.db-journal: is a folder"));
     }
 }
 

@@ -121,7 +121,7 @@ TEST_F(TableTreeTest, LosesALeafOfAnotherTable)
 
 TEST_F(TableTreeTest, ACopyOfAnotherLeafIsMisplaced)
 {
-    for (std::size_t const other : {2, 4})
+    for (std::size_t const other : {2U, 4U})
     {
         pages[3] = pages[other];
         expectOnlyMiddleLost("has keys of another page");
