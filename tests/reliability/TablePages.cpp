@@ -15,7 +15,8 @@ class Walk
 {
 public:
     explicit Walk(std::string const& file)
-        : m_file(file), m_pageSize(pageSizeOf(file)), m_usableSize(m_pageSize - numberAt(file, 20, 1))
+        : m_file(file), m_pageSize(pageSizeOf(file)),
+          m_usableSize(m_pageSize - static_cast<std::size_t>(numberAt(file, 20, 1)))
     {
     }
 
