@@ -12,8 +12,10 @@
 namespace
 {
 
-#ifdef FIRAIM_TEST_IS_EMULATED
+#if defined(FIRAIM_TEST_IS_EMULATED)
 constexpr std::size_t kEvery = 10;
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t kEvery = 3; // A program starts slowly there.
 #else
 constexpr std::size_t kEvery = 1;
 #endif
