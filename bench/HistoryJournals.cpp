@@ -67,13 +67,13 @@ void printCounts(std::string const& what, double baseline, double value, int dec
 } // namespace
 
 // SQLite calls these in place of the system's.
-extern "C" int fdatasync(int descriptor)
+int fdatasync(int descriptor)
 {
     ++synchronisations;
     return static_cast<int>(syscall(SYS_fdatasync, descriptor));
 }
 
-extern "C" int fsync(int descriptor)
+int fsync(int descriptor)
 {
     ++synchronisations;
     return static_cast<int>(syscall(SYS_fsync, descriptor));

@@ -295,9 +295,11 @@ bool readHeader(sqlite::Connection const& connection)
 
 void checkHeader(std::string const& path, sqlite::Connection const& connection)
 {
-    // The pages are looked at without a lock. Another process may be setting a damaged file aside, and the second try
+    bool isDatabase = readHeader(connection);
+    // The pages were looked at without a lock. Another process may be setting a damaged file aside, and the second try
     // waits until it has replaced the content.
-    if (!readHeader(connection) && !readHeader(connection))
+    isDatabase = isDatabase || readHeader(connection);
+    if (!isDatabase)
     {
         throw Failure(HISTORY_FOREIGN_FILE, Failure(path, sqlite::Error(nullptr, SQLITE_NOTADB)).text());
     }

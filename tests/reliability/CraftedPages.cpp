@@ -116,7 +116,7 @@ DamagedSet lyingCells()
         Draft(plain).setPointer(leaf, 3, 4).named("cell-in-header", "a cell lies in the header of the page"),
         Draft(plain).set(header + 3, "\xff\xff").named("cell-count", "a leaf says that it has 65535 cells"),
         Draft(plain).set(cell, huge).named("payload-huge", "a cell is longer than any file"),
-        Draft(plain).set(cell, "\xa0\x00").named("payload-beyond", "a cell is longer than the page"),
+        Draft(plain).set(cell, std::string("\xa0\x00", 2)).named("payload-beyond", "a cell is longer than the page"),
         Draft(plain).set(cell, std::string("\x82\x80\x80\x80\x00", 5)).named("payload-512-mib", "a cell of 512 MiB"),
         Draft(plain).set(cell + payload, huge).named("key-huge", "a key has nine bytes of ones"),
         Draft(plain).set(record, huge).named("record-header-huge", "a record's header is longer than the record"),

@@ -24,7 +24,7 @@ FileBytes interrupted(SoundFile const& sound)
         "UPDATE FdbFaultTbl SET Parameter='torn', Description=hex(zeroblob(400)) WHERE EntryId BETWEEN 221 AND 260;"
         "DELETE FROM FdbFaultTbl WHERE EntryId < 60;"
         "UPDATE FdbFaultTbl SET EntryId=EntryId + 100000 WHERE EntryId BETWEEN 261 AND 300");
-    FileBytes const bytes = {readFile(path), readFile(path + "-journal"), ""};
+    FileBytes bytes = {readFile(path), readFile(path + "-journal"), ""};
     raw.exec("ROLLBACK");
     return bytes;
 }

@@ -171,7 +171,7 @@ TEST_P(FailingSyncOfJournalTest, JournalReportsTheActualResultAndLosesNothing)
             EXPECT_TRUE(isDone) << "the faults are there";
             bool const isChanged = RawDb(dir.file("copy.db")).value("PRAGMA journal_mode") != before;
             EXPECT_TRUE(outcome.status == 3 || isChanged);
-            EXPECT_EQ(outcome.status == 3, outcome.errors != "");
+            EXPECT_EQ(outcome.status == 3, !outcome.errors.empty());
             EXPECT_FALSE(isChanged && outcome.errors.find("not changed") != std::string::npos) << outcome.errors;
             changed += outcome.status == 0 ? 1 : 0;
             failed += outcome.status == 3 ? 1 : 0;

@@ -10,7 +10,6 @@
 namespace
 {
 
-using testing::ElementsAre;
 using tool::OverflowChain;
 using tool::PageFile;
 using tool::PageNumber;

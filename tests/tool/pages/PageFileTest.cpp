@@ -22,7 +22,7 @@ using tool::PageFile;
 /// A database with `rows` rows of 100 bytes in the table t, whose root is page 2.
 std::string makeDatabase(TempDir const& dir, std::string const& pragmas, int rows = 1000)
 {
-    std::string const path = dir.file("made.db");
+    std::string path = dir.file("made.db");
     RawDb db(path);
     db.exec(pragmas +
             "CREATE TABLE t(i INTEGER PRIMARY KEY, a, b); WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i "

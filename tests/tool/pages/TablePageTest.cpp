@@ -11,7 +11,6 @@
 namespace
 {
 
-using testing::ElementsAre;
 using tool::TablePage;
 
 constexpr std::int64_t kLargestKey = std::numeric_limits<std::int64_t>::max();
