@@ -67,16 +67,22 @@ void printCounts(std::string const& what, double baseline, double value, int dec
 } // namespace
 
 // SQLite calls these in place of the system's.
-int fdatasync(int descriptor)
+extern "C"
 {
-    ++synchronisations;
-    return static_cast<int>(syscall(SYS_fdatasync, descriptor));
-}
+    int countFdatasync(int descriptor) __asm__("fdatasync");
+    int countFsync(int descriptor) __asm__("fsync");
 
-int fsync(int descriptor)
-{
-    ++synchronisations;
-    return static_cast<int>(syscall(SYS_fsync, descriptor));
+    int countFdatasync(int descriptor)
+    {
+        ++synchronisations;
+        return static_cast<int>(syscall(SYS_fdatasync, descriptor));
+    }
+
+    int countFsync(int descriptor)
+    {
+        ++synchronisations;
+        return static_cast<int>(syscall(SYS_fsync, descriptor));
+    }
 }
 
 void compareJournals(HistorySetting const& setting)
