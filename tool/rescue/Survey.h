@@ -80,7 +80,7 @@ private:
     void findRoots();
     void findRoot(SurveyedTable& table);
     void checkRoot(std::size_t table);
-    void adopt(std::size_t table);
+    void adopt(std::size_t index);
     void addMisplacedLeaves(SurveyedTable& table);
     void addFreeLeaves();
     char const* doubtOfLostKeys(std::size_t table) const;

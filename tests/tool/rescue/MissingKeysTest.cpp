@@ -9,7 +9,6 @@
 namespace
 {
 
-using tool::KeyRange;
 using tool::MissingKeys;
 using tool::SurveyedTable;
 
