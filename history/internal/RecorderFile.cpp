@@ -280,12 +280,8 @@ bool readHeader(sqlite::Connection const& connection)
         {
             return true; // The settings can roll back a journal that this process must not delete.
         }
-        if (error.kind() != SQLITE_NOTADB)
-        {
-            throw;
-        }
-        PageFile const file(connection);
-        if (hasDatabaseHeader(file) || holdsFaults(file))
+        if (error.kind() != SQLITE_NOTADB || hasDatabaseHeader(PageFile(connection)) ||
+            holdsFaults(PageFile(connection)))
         {
             throw;
         }
