@@ -19,6 +19,12 @@ inline std::uint64_t bigEndian(std::string_view bytes, std::size_t offset, std::
     return value;
 }
 
+/// The unsigned number in the four bytes from `offset` on. They must lie inside of `bytes`.
+inline std::uint32_t bigEndian32(std::string_view bytes, std::size_t offset)
+{
+    return static_cast<std::uint32_t>(bigEndian(bytes, offset, 4));
+}
+
 /// SQLite's integer of variable length: 7 bits in each byte, and 8 in the ninth.
 struct Varint
 {

@@ -20,11 +20,6 @@ constexpr std::size_t kFreePages = 36;
 constexpr std::size_t kLargestRoot = 52;
 constexpr std::size_t kVersionValidFor = 92;
 
-std::uint32_t number(std::string_view bytes, std::size_t offset)
-{
-    return static_cast<std::uint32_t>(bigEndian(bytes, offset, 4));
-}
-
 std::uint32_t pageSizeIn(std::string_view bytes)
 {
     auto const field = static_cast<std::uint32_t>(bigEndian(bytes, kPageSize, 2));
@@ -50,11 +45,11 @@ FileHeader FileHeader::parse(std::string_view bytes)
         return FileHeader();
     }
     // Writers older than the field leave another number in one of the two counters.
-    bool const isPageCountValid = number(bytes, kChangeCounter) == number(bytes, kVersionValidFor);
-    header.pageCount = isPageCountValid ? number(bytes, kPageCount) : 0;
-    header.firstTrunk = number(bytes, kFirstTrunk);
-    header.freePages = number(bytes, kFreePages);
-    header.isAutoVacuum = number(bytes, kLargestRoot) != 0;
+    bool const isPageCountValid = bigEndian32(bytes, kChangeCounter) == bigEndian32(bytes, kVersionValidFor);
+    header.pageCount = isPageCountValid ? bigEndian32(bytes, kPageCount) : 0;
+    header.firstTrunk = bigEndian32(bytes, kFirstTrunk);
+    header.freePages = bigEndian32(bytes, kFreePages);
+    header.isAutoVacuum = bigEndian32(bytes, kLargestRoot) != 0;
     return header;
 }
 

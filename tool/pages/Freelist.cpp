@@ -46,12 +46,12 @@ bool Freelist::readTrunk(PageFile const& file, PageNumber& trunk)
     }
     for (std::size_t index = 0; index < count; ++index)
     {
-        if (!add(static_cast<PageNumber>(bigEndian(page, (index + 2) * kNumberSize, kNumberSize))))
+        if (!add(bigEndian32(page, (index + 2) * kNumberSize)))
         {
             return false;
         }
     }
-    trunk = static_cast<PageNumber>(bigEndian(page, 0, kNumberSize));
+    trunk = bigEndian32(page, 0);
     return true;
 }
 

@@ -30,14 +30,9 @@ constexpr std::size_t kFrameChecksum = 16;
 
 constexpr std::size_t kSaltsSize = 8;
 
-std::uint32_t number(std::string_view bytes, std::size_t offset)
-{
-    return static_cast<std::uint32_t>(bigEndian(bytes, offset, 4));
-}
-
 std::uint32_t littleEndian(std::string_view bytes, std::size_t offset)
 {
-    std::uint32_t const swapped = number(bytes, offset);
+    std::uint32_t const swapped = bigEndian32(bytes, offset);
     return swapped << 24 | (swapped & 0xff00u) << 8 | (swapped >> 8 & 0xff00u) | swapped >> 24;
 }
 
@@ -50,7 +45,7 @@ bool isPageSize(std::uint32_t size)
 
 void LogFrames::Checksum::add(std::string const& bytes, std::size_t offset, std::size_t size, bool isBigEndian)
 {
-    auto const read = isBigEndian ? number : littleEndian;
+    auto const read = isBigEndian ? bigEndian32 : littleEndian;
     for (std::size_t end = offset + size; offset < end; offset += 8)
     {
         first += read(bytes, offset) + second;
@@ -73,14 +68,14 @@ bool LogFrames::readHeader(ByteSource const& log, std::string& header)
     {
         return false;
     }
-    std::uint32_t const magic = number(header, 0);
+    std::uint32_t const magic = bigEndian32(header, 0);
     m_isBigEndian = (magic & 1) != 0;
     m_checksum.add(header, 0, kChecksumField, m_isBigEndian);
-    bool const isValid = (magic & ~1u) == kMagic && number(header, kVersionField) == kVersion &&
-                         isPageSize(number(header, kPageSizeField)) &&
-                         m_checksum.first == number(header, kChecksumField) &&
-                         m_checksum.second == number(header, kChecksumField + 4);
-    m_pageSize = isValid ? number(header, kPageSizeField) : 0;
+    bool const isValid = (magic & ~1u) == kMagic && bigEndian32(header, kVersionField) == kVersion &&
+                         isPageSize(bigEndian32(header, kPageSizeField)) &&
+                         m_checksum.first == bigEndian32(header, kChecksumField) &&
+                         m_checksum.second == bigEndian32(header, kChecksumField + 4);
+    m_pageSize = isValid ? bigEndian32(header, kPageSizeField) : 0;
     return isValid;
 }
 
@@ -93,14 +88,14 @@ void LogFrames::readFrames(ByteSource const& log, std::string const& header)
         m_checksum.add(frame, 0, kFrameSalts, m_isBigEndian);
         m_checksum.add(frame, kFrameHeaderSize, m_pageSize, m_isBigEndian);
         bool const isOfThisLog = frame.compare(kFrameSalts, kSaltsSize, header, kSaltsField, kSaltsSize) == 0;
-        PageNumber const page = number(frame, kFramePage);
-        if (!isOfThisLog || page == 0 || m_checksum.first != number(frame, kFrameChecksum) ||
-            m_checksum.second != number(frame, kFrameChecksum + 4))
+        PageNumber const page = bigEndian32(frame, kFramePage);
+        if (!isOfThisLog || page == 0 || m_checksum.first != bigEndian32(frame, kFrameChecksum) ||
+            m_checksum.second != bigEndian32(frame, kFrameChecksum + 4))
         {
             return;
         }
         pending[page] = offset + kFrameHeaderSize;
-        if (PageNumber const pageCount = number(frame, kFrameCommit); pageCount != 0)
+        if (PageNumber const pageCount = bigEndian32(frame, kFrameCommit); pageCount != 0)
         {
             m_pageCount = pageCount;
             for (auto const& [committedPage, content] : std::exchange(pending, {}))

@@ -18,7 +18,7 @@ constexpr std::uint64_t kLongestRecord = 1000000000;
 
 PageNumber nextPage(std::string const& page)
 {
-    return static_cast<PageNumber>(bigEndian(page, 0, kNextSize));
+    return bigEndian32(page, 0);
 }
 
 } // namespace

@@ -97,7 +97,7 @@ bool TablePage::parsePointers()
     }
     if (!m_isLeaf)
     {
-        auto const last = static_cast<PageNumber>(bigEndian(m_bytes, m_header + kLastChild, kPageNumberSize));
+        auto const last = bigEndian32(m_bytes, m_header + kLastChild);
         m_children.push_back({last, std::numeric_limits<std::int64_t>::max()});
     }
     return true;
@@ -124,8 +124,7 @@ bool TablePage::parseLeafCell(std::size_t offset)
     {
         return fail("has keys that do not ascend");
     }
-    auto const overflow =
-        overflows ? static_cast<PageNumber>(bigEndian(m_bytes, start + local, kPageNumberSize)) : PageNumber{0};
+    auto const overflow = overflows ? bigEndian32(m_bytes, start + local) : PageNumber{0};
     m_cells.push_back({rowKey, size->value, m_bytes.substr(start, local), overflow});
     return true;
 }
@@ -146,7 +145,7 @@ bool TablePage::parseInteriorCell(std::size_t offset)
     {
         return fail("has keys that do not ascend");
     }
-    m_children.push_back({static_cast<PageNumber>(bigEndian(m_bytes, offset, kPageNumberSize)), lastKey});
+    m_children.push_back({bigEndian32(m_bytes, offset), lastKey});
     return true;
 }
 
