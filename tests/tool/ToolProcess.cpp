@@ -8,6 +8,7 @@
 #include <climits>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
 #include <fcntl.h>
@@ -254,6 +255,20 @@ void ToolTest::insertFaults(int count)
                      std::to_string(count) +
                      ") INSERT INTO FdbFaultTbl SELECT NULL, '', 1025, 'FC_BUS_OFF', 'm', 'p', 1935630121000, 'UTC', "
                      "'ErrorActive', 'some text of some length', '', 1, 2, '', 3, '' FROM n");
+}
+
+std::string ToolTest::makeHotJournal()
+{
+    RawDb raw(path);
+    raw.exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000) INSERT INTO "
+             "FdbFaultTbl(Description) SELECT 'before' FROM n");
+    raw.exec("PRAGMA cache_size=5; BEGIN; UPDATE FdbFaultTbl SET Description = 'half done'");
+    std::string crashed = dir.file("crashed.db");
+    std::filesystem::copy(path, crashed);
+    std::filesystem::copy(path + "-journal", crashed + "-journal");
+    raw.exec("ROLLBACK");
+    EXPECT_NE(readFile(crashed).find("half done"), std::string::npos);
+    return crashed;
 }
 
 std::string ToolTest::value(std::string const& sql)

@@ -83,6 +83,9 @@ protected:
     void insertFault(std::string const& columns, std::string const& values);
     /// Adds `count` equal faults to the fault table.
     void insertFaults(int count);
+    /// Copies the file and its journal in the middle of a large transaction, as a power cut would leave them. Returns
+    /// the path of the copy.
+    std::string makeHotJournal();
     /// The cell of a query whose result is one cell.
     std::string value(std::string const& sql);
 

@@ -18,22 +18,6 @@ class RecoverTest : public ToolTest
 protected:
     RecoverTest() { createSample(); }
 
-    /// Copies the file and its journal in the middle of a large transaction, as a power cut would leave them. Returns
-    /// the path of the copy.
-    std::string makeHotJournal()
-    {
-        RawDb raw(path);
-        raw.exec("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000) INSERT INTO "
-                 "FdbFaultTbl(Description) SELECT 'before' FROM n");
-        raw.exec("PRAGMA cache_size=5; BEGIN; UPDATE FdbFaultTbl SET Description = 'half done'");
-        std::string crashed = dir.file("crashed.db");
-        std::filesystem::copy(path, crashed);
-        std::filesystem::copy(path + "-journal", crashed + "-journal");
-        raw.exec("ROLLBACK");
-        EXPECT_THAT(readFile(crashed), HasSubstr("half done"));
-        return crashed;
-    }
-
     /// Copies a file and its write-ahead log with one fault. Returns the path of the copy.
     std::string makeLog()
     {
